@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QSqlQuery>
+#include <QString>
+#include <QVariant>
+
+#include <initializer_list>
+
+/// Runs one statement whose error text nobody needs, on the default connection.
+/// @return true when the statement ran
+bool execute(const QString &sql);
+
+/// A query on the default connection that only walks forward: any other kind keeps every row that
+/// it has passed in memory.
+QSqlQuery forwardOnlyQuery();
+
+/// @return column 0 of the first row that a query yields; an invalid value, which reads as 0 and
+/// as an empty text, when the query fails or yields no row
+QVariant firstValue(const QString &sql);
+
+/// All of these run, and all must succeed: a braced list evaluates every element, left to right.
+/// @return true when every result is true
+bool allSucceeded(std::initializer_list<bool> results);

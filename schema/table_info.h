@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+/// A table's structure as the database describes it. The five lists after the first are parallel:
+/// entry i of each describes the same column, in the order of declaration.
+struct TableInfo {
+    QStringList foreignKeyColumns;   ///< the referencing column of every foreign key row
+    QStringList columnNames;         ///< as declared
+    QStringList columnTypes;         ///< as declared
+    QStringList notNullFlags;        ///< "0" or "1"
+    QStringList defaultValues;       ///< as written in the declaration, empty without a default
+    QStringList primaryKeyPositions; ///< "0" outside the primary key, otherwise from "1"
+    QString createText;              ///< the CREATE statement, empty when there is no such table
+};

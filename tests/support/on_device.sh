@@ -1,0 +1,46 @@
+#!/bin/bash
+# Runs a program on a scratch device: a directory whose app/, Harlo/, etc/harlo/ and pool/ stand
+# where the field computer's fixed paths are. The program can write there and nowhere else.
+#
+#   on_device.sh DEVICE PROGRAM [ARGUMENT...]
+#
+# DEVICE is the directory, made where it is missing; "--scratch" stands for a new one that is
+# removed afterwards. DEVICE_LOCALE is the program's locale (default C), DEVICE_OPTIONS holds
+# further options for bubblewrap, COVERAGE_DIRECTORY a place that stays writable for counters.
+set -eu
+
+device=$1 program=$(realpath "$2")
+shift 2
+scratch=
+if [ "$device" = --scratch ]; then
+    scratch=$(mktemp -d "${TMPDIR:-/tmp}/device.XXXXXX")
+    trap 'rm -rf "$scratch"' EXIT
+    device=$scratch
+    mkdir -p "$device/app/databases" "$device/Harlo" "$device/pool"
+fi
+mkdir -p "$device/app" "$device/Harlo" "$device/etc/harlo" "$device/pool"
+device=$(realpath "$device")
+
+sandbox=(
+    bwrap --die-with-parent --clearenv --setenv LC_ALL "${DEVICE_LOCALE:-C}" --setenv TZ UTC
+    --setenv SCRATCH_DEVICE yes
+    --ro-bind /usr/lib /usr/lib --symlink usr/lib /lib
+    --ro-bind-try /usr/lib64 /usr/lib64 --symlink usr/lib64 /lib64
+    --ro-bind-try /etc/ld.so.cache /etc/ld.so.cache
+    --bind "$device/Harlo" /Harlo --bind "$device/etc/harlo" /etc/harlo
+    --bind "$device/pool" /usr/bin/harlo/pool --bind "$device/app" /app
+    --ro-bind "$program" "/app/$(basename "$program")"
+    --proc /proc --dev /dev --tmpfs /tmp --chdir /
+)
+for variable in ASAN_OPTIONS LSAN_OPTIONS UBSAN_OPTIONS; do
+    [ -z "${!variable:-}" ] || sandbox+=(--setenv "$variable" "${!variable}")
+done
+[ -z "${COVERAGE_DIRECTORY:-}" ] || sandbox+=(--bind "$COVERAGE_DIRECTORY" "$COVERAGE_DIRECTORY")
+# shellcheck disable=SC2206 # the options are words
+sandbox+=(${DEVICE_OPTIONS:-})
+
+if [ -n "$scratch" ]; then
+    "${sandbox[@]}" "/app/$(basename "$program")" "$@"
+else
+    exec "${sandbox[@]}" "/app/$(basename "$program")" "$@"
+fi

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "app/database_migrator.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+#include <vector>
+
+/// Compares two lists of lines, such as rows, schemas and dumps.
+#define COMPARE_LINES(actual, expected)                                                            \
+    do {                                                                                           \
+        const QByteArray difference = differenceOf(actual, expected);                              \
+        QVERIFY2(difference.isEmpty(), difference);                                                \
+    } while (false)
+
+/// @return the lines that differ, marked as actual and expected, empty when there are none
+QByteArray differenceOf(const QStringList &actual, const QStringList &expected);
+
+/// The field computer that a test program runs on: an empty one at the start of every test. The
+/// fixed paths are a scratch directory's own, see on_device.sh; elsewhere the test program ends.
+class ScratchDevice
+{
+public:
+    /// Removes what an earlier test left and makes an empty "databases" directory.
+    ScratchDevice();
+    ~ScratchDevice();
+
+    /// Where things stand on the device.
+    static const QString databasePath;
+    static const QString logPath;
+    static const QString softwareVersionPath;
+    static const QString platformPath;
+    static const QString registrationPath;
+    static const QString poolPath;
+
+    /// Writes a file and the directories above it.
+    static void writeFile(const QString &path, const QByteArray &content);
+    /// @return the content of a file, empty without one
+    static QByteArray readFile(const QString &path);
+
+    /// Runs statements on the database, over a connection of their own; a failure ends the test
+    /// program. Foreign keys are off there, so that rows can be broken on purpose.
+    void sql(const QByteArray &statements);
+    /// Makes `tableVersion` with both rows, with a MirelVersion column.
+    void recordVersion(int version);
+
+    /// @return the rows of a query, each with its values as SQL literals, separated by ", "
+    QStringList rows(const QByteArray &query);
+    /// @return the CREATE texts of the database in the order of its schema table
+    QStringList schema();
+    /// @return the CREATE text of one table, empty without it
+    QString createText(const QByteArray &table);
+    /// @return the schema, then every table's name with its rows
+    QStringList dump();
+
+    /// Constructs the migrator, as `main` does; the one before it, if any, ends first.
+    DatabaseMigrator &start(const QStringList &arguments = {});
+    /// Destroys the migrator.
+    void stop();
+
+    /// Lets SQLite refuse an action of the migrator's connection from now on.
+    /// @param action SQLite's authorizer action, such as SQLITE_DROP_TABLE
+    /// @param object its first argument, mostly the table's name; empty for every one
+    void refuse(int action, const QByteArray &object);
+    /// Ends every refusal.
+    void allowAll();
+
+    /// @return the log's text since the last call
+    QString takeLog();
+
+private:
+    std::vector<QByteArray> m_arguments;
+    std::vector<char *> m_argumentPointers;
+    int m_argumentCount = 0;
+    std::unique_ptr<DatabaseMigrator> m_migrator;
+    qint64 m_logTaken = 0;
+};
