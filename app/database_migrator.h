@@ -69,18 +69,14 @@ public:
     /// @param type the type text, which may carry constraints of its own
     /// @return false when it failed, also because the column is already there
     bool addColumn(
-        const QString &table,
-        const QString &column,
-        const QString &type,
+        const QString &table, const QString &column, const QString &type,
         const QString &defaultValue = QString());
 
     /// Adds a column, always nullable, unless one of exactly this name is there.
     /// @param type the type text, which may carry constraints of its own
     /// @return false when it failed, also because of a column that differs only in letter case
     bool addColumnIfNotExists(
-        const QString &table,
-        const QString &column,
-        const QString &type,
+        const QString &table, const QString &column, const QString &type,
         const QString &defaultValue = QString());
 
     /// Sets a column in every row that meets the condition, in every row without one.
@@ -88,9 +84,7 @@ public:
     /// @param condition an SQL condition without the word WHERE
     /// @return false when the statement failed; no row at all is no failure
     bool setColumnValue(
-        const QString &table,
-        const QString &column,
-        const QString &value,
+        const QString &table, const QString &column, const QString &value,
         const QString &condition = QString());
 
     /// @return false when the table could not be dropped; no such table is no failure
@@ -124,8 +118,8 @@ private:
     QString readPlatform() const;
 
     /// Runs a statement; on failure logs both lines, with the error's text for the second's %1.
-    bool executeOrLogFailure(
-        const QString &sql, const QString &failureLine, const QString &errorLine);
+    bool
+    executeOrLogFailure(const QString &sql, const QString &failureLine, const QString &errorLine);
 
     /// Runs a statement; on failure logs the error's combined driver and database text.
     bool executeOrLogError(const QString &sql);

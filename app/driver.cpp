@@ -49,7 +49,8 @@ void DatabaseMigrator::updateDatabaseVersion()
     logMessage(QString("\n*****Updating version in DB to: %1 with software version: %2")
                    .arg(version, m_softwareVersion));
     executeOrLogError(
-        QString("UPDATE tableVersion SET version = %1, MirelVersion = '%2' WHERE tableName = 'mainSqlDb'")
+        QString(
+            "UPDATE tableVersion SET version = %1, MirelVersion = '%2' WHERE tableName = 'mainSqlDb'")
             .arg(version, m_softwareVersion));
     executeOrLogError(QString("UPDATE tableVersion SET version = %1 WHERE tableName = 'altSqlDb'")
                           .arg(m_alternateVersion));

@@ -8,9 +8,8 @@
 bool DatabaseMigrator::tableExists(const QString &table) const
 {
     QSqlQuery query = forwardOnlyQuery();
-    return query.exec(
-               QString("SELECT name FROM sqlite_master WHERE type='table' AND name='%1'")
-                   .arg(table)) &&
+    return query.exec(QString("SELECT name FROM sqlite_master WHERE type='table' AND name='%1'")
+                          .arg(table)) &&
            query.next();
 }
 
@@ -39,9 +38,8 @@ TableInfo DatabaseMigrator::getTableInfo(const QString &table) const
             info.primaryKeyPositions << query.value(5).toString();
         }
     }
-    if (query.exec(
-            QString("SELECT sql FROM (SELECT * FROM sqlite_master) WHERE tbl_name = '%1'")
-                .arg(table)) &&
+    if (query.exec(QString("SELECT sql FROM (SELECT * FROM sqlite_master) WHERE tbl_name = '%1'")
+                       .arg(table)) &&
         query.next()) {
         info.createText = query.value(0).toString();
     }
