@@ -1,7 +1,6 @@
 #include "app/database_migrator.h"
 #include "schema/statements.h"
 
-#include <QSqlError>
 #include <QSqlQuery>
 #include <QSqlRecord>
 
@@ -99,16 +98,4 @@ bool DatabaseMigrator::dropTable(const QString &table)
         QString("DROP TABLE IF EXISTS %1").arg(table),
         QString("DatabaseMigrator::dropTable - Failed to drop table named %1").arg(table),
         "DatabaseMigrator::dropTable - %1");
-}
-
-bool DatabaseMigrator::executeOrLogFailure(
-    const QString &sql, const QString &failureLine, const QString &errorLine)
-{
-    QSqlQuery query;
-    if (query.exec(sql)) {
-        return true;
-    }
-    logMessage(failureLine);
-    logMessage(errorLine.arg(query.lastError().text()));
-    return false;
 }
