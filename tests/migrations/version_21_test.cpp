@@ -96,7 +96,6 @@ private slots:
 
 private:
     void runStep(int version, void (DatabaseMigrator::*step)());
-    QStringList contents(const QList<QByteArray> &tables);
     QStringList stepTables();
 
     std::unique_ptr<ScratchDevice> device;
@@ -122,7 +121,7 @@ void Version21Test::runStep(int version, void (DatabaseMigrator::*step)())
         device->refuse(run.refusedAction, run.refusedObject);
     }
     const QList<QByteArray> readTables = {"MC_Machine", "MC_MachineConfig", "serialDevices"};
-    const QStringList read = contents(readTables);
+    const QStringList read = contents(*device, readTables);
 
     (migrator.*step)();
 
@@ -130,24 +129,13 @@ void Version21Test::runStep(int version, void (DatabaseMigrator::*step)())
     QCOMPARE(migrator.currentVersion(), run.version);
     QCOMPARE(migrator.getUpdate21Applied(), run.applied);
     COMPARE_LINES(stepTables(), run.after);
-    COMPARE_LINES(contents(readTables), read);
-}
-
-QStringList Version21Test::contents(const QList<QByteArray> &tables)
-{
-    QStringList lines;
-    for (const QByteArray &table : tables) {
-        const QString createText = device->createText(table);
-        if (!createText.isEmpty()) {
-            lines << createText << device->rows("SELECT * FROM " + table);
-        }
-    }
-    return lines;
+    COMPARE_LINES(contents(*device, readTables), read);
 }
 
 QStringList Version21Test::stepTables()
 {
     return contents(
+        *device,
         {"gpsReceivers",
          "machineToGpsReceiverMapping",
          "implementToGpsReceiverMapping",
