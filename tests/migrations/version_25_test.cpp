@@ -271,7 +271,7 @@ void Version25Test::updateToVersion25WithOnBoardPorts_data()
         << PortRun{
                before +
                    "INSERT INTO serialDevices VALUES(1, 5, 'ttyUSB0'), (2, 5, '/dev/ttymxc2'), "
-                   "(3, 5, 'ttymxc1'), (4, 6, 'ttyUSB1 ttymxc2'), (5, 6, 'ttyusb1'), "
+                   "(3, 5, 'ttymxc1'), (4, 6, 'ttyUSB1 ttymxc2'), (5, 6, 'ttyusb1 ttymxc2'), "
                    "(6, 6, 'USB-USB'), (7, 6, 'ttymxc2,ttymxc2'), (8, 6, 'TTYMXC2'), "
                    "(9, 6, 'tty%1USB%2'), (10, 6, NULL), (11, NULL, 'ttyS3');"
                    "INSERT INTO gpsReceivers VALUES(1, 5, 'ttyUSB0', '/dev/ttyUSB0'), "
@@ -301,7 +301,7 @@ void Version25Test::updateToVersion25WithOnBoardPorts_data()
                 "2, 5, '/dev/gps1'",
                 "3, 5, 'ttymxc1'",
                 "4, 6, 'ttyS1 ttymxc2'",
-                "5, 6, 'ttyusb1'",
+                "5, 6, 'ttyusb1 gps1'",
                 "6, 6, 'S-S'",
                 "7, 6, 'gps1,gps1'",
                 "8, 6, 'TTYMXC2'",
@@ -662,7 +662,7 @@ void Version25Test::revertFromVersion25WithOnBoardPorts_data()
     const QByteArray before = namesAt25 + portTables;
     QTest::newRow("on-board ports become USB adapters, also those that never were") << PortRun{
         before + "INSERT INTO serialDevices VALUES(1, 5, 'ttyS0'), (2, 5, '/dev/gps1'), "
-                 "(3, 5, 'ttymxc1'), (4, 6, 'ttyS1 gps1'), (5, 6, 'ttys1'), "
+                 "(3, 5, 'ttymxc1'), (4, 6, 'ttyS1 gps1'), (5, 6, 'ttys1 gps1'), "
                  "(6, 6, 'ttyS-ttyS'), (7, 6, 'gps1,gps1'), (8, 6, 'S4'), (9, 6, 'ttyS%1%2'), "
                  "(10, 6, NULL), (11, NULL, 'ttyUSB3');"
                  "INSERT INTO gpsReceivers VALUES(1, 5, 'ttyS0', '/dev/ttyS0'), "
@@ -692,7 +692,7 @@ void Version25Test::revertFromVersion25WithOnBoardPorts_data()
          "2, 5, '/dev/ttymxc2'",
          "3, 5, 'ttymxc1'",
          "4, 6, 'ttyUSB1 gps1'",
-         "5, 6, 'ttys1'",
+         "5, 6, 'ttys1 ttymxc2'",
          "6, 6, 'ttyUSB-ttyUSB'",
          "7, 6, 'ttymxc2,ttymxc2'",
          "8, 6, 'S4'",

@@ -465,7 +465,7 @@ void Versions22To24Test::updateToVersion23_data()
     // Mix 1 holds nothing, mixes 4 and 5 hold no amount that is known; ingredient 9 is missing.
     QTest::newRow("mixes count as modified when they hold something, units are renumbered first")
         << Run{mixesAt22 +
-                   "INSERT INTO PC_Ingredient VALUES(1, 0), (2, 1), (3, 2), (4, NULL);"
+                   "INSERT INTO PC_Ingredient VALUES(1, 0), (2, 1), (3, 2), (4, NULL), (5, 3);"
                    "INSERT INTO PC_Mix VALUES(1, 0), (2, 0), (3, 120.5), (4, NULL), (5, 0), "
                    "(6, NULL), (7, -1);"
                    "INSERT INTO PC_IngredientToMixBridge VALUES(1, 1, 1, 0), (2, 1, 2, 0), "
@@ -475,7 +475,7 @@ void Versions22To24Test::updateToVersion23_data()
                23,
                mixDump(
                    mixSchemaAt23,
-                   {"1, 0", "2, 2", "3, 2", "4, NULL"},
+                   {"1, 0", "2, 2", "3, 2", "4, NULL", "5, 3"},
                    {"1, 0.0, 0, 0, 0, NULL",
                     "2, 0.0, 1, 0, 0, NULL",
                     "3, 120.5, 1, 0, 0, NULL",
