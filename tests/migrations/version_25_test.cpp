@@ -515,7 +515,7 @@ void Version25Test::revertFromVersion25_data()
                  "CREATE TABLE farms_temp (id)"}) +
             fieldsBackward};
 
-    // The fields' own part: their table is rebuilt three times.
+    // The statements of fields alone: their table is rebuilt three times.
     const auto withFields = [](const QByteArray &columnsAndKey, const QByteArray &values) {
         return namesAt25 + "DROP TABLE fields;CREATE TABLE fields (" + columnsAndKey +
                ");INSERT INTO fields VALUES(" + values + ");";
@@ -629,7 +629,7 @@ void Version25Test::revertFromVersion25_data()
                  "isoName TEXT , partfieldCode TEXT, PRIMARY KEY(partfieldCode_temp,id) )",
                  "1, '09-117', 'Am Bach', '09-117'"})};
 
-    QTest::newRow("no table: all fifteen parts are tried") << NameRun{
+    QTest::newRow("no table: all fifteen statements are tried") << NameRun{
         "",
         notAdded("isoName", "growers", noSuchTable("growers")) +
             notAdded("isoName", "farms", noSuchTable("farms")) +

@@ -542,7 +542,7 @@ void Versions22To24Test::updateToVersion23_data()
                    "1, 1, 1, 5.0, NULL, 2",
                    "1, 2.5, NULL")};
 
-    QTest::newRow("no table: all eleven parts are tried") << Run{
+    QTest::newRow("no table: all eleven statements are tried") << Run{
         "",
         notAdded("modified", "PC_Mix", noSuchTable("PC_Mix")) +
             notAdded("configMode", "PC_Mix", noSuchTable("PC_Mix")) +
@@ -617,7 +617,7 @@ void Versions22To24Test::revertFromVersion23_data()
             {},
             {},
             {})};
-    QTest::newRow("no table: all nine parts are tried")
+    QTest::newRow("no table: all nine statements are tried")
         << Run{"",
                columnStays("modified", "PC_Mix", rebuildRefused) +
                    columnStays("configMode", "PC_Mix", rebuildRefused) +
