@@ -100,8 +100,9 @@ class Device:
         return subprocess.run(["sqlite3", "-bail", self.database], input=statements, text=True,
                               encoding="utf-8", check=True, capture_output=True).stdout
 
-    def dump(self, table=""):
-        return self.sql(f".dump {table}")
+    def dump(self, *tables):
+        """The dump of these tables, of the whole database without any."""
+        return self.sql(f".dump {' '.join(tables)}")
 
     def contents(self, *without):
         """The dump without the version table; sorted, since a table made anew moves to the end."""
@@ -113,12 +114,13 @@ class Device:
         """The version rows, their values as SQL literals."""
         return self.sql("SELECT tableName, quote(version), quote(MirelVersion) FROM tableVersion;")
 
-    def run(self, *arguments, locale="C", options="", timeout=60):
-        """Runs the program; it must end with 0 and leave the terminal alone."""
+    def run(self, *arguments, locale="C", options="", cpu_seconds=60):
+        """Runs the program; it must end in time, with 0, and leave the terminal alone."""
         environment = dict(os.environ, DEVICE_LOCALE=locale, DEVICE_OPTIONS=options)
         run = subprocess.run(
-            [SUPPORT / "on_device.sh", self.root, self.program, *arguments],
-            env=environment, stdin=subprocess.DEVNULL, capture_output=True, timeout=timeout)
+            ["prlimit", f"--cpu={cpu_seconds}", SUPPORT / "on_device.sh", self.root, self.program,
+             *arguments],
+            env=environment, stdin=subprocess.DEVNULL, capture_output=True, timeout=60)
         assert (run.returncode, run.stdout, run.stderr) == (0, b"", b"")
 
     def log(self):

@@ -63,21 +63,32 @@ def test_stored_version_below_2_meets_the_step_to_2(device, literal, version):
     assert device.contents() == contents
 
 
-@pytest.mark.parametrize("stored, target", [
-    pytest.param(2147483647, 2147483647, id="at the largest number"),
-    pytest.param(2147483647, 2, id="down from the largest number"),
-    pytest.param(2147483647, -2147483648, id="from the largest to the smallest number"),
-    pytest.param(-2147483648, 2147483647, id="from the smallest to the largest number"),
+@pytest.mark.parametrize("target, alternate", [
+    pytest.param(2147483647, 1, id="where nothing is recorded"),
+    pytest.param(2, 2147483647, id="down to version 2"),
 ])
-def test_walk_from_the_ends_of_the_numbers_ends_at_once(device, stored, target):
+def test_largest_number_as_version_leaves_version_2_alone(device, target, alternate):
+    device.install(version=2)
+    device.sql("UPDATE tableVersion SET version = 2147483647 WHERE tableName = 'mainSqlDb';"
+               "UPDATE productControl_productSettings SET calibratedInUsUnits = 1;")
+    kept = device.dump("productControl_productSettings", "soilSamples")
+    device.run(str(target), cpu_seconds=2)
+    assert device.log().startswith(opening_line(2147483647, target))
+    assert device.versions().endswith(f"\naltSqlDb|{alternate}|NULL\n")
+    assert device.dump("productControl_productSettings", "soilSamples") == kept
+
+
+@pytest.mark.parametrize("stored, target", [
+    pytest.param(2147483647, -2147483648, id="downwards"),
+    pytest.param(-2147483648, 2147483647, id="upwards"),
+])
+def test_walk_between_the_ends_of_the_numbers_ends_at_once(device, stored, target):
     device.install(version=2)
     device.sql(f"UPDATE tableVersion SET version = {stored} WHERE tableName = 'mainSqlDb';")
     samples = device.dump("soilSamples")
-    device.run(str(target), timeout=10)
+    device.run(str(target), cpu_seconds=2)
     assert device.log().startswith(opening_line(stored, target))
-    # A run that walks nowhere records nothing.
-    alternate = 1 if stored == target else stored
-    assert device.versions().endswith(f"\naltSqlDb|{alternate}|NULL\n")
+    assert device.versions().endswith(f"\naltSqlDb|{stored}|NULL\n")
     assert device.dump("soilSamples") == samples
 
 
@@ -121,11 +132,11 @@ def test_missing_alternate_row_is_target_0_and_is_not_added(device):
 
 def test_largest_number_as_alternate_version_ends_at_once(device):
     device.install(version=2, alternate=2147483647)
-    samples = device.dump("soilSamples")
-    device.run(timeout=10)
+    kept = device.dump("productControl_productSettings", "soilSamples")
+    device.run(cpu_seconds=2)
     assert device.log().startswith(opening_line(2, 2147483647))
     assert device.versions().endswith("\naltSqlDb|2|NULL\n")
-    assert device.dump("soilSamples") == samples
+    assert device.dump("productControl_productSettings", "soilSamples") == kept
 
 
 def version_table(device):
