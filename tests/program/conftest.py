@@ -5,7 +5,7 @@ import pathlib
 import shutil
 import subprocess
 import tempfile
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 
 import pytest
 
@@ -132,27 +132,54 @@ class Trouble:
     """What the stages of a run log of a database that is not in good order."""
 
     start_up: str = ""
+    integrity: str = "Integrity check passed.\n"
     update: str = ""
+    maintenance: str = ""
 
 
 NO_TROUBLE = Trouble()
 
 
+def column_not_added(error):
+    prefix = "DatabaseMigrator::addColumnIfNotExists - "
+    return (f"{prefix}Failed to add column named MirelVersion to tableVersion\n"
+            f"{prefix}{error} Unable to execute statement\n")
+
+
+def orphans_not_removed(*errors):
+    return "".join(
+        f"Failure {number} while removing extraneous product config data. Error was: {error}\n"
+        for number, error in enumerate(errors, 1))
+
+
 def every_statement_fails(error):
     """The trouble of a database that opens, but answers every statement of a run with an error."""
-    failure = f"{error} Unable to execute statement\n"
-    prefix = "DatabaseMigrator::addColumnIfNotExists - "
     return Trouble(
-        start_up=f"{prefix}Failed to add column named MirelVersion to tableVersion\n"
-                 f"{prefix}{failure}",
-        update=failure + failure)
+        start_up=column_not_added(error),
+        integrity=f"{error}\n" + orphans_not_removed(error, error, error),
+        update=f"{error} Unable to execute statement\n" * 2,
+        maintenance="Query for grower displaynames failed\n")
 
 
-NO_VERSION_TABLE = every_statement_fails("no such table: tableVersion")
-NO_TABLES = NO_VERSION_TABLE
-READ_ONLY = Trouble(update="attempt to write a readonly database Unable to fetch row\n" * 2)
+NO_VERSION_TABLE = Trouble(
+    start_up=column_not_added("no such table: tableVersion"),
+    update="no such table: tableVersion Unable to execute statement\n" * 2)
+NO_TABLES = replace(
+    NO_VERSION_TABLE,
+    integrity=NO_TROUBLE.integrity + orphans_not_removed(
+        "no such table: PC_ProductConfig", "no such table: PC_MixToProductConfigBridge",
+        "no such table: PC_PlanterVarietyToProductConfigBridge"),
+    maintenance="Query for grower displaynames failed\n")
+READ_ONLY = Trouble(
+    integrity=NO_TROUBLE.integrity + orphans_not_removed(
+        *["attempt to write a readonly database"] * 3),
+    update="attempt to write a readonly database Unable to fetch row\n" * 2)
 # Statements on a connection that is not open fail without a text.
-NOT_OPEN = Trouble(start_up="unable to open database file Error opening database\n", update="\n\n")
+NOT_OPEN = Trouble(
+    start_up="unable to open database file Error opening database\n",
+    integrity="\n" + orphans_not_removed("", "", ""),
+    update="\n\n",
+    maintenance="Query for grower displaynames failed\n")
 
 
 def opening_line(current, target):
@@ -165,12 +192,12 @@ def expected_log(current, target, steps="", update=None, trouble=NO_TROUBLE):
     update is the version that the run records with the software version, None when it records
     nothing.
     """
-    log = trouble.start_up + opening_line(current, target) + steps
+    log = trouble.start_up + opening_line(current, target) + trouble.integrity + steps
     if update is not None:
         version, software = update
         log += (f"\n*****Updating version in DB to: {version} with software version: {software}\n"
                 + trouble.update)
-    return log
+    return log + trouble.maintenance
 
 
 @pytest.fixture
