@@ -5,6 +5,7 @@ import pathlib
 import shutil
 import subprocess
 import tempfile
+from contextlib import contextmanager
 from dataclasses import dataclass, replace
 
 import pytest
@@ -200,7 +201,13 @@ def expected_log(current, target, steps="", update=None, trouble=NO_TROUBLE):
     return log + trouble.maintenance
 
 
-@pytest.fixture
-def device():
+@contextmanager
+def scratch_device():
     with tempfile.TemporaryDirectory(prefix="device.") as root:
         yield Device(pathlib.Path(root))
+
+
+@pytest.fixture
+def device():
+    with scratch_device() as scratch:
+        yield scratch

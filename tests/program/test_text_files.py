@@ -1,7 +1,7 @@
 """The device's text files may be missing or hold anything."""
 
 import pytest
-from conftest import Trouble, expected_log
+from conftest import DATA, Trouble, expected_log, scratch_device
 
 MEGABYTE = "7" * 1024 * 1024
 
@@ -89,3 +89,60 @@ def test_directory_in_place_of_another_file_leaves_the_run_alone(device, file):
     getattr(device, file).mkdir()
     device.run("2")
     assert device.log() == expected_log(2, 2)
+
+
+@pytest.fixture(scope="module")
+def database_at_version_24():
+    with scratch_device() as device:
+        device.sql((DATA / "version_01.sql").read_text(encoding="utf-8"))
+        device.run("24")
+        return device.database.read_bytes()
+
+
+@pytest.mark.parametrize("content, on_board", [
+    pytest.param(b"TORVIKMAX\nold\n", True, id="first line"),
+    pytest.param(b"TORVIKMAX\r\n", True, id="CRLF"),
+    pytest.param(b"TORVIKMAX", True, id="no final newline"),
+    pytest.param(b"torvikmax\n", False, id="in other letters"),
+    pytest.param(b"TORVIKMAX \n", False, id="a blank behind it"),
+    pytest.param(b"TORVIKMAX\xff\n", False, id="not valid UTF-8"),
+    pytest.param(b"\nTORVIKMAX\n", False, id="empty first line"),
+    pytest.param(b"", False, id="empty"),
+    pytest.param(None, False, id="missing"),
+    pytest.param(b"TORVIKMAX" * 120000 + b"\n", False, id="a megabyte on one line"),
+])
+def test_only_the_platform_torvikmax_has_its_ports_on_board(
+        device, database_at_version_24, content, on_board):
+    device.database.write_bytes(database_at_version_24)
+    write(device.platform, content)
+    ports = device.sql("SELECT portName FROM serialDevices;")
+    device.run("25")
+    assert device.log() == expected_log(
+        24, 25, "Migration to version 25 was successful.\n", (25, ""))
+    if on_board:
+        ports = ports.replace("USB", "S").replace("ttymxc2", "gps1")
+    assert device.sql("SELECT portName FROM serialDevices;") == ports
+
+
+INSERTION = b"INSERT INTO soilSamples (place) VALUES('Wegrain')"
+
+
+@pytest.mark.parametrize("script", ["refMachines.sql", "refProducts.sql"])
+@pytest.mark.parametrize("content, log, places", [
+    pytest.param(None, "", [], id="missing"),
+    pytest.param(b"", "\n", [], id="empty: an empty statement fails without a text"),
+    pytest.param(b"\n" + INSERTION, "", ["Wegrain"], id="empty first line"),
+    pytest.param(INSERTION + b";\r\n" + INSERTION + b"\r\n", "", ["Wegrain", "Wegrain"], id="CRLF"),
+    pytest.param(INSERTION, "", ["Wegrain"], id="no final newline"),
+    pytest.param(INSERTION.replace(b"rain", b"\xff"), "", ["Weg\N{REPLACEMENT CHARACTER}"],
+                 id="not valid UTF-8"),
+    pytest.param(INSERTION.replace(b"Wegrain", MEGABYTE.encode()), "", [MEGABYTE],
+                 id="a megabyte on one line"),
+])
+def test_script_is_run_as_it_is_read(device, script, content, log, places):
+    device.install(version=2)
+    write(device.app / script, content)
+    device.run("2")
+    assert device.log() == expected_log(2, 2) + log
+    stored = device.sql("SELECT place FROM soilSamples WHERE id > 2;")
+    assert stored.splitlines() == places
