@@ -13,9 +13,13 @@ def test_copied_program_uses_the_files_beside_it(device, folder, locale):
     contents = device.contents()
     copy = device.with_program_in(folder)
     copy.install(version=1, stored="2.0", software="2.1")
+    for place in (device, copy):
+        (place.app / "refProducts.sql").write_text(
+            f"INSERT INTO soilSamples (place) VALUES('{place.app.name}')", encoding="utf-8")
     copy.run("2", locale=locale)
     assert copy.log() == expected_log(1, 2, STEP_2_DONE, (2, "2.1"))
     assert copy.versions() == "mainSqlDb|2|'2.1'\naltSqlDb|1|NULL\n"
+    assert copy.sql("SELECT place FROM soilSamples WHERE id > 2;") == f"{copy.app.name}\n"
     assert not device.log_file.exists()
     assert device.versions() == "mainSqlDb|1|'1.0'\naltSqlDb|1|NULL\n"
     assert device.contents() == contents

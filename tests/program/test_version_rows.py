@@ -1,7 +1,8 @@
 """The run takes the version rows as it finds them, odd values and missing rows included."""
 
 import pytest
-from conftest import NO_VERSION_TABLE, Trouble, column_not_added, expected_log, opening_line
+from conftest import (NO_VERSION_TABLE, PRODUCT_ROWS, PRODUCT_SETTINGS, Trouble, column_not_added,
+                      expected_log, opening_line)
 
 STEP_2_DONE = "Database migration to version 2 completed successfully!\n"
 
@@ -60,6 +61,17 @@ def test_stored_version_below_2_meets_the_step_to_2(device, literal, version):
     device.run("2")
     assert device.log() == expected_log(version, 2, STEP_2_DONE, (2, "1.2.3"))
     assert device.versions() == f"mainSqlDb|2|'1.2.3'\naltSqlDb|{version}|NULL\n"
+    assert device.contents() == contents
+
+
+def test_version_that_the_tables_have_not_reached_is_made_good(device):
+    device.install(version=2)
+    contents = device.contents()
+    device.sql("DROP TABLE productControl_productSettings;" + PRODUCT_SETTINGS[1] + PRODUCT_ROWS)
+    device.run("2")
+    assert device.log() == expected_log(
+        2, 2, "Corruption detected: applying update to db for version 2\n" + STEP_2_DONE)
+    assert device.versions() == "mainSqlDb|2|'1.2.3'\naltSqlDb|1|NULL\n"
     assert device.contents() == contents
 
 
