@@ -3,6 +3,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QTextCodec>
 #include <QtTest>
 
 namespace
@@ -86,6 +87,8 @@ private:
 
 void ConstructionTest::init()
 {
+    // Whatever locale the device boots with, its files and the log are UTF-8.
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
     device = std::make_unique<ScratchDevice>();
 }
 
@@ -430,6 +433,8 @@ void ConstructionTest::readSoftwareVersion_data()
     QTest::newRow("not only ASCII") << QByteArray("Größe 冬\n") << "Größe 冬";
     QTest::newRow("not valid UTF-8")
         << QByteArray("1.\xff.3\n") << QString("1.%1.3").arg(QChar(0xfffd));
+    QTest::newRow("a byte order mark of another encoding is not valid UTF-8 either")
+        << QByteArray("\xff\xfev12\n") << QString("%1%1").arg(QChar(0xfffd)) + "v12";
     QTest::newRow("a megabyte on one line") << QByteArray(1 << 20, '7') + "\n1.2.3\n"
                                             << QString(1 << 20, '7');
 }

@@ -44,6 +44,7 @@ private slots:
     void runsItsStagesInOrder();
     void walksBetweenAnyVersions_data();
     void walksBetweenAnyVersions();
+    void walksNowhere();
     void updateDatabaseVersion_data();
     void updateDatabaseVersion();
 
@@ -267,6 +268,22 @@ void DriverTest::walksBetweenAnyVersions()
 
     const QStringList expected = walk(sameFrom, sameTo);
     COMPARE_LINES(walk(from, to), expected);
+}
+
+void DriverTest::walksNowhere()
+{
+    device->sql(settingsAtVersion2);
+    recordVersions(2, 2, "''");
+    DatabaseMigrator &migrator = device->start({"2"});
+    device->takeLog();
+    const QStringList before = device->dump();
+
+    migrator.migrateForward();
+    migrator.migrateBackward();
+
+    QCOMPARE(device->takeLog(), QString());
+    QCOMPARE(migrator.currentVersion(), 2);
+    COMPARE_LINES(device->dump(), before);
 }
 
 void DriverTest::updateDatabaseVersion_data()
