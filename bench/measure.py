@@ -20,7 +20,6 @@ REBUILD = BUILD / "bench" / "rebuild"
 SHELL = pathlib.Path("/usr/bin/sqlite3")
 RAM_DISK = "/dev/shm"
 DISK = BUILD
-RUNS = 5
 
 
 def build():
@@ -89,7 +88,7 @@ class Device:
                                 program, *arguments)
         return int(report) / 1024
 
-    def against_shell(self, program, arguments, statements):
+    def against_shell(self, runs, program, arguments, statements):
         """Wall times of a program and of the sqlite3 shell that runs the same statements.
 
         Both begin with the database as it is now, in turn, and have to end with the same one.
@@ -111,15 +110,17 @@ class Device:
             dump = subprocess.run([SHELL, self.database, ".dump"], check=True, capture_output=True)
             return hashlib.sha256(dump.stdout).hexdigest()
 
-        program_times, shell_times, contents = [], [], set()
-        for _ in range(RUNS):
-            program_times.append(seconds(program, *arguments))
-            contents.add(content())
-            shell_times.append(seconds(SHELL, "-init", "/dev/null", "-bail", "/app/databases/my.db.sqlite"))
-            contents.add(content())
-        if len(contents) != 1:
+        times = {program: [], SHELL: []}
+        contents = {}
+        for _ in range(runs):
+            times[program].append(seconds(program, *arguments))
+            contents[program] = contents.get(program) or content()
+            times[SHELL].append(seconds(
+                SHELL, "-init", "/dev/null", "-bail", "/app/databases/my.db.sqlite"))
+            contents[SHELL] = contents.get(SHELL) or content()
+        if contents[program] != contents[SHELL]:
             sys.exit("The program and the sqlite3 shell did not end with the same database.")
-        return statistics.median(program_times), statistics.median(shell_times)
+        return statistics.median(times[program]), statistics.median(times[SHELL])
 
 
 @contextlib.contextmanager

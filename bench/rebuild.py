@@ -14,7 +14,7 @@ with measure.device(measure.RAM_DISK) as device:
         WITH RECURSIVE number(n) AS (VALUES(1) UNION ALL SELECT n + 1 FROM number WHERE n < {ROWS})
         INSERT INTO measured SELECT n, 'Feld №' || n, n / 7.0, 'obsolete', 'note' || n FROM number;
         ALTER TABLE tableVersion ADD COLUMN MirelVersion TEXT;""")
-    program, shell = device.against_shell(measure.REBUILD, [], """
+    program, shell = device.against_shell(21, measure.REBUILD, [], """
         PRAGMA foreign_keys = OFF;
         CREATE TABLE measured_temp (id INTEGER , name TEXT NOT NULL  , amount REAL DEFAULT 1.5 , \
 note TEXT , PRIMARY KEY(id) );

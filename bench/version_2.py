@@ -51,7 +51,7 @@ table.add("difference in MB", many - few, digits=1, at_most=10)
 
 with measure.device(measure.DISK) as device:
     fill(device, 20_000)
-    program, shell = device.against_shell(measure.PROGRAM, ["2"], statements(device))
+    program, shell = device.against_shell(5, measure.PROGRAM, ["2"], statements(device))
 table.add("seconds of the program over 20,000 rows", program, digits=2)
 table.add("seconds of the sqlite3 shell", shell, digits=2)
 table.add("ratio", program / shell, digits=2, at_most=1.10)
