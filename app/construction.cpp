@@ -71,7 +71,8 @@ void DatabaseMigrator::openDatabase()
         firstValue("SELECT version FROM tableVersion WHERE tableName = 'mainSqlDb'").toInt();
     addColumnIfNotExists("tableVersion", "MirelVersion", "TEXT");
     m_storedMirelVersion =
-        firstValue("SELECT MirelVersion FROM tableVersion WHERE tableName = 'mainSqlDb'").toString();
+        firstValue("SELECT MirelVersion FROM tableVersion WHERE tableName = 'mainSqlDb'")
+            .toString();
     m_alternateVersion =
         firstValue("SELECT version FROM tableVersion WHERE tableName = 'altSqlDb'").toInt();
 }

@@ -1,10 +1,8 @@
 #include "app/database_migrator.h"
 
-#include <QSqlError>
-#include <QSqlQuery>
-
 void DatabaseMigrator::runMigration()
 {
+    checkDatabaseIntegrity();
     const bool upToDate = !m_targetTakenFromAlternate && !m_migrationNeeded &&
                           m_storedMirelVersion == m_softwareVersion;
     if (!upToDate) {
@@ -17,6 +15,10 @@ void DatabaseMigrator::runMigration()
         }
         updateDatabaseVersion();
     }
+    runSqlScript(applicationDirPath() + "/refMachines.sql");
+    runSqlScript(applicationDirPath() + "/refProducts.sql");
+    renameDuplicateFiles();
+    renameDuplicateNames();
 }
 
 // Both walks follow the registries, not the current version: a step that fails stops nothing, and
@@ -49,18 +51,9 @@ void DatabaseMigrator::updateDatabaseVersion()
     logMessage(QString("\n*****Updating version in DB to: %1 with software version: %2")
                    .arg(version, m_softwareVersion));
     executeOrLogError(
-        QString("UPDATE tableVersion SET version = %1, MirelVersion = '%2' WHERE tableName = 'mainSqlDb'")
+        QString(
+            "UPDATE tableVersion SET version = %1, MirelVersion = '%2' WHERE tableName = 'mainSqlDb'")
             .arg(version, m_softwareVersion));
     executeOrLogError(QString("UPDATE tableVersion SET version = %1 WHERE tableName = 'altSqlDb'")
                           .arg(m_alternateVersion));
-}
-
-bool DatabaseMigrator::executeOrLogError(const QString &sql)
-{
-    QSqlQuery query;
-    if (query.exec(sql)) {
-        return true;
-    }
-    logMessage(query.lastError().text());
-    return false;
 }

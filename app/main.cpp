@@ -12,6 +12,7 @@ int main(int argc, char **argv)
     qInstallMessageHandler(discardMessage);
     try {
         DatabaseMigrator migrator(argc, argv);
+        migrator.syncPartNumber();
         migrator.runMigration();
     } catch (...) {
         // Without a handler the stack would not be unwound: the connection and the log would stay

@@ -49,8 +49,7 @@ void DatabaseMigrator::updateToVersion2()
     };
     settings.renameBack =
         "ALTER TABLE productControl_productSettings_old RENAME TO productControl_productSettings";
-    settings.insertFailure =
-        "Database migration failed in updateToVersion2()!  The error was: ";
+    settings.insertFailure = "Database migration failed in updateToVersion2()!  The error was: ";
 
     if (const auto failure = recreateTable(settings)) {
         logMessage(failure->line + inLatin1(failure->errorText));
@@ -94,8 +93,7 @@ void DatabaseMigrator::revertFromVersion2()
     };
     settings.renameBack =
         "ALTER TABLE productControl_productSettings_old RENAME TO productControl_productSettings";
-    settings.insertFailure =
-        "Database migration failed in revertFromVersion2()!  The error was: ";
+    settings.insertFailure = "Database migration failed in revertFromVersion2()!  The error was: ";
 
     if (const auto failure = recreateTable(settings)) {
         logMessage(failure->line + inLatin1(failure->errorText));

@@ -1,16 +1,14 @@
 #include "app/database_migrator.h"
 #include "schema/statements.h"
 
-#include <QSqlError>
 #include <QSqlQuery>
 #include <QSqlRecord>
 
 bool DatabaseMigrator::tableExists(const QString &table) const
 {
     QSqlQuery query = forwardOnlyQuery();
-    return query.exec(
-               QString("SELECT name FROM sqlite_master WHERE type='table' AND name='%1'")
-                   .arg(table)) &&
+    return query.exec(QString("SELECT name FROM sqlite_master WHERE type='table' AND name='%1'")
+                          .arg(table)) &&
            query.next();
 }
 
@@ -39,9 +37,8 @@ TableInfo DatabaseMigrator::getTableInfo(const QString &table) const
             info.primaryKeyPositions << query.value(5).toString();
         }
     }
-    if (query.exec(
-            QString("SELECT sql FROM (SELECT * FROM sqlite_master) WHERE tbl_name = '%1'")
-                .arg(table)) &&
+    if (query.exec(QString("SELECT sql FROM (SELECT * FROM sqlite_master) WHERE tbl_name = '%1'")
+                       .arg(table)) &&
         query.next()) {
         info.createText = query.value(0).toString();
     }
@@ -101,16 +98,4 @@ bool DatabaseMigrator::dropTable(const QString &table)
         QString("DROP TABLE IF EXISTS %1").arg(table),
         QString("DatabaseMigrator::dropTable - Failed to drop table named %1").arg(table),
         "DatabaseMigrator::dropTable - %1");
-}
-
-bool DatabaseMigrator::executeOrLogFailure(
-    const QString &sql, const QString &failureLine, const QString &errorLine)
-{
-    QSqlQuery query;
-    if (query.exec(sql)) {
-        return true;
-    }
-    logMessage(failureLine);
-    logMessage(errorLine.arg(query.lastError().text()));
-    return false;
 }

@@ -59,10 +59,11 @@ bool DatabaseMigrator::dropColumnSaveParameters(const QString &table, const QStr
         query.exec(QString("ALTER TABLE %1_temp RENAME TO %1").arg(table));
     if (!tableRebuilt) {
         logMessage(
-            QString("DatabaseMigrator::dropColumnSaveParameters - Failed to drop column named %1 to %2")
+            QString(
+                "DatabaseMigrator::dropColumnSaveParameters - Failed to drop column named %1 to %2")
                 .arg(column, table));
-        logMessage(
-            QString("DatabaseMigrator::dropColumnSaveParameters - %1").arg(query.lastError().text()));
+        logMessage(QString("DatabaseMigrator::dropColumnSaveParameters - %1")
+                       .arg(query.lastError().text()));
     }
     query.exec("PRAGMA foreign_keys = ON");
     return tableRebuilt;

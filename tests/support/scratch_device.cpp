@@ -124,8 +124,7 @@ private:
 using Refusals = std::vector<std::pair<int, QByteArray>>;
 Refusals refusals;
 
-int authorize(
-    void *, int action, const char *first, const char *, const char *, const char *)
+int authorize(void *, int action, const char *first, const char *, const char *, const char *)
 {
     for (const auto &[refused, object] : refusals) {
         if (refused == action && (object.isEmpty() || object == first)) {
@@ -135,8 +134,8 @@ int authorize(
     return SQLITE_OK;
 }
 
-void setAuthorizer(int (*authorizer)(
-    void *, int, const char *, const char *, const char *, const char *))
+void setAuthorizer(
+    int (*authorizer)(void *, int, const char *, const char *, const char *, const char *))
 {
     const QVariant handle = QSqlDatabase::database().driver()->handle();
     sqlite3_set_authorizer(*static_cast<sqlite3 *const *>(handle.constData()), authorizer, nullptr);

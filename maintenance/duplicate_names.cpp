@@ -1,0 +1,169 @@
+#include "app/database_migrator.h"
+#include "maintenance/equal_names.h"
+#include "schema/statements.h"
+
+/// The statements and log lines for one name.
+struct RenameTexts {
+    QString select; ///< finds the ids of all records with the name in its scope
+    QString selectFailure;
+    QString update; ///< with %1 for the new name and %2 for the id
+    std::function<QString(const QString &newName)> updateFailure;
+};
+
+namespace
+{
+/// Restricts a pass to the rows that matter, where the tables allow it.
+/// @return false when there is nothing to do at all
+bool prepare(EqualNames &names)
+{
+    if (!names.isOrdinary()) {
+        return true;
+    }
+    if (names.nothingToDo()) {
+        return false;
+    }
+    names.selectRows();
+    return true;
+}
+} // namespace
+
+void DatabaseMigrator::renameDuplicateFiles()
+{
+    EqualNames files(
+        "files", {"typeId", "growerId", "farmId", "fieldId"}, "typeId BETWEEN 1 AND 11");
+    // The table is read by position, whatever column stands there.
+    const QStringList columns = getTableInfo("files").columnNames;
+    const bool columnsInPlace = columns.value(2) == "displayName" && columns.value(5) == "typeId" &&
+                                columns.value(7) == "growerId" && columns.value(8) == "farmId" &&
+                                columns.value(9) == "fieldId";
+    if (columnsInPlace && !prepare(files)) {
+        return;
+    }
+    for (int type = 1; type <= 11; ++type) {
+        files.forEachRow(
+            QString("SELECT * FROM files WHERE typeId=%1").arg(type),
+            type,
+            [&](const QSqlQuery &file) { renameEqualFiles(files, file); });
+    }
+}
+
+void DatabaseMigrator::renameDuplicateNames()
+{
+    EqualNames fields("fields", {"farmId"});
+    EqualNames farms("farms", {"growerId"}, "true", &fields);
+    EqualNames growers("growers", {}, "true", &farms);
+    if (!prepare(growers)) {
+        return;
+    }
+    const auto visitFarm = [&](qint64 growerId, const QString &name, qint64 farmId) {
+        renameEqualFarms(farms, growerId, name);
+        if (!fields.forEachRow(
+                QString("SELECT displayName FROM fields WHERE farmId=%1").arg(farmId),
+                farmId,
+                [&](const QSqlQuery &field) {
+                    renameEqualFields(fields, farmId, field.value(0).toString());
+                })) {
+            logMessage("Query for fields of the farm failed");
+        }
+    };
+    const auto visitGrower = [&](qint64 growerId, const QString &name) {
+        renameEqualGrowers(growers, name);
+        if (!farms.forEachRow(
+                QString("SELECT displayName, id FROM farms WHERE growerId=%1").arg(growerId),
+                growerId,
+                [&](const QSqlQuery &farm) {
+                    visitFarm(growerId, farm.value(0).toString(), farm.value(1).toLongLong());
+                })) {
+            logMessage("Query for farms of the grower failed");
+        }
+    };
+    if (!growers.forEachRow("SELECT id, displayName FROM growers", 0, [&](const QSqlQuery &grower) {
+            visitGrower(grower.value(0).toLongLong(), grower.value(1).toString());
+        })) {
+        logMessage("Query for grower displaynames failed");
+    }
+}
+
+void DatabaseMigrator::renameEqualFiles(EqualNames &files, const QSqlQuery &file)
+{
+    const QString name = file.value(2).toString();
+    const qint64 typeId = file.value(5).toLongLong();
+    const qint64 growerId = file.value(7).toLongLong();
+    const qint64 farmId = file.value(8).toLongLong();
+    const qint64 fieldId = file.value(9).toLongLong();
+    RenameTexts texts;
+    texts.select = QString("SELECT id FROM files WHERE typeId=%1 AND displayName='%2' "
+                           "AND growerId=%3 AND farmId=%4 AND fieldId=%5")
+                       .arg(
+                           QString::number(typeId),
+                           name,
+                           QString::number(growerId),
+                           QString::number(farmId),
+                           QString::number(fieldId));
+    texts.selectFailure = "duplicate file query failed";
+    texts.update = "UPDATE files SET displayName='%1' WHERE id=%2";
+    // Kept on purpose, shipped devices rely on it: the new name here, the old one for the others.
+    texts.updateFailure = [](const QString &newName) {
+        return QString("Failed to rename file %1").arg(newName);
+    };
+    renameAllButFirst(files, {typeId, growerId, farmId, fieldId}, name, texts);
+}
+
+void DatabaseMigrator::renameEqualGrowers(EqualNames &growers, const QString &name)
+{
+    RenameTexts texts;
+    texts.select = QString("SELECT id FROM growers WHERE displayName='%1'").arg(name);
+    texts.selectFailure = "Query for duplicate grower names failed";
+    texts.update = "UPDATE growers SET displayName='%1' WHERE id=%2";
+    texts.updateFailure = [&](const QString &) {
+        return QString("Failed to rename grower: %1").arg(name);
+    };
+    renameAllButFirst(growers, {}, name, texts);
+}
+
+void DatabaseMigrator::renameEqualFarms(EqualNames &farms, qint64 growerId, const QString &name)
+{
+    RenameTexts texts;
+    texts.select = QString("SELECT id FROM farms WHERE displayName='%1' AND growerId=%2")
+                       .arg(name, QString::number(growerId));
+    texts.selectFailure = "Query for duplicate farm names failed";
+    texts.update = "UPDATE farms SET displayName='%1' WHERE id=%2";
+    texts.updateFailure = [&](const QString &) {
+        return QString("Failed to rename farm: %1").arg(name);
+    };
+    renameAllButFirst(farms, {growerId}, name, texts);
+}
+
+void DatabaseMigrator::renameEqualFields(EqualNames &fields, qint64 farmId, const QString &name)
+{
+    RenameTexts texts;
+    texts.select = QString("SELECT id FROM fields WHERE displayName='%1' AND farmId=%2")
+                       .arg(name, QString::number(farmId));
+    texts.selectFailure = "Query for duplicate field names failed";
+    texts.update = "UPDATE fields SET displayName='%1' WHERE id=%2";
+    texts.updateFailure = [&](const QString &) {
+        return QString("Failed to rename field: %1").arg(name);
+    };
+    renameAllButFirst(fields, {farmId}, name, texts);
+}
+
+void DatabaseMigrator::renameAllButFirst(
+    EqualNames &names, const QVector<qint64> &scope, const QString &name, const RenameTexts &texts)
+{
+    QSqlQuery equals = forwardOnlyQuery();
+    if (!equals.exec(texts.select + names.among(scope, name))) {
+        logMessage(texts.selectFailure);
+        return;
+    }
+    equals.next();
+    int counter = 1;
+    while (equals.next()) {
+        const qint64 id = equals.value(0).toLongLong();
+        const QString newName = name + "_" + QString::number(++counter);
+        if (execute(texts.update.arg(newName, QString::number(id)))) {
+            names.rowRenamed(id, scope, name, newName);
+        } else {
+            logMessage(texts.updateFailure(newName));
+        }
+    }
+}
