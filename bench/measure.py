@@ -16,6 +16,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build" / "bench"
 PROGRAM = BUILD / "database-migrator"
 MINIMAL_RUN = BUILD / "bench" / "minimal_run"
+RECORD_STATEMENTS = BUILD / "bench" / "librecord_statements.so"
 REBUILD = BUILD / "bench" / "rebuild"
 SHELL = pathlib.Path("/usr/bin/sqlite3")
 RAM_DISK = "/dev/shm"
@@ -31,7 +32,8 @@ def build():
 
     run("bash", "-euc", ". tools/packages.sh; install_packages bench")
     run("cmake", "--preset", "release", "-B", BUILD, "-DDATABASE_MIGRATOR_TESTS=ON")
-    run("cmake", "--build", BUILD, "--target", "database-migrator", "minimal_run", "rebuild")
+    run("cmake", "--build", BUILD, "--target", "database-migrator", "minimal_run",
+        "record_statements", "rebuild")
 
 
 def newest_version():
@@ -56,11 +58,19 @@ class Device:
         return subprocess.run([SHELL, "-bail", self.database], input=statements, check=True,
                               stdout=subprocess.PIPE, encoding="utf-8").stdout
 
-    def run(self, program, *arguments, stdin=subprocess.DEVNULL):
+    def run(self, program, *arguments, options="", stdin=subprocess.DEVNULL):
+        """Runs a program; the options are further ones for the sandbox."""
         subprocess.run(
             [ROOT / "tests" / "support" / "on_device.sh", self.root, program, *arguments],
-            env=dict(os.environ, DEVICE_OPTIONS="--ro-bind-try /usr/libexec /usr/libexec"),
+            env=dict(os.environ, DEVICE_OPTIONS=options),
             check=True, stdin=stdin, stdout=subprocess.DEVNULL)
+
+    def record_statements(self, program, *arguments):
+        """Runs a program and returns the file with the statements that it ran."""
+        shutil.copy(RECORD_STATEMENTS, self.app)
+        self.run(program, *arguments, options="--setenv RECORDED_STATEMENTS /app/statements "
+                 "--setenv LD_PRELOAD /app/" + RECORD_STATEMENTS.name)
+        return "/app/statements"
 
     def run_under(self, tool, *options_program_arguments):
         """Runs a program under a tool that writes /app/report, and returns the report."""
@@ -69,7 +79,7 @@ class Device:
             if isinstance(word, pathlib.Path):
                 shutil.copy(word, self.app)
                 words[position] = "/app/" + word.name
-        self.run(tool, *words)
+        self.run(tool, *words, options="--ro-bind-try /usr/libexec /usr/libexec")
         return (self.app / "report").read_text()
 
     def instructions(self, program, *arguments):
@@ -88,15 +98,18 @@ class Device:
                                 program, *arguments)
         return int(report) / 1024
 
-    def against_shell(self, runs, program, arguments, statements):
+    def against_shell(self, runs, program, *arguments):
         """Wall times of a program and of the sqlite3 shell that runs the same statements.
 
         Both begin with the database as it is now, in turn, and have to end with the same one.
         Returns the medians in seconds."""
         original = self.root / "original.sqlite"
         shutil.copy(self.database, original)
+        self.record_statements(program, *arguments)
+        statements = (self.app / "statements").read_text(encoding="utf-16-le")
         script = self.root / "statements.sql"
-        script.write_text(statements, encoding="utf-8")
+        script.write_text(statements.replace("\0", ";\n"), encoding="utf-8")
+        content = self.content()
 
         def seconds(*run):
             shutil.copy(original, self.database)
@@ -106,21 +119,18 @@ class Device:
                 self.run(*run, stdin=stdin)
                 return time.monotonic() - begin
 
-        def content():
-            dump = subprocess.run([SHELL, self.database, ".dump"], check=True, capture_output=True)
-            return hashlib.sha256(dump.stdout).hexdigest()
-
-        times = {program: [], SHELL: []}
-        contents = {}
+        program_times, shell_times = [], []
         for _ in range(runs):
-            times[program].append(seconds(program, *arguments))
-            contents[program] = contents.get(program) or content()
-            times[SHELL].append(seconds(
+            program_times.append(seconds(program, *arguments))
+            shell_times.append(seconds(
                 SHELL, "-init", "/dev/null", "-bail", "/app/databases/my.db.sqlite"))
-            contents[SHELL] = contents.get(SHELL) or content()
-        if contents[program] != contents[SHELL]:
-            sys.exit("The program and the sqlite3 shell did not end with the same database.")
-        return statistics.median(times[program]), statistics.median(times[SHELL])
+        if self.content() != content:
+            sys.exit("The sqlite3 shell did not end with the database of the program.")
+        return statistics.median(program_times), statistics.median(shell_times)
+
+    def content(self):
+        dump = subprocess.run([SHELL, self.database, ".dump"], check=True, capture_output=True)
+        return hashlib.sha256(dump.stdout).digest()
 
 
 @contextlib.contextmanager

@@ -3,23 +3,26 @@
 #include <QSqlDatabase>
 #include <QSqlQuery>
 
-/// The least that a Qt program needs for running the statements of a file, one a line, on a
-/// database: minimal_run DATABASE STATEMENTS
+/// The least that a Qt program needs for running statements on a database:
+/// minimal_run DATABASE STATEMENTS, the statements as record_statements writes them.
 int main(int argc, char **argv)
 {
     const QCoreApplication application(argc, argv);
     QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE");
     database.setDatabaseName(argv[1]);
-    QFile statements(argv[2]);
-    if (!database.open() || !statements.open(QIODevice::ReadOnly)) {
+    QFile file(argv[2]);
+    if (!database.open() || !file.open(QIODevice::ReadOnly)) {
         return 1;
     }
-    while (!statements.atEnd()) {
+    const QByteArray statements = file.readAll();
+    const auto *statement = reinterpret_cast<const char16_t *>(statements.constData());
+    const auto *const end = statement + statements.size() / 2;
+    while (statement != end) {
+        const QString sql = QString::fromUtf16(statement);
+        statement += sql.size() + 1;
         QSqlQuery query;
         query.setForwardOnly(true);
-        if (!query.exec(QString::fromUtf8(statements.readLine()))) {
-            return 1;
-        }
+        query.exec(sql);
         while (query.next()) {
         }
     }

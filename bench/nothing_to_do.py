@@ -1,8 +1,6 @@
 #!/usr/bin/python3
 """A run with nothing to do: instructions of the whole process and writes that wait for the disk."""
 
-import shutil
-
 import measure
 
 measure.build()
@@ -10,10 +8,9 @@ newest = measure.newest_version()
 table = measure.Table("A run with nothing to do")
 with measure.device(measure.DISK) as device:
     device.run(measure.PROGRAM, newest)
-    shutil.copy(measure.ROOT / "bench" / "nothing_to_do.sql", device.app)
+    statements = device.record_statements(measure.PROGRAM, newest)
     program = device.instructions(measure.PROGRAM, newest)
-    minimal = device.instructions(
-        measure.MINIMAL_RUN, "/app/databases/my.db.sqlite", "/app/nothing_to_do.sql")
+    minimal = device.instructions(measure.MINIMAL_RUN, "/app/databases/my.db.sqlite", statements)
     table.add("instructions of the program", program)
     table.add("instructions of minimal_run", minimal)
     table.add("ratio", program / minimal, digits=2, at_most=1.10)

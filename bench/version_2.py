@@ -3,36 +3,14 @@
 
 import measure
 
-TABLE = "productControl_productSettings"
-
 
 def fill(device, rows):
     device.sql(f"""
-        DELETE FROM {TABLE};
+        DELETE FROM productControl_productSettings;
         WITH RECURSIVE number(n) AS (VALUES(1) UNION ALL SELECT n + 1 FROM number WHERE n < {rows})
-        INSERT INTO {TABLE} SELECT format('product-%07d', n), 'Produkt №' || n, n % 5000 + 0.5,
+        INSERT INTO productControl_productSettings
+        SELECT format('product-%07d', n), 'Produkt №' || n, n % 5000 + 0.5,
             (SELECT max(id) FROM MC_MachineConfig), 40.25, n / 1000 + 0.125, n % 70 FROM number;""")
-
-
-def statements(device):
-    """What the program runs, with the rows of the database as it is now."""
-    inserts = device.sql(f"""
-        SELECT format('INSERT OR REPLACE INTO {TABLE} VALUES(%Q, %Q, %g, %d, %g, %g, %g, 0);',
-            productId, displayName, tankCapacity, machineConfigId, maxAchievableRate,
-            timeToApplication, lastAppliedRate) FROM {TABLE};""")
-    return f"""
-        PRAGMA foreign_keys = ON;
-        ALTER TABLE tableVersion ADD COLUMN MirelVersion TEXT;
-        ALTER TABLE {TABLE} RENAME TO {TABLE}_old;
-        CREATE TABLE IF NOT EXISTS {TABLE} (productId varchar(40), displayName varchar(40), \
-tankCapacity REAL, machineConfigId INTEGER, maxAchievableRate REAL, timeToApplication REAL, \
-lastAppliedRate REAL, calibratedInUsUnits BOOLEAN DEFAULT 0, PRIMARY KEY (productId, \
-machineConfigId),FOREIGN KEY (machineConfigId) REFERENCES MC_MachineConfig(id) ON DELETE CASCADE);
-        SELECT * FROM {TABLE}_old;
-        {inserts}
-        DROP TABLE IF EXISTS {TABLE}_old;
-        UPDATE tableVersion SET version = 2, MirelVersion = '4.2.0' WHERE tableName = 'mainSqlDb';
-        UPDATE tableVersion SET version = 1 WHERE tableName = 'altSqlDb';"""
 
 
 def megabytes(rows):
@@ -51,7 +29,7 @@ table.add("difference in MB", many - few, digits=1, at_most=10)
 
 with measure.device(measure.DISK) as device:
     fill(device, 20_000)
-    program, shell = device.against_shell(5, measure.PROGRAM, ["2"], statements(device))
+    program, shell = device.against_shell(5, measure.PROGRAM, "2")
 table.add("seconds of the program over 20,000 rows", program, digits=2)
 table.add("seconds of the sqlite3 shell", shell, digits=2)
 table.add("ratio", program / shell, digits=2, at_most=1.10)
