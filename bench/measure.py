@@ -36,11 +36,6 @@ def build():
         "record_statements", "rebuild")
 
 
-def newest_version():
-    registry = (ROOT / "app" / "registry.cpp").read_text(encoding="utf-8")
-    return re.findall(r"^ *\{(\d+),", registry, re.MULTILINE)[-1]
-
-
 class Device:
     """A scratch device with a database at version 1."""
 

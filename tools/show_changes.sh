@@ -19,7 +19,8 @@ section() {
     local rows
     rows=$(sql "column --wrap 80 --wordwrap on")
     printf '\n%s\n\n' "$1"
-    sed 's/^/  /; s/ *$//' <<<"${rows:-$2}"
+    # Where one row is wrapped the shell sets all of them apart by empty lines.
+    sed '/^$/d; s/^/  /; s/ *$//' <<<"${rows:-$2}"
 }
 
 section "Recorded versions" "none" <<'END'
@@ -76,10 +77,13 @@ CREATE TEMP VIEW partChanges AS
     FULL JOIN (SELECT * FROM parts WHERE side = 'after') AS new
     ON new.tableName = old.tableName COLLATE NOCASE AND new.part = old.part COLLATE NOCASE
     WHERE new.description IS NOT old.description;
-SELECT tableName AS "table", change
-FROM (SELECT * FROM tableChanges UNION ALL SELECT * FROM partChanges
-      WHERE tableName NOT IN (SELECT tableName FROM tableChanges))
-ORDER BY tableName COLLATE NOCASE;
+CREATE TEMP TABLE changes AS
+    SELECT * FROM tableChanges
+    UNION ALL
+    SELECT * FROM partChanges WHERE tableName NOT IN (SELECT tableName FROM tableChanges)
+    ORDER BY tableName COLLATE NOCASE;
+SELECT iif(tableName = lag(tableName) OVER (ORDER BY rowid), '', tableName) AS "table", change
+FROM changes ORDER BY rowid;
 END
 
 # Every table's number of rows, and of the rows whose values the same columns did not hold before.
