@@ -15,6 +15,7 @@ mirror=${1:-http://deb.debian.org/debian}
 if [ -z "${BARE_TREE:-}" ]; then
     tree=$(mktemp -d "${TMPDIR:-/tmp}/bare_tree.XXXXXX")
     trap 'rm -rf --one-file-system "$tree"' EXIT
+    chmod 755 "$tree" # for apt's own user
     BARE_TREE=$tree unshare --mount --propagation private "$(realpath "${BASH_SOURCE[0]}")" "$mirror"
     exit
 fi
@@ -32,14 +33,19 @@ mount -t proc proc "$tree/proc"
 in_tree() {
     printf '\n==== %s\n' "$*"
     env --ignore-environment PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root \
-        chroot "$tree" bash -euc "$*" </dev/null
+        "${without[@]}" chroot "$tree" bash -euc "$*" </dev/null
 }
 
+without=()
 in_tree "cd /root/clone && . tools/packages.sh && install_packages program"
 in_tree "cp -r /root/clone /root/plain && cd /root/plain && cmake -S . -B build && cmake --build build"
 in_tree "mkdir -p /root/app/databases && cp /root/plain/build/database-migrator /root/app &&
     /root/app/database-migrator 1 && cat /root/app/databases/sqlMigrationErrorLog.txt"
-in_tree "/root/clone/demo.sh"
-in_tree "/root/clone/demo.sh 1"
+in_tree "cd / && root/clone/demo.sh"
 in_tree "cd / && root/clone/test.sh"
-in_tree "cd /root/clone && tests/../test.sh && git status --short"
+
+# Once more, without the network.
+without=(unshare --net)
+in_tree "/root/clone/demo.sh 1"
+in_tree "/root/clone/test.sh"
+in_tree "cd /root/clone && ./demo.sh --fresh 2 && ! git status --short 2>/dev/null | grep ."

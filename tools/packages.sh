@@ -10,11 +10,11 @@ install_packages() {
     mapfile -t missing < <(comm -23 <(echo "$needed") <(installed_packages | sort))
     [ ${#missing[@]} -gt 0 ] || return 0
 
-    echo "Installing the Debian packages: ${missing[*]}"
+    echo "Installing the Debian packages ${missing[*]}; this takes a while"
     # The lists of a bare system are empty or old. A source that is out of reach may be one that
     # nothing is needed from: what counts is whether the packages come.
     as_root apt-get -qq update || true
-    as_root apt-get -qq install --yes --no-install-recommends "${missing[@]}" && return 0
+    as_root apt-get -qq install --yes --no-install-recommends "${missing[@]}" >/dev/null && return 0
 
     echo "These packages could not be installed: ${missing[*]}" >&2
     echo "It takes a Debian 12, root or sudo, and a package source in reach." >&2
