@@ -5,8 +5,8 @@
 
 namespace
 {
-constexpr qint64 mostTags = 4096;
-constexpr qint64 mostCharacters = 1024 * 1024;
+constexpr qint64 mostTags = 4'096;
+constexpr qint64 mostCharacters = 1'000'000;
 
 /// Decodes an XML file as the parser does, by its byte order mark or its declared encoding.
 QString decoded(const QByteArray &content)
