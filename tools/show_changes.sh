@@ -80,10 +80,10 @@ CREATE TEMP VIEW partChanges AS
 CREATE TEMP TABLE changes AS
     SELECT * FROM tableChanges
     UNION ALL
-    SELECT * FROM partChanges WHERE tableName NOT IN (SELECT tableName FROM tableChanges)
-    ORDER BY tableName COLLATE NOCASE;
-SELECT iif(tableName = lag(tableName) OVER (ORDER BY rowid), '', tableName) AS "table", change
-FROM changes ORDER BY rowid;
+    SELECT * FROM partChanges WHERE tableName NOT IN (SELECT tableName FROM tableChanges);
+SELECT iif(tableName = lag(tableName) OVER inOrder, '', tableName) AS "table", change FROM changes
+WINDOW inOrder AS (ORDER BY tableName COLLATE NOCASE, substr(change, 1, 1), rowid)
+ORDER BY tableName COLLATE NOCASE, substr(change, 1, 1), rowid;
 END
 
 # Every table's number of rows, and of the rows whose values the same columns did not hold before.
@@ -116,5 +116,5 @@ SELECT tableName AS "table", ifnull(before, '-') AS "rows before", ifnull(after,
     ifnull(changed, '-') AS "with new values"
 FROM rows WHERE before IS NOT after OR changed > 0
 UNION ALL
-SELECT format('all %d tables', count(after)), sum(before), sum(after), sum(changed) FROM rows;
+SELECT 'all tables', sum(before), sum(after), sum(changed) FROM rows;
 END
