@@ -140,6 +140,166 @@ public:
     void revertFromVersion2();
     bool getUpdate2Applied() const;
 
+    // Version 3: the switch of the Ombrix master settings.
+    void updateToVersion3();
+    void revertFromVersion3();
+    bool getUpdate3Applied() const;
+
+    // Version 4: whether the language was selected.
+    void updateToVersion4();
+    void revertFromVersion4();
+    bool getUpdate4Applied() const;
+
+    // Version 5: fences of equipment sections.
+    void updateToVersion5();
+    void revertFromVersion5();
+    bool getUpdate5Applied() const;
+
+    // Version 6: ISO node names of section groups.
+    void updateToVersion6();
+    void revertFromVersion6();
+    bool getUpdate6Applied() const;
+
+    // Version 7: files move under the program directory, transfers start afresh.
+    void updateToVersion7();
+    void revertFromVersion7();
+    bool getUpdate7Applied() const;
+
+    // Version 8: decimal marks in the user profiles.
+    void updateToVersion8();
+    void revertFromVersion8();
+    bool getUpdate8Applied() const;
+
+    // Version 9: machine systems without a last used configuration go.
+    void updateToVersion9();
+    void revertFromVersion9();
+    bool getUpdate9Applied() const;
+
+    // Version 10: boom capacities without machine and section group.
+    void updateToVersion10();
+    void revertFromVersion10();
+    bool getUpdate10Applied() const;
+
+    // Version 11: start and end of file transfers, and the date formats of the user profiles.
+    void updateToVersion11();
+    void revertFromVersion11();
+    bool getUpdate11Applied() const;
+
+    // Version 12: section types and names, and the on-screen switchbox.
+    void updateToVersion12();
+    void revertFromVersion12();
+    bool getUpdate12Applied() const;
+
+    // Version 13: acceptance of the end-user agreement.
+    void updateToVersion13();
+    void revertFromVersion13();
+    bool getUpdate13Applied() const;
+
+    // Version 14: GPS filter level in the preferred solutions.
+    void updateToVersion14();
+    void revertFromVersion14();
+    bool getUpdate14Applied() const;
+
+    // Version 15: ECU offsets of section groups.
+    void updateToVersion15();
+    void revertFromVersion15();
+    bool getUpdate15Applied() const;
+
+    // Version 16: full locale codes for the language of the user profiles.
+    void updateToVersion16();
+    void revertFromVersion16();
+    bool getUpdate16Applied() const;
+
+    // Version 17: the internal GPS receiver's settings become those of supported receivers.
+    void updateToVersion17();
+    void revertFromVersion17();
+    bool getUpdate17Applied() const;
+
+    // Version 18: guidance type of job profiles.
+    void updateToVersion18();
+    void revertFromVersion18();
+    bool getUpdate18Applied() const;
+
+    // Version 19: the on-screen switchbox per machine configuration.
+    void updateToVersion19();
+    void revertFromVersion19();
+    bool getUpdate19Applied() const;
+
+    // Version 20: backing-up warning and audio volume in the user profiles.
+    void updateToVersion20();
+    void revertFromVersion20();
+    bool getUpdate20Applied() const;
+
+    // Version 21: a list of GPS receivers in place of the preferred solution.
+    void updateToVersion21();
+    void revertFromVersion21();
+    bool getUpdate21Applied() const;
+
+    // Version 22: ISO identifiers and names of growers, farms and fields.
+    void updateToVersion22();
+    void revertFromVersion22();
+    bool getUpdate22Applied() const;
+
+    // Version 23: mix set-up of product control.
+    void updateToVersion23();
+    void revertFromVersion23();
+    bool getUpdate23Applied() const;
+
+    // Version 24: corrected coverage in the Ombrix master settings.
+    void updateToVersion24();
+    void revertFromVersion24();
+    bool getUpdate24Applied() const;
+
+    // Version 25: original names of growers, farms and fields, and serial port names.
+    void updateToVersion25();
+    void revertFromVersion25();
+    bool getUpdate25Applied() const;
+
+    // Version 26: standard deviations of correction services, and an empty pool.
+    void updateToVersion26();
+    void revertFromVersion26();
+    bool getUpdate26Applied() const;
+
+    // Version 27: a primary key for the ingredients of a mix.
+    void updateToVersion27();
+    void revertFromVersion27();
+    bool getUpdate27Applied() const;
+
+    // Version 28: the camera's reverse pop-up.
+    void updateToVersion28();
+    void revertFromVersion28();
+    bool getUpdate28Applied() const;
+
+    // Version 29: reverse sense is hardwired, no longer remote.
+    void updateToVersion29();
+    void revertFromVersion29();
+    bool getUpdate29Applied() const;
+
+    // Version 30: the wireless switch.
+    void updateToVersion30();
+    void revertFromVersion30();
+    bool getUpdate30Applied() const;
+
+    // Version 31: identifiers of carriers, mixes and planter varieties.
+    void updateToVersion31();
+    void revertFromVersion31();
+    bool getUpdate31Applied() const;
+
+    // Version 32: work order maps follow their file, and cloud jobs.
+    void updateToVersion32();
+    void revertFromVersion32();
+    bool getUpdate32Applied() const;
+
+    // Version 33: networking mode and the device's own access point.
+    void updateToVersion33();
+    void revertFromVersion33();
+    bool getUpdate33Applied() const;
+
+    // Version 34: conversion rates of work order maps.
+    void updateToVersion34();
+    void revertFromVersion34();
+    bool getUpdate34Applied() const;
+
 private:
     using Step = void (DatabaseMigrator::*)();
     using Probe = bool (DatabaseMigrator::*)() const;
@@ -164,8 +324,8 @@ private:
         const RenameTexts &texts);
 
     /// Runs a statement; on failure logs both lines, with the error's text for the second's %1.
-    bool
-    executeOrLogFailure(const QString &sql, const QString &failureLine, const QString &errorLine);
+    bool executeOrLogFailure(
+        const QString &sql, const QString &failureLine, const QString &errorLine);
 
     /// Runs a statement; on failure logs the error's combined driver and database text.
     bool executeOrLogError(const QString &sql);
@@ -176,6 +336,27 @@ private:
     /// Moves a table aside, creates it anew and copies every row.
     /// @return what failed, nothing when every row was copied
     std::optional<RecreationFailure> recreateTable(const TableRecreation &recreation);
+
+    /// Closes a forward step: logs its line and, when it has succeeded, sets the current version.
+    void closeForwardStep(
+        bool succeeded, int version, const QString &successLine, const QString &failureLine);
+
+    // What single versions are made of: what it does is in its name, false is a failure of the step.
+    using PortName = QString (*)(QString name);
+    bool moveSwitchesToSwitchboxConfig();
+    bool labelSwitchboxSwitches();
+    bool replaceSolutionsByReceivers();
+    bool mapMachineToNewestReceiver(const QString &machineConfigId);
+    bool restorePreferredSolutions();
+    bool renameSerialDevicePorts(PortName newName, const QString &failure);
+    bool renameReceiverPorts(PortName newName, const QString &failure);
+    bool updatePortNames(
+        const QString &update, const QMap<qint64, QString> &names, PortName newName,
+        const QString &failure);
+    void renameReverseSenseToHardwired();
+    bool renameReverseSenseToRemote();
+    bool fillUuids(const QString &table);
+    bool recreateWorkOrderMaps(const TableRecreation &maps);
 
     QFile m_logFile;
     QTextStream m_logStream;

@@ -57,3 +57,14 @@ void DatabaseMigrator::updateDatabaseVersion()
     executeOrLogError(QString("UPDATE tableVersion SET version = %1 WHERE tableName = 'altSqlDb'")
                           .arg(m_alternateVersion));
 }
+
+void DatabaseMigrator::closeForwardStep(
+    bool succeeded, int version, const QString &successLine, const QString &failureLine)
+{
+    if (succeeded) {
+        m_currentVersion = version;
+        logMessage(successLine);
+    } else {
+        logMessage(failureLine);
+    }
+}

@@ -1,0 +1,145 @@
+#include "app/database_migrator.h"
+#include "schema/statements.h"
+
+namespace
+{
+constexpr const char *platformWithOnBoardPorts = "TORVIKMAX";
+
+QString onBoardPort(QString name)
+{
+    if (name.contains("USB")) {
+        return name.replace("USB", "S");
+    }
+    return name.replace("ttymxc2", "gps1");
+}
+
+// Kept on purpose, shipped devices rely on it: also turns ports into USB adapters that never were.
+QString usbPort(QString name)
+{
+    if (name.contains("ttyS")) {
+        return name.replace("ttyS", "ttyUSB");
+    }
+    return name.replace("gps1", "ttymxc2");
+}
+} // namespace
+
+void DatabaseMigrator::updateToVersion25()
+{
+    bool succeeded = true;
+    for (const QString table : {"growers", "farms", "fields"}) {
+        if (!getTableInfo(table).columnNames.contains("originalName")) {
+            succeeded &= addColumnIfNotExists(table, "originalName", "TEXT");
+            succeeded &= setColumnValue(table, "originalName", "isoName");
+        }
+    }
+    succeeded &= dropColumnSaveParameters("growers", "isoName");
+    succeeded &= dropColumnSaveParameters("farms", "isoName");
+    succeeded &= dropColumnSaveParameters("fields", "isoName");
+    if (m_platform == platformWithOnBoardPorts) {
+        const QString failure = "Error while updating to version 25. Error was: ";
+        succeeded &= renameSerialDevicePorts(onBoardPort, failure);
+        succeeded = succeeded && renameReceiverPorts(onBoardPort, failure);
+    }
+    closeForwardStep(
+        succeeded,
+        25,
+        "Migration to version 25 was successful.",
+        "Migration to version 25 FAILED!");
+}
+
+void DatabaseMigrator::revertFromVersion25()
+{
+    bool succeeded = allSucceeded({
+        addColumnIfNotExists("growers", "isoName", "TEXT"),
+        addColumnIfNotExists("farms", "isoName", "TEXT"),
+        addColumnIfNotExists("fields", "isoName", "TEXT"),
+        setColumnValue("growers", "isoName", "originalName"),
+        setColumnValue("farms", "isoName", "originalName"),
+        setColumnValue("fields", "isoName", "originalName"),
+        dropColumnSaveParameters("growers", "originalName"),
+        dropColumnSaveParameters("farms", "originalName"),
+        dropColumnSaveParameters("fields", "originalName"),
+        // Kept on purpose, shipped devices rely on it: the forward step has no counterpart of this.
+        addColumnIfNotExists("fields", "partfieldCode_temp", "TEXT"),
+        setColumnValue("fields", "partfieldCode_temp", "partfieldCode"),
+        dropColumnSaveParameters("fields", "partfieldCode"),
+        addColumnIfNotExists("fields", "partfieldCode", "TEXT"),
+        setColumnValue("fields", "partfieldCode", "partfieldCode_temp"),
+        dropColumnSaveParameters("fields", "partfieldCode_temp"),
+    });
+    if (m_platform == platformWithOnBoardPorts) {
+        const QString failure = "Error while reverting to version 24. Error was: ";
+        succeeded &= renameSerialDevicePorts(usbPort, failure);
+        succeeded = succeeded && renameReceiverPorts(usbPort, failure);
+    }
+    if (succeeded) {
+        m_currentVersion = 24;
+    }
+}
+
+bool DatabaseMigrator::renameSerialDevicePorts(PortName newName, const QString &failure)
+{
+    QMap<qint64, QString> portNames;
+    QSqlQuery devices = forwardOnlyQuery();
+    if (!devices.exec("SELECT * FROM serialDevices")) {
+        return false;
+    }
+    while (devices.next()) {
+        portNames.insert(devices.value(0).toLongLong(), devices.value(2).toString());
+    }
+    devices.finish();
+    return updatePortNames(
+        "UPDATE serialDevices SET portName='%1' WHERE id=%2", portNames, newName, failure);
+}
+
+bool DatabaseMigrator::renameReceiverPorts(PortName newName, const QString &failure)
+{
+    QMap<qint64, QString> receiverIds;
+    QMap<qint64, QString> serialPortNames;
+    QSqlQuery receivers = forwardOnlyQuery();
+    if (!receivers.exec("SELECT * FROM gpsReceivers")) {
+        return false;
+    }
+    while (receivers.next()) {
+        const qint64 id = receivers.value(0).toLongLong();
+        receiverIds.insert(id, receivers.value(2).toString());
+        serialPortNames.insert(id, receivers.value(3).toString());
+    }
+    receivers.finish();
+    return allSucceeded({
+        updatePortNames(
+            "UPDATE gpsReceivers SET receiverId='%1' WHERE id=%2", receiverIds, newName, failure),
+        updatePortNames(
+            "UPDATE gpsReceivers SET serialPortName='%1' WHERE id=%2",
+            serialPortNames,
+            newName,
+            failure),
+    });
+}
+
+bool DatabaseMigrator::updatePortNames(
+    const QString &update, const QMap<qint64, QString> &names, PortName newName,
+    const QString &failure)
+{
+    bool succeeded = true;
+    // Rows are rewritten whether their name changes or not.
+    for (auto row = names.begin(); row != names.end(); ++row) {
+        succeeded &= executeOrLogDatabaseError(
+            update.arg(newName(row.value()), QString::number(row.key())), failure);
+    }
+    return succeeded;
+}
+
+bool DatabaseMigrator::getUpdate25Applied() const
+{
+    for (const QString table : {"growers", "farms", "fields"}) {
+        const TableInfo info = getTableInfo(table);
+        if (info.createText.isEmpty()) {
+            continue;
+        }
+        if (info.columnNames.contains("isoName") || !info.columnNames.contains("originalName")) {
+            return false;
+        }
+    }
+    return true;
+}
