@@ -474,6 +474,11 @@ void ColumnsAndTablesTest::setColumnValue_data()
         << "DatabaseMigrator::setColumnValue - Failed to set column named name to '%1'\n"
            "DatabaseMigrator::setColumnValue - no such table: missing Unable to execute statement\n"
         << QStringList({"1, 'a'", "2, 'a'", "3, NULL"});
+    QTest::newRow("markers in a name are data")
+        << QStringList({"\"%3\"", "name", "1"})
+        << "DatabaseMigrator::setColumnValue - Failed to set column named name to 1\n"
+           "DatabaseMigrator::setColumnValue - no such table: %3 Unable to execute statement\n"
+        << QStringList({"1, 'a'", "2, 'a'", "3, NULL"});
     QTest::newRow("the condition is wrong")
         << QStringList({"field", "name", "'b'", "WHERE id = 1"})
         << "DatabaseMigrator::setColumnValue - Failed to set column named name to 'b'\n"
