@@ -6,6 +6,8 @@
 #include <QRegularExpression>
 #include <QSet>
 
+#include <fstream>
+
 #include <sqlite3.h>
 
 namespace
@@ -318,6 +320,8 @@ void Versions26To31Test::version26EmptiesThePool()
     for (const QString &file : goes + stays) {
         ScratchDevice::writeFile(pool + file, "content");
     }
+    // Not through the toolkit: in the locale "C" it cannot write such a name.
+    QVERIFY((std::ofstream("/usr/bin/harlo/pool/Übersicht.iop") << "content").good());
     ScratchDevice::writeFile(pool + "directory.iop/inside.iop", "content");
     ScratchDevice::writeFile(pool + "directory/inside.iop", "content");
     ScratchDevice::writeFile("/app/target", "content");
@@ -350,6 +354,7 @@ void Versions26To31Test::version26WithoutAPool()
     device->sql(receiversAt25);
     DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
     const NoPool noPool;
+    QVERIFY(!QFile::exists(ScratchDevice::poolPath));
 
     migrator.updateToVersion26();
     QCOMPARE(migrator.currentVersion(), 26);
@@ -542,17 +547,14 @@ void Versions26To31Test::updateToVersion29_data()
         QStringList(
             {reverseSenseAt29, "CREATE TABLE reverseSenseSettings_temp (mc_sqlId)", table}) +
             rows + QStringList(aside)};
-    QTest::newRow("the move aside cannot be undone when the temporary table stays behind")
-        << StepRun{
-               filled,
-               tableStays(aside, "not authorized Unable to execute statement") + succeeded,
-               29,
-               QStringList(
-                   {renamed(reverseSenseAt28, "reverseSenseSettings_temp"),
-                    reverseSenseAt29,
-                    aside}) +
-                   rows + QStringList(table) + rows,
-               {{SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
+    QTest::newRow("the temporary table cannot be dropped, the step counts as done") << StepRun{
+        filled,
+        tableStays(aside, "not authorized Unable to execute statement") + succeeded,
+        29,
+        QStringList(
+            {renamed(reverseSenseAt28, "reverseSenseSettings_temp"), reverseSenseAt29, aside}) +
+            rows + QStringList(table) + rows,
+        {{SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
 
     const QStringList notMoved(
         "Could not rename table to reverseSenseSettings_temp. Dropping temp table to allow Mirel "
