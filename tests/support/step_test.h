@@ -3,8 +3,32 @@
 #include "support/scratch_device.h"
 
 #include <QSqlQuery>
+#include <QtTest>
 
 // What tests of single migration steps share.
+
+using Step = void (DatabaseMigrator::*)();
+using Probe = bool (DatabaseMigrator::*)() const;
+
+/// What SQLite refuses during a step, see ScratchDevice::refuse.
+struct Refusal {
+    int action;
+    QByteArray object;
+    QByteArray part = QByteArray();
+};
+
+/// One run of a step: what it finds and what it leaves.
+struct StepRun {
+    QByteArray before; ///< statements that make the tables
+    QStringList log;   ///< the lines that the step adds
+    int version;       ///< the current version that it leaves
+    QStringList after; ///< what the test reads of the database, mostly its dump
+    QList<Refusal> refusals = {};
+};
+Q_DECLARE_METATYPE(StepRun)
+
+/// A version that no step of the catalogue sets.
+const int versionUnmoved = 99;
 
 /// Starts the migrator at a version and takes the log of its start. The versions' table is dropped
 /// then, so that the device's dump holds what the step works on and nothing else; what the step
@@ -38,6 +62,44 @@ inline QStringList contents(ScratchDevice &device, const QList<QByteArray> &tabl
         }
     }
     return lines;
+}
+
+inline QStringList dump(ScratchDevice &device)
+{
+    return device.dump();
+}
+
+/// Checks a step against the test's row, a "run".
+inline void checkStep(
+    ScratchDevice &device, Step step, QStringList (*read)(ScratchDevice &device) = dump)
+{
+    QFETCH(StepRun, run);
+    device.sql(run.before);
+    DatabaseMigrator &migrator = startAt(device, versionUnmoved);
+    for (const Refusal &refusal : run.refusals) {
+        device.refuse(refusal.action, refusal.object, refusal.part);
+    }
+
+    (migrator.*step)();
+
+    COMPARE_LINES(takeLogLines(device), run.log);
+    QCOMPARE(migrator.currentVersion(), run.version);
+    COMPARE_LINES(read(device), run.after);
+}
+
+/// Checks a probe against the test's row: what is there "before", and whether it is "applied".
+inline void checkProbe(ScratchDevice &device, Probe probe)
+{
+    QFETCH(QByteArray, before);
+    device.sql(before);
+    const DatabaseMigrator &migrator = startAt(device, versionUnmoved);
+    const QStringList dumpBefore = device.dump();
+
+    QTEST((migrator.*probe)(), "applied");
+
+    COMPARE_LINES(takeLogLines(device), QStringList());
+    QCOMPARE(migrator.currentVersion(), versionUnmoved);
+    COMPARE_LINES(device.dump(), dumpBefore);
 }
 
 // What SQLite answers: to a rebuild without a column of the key, and of a table that is not there;
