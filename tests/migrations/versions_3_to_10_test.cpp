@@ -81,11 +81,6 @@ const struct {
     {5, &M::revertFromVersion5, "MC_EquipmentSection", "fence"},
 };
 
-// What the database says about a rebuild of a table that is missing, and of one whose key has lost
-// its first column.
-const QString noTable = "near \"PRIMARY\": syntax error Unable to execute statement";
-const QString noKey = "near \")\": syntax error Unable to execute statement";
-
 // What versions 6 to 10 find, with a row or two in each table.
 const QByteArray tablesOfVersions6To10 =
     "CREATE TABLE MC_EquipmentSectionGroup (id INTEGER PRIMARY KEY);"

@@ -54,6 +54,11 @@ inline QStringList columnStays(const QString &column, const QString &table, cons
         "DatabaseMigrator::dropColumnSaveParameters - " + error};
 }
 
+/// The error of a rebuild when there is no table.
+const QString noTable = "near \"PRIMARY\": syntax error Unable to execute statement";
+/// The error of a rebuild that takes the first column of the primary key away.
+const QString noKey = "near \")\": syntax error Unable to execute statement";
+
 inline QStringList tableStays(const QString &table, const QString &error)
 {
     return {
