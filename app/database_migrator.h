@@ -324,8 +324,8 @@ private:
         const RenameTexts &texts);
 
     /// Runs a statement; on failure logs both lines, with the error's text for the second's %1.
-    bool
-    executeOrLogFailure(const QString &sql, const QString &failureLine, const QString &errorLine);
+    bool executeOrLogFailure(
+        const QString &sql, const QString &failureLine, const QString &errorLine);
 
     /// Runs a statement; on failure logs the error's combined driver and database text.
     bool executeOrLogError(const QString &sql);

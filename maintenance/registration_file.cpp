@@ -5,8 +5,8 @@
 
 namespace
 {
-constexpr qint64 mostTags = 4096;
-constexpr qint64 mostCharacters = 1024 * 1024;
+constexpr qint64 mostTags = 4'096;
+constexpr qint64 mostCharacters = 1'000'000;
 
 /// Decodes an XML file as the parser does, by its byte order mark or its declared encoding.
 QString decoded(const QByteArray &content)
@@ -21,11 +21,14 @@ QString decoded(const QByteArray &content)
 
 bool isAbsurd(const QString &xml)
 {
-    // Every reference to a declared entity could repeat the whole file; an entity that is made of
-    // others is kept short by the parser itself.
-    const qint64 references = xml.contains("<!ENTITY") ? xml.count('&') + xml.count('%') : 0;
-    return xml.count('<') * (1 + references) > mostTags ||
-           xml.size() * (1 + references) > mostCharacters;
+    // A "(" counts as a tag: the parser recurses into the groups of a content model as well.
+    const qint64 tags = xml.count('<') + xml.count('(');
+    // Every reference to a declared entity could repeat the whole file, and the parser looks for
+    // every entity in every other one; one that is made of others it keeps short itself.
+    const qint64 declarations = xml.count("<!ENTITY");
+    const qint64 references = declarations > 0 ? xml.count('&') + xml.count('%') : 0;
+    const qint64 repetitions = 1 + declarations + references;
+    return tags * repetitions > mostTags || xml.size() * repetitions > mostCharacters;
 }
 } // namespace
 

@@ -3,7 +3,7 @@
 
 namespace
 {
-constexpr QLatin1String platformWithOnBoardPorts("TORVIKMAX");
+constexpr const char *platformWithOnBoardPorts = "TORVIKMAX";
 
 QString onBoardPort(QString name)
 {

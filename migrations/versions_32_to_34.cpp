@@ -5,7 +5,7 @@
 namespace
 {
 /// Begins the default password of the device's own access point; digits of the barcode follow.
-constexpr QLatin1String accessPointPasswordPrefix("tk");
+constexpr const char *accessPointPasswordPrefix = "tk";
 
 QString insertWorkOrderMap(const QSqlQuery &row)
 {
@@ -115,13 +115,13 @@ void DatabaseMigrator::updateToVersion33()
     }
     registration.finish();
 
-    const QString networkName = QString("'TK-%1'").arg(serialNumber);
-    const QString password = QString("'%1%2'").arg(accessPointPasswordPrefix, barcodeTail);
+    const QString networkName = "TK-" + serialNumber;
+    const QString password = accessPointPasswordPrefix + barcodeTail;
     closeForwardStep(
         dropColumnSaveParameters("systemControl", "wirelessEnabled") &&
             addColumnIfNotExists("systemControl", "networkingMode", "INTEGER", "0") &&
-            addColumnIfNotExists("systemControl", "apSsid", "TEXT", networkName) &&
-            addColumnIfNotExists("systemControl", "apPassword", "TEXT", password),
+            addColumnIfNotExists("systemControl", "apSsid", "TEXT", "'" + networkName + "'") &&
+            addColumnIfNotExists("systemControl", "apPassword", "TEXT", "'" + password + "'"),
         33,
         "Migration to version 33 was successful.",
         "Migration to version 33 failed");

@@ -5,7 +5,8 @@
 #   on_device.sh DEVICE PROGRAM [ARGUMENT...]
 #
 # DEVICE is the directory, made where it is missing; "--scratch" stands for a new one that is
-# removed afterwards. DEVICE_LOCALE is the program's locale (default C), DEVICE_OPTIONS holds
+# removed afterwards. A program that lies in the device's app/ runs where it lies, another one as if
+# it lay directly in app/. DEVICE_LOCALE is the program's locale (default C), DEVICE_OPTIONS holds
 # further options for bubblewrap, COVERAGE_DIRECTORY a place that stays writable for counters.
 set -eu
 
@@ -29,9 +30,16 @@ sandbox=(
     --ro-bind-try /etc/ld.so.cache /etc/ld.so.cache
     --bind "$device/Harlo" /Harlo --bind "$device/etc/harlo" /etc/harlo
     --bind "$device/pool" /usr/bin/harlo/pool --bind "$device/app" /app
-    --ro-bind "$program" "/app/$(basename "$program")"
     --proc /proc --dev /dev --tmpfs /tmp --chdir /
 )
+case $program in
+"$device"/app/*) program=${program#"$device"} ;;
+*)
+    place=/app/$(basename "$program")
+    sandbox+=(--ro-bind "$program" "$place")
+    program=$place
+    ;;
+esac
 for variable in ASAN_OPTIONS LSAN_OPTIONS UBSAN_OPTIONS; do
     [ -z "${!variable:-}" ] || sandbox+=(--setenv "$variable" "${!variable}")
 done
@@ -40,7 +48,7 @@ done
 sandbox+=(${DEVICE_OPTIONS:-})
 
 if [ -n "$scratch" ]; then
-    "${sandbox[@]}" "/app/$(basename "$program")" "$@"
+    "${sandbox[@]}" "$program" "$@"
 else
-    exec "${sandbox[@]}" "/app/$(basename "$program")" "$@"
+    exec "${sandbox[@]}" "$program" "$@"
 fi

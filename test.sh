@@ -1,0 +1,27 @@
+#!/bin/bash
+# Builds everything with its tests and runs them all; ends with the summary of ctest and its exit
+# status.
+#
+#   ./test.sh           the preset dev
+#   ./test.sh --asan    the same under the address and undefined-behaviour sanitizers
+set -euo pipefail
+
+usage() {
+    sed -n '2,/^set/{s/^# \?//p}' "${BASH_SOURCE[0]}"
+}
+
+preset=dev
+case "${1:-}" in
+    '') ;;
+    --asan) preset=asan ;;
+    -h | --help) usage && exit ;;
+    *) usage >&2 && exit 2 ;;
+esac
+
+cd "$(dirname "$(realpath "${BASH_SOURCE[0]}")")"
+. tools/packages.sh
+install_packages test
+
+cmake --preset "$preset"
+cmake --build --preset "$preset"
+exec ctest --test-dir "build/$preset" --parallel "$(nproc)" --output-on-failure

@@ -1,0 +1,499 @@
+#include "schema/statements.h"
+#include "support/scratch_device.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QTextCodec>
+#include <QtTest>
+
+namespace
+{
+QStringList toolkitMessages;
+
+void keepMessage(QtMsgType, const QMessageLogContext &, const QString &text)
+{
+    toolkitMessages << text;
+}
+
+/// Keeps what the toolkit would print to the terminal, in its scope.
+class ToolkitMessages
+{
+public:
+    ToolkitMessages() : m_handlerBefore(qInstallMessageHandler(keepMessage))
+    {
+        toolkitMessages.clear();
+    }
+    ~ToolkitMessages() { qInstallMessageHandler(m_handlerBefore); }
+    ToolkitMessages(const ToolkitMessages &) = delete;
+    ToolkitMessages &operator=(const ToolkitMessages &) = delete;
+
+private:
+    QtMessageHandler m_handlerBefore;
+};
+
+/// The files in the databases directory that this process holds open.
+QStringList openFiles()
+{
+    QStringList files;
+    const auto entries = QDir("/proc/self/fd").entryInfoList(QDir::Files | QDir::System);
+    for (const QFileInfo &entry : entries) {
+        if (entry.symLinkTarget().startsWith("/app/databases/")) {
+            files << entry.symLinkTarget();
+        }
+    }
+    files.sort();
+    return files;
+}
+} // namespace
+
+class ConstructionTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void readsTheVersions_data();
+    void readsTheVersions();
+    void choosesTheTarget_data();
+    void choosesTheTarget();
+    void addsTheMirelVersion_data();
+    void addsTheMirelVersion();
+    void changesNothingElse();
+    void switchesForeignKeysOn();
+    void opensTheDefaultConnection();
+    void databaseThatCannotBeOpened_data();
+    void databaseThatCannotBeOpened();
+    void operationsOnADatabaseThatIsNotOpen();
+    void missingDatabasesDirectory_data();
+    void missingDatabasesDirectory();
+    void appendsToTheLog();
+    void logThatCannotBeOpened();
+    void logMessage();
+    void readSoftwareVersion_data();
+    void readSoftwareVersion();
+    void softwareVersionThatIsADirectory();
+    void addsTheLibraryPath_data();
+    void addsTheLibraryPath();
+    void destructionClosesEverything();
+
+private:
+    void recordVersions(const QByteArray &main, const QByteArray &alternate);
+    QStringList messagesOfARun(const QStringList &arguments);
+
+    std::unique_ptr<ScratchDevice> device;
+};
+
+void ConstructionTest::init()
+{
+    // Whatever locale the device boots with, its files and the log are UTF-8.
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
+    device = std::make_unique<ScratchDevice>();
+}
+
+void ConstructionTest::cleanup()
+{
+    device.reset();
+}
+
+/// Makes the table of versions, which takes values of any type; an empty value is no row.
+void ConstructionTest::recordVersions(const QByteArray &main, const QByteArray &alternate)
+{
+    device->sql(
+        "CREATE TABLE tableVersion (tableName TEXT PRIMARY KEY, version, MirelVersion TEXT);");
+    if (!main.isEmpty()) {
+        device->sql("INSERT INTO tableVersion VALUES('mainSqlDb', " + main + ", '')");
+    }
+    if (!alternate.isEmpty()) {
+        device->sql("INSERT INTO tableVersion VALUES('altSqlDb', " + alternate + ", '')");
+    }
+}
+
+void ConstructionTest::readsTheVersions_data()
+{
+    QTest::addColumn<QByteArray>("main");
+    QTest::addColumn<QByteArray>("alternate");
+    QTest::addColumn<int>("current");
+    QTest::addColumn<int>("target");
+
+    const auto row =
+        [](const char *name, const char *main, const char *alternate, int current, int target) {
+            QTest::newRow(name) << QByteArray(main) << QByteArray(alternate) << current << target;
+        };
+    row("both", "34", "12", 34, 12);
+    row("the same twice", "12", "12", 12, 12);
+    row("no rows", "", "", 0, 0);
+    row("only the main row", "34", "", 34, 0);
+    row("only the alternate row", "", "12", 0, 12);
+    row("numbers as texts", "'34'", "'12'", 34, 12);
+    row("texts that are no numbers", "'newest'", "'12 or so'", 0, 0);
+    row("NULL", "NULL", "NULL", 0, 0);
+    row("negative", "-5", "-1", -5, -1);
+    row("the ends of 32 bits", "2147483647", "-2147483648", 2147483647, -2147483647 - 1);
+    row("the low 32 bits of larger numbers", "4294967330", "-4294967284", 34, 12);
+}
+
+void ConstructionTest::readsTheVersions()
+{
+    QFETCH(QByteArray, main);
+    QFETCH(QByteArray, alternate);
+    QFETCH(int, current);
+    QFETCH(int, target);
+    recordVersions(main, alternate);
+
+    const DatabaseMigrator &migrator = device->start();
+
+    QCOMPARE(migrator.currentVersion(), current);
+    QCOMPARE(
+        device->takeLog(),
+        QString("\n*****Beginning database migration from version: %1 to version: %2\n")
+            .arg(current)
+            .arg(target));
+}
+
+void ConstructionTest::choosesTheTarget_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<int>("target");
+
+    QTest::newRow("without an argument the alternate version") << QStringList() << 12;
+    QTest::newRow("the first argument") << QStringList("20") << 20;
+    QTest::newRow("further arguments do not count") << QStringList({"20", "21"}) << 20;
+    QTest::newRow("not a number") << QStringList("abc") << 0;
+    QTest::newRow("empty") << QStringList("") << 0;
+    QTest::newRow("a number and more") << QStringList("12abc") << 0;
+    QTest::newRow("blanks around a number") << QStringList(" 13 ") << 13;
+    QTest::newRow("a plus sign") << QStringList("+5") << 5;
+    QTest::newRow("leading zeros are decimal") << QStringList("010") << 10;
+    QTest::newRow("hexadecimal is not a number") << QStringList("0x10") << 0;
+    QTest::newRow("a fraction is not a number") << QStringList("20.0") << 0;
+    QTest::newRow("negative") << QStringList("-5") << -5;
+    QTest::newRow("the largest") << QStringList("2147483647") << 2147483647;
+    QTest::newRow("the smallest") << QStringList("-2147483648") << -2147483647 - 1;
+    QTest::newRow("too large") << QStringList("2147483648") << 0;
+    QTest::newRow("far too large") << QStringList("99999999999") << 0;
+}
+
+void ConstructionTest::choosesTheTarget()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(int, target);
+    recordVersions("34", "12");
+
+    device->start(arguments);
+
+    QCOMPARE(
+        device->takeLog(),
+        QString("\n*****Beginning database migration from version: 34 to version: %1\n")
+            .arg(target));
+}
+
+void ConstructionTest::addsTheMirelVersion_data()
+{
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QString>("log");
+    QTest::addColumn<QStringList>("after");
+
+    QTest::newRow("the column is missing")
+        << QByteArray("CREATE TABLE tableVersion (tableName TEXT PRIMARY KEY, version INTEGER);"
+                      "INSERT INTO tableVersion VALUES('mainSqlDb', 3), ('altSqlDb', 2);")
+        << "\n*****Beginning database migration from version: 3 to version: 2\n"
+        << QStringList(
+               {"CREATE TABLE tableVersion (tableName TEXT PRIMARY KEY, version INTEGER, "
+                "MirelVersion TEXT)",
+                "tableVersion",
+                "'mainSqlDb', 3, NULL",
+                "'altSqlDb', 2, NULL"});
+    QTest::newRow("the column is there in another letter case")
+        << QByteArray(
+               "CREATE TABLE tableVersion (tableName TEXT, version INTEGER, mirelVersion TEXT);"
+               "INSERT INTO tableVersion VALUES('mainSqlDb', 3, '1.2.3')")
+        << "DatabaseMigrator::addColumnIfNotExists - Failed to add column named MirelVersion to "
+           "tableVersion\n"
+           "DatabaseMigrator::addColumnIfNotExists - duplicate column name: MirelVersion "
+           "Unable to execute statement\n"
+           "\n*****Beginning database migration from version: 3 to version: 0\n"
+        << QStringList(
+               {"CREATE TABLE tableVersion (tableName TEXT, version INTEGER, mirelVersion TEXT)",
+                "tableVersion",
+                "'mainSqlDb', 3, '1.2.3'"});
+    QTest::newRow("there is no table")
+        << QByteArray("CREATE TABLE field (id INTEGER)")
+        << "DatabaseMigrator::addColumnIfNotExists - Failed to add column named MirelVersion to "
+           "tableVersion\n"
+           "DatabaseMigrator::addColumnIfNotExists - no such table: tableVersion "
+           "Unable to execute statement\n"
+           "\n*****Beginning database migration from version: 0 to version: 0\n"
+        << QStringList({"CREATE TABLE field (id INTEGER)", "field"});
+}
+
+void ConstructionTest::addsTheMirelVersion()
+{
+    QFETCH(QByteArray, before);
+    QFETCH(QString, log);
+    QFETCH(QStringList, after);
+    device->sql(before);
+
+    device->start();
+
+    QCOMPARE(device->takeLog(), log);
+    COMPARE_LINES(device->dump(), after);
+}
+
+void ConstructionTest::changesNothingElse()
+{
+    recordVersions("3", "2");
+    device->sql("CREATE TABLE field (id INTEGER PRIMARY KEY); INSERT INTO field VALUES(1)");
+    const QStringList before = device->dump();
+
+    device->start({"34"});
+
+    COMPARE_LINES(device->dump(), before);
+}
+
+void ConstructionTest::switchesForeignKeysOn()
+{
+    recordVersions("3", "2");
+
+    device->start();
+
+    QCOMPARE(firstValue("PRAGMA foreign_keys").toInt(), 1);
+}
+
+void ConstructionTest::opensTheDefaultConnection()
+{
+    recordVersions("3", "2");
+
+    device->start();
+
+    QCOMPARE(QSqlDatabase::connectionNames(), QStringList("qt_sql_default_connection"));
+    const QSqlDatabase database = QSqlDatabase::database();
+    QCOMPARE(database.driverName(), QString("QSQLITE"));
+    QCOMPARE(database.databaseName(), ScratchDevice::databasePath);
+    QVERIFY(database.isOpen());
+}
+
+void ConstructionTest::databaseThatCannotBeOpened_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("log");
+
+    // The update that follows shows that the software version is read all the same.
+    QTest::newRow("without an argument")
+        << QStringList()
+        << "unable to open database file Error opening database\n"
+           "\n*****Beginning database migration from version: 0 to version: 0\n"
+           "\n*****Updating version in DB to: 0 with software version: \n\n\n";
+    QTest::newRow("with a target")
+        << QStringList("5")
+        << "unable to open database file Error opening database\n"
+           "\n*****Beginning database migration from version: 0 to version: 5\n"
+           "\n*****Updating version in DB to: 0 with software version: 1.2.3\n\n\n";
+}
+
+void ConstructionTest::databaseThatCannotBeOpened()
+{
+    QFETCH(QStringList, arguments);
+    QVERIFY(QDir().mkpath(ScratchDevice::databasePath));
+    ScratchDevice::writeFile(ScratchDevice::softwareVersionPath, "1.2.3\n");
+    const ToolkitMessages kept;
+
+    DatabaseMigrator &migrator = device->start(arguments);
+    QVERIFY(!QSqlDatabase::database(QSqlDatabase::defaultConnection, false).isOpen());
+    migrator.updateDatabaseVersion();
+
+    QTEST(device->takeLog(), "log");
+}
+
+void ConstructionTest::operationsOnADatabaseThatIsNotOpen()
+{
+    QVERIFY(QDir().mkpath(ScratchDevice::databasePath));
+    const ToolkitMessages kept;
+    DatabaseMigrator &migrator = device->start();
+    device->takeLog();
+
+    QVERIFY(!migrator.tableExists("field"));
+    QVERIFY(!migrator.columnExists("field", "id"));
+    QVERIFY(migrator.getTableInfo("field").columnNames.isEmpty());
+    QVERIFY(!migrator.addColumn("field", "area", "REAL"));
+    QVERIFY(!migrator.addColumnIfNotExists("field", "area", "REAL"));
+    QVERIFY(!migrator.setColumnValue("field", "area", "1"));
+    QVERIFY(!migrator.dropTable("field"));
+    QVERIFY(!migrator.dropColumnSaveParameters("field", "area"));
+
+    // Without a connection there is no error text.
+    QCOMPARE(
+        device->takeLog(),
+        QString(
+            "DatabaseMigrator::addColumn - Failed to add column named area to field\n"
+            "DatabaseMigrator::addColumn - \n"
+            "DatabaseMigrator::addColumnIfNotExists - Failed to add column named area to field\n"
+            "DatabaseMigrator::addColumnIfNotExists - \n"
+            "DatabaseMigrator::setColumnValue - Failed to set column named area to 1\n"
+            "DatabaseMigrator::setColumnValue - \n"
+            "DatabaseMigrator::dropTable - Failed to drop table named field\n"
+            "DatabaseMigrator::dropTable - \n"
+            "DatabaseMigrator::dropColumnSaveParameters - Failed to drop column named area to field\n"
+            "DatabaseMigrator::dropColumnSaveParameters - \n"));
+}
+
+void ConstructionTest::missingDatabasesDirectory_data()
+{
+    QTest::addColumn<bool>("aFileHasTheName");
+
+    QTest::newRow("there is nothing of the name") << false;
+    QTest::newRow("a file has the name") << true;
+}
+
+void ConstructionTest::missingDatabasesDirectory()
+{
+    QFETCH(bool, aFileHasTheName);
+    QVERIFY(QDir("/app/databases").removeRecursively());
+    if (aFileHasTheName) {
+        ScratchDevice::writeFile("/app/databases", "no directory");
+    }
+
+    // Neither the target nor the software version is looked for: there is nothing to migrate.
+    const QStringList messagesWithoutMigration = messagesOfARun({"0"});
+    ScratchDevice::writeFile(ScratchDevice::softwareVersionPath, "1.2.3\n");
+    COMPARE_LINES(messagesOfARun({"20"}), messagesWithoutMigration);
+    COMPARE_LINES(messagesOfARun({}), messagesWithoutMigration);
+
+    QVERIFY(!QSqlDatabase::database(QSqlDatabase::defaultConnection, false).isOpen());
+    QCOMPARE(ScratchDevice::readFile("/app/databases"), aFileHasTheName ? "no directory" : "");
+    QCOMPARE(QFileInfo::exists("/app/databases"), aFileHasTheName);
+}
+
+/// What the toolkit would print in a run: a line for every statement on the closed connection.
+QStringList ConstructionTest::messagesOfARun(const QStringList &arguments)
+{
+    const ToolkitMessages kept;
+    device->start(arguments).runMigration();
+    return toolkitMessages;
+}
+
+void ConstructionTest::appendsToTheLog()
+{
+    recordVersions("3", "2");
+    ScratchDevice::writeFile(ScratchDevice::logPath, "earlier\n");
+
+    device->start({"3"});
+    device->start({"4"});
+
+    QCOMPARE(
+        ScratchDevice::readFile(ScratchDevice::logPath),
+        QByteArray("earlier\n"
+                   "\n*****Beginning database migration from version: 3 to version: 3\n"
+                   "\n*****Beginning database migration from version: 3 to version: 4\n"));
+}
+
+void ConstructionTest::logThatCannotBeOpened()
+{
+    recordVersions("3", "2");
+    ScratchDevice::writeFile(ScratchDevice::softwareVersionPath, "1.2.3\n");
+    QVERIFY(QDir().mkpath(ScratchDevice::logPath));
+    const ToolkitMessages kept;
+
+    DatabaseMigrator &migrator = device->start({"5"});
+    migrator.logMessage("lost");
+    migrator.updateDatabaseVersion();
+
+    COMPARE_LINES(toolkitMessages, QStringList());
+    COMPARE_LINES(
+        device->rows("SELECT * FROM tableVersion"),
+        QStringList({"'mainSqlDb', 3, '1.2.3'", "'altSqlDb', 2, ''"}));
+}
+
+void ConstructionTest::logMessage()
+{
+    DatabaseMigrator &migrator = device->start();
+    device->takeLog();
+
+    migrator.logMessage("Größe, Озимая рожь, 冬小麦 %1");
+    QCOMPARE(device->takeLog(), QString("Größe, Озимая рожь, 冬小麦 %1\n"));
+    migrator.logMessage("");
+    QCOMPARE(device->takeLog(), QString("\n"));
+    migrator.logMessage("\n*****two lines");
+    QCOMPARE(device->takeLog(), QString("\n*****two lines\n"));
+}
+
+void ConstructionTest::readSoftwareVersion_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("version");
+
+    QTest::newRow("the first line") << QByteArray("1.2.3\n4.5.6\n") << "1.2.3";
+    QTest::newRow("no end of line") << QByteArray("1.2.3") << "1.2.3";
+    QTest::newRow("the end of line of another system")
+        << QByteArray("1.2.3\r\n4.5.6\r\n") << "1.2.3";
+    QTest::newRow("blanks belong to it") << QByteArray(" 1.2.3\t \n") << " 1.2.3\t ";
+    QTest::newRow("an empty file") << QByteArray("") << "";
+    QTest::newRow("an empty first line") << QByteArray("\n1.2.3\n") << "";
+    QTest::newRow("not only ASCII") << QByteArray("Größe 冬\n") << "Größe 冬";
+    QTest::newRow("not valid UTF-8")
+        << QByteArray("1.\xff.3\n") << QString("1.%1.3").arg(QChar(0xfffd));
+    QTest::newRow("a byte order mark of another encoding is not valid UTF-8 either")
+        << QByteArray("\xff\xfev12\n") << QString("%1%1").arg(QChar(0xfffd)) + "v12";
+    QTest::newRow("a megabyte on one line") << QByteArray(1 << 20, '7') + "\n1.2.3\n"
+                                            << QString(1 << 20, '7');
+}
+
+void ConstructionTest::readSoftwareVersion()
+{
+    QFETCH(QByteArray, content);
+    const DatabaseMigrator &migrator = device->start();
+    QCOMPARE(migrator.readSoftwareVersion(), QString());
+
+    ScratchDevice::writeFile(ScratchDevice::softwareVersionPath, content);
+
+    QTEST(migrator.readSoftwareVersion(), "version");
+}
+
+void ConstructionTest::softwareVersionThatIsADirectory()
+{
+    QVERIFY(QDir().mkpath(ScratchDevice::softwareVersionPath));
+
+    QCOMPARE(device->start().readSoftwareVersion(), QString());
+}
+
+void ConstructionTest::addsTheLibraryPath_data()
+{
+    QTest::addColumn<bool>("exists");
+
+    // The toolkit takes no path that does not exist.
+    QTest::newRow("the directory exists") << true;
+    QTest::newRow("the directory is missing") << false;
+}
+
+void ConstructionTest::addsTheLibraryPath()
+{
+    QFETCH(bool, exists);
+    if (exists) {
+        QVERIFY(QDir().mkpath("/app/quillmoor"));
+    }
+
+    device->start();
+
+    QCOMPARE(QCoreApplication::libraryPaths().contains("/app/quillmoor"), exists);
+}
+
+void ConstructionTest::destructionClosesEverything()
+{
+    recordVersions("3", "2");
+    int argumentCount = 1;
+    QByteArray name = "database-migrator";
+    char *arguments[] = {name.data(), nullptr};
+    {
+        const DatabaseMigrator migrator(argumentCount, arguments);
+        COMPARE_LINES(
+            openFiles(), QStringList({ScratchDevice::databasePath, ScratchDevice::logPath}));
+    }
+
+    COMPARE_LINES(openFiles(), QStringList());
+    QVERIFY(!QSqlDatabase::database(QSqlDatabase::defaultConnection, false).isOpen());
+    QCOMPARE(QCoreApplication::instance(), nullptr);
+}
+
+QTEST_APPLESS_MAIN(ConstructionTest)
+#include "construction_test.moc"

@@ -1,0 +1,393 @@
+#include "schema/statements.h"
+
+#include "support/scratch_device.h"
+
+#include <QtTest>
+
+#include <sqlite3.h>
+
+class TableRebuildTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void rebuildsTheTable_data();
+    void rebuildsTheTable();
+    void leavesReferringRowsAlone();
+    void fails_data();
+    void fails();
+    void tableThatCannotBeDropped();
+    void copyLeftBehindBlocksTheNextRebuild();
+    void switchesForeignKeysOn_data();
+    void switchesForeignKeysOn();
+
+private:
+    DatabaseMigrator &start();
+
+    std::unique_ptr<ScratchDevice> device;
+};
+
+void TableRebuildTest::init()
+{
+    device = std::make_unique<ScratchDevice>();
+}
+
+void TableRebuildTest::cleanup()
+{
+    device.reset();
+}
+
+DatabaseMigrator &TableRebuildTest::start()
+{
+    DatabaseMigrator &migrator = device->start();
+    device->takeLog();
+    return migrator;
+}
+
+void TableRebuildTest::rebuildsTheTable_data()
+{
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QString>("column");
+    QTest::addColumn<QStringList>("after");
+
+    QTest::newRow("NOT NULL, a default and the key are kept")
+        << QByteArray(
+               "CREATE TABLE t (id INTEGER NOT NULL, name TEXT DEFAULT 'x', old INT, "
+               "PRIMARY KEY(id));"
+               "INSERT INTO t VALUES(2, 'b', 5), (1, NULL, 6), (9007199254740993, x'00ff', 7)")
+        << "old"
+        << QStringList(
+               {"CREATE TABLE \"t\" (id INTEGER NOT NULL  , name TEXT DEFAULT 'x' , PRIMARY KEY(id) )",
+                "t",
+                "1, NULL",
+                "2, 'b'",
+                "9007199254740993, x'00ff'"});
+    QTest::newRow("a column is matched in any letter case")
+        << QByteArray("CREATE TABLE t (width REAL, Id INTEGER PRIMARY KEY)") << "WIDTH"
+        << QStringList({"CREATE TABLE \"t\" (Id INTEGER , PRIMARY KEY(Id) )", "t"});
+    QTest::newRow("a column is matched whole")
+        << QByteArray("CREATE TABLE t (id INTEGER PRIMARY KEY, old, older, cold)") << "old"
+        << QStringList(
+               {"CREATE TABLE \"t\" (id INTEGER , older  , cold  , PRIMARY KEY(id) )", "t"});
+    QTest::newRow("defaults stay as they are written")
+        << QByteArray("CREATE TABLE t (id varchar(40) PRIMARY KEY, a TEXT DEFAULT '', "
+                      "b REAL DEFAULT -1.50, c TEXT DEFAULT NULL, d DEFAULT CURRENT_TIMESTAMP, "
+                      "e INTEGER NOT NULL DEFAULT(0), f TEXT DEFAULT 'it''s %1', g TEXT "
+                      "DEFAULT \"none\", old INT);"
+                      "INSERT INTO t(id, d) VALUES('k', 'then')")
+        << "old"
+        << QStringList(
+               {"CREATE TABLE \"t\" (id varchar(40) , a TEXT DEFAULT '' , b REAL DEFAULT -1.50 , "
+                "c TEXT DEFAULT NULL , d  DEFAULT CURRENT_TIMESTAMP , e INTEGER NOT NULL  DEFAULT 0 , "
+                "f TEXT DEFAULT 'it''s %1' , g TEXT DEFAULT \"none\" , PRIMARY KEY(id) )",
+                "t",
+                "'k', '', -1.5, NULL, 'then', 0, 'it''s %1', 'none'"});
+    QTest::newRow("a key of several columns in its own order")
+        << QByteArray("CREATE TABLE t (a INT, old INT, b INT, c INT, PRIMARY KEY(c, a, b));"
+                      "INSERT INTO t VALUES(1, 2, 3, 4)")
+        << "old"
+        << QStringList(
+               {"CREATE TABLE \"t\" (a INT , b INT , c INT , PRIMARY KEY(c,a,b) )",
+                "t",
+                "1, 3, 4"});
+    QTest::newRow("a key that loses its last column keeps the others")
+        << QByteArray("CREATE TABLE t (a INT, old INT, PRIMARY KEY(a, old));"
+                      "INSERT INTO t VALUES(1, 2), (2, 2)")
+        << "old" << QStringList({"CREATE TABLE \"t\" (a INT , PRIMARY KEY(a) )", "t", "1", "2"});
+    QTest::newRow("a column that is not there changes no column")
+        << QByteArray(
+               "CREATE TABLE t (id INTEGER PRIMARY KEY, a TEXT); INSERT INTO t VALUES(1, 'x')")
+        << "old"
+        << QStringList(
+               {"CREATE TABLE \"t\" (id INTEGER , a TEXT , PRIMARY KEY(id) )", "t", "1, 'x'"});
+    QTest::newRow("constraints on columns, checks and unique constraints are lost")
+        << QByteArray("CREATE TABLE p (x INTEGER PRIMARY KEY);"
+                      "CREATE TABLE t (id INTEGER PRIMARY KEY, a TEXT UNIQUE COLLATE NOCASE, "
+                      "b INT CHECK (b > 0), c INT REFERENCES p(x), old INT, UNIQUE(a, b), "
+                      "CHECK(c <> b))")
+        << "old"
+        << QStringList(
+               {"CREATE TABLE p (x INTEGER PRIMARY KEY)",
+                "CREATE TABLE \"t\" (id INTEGER , a TEXT , b INT , c INT , PRIMARY KEY(id) )",
+                "p",
+                "t"});
+    QTest::newRow("AUTOINCREMENT and its count are lost")
+        << QByteArray("CREATE TABLE t (id INTEGER PRIMARY KEY AUTOINCREMENT, old INT);"
+                      "INSERT INTO t VALUES(7, 1)")
+        << "old"
+        << QStringList(
+               {"CREATE TABLE sqlite_sequence(name,seq)",
+                "CREATE TABLE \"t\" (id INTEGER , PRIMARY KEY(id) )",
+                "sqlite_sequence",
+                "t",
+                "7"});
+    QTest::newRow("indexes and triggers of the table are lost, others stay")
+        << QByteArray("CREATE TABLE t (id INTEGER PRIMARY KEY, a TEXT, old INT);"
+                      "CREATE TABLE u (id INTEGER PRIMARY KEY);"
+                      "CREATE INDEX ta ON t(a); CREATE INDEX ui ON u(id);"
+                      "CREATE TRIGGER tt AFTER DELETE ON t BEGIN SELECT 1; END;"
+                      "CREATE TRIGGER ut AFTER DELETE ON u BEGIN SELECT 1; END;")
+        << "old"
+        << QStringList(
+               {"CREATE TABLE u (id INTEGER PRIMARY KEY)",
+                "CREATE INDEX ui ON u(id)",
+                "CREATE TRIGGER ut AFTER DELETE ON u BEGIN SELECT 1; END",
+                "CREATE TABLE \"t\" (id INTEGER , a TEXT , PRIMARY KEY(id) )",
+                "u",
+                "t"});
+    QTest::newRow("foreign key clauses that do not name the column are kept")
+        << QByteArray("CREATE TABLE t (id INTEGER PRIMARY KEY, a INT, old INT, "
+                      "FOREIGN KEY (old) REFERENCES p(x), "
+                      "FOREIGN KEY (a) REFERENCES q(x) ON DELETE CASCADE, "
+                      "FOREIGN KEY(a)REFERENCES r(y));"
+                      "INSERT INTO t VALUES(1, 2, 3)")
+        << "old"
+        << QStringList(
+               {"CREATE TABLE \"t\" (id INTEGER , a INT , PRIMARY KEY(id) , "
+                "FOREIGN KEY (a) REFERENCES q(x) ON DELETE CASCADE,FOREIGN KEY(a)REFERENCES r(y))",
+                "t",
+                "1, 2"});
+    QTest::newRow("a foreign key of two columns takes the constraint behind it along")
+        << QByteArray("CREATE TABLE t (id INTEGER PRIMARY KEY, a INT, b INT, old INT, "
+                      "FOREIGN KEY (a, b) REFERENCES p(x, y), UNIQUE (b))")
+        << "old"
+        << QStringList(
+               {"CREATE TABLE \"t\" (id INTEGER , a INT , b INT , PRIMARY KEY(id) , "
+                "FOREIGN KEY (a, b) REFERENCES p(x, y), UNIQUE (b))",
+                "t"});
+    QTest::newRow("foreign key clauses that hold the column's name anywhere are lost")
+        << QByteArray("CREATE TABLE t (key INTEGER PRIMARY KEY, fieldId INT, id INT, "
+                      "FOREIGN KEY (fieldId) REFERENCES p(x))")
+        << "id"
+        << QStringList({"CREATE TABLE \"t\" (key INTEGER , fieldId INT , PRIMARY KEY(key) )", "t"});
+}
+
+void TableRebuildTest::rebuildsTheTable()
+{
+    QFETCH(QByteArray, before);
+    QFETCH(QString, column);
+    QFETCH(QStringList, after);
+    device->sql(before);
+    DatabaseMigrator &migrator = start();
+
+    QVERIFY(migrator.dropColumnSaveParameters("t", column));
+
+    QCOMPARE(device->takeLog(), QString());
+    COMPARE_LINES(device->dump(), after);
+}
+
+void TableRebuildTest::leavesReferringRowsAlone()
+{
+    device->sql("CREATE TABLE t (id INTEGER PRIMARY KEY, a INT, old INT, "
+                "FOREIGN KEY (a) REFERENCES missing(x));"
+                "CREATE TABLE u (tId INT REFERENCES t(id) ON DELETE CASCADE);"
+                "INSERT INTO t VALUES(1, 7, 8); INSERT INTO u VALUES(1), (2);");
+
+    QVERIFY(start().dropColumnSaveParameters("t", "old"));
+
+    QCOMPARE(device->takeLog(), QString());
+    COMPARE_LINES(
+        device->dump(),
+        QStringList(
+            {"CREATE TABLE u (tId INT REFERENCES t(id) ON DELETE CASCADE)",
+             "CREATE TABLE \"t\" (id INTEGER , a INT , PRIMARY KEY(id) , "
+             "FOREIGN KEY (a) REFERENCES missing(x))",
+             "u",
+             "1",
+             "2",
+             "t",
+             "1, 7"}));
+}
+
+void TableRebuildTest::fails_data()
+{
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QString>("column");
+    QTest::addColumn<QString>("error");
+    // What is left behind, nothing where all stays as it was.
+    QTest::addColumn<QStringList>("after");
+
+    const QStringList unchanged;
+
+    QTest::newRow("create: a copy was left behind")
+        << QByteArray("CREATE TABLE t (id INTEGER PRIMARY KEY, old INT);"
+                      "INSERT INTO t VALUES(1, 2);"
+                      "CREATE TABLE t_temp (id INTEGER); INSERT INTO t_temp VALUES(7)")
+        << "old"
+        << "table t_temp already exists Unable to execute statement" << unchanged;
+    QTest::newRow("create: there is no table")
+        << QByteArray() << "old"
+        << "near \"PRIMARY\": syntax error Unable to execute statement" << unchanged;
+    QTest::newRow("create: the table has no primary key")
+        << QByteArray("CREATE TABLE t (a INT, old INT); INSERT INTO t VALUES(1, 2)") << "old"
+        << "near \")\": syntax error Unable to execute statement" << unchanged;
+    QTest::newRow("create: the column is the primary key")
+        << QByteArray("CREATE TABLE t (old INTEGER PRIMARY KEY, a INT); INSERT INTO t VALUES(1, 2)")
+        << "old"
+        << "near \")\": syntax error Unable to execute statement" << unchanged;
+    QTest::newRow("create: the column is the first of two in the key")
+        << QByteArray("CREATE TABLE t (a INT, old INT, PRIMARY KEY(old, a))") << "old"
+        << "near \")\": syntax error Unable to execute statement" << unchanged;
+    QTest::newRow("create: the column is in the middle of the key")
+        << QByteArray("CREATE TABLE t (a INT, old INT, b INT, PRIMARY KEY(a, old, b))") << "old"
+        << "near \")\": syntax error Unable to execute statement" << unchanged;
+    QTest::newRow("create: the column is the first of three in the key")
+        << QByteArray("CREATE TABLE t (a INT, old INT, b INT, PRIMARY KEY(old, a, b))") << "old"
+        << "near \",\": syntax error Unable to execute statement" << unchanged;
+    QTest::newRow("create: a default in parentheses loses them")
+        << QByteArray("CREATE TABLE t (id INTEGER PRIMARY KEY, a INT DEFAULT (1 + 2), old INT)")
+        << "old"
+        << "near \"+\": syntax error Unable to execute statement" << unchanged;
+    QTest::newRow("create: a column's name needs quotes")
+        << QByteArray("CREATE TABLE t (id INTEGER PRIMARY KEY, \"order\" INT, old INT)") << "old"
+        << "near \"order\": syntax error Unable to execute statement" << unchanged;
+    QTest::newRow("create: a table option behind a foreign key goes into its clause")
+        << QByteArray("CREATE TABLE t (id INT PRIMARY KEY, old INT, "
+                      "FOREIGN KEY (id) REFERENCES p(x)) WITHOUT ROWID")
+        << "old"
+        << "near \")\": syntax error Unable to execute statement" << unchanged;
+    QTest::newRow("copy: rows differ only in the column, which was in the key")
+        << QByteArray("CREATE TABLE t (a INT, old INT, PRIMARY KEY(a, old));"
+                      "INSERT INTO t VALUES(3, 1), (4, 1), (4, 2), (5, 1)")
+        << "old"
+        << "UNIQUE constraint failed: t_temp.a Unable to fetch row"
+        << QStringList(
+               {"CREATE TABLE t (a INT, old INT, PRIMARY KEY(a, old))",
+                "CREATE TABLE t_temp (a INT , PRIMARY KEY(a) )",
+                "t",
+                "3, 1",
+                "4, 1",
+                "4, 2",
+                "5, 1",
+                "t_temp"});
+    QTest::newRow("rename: a view names the table")
+        << QByteArray("CREATE TABLE t (id INTEGER PRIMARY KEY, old INT);"
+                      "INSERT INTO t VALUES(1, 2);"
+                      "CREATE VIEW tv AS SELECT id FROM t")
+        << "old"
+        << "error in view tv: no such table: main.t Unable to fetch row"
+        << QStringList(
+               {"CREATE VIEW tv AS SELECT id FROM t",
+                "CREATE TABLE t_temp (id INTEGER , PRIMARY KEY(id) )",
+                "t_temp",
+                "1"});
+    QTest::newRow("rename: another table's trigger names the table")
+        << QByteArray("CREATE TABLE t (id INTEGER PRIMARY KEY, old INT);"
+                      "INSERT INTO t VALUES(1, 2);"
+                      "CREATE TABLE u (id INTEGER);"
+                      "CREATE TRIGGER ut AFTER DELETE ON u BEGIN DELETE FROM t; END")
+        << "old"
+        << "error in trigger ut: no such table: main.t Unable to fetch row"
+        << QStringList(
+               {"CREATE TABLE u (id INTEGER)",
+                "CREATE TRIGGER ut AFTER DELETE ON u BEGIN DELETE FROM t; END",
+                "CREATE TABLE t_temp (id INTEGER , PRIMARY KEY(id) )",
+                "u",
+                "t_temp",
+                "1"});
+}
+
+void TableRebuildTest::fails()
+{
+    QFETCH(QByteArray, before);
+    QFETCH(QString, column);
+    QFETCH(QString, error);
+    QFETCH(QStringList, after);
+    device->sql(before);
+    const QStringList unchanged = device->dump();
+    DatabaseMigrator &migrator = start();
+
+    QVERIFY(!migrator.dropColumnSaveParameters("t", column));
+
+    QCOMPARE(
+        device->takeLog(),
+        QString("DatabaseMigrator::dropColumnSaveParameters - Failed to drop column named %1 to t\n"
+                "DatabaseMigrator::dropColumnSaveParameters - %2\n")
+            .arg(column, error));
+    COMPARE_LINES(device->dump(), after.isEmpty() ? unchanged : after);
+}
+
+void TableRebuildTest::tableThatCannotBeDropped()
+{
+    device->sql("CREATE TABLE t (id INTEGER PRIMARY KEY, kept INT, old INT);"
+                "INSERT INTO t VALUES(1, 2, 3), (4, 5, 6)");
+    DatabaseMigrator &migrator = start();
+    device->refuse(SQLITE_DROP_TABLE, "t");
+
+    QVERIFY(!migrator.dropColumnSaveParameters("t", "old"));
+
+    QCOMPARE(
+        device->takeLog(),
+        QString(
+            "DatabaseMigrator::dropColumnSaveParameters - Failed to drop column named old to t\n"
+            "DatabaseMigrator::dropColumnSaveParameters - not authorized "
+            "Unable to execute statement\n"));
+    COMPARE_LINES(
+        device->dump(),
+        QStringList(
+            {"CREATE TABLE t (id INTEGER PRIMARY KEY, kept INT, old INT)",
+             "CREATE TABLE t_temp (id INTEGER , kept INT , PRIMARY KEY(id) )",
+             "t",
+             "1, 2, 3",
+             "4, 5, 6",
+             "t_temp",
+             "1, 2",
+             "4, 5"}));
+}
+
+void TableRebuildTest::copyLeftBehindBlocksTheNextRebuild()
+{
+    device->sql("CREATE TABLE t (a INT, old INT, other INT, PRIMARY KEY(a, old));"
+                "INSERT INTO t VALUES(4, 1, 0), (4, 2, 0)");
+    DatabaseMigrator &migrator = start();
+    QVERIFY(!migrator.dropColumnSaveParameters("t", "old"));
+    device->takeLog();
+
+    QVERIFY(!migrator.dropColumnSaveParameters("t", "other"));
+
+    QCOMPARE(
+        device->takeLog(),
+        QString(
+            "DatabaseMigrator::dropColumnSaveParameters - Failed to drop column named other to t\n"
+            "DatabaseMigrator::dropColumnSaveParameters - table t_temp already exists "
+            "Unable to execute statement\n"));
+    QVERIFY(migrator.dropTable("t_temp"));
+    QVERIFY(migrator.dropColumnSaveParameters("t", "other"));
+    QCOMPARE(device->takeLog(), QString());
+    COMPARE_LINES(
+        device->dump(),
+        QStringList(
+            {"CREATE TABLE \"t\" (a INT , old INT , PRIMARY KEY(a,old) )", "t", "4, 1", "4, 2"}));
+}
+
+void TableRebuildTest::switchesForeignKeysOn_data()
+{
+    QTest::addColumn<QString>("table");
+    QTest::addColumn<bool>("rebuilt");
+    QTest::addColumn<QString>("before");
+
+    QTest::newRow("off before, the table is rebuilt") << "t" << true << "OFF";
+    QTest::newRow("off before, the rebuild fails") << "missing" << false << "OFF";
+    QTest::newRow("on before, the table is rebuilt") << "t" << true << "ON";
+    QTest::newRow("on before, the rebuild fails") << "missing" << false << "ON";
+}
+
+void TableRebuildTest::switchesForeignKeysOn()
+{
+    QFETCH(QString, table);
+    QFETCH(bool, rebuilt);
+    QFETCH(QString, before);
+    device->sql("CREATE TABLE t (id INTEGER PRIMARY KEY, old INT)");
+    DatabaseMigrator &migrator = start();
+    QVERIFY(execute("PRAGMA foreign_keys = " + before));
+
+    QCOMPARE(migrator.dropColumnSaveParameters(table, "old"), rebuilt);
+
+    QCOMPARE(firstValue("PRAGMA foreign_keys").toInt(), 1);
+}
+
+QTEST_APPLESS_MAIN(TableRebuildTest)
+#include "table_rebuild_test.moc"
