@@ -3,12 +3,12 @@
 tests/data/version_NN.sql is the whole database at a version, as the walk forward from version 1
 leaves it. What another way to the same version leaves otherwise stands in tests/data/*.diff:
 
-    == userProfiles: 8..10 -> 1..7
+    == userProfiles: 8.. -> 1..7
     -INSERT INTO userProfiles VALUES(1,'Default', ...
     +INSERT INTO userProfiles VALUES(1,'Default', ...
 
-Every walk from a version 8 to 10 to a version 1 to 7 leaves the table userProfiles without the
-lines marked - of the version that it reaches, and with those marked + in their place.
+Every walk from version 8 or a later one to one of the versions 1 to 7 leaves the table userProfiles
+without the lines marked - of the version that it reaches, and with those marked + in their place.
 """
 
 import collections
@@ -16,6 +16,7 @@ import difflib
 import functools
 import re
 import sqlite3
+import sys
 
 from conftest import DATA
 
@@ -106,14 +107,17 @@ def blocks(walks):
     return sorted((run, end_run) for end_run in starts for run in runs(starts[end_run]))
 
 
-def as_text(run):
+def as_text(run, newest):
+    """A run as text: one up to the newest version has no end, so that it holds for the next, too."""
     first, last = run
+    if last == newest:
+        return f"{first}.."
     return f"{first}" if first == last else f"{first}..{last}"
 
 
 def from_text(text):
-    first, _, last = text.partition("..")
-    return int(first), int(last or first)
+    first, dots, last = text.partition("..")
+    return int(first), int(last or (sys.maxsize if dots else first))
 
 
 class Departures:
@@ -124,7 +128,7 @@ class Departures:
     def __init__(self, name):
         self.path = DATA / name
 
-    def write(self, comment, departures_by_walk):
+    def write(self, comment, departures_by_walk, newest):
         """departures_by_walk: the departures by (start, end)."""
         walks = collections.defaultdict(list)
         for walk, by_table in departures_by_walk.items():
@@ -135,8 +139,8 @@ class Departures:
                          for block in blocks(walks[table, difference]))
         self.path.write_text(
             "".join(f"# {line}\n" for line in comment.splitlines()) +
-            "".join(f"\n== {table}: {as_text(starts)} -> {as_text(ends)}\n{difference}\n"
-                    for _, (starts, ends), table, difference in entries),
+            "".join(f"\n== {table}: {as_text(starts, newest)} -> {as_text(ends, newest)}\n"
+                    f"{difference}\n" for _, (starts, ends), table, difference in entries),
             encoding="utf-8")
 
     @functools.cached_property

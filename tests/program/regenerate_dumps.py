@@ -51,11 +51,12 @@ def write_walks():
 
     walks = by_key(on("TORVIK"), PAIRS)
     WALKS.write("What a walk leaves otherwise than the walk from version 1 to the same version.\n"
-                "FROM -> TO: - is what version_TO.sql has, + what there is in its place.", walks)
+                "FROM -> TO: - is what version_TO.sql has, + what there is in its place.",
+                walks, NEWEST)
     WALKS_ON_TORVIKMAX.write(
         "What a walk on TORVIKMAX leaves otherwise, where that is not what walks.diff says.\n"
         "FROM -> TO: - is what version_TO.sql has, + what there is in its place.",
-        otherwise(by_key(on("TORVIKMAX"), PAIRS), walks))
+        otherwise(by_key(on("TORVIKMAX"), PAIRS), walks), NEWEST)
 
     again = by_key(lambda start, end: departures(dump_of(end), walk(walked_back_to_1(), end).dump),
                    [(1, version) for version in VERSIONS[1:]])
@@ -64,7 +65,7 @@ def write_walks():
         "version back to 1, where that is not what the walk back has left there (walks.diff).\n"
         "1 -> TO: - is what version_TO.sql has, + what there is in its place. A heading without\n"
         "lines: the table is as in version_TO.sql.",
-        otherwise(again, {(1, end): walks[NEWEST, end] for _, end in again}))
+        otherwise(again, {(1, end): walks[NEWEST, end] for _, end in again}), NEWEST)
 
 
 if __name__ == "__main__":

@@ -47,7 +47,7 @@ def left_otherwise():
     return {
         # A column that comes back stands behind those of later versions.
         3: last("ombrixMasterSettings", "ombrixEnabled BOOLEAN DEFAULT 1"),
-        (4, 34): remade(
+        (4, NEWEST): remade(
             "systemControl",
             "id INTEGER , brightness INTEGER NOT NULL  DEFAULT 80 , "
             "nightBrightness INTEGER NOT NULL  DEFAULT 25 , keyClickEnabled BOOLEAN DEFAULT 1 , "
