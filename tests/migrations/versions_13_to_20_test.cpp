@@ -5,20 +5,6 @@
 namespace
 {
 using M = DatabaseMigrator;
-using Step = void (DatabaseMigrator::*)();
-using Probe = bool (DatabaseMigrator::*)() const;
-
-/// A version that no step of the catalogue sets.
-const int versionUnmoved = 99;
-
-/// One run of a step: what it finds and what it leaves.
-struct Run {
-    QByteArray before;
-    QStringList log;
-    int version;
-    QStringList after; ///< the whole device database
-};
-
 /// A version that adds one column and does nothing else.
 const struct {
     int version;
@@ -193,7 +179,6 @@ const QByteArray watchingChanges =
     "CREATE TRIGGER watching AFTER UPDATE ON userProfiles BEGIN "
     "INSERT INTO changes SELECT OLD.language, NEW.language FROM languages; END";
 } // namespace
-Q_DECLARE_METATYPE(Run)
 Q_DECLARE_METATYPE(Step)
 Q_DECLARE_METATYPE(Probe)
 
@@ -206,30 +191,30 @@ private slots:
     void cleanup() { device.reset(); }
 
     void updateToVersion13_data();
-    void updateToVersion13() { runStep(&M::updateToVersion13); }
+    void updateToVersion13() { checkStep(*device, &M::updateToVersion13); }
     void revertFromVersion13_data();
-    void revertFromVersion13() { runStep(&M::revertFromVersion13); }
+    void revertFromVersion13() { checkStep(*device, &M::revertFromVersion13); }
     void updateThatAddsAColumn_data();
     void updateThatAddsAColumn();
     void revertThatDropsAColumn_data();
     void revertThatDropsAColumn();
     void updateToVersion16_data();
-    void updateToVersion16() { runStep(&M::updateToVersion16); }
+    void updateToVersion16() { checkStep(*device, &M::updateToVersion16); }
     void revertFromVersion16_data();
-    void revertFromVersion16() { runStep(&M::revertFromVersion16); }
+    void revertFromVersion16() { checkStep(*device, &M::revertFromVersion16); }
     void canadianFrenchBecomesFrenchOfFrance();
     void updateToVersion17_data();
-    void updateToVersion17() { runStep(&M::updateToVersion17); }
+    void updateToVersion17() { checkStep(*device, &M::updateToVersion17); }
     void revertFromVersion17_data();
-    void revertFromVersion17() { runStep(&M::revertFromVersion17); }
+    void revertFromVersion17() { checkStep(*device, &M::revertFromVersion17); }
     void updateToVersion19_data();
-    void updateToVersion19() { runStep(&M::updateToVersion19); }
+    void updateToVersion19() { checkStep(*device, &M::updateToVersion19); }
     void revertFromVersion19_data();
-    void revertFromVersion19() { runStep(&M::revertFromVersion19); }
+    void revertFromVersion19() { checkStep(*device, &M::revertFromVersion19); }
     void updateToVersion20_data();
-    void updateToVersion20() { runStep(&M::updateToVersion20); }
+    void updateToVersion20() { checkStep(*device, &M::updateToVersion20); }
     void revertFromVersion20_data();
-    void revertFromVersion20() { runStep(&M::revertFromVersion20); }
+    void revertFromVersion20() { checkStep(*device, &M::revertFromVersion20); }
     void secondUpdate_data();
     void secondUpdate();
     void secondRevert_data();
@@ -242,25 +227,10 @@ private slots:
     void probesOnAClosedConnection();
 
 private:
-    void runStep(Step step);
     DatabaseMigrator &startAt20();
 
     std::unique_ptr<ScratchDevice> device;
 };
-
-/// Runs a step as the test's row "run" says.
-void Versions13To20Test::runStep(Step step)
-{
-    QFETCH(Run, run);
-    device->sql(run.before);
-    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
-
-    (migrator.*step)();
-
-    COMPARE_LINES(takeLogLines(*device), run.log);
-    QCOMPARE(migrator.currentVersion(), run.version);
-    COMPARE_LINES(device->dump(), run.after);
-}
 
 /// Walks the tables of version 12 to version 20.
 DatabaseMigrator &Versions13To20Test::startAt20()
@@ -289,47 +259,47 @@ void Versions13To20Test::updateToVersion13_data()
     const QStringList updatesStay =
         tableStays("SoftwareUpdateTable", viewStays("SoftwareUpdateTable"));
 
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("the updates go, no profile has accepted the licence")
-        << Run{updates + profiles +
-                   ");INSERT INTO SoftwareUpdateTable VALUES(1), (2);"
-                   "INSERT INTO userProfiles VALUES(1, 'Müller'), (7, NULL);",
-               succeeded,
-               13,
-               {profiles + licence, "userProfiles", "1, 'Müller', 0", "7, NULL, 0"}};
+    QTest::newRow("the updates go, no profile has accepted the licence") << StepRun{
+        updates + profiles +
+            ");INSERT INTO SoftwareUpdateTable VALUES(1), (2);"
+            "INSERT INTO userProfiles VALUES(1, 'Müller'), (7, NULL);",
+        succeeded,
+        13,
+        {profiles + licence, "userProfiles", "1, 'Müller', 0", "7, NULL, 0"}};
     QTest::newRow("there are no updates")
-        << Run{profiles + ")", succeeded, 13, {profiles + licence, "userProfiles"}};
-    QTest::newRow("the tables of the backward step stay")
-        << Run{"CREATE TABLE SoftwareVersion (id);CREATE TABLE SoftwareUpdates (id);" + profiles +
-                   ");INSERT INTO SoftwareVersion VALUES(1);"
-                   "INSERT INTO SoftwareUpdates VALUES(2);",
-               succeeded,
-               13,
-               {"CREATE TABLE SoftwareVersion (id)",
-                "CREATE TABLE SoftwareUpdates (id)",
-                profiles + licence,
-                "SoftwareVersion",
-                "1",
-                "SoftwareUpdates",
-                "2",
-                "userProfiles"}};
-    QTest::newRow("the updates stay: the licence is added all the same")
-        << Run{updatesView + ";" + profiles + ");INSERT INTO userProfiles VALUES(1, 'Müller')",
-               updatesStay + failed,
-               versionUnmoved,
-               {updatesView, profiles + licence, "userProfiles", "1, 'Müller', 0"}};
-    QTest::newRow("the licence is there: the updates go all the same") << Run{
+        << StepRun{profiles + ")", succeeded, 13, {profiles + licence, "userProfiles"}};
+    QTest::newRow("the tables of the backward step stay") << StepRun{
+        "CREATE TABLE SoftwareVersion (id);CREATE TABLE SoftwareUpdates (id);" + profiles +
+            ");INSERT INTO SoftwareVersion VALUES(1);"
+            "INSERT INTO SoftwareUpdates VALUES(2);",
+        succeeded,
+        13,
+        {"CREATE TABLE SoftwareVersion (id)",
+         "CREATE TABLE SoftwareUpdates (id)",
+         profiles + licence,
+         "SoftwareVersion",
+         "1",
+         "SoftwareUpdates",
+         "2",
+         "userProfiles"}};
+    QTest::newRow("the updates stay: the licence is added all the same") << StepRun{
+        updatesView + ";" + profiles + ");INSERT INTO userProfiles VALUES(1, 'Müller')",
+        updatesStay + failed,
+        versionUnmoved,
+        {updatesView, profiles + licence, "userProfiles", "1, 'Müller', 0"}};
+    QTest::newRow("the licence is there: the updates go all the same") << StepRun{
         updates + profiles + licence + ";INSERT INTO userProfiles VALUES(1, 'Müller', 1)",
         newColumnFailed("acceptedEULA", "userProfiles", columnThere("acceptedEULA")) + failed,
         versionUnmoved,
         {profiles + licence, "userProfiles", "1, 'Müller', 1"}};
-    QTest::newRow("the licence is there in another letter case") << Run{
+    QTest::newRow("the licence is there in another letter case") << StepRun{
         updates + profiles + ", ACCEPTEDEULA)",
         newColumnFailed("acceptedEULA", "userProfiles", columnThere("acceptedEULA")) + failed,
         versionUnmoved,
         {profiles + ", ACCEPTEDEULA)", "userProfiles"}};
-    QTest::newRow("both fail, in this order") << Run{
+    QTest::newRow("both fail, in this order") << StepRun{
         updatesView,
         updatesStay + newColumnFailed("acceptedEULA", "userProfiles", noSuchTable("userProfiles")) +
             failed,
@@ -350,46 +320,46 @@ void Versions13To20Test::revertFromVersion13_data()
     const QStringList softwareStays = tableStays("SoftwareVersion", viewStays("SoftwareVersion"));
     const QStringList updatesStay = tableStays("SoftwareUpdates", viewStays("SoftwareUpdates"));
 
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("the licence goes, and two tables with it")
-        << Run{software + updates + licensed +
-                   "INSERT INTO userProfiles VALUES(7, NULL, 0);"
-                   "INSERT INTO SoftwareVersion VALUES(1);INSERT INTO SoftwareUpdates VALUES(2);",
-               {},
-               12,
-               {profilesRebuilt, "userProfiles", "1, 'Müller'", "7, NULL"}};
+    QTest::newRow("the licence goes, and two tables with it") << StepRun{
+        software + updates + licensed +
+            "INSERT INTO userProfiles VALUES(7, NULL, 0);"
+            "INSERT INTO SoftwareVersion VALUES(1);INSERT INTO SoftwareUpdates VALUES(2);",
+        {},
+        12,
+        {profilesRebuilt, "userProfiles", "1, 'Müller'", "7, NULL"}};
     QTest::newRow("there is nothing but the profiles")
-        << Run{profiles + ")", {}, 12, {profilesRebuilt, "userProfiles"}};
-    QTest::newRow("the table of the forward step stays")
-        << Run{"CREATE TABLE SoftwareUpdateTable (id);" + licensed,
-               {},
-               12,
-               {"CREATE TABLE SoftwareUpdateTable (id)",
-                profilesRebuilt,
-                "SoftwareUpdateTable",
-                "userProfiles",
-                "1, 'Müller'"}};
-    QTest::newRow("the software's version stays: the rest goes all the same")
-        << Run{softwareView + ";" + updates + licensed,
-               softwareStays,
-               versionUnmoved,
-               {softwareView, profilesRebuilt, "userProfiles", "1, 'Müller'"}};
-    QTest::newRow("the software's updates stay: the rest goes all the same")
-        << Run{software + updatesView + ";" + licensed,
-               updatesStay,
-               versionUnmoved,
-               {updatesView, profilesRebuilt, "userProfiles", "1, 'Müller'"}};
-    QTest::newRow("the licence stays: the rest goes all the same")
-        << Run{software + updates + licensed + copy,
-               columnStays("acceptedEULA", "userProfiles", copyInTheWay("userProfiles")),
-               versionUnmoved,
-               {profiles + ", acceptedEULA BOOLEAN DEFAULT 0)",
-                copy,
-                "userProfiles",
-                "1, 'Müller', 1",
-                "userProfiles_temp"}};
-    QTest::newRow("all three fail, in this order") << Run{
+        << StepRun{profiles + ")", {}, 12, {profilesRebuilt, "userProfiles"}};
+    QTest::newRow("the table of the forward step stays") << StepRun{
+        "CREATE TABLE SoftwareUpdateTable (id);" + licensed,
+        {},
+        12,
+        {"CREATE TABLE SoftwareUpdateTable (id)",
+         profilesRebuilt,
+         "SoftwareUpdateTable",
+         "userProfiles",
+         "1, 'Müller'"}};
+    QTest::newRow("the software's version stays: the rest goes all the same") << StepRun{
+        softwareView + ";" + updates + licensed,
+        softwareStays,
+        versionUnmoved,
+        {softwareView, profilesRebuilt, "userProfiles", "1, 'Müller'"}};
+    QTest::newRow("the software's updates stay: the rest goes all the same") << StepRun{
+        software + updatesView + ";" + licensed,
+        updatesStay,
+        versionUnmoved,
+        {updatesView, profilesRebuilt, "userProfiles", "1, 'Müller'"}};
+    QTest::newRow("the licence stays: the rest goes all the same") << StepRun{
+        software + updates + licensed + copy,
+        columnStays("acceptedEULA", "userProfiles", copyInTheWay("userProfiles")),
+        versionUnmoved,
+        {profiles + ", acceptedEULA BOOLEAN DEFAULT 0)",
+         copy,
+         "userProfiles",
+         "1, 'Müller', 1",
+         "userProfiles_temp"}};
+    QTest::newRow("all three fail, in this order") << StepRun{
         softwareView + ";" + updatesView,
         softwareStays + updatesStay + columnStays("acceptedEULA", "userProfiles", rebuildRefused),
         versionUnmoved,
@@ -399,7 +369,7 @@ void Versions13To20Test::revertFromVersion13_data()
 void Versions13To20Test::updateThatAddsAColumn_data()
 {
     QTest::addColumn<Step>("step");
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
     for (const auto &added : addedColumns) {
         const QByteArray table = "CREATE TABLE " + added.table + " (id INTEGER PRIMARY KEY, a TEXT";
@@ -409,7 +379,8 @@ void Versions13To20Test::updateThatAddsAColumn_data()
             QStringList(added.failureLine);
         QTest::addRow("version %d: every row gets the value", added.version)
             << added.update
-            << Run{table + ")" + insert + "(1, 'Süd'), (7, NULL)",
+            << StepRun{
+                   table + ")" + insert + "(1, 'Süd'), (7, NULL)",
                    {added.successLine},
                    added.version,
                    {table + ", " + added.column + " " + added.type + ")",
@@ -418,7 +389,8 @@ void Versions13To20Test::updateThatAddsAColumn_data()
                     "7, NULL, " + added.value}};
         QTest::addRow("version %d: a column that is there keeps its values", added.version)
             << added.update
-            << Run{table + ", " + added.column + " TEXT)" + insert + "(1, '', 'x'), (2, '', NULL)",
+            << StepRun{
+                   table + ", " + added.column + " TEXT)" + insert + "(1, '', 'x'), (2, '', NULL)",
                    there,
                    versionUnmoved,
                    {table + ", " + added.column + " TEXT)",
@@ -427,13 +399,15 @@ void Versions13To20Test::updateThatAddsAColumn_data()
                     "2, '', NULL"}};
         QTest::addRow("version %d: the column is there in another letter case", added.version)
             << added.update
-            << Run{table + ", " + added.column.toUpper() + ")" + insert + "(1, '', 'x')",
+            << StepRun{
+                   table + ", " + added.column.toUpper() + ")" + insert + "(1, '', 'x')",
                    there,
                    versionUnmoved,
                    {table + ", " + added.column.toUpper() + ")", added.table, "1, '', 'x'"}};
         QTest::addRow("version %d: there is no table", added.version)
             << added.update
-            << Run{"",
+            << StepRun{
+                   "",
                    newColumnFailed(added.column, added.table, noSuchTable(added.table)) +
                        QStringList(added.failureLine),
                    versionUnmoved,
@@ -444,13 +418,13 @@ void Versions13To20Test::updateThatAddsAColumn_data()
 void Versions13To20Test::updateThatAddsAColumn()
 {
     QFETCH(Step, step);
-    runStep(step);
+    checkStep(*device, step);
 }
 
 void Versions13To20Test::revertThatDropsAColumn_data()
 {
     QTest::addColumn<Step>("step");
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
     for (const auto &added : addedColumns) {
         const QByteArray create =
@@ -461,39 +435,44 @@ void Versions13To20Test::revertThatDropsAColumn_data()
         const QByteArray copy = "CREATE TABLE " + added.table + "_temp (b)";
         QTest::addRow("version %d: the column goes, the rows stay", added.version)
             << added.revert
-            << Run{create + ", " + added.column + " " + added.type + ")" + insert +
+            << StepRun{
+                   create + ", " + added.column + " " + added.type + ")" + insert +
                        "(1, 'Süd', 1), (7, NULL, 0)",
                    {},
                    added.version - 1,
                    {rebuilt, added.table, "1, 'Süd'", "7, NULL"}};
         QTest::addRow("version %d: the column goes in another letter case", added.version)
             << added.revert
-            << Run{create + ", " + added.column.toUpper() + ")" + insert + "(1, 'Süd', 1)",
+            << StepRun{
+                   create + ", " + added.column.toUpper() + ")" + insert + "(1, 'Süd', 1)",
                    {},
                    added.version - 1,
                    {rebuilt, added.table, "1, 'Süd'"}};
         QTest::addRow("version %d: without the column the table is rebuilt as well", added.version)
             << added.revert
-            << Run{create + ")" + insert + "(1, 'Süd')",
+            << StepRun{
+                   create + ")" + insert + "(1, 'Süd')",
                    {},
                    added.version - 1,
                    {rebuilt, added.table, "1, 'Süd'"}};
         QTest::addRow("version %d: a copy was left behind", added.version)
             << added.revert
-            << Run{create + ", " + added.column + ");" + copy,
+            << StepRun{
+                   create + ", " + added.column + ");" + copy,
                    columnStays(added.column, added.table, copyInTheWay(added.table)),
                    versionUnmoved,
                    {create + ", " + added.column + ")", copy, added.table, added.table + "_temp"}};
         QTest::addRow("version %d: there is no table", added.version)
             << added.revert
-            << Run{"", columnStays(added.column, added.table, rebuildRefused), versionUnmoved, {}};
+            << StepRun{
+                   "", columnStays(added.column, added.table, rebuildRefused), versionUnmoved, {}};
     }
 }
 
 void Versions13To20Test::revertThatDropsAColumn()
 {
     QFETCH(Step, step);
-    runStep(step);
+    checkStep(*device, step);
 }
 
 void Versions13To20Test::updateToVersion16_data()
@@ -504,44 +483,44 @@ void Versions13To20Test::updateToVersion16_data()
     const QByteArray namesakes = "CREATE TABLE userProfiles (id INTEGER PRIMARY KEY, "
                                  "language TEXT, \"en-US\" TEXT, \"es\" TEXT)";
 
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("six languages get their country, their table goes")
-        << Run{languages + ";INSERT INTO languages VALUES('en'), ('es');" + speakers + ";" +
-                   insertSpeakers(
-                       {"en",
-                        "es",
-                        "fr",
-                        "de",
-                        "ru",
-                        "pt",
-                        "en",
-                        "it",
-                        "EN",
-                        " en",
-                        "en-GB",
-                        "fr-CA",
-                        ""}) +
-                   "INSERT INTO userProfiles VALUES(20, NULL)",
-               succeeded,
-               16,
-               QStringList(speakers) +
-                   speakersOf(
-                       {"en-US",
-                        "es-ES",
-                        "fr-FR",
-                        "de-DE",
-                        "ru-RU",
-                        "pt-BR",
-                        "en-US",
-                        "it",
-                        "EN",
-                        " en",
-                        "en-GB",
-                        "fr-CA",
-                        ""}) +
-                   QStringList("20, NULL")};
-    QTest::newRow("the languages are changed in order, their table goes last") << Run{
+    QTest::newRow("six languages get their country, their table goes") << StepRun{
+        languages + ";INSERT INTO languages VALUES('en'), ('es');" + speakers + ";" +
+            insertSpeakers(
+                {"en",
+                 "es",
+                 "fr",
+                 "de",
+                 "ru",
+                 "pt",
+                 "en",
+                 "it",
+                 "EN",
+                 " en",
+                 "en-GB",
+                 "fr-CA",
+                 ""}) +
+            "INSERT INTO userProfiles VALUES(20, NULL)",
+        succeeded,
+        16,
+        QStringList(speakers) +
+            speakersOf(
+                {"en-US",
+                 "es-ES",
+                 "fr-FR",
+                 "de-DE",
+                 "ru-RU",
+                 "pt-BR",
+                 "en-US",
+                 "it",
+                 "EN",
+                 " en",
+                 "en-GB",
+                 "fr-CA",
+                 ""}) +
+            QStringList("20, NULL")};
+    QTest::newRow("the languages are changed in order, their table goes last") << StepRun{
         languages + ";INSERT INTO languages VALUES('en');" + speakers + ";" +
             insertSpeakers({"pt", "ru", "de", "fr", "es", "en"}) + changes + ";" + watchingChanges,
         succeeded,
@@ -563,95 +542,95 @@ void Versions13To20Test::updateToVersion16_data()
             found << otherLanguage;
             left << (otherLanguage == language ? language : otherLocale);
         }
-        QTest::addRow("%s cannot become %s", qPrintable(language), qPrintable(locale)) << Run{
+        QTest::addRow("%s cannot become %s", qPrintable(language), qPrintable(locale)) << StepRun{
             languages + ";" + speakers + ";" + insertSpeakers(found) + refusalToChange(language),
             failed,
             versionUnmoved,
             QStringList{speakers, refusalToChange(language)} + speakersOf(left)};
     }
-    QTest::newRow("the table of languages is gone: the profiles change all the same")
-        << Run{speakers + ";" + insertSpeakers({"en", "pt"}),
-               failed,
-               versionUnmoved,
-               QStringList(speakers) + speakersOf({"en-US", "pt-BR"})};
-    QTest::newRow("a view stands in the place of the languages")
-        << Run{speakers + ";" + insertSpeakers({"en", "pt"}) + languagesView,
-               failed,
-               versionUnmoved,
-               QStringList{speakers, languagesView} + speakersOf({"en-US", "pt-BR"})};
+    QTest::newRow("the table of languages is gone: the profiles change all the same") << StepRun{
+        speakers + ";" + insertSpeakers({"en", "pt"}),
+        failed,
+        versionUnmoved,
+        QStringList(speakers) + speakersOf({"en-US", "pt-BR"})};
+    QTest::newRow("a view stands in the place of the languages") << StepRun{
+        speakers + ";" + insertSpeakers({"en", "pt"}) + languagesView,
+        failed,
+        versionUnmoved,
+        QStringList{speakers, languagesView} + speakersOf({"en-US", "pt-BR"})};
     QTest::newRow("there are no profiles")
-        << Run{languages + ";" + speakers, succeeded, 16, {speakers, "userProfiles"}};
+        << StepRun{languages + ";" + speakers, succeeded, 16, {speakers, "userProfiles"}};
     QTest::newRow("the profiles have no table: the languages go all the same")
-        << Run{languages, failed, versionUnmoved, {}};
-    QTest::newRow("a column that is called like a language gives its value")
-        << Run{languages + ";" + namesakes +
-                   ";INSERT INTO userProfiles VALUES(1, 'en', 'en-AU', ''), (2, 'es', '', ''), "
-                   "(3, 'ca', '', 'ca')",
-               succeeded,
-               16,
-               {namesakes,
-                "userProfiles",
-                "1, 'en-AU', 'en-AU', ''",
-                "2, 'es', '', ''",
-                "3, 'es-ES', '', 'ca'"}};
+        << StepRun{languages, failed, versionUnmoved, {}};
+    QTest::newRow("a column that is called like a language gives its value") << StepRun{
+        languages + ";" + namesakes +
+            ";INSERT INTO userProfiles VALUES(1, 'en', 'en-AU', ''), (2, 'es', '', ''), "
+            "(3, 'ca', '', 'ca')",
+        succeeded,
+        16,
+        {namesakes,
+         "userProfiles",
+         "1, 'en-AU', 'en-AU', ''",
+         "2, 'es', '', ''",
+         "3, 'es-ES', '', 'ca'"}};
 }
 
 void Versions13To20Test::revertFromVersion16_data()
 {
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("seven locales lose their country, the languages get no table")
-        << Run{speakers + ";" +
-                   insertSpeakers(
-                       {"en-US",
-                        "es-ES",
-                        "fr-FR",
-                        "fr-CA",
-                        "de-DE",
-                        "ru-RU",
-                        "pt-BR",
-                        "en-US",
-                        "en-GB",
-                        "EN-US",
-                        "pt-PT",
-                        "it",
-                        "en"}) +
-                   "INSERT INTO userProfiles VALUES(20, NULL)",
-               {},
-               15,
-               QStringList(speakers) +
-                   speakersOf(
-                       {"en",
-                        "es",
-                        "fr",
-                        "fr",
-                        "de",
-                        "ru",
-                        "pt",
-                        "en",
-                        "en-GB",
-                        "EN-US",
-                        "pt-PT",
-                        "it",
-                        "en"}) +
-                   QStringList("20, NULL")};
-    QTest::newRow("the locales are changed in order, a table of languages stays")
-        << Run{languages + ";INSERT INTO languages VALUES('en');" + speakers + ";" +
-                   insertSpeakers({"pt-BR", "ru-RU", "de-DE", "fr-CA", "fr-FR", "es-ES", "en-US"}) +
-                   changes + ";" + watchingChanges,
-               {},
-               15,
-               QStringList{languages, speakers, changes, watchingChanges, "languages", "'en'"} +
-                   speakersOf({"pt", "ru", "de", "fr", "fr", "es", "en"}) +
-                   QStringList{
-                       "changes",
-                       "'en-US', 'en'",
-                       "'es-ES', 'es'",
-                       "'fr-FR', 'fr'",
-                       "'fr-CA', 'fr'",
-                       "'de-DE', 'de'",
-                       "'ru-RU', 'ru'",
-                       "'pt-BR', 'pt'"}};
+    QTest::newRow("seven locales lose their country, the languages get no table") << StepRun{
+        speakers + ";" +
+            insertSpeakers(
+                {"en-US",
+                 "es-ES",
+                 "fr-FR",
+                 "fr-CA",
+                 "de-DE",
+                 "ru-RU",
+                 "pt-BR",
+                 "en-US",
+                 "en-GB",
+                 "EN-US",
+                 "pt-PT",
+                 "it",
+                 "en"}) +
+            "INSERT INTO userProfiles VALUES(20, NULL)",
+        {},
+        15,
+        QStringList(speakers) +
+            speakersOf(
+                {"en",
+                 "es",
+                 "fr",
+                 "fr",
+                 "de",
+                 "ru",
+                 "pt",
+                 "en",
+                 "en-GB",
+                 "EN-US",
+                 "pt-PT",
+                 "it",
+                 "en"}) +
+            QStringList("20, NULL")};
+    QTest::newRow("the locales are changed in order, a table of languages stays") << StepRun{
+        languages + ";INSERT INTO languages VALUES('en');" + speakers + ";" +
+            insertSpeakers({"pt-BR", "ru-RU", "de-DE", "fr-CA", "fr-FR", "es-ES", "en-US"}) +
+            changes + ";" + watchingChanges,
+        {},
+        15,
+        QStringList{languages, speakers, changes, watchingChanges, "languages", "'en'"} +
+            speakersOf({"pt", "ru", "de", "fr", "fr", "es", "en"}) +
+            QStringList{
+                "changes",
+                "'en-US', 'en'",
+                "'es-ES', 'es'",
+                "'fr-FR', 'fr'",
+                "'fr-CA', 'fr'",
+                "'de-DE', 'de'",
+                "'ru-RU', 'ru'",
+                "'pt-BR', 'pt'"}};
     for (const auto &[locale, language] : languagesOfLocales) {
         QStringList found;
         QStringList left;
@@ -659,13 +638,13 @@ void Versions13To20Test::revertFromVersion16_data()
             found << otherLocale;
             left << (otherLocale == locale ? locale : otherLanguage);
         }
-        QTest::addRow("%s cannot become %s", qPrintable(locale), qPrintable(language))
-            << Run{speakers + ";" + insertSpeakers(found) + refusalToChange(locale),
-                   {},
-                   15,
-                   QStringList{speakers, refusalToChange(locale)} + speakersOf(left)};
+        QTest::addRow("%s cannot become %s", qPrintable(locale), qPrintable(language)) << StepRun{
+            speakers + ";" + insertSpeakers(found) + refusalToChange(locale),
+            {},
+            15,
+            QStringList{speakers, refusalToChange(locale)} + speakersOf(left)};
     }
-    QTest::newRow("the profiles have no table") << Run{"", {}, 15, {}};
+    QTest::newRow("the profiles have no table") << StepRun{"", {}, 15, {}};
 }
 
 void Versions13To20Test::canadianFrenchBecomesFrenchOfFrance()
@@ -693,40 +672,40 @@ void Versions13To20Test::updateToVersion17_data()
     const QStringList firmwareThere =
         newColumnFailed("firmwareVersion", table, columnThere("firmwareVersion"));
 
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("the receivers get another name and no firmware version")
-        << Run{internalReceivers + ")" + insert + "(1, 38400), (2, NULL)",
-               {"Migration to version 17 was successful."},
-               17,
-               {receiversRenamed + firmware, table, "1, 38400, NULL", "2, NULL, NULL"}};
-    QTest::newRow("the receivers have the column: they are renamed all the same")
-        << Run{internalReceivers + ", firmwareVersion)" + insert + "(1, 38400, '2.1')",
-               firmwareThere + failed,
-               versionUnmoved,
-               {receiversRenamed + ", firmwareVersion)", table, "1, 38400, '2.1'"}};
-    QTest::newRow("both tables are there: the column is added all the same")
-        << Run{internalReceivers + ")" + insert + "(1, 38400);" + supportedReceivers +
-                   ");INSERT INTO supportedHarloReceiverSettings VALUES(5, 9600)",
-               failed,
-               versionUnmoved,
-               {internalReceivers + ")",
-                supportedReceivers + firmware,
-                "internalGpsReceiverSettings",
-                "1, 38400",
-                table,
-                "5, 9600, NULL"}};
-    QTest::newRow("the change is there")
-        << Run{supportedReceivers + firmware +
-                   ";INSERT INTO supportedHarloReceiverSettings VALUES(1, 38400, '2.1')",
-               firmwareThere + failed,
-               versionUnmoved,
-               {supportedReceivers + firmware, table, "1, 38400, '2.1'"}};
-    QTest::newRow("there is no table")
-        << Run{"",
-               newColumnFailed("firmwareVersion", table, noSuchTable(table)) + failed,
-               versionUnmoved,
-               {}};
+    QTest::newRow("the receivers get another name and no firmware version") << StepRun{
+        internalReceivers + ")" + insert + "(1, 38400), (2, NULL)",
+        {"Migration to version 17 was successful."},
+        17,
+        {receiversRenamed + firmware, table, "1, 38400, NULL", "2, NULL, NULL"}};
+    QTest::newRow("the receivers have the column: they are renamed all the same") << StepRun{
+        internalReceivers + ", firmwareVersion)" + insert + "(1, 38400, '2.1')",
+        firmwareThere + failed,
+        versionUnmoved,
+        {receiversRenamed + ", firmwareVersion)", table, "1, 38400, '2.1'"}};
+    QTest::newRow("both tables are there: the column is added all the same") << StepRun{
+        internalReceivers + ")" + insert + "(1, 38400);" + supportedReceivers +
+            ");INSERT INTO supportedHarloReceiverSettings VALUES(5, 9600)",
+        failed,
+        versionUnmoved,
+        {internalReceivers + ")",
+         supportedReceivers + firmware,
+         "internalGpsReceiverSettings",
+         "1, 38400",
+         table,
+         "5, 9600, NULL"}};
+    QTest::newRow("the change is there") << StepRun{
+        supportedReceivers + firmware +
+            ";INSERT INTO supportedHarloReceiverSettings VALUES(1, 38400, '2.1')",
+        firmwareThere + failed,
+        versionUnmoved,
+        {supportedReceivers + firmware, table, "1, 38400, '2.1'"}};
+    QTest::newRow("there is no table") << StepRun{
+        "",
+        newColumnFailed("firmwareVersion", table, noSuchTable(table)) + failed,
+        versionUnmoved,
+        {}};
 }
 
 void Versions13To20Test::revertFromVersion17_data()
@@ -740,16 +719,16 @@ void Versions13To20Test::revertFromVersion17_data()
     const QByteArray internalRebuilt =
         "CREATE TABLE \"internalGpsReceiverSettings\"" + receiversRebuilt;
 
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("the receivers lose their firmware version and get their old name")
-        << Run{withFirmware,
-               {},
-               16,
-               {internalRebuilt, "internalGpsReceiverSettings", "1, 38400", "2, NULL"}};
-    QTest::newRow("there is no firmware version")
-        << Run{supportedReceivers + ")", {}, 16, {internalRebuilt, "internalGpsReceiverSettings"}};
-    QTest::newRow("the column stays: the receivers are renamed all the same") << Run{
+    QTest::newRow("the receivers lose their firmware version and get their old name") << StepRun{
+        withFirmware,
+        {},
+        16,
+        {internalRebuilt, "internalGpsReceiverSettings", "1, 38400", "2, NULL"}};
+    QTest::newRow("there is no firmware version") << StepRun{
+        supportedReceivers + ")", {}, 16, {internalRebuilt, "internalGpsReceiverSettings"}};
+    QTest::newRow("the column stays: the receivers are renamed all the same") << StepRun{
         withFirmware + copy,
         columnStays("firmwareVersion", table, copyInTheWay(table)),
         16,
@@ -760,18 +739,18 @@ void Versions13To20Test::revertFromVersion17_data()
          "1, 38400, '2.1'",
          "2, NULL, NULL",
          "supportedHarloReceiverSettings_temp"}};
-    QTest::newRow("the old name is taken: the column goes all the same")
-        << Run{internalReceivers + ");" + withFirmware,
-               {},
-               16,
-               {internalReceivers + ")",
-                "CREATE TABLE \"supportedHarloReceiverSettings\"" + receiversRebuilt,
-                "internalGpsReceiverSettings",
-                table,
-                "1, 38400",
-                "2, NULL"}};
+    QTest::newRow("the old name is taken: the column goes all the same") << StepRun{
+        internalReceivers + ");" + withFirmware,
+        {},
+        16,
+        {internalReceivers + ")",
+         "CREATE TABLE \"supportedHarloReceiverSettings\"" + receiversRebuilt,
+         "internalGpsReceiverSettings",
+         table,
+         "1, 38400",
+         "2, NULL"}};
     QTest::newRow("there is no table")
-        << Run{"", columnStays("firmwareVersion", table, rebuildRefused), 16, {}};
+        << StepRun{"", columnStays("firmwareVersion", table, rebuildRefused), 16, {}};
 }
 
 void Versions13To20Test::updateToVersion19_data()
@@ -798,56 +777,56 @@ void Versions13To20Test::updateToVersion19_data()
         tableStays("onScreenSwitchboxSwitchLabels", viewStays("onScreenSwitchboxSwitchLabels"));
     const QString mappingTable = "onScreenSwitchboxToMachineMapping";
 
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("every machine with switches is mapped once, switches and labels go")
-        << Run{machines + insertMachines + "(1), (2), (5);" + switches + insertSwitches +
-                   "(5, 10, 0), (5, 11, 3), (5, 12, 3), (2, 20, 7);" + labels +
-                   ";INSERT INTO onScreenSwitchboxSwitchLabels VALUES(5, 0, 'S1'), (1, 0, 'S1')",
-               succeeded,
-               19,
-               {machines,
-                mapping,
-                "MC_MachineConfig",
-                "1",
-                "2",
-                "5",
-                mappingTable,
-                "2, 'Invalid Configuration'",
-                "5, 'Invalid Configuration'"}};
-    QTest::newRow("there are no switches")
-        << Run{machines + ";" + switches + ";" + labels,
-               succeeded,
-               19,
-               {machines, mapping, "MC_MachineConfig", mappingTable}};
-    QTest::newRow("the switches have no table: labels go, nothing is mapped")
-        << Run{machines + insertMachines + "(1);" + labels +
-                   ";INSERT INTO onScreenSwitchboxSwitchLabels VALUES(1, 0, 'S1')",
-               succeeded,
-               19,
-               {machines, mapping, "MC_MachineConfig", "1", mappingTable}};
-    QTest::newRow("the switches name no machine: they go, nothing is mapped")
-        << Run{"CREATE TABLE onScreenSwitchboxConfig (a);"
-               "INSERT INTO onScreenSwitchboxConfig VALUES(1);",
-               succeeded,
-               19,
-               {mapping, mappingTable}};
-    QTest::newRow("there is no table") << Run{"", succeeded, 19, {mapping, mappingTable}};
-    QTest::newRow("mapped machines that have switches are mapped anew, others stay")
-        << Run{machines + insertMachines + "(1), (2);" + switches + insertSwitches + "(1, 10, 0);" +
-                   mapping +
-                   ";INSERT INTO onScreenSwitchboxToMachineMapping VALUES(1, 'S1-S4'), (2, 'S5')",
-               succeeded,
-               19,
-               {machines,
-                mapping,
-                "MC_MachineConfig",
-                "1",
-                "2",
-                mappingTable,
-                "1, 'Invalid Configuration'",
-                "2, 'S5'"}};
-    QTest::newRow("machines are integers of 64 bits, what is none becomes 0") << Run{
+    QTest::newRow("every machine with switches is mapped once, switches and labels go") << StepRun{
+        machines + insertMachines + "(1), (2), (5);" + switches + insertSwitches +
+            "(5, 10, 0), (5, 11, 3), (5, 12, 3), (2, 20, 7);" + labels +
+            ";INSERT INTO onScreenSwitchboxSwitchLabels VALUES(5, 0, 'S1'), (1, 0, 'S1')",
+        succeeded,
+        19,
+        {machines,
+         mapping,
+         "MC_MachineConfig",
+         "1",
+         "2",
+         "5",
+         mappingTable,
+         "2, 'Invalid Configuration'",
+         "5, 'Invalid Configuration'"}};
+    QTest::newRow("there are no switches") << StepRun{
+        machines + ";" + switches + ";" + labels,
+        succeeded,
+        19,
+        {machines, mapping, "MC_MachineConfig", mappingTable}};
+    QTest::newRow("the switches have no table: labels go, nothing is mapped") << StepRun{
+        machines + insertMachines + "(1);" + labels +
+            ";INSERT INTO onScreenSwitchboxSwitchLabels VALUES(1, 0, 'S1')",
+        succeeded,
+        19,
+        {machines, mapping, "MC_MachineConfig", "1", mappingTable}};
+    QTest::newRow("the switches name no machine: they go, nothing is mapped") << StepRun{
+        "CREATE TABLE onScreenSwitchboxConfig (a);"
+        "INSERT INTO onScreenSwitchboxConfig VALUES(1);",
+        succeeded,
+        19,
+        {mapping, mappingTable}};
+    QTest::newRow("there is no table") << StepRun{"", succeeded, 19, {mapping, mappingTable}};
+    QTest::newRow("mapped machines that have switches are mapped anew, others stay") << StepRun{
+        machines + insertMachines + "(1), (2);" + switches + insertSwitches + "(1, 10, 0);" +
+            mapping +
+            ";INSERT INTO onScreenSwitchboxToMachineMapping VALUES(1, 'S1-S4'), (2, 'S5')",
+        succeeded,
+        19,
+        {machines,
+         mapping,
+         "MC_MachineConfig",
+         "1",
+         "2",
+         mappingTable,
+         "1, 'Invalid Configuration'",
+         "2, 'S5'"}};
+    QTest::newRow("machines are integers of 64 bits, what is none becomes 0") << StepRun{
         machines + insertMachines + "(-1), (0), (9007199254740993);" + switches + insertSwitches +
             "(9007199254740993, 1, 0), ('ten', 1, 0), (NULL, 1, 0), (-1, 1, 0)",
         succeeded,
@@ -863,22 +842,23 @@ void Versions13To20Test::updateToVersion19_data()
          "0, 'Invalid Configuration'",
          "9007199254740993, 'Invalid Configuration'"}};
 
-    QTest::newRow("the mapping cannot be made: the rest stays")
-        << Run{machines + insertMachines + "(1);" + indexInTheWay + ";" + switches +
-                   insertSwitches + "(1, 10, 0);" + labels,
-               failed,
-               versionUnmoved,
-               {machines,
-                indexInTheWay,
-                switches,
-                labels,
-                "MC_MachineConfig",
-                "1",
-                "onScreenSwitchboxConfig",
-                "1, 10, 0",
-                "onScreenSwitchboxSwitchLabels"}};
+    QTest::newRow("the mapping cannot be made: the rest stays") << StepRun{
+        machines + insertMachines + "(1);" + indexInTheWay + ";" + switches + insertSwitches +
+            "(1, 10, 0);" + labels,
+        failed,
+        versionUnmoved,
+        {machines,
+         indexInTheWay,
+         switches,
+         labels,
+         "MC_MachineConfig",
+         "1",
+         "onScreenSwitchboxConfig",
+         "1, 10, 0",
+         "onScreenSwitchboxSwitchLabels"}};
     QTest::newRow("one machine cannot be mapped: the next one is, switches and labels stay")
-        << Run{machines + insertMachines + "(1), (3), (5);" + switches + insertSwitches +
+        << StepRun{
+               machines + insertMachines + "(1), (3), (5);" + switches + insertSwitches +
                    "(1, 10, 0), (3, 10, 0), (5, 10, 0);" + labels + ";" + mapping + ";" + refusal,
                failed,
                versionUnmoved,
@@ -899,56 +879,56 @@ void Versions13To20Test::updateToVersion19_data()
                 mappingTable,
                 "1, 'Invalid Configuration'",
                 "5, 'Invalid Configuration'"}};
-    QTest::newRow("one machine is not there: the others are mapped")
-        << Run{machines + insertMachines + "(1), (5);" + switches + insertSwitches +
-                   "(1, 10, 0), (3, 10, 0), (5, 10, 0)",
-               failed,
-               versionUnmoved,
-               {machines,
-                switches,
-                mapping,
-                "MC_MachineConfig",
-                "1",
-                "5",
-                "onScreenSwitchboxConfig",
-                "1, 10, 0",
-                "3, 10, 0",
-                "5, 10, 0",
-                mappingTable,
-                "1, 'Invalid Configuration'",
-                "5, 'Invalid Configuration'"}};
+    QTest::newRow("one machine is not there: the others are mapped") << StepRun{
+        machines + insertMachines + "(1), (5);" + switches + insertSwitches +
+            "(1, 10, 0), (3, 10, 0), (5, 10, 0)",
+        failed,
+        versionUnmoved,
+        {machines,
+         switches,
+         mapping,
+         "MC_MachineConfig",
+         "1",
+         "5",
+         "onScreenSwitchboxConfig",
+         "1, 10, 0",
+         "3, 10, 0",
+         "5, 10, 0",
+         mappingTable,
+         "1, 'Invalid Configuration'",
+         "5, 'Invalid Configuration'"}};
     QTest::newRow("a view stands in the place of the mapping, without switches")
-        << Run{mappingView + ";" + switches, succeeded, 19, {mappingView}};
-    QTest::newRow("a view stands in the place of the mapping, with a switch")
-        << Run{mappingView + ";" + machines + insertMachines + "(1);" + switches + insertSwitches +
-                   "(1, 10, 0)",
-               failed,
-               versionUnmoved,
-               {mappingView,
-                machines,
-                switches,
-                "MC_MachineConfig",
-                "1",
-                "onScreenSwitchboxConfig",
-                "1, 10, 0"}};
-    QTest::newRow("the switches cannot go: the labels do")
-        << Run{machines + insertMachines + "(1), (2);" + switchesView + ";" + labels,
-               switchesStay + succeeded,
-               19,
-               {machines,
-                switchesView,
-                mapping,
-                "MC_MachineConfig",
-                "1",
-                "2",
-                mappingTable,
-                "1, 'Invalid Configuration'",
-                "2, 'Invalid Configuration'"}};
-    QTest::newRow("neither can be read or go, in this order")
-        << Run{brokenSwitchesView + ";" + labelsView,
-               switchesStay + labelsStay + succeeded,
-               19,
-               {brokenSwitchesView, labelsView, mapping, mappingTable}};
+        << StepRun{mappingView + ";" + switches, succeeded, 19, {mappingView}};
+    QTest::newRow("a view stands in the place of the mapping, with a switch") << StepRun{
+        mappingView + ";" + machines + insertMachines + "(1);" + switches + insertSwitches +
+            "(1, 10, 0)",
+        failed,
+        versionUnmoved,
+        {mappingView,
+         machines,
+         switches,
+         "MC_MachineConfig",
+         "1",
+         "onScreenSwitchboxConfig",
+         "1, 10, 0"}};
+    QTest::newRow("the switches cannot go: the labels do") << StepRun{
+        machines + insertMachines + "(1), (2);" + switchesView + ";" + labels,
+        switchesStay + succeeded,
+        19,
+        {machines,
+         switchesView,
+         mapping,
+         "MC_MachineConfig",
+         "1",
+         "2",
+         mappingTable,
+         "1, 'Invalid Configuration'",
+         "2, 'Invalid Configuration'"}};
+    QTest::newRow("neither can be read or go, in this order") << StepRun{
+        brokenSwitchesView + ";" + labelsView,
+        switchesStay + labelsStay + succeeded,
+        19,
+        {brokenSwitchesView, labelsView, mapping, mappingTable}};
 }
 
 void Versions13To20Test::revertFromVersion19_data()
@@ -963,36 +943,36 @@ void Versions13To20Test::revertFromVersion19_data()
     const QStringList mappingStays = tableStays(
         "onScreenSwitchboxToMachineMapping", viewStays("onScreenSwitchboxToMachineMapping"));
 
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("the mapping goes, the older tables do not come back") << Run{
+    QTest::newRow("the mapping goes, the older tables do not come back") << StepRun{
         machines + ";" + mapping +
             ";INSERT INTO MC_MachineConfig VALUES(5);"
             "INSERT INTO onScreenSwitchboxToMachineMapping VALUES(5, 'Invalid Configuration')",
         {},
         18,
         {machines, "MC_MachineConfig", "5"}};
-    QTest::newRow("switches and labels go with the mapping")
-        << Run{machines + ";" + switches + ";" + labels + ";" + mapping +
-                   ";INSERT INTO MC_MachineConfig VALUES(5);"
-                   "INSERT INTO onScreenSwitchboxConfig VALUES(5, 10, 0);"
-                   "INSERT INTO onScreenSwitchboxSwitchLabels VALUES(5, 0, 'S1');"
-                   "INSERT INTO onScreenSwitchboxToMachineMapping VALUES(5, 'S1');",
-               {},
-               18,
-               {machines, "MC_MachineConfig", "5"}};
-    QTest::newRow("there is no table") << Run{"", {}, 18, {}};
+    QTest::newRow("switches and labels go with the mapping") << StepRun{
+        machines + ";" + switches + ";" + labels + ";" + mapping +
+            ";INSERT INTO MC_MachineConfig VALUES(5);"
+            "INSERT INTO onScreenSwitchboxConfig VALUES(5, 10, 0);"
+            "INSERT INTO onScreenSwitchboxSwitchLabels VALUES(5, 0, 'S1');"
+            "INSERT INTO onScreenSwitchboxToMachineMapping VALUES(5, 'S1');",
+        {},
+        18,
+        {machines, "MC_MachineConfig", "5"}};
+    QTest::newRow("there is no table") << StepRun{"", {}, 18, {}};
     QTest::newRow("the switches cannot go")
-        << Run{switchesView + ";" + labels + ";" + mapping, switchesStay, 18, {switchesView}};
+        << StepRun{switchesView + ";" + labels + ";" + mapping, switchesStay, 18, {switchesView}};
     QTest::newRow("the labels cannot go")
-        << Run{switches + ";" + labelsView + ";" + mapping, labelsStay, 18, {labelsView}};
+        << StepRun{switches + ";" + labelsView + ";" + mapping, labelsStay, 18, {labelsView}};
     QTest::newRow("the mapping cannot go")
-        << Run{switches + ";" + labels + ";" + mappingView, mappingStays, 18, {mappingView}};
-    QTest::newRow("none can go, in this order")
-        << Run{switchesView + ";" + labelsView + ";" + mappingView,
-               switchesStay + labelsStay + mappingStays,
-               18,
-               {switchesView, labelsView, mappingView}};
+        << StepRun{switches + ";" + labels + ";" + mappingView, mappingStays, 18, {mappingView}};
+    QTest::newRow("none can go, in this order") << StepRun{
+        switchesView + ";" + labelsView + ";" + mappingView,
+        switchesStay + labelsStay + mappingStays,
+        18,
+        {switchesView, labelsView, mappingView}};
 }
 
 void Versions13To20Test::updateToVersion20_data()
@@ -1012,52 +992,52 @@ void Versions13To20Test::updateToVersion20_data()
     const QStringList succeeded("Migration to version 20 was successful.");
     const QStringList failed("Migration to version 20 FAILED!");
 
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("every profile gets the warning and three quarters of the volume")
-        << Run{profiles + ")" + insert + "(1, 'Müller'), (7, NULL)",
-               succeeded,
-               20,
-               {profiles + sounds, "userProfiles", "1, 'Müller', 1, 0.75", "7, NULL, 1, 0.75"}};
-    QTest::newRow("also when both columns are there")
-        << Run{profiles + sounds + insert + "(1, 'Müller', 0, 1.0), (7, NULL, NULL, NULL)",
-               succeeded,
-               20,
-               {profiles + sounds, "userProfiles", "1, 'Müller', 1, 0.75", "7, NULL, 1, 0.75"}};
-    QTest::newRow("also when only the volume is there")
-        << Run{profiles + ", audioVolumePercent TEXT)" + insert + "(1, 'Müller', 'loud')",
-               succeeded,
-               20,
-               {profiles + ", audioVolumePercent TEXT, audibleBackingUpWarningEnabled BOOLEAN)",
-                "userProfiles",
-                "1, 'Müller', '0.75', 1"}};
+    QTest::newRow("every profile gets the warning and three quarters of the volume") << StepRun{
+        profiles + ")" + insert + "(1, 'Müller'), (7, NULL)",
+        succeeded,
+        20,
+        {profiles + sounds, "userProfiles", "1, 'Müller', 1, 0.75", "7, NULL, 1, 0.75"}};
+    QTest::newRow("also when both columns are there") << StepRun{
+        profiles + sounds + insert + "(1, 'Müller', 0, 1.0), (7, NULL, NULL, NULL)",
+        succeeded,
+        20,
+        {profiles + sounds, "userProfiles", "1, 'Müller', 1, 0.75", "7, NULL, 1, 0.75"}};
+    QTest::newRow("also when only the volume is there") << StepRun{
+        profiles + ", audioVolumePercent TEXT)" + insert + "(1, 'Müller', 'loud')",
+        succeeded,
+        20,
+        {profiles + ", audioVolumePercent TEXT, audibleBackingUpWarningEnabled BOOLEAN)",
+         "userProfiles",
+         "1, 'Müller', '0.75', 1"}};
     QTest::newRow("there are no profiles")
-        << Run{profiles + ")", succeeded, 20, {profiles + sounds, "userProfiles"}};
-    QTest::newRow("the warning is there in another letter case: the rest is done")
-        << Run{profiles + ", AudibleBackingUpWarningEnabled BOOLEAN)" + insert + "(1, 'Müller', 0)",
-               notAdded(
-                   "audibleBackingUpWarningEnabled",
-                   "userProfiles",
-                   columnThere("audibleBackingUpWarningEnabled")) +
-                   failed,
-               versionUnmoved,
-               {otherWarning, "userProfiles", "1, 'Müller', 1, 0.75"}};
-    QTest::newRow("the volume is there in another letter case: the rest is done") << Run{
+        << StepRun{profiles + ")", succeeded, 20, {profiles + sounds, "userProfiles"}};
+    QTest::newRow("the warning is there in another letter case: the rest is done") << StepRun{
+        profiles + ", AudibleBackingUpWarningEnabled BOOLEAN)" + insert + "(1, 'Müller', 0)",
+        notAdded(
+            "audibleBackingUpWarningEnabled",
+            "userProfiles",
+            columnThere("audibleBackingUpWarningEnabled")) +
+            failed,
+        versionUnmoved,
+        {otherWarning, "userProfiles", "1, 'Müller', 1, 0.75"}};
+    QTest::newRow("the volume is there in another letter case: the rest is done") << StepRun{
         otherVolume + insert + "(1, 'Müller', 0, 1.0)",
         notAdded("audioVolumePercent", "userProfiles", columnThere("audioVolumePercent")) + failed,
         versionUnmoved,
         {otherVolume, "userProfiles", "1, 'Müller', 1, 0.75"}};
-    QTest::newRow("the warning cannot be switched on: the volume is set")
-        << Run{profiles + sounds + insert + "(1, 'Müller', 0, 1.0);" + noWarning,
-               notSet("audibleBackingUpWarningEnabled", "1", rowRefused) + failed,
-               versionUnmoved,
-               {profiles + sounds, noWarning, "userProfiles", "1, 'Müller', 0, 0.75"}};
-    QTest::newRow("the volume cannot be set: the warning is switched on")
-        << Run{profiles + sounds + insert + "(1, 'Müller', 0, 1.0);" + noVolume,
-               notSet("audioVolumePercent", "0.75", rowRefused) + failed,
-               versionUnmoved,
-               {profiles + sounds, noVolume, "userProfiles", "1, 'Müller', 1, 1.0"}};
-    QTest::newRow("there is no table: all four are tried, in this order") << Run{
+    QTest::newRow("the warning cannot be switched on: the volume is set") << StepRun{
+        profiles + sounds + insert + "(1, 'Müller', 0, 1.0);" + noWarning,
+        notSet("audibleBackingUpWarningEnabled", "1", rowRefused) + failed,
+        versionUnmoved,
+        {profiles + sounds, noWarning, "userProfiles", "1, 'Müller', 0, 0.75"}};
+    QTest::newRow("the volume cannot be set: the warning is switched on") << StepRun{
+        profiles + sounds + insert + "(1, 'Müller', 0, 1.0);" + noVolume,
+        notSet("audioVolumePercent", "0.75", rowRefused) + failed,
+        versionUnmoved,
+        {profiles + sounds, noVolume, "userProfiles", "1, 'Müller', 1, 1.0"}};
+    QTest::newRow("there is no table: all four are tried, in this order") << StepRun{
         "",
         notAdded("audibleBackingUpWarningEnabled", "userProfiles", noSuchTable("userProfiles")) +
             notAdded("audioVolumePercent", "userProfiles", noSuchTable("userProfiles")) +
@@ -1076,37 +1056,37 @@ void Versions13To20Test::revertFromVersion20_data()
         "CREATE TABLE userProfiles (id INTEGER, audibleBackingUpWarningEnabled BOOLEAN, "
         "audioVolumePercent REAL, PRIMARY KEY (audioVolumePercent, id))";
 
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("warning and volume go, the profiles stay")
-        << Run{profiles + sounds +
-                   ";INSERT INTO userProfiles VALUES(1, 'Müller', 1, 0.75), (7, NULL, 0, NULL)",
-               {},
-               19,
-               {profilesRebuilt, "userProfiles", "1, 'Müller'", "7, NULL"}};
-    QTest::newRow("neither is there")
-        << Run{profiles + ");INSERT INTO userProfiles VALUES(1, 'Müller')",
-               {},
-               19,
-               {profilesRebuilt, "userProfiles", "1, 'Müller'"}};
-    QTest::newRow("the warning cannot go: the volume is left alone")
-        << Run{warningInKey + ";INSERT INTO userProfiles VALUES(1, 1, 0.75)",
-               columnStays("audibleBackingUpWarningEnabled", "userProfiles", keyRefused),
-               versionUnmoved,
-               {warningInKey, "userProfiles", "1, 1, 0.75"}};
-    QTest::newRow("the volume cannot go: the warning has gone")
-        << Run{volumeInKey + ";INSERT INTO userProfiles VALUES(1, 1, 0.75)",
-               columnStays("audioVolumePercent", "userProfiles", keyRefused),
-               versionUnmoved,
-               {"CREATE TABLE \"userProfiles\" (id INTEGER , audioVolumePercent REAL , "
-                "PRIMARY KEY(audioVolumePercent,id) )",
-                "userProfiles",
-                "1, 0.75"}};
-    QTest::newRow("there is no table: only the warning is tried")
-        << Run{"",
-               columnStays("audibleBackingUpWarningEnabled", "userProfiles", rebuildRefused),
-               versionUnmoved,
-               {}};
+    QTest::newRow("warning and volume go, the profiles stay") << StepRun{
+        profiles + sounds +
+            ";INSERT INTO userProfiles VALUES(1, 'Müller', 1, 0.75), (7, NULL, 0, NULL)",
+        {},
+        19,
+        {profilesRebuilt, "userProfiles", "1, 'Müller'", "7, NULL"}};
+    QTest::newRow("neither is there") << StepRun{
+        profiles + ");INSERT INTO userProfiles VALUES(1, 'Müller')",
+        {},
+        19,
+        {profilesRebuilt, "userProfiles", "1, 'Müller'"}};
+    QTest::newRow("the warning cannot go: the volume is left alone") << StepRun{
+        warningInKey + ";INSERT INTO userProfiles VALUES(1, 1, 0.75)",
+        columnStays("audibleBackingUpWarningEnabled", "userProfiles", keyRefused),
+        versionUnmoved,
+        {warningInKey, "userProfiles", "1, 1, 0.75"}};
+    QTest::newRow("the volume cannot go: the warning has gone") << StepRun{
+        volumeInKey + ";INSERT INTO userProfiles VALUES(1, 1, 0.75)",
+        columnStays("audioVolumePercent", "userProfiles", keyRefused),
+        versionUnmoved,
+        {"CREATE TABLE \"userProfiles\" (id INTEGER , audioVolumePercent REAL , "
+         "PRIMARY KEY(audioVolumePercent,id) )",
+         "userProfiles",
+         "1, 0.75"}};
+    QTest::newRow("there is no table: only the warning is tried") << StepRun{
+        "",
+        columnStays("audibleBackingUpWarningEnabled", "userProfiles", rebuildRefused),
+        versionUnmoved,
+        {}};
 }
 
 void Versions13To20Test::secondUpdate_data()
@@ -1324,7 +1304,7 @@ void Versions13To20Test::probes_data()
     };
 
     QTest::addColumn<Probe>("probe");
-    QTest::addColumn<QByteArray>("tables");
+    QTest::addColumn<QByteArray>("before");
     QTest::addColumn<bool>("applied");
 
     for (const auto &[version, probe, table, column, otherColumns, appliedWithoutTable] :
@@ -1405,16 +1385,7 @@ void Versions13To20Test::probes_data()
 void Versions13To20Test::probes()
 {
     QFETCH(Probe, probe);
-    QFETCH(QByteArray, tables);
-    device->sql(tables);
-    const DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
-    const QStringList before = device->dump();
-
-    QTEST((migrator.*probe)(), "applied");
-
-    COMPARE_LINES(takeLogLines(*device), QStringList());
-    QCOMPARE(migrator.currentVersion(), versionUnmoved);
-    COMPARE_LINES(device->dump(), before);
+    checkProbe(*device, probe);
 }
 
 void Versions13To20Test::stepsOnAClosedConnection_data()
