@@ -11,8 +11,6 @@
 
 #include <sqlite3.h>
 
-#include <utility>
-
 const QString ScratchDevice::databasePath = "/app/databases/my.db.sqlite";
 const QString ScratchDevice::logPath = "/app/databases/sqlMigrationErrorLog.txt";
 const QString ScratchDevice::softwareVersionPath = "/app/quillmoor/softwareversion.txt";
@@ -47,6 +45,8 @@ public:
         if (sqlite3_open(ScratchDevice::databasePath.toUtf8(), &m_handle) != SQLITE_OK) {
             qFatal("the scratch database cannot be opened");
         }
+        // What a test prepares need not outlive a power cut.
+        run("PRAGMA synchronous = OFF");
     }
     ~Connection() { sqlite3_close(m_handle); }
     Connection(const Connection &) = delete;
@@ -121,13 +121,18 @@ private:
     sqlite3 *m_handle = nullptr;
 };
 
-using Refusals = std::vector<std::pair<int, QByteArray>>;
-Refusals refusals;
+struct Refusal {
+    int action;
+    QByteArray object;
+    QByteArray part;
+};
+std::vector<Refusal> refusals;
 
-int authorize(void *, int action, const char *first, const char *, const char *, const char *)
+int authorize(void *, int action, const char *first, const char *second, const char *, const char *)
 {
-    for (const auto &[refused, object] : refusals) {
-        if (refused == action && (object.isEmpty() || object == first)) {
+    for (const Refusal &refusal : refusals) {
+        if (refusal.action == action && (refusal.object.isEmpty() || refusal.object == first) &&
+            (refusal.part.isEmpty() || refusal.part == second)) {
             return SQLITE_DENY;
         }
     }
@@ -258,9 +263,9 @@ void ScratchDevice::stop()
     }
 }
 
-void ScratchDevice::refuse(int action, const QByteArray &object)
+void ScratchDevice::refuse(int action, const QByteArray &object, const QByteArray &part)
 {
-    refusals.emplace_back(action, object);
+    refusals.push_back({action, object, part});
     setAuthorizer(authorize);
 }
 

@@ -1,0 +1,148 @@
+"""Walks of the built program over the device database, and what each must leave."""
+
+import contextlib
+import dataclasses
+import difflib
+import functools
+import os
+import pathlib
+import tempfile
+
+import pytest
+
+from conftest import Device, expected_log
+from dumps import Departures, departures, dump_of, with_stand_ins
+from steps import ALWAYS_REAPPLIED, NEWEST, STEPS
+
+# The program's every statement waits for the disk: one of memory makes walks seven times as fast.
+SCRATCH = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
+
+SOFTWARE = "4.1.0"
+PLATFORMS = ("TORVIK", "TORVIKMAX")
+
+# What walks leave otherwise than the walk forward from version 1. The other two files hold what is
+# not as in the first: on a device with on-board ports, and on the way forward a second time.
+WALKS = Departures("walks.diff")
+WALKS_ON_TORVIKMAX = Departures("walks_on_torvikmax.diff")
+WALKS_AGAIN = Departures("walks_again.diff")
+
+
+@contextlib.contextmanager
+def device_with(database, platform="TORVIK"):
+    """A device with this dump as its database and two files in its pool."""
+    with tempfile.TemporaryDirectory(prefix="device.", dir=SCRATCH) as root:
+        device = Device(pathlib.Path(root))
+        device.sql(database)
+        device.software_version.write_text(f"{SOFTWARE}\n", encoding="utf-8")
+        device.platform.write_text(f"{platform}\n", encoding="utf-8")
+        for name in ("implement.iop", "readme.txt"):
+            (device.pool / name).write_text("pool\n", encoding="utf-8")
+        yield device
+
+
+@dataclasses.dataclass(frozen=True)
+class Outcome:
+    """What one run of the program leaves on a device."""
+
+    log: str
+    dump: str
+    versions: str
+    pool: tuple
+
+    def as_text(self, departures_by_table):
+        """Everything, with the departures in the place of the dump."""
+        return (f"{self.log}== versions\n{self.versions}== pool\n{self.pool}\n" +
+                "".join(f"== {table}\n{difference}\n"
+                        for table, difference in sorted(departures_by_table.items())))
+
+
+def assert_same(actual, expected):
+    """Compares two texts line by line; a failure shows the lines that differ."""
+    difference = "\n".join(difflib.unified_diff(expected.splitlines(), actual.splitlines(),
+                                                "expected", "actual", n=0, lineterm=""))
+    if difference or actual != expected:
+        pytest.fail(difference or "the texts end otherwise", pytrace=False)
+
+
+def outcome_of(device, *arguments):
+    device.log_file.unlink(missing_ok=True)
+    device.run(*arguments)
+    return Outcome(device.log(), with_stand_ins(device.dump()), device.versions(),
+                   tuple(sorted(path.name for path in device.pool.iterdir())))
+
+
+def walk(database, target, platform="TORVIK"):
+    """One run of the program on a device with this database."""
+    with device_with(database, platform) as device:
+        return outcome_of(device, str(target))
+
+
+@functools.cache
+def database_at(version, platform="TORVIK"):
+    """The dump of a version as the walk forward leaves it on a platform."""
+    if platform == "TORVIK" or version == 1:
+        return dump_of(version)
+    return walk(dump_of(1), version, platform).dump
+
+
+@functools.cache
+def walked_back_to_1():
+    return walk(dump_of(NEWEST), 1).dump
+
+
+def reached(target):
+    """The version that a walk ends at whose steps all complete."""
+    return min(max(target, 1), NEWEST)
+
+
+def version_rows(current, alternate):
+    return f"mainSqlDb|{current}|'{SOFTWARE}'\naltSqlDb|{alternate}|NULL\n"
+
+
+def log_of_steps(start, end):
+    forward = range(start + 1, end + 1)
+    backward = range(start, end, -1)
+    return "".join([STEPS[version][0] for version in forward] +
+                   [STEPS[version][1] for version in backward])
+
+
+def log_of_repairs(versions):
+    return "".join(f"Corruption detected: applying update to db for version {version}\n"
+                   f"{STEPS[version][0]}" for version in versions)
+
+
+def departures_of(start, end, platform="TORVIK"):
+    """The departures that a walk must leave, by table."""
+    return overridden(WALKS.of(start, end),
+                      WALKS_ON_TORVIKMAX.of(start, end) if platform == "TORVIKMAX" else {})
+
+
+def departures_again(end):
+    """The departures that the second walk forward must leave, by table."""
+    return overridden(WALKS.of(NEWEST, end), WALKS_AGAIN.of(1, end))
+
+
+def overridden(usual, special):
+    return {table: difference for table, difference in {**usual, **special}.items() if difference}
+
+
+def outcome_of_walk(start, target, platform="TORVIK"):
+    """What the program makes of this walk, as one text."""
+    outcome = walk(database_at(start, platform), target, platform)
+    return outcome.as_text(departures(dump_of(reached(target)), outcome.dump))
+
+
+def expected_of_walk(start, target, platform="TORVIK"):
+    """What it must make of it."""
+    end = reached(target)
+    # The database of version 1 has no column for the software version yet.
+    migrates = start != target or start == 1
+    crosses_26 = (start >= 26) != (end >= 26)
+    return Outcome(
+        log=expected_log(start, target,
+                         log_of_repairs(ALWAYS_REAPPLIED[start]) + log_of_steps(start, end),
+                         (end, SOFTWARE) if migrates else None),
+        dump="",
+        versions=version_rows(end, start if migrates else 1),
+        pool=("readme.txt",) if crosses_26 else ("implement.iop", "readme.txt"),
+    ).as_text(departures_of(start, end, platform))
