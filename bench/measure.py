@@ -18,6 +18,7 @@ PROGRAM = BUILD / "database-migrator"
 MINIMAL_RUN = BUILD / "bench" / "minimal_run"
 RECORD_STATEMENTS = BUILD / "bench" / "librecord_statements.so"
 REBUILD = BUILD / "bench" / "rebuild"
+VERSION_7 = BUILD / "bench" / "version_7"
 SHELL = pathlib.Path("/usr/bin/sqlite3")
 RAM_DISK = "/dev/shm"
 DISK = BUILD
@@ -33,7 +34,7 @@ def build():
     run("bash", "-euc", ". tools/packages.sh; install_packages bench")
     run("cmake", "--preset", "release", "-B", BUILD, "-DDATABASE_MIGRATOR_TESTS=ON")
     run("cmake", "--build", BUILD, "--target", "database-migrator", "minimal_run",
-        "record_statements", "rebuild")
+        "record_statements", "rebuild", "version_7")
 
 
 class Device:

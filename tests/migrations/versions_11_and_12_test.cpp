@@ -1,4 +1,9 @@
-#include "support/step_run.h"
+#include "support/step_test.h"
+
+#include <QSqlDatabase>
+#include <QtTest>
+
+#include <sqlite3.h>
 
 namespace
 {
@@ -71,6 +76,8 @@ QByteArray refusalToChange(const QByteArray &dateFormat)
            dateFormat + "' BEGIN SELECT RAISE(ABORT, 'refused'); END";
 }
 } // namespace
+Q_DECLARE_METATYPE(Step)
+Q_DECLARE_METATYPE(Probe)
 
 class Versions11And12Test : public QObject
 {
@@ -96,7 +103,7 @@ private slots:
     void secondRun();
     void dateFormatsDoNotComeBack();
     void probes_data();
-    void probes() { checkProbe(*device); }
+    void probes();
     void stepsOnAClosedConnection_data();
     void stepsOnAClosedConnection();
     void probesOnAClosedConnection();
@@ -232,7 +239,7 @@ void Versions11And12Test::revertFromVersion11_data()
             QStringList{"userProfiles", "1, 'm/d/yyyy'", "2, 'dd/M/yyyy'"} + noTransfers};
     QTest::newRow("the transfers have no tables") << StepRun{
         profiles + rows,
-        forEach(columnsOfVersion11, columnStays, noTable),
+        forEach(columnsOfVersion11, columnStays, rebuildRefused),
         10,
         QStringList(profiles) + reverted};
 }
@@ -438,8 +445,7 @@ void Versions11And12Test::updateToVersion12_data()
         versionUnmoved,
         extended + created + extendedRows +
             QStringList{"onScreenSwitchboxConfig", "1, 10, 0", "onScreenSwitchboxSwitchLabels"},
-        SQLITE_READ,
-        "onScreenSwitchboxConfig"};
+        {{SQLITE_READ, "onScreenSwitchboxConfig"}}};
     QTest::newRow("every label is tried, the settings go") << StepRun{
         machinery + bridge + ";" + labels + ";" + noLabelForSwitch3 + switches +
             "(1, 10, 3, ''), (1, 11, 4, ''), (1, 12, 3, ''), (1, 13, 5, '')" + settings,
@@ -497,7 +503,7 @@ void Versions11And12Test::revertFromVersion12_data()
         11,
         rebuilt + QStringList{"MC_EquipmentSection", "10", "11", "MC_EquipmentSectionGroup", "5"}};
     QTest::newRow("there is nothing at all")
-        << StepRun{"", forEach(columnsLeavingVersion12, columnStays, noTable), 11, {}};
+        << StepRun{"", forEach(columnsLeavingVersion12, columnStays, rebuildRefused), 11, {}};
 
     QByteArray views = sections + ");" + groups + ");";
     QStringList viewsStay;
@@ -566,11 +572,11 @@ void Versions11And12Test::updateWithOneColumnThere()
     device->sql(
         outgoing + ");" + incoming + ");" + history + ");" + sections + ");" + groups + ");" +
         bridge + ";" + profiles + ";ALTER TABLE " + there.first + " ADD COLUMN " + there.second);
-    DatabaseMigrator &migrator = startUnmoved(*device);
+    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
 
     (migrator.*step)();
 
-    COMPARE_LINES(newLines(*device), log);
+    COMPARE_LINES(takeLogLines(*device), log);
     QCOMPARE(migrator.currentVersion(), versionUnmoved);
     QStringList all;
     for (const auto &[table, column] : columns) {
@@ -613,11 +619,11 @@ void Versions11And12Test::revertWithOneColumnThatStays()
         device->sql(
             "CREATE TABLE " + table.key() + " (id, " + table.value() + "PRIMARY KEY(" + key + "))");
     }
-    DatabaseMigrator &migrator = startUnmoved(*device);
+    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
 
     (migrator.*step)();
 
-    COMPARE_LINES(newLines(*device), columnStays(staying.second, staying.first, noKey));
+    COMPARE_LINES(takeLogLines(*device), columnStays(staying.second, staying.first, keyRefused));
     QCOMPARE(migrator.currentVersion(), version);
     COMPARE_LINES(addedColumns(), QStringList("'" + staying.first + "." + staying.second + "'"));
 }
@@ -654,7 +660,7 @@ void Versions11And12Test::secondRun()
         "INSERT INTO OutgoingFiles VALUES(1);INSERT INTO userProfiles VALUES(1, 'm/dd/yyyy');"
         "INSERT INTO MC_MachineConfig VALUES(1);INSERT INTO MC_EquipmentSection VALUES(10);"
         "INSERT INTO switchToSectionBridge VALUES(1, 10, 0, ''), (1, 11, 3, ''), (1, 12, 3, '');");
-    DatabaseMigrator &migrator = startUnmoved(*device);
+    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
     (migrator.*step)();
     QCOMPARE(migrator.currentVersion(), version);
     device->takeLog();
@@ -662,7 +668,7 @@ void Versions11And12Test::secondRun()
 
     (migrator.*step)();
 
-    COMPARE_LINES(newLines(*device), log);
+    COMPARE_LINES(takeLogLines(*device), log);
     QCOMPARE(migrator.currentVersion(), version);
     COMPARE_LINES(device->dump(), before);
 }
@@ -672,7 +678,7 @@ void Versions11And12Test::dateFormatsDoNotComeBack()
     device->sql(
         outgoing + ");" + incoming + ");" + history + ");" + profiles +
         ";INSERT INTO userProfiles VALUES(1, 'm/dd/yyyy'), (2, 'dd/m/yyyy')");
-    DatabaseMigrator &migrator = startUnmoved(*device);
+    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
 
     migrator.updateToVersion11();
     migrator.revertFromVersion11();
@@ -689,7 +695,7 @@ void Versions11And12Test::probes_data()
     const Probe probe12 = &M::getUpdate12Applied;
 
     QTest::addColumn<Probe>("probe");
-    QTest::addColumn<QByteArray>("tables");
+    QTest::addColumn<QByteArray>("before");
     QTest::addColumn<bool>("applied");
 
     QTest::newRow("version 11: both columns are there")
@@ -733,20 +739,26 @@ void Versions11And12Test::probes_data()
     QTest::newRow("version 12: there is no table") << probe12 << QByteArray() << false;
 }
 
+void Versions11And12Test::probes()
+{
+    QFETCH(Probe, probe);
+    checkProbe(*device, probe);
+}
+
 void Versions11And12Test::stepsOnAClosedConnection_data()
 {
     QTest::addColumn<Step>("step");
     QTest::addColumn<int>("version");
     QTest::addColumn<QStringList>("log");
 
-    QTest::newRow("forward, version 11")
-        << Step(&M::updateToVersion11) << versionUnmoved
-        << (forEach(columnsOfVersion11, notAdded, "") << "Migration to version 11 FAILED!");
+    QTest::newRow("forward, version 11") << Step(&M::updateToVersion11) << versionUnmoved
+                                         << (forEach(columnsOfVersion11, newColumnNotAdded, "")
+                                             << "Migration to version 11 FAILED!");
     QTest::newRow("backward, version 11")
         << Step(&M::revertFromVersion11) << 10 << forEach(columnsOfVersion11, columnStays, "");
     QTest::newRow("forward, version 12")
         << Step(&M::updateToVersion12) << versionUnmoved
-        << forEach(columnsOfVersion12, notAdded, "") +
+        << forEach(columnsOfVersion12, newColumnNotAdded, "") +
                QStringList{
                    "The CREATE TABLE query in updateToVersion12() failed!  The query error was: ",
                    "The CREATE TABLE IF NOT EXISTS onScreenSwitchboxSwitchLabels query in "
@@ -766,21 +778,23 @@ void Versions11And12Test::stepsOnAClosedConnection()
     QFETCH(Step, step);
     QFETCH(int, version);
     QFETCH(QStringList, log);
-    DatabaseMigrator &migrator = startClosed(*device);
+    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
+    QSqlDatabase::database().close();
 
     (migrator.*step)();
 
-    COMPARE_LINES(newLines(*device), log);
+    COMPARE_LINES(takeLogLines(*device), log);
     QCOMPARE(migrator.currentVersion(), version);
 }
 
 void Versions11And12Test::probesOnAClosedConnection()
 {
-    const DatabaseMigrator &migrator = startClosed(*device);
+    const DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
+    QSqlDatabase::database().close();
 
     QCOMPARE(migrator.getUpdate11Applied(), true);
     QCOMPARE(migrator.getUpdate12Applied(), false);
-    COMPARE_LINES(newLines(*device), QStringList());
+    COMPARE_LINES(takeLogLines(*device), QStringList());
 }
 
 QTEST_APPLESS_MAIN(Versions11And12Test)

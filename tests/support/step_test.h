@@ -121,6 +121,26 @@ inline QString noSuchTable(const QString &table)
 
 // The two lines of a failure in the schema toolkit.
 
+/// Of addColumn; those of addColumnIfNotExists are `notAdded`.
+inline QStringList newColumnNotAdded(
+    const QString &column, const QString &table, const QString &error)
+{
+    return {
+        "DatabaseMigrator::addColumn - Failed to add column named " + column + " to " + table,
+        "DatabaseMigrator::addColumn - " + error};
+}
+
+inline QStringList addedBefore(const QString &column, const QString &table)
+{
+    return newColumnNotAdded(
+        column, table, "duplicate column name: " + column + " Unable to execute statement");
+}
+
+inline QStringList addedToNothing(const QString &column, const QString &table)
+{
+    return newColumnNotAdded(column, table, noSuchTable(table));
+}
+
 inline QStringList notAdded(const QString &column, const QString &table, const QString &error)
 {
     return {
