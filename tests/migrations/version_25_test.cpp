@@ -6,17 +6,6 @@
 
 namespace
 {
-/// One run of the step on a device without on-board ports: what it finds and what it leaves.
-struct NameRun {
-    QByteArray before;
-    QStringList log;
-    int version;
-    QStringList after; ///< the CREATE text and the rows of growers, farms and fields
-    int refusedAction = 0;
-    QByteArray refusedObject = QByteArray();
-    QByteArray refusedPart = QByteArray();
-};
-
 /// One run of the step on "TORVIKMAX": what it finds in the ports' tables and what it leaves.
 struct PortRun {
     QByteArray before;
@@ -84,13 +73,19 @@ const QString succeeded = "Migration to version 25 was successful.";
 const QString failed = "Migration to version 25 FAILED!";
 const QString notAuthorized = "not authorized Unable to execute statement";
 
+/// What the step leaves of its tables; a copy that a rebuild leaves shows after its table.
+QStringList readNames(ScratchDevice &device)
+{
+    return contents(
+        device, {"growers", "growers_temp", "farms", "farms_temp", "fields", "fields_temp"});
+}
+
 QByteArray refusal(const char *table)
 {
     return QByteArray("CREATE TRIGGER refusal BEFORE UPDATE ON ") + table +
            " BEGIN SELECT RAISE(ABORT, 'refused'); END;";
 }
 } // namespace
-Q_DECLARE_METATYPE(NameRun)
 Q_DECLARE_METATYPE(PortRun)
 
 class Version25Test : public QObject
@@ -116,8 +111,7 @@ private slots:
     void closedConnection();
 
 private:
-    void runOnNames(int version, void (DatabaseMigrator::*step)());
-    void runOnPorts(int version, void (DatabaseMigrator::*step)());
+    void runOnPorts(Step step);
 
     std::unique_ptr<ScratchDevice> device;
 };
@@ -132,33 +126,13 @@ void Version25Test::cleanup()
     device.reset();
 }
 
-/// Runs a step as the test's row "run" says; a copy that a rebuild leaves shows after its table.
-void Version25Test::runOnNames(int version, void (DatabaseMigrator::*step)())
-{
-    QFETCH(NameRun, run);
-    device->sql(run.before);
-    DatabaseMigrator &migrator = startAt(*device, version);
-    if (run.refusedAction != 0) {
-        device->refuse(run.refusedAction, run.refusedObject, run.refusedPart);
-    }
-
-    (migrator.*step)();
-
-    COMPARE_LINES(takeLogLines(*device), run.log);
-    QCOMPARE(migrator.currentVersion(), run.version);
-    COMPARE_LINES(
-        contents(
-            *device, {"growers", "growers_temp", "farms", "farms_temp", "fields", "fields_temp"}),
-        run.after);
-}
-
 /// Runs a step as the test's row "run" says, on the platform with on-board ports.
-void Version25Test::runOnPorts(int version, void (DatabaseMigrator::*step)())
+void Version25Test::runOnPorts(Step step)
 {
     QFETCH(PortRun, run);
     device->sql(run.before);
     ScratchDevice::writeFile(ScratchDevice::platformPath, "TORVIKMAX\n");
-    DatabaseMigrator &migrator = startAt(*device, version);
+    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
 
     (migrator.*step)();
 
@@ -172,13 +146,13 @@ void Version25Test::runOnPorts(int version, void (DatabaseMigrator::*step)())
 
 void Version25Test::updateToVersion25_data()
 {
-    QTest::addColumn<NameRun>("run");
+    QTest::addColumn<StepRun>("run");
 
     QTest::newRow("original names take the place of ISO names")
-        << NameRun{namesAt24, {succeeded}, 25, growersForward + farmsForward + fieldsForward};
+        << StepRun{namesAt24, {succeeded}, 25, growersForward + farmsForward + fieldsForward};
     QTest::newRow("a second time")
-        << NameRun{namesAt25, {succeeded}, 25, growersForward + farmsForward + fieldsForward};
-    QTest::newRow("original names that are there stay, the ISO names go") << NameRun{
+        << StepRun{namesAt25, {succeeded}, 25, growersForward + farmsForward + fieldsForward};
+    QTest::newRow("original names that are there stay, the ISO names go") << StepRun{
         namesAt24 + "ALTER TABLE growers ADD COLUMN originalName TEXT;"
                     "UPDATE growers SET originalName = 'Hof ' || id;",
         {succeeded},
@@ -186,31 +160,31 @@ void Version25Test::updateToVersion25_data()
         QStringList({growersForward[0], "1, 'Müller', 'Hof 1'", "2, 'Петров', 'Hof 2'"}) +
             farmsForward + fieldsForward};
 
-    QTest::newRow("original names in other letter case are not seen") << NameRun{
+    QTest::newRow("original names in other letter case are not seen") << StepRun{
         namesAt24 + "ALTER TABLE growers ADD COLUMN OriginalName TEXT;",
         notAdded(
             "originalName",
             "growers",
             "duplicate column name: originalName Unable to execute statement") +
             QStringList(failed),
-        24,
+        versionUnmoved,
         QStringList(growersForward).replaceInStrings("originalName", "OriginalName") +
             farmsForward + fieldsForward};
-    QTest::newRow("a name cannot be copied and is lost") << NameRun{
+    QTest::newRow("a name cannot be copied and is lost") << StepRun{
         namesAt24 + refusal("farms"),
         notSet("originalName", "isoName", rowRefused) + QStringList(failed),
-        24,
+        versionUnmoved,
         growersForward + QStringList({farmsForward[0], "1, 2, NULL"}) + fieldsForward};
-    QTest::newRow("no ISO names to copy") << NameRun{
+    QTest::newRow("no ISO names to copy") << StepRun{
         namesAt24 + "ALTER TABLE fields DROP COLUMN isoName;",
         notSet("originalName", "isoName", "no such column: isoName Unable to execute statement") +
             QStringList(failed),
-        24,
+        versionUnmoved,
         growersForward + farmsForward + QStringList({fieldsForward[0], "1, '09-117', 1, NULL"})};
-    QTest::newRow("ISO names of growers cannot be dropped") << NameRun{
+    QTest::newRow("ISO names of growers cannot be dropped") << StepRun{
         namesAt24 + "CREATE TABLE growers_temp (id);",
         columnStays("isoName", "growers", copyInTheWay("growers")) + QStringList(failed),
-        24,
+        versionUnmoved,
         QStringList(
             {"CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT NOT NULL, "
              "isoName TEXT, originalName TEXT)",
@@ -218,10 +192,10 @@ void Version25Test::updateToVersion25_data()
              "2, 'Петров', NULL, NULL",
              "CREATE TABLE growers_temp (id)"}) +
             farmsForward + fieldsForward};
-    QTest::newRow("ISO names of farms cannot be dropped") << NameRun{
+    QTest::newRow("ISO names of farms cannot be dropped") << StepRun{
         namesAt24 + "CREATE TABLE farms_temp (id);",
         columnStays("isoName", "farms", copyInTheWay("farms")) + QStringList(failed),
-        24,
+        versionUnmoved,
         growersForward +
             QStringList(
                 {"CREATE TABLE farms (id INTEGER PRIMARY KEY, growerId INTEGER, "
@@ -230,10 +204,10 @@ void Version25Test::updateToVersion25_data()
                  "1, 2, 'Nord', 'Nord'",
                  "CREATE TABLE farms_temp (id)"}) +
             fieldsForward};
-    QTest::newRow("ISO names of fields cannot be dropped") << NameRun{
+    QTest::newRow("ISO names of fields cannot be dropped") << StepRun{
         namesAt24 + "CREATE TABLE fields_temp (id);",
         columnStays("isoName", "fields", copyInTheWay("fields")) + QStringList(failed),
-        24,
+        versionUnmoved,
         growersForward + farmsForward +
             QStringList(
                 {"CREATE TABLE fields (id INTEGER PRIMARY KEY, partfieldCode TEXT, "
@@ -242,7 +216,7 @@ void Version25Test::updateToVersion25_data()
                  "1, '09-117', 1, 'Am Bach', 'Am Bach'",
                  "CREATE TABLE fields_temp (id)"})};
 
-    QTest::newRow("no table: everything is tried") << NameRun{
+    QTest::newRow("no table: everything is tried") << StepRun{
         "",
         notAdded("originalName", "growers", noSuchTable("growers")) +
             notSet("originalName", "isoName", noSuchTable("growers")) +
@@ -253,13 +227,13 @@ void Version25Test::updateToVersion25_data()
             columnStays("isoName", "growers", rebuildRefused) +
             columnStays("isoName", "farms", rebuildRefused) +
             columnStays("isoName", "fields", rebuildRefused) + QStringList(failed),
-        24,
+        versionUnmoved,
         {}};
 }
 
 void Version25Test::updateToVersion25()
 {
-    runOnNames(24, &DatabaseMigrator::updateToVersion25);
+    checkStep(*device, &DatabaseMigrator::updateToVersion25, readNames);
 }
 
 void Version25Test::updateToVersion25WithOnBoardPorts_data()
@@ -352,7 +326,7 @@ void Version25Test::updateToVersion25WithOnBoardPorts_data()
                  "(3, 5, 'ttyUSB3');"
                  "INSERT INTO gpsReceivers VALUES(1, 5, 'ttyUSB0', 'ttyUSB0');",
         {"Error while updating to version 25. Error was: near \"s\": syntax error", failed},
-        24,
+        versionUnmoved,
         {"portName 1", "portName 3"},
         {"1, 5, 'ttyS0'", "2, 5, 'tty''s'", "3, 5, 'ttyS3'"},
         {"1, 5, 'ttyUSB0', 'ttyUSB0'"}};
@@ -361,7 +335,7 @@ void Version25Test::updateToVersion25WithOnBoardPorts_data()
                before + "INSERT INTO gpsReceivers VALUES(1, 5, 'r''s', 'ttyUSB1'), "
                         "(2, 5, 'ttyUSB2', 'ttyUSB2');",
                {"Error while updating to version 25. Error was: near \"s\": syntax error", failed},
-               24,
+               versionUnmoved,
                {"receiverId 2", "serialPortName 1", "serialPortName 2"},
                {},
                {"1, 5, 'r''s', 'ttyS1'", "2, 5, 'ttyS2', 'ttyS2'"}};
@@ -369,7 +343,7 @@ void Version25Test::updateToVersion25WithOnBoardPorts_data()
         before + "INSERT INTO gpsReceivers VALUES(1, 5, 'ttyUSB1', 'tty''s'), "
                  "(2, 5, 'ttyUSB2', 'ttyUSB2');",
         {"Error while updating to version 25. Error was: near \"s\": syntax error", failed},
-        24,
+        versionUnmoved,
         {"receiverId 1", "receiverId 2", "serialPortName 2"},
         {},
         {"1, 5, 'ttyS1', 'tty''s'", "2, 5, 'ttyS2', 'ttyS2'"}};
@@ -380,7 +354,7 @@ void Version25Test::updateToVersion25WithOnBoardPorts_data()
         {"Error while updating to version 25. Error was: refused",
          "Error while updating to version 25. Error was: refused",
          failed},
-        24,
+        versionUnmoved,
         {},
         {},
         {"1, 5, 'ttyUSB1', 'ttyUSB1'"}};
@@ -388,7 +362,7 @@ void Version25Test::updateToVersion25WithOnBoardPorts_data()
         before + "DROP TABLE serialDevices;"
                  "INSERT INTO gpsReceivers VALUES(1, 5, 'ttyUSB0', 'ttyUSB0');",
         {failed},
-        24,
+        versionUnmoved,
         {},
         {},
         {"1, 5, 'ttyUSB0', 'ttyUSB0'"}};
@@ -396,7 +370,7 @@ void Version25Test::updateToVersion25WithOnBoardPorts_data()
         before + "DROP TABLE gpsReceivers;"
                  "INSERT INTO serialDevices VALUES(1, 5, 'ttyUSB0');",
         {failed},
-        24,
+        versionUnmoved,
         {"portName 1"},
         {"1, 5, 'ttyS0'"},
         {}};
@@ -408,7 +382,7 @@ void Version25Test::updateToVersion25WithOnBoardPorts_data()
             QStringList(
                 {"Error while updating to version 25. Error was: near \"s\": syntax error",
                  failed}),
-        24,
+        versionUnmoved,
         {"portName 2"},
         {"1, 5, 'tty''s'", "2, 5, 'ttyS2'"},
         {"1, 5, 'ttyUSB0', 'ttyUSB0'"}};
@@ -416,29 +390,29 @@ void Version25Test::updateToVersion25WithOnBoardPorts_data()
 
 void Version25Test::updateToVersion25WithOnBoardPorts()
 {
-    runOnPorts(24, &DatabaseMigrator::updateToVersion25);
+    runOnPorts(&DatabaseMigrator::updateToVersion25);
 }
 
 void Version25Test::revertFromVersion25_data()
 {
-    QTest::addColumn<NameRun>("run");
+    QTest::addColumn<StepRun>("run");
 
     QTest::newRow("ISO names take the place of original names, codes move to the end")
-        << NameRun{namesAt25, {}, 24, growersBackward + farmsBackward + fieldsBackward};
-    QTest::newRow("ISO names that are there are overwritten") << NameRun{
+        << StepRun{namesAt25, {}, 24, growersBackward + farmsBackward + fieldsBackward};
+    QTest::newRow("ISO names that are there are overwritten") << StepRun{
         namesAt25 + "ALTER TABLE growers ADD COLUMN isoName TEXT;"
                     "UPDATE growers SET isoName = 'Hof ' || id;",
         {},
         24,
         growersBackward + farmsBackward + fieldsBackward};
-    QTest::newRow("codes become texts") << NameRun{
+    QTest::newRow("codes become texts") << StepRun{
         namesAt25 + "ALTER TABLE fields DROP COLUMN partfieldCode;"
                     "ALTER TABLE fields ADD COLUMN partfieldCode INTEGER DEFAULT 117;",
         {},
         24,
         growersBackward + farmsBackward +
             QStringList({fieldTableBackward, "1, 1, 'Am Bach', '117'"})};
-    QTest::newRow("a second time: there is no original name to copy") << NameRun{
+    QTest::newRow("a second time: there is no original name to copy") << StepRun{
         namesAt24,
         notSet(
             "isoName", "originalName", "no such column: originalName Unable to execute statement") +
@@ -450,51 +424,51 @@ void Version25Test::revertFromVersion25_data()
                 "isoName",
                 "originalName",
                 "no such column: originalName Unable to execute statement"),
-        25,
+        versionUnmoved,
         growersBackward + farmsBackward + fieldsBackward};
 
     const QString duplicateName = "duplicate column name: isoName Unable to execute statement";
-    QTest::newRow("ISO names of growers in other letter case") << NameRun{
+    QTest::newRow("ISO names of growers in other letter case") << StepRun{
         namesAt25 + "ALTER TABLE growers ADD COLUMN IsoName TEXT;",
         notAdded("isoName", "growers", duplicateName),
-        25,
+        versionUnmoved,
         QStringList(growersBackward).replaceInStrings("isoName", "IsoName") + farmsBackward +
             fieldsBackward};
-    QTest::newRow("ISO names of farms in other letter case") << NameRun{
+    QTest::newRow("ISO names of farms in other letter case") << StepRun{
         namesAt25 + "ALTER TABLE farms ADD COLUMN IsoName TEXT;",
         notAdded("isoName", "farms", duplicateName),
-        25,
+        versionUnmoved,
         growersBackward + QStringList(farmsBackward).replaceInStrings("isoName", "IsoName") +
             fieldsBackward};
-    QTest::newRow("ISO names of fields in other letter case") << NameRun{
+    QTest::newRow("ISO names of fields in other letter case") << StepRun{
         namesAt25 + "ALTER TABLE fields ADD COLUMN IsoName TEXT;",
         notAdded("isoName", "fields", duplicateName),
-        25,
+        versionUnmoved,
         growersBackward + farmsBackward +
             QStringList(fieldsBackward).replaceInStrings("isoName", "IsoName")};
 
-    QTest::newRow("names of growers cannot be copied and are lost") << NameRun{
+    QTest::newRow("names of growers cannot be copied and are lost") << StepRun{
         namesAt25 + refusal("growers"),
         notSet("isoName", "originalName", rowRefused),
-        25,
+        versionUnmoved,
         QStringList({growersBackward[0], "1, 'Müller', NULL", "2, 'Петров', NULL"}) +
             farmsBackward + fieldsBackward};
-    QTest::newRow("names of farms cannot be copied and are lost") << NameRun{
+    QTest::newRow("names of farms cannot be copied and are lost") << StepRun{
         namesAt25 + refusal("farms"),
         notSet("isoName", "originalName", rowRefused),
-        25,
+        versionUnmoved,
         growersBackward + QStringList({farmsBackward[0], "1, 2, NULL"}) + fieldsBackward};
-    QTest::newRow("names of fields cannot be copied and are lost") << NameRun{
+    QTest::newRow("names of fields cannot be copied and are lost") << StepRun{
         namesAt25 + refusal("fields"),
         notSet("isoName", "originalName", rowRefused),
-        25,
+        versionUnmoved,
         growersBackward + farmsBackward +
             QStringList({fieldTableBackward, "1, 1, NULL, '09-117'"})};
 
-    QTest::newRow("original names of growers cannot be dropped") << NameRun{
+    QTest::newRow("original names of growers cannot be dropped") << StepRun{
         namesAt25 + "CREATE TABLE growers_temp (id);",
         columnStays("originalName", "growers", copyInTheWay("growers")),
-        25,
+        versionUnmoved,
         QStringList(
             {"CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT NOT NULL, "
              "originalName TEXT, isoName TEXT)",
@@ -502,10 +476,10 @@ void Version25Test::revertFromVersion25_data()
              "2, 'Петров', NULL, NULL",
              "CREATE TABLE growers_temp (id)"}) +
             farmsBackward + fieldsBackward};
-    QTest::newRow("original names of farms cannot be dropped") << NameRun{
+    QTest::newRow("original names of farms cannot be dropped") << StepRun{
         namesAt25 + "CREATE TABLE farms_temp (id);",
         columnStays("originalName", "farms", copyInTheWay("farms")),
-        25,
+        versionUnmoved,
         growersBackward +
             QStringList(
                 {"CREATE TABLE farms (id INTEGER PRIMARY KEY, growerId INTEGER, "
@@ -520,24 +494,24 @@ void Version25Test::revertFromVersion25_data()
         return namesAt25 + "DROP TABLE fields;CREATE TABLE fields (" + columnsAndKey +
                ");INSERT INTO fields VALUES(" + values + ");";
     };
-    QTest::newRow("original names of fields cannot be dropped") << NameRun{
+    QTest::newRow("original names of fields cannot be dropped") << StepRun{
         withFields(
             "id INTEGER, partfieldCode TEXT, originalName TEXT, "
             "PRIMARY KEY (originalName, id)",
             "1, '09-117', 'Am Bach'"),
         columnStays("originalName", "fields", keyRefused),
-        25,
+        versionUnmoved,
         growersBackward + farmsBackward +
             QStringList(
                 {"CREATE TABLE \"fields\" (id INTEGER , originalName TEXT , isoName TEXT , "
                  "partfieldCode TEXT , PRIMARY KEY(originalName,id) )",
                  "1, 'Am Bach', 'Am Bach', '09-117'"})};
-    QTest::newRow("a leftover copy of fields: none of their columns can be dropped") << NameRun{
+    QTest::newRow("a leftover copy of fields: none of their columns can be dropped") << StepRun{
         namesAt25 + "CREATE TABLE fields_temp (id);",
         columnStays("originalName", "fields", copyInTheWay("fields")) +
             columnStays("partfieldCode", "fields", copyInTheWay("fields")) +
             columnStays("partfieldCode_temp", "fields", copyInTheWay("fields")),
-        25,
+        versionUnmoved,
         growersBackward + farmsBackward +
             QStringList(
                 {"CREATE TABLE fields (id INTEGER PRIMARY KEY, partfieldCode TEXT, "
@@ -546,50 +520,48 @@ void Version25Test::revertFromVersion25_data()
                  "FOREIGN KEY (farmId) REFERENCES farms(id) ON DELETE CASCADE)",
                  "1, '09-117', 1, 'Am Bach', 'Am Bach', '09-117'",
                  "CREATE TABLE fields_temp (id)"})};
-    QTest::newRow("the codes' other column is there in other letter case") << NameRun{
+    QTest::newRow("the codes' other column is there in other letter case") << StepRun{
         namesAt25 + "ALTER TABLE fields ADD COLUMN PartfieldCode_Temp TEXT;",
         notAdded(
             "partfieldCode_temp",
             "fields",
             "duplicate column name: partfieldCode_temp Unable to execute statement"),
-        25,
+        versionUnmoved,
         growersBackward + farmsBackward + fieldsBackward};
-    QTest::newRow("the codes' other column is there and holds something") << NameRun{
+    QTest::newRow("the codes' other column is there and holds something") << StepRun{
         namesAt25 + "ALTER TABLE fields ADD COLUMN partfieldCode_temp TEXT DEFAULT 'old';",
         {},
         24,
         growersBackward + farmsBackward + fieldsBackward};
-    QTest::newRow("codes cannot be copied aside and are lost") << NameRun{
+    QTest::newRow("codes cannot be copied aside and are lost") << StepRun{
         namesAt25,
         notSet("partfieldCode_temp", "partfieldCode", notAuthorized),
-        25,
+        versionUnmoved,
         growersBackward + farmsBackward +
             QStringList({fieldTableBackward, "1, 1, 'Am Bach', NULL"}),
-        SQLITE_UPDATE,
-        "fields",
-        "partfieldCode_temp"};
-    QTest::newRow("no codes: the column is made all the same") << NameRun{
+        {{SQLITE_UPDATE, "fields", "partfieldCode_temp"}}};
+    QTest::newRow("no codes: the column is made all the same") << StepRun{
         namesAt25 + "ALTER TABLE fields DROP COLUMN partfieldCode;",
         notSet(
             "partfieldCode_temp",
             "partfieldCode",
             "no such column: partfieldCode Unable to execute statement"),
-        25,
+        versionUnmoved,
         growersBackward + farmsBackward +
             QStringList({fieldTableBackward, "1, 1, 'Am Bach', NULL"})};
-    QTest::newRow("the codes' column cannot be dropped") << NameRun{
+    QTest::newRow("the codes' column cannot be dropped") << StepRun{
         withFields(
             "id INTEGER, partfieldCode TEXT, originalName TEXT, "
             "PRIMARY KEY (partfieldCode, id)",
             "1, '09-117', 'Am Bach'"),
         columnStays("partfieldCode", "fields", keyRefused),
-        25,
+        versionUnmoved,
         growersBackward + farmsBackward +
             QStringList(
                 {"CREATE TABLE \"fields\" (id INTEGER , partfieldCode TEXT , "
                  "isoName TEXT , PRIMARY KEY(partfieldCode,id) )",
                  "1, '09-117', 'Am Bach'"})};
-    QTest::newRow("the codes' column cannot be made again, the codes are lost") << NameRun{
+    QTest::newRow("the codes' column cannot be made again, the codes are lost") << StepRun{
         namesAt25 + "ALTER TABLE fields ADD COLUMN isoName TEXT;"
                     "ALTER TABLE fields ADD COLUMN partfieldCode_temp TEXT;",
         notAdded("partfieldCode", "fields", notAuthorized) +
@@ -597,39 +569,35 @@ void Version25Test::revertFromVersion25_data()
                 "partfieldCode",
                 "partfieldCode_temp",
                 "no such column: partfieldCode Unable to execute statement"),
-        25,
+        versionUnmoved,
         growersBackward + farmsBackward +
             QStringList(
                 {"CREATE TABLE \"fields\" (id INTEGER , farmId INTEGER , isoName TEXT , "
                  "PRIMARY KEY(id) , "
                  "FOREIGN KEY (farmId) REFERENCES farms(id) ON DELETE CASCADE)",
                  "1, 1, 'Am Bach'"}),
-        SQLITE_ALTER_TABLE,
-        "main",
-        "fields"};
-    QTest::newRow("codes cannot be copied back and are lost") << NameRun{
+        {{SQLITE_ALTER_TABLE, "main", "fields"}}};
+    QTest::newRow("codes cannot be copied back and are lost") << StepRun{
         namesAt25,
         notSet("partfieldCode", "partfieldCode_temp", notAuthorized),
-        25,
+        versionUnmoved,
         growersBackward + farmsBackward +
             QStringList({fieldTableBackward, "1, 1, 'Am Bach', NULL"}),
-        SQLITE_UPDATE,
-        "fields",
-        "partfieldCode"};
-    QTest::newRow("the codes' other column cannot be dropped") << NameRun{
+        {{SQLITE_UPDATE, "fields", "partfieldCode"}}};
+    QTest::newRow("the codes' other column cannot be dropped") << StepRun{
         withFields(
             "id INTEGER, partfieldCode TEXT, partfieldCode_temp TEXT, originalName TEXT, "
             "PRIMARY KEY (partfieldCode_temp, id)",
             "1, '09-117', 'old', 'Am Bach'"),
         columnStays("partfieldCode_temp", "fields", keyRefused),
-        25,
+        versionUnmoved,
         growersBackward + farmsBackward +
             QStringList(
                 {"CREATE TABLE \"fields\" (id INTEGER , partfieldCode_temp TEXT , "
                  "isoName TEXT , partfieldCode TEXT, PRIMARY KEY(partfieldCode_temp,id) )",
                  "1, '09-117', 'Am Bach', '09-117'"})};
 
-    QTest::newRow("no table: all fifteen statements are tried") << NameRun{
+    QTest::newRow("no table: all fifteen statements are tried") << StepRun{
         "",
         notAdded("isoName", "growers", noSuchTable("growers")) +
             notAdded("isoName", "farms", noSuchTable("farms")) +
@@ -646,13 +614,13 @@ void Version25Test::revertFromVersion25_data()
             notAdded("partfieldCode", "fields", noSuchTable("fields")) +
             notSet("partfieldCode", "partfieldCode_temp", noSuchTable("fields")) +
             columnStays("partfieldCode_temp", "fields", rebuildRefused),
-        25,
+        versionUnmoved,
         {}};
 }
 
 void Version25Test::revertFromVersion25()
 {
-    runOnNames(25, &DatabaseMigrator::revertFromVersion25);
+    checkStep(*device, &DatabaseMigrator::revertFromVersion25, readNames);
 }
 
 void Version25Test::revertFromVersion25WithOnBoardPorts_data()
@@ -710,7 +678,7 @@ void Version25Test::revertFromVersion25WithOnBoardPorts_data()
                  "(3, 5, 'ttyS3');"
                  "INSERT INTO gpsReceivers VALUES(1, 5, 'ttyS0', 'ttyS0');",
         {"Error while reverting to version 24. Error was: near \"s\": syntax error"},
-        25,
+        versionUnmoved,
         {"portName 1", "portName 3"},
         {"1, 5, 'ttyUSB0'", "2, 5, 'tty''s'", "3, 5, 'ttyUSB3'"},
         {"1, 5, 'ttyS0', 'ttyS0'"}};
@@ -719,7 +687,7 @@ void Version25Test::revertFromVersion25WithOnBoardPorts_data()
                before + "INSERT INTO gpsReceivers VALUES(1, 5, 'r''s', 'ttyS1'), "
                         "(2, 5, 'ttyS2', 'ttyS2');",
                {"Error while reverting to version 24. Error was: near \"s\": syntax error"},
-               25,
+               versionUnmoved,
                {"receiverId 2", "serialPortName 1", "serialPortName 2"},
                {},
                {"1, 5, 'r''s', 'ttyUSB1'", "2, 5, 'ttyUSB2', 'ttyUSB2'"}};
@@ -727,7 +695,7 @@ void Version25Test::revertFromVersion25WithOnBoardPorts_data()
         before + "INSERT INTO gpsReceivers VALUES(1, 5, 'ttyS1', 'tty''s'), "
                  "(2, 5, 'ttyS2', 'ttyS2');",
         {"Error while reverting to version 24. Error was: near \"s\": syntax error"},
-        25,
+        versionUnmoved,
         {"receiverId 1", "receiverId 2", "serialPortName 2"},
         {},
         {"1, 5, 'ttyUSB1', 'tty''s'", "2, 5, 'ttyUSB2', 'ttyUSB2'"}};
@@ -735,7 +703,7 @@ void Version25Test::revertFromVersion25WithOnBoardPorts_data()
         before + "DROP TABLE serialDevices;"
                  "INSERT INTO gpsReceivers VALUES(1, 5, 'ttyS0', 'ttyS0');",
         {},
-        25,
+        versionUnmoved,
         {},
         {},
         {"1, 5, 'ttyS0', 'ttyS0'"}};
@@ -743,7 +711,7 @@ void Version25Test::revertFromVersion25WithOnBoardPorts_data()
         before + "DROP TABLE gpsReceivers;"
                  "INSERT INTO serialDevices VALUES(1, 5, 'ttyS0');",
         {},
-        25,
+        versionUnmoved,
         {"portName 1"},
         {"1, 5, 'ttyUSB0'"},
         {}};
@@ -753,7 +721,7 @@ void Version25Test::revertFromVersion25WithOnBoardPorts_data()
                  "INSERT INTO gpsReceivers VALUES(1, 5, 'ttyS0', 'ttyS0');",
         columnStays("originalName", "farms", copyInTheWay("farms")) +
             QStringList("Error while reverting to version 24. Error was: near \"s\": syntax error"),
-        25,
+        versionUnmoved,
         {"portName 2"},
         {"1, 5, 'tty''s'", "2, 5, 'ttyUSB2'"},
         {"1, 5, 'ttyS0', 'ttyS0'"}};
@@ -761,7 +729,7 @@ void Version25Test::revertFromVersion25WithOnBoardPorts_data()
 
 void Version25Test::revertFromVersion25WithOnBoardPorts()
 {
-    runOnPorts(25, &DatabaseMigrator::revertFromVersion25);
+    runOnPorts(&DatabaseMigrator::revertFromVersion25);
 }
 
 void Version25Test::comparesThePlatformExactly_data()
@@ -841,13 +809,7 @@ void Version25Test::getUpdate25Applied_data()
 
 void Version25Test::getUpdate25Applied()
 {
-    QFETCH(QByteArray, before);
-    device->sql(before);
-    const DatabaseMigrator &migrator = startAt(*device, 25);
-
-    QTEST(migrator.getUpdate25Applied(), "applied");
-
-    COMPARE_LINES(takeLogLines(*device), QStringList());
+    checkProbe(*device, &DatabaseMigrator::getUpdate25Applied);
 }
 
 void Version25Test::closedConnection()

@@ -4,18 +4,10 @@
 
 namespace
 {
-/// One run of a step: what it finds and what it leaves.
-struct Run {
-    QByteArray before;
-    QStringList log;
-    int version;
-    QStringList after; ///< the whole device database
-};
-
 struct Operations {
-    void (DatabaseMigrator::*update)();
-    bool (DatabaseMigrator::*applied)() const;
-    void (DatabaseMigrator::*revert)();
+    Step update;
+    Probe applied;
+    Step revert;
 };
 
 /// Columns with their types, by the table's name.
@@ -230,7 +222,6 @@ const char *const settingsRebuilt =
     "PRIMARY KEY(machineConfigId) )";
 const char *const settingsInOtherCase = "CREATE TABLE OmbrixMasterSettings (id INTEGER)";
 } // namespace
-Q_DECLARE_METATYPE(Run)
 
 class Versions22To24Test : public QObject
 {
@@ -270,9 +261,6 @@ private slots:
     void closedConnection();
 
 private:
-    void runStep(int version, void (DatabaseMigrator::*step)());
-    void checkProbe(bool (DatabaseMigrator::*probe)() const);
-
     std::unique_ptr<ScratchDevice> device;
 };
 
@@ -286,139 +274,113 @@ void Versions22To24Test::cleanup()
     device.reset();
 }
 
-/// Runs a step as the test's row "run" says.
-void Versions22To24Test::runStep(int version, void (DatabaseMigrator::*step)())
-{
-    QFETCH(Run, run);
-    device->sql(run.before);
-    DatabaseMigrator &migrator = startAt(*device, version);
-
-    (migrator.*step)();
-
-    COMPARE_LINES(takeLogLines(*device), run.log);
-    QCOMPARE(migrator.currentVersion(), run.version);
-    COMPARE_LINES(device->dump(), run.after);
-}
-
-/// Asks a probe as the test's row says.
-void Versions22To24Test::checkProbe(bool (DatabaseMigrator::*probe)() const)
-{
-    QFETCH(QByteArray, before);
-    device->sql(before);
-    const DatabaseMigrator &migrator = startAt(*device, 1);
-
-    QTEST((migrator.*probe)(), "applied");
-
-    COMPARE_LINES(takeLogLines(*device), QStringList());
-}
-
 void Versions22To24Test::updateToVersion22_data()
 {
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("growers, farms and fields get their columns")
-        << Run{landAt21,
-               {"Migration to version 22 was successful."},
-               22,
-               {"CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT NOT NULL, "
-                "isoId TEXT, isoName TEXT)",
-                "CREATE TABLE farms (id INTEGER PRIMARY KEY, displayName TEXT, "
-                "growerId INTEGER NOT NULL, isoId TEXT, isoName TEXT, "
-                "FOREIGN KEY (growerId) REFERENCES growers(id) ON DELETE CASCADE)",
-                "CREATE TABLE fields (id INTEGER PRIMARY KEY, area REAL DEFAULT 0.5, "
-                "farmId INTEGER, isoId TEXT, isoName TEXT, partfieldCode TEXT, "
-                "FOREIGN KEY (farmId) REFERENCES farms(id) ON DELETE CASCADE)",
-                "growers",
-                "1, 'Müller', NULL, NULL",
-                "2, 'Петров', NULL, NULL",
-                "farms",
-                "1, 'Nordhof', 2, NULL, NULL",
-                "fields",
-                "1, 12.25, 1, NULL, NULL, NULL"}};
-    QTest::newRow("columns that are there stay as they are")
-        << Run{"CREATE TABLE growers (isoName, isoId INTEGER);"
-               "CREATE TABLE farms (id, isoId UNIQUE);"
-               "CREATE TABLE fields (partfieldCode INTEGER DEFAULT 7, isoName TEXT, isoId TEXT);"
-               "INSERT INTO growers VALUES('Mueller', 5);"
-               "INSERT INTO fields VALUES(9, 'Am Bach', 'PFD1');",
-               {"Migration to version 22 was successful."},
-               22,
-               {"CREATE TABLE growers (isoName, isoId INTEGER)",
-                "CREATE TABLE farms (id, isoId UNIQUE, isoName TEXT)",
-                "CREATE TABLE fields (partfieldCode INTEGER DEFAULT 7, isoName TEXT, isoId TEXT)",
-                "growers",
-                "'Mueller', 5",
-                "farms",
-                "fields",
-                "9, 'Am Bach', 'PFD1'"}};
-    QTest::newRow("no farms") << Run{
+    QTest::newRow("growers, farms and fields get their columns") << StepRun{
+        landAt21,
+        {"Migration to version 22 was successful."},
+        22,
+        {"CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT NOT NULL, "
+         "isoId TEXT, isoName TEXT)",
+         "CREATE TABLE farms (id INTEGER PRIMARY KEY, displayName TEXT, "
+         "growerId INTEGER NOT NULL, isoId TEXT, isoName TEXT, "
+         "FOREIGN KEY (growerId) REFERENCES growers(id) ON DELETE CASCADE)",
+         "CREATE TABLE fields (id INTEGER PRIMARY KEY, area REAL DEFAULT 0.5, "
+         "farmId INTEGER, isoId TEXT, isoName TEXT, partfieldCode TEXT, "
+         "FOREIGN KEY (farmId) REFERENCES farms(id) ON DELETE CASCADE)",
+         "growers",
+         "1, 'Müller', NULL, NULL",
+         "2, 'Петров', NULL, NULL",
+         "farms",
+         "1, 'Nordhof', 2, NULL, NULL",
+         "fields",
+         "1, 12.25, 1, NULL, NULL, NULL"}};
+    QTest::newRow("columns that are there stay as they are") << StepRun{
+        "CREATE TABLE growers (isoName, isoId INTEGER);"
+        "CREATE TABLE farms (id, isoId UNIQUE);"
+        "CREATE TABLE fields (partfieldCode INTEGER DEFAULT 7, isoName TEXT, isoId TEXT);"
+        "INSERT INTO growers VALUES('Mueller', 5);"
+        "INSERT INTO fields VALUES(9, 'Am Bach', 'PFD1');",
+        {"Migration to version 22 was successful."},
+        22,
+        {"CREATE TABLE growers (isoName, isoId INTEGER)",
+         "CREATE TABLE farms (id, isoId UNIQUE, isoName TEXT)",
+         "CREATE TABLE fields (partfieldCode INTEGER DEFAULT 7, isoName TEXT, isoId TEXT)",
+         "growers",
+         "'Mueller', 5",
+         "farms",
+         "fields",
+         "9, 'Am Bach', 'PFD1'"}};
+    QTest::newRow("no farms") << StepRun{
         "CREATE TABLE growers (id);CREATE TABLE fields (id);",
         notAdded("isoId", "farms", noSuchTable("farms")) +
             notAdded("isoName", "farms", noSuchTable("farms")) +
             QStringList("Migration to version 22 FAILED!"),
-        21,
+        versionUnmoved,
         {"CREATE TABLE growers (id, isoId TEXT, isoName TEXT)",
          "CREATE TABLE fields (id, isoId TEXT, isoName TEXT, partfieldCode TEXT)",
          "growers",
          "fields"}};
-    QTest::newRow("no table: all seven columns are tried")
-        << Run{"",
-               notAdded("isoId", "growers", noSuchTable("growers")) +
-                   notAdded("isoName", "growers", noSuchTable("growers")) +
-                   notAdded("isoId", "farms", noSuchTable("farms")) +
-                   notAdded("isoName", "farms", noSuchTable("farms")) +
-                   notAdded("isoId", "fields", noSuchTable("fields")) +
-                   notAdded("isoName", "fields", noSuchTable("fields")) +
-                   notAdded("partfieldCode", "fields", noSuchTable("fields")) +
-                   QStringList("Migration to version 22 FAILED!"),
-               21,
-               {}};
+    QTest::newRow("no table: all seven columns are tried") << StepRun{
+        "",
+        notAdded("isoId", "growers", noSuchTable("growers")) +
+            notAdded("isoName", "growers", noSuchTable("growers")) +
+            notAdded("isoId", "farms", noSuchTable("farms")) +
+            notAdded("isoName", "farms", noSuchTable("farms")) +
+            notAdded("isoId", "fields", noSuchTable("fields")) +
+            notAdded("isoName", "fields", noSuchTable("fields")) +
+            notAdded("partfieldCode", "fields", noSuchTable("fields")) +
+            QStringList("Migration to version 22 FAILED!"),
+        versionUnmoved,
+        {}};
 }
 
 void Versions22To24Test::updateToVersion22()
 {
-    runStep(21, &DatabaseMigrator::updateToVersion22);
+    checkStep(*device, &DatabaseMigrator::updateToVersion22);
 }
 
 void Versions22To24Test::revertFromVersion22_data()
 {
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
     QTest::newRow("growers, farms and fields lose their columns and keep their rows")
-        << Run{landAt22, {}, 21, landRebuilt};
-    QTest::newRow("columns that are not there") << Run{landAt21, {}, 21, landRebuilt};
-    QTest::newRow("a leftover copy of one table")
-        << Run{"CREATE TABLE growers (id INTEGER PRIMARY KEY, isoId, isoName);"
-               "CREATE TABLE farms (id INTEGER PRIMARY KEY, isoId, isoName);"
-               "CREATE TABLE fields (id INTEGER PRIMARY KEY, isoId, isoName, partfieldCode);"
-               "CREATE TABLE farms_temp (id);",
-               columnStays("isoId", "farms", copyInTheWay("farms")) +
-                   columnStays("isoName", "farms", copyInTheWay("farms")),
-               22,
-               {"CREATE TABLE farms (id INTEGER PRIMARY KEY, isoId, isoName)",
-                "CREATE TABLE farms_temp (id)",
-                "CREATE TABLE \"growers\" (id INTEGER , PRIMARY KEY(id) )",
-                "CREATE TABLE \"fields\" (id INTEGER , PRIMARY KEY(id) )",
-                "farms",
-                "farms_temp",
-                "growers",
-                "fields"}};
-    QTest::newRow("no table: all seven columns are tried")
-        << Run{"",
-               columnStays("isoId", "growers", rebuildRefused) +
-                   columnStays("isoName", "growers", rebuildRefused) +
-                   columnStays("isoId", "farms", rebuildRefused) +
-                   columnStays("isoName", "farms", rebuildRefused) +
-                   columnStays("isoId", "fields", rebuildRefused) +
-                   columnStays("isoName", "fields", rebuildRefused) +
-                   columnStays("partfieldCode", "fields", rebuildRefused),
-               22,
-               {}};
+        << StepRun{landAt22, {}, 21, landRebuilt};
+    QTest::newRow("columns that are not there") << StepRun{landAt21, {}, 21, landRebuilt};
+    QTest::newRow("a leftover copy of one table") << StepRun{
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY, isoId, isoName);"
+        "CREATE TABLE farms (id INTEGER PRIMARY KEY, isoId, isoName);"
+        "CREATE TABLE fields (id INTEGER PRIMARY KEY, isoId, isoName, partfieldCode);"
+        "CREATE TABLE farms_temp (id);",
+        columnStays("isoId", "farms", copyInTheWay("farms")) +
+            columnStays("isoName", "farms", copyInTheWay("farms")),
+        versionUnmoved,
+        {"CREATE TABLE farms (id INTEGER PRIMARY KEY, isoId, isoName)",
+         "CREATE TABLE farms_temp (id)",
+         "CREATE TABLE \"growers\" (id INTEGER , PRIMARY KEY(id) )",
+         "CREATE TABLE \"fields\" (id INTEGER , PRIMARY KEY(id) )",
+         "farms",
+         "farms_temp",
+         "growers",
+         "fields"}};
+    QTest::newRow("no table: all seven columns are tried") << StepRun{
+        "",
+        columnStays("isoId", "growers", rebuildRefused) +
+            columnStays("isoName", "growers", rebuildRefused) +
+            columnStays("isoId", "farms", rebuildRefused) +
+            columnStays("isoName", "farms", rebuildRefused) +
+            columnStays("isoId", "fields", rebuildRefused) +
+            columnStays("isoName", "fields", rebuildRefused) +
+            columnStays("partfieldCode", "fields", rebuildRefused),
+        versionUnmoved,
+        {}};
 }
 
 void Versions22To24Test::revertFromVersion22()
 {
-    runStep(22, &DatabaseMigrator::revertFromVersion22);
+    checkStep(*device, &DatabaseMigrator::revertFromVersion22);
 }
 
 void Versions22To24Test::getUpdate22Applied_data()
@@ -452,19 +414,20 @@ void Versions22To24Test::getUpdate22Applied_data()
 
 void Versions22To24Test::getUpdate22Applied()
 {
-    checkProbe(&DatabaseMigrator::getUpdate22Applied);
+    checkProbe(*device, &DatabaseMigrator::getUpdate22Applied);
 }
 
 void Versions22To24Test::updateToVersion23_data()
 {
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
     const QStringList succeeded("Migration to version 23 was successful.");
     const QStringList failed("Migration to version 23 FAILED!");
 
     // Mix 1 holds nothing, mixes 4 and 5 hold no amount that is known; ingredient 9 is missing.
     QTest::newRow("mixes count as modified when they hold something, units are renumbered first")
-        << Run{mixesAt22 +
+        << StepRun{
+               mixesAt22 +
                    "INSERT INTO PC_Ingredient VALUES(1, 0), (2, 1), (3, 2), (4, NULL), (5, 3);"
                    "INSERT INTO PC_Mix VALUES(1, 0), (2, 0), (3, 120.5), (4, NULL), (5, 0), "
                    "(6, NULL), (7, -1);"
@@ -491,7 +454,8 @@ void Versions22To24Test::updateToVersion23_data()
                     "6, 6, 9, -2.0, NULL, NULL"},
                    {"1, 2.5, 0", "2, NULL, 0"})};
     QTest::newRow("a second time: display units and set-up mode start afresh, modified mixes stay")
-        << Run{mixesAt23 + "INSERT INTO PC_Ingredient VALUES(1, 2), (2, 1);"
+        << StepRun{
+               mixesAt23 + "INSERT INTO PC_Ingredient VALUES(1, 2), (2, 1);"
                            "INSERT INTO PC_Mix VALUES(1, 0, 1, 3, 4, 5.5);"
                            "INSERT INTO PC_IngredientToMixBridge VALUES(1, 1, 1, 0, 6.5, 9), "
                            "(2, 1, 2, 0, 7.5, 9);"
@@ -505,44 +469,44 @@ void Versions22To24Test::updateToVersion23_data()
                    {"1, 1, 1, 0.0, 6.5, 2", "2, 1, 2, 0.0, 7.5, 2"},
                    {"1, 2.5, 0"})};
 
-    QTest::newRow("the units cannot be renumbered")
-        << Run{oneMixAt22 + refusal("PC_Ingredient"),
-               notSet("unit", "2", rowRefused) + failed,
-               22,
-               oneMixAt23(
-                   "PC_Ingredient",
-                   "1, 1",
-                   "1, 800.0, 1, 0, 0, NULL",
-                   "1, 1, 1, 5.0, NULL, 1",
-                   "1, 2.5, 0")};
-    QTest::newRow("the display units cannot be set")
-        << Run{oneMixAt22 + refusal("PC_IngredientToMixBridge"),
-               notSet("displayUnit", unitOfIngredient, rowRefused) + failed,
-               22,
-               oneMixAt23(
-                   "PC_IngredientToMixBridge",
-                   "1, 2",
-                   "1, 800.0, 1, 0, 0, NULL",
-                   "1, 1, 1, 5.0, NULL, 0",
-                   "1, 2.5, 0")};
-    QTest::newRow("the mixes cannot be marked as modified") << Run{
+    QTest::newRow("the units cannot be renumbered") << StepRun{
+        oneMixAt22 + refusal("PC_Ingredient"),
+        notSet("unit", "2", rowRefused) + failed,
+        versionUnmoved,
+        oneMixAt23(
+            "PC_Ingredient",
+            "1, 1",
+            "1, 800.0, 1, 0, 0, NULL",
+            "1, 1, 1, 5.0, NULL, 1",
+            "1, 2.5, 0")};
+    QTest::newRow("the display units cannot be set") << StepRun{
+        oneMixAt22 + refusal("PC_IngredientToMixBridge"),
+        notSet("displayUnit", unitOfIngredient, rowRefused) + failed,
+        versionUnmoved,
+        oneMixAt23(
+            "PC_IngredientToMixBridge",
+            "1, 2",
+            "1, 800.0, 1, 0, 0, NULL",
+            "1, 1, 1, 5.0, NULL, 0",
+            "1, 2.5, 0")};
+    QTest::newRow("the mixes cannot be marked as modified") << StepRun{
         oneMixAt22 + refusal("PC_Mix"),
         notSet("modified", "1", rowRefused) + failed,
-        22,
+        versionUnmoved,
         oneMixAt23(
             "PC_Mix", "1, 2", "1, 800.0, 0, 0, 0, NULL", "1, 1, 1, 5.0, NULL, 2", "1, 2.5, 0")};
-    QTest::newRow("the set-up mode cannot be set")
-        << Run{oneMixAt22 + refusal("productControl_userProfile"),
-               notSet("mixSetupMode", "0", rowRefused) + failed,
-               22,
-               oneMixAt23(
-                   "productControl_userProfile",
-                   "1, 2",
-                   "1, 800.0, 1, 0, 0, NULL",
-                   "1, 1, 1, 5.0, NULL, 2",
-                   "1, 2.5, NULL")};
+    QTest::newRow("the set-up mode cannot be set") << StepRun{
+        oneMixAt22 + refusal("productControl_userProfile"),
+        notSet("mixSetupMode", "0", rowRefused) + failed,
+        versionUnmoved,
+        oneMixAt23(
+            "productControl_userProfile",
+            "1, 2",
+            "1, 800.0, 1, 0, 0, NULL",
+            "1, 1, 1, 5.0, NULL, 2",
+            "1, 2.5, NULL")};
 
-    QTest::newRow("no table: all eleven statements are tried") << Run{
+    QTest::newRow("no table: all eleven statements are tried") << StepRun{
         "",
         notAdded("modified", "PC_Mix", noSuchTable("PC_Mix")) +
             notAdded("configMode", "PC_Mix", noSuchTable("PC_Mix")) +
@@ -561,44 +525,44 @@ void Versions22To24Test::updateToVersion23_data()
             notSet("displayUnit", unitOfIngredient, noSuchTable("PC_IngredientToMixBridge")) +
             notSet("modified", "1", noSuchTable("PC_Mix")) +
             notSet("mixSetupMode", "0", noSuchTable("productControl_userProfile")) + failed,
-        22,
+        versionUnmoved,
         {}};
 }
 
 void Versions22To24Test::updateToVersion23()
 {
-    runStep(22, &DatabaseMigrator::updateToVersion23);
+    checkStep(*device, &DatabaseMigrator::updateToVersion23);
 }
 
 void Versions22To24Test::revertFromVersion23_data()
 {
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("the columns go, unit 1 becomes 0 and then unit 2 becomes 1")
-        << Run{mixesAt23 + "INSERT INTO PC_Ingredient VALUES(1, 0), (2, 1), (3, 2), (4, 3), "
-                           "(5, NULL);"
-                           "INSERT INTO PC_Mix VALUES(1, 120.5, 1, 2, 3, 4.5);"
-                           "INSERT INTO PC_IngredientToMixBridge VALUES(1, 1, 3, 0.25, 6.5, 2);"
-                           "INSERT INTO productControl_userProfile VALUES(1, 2.5, 1);",
-               {},
-               22,
-               mixDump(
-                   mixSchemaRebuilt,
-                   {"1, 0", "2, 0", "3, 1", "4, 3", "5, NULL"},
-                   {"1, 120.5"},
-                   {"1, 1, 3, 0.25"},
-                   {"1, 2.5"})};
-    QTest::newRow("columns that are not there: the units are renumbered all the same")
-        << Run{oneMixAt22,
-               {},
-               22,
-               mixDump(mixSchemaRebuilt, {"1, 0"}, {"1, 800.0"}, {"1, 1, 1, 5.0"}, {"1, 2.5"})};
+    QTest::newRow("the columns go, unit 1 becomes 0 and then unit 2 becomes 1") << StepRun{
+        mixesAt23 + "INSERT INTO PC_Ingredient VALUES(1, 0), (2, 1), (3, 2), (4, 3), "
+                    "(5, NULL);"
+                    "INSERT INTO PC_Mix VALUES(1, 120.5, 1, 2, 3, 4.5);"
+                    "INSERT INTO PC_IngredientToMixBridge VALUES(1, 1, 3, 0.25, 6.5, 2);"
+                    "INSERT INTO productControl_userProfile VALUES(1, 2.5, 1);",
+        {},
+        22,
+        mixDump(
+            mixSchemaRebuilt,
+            {"1, 0", "2, 0", "3, 1", "4, 3", "5, NULL"},
+            {"1, 120.5"},
+            {"1, 1, 3, 0.25"},
+            {"1, 2.5"})};
+    QTest::newRow("columns that are not there: the units are renumbered all the same") << StepRun{
+        oneMixAt22,
+        {},
+        22,
+        mixDump(mixSchemaRebuilt, {"1, 0"}, {"1, 800.0"}, {"1, 1, 1, 5.0"}, {"1, 2.5"})};
 
     const QByteArray units = mixesAt23 + "INSERT INTO PC_Ingredient VALUES(1, 1), (2, 2);";
-    QTest::newRow("unit 1 cannot be renumbered") << Run{
+    QTest::newRow("unit 1 cannot be renumbered") << StepRun{
         units + refusal("PC_Ingredient WHEN OLD.unit = 1"),
         notSet("unit", "0", rowRefused),
-        23,
+        versionUnmoved,
         mixDump(
             mixSchemaRebuilt.mid(0, 1) + QStringList(refusal("PC_Ingredient WHEN OLD.unit = 1")) +
                 mixSchemaRebuilt.mid(1),
@@ -606,10 +570,10 @@ void Versions22To24Test::revertFromVersion23_data()
             {},
             {},
             {})};
-    QTest::newRow("unit 2 cannot be renumbered") << Run{
+    QTest::newRow("unit 2 cannot be renumbered") << StepRun{
         units + refusal("PC_Ingredient WHEN OLD.unit = 2"),
         notSet("unit", "1", rowRefused),
-        23,
+        versionUnmoved,
         mixDump(
             mixSchemaRebuilt.mid(0, 1) + QStringList(refusal("PC_Ingredient WHEN OLD.unit = 2")) +
                 mixSchemaRebuilt.mid(1),
@@ -617,24 +581,24 @@ void Versions22To24Test::revertFromVersion23_data()
             {},
             {},
             {})};
-    QTest::newRow("no table: all nine statements are tried")
-        << Run{"",
-               columnStays("modified", "PC_Mix", rebuildRefused) +
-                   columnStays("configMode", "PC_Mix", rebuildRefused) +
-                   columnStays("displayUnit", "PC_Mix", rebuildRefused) +
-                   columnStays("totalRate", "PC_Mix", rebuildRefused) +
-                   columnStays("rate", "PC_IngredientToMixBridge", rebuildRefused) +
-                   columnStays("displayUnit", "PC_IngredientToMixBridge", rebuildRefused) +
-                   columnStays("mixSetupMode", "productControl_userProfile", rebuildRefused) +
-                   notSet("unit", "0", noSuchTable("PC_Ingredient")) +
-                   notSet("unit", "1", noSuchTable("PC_Ingredient")),
-               23,
-               {}};
+    QTest::newRow("no table: all nine statements are tried") << StepRun{
+        "",
+        columnStays("modified", "PC_Mix", rebuildRefused) +
+            columnStays("configMode", "PC_Mix", rebuildRefused) +
+            columnStays("displayUnit", "PC_Mix", rebuildRefused) +
+            columnStays("totalRate", "PC_Mix", rebuildRefused) +
+            columnStays("rate", "PC_IngredientToMixBridge", rebuildRefused) +
+            columnStays("displayUnit", "PC_IngredientToMixBridge", rebuildRefused) +
+            columnStays("mixSetupMode", "productControl_userProfile", rebuildRefused) +
+            notSet("unit", "0", noSuchTable("PC_Ingredient")) +
+            notSet("unit", "1", noSuchTable("PC_Ingredient")),
+        versionUnmoved,
+        {}};
 }
 
 void Versions22To24Test::revertFromVersion23()
 {
-    runStep(23, &DatabaseMigrator::revertFromVersion23);
+    checkStep(*device, &DatabaseMigrator::revertFromVersion23);
 }
 
 void Versions22To24Test::getUpdate23Applied_data()
@@ -659,76 +623,77 @@ void Versions22To24Test::getUpdate23Applied_data()
 
 void Versions22To24Test::getUpdate23Applied()
 {
-    checkProbe(&DatabaseMigrator::getUpdate23Applied);
+    checkProbe(*device, &DatabaseMigrator::getUpdate23Applied);
 }
 
 void Versions22To24Test::updateToVersion24_data()
 {
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
     const QStringList succeeded("Migration to version 24 was successful.");
-    QTest::newRow("both switches are added and off") << Run{
+    QTest::newRow("both switches are added and off") << StepRun{
         settingsAt23 + QByteArray(";INSERT INTO ombrixMasterSettings VALUES(1, 40), (2, 0);"),
         succeeded,
         24,
         {settingsAt24, "ombrixMasterSettings", "1, 40, 0, 0", "2, 0, 0, 0"}};
-    QTest::newRow("switches that are there stay as they are") << Run{
+    QTest::newRow("switches that are there stay as they are") << StepRun{
         settingsAt24 + QByteArray(";INSERT INTO ombrixMasterSettings VALUES(1, 40, 1, NULL);"),
         succeeded,
         24,
         {settingsAt24, "ombrixMasterSettings", "1, 40, 1, NULL"}};
-    QTest::newRow("without the table there is nothing to add") << Run{"", succeeded, 24, {}};
-    QTest::newRow("the table in other letter case is not seen")
-        << Run{settingsInOtherCase, succeeded, 24, {settingsInOtherCase, "OmbrixMasterSettings"}};
-    QTest::newRow("both switches in other letter case")
-        << Run{"CREATE TABLE ombrixMasterSettings "
-               "(OnCorrectedCoverageEnabled, OffCorrectedCoverageEnabled)",
-               notAdded(
-                   "onCorrectedCoverageEnabled",
-                   "ombrixMasterSettings",
-                   "duplicate column name: onCorrectedCoverageEnabled Unable to execute "
-                   "statement") +
-                   notAdded(
-                       "offCorrectedCoverageEnabled",
-                       "ombrixMasterSettings",
-                       "duplicate column name: offCorrectedCoverageEnabled Unable to execute "
-                       "statement") +
-                   QStringList("Migration to version 24 FAILED!"),
-               23,
-               {"CREATE TABLE ombrixMasterSettings "
-                "(OnCorrectedCoverageEnabled, OffCorrectedCoverageEnabled)",
-                "ombrixMasterSettings"}};
+    QTest::newRow("without the table there is nothing to add") << StepRun{"", succeeded, 24, {}};
+    QTest::newRow("the table in other letter case is not seen") << StepRun{
+        settingsInOtherCase, succeeded, 24, {settingsInOtherCase, "OmbrixMasterSettings"}};
+    QTest::newRow("both switches in other letter case") << StepRun{
+        "CREATE TABLE ombrixMasterSettings "
+        "(OnCorrectedCoverageEnabled, OffCorrectedCoverageEnabled)",
+        notAdded(
+            "onCorrectedCoverageEnabled",
+            "ombrixMasterSettings",
+            "duplicate column name: onCorrectedCoverageEnabled Unable to execute "
+            "statement") +
+            notAdded(
+                "offCorrectedCoverageEnabled",
+                "ombrixMasterSettings",
+                "duplicate column name: offCorrectedCoverageEnabled Unable to execute "
+                "statement") +
+            QStringList("Migration to version 24 FAILED!"),
+        versionUnmoved,
+        {"CREATE TABLE ombrixMasterSettings "
+         "(OnCorrectedCoverageEnabled, OffCorrectedCoverageEnabled)",
+         "ombrixMasterSettings"}};
 }
 
 void Versions22To24Test::updateToVersion24()
 {
-    runStep(23, &DatabaseMigrator::updateToVersion24);
+    checkStep(*device, &DatabaseMigrator::updateToVersion24);
 }
 
 void Versions22To24Test::revertFromVersion24_data()
 {
-    QTest::addColumn<Run>("run");
+    QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("both switches go, the rows stay")
-        << Run{settingsAt24 + QByteArray(";INSERT INTO ombrixMasterSettings VALUES(1, 40, 1, 0);"),
-               {},
-               23,
-               {settingsRebuilt, "ombrixMasterSettings", "1, 40"}};
-    QTest::newRow("switches that are not there")
-        << Run{settingsAt23 + QByteArray(";INSERT INTO ombrixMasterSettings VALUES(1, 40);"),
-               {},
-               23,
-               {settingsRebuilt, "ombrixMasterSettings", "1, 40"}};
-    QTest::newRow("without the table there is nothing to remove") << Run{"", {}, 23, {}};
+    QTest::newRow("both switches go, the rows stay") << StepRun{
+        settingsAt24 + QByteArray(";INSERT INTO ombrixMasterSettings VALUES(1, 40, 1, 0);"),
+        {},
+        23,
+        {settingsRebuilt, "ombrixMasterSettings", "1, 40"}};
+    QTest::newRow("switches that are not there") << StepRun{
+        settingsAt23 + QByteArray(";INSERT INTO ombrixMasterSettings VALUES(1, 40);"),
+        {},
+        23,
+        {settingsRebuilt, "ombrixMasterSettings", "1, 40"}};
+    QTest::newRow("without the table there is nothing to remove") << StepRun{"", {}, 23, {}};
     QTest::newRow("the table in other letter case is not seen")
-        << Run{settingsInOtherCase, {}, 23, {settingsInOtherCase, "OmbrixMasterSettings"}};
+        << StepRun{settingsInOtherCase, {}, 23, {settingsInOtherCase, "OmbrixMasterSettings"}};
     QTest::newRow("a table without a key: both switches are tried, the second one first")
-        << Run{"CREATE TABLE ombrixMasterSettings "
+        << StepRun{
+               "CREATE TABLE ombrixMasterSettings "
                "(onCorrectedCoverageEnabled, offCorrectedCoverageEnabled)",
                columnStays("offCorrectedCoverageEnabled", "ombrixMasterSettings", keyRefused) +
                    columnStays("onCorrectedCoverageEnabled", "ombrixMasterSettings", keyRefused) +
                    QStringList("Failed to revert from version 24 to 23"),
-               24,
+               versionUnmoved,
                {"CREATE TABLE ombrixMasterSettings "
                 "(onCorrectedCoverageEnabled, offCorrectedCoverageEnabled)",
                 "ombrixMasterSettings"}};
@@ -736,7 +701,7 @@ void Versions22To24Test::revertFromVersion24_data()
 
 void Versions22To24Test::revertFromVersion24()
 {
-    runStep(24, &DatabaseMigrator::revertFromVersion24);
+    checkStep(*device, &DatabaseMigrator::revertFromVersion24);
 }
 
 void Versions22To24Test::getUpdate24Applied_data()
@@ -753,7 +718,7 @@ void Versions22To24Test::getUpdate24Applied_data()
 
 void Versions22To24Test::getUpdate24Applied()
 {
-    checkProbe(&DatabaseMigrator::getUpdate24Applied);
+    checkProbe(*device, &DatabaseMigrator::getUpdate24Applied);
 }
 
 /// One column is there in capitals: its step does not see it and cannot add it.
