@@ -14,6 +14,9 @@ namespace
 {
 using M = DatabaseMigrator;
 
+/// SQLite's answer to what a test refuses.
+const QString notAuthorized = "not authorized Unable to execute statement";
+
 // ---- Versions 26, 28 and 30 -------------------------------------------------------------------
 
 const QByteArray receiversAt25 =
@@ -549,7 +552,7 @@ void Versions26To31Test::updateToVersion29_data()
             rows + QStringList(aside)};
     QTest::newRow("the temporary table cannot be dropped, the step counts as done") << StepRun{
         filled,
-        tableStays(aside, "not authorized Unable to execute statement") + succeeded,
+        tableStays(aside, notAuthorized) + succeeded,
         29,
         QStringList(
             {renamed(reverseSenseAt28, "reverseSenseSettings_temp"), reverseSenseAt29, aside}) +
@@ -566,13 +569,13 @@ void Versions26To31Test::updateToVersion29_data()
         << StepRun{filled + reverseSenseLeftOver, notMoved + succeeded, 29, {}};
     QTest::newRow("a temporary table is in the way and the table cannot be dropped") << StepRun{
         filled + reverseSenseLeftOver,
-        notMoved + tableStays(table, "not authorized Unable to execute statement") + succeeded,
+        notMoved + tableStays(table, notAuthorized) + succeeded,
         29,
         QStringList({reverseSenseAt28, table}) + rows,
         {{SQLITE_DROP_TABLE, "reverseSenseSettings"}}};
     QTest::newRow("a temporary table is in the way and cannot be dropped") << StepRun{
         filled + reverseSenseLeftOver,
-        notMoved + tableStays(aside, "not authorized Unable to execute statement") + succeeded,
+        notMoved + tableStays(aside, notAuthorized) + succeeded,
         29,
         {"CREATE TABLE reverseSenseSettings_temp (mc_sqlId)", aside},
         {{SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
@@ -605,7 +608,7 @@ void Versions26To31Test::updateToVersion29_data()
          {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"}}};
     QTest::newRow("nor can the old one be moved back or dropped") << StepRun{
         filled,
-        notMovedBack + tableStays(aside, "not authorized Unable to execute statement") + succeeded,
+        notMovedBack + tableStays(aside, notAuthorized) + succeeded,
         29,
         QStringList({renamed(reverseSenseAt28, "reverseSenseSettings_temp"), aside}) + rows,
         {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
@@ -623,13 +626,13 @@ void Versions26To31Test::updateToVersion29_data()
         << StepRun{nullable, notCopied + succeeded, 29, {}};
     QTest::newRow("a row cannot be copied and the new table cannot be dropped") << StepRun{
         nullable,
-        tableStays(table, "not authorized Unable to execute statement") + notCopied + succeeded,
+        tableStays(table, notAuthorized) + notCopied + succeeded,
         29,
         {reverseSenseAt29, table},
         {{SQLITE_DROP_TABLE, "reverseSenseSettings"}}};
     QTest::newRow("a row cannot be copied and the old table cannot be dropped") << StepRun{
         nullable,
-        notCopied + tableStays(aside, "not authorized Unable to execute statement") + succeeded,
+        notCopied + tableStays(aside, notAuthorized) + succeeded,
         29,
         {"CREATE TABLE \"reverseSenseSettings_temp\" (mc_sqlId, "
          "enableRemoteReverseSense, overrideRemoteReverseSenseDefaultDirection)",
@@ -672,7 +675,7 @@ void Versions26To31Test::revertFromVersion29_data()
         << StepRun{filled, succeeded, 28, QStringList({reverseSenseAt28, table}) + rows};
     QTest::newRow("the temporary table cannot be dropped, the step counts as done") << StepRun{
         filled,
-        tableStays(aside, "not authorized Unable to execute statement") + succeeded,
+        tableStays(aside, notAuthorized) + succeeded,
         28,
         QStringList(
             {renamed(reverseSenseAt29, "reverseSenseSettings_temp"), reverseSenseAt28, aside}) +
@@ -687,8 +690,7 @@ void Versions26To31Test::revertFromVersion29_data()
         << StepRun{filled + reverseSenseLeftOver, notMoved + failed, versionUnmoved, {}};
     QTest::newRow("a temporary table is in the way and neither can be dropped") << StepRun{
         filled + reverseSenseLeftOver,
-        notMoved + tableStays(table, "not authorized Unable to execute statement") +
-            tableStays(aside, "not authorized Unable to execute statement") + failed,
+        notMoved + tableStays(table, notAuthorized) + tableStays(aside, notAuthorized) + failed,
         versionUnmoved,
         QStringList(
             {reverseSenseAt29, "CREATE TABLE reverseSenseSettings_temp (mc_sqlId)", table}) +
@@ -713,7 +715,7 @@ void Versions26To31Test::revertFromVersion29_data()
          {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"}}};
     QTest::newRow("nor can the old one be moved back or dropped") << StepRun{
         filled,
-        notMovedBack + tableStays(aside, "not authorized Unable to execute statement") + failed,
+        notMovedBack + tableStays(aside, notAuthorized) + failed,
         versionUnmoved,
         QStringList({renamed(reverseSenseAt29, "reverseSenseSettings_temp"), aside}) + rows,
         {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
@@ -726,8 +728,7 @@ void Versions26To31Test::revertFromVersion29_data()
         << StepRun{reverseSenseAt28 + reverseSenseRows, notCopied + failed, versionUnmoved, {}};
     QTest::newRow("no row can be copied and no table dropped") << StepRun{
         reverseSenseAt28 + reverseSenseRows,
-        tableStays(table, "not authorized Unable to execute statement") + notCopied +
-            tableStays(aside, "not authorized Unable to execute statement") + failed,
+        tableStays(table, notAuthorized) + notCopied + tableStays(aside, notAuthorized) + failed,
         versionUnmoved,
         QStringList(
             {renamed(reverseSenseAt28, "reverseSenseSettings_temp"), reverseSenseAt28, aside}) +
@@ -862,7 +863,7 @@ void Versions26To31Test::updateToVersion31_data()
             varieties};
     QTest::newRow("no column can be added to the mixes: the step succeeds without it") << StepRun{
         tablesAt30 + oneRowEach,
-        notAdded("uuid", "PC_Mix", "not authorized Unable to execute statement") + succeeded,
+        notAdded("uuid", "PC_Mix", notAuthorized) + succeeded,
         31,
         carriers + QStringList({"CREATE TABLE PC_Mix (id INTEGER PRIMARY KEY)", "1"}) + varieties,
         {{SQLITE_ALTER_TABLE, "main", "PC_Mix"}}};

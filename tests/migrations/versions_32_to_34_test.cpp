@@ -6,6 +6,9 @@ namespace
 {
 using M = DatabaseMigrator;
 
+/// SQLite's answer to what a test refuses.
+const QString notAuthorized = "not authorized Unable to execute statement";
+
 QString duplicate(const QString &column)
 {
     return "duplicate column name: " + column + " Unable to execute statement";
@@ -185,7 +188,7 @@ void Versions32To34Test::updateToVersion32_data()
         QStringList(mapsAt32) + rowsAfter + preferencesWithCloudJobs};
     QTest::newRow("the table aside cannot be dropped, the step counts as done") << StepRun{
         before + twoMaps,
-        tableStays("workOrderRxMaps_old", "not authorized Unable to execute statement") + succeeded,
+        tableStays("workOrderRxMaps_old", notAuthorized) + succeeded,
         32,
         QStringList(mapsAt32) + rowsAfter + QStringList(renamedAside + mapColumnsAt31) +
             rowsBefore + preferencesWithCloudJobs,
@@ -254,8 +257,7 @@ void Versions32To34Test::updateToVersion32_data()
         QStringList(renamedBack + mapColumnsAt31) + rowsBefore + preferencesWithCloudJobs};
     QTest::newRow("after a failed map the new table cannot be dropped: both stay") << StepRun{
         before + twoMaps + quoted,
-        tableStays("workOrderRxMaps", "not authorized Unable to execute statement") + notInserted +
-            failed,
+        tableStays("workOrderRxMaps", notAuthorized) + notInserted + failed,
         versionUnmoved,
         QStringList(mapsAt32) + rowsAfter + QStringList(renamedAside + mapColumnsAt31) +
             rowsBefore + QStringList(quotedRow) + preferencesWithCloudJobs,
@@ -290,7 +292,7 @@ void Versions32To34Test::revertFromVersion32_data()
         QStringList(mapsAt31) + rowsAfter + preferencesRebuilt};
     QTest::newRow("the table aside cannot be dropped, the step counts as done") << StepRun{
         before + twoMaps,
-        tableStays("workOrderRxMaps_old", "not authorized Unable to execute statement"),
+        tableStays("workOrderRxMaps_old", notAuthorized),
         31,
         QStringList(mapsAt31) + rowsAfter + QStringList(renamedAside + mapColumnsAt32) +
             rowsBefore + preferencesRebuilt,
@@ -340,7 +342,7 @@ void Versions32To34Test::revertFromVersion32_data()
             preferencesRebuilt};
     QTest::newRow("after a failed map the new table cannot be dropped: both stay") << StepRun{
         before + twoMaps + quoted,
-        tableStays("workOrderRxMaps", "not authorized Unable to execute statement") + notInserted,
+        tableStays("workOrderRxMaps", notAuthorized) + notInserted,
         versionUnmoved,
         QStringList(mapsAt31) + rowsAfter + QStringList(renamedAside + mapColumnsAt32) +
             rowsBefore + QStringList(quotedRow) + preferencesRebuilt,
