@@ -99,9 +99,9 @@ private:
         case SQLITE_FLOAT:
             return real(sqlite3_value_double(value));
         case SQLITE_TEXT:
-            return "'" + QString::fromUtf8(text(value)).replace("'", "''") + "'";
+            return "'" + text(value).replace("'", "''") + "'";
         default:
-            return "x'" + text(value).toHex() + "'";
+            return "x'" + bytes(value).toHex() + "'";
         }
     }
 
@@ -112,7 +112,14 @@ private:
         return text.contains(QRegularExpression("[.en]")) ? text : text + ".0";
     }
 
-    static QByteArray text(sqlite3_value *value)
+    static QString text(sqlite3_value *value)
+    {
+        const QByteArray utf8 = bytes(value);
+        // With its size: without it the text would end at a NUL.
+        return QString::fromUtf8(utf8.constData(), utf8.size());
+    }
+
+    static QByteArray bytes(sqlite3_value *value)
     {
         const auto *bytes = static_cast<const char *>(sqlite3_value_blob(value));
         return QByteArray(bytes, sqlite3_value_bytes(value));
@@ -277,8 +284,12 @@ void ScratchDevice::allowAll()
 
 QString ScratchDevice::takeLog()
 {
-    const QByteArray log = readFile(logPath);
-    const QByteArray news = log.mid(static_cast<int>(m_logTaken));
-    m_logTaken = log.size();
-    return QString::fromUtf8(news);
+    QFile log(logPath);
+    if (!log.open(QIODevice::ReadOnly) || !log.seek(m_logTaken)) {
+        return QString();
+    }
+    const QByteArray news = log.readAll();
+    m_logTaken += news.size();
+    // With its size: without it the text would end at a NUL.
+    return QString::fromUtf8(news.constData(), news.size());
 }
