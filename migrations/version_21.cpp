@@ -67,7 +67,9 @@ bool DatabaseMigrator::replaceSolutionsByReceivers()
                 succeeded = mapMachineToNewestReceiver(machineConfigId);
             }
         }
+        succeeded &= readToTheEnd(devices);
     }
+    succeeded &= readToTheEnd(solutions);
     solutions.finish();
 
     // Kept on purpose, shipped devices rely on it: the table goes also when something has failed,
@@ -171,8 +173,9 @@ bool DatabaseMigrator::restorePreferredSolutions()
                 succeeded = false;
             }
         }
+        succeeded &= readToTheEnd(devices);
     }
-    return succeeded;
+    return succeeded && readToTheEnd(receivers);
 }
 
 bool DatabaseMigrator::getUpdate21Applied() const

@@ -91,6 +91,9 @@ bool DatabaseMigrator::renameSerialDevicePorts(PortName newName, const QString &
     while (devices.next()) {
         portNames.insert(devices.value(0).toLongLong(), devices.value(2).toString());
     }
+    if (!readToTheEnd(devices)) {
+        return false;
+    }
     devices.finish();
     return updatePortNames(
         "UPDATE serialDevices SET portName='%1' WHERE id=%2", portNames, newName, failure);
@@ -108,6 +111,9 @@ bool DatabaseMigrator::renameReceiverPorts(PortName newName, const QString &fail
         const qint64 id = receivers.value(0).toLongLong();
         receiverIds.insert(id, receivers.value(2).toString());
         serialPortNames.insert(id, receivers.value(3).toString());
+    }
+    if (!readToTheEnd(receivers)) {
+        return false;
     }
     receivers.finish();
     return allSucceeded({

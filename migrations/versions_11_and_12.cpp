@@ -91,6 +91,12 @@ bool DatabaseMigrator::moveSwitchesToSwitchboxConfig()
             return false;
         }
     }
+    if (!readToTheEnd(switches)) {
+        logMessage(
+            "SELECT * FROM switchToSectionBridge query in updateToVersion12() failed!  The query error was: " +
+            switches.lastError().databaseText());
+        return false;
+    }
     switches.finish();
     logMessage(
         "Switch to section mapping data copied successfully while migrating database to version 12!");
@@ -128,7 +134,7 @@ bool DatabaseMigrator::labelSwitchboxSwitches()
                 .arg(machineConfigId, QString::number(switchId), QString("S%1").arg(switchNumber)),
             "The INSERT OR REPLACE INTO onScreenSwitchboxSwitchLabels query in updateToVersion12() failed!  The query error was: ");
     }
-    return switchesLabelled;
+    return switchesLabelled && readToTheEnd(sections);
 }
 
 void DatabaseMigrator::revertFromVersion12()

@@ -190,6 +190,7 @@ void DatabaseMigrator::updateToVersion19()
                                 "VALUES('%1', 'Invalid Configuration')")
                             .arg(machineConfigId));
         }
+        machineConfigsMapped &= readToTheEnd(machineConfigs);
         machineConfigs.finish();
         if (!machineConfigsMapped) {
             logMessage("Migration to version 19 FAILED!");

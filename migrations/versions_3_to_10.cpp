@@ -88,16 +88,26 @@ bool DatabaseMigrator::getUpdate6Applied() const
 
 void DatabaseMigrator::updateToVersion7()
 {
+    const qint64 rows = firstValue("SELECT count(*) FROM files").toLongLong();
+    qint64 rowsRead = 0;
+    qint64 lastId = 0;
     QSqlQuery files = forwardOnlyQuery();
     bool pathsRewritten = files.exec("SELECT * FROM files");
     while (files.next()) {
-        const QString id = QString::number(files.value(0).toLongLong());
+        const qint64 id = files.value(0).toLongLong();
+        // In a damaged table an update can lead the walk back to an earlier row, again and again.
+        if (++rowsRead > rows && id <= lastId) {
+            pathsRewritten = false;
+            break;
+        }
+        lastId = id;
         const QString oldPath = files.value(3).toString();
         const QString newPath =
             "/usr/bin/harlo/" + oldPath.mid(qMax(0, oldPath.indexOf("userFiles")));
-        pathsRewritten &=
-            execute(QString("UPDATE files SET absolutePath = '%1' WHERE id = %2").arg(newPath, id));
+        pathsRewritten &= execute(QString("UPDATE files SET absolutePath = '%1' WHERE id = %2")
+                                      .arg(newPath, QString::number(id)));
     }
+    pathsRewritten &= readToTheEnd(files);
     files.finish();
 
     const bool succeeded = allSucceeded({

@@ -1,5 +1,7 @@
 #include "schema/statements.h"
 
+#include <QSqlError>
+
 #include <algorithm>
 
 bool execute(const QString &sql)
@@ -12,6 +14,11 @@ QSqlQuery forwardOnlyQuery()
     QSqlQuery query;
     query.setForwardOnly(true);
     return query;
+}
+
+bool readToTheEnd(const QSqlQuery &rows)
+{
+    return !rows.lastError().isValid();
 }
 
 QVariant firstValue(const QString &sql)

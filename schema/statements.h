@@ -14,6 +14,10 @@ bool execute(const QString &sql);
 /// it has passed in memory.
 QSqlQuery forwardOnlyQuery();
 
+/// @return false when a walk over rows has broken off because the next one could not be read, as it
+/// is when the disk or the memory fails: then there may be more rows than have come
+bool readToTheEnd(const QSqlQuery &rows);
+
 /// @return column 0 of the first row that a query yields; an invalid value, which reads as 0 and
 /// as an empty text, when the query fails or yields no row
 QVariant firstValue(const QString &sql);

@@ -13,4 +13,5 @@ struct TableInfo {
     QStringList defaultValues;       ///< as written in the declaration, empty without a default
     QStringList primaryKeyPositions; ///< "0" outside the primary key, otherwise from "1"
     QString createText;              ///< the CREATE statement, empty when there is no such table
+    QString readError;               ///< why a part could not be read, empty when all of it was
 };

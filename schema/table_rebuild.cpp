@@ -52,8 +52,9 @@ bool DatabaseMigrator::dropColumnSaveParameters(const QString &table, const QStr
 
     QSqlQuery query;
     query.exec("PRAGMA foreign_keys = OFF");
+    // A structure that was read only in part would cost the table its other columns and keys.
     const bool tableRebuilt =
-        query.exec(createStatement) &&
+        info.readError.isEmpty() && query.exec(createStatement) &&
         query.exec(QString("INSERT INTO %1_temp SELECT %2 FROM %1").arg(table, columnList)) &&
         query.exec(QString("DROP TABLE %1").arg(table)) &&
         query.exec(QString("ALTER TABLE %1_temp RENAME TO %1").arg(table));
@@ -63,7 +64,7 @@ bool DatabaseMigrator::dropColumnSaveParameters(const QString &table, const QStr
                 "DatabaseMigrator::dropColumnSaveParameters - Failed to drop column named %1 to %2")
                 .arg(column, table));
         logMessage(QString("DatabaseMigrator::dropColumnSaveParameters - %1")
-                       .arg(query.lastError().text()));
+                       .arg(info.readError.isEmpty() ? query.lastError().text() : info.readError));
     }
     query.exec("PRAGMA foreign_keys = ON");
     return tableRebuilt;

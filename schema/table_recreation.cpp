@@ -19,18 +19,23 @@ std::optional<RecreationFailure> DatabaseMigrator::recreateTable(const TableRecr
     if (!query.exec(recreation.select)) {
         return RecreationFailure{recreation.selectFailure, query.lastError().databaseText()};
     }
-    while (query.next()) {
+    std::optional<RecreationFailure> failure;
+    while (!failure && query.next()) {
         QSqlQuery insertion;
         if (!insertion.exec(recreation.insert(query))) {
-            // The tables are locked against the drop and the rename while one of them is read.
-            query.finish();
-            dropTable(recreation.table);
-            execute(recreation.renameBack);
-            return RecreationFailure{
-                recreation.insertFailure, insertion.lastError().databaseText()};
+            failure = {recreation.insertFailure, insertion.lastError().databaseText()};
         }
     }
+    if (!failure && !readToTheEnd(query)) {
+        failure = {recreation.selectFailure, query.lastError().databaseText()};
+    }
+    // The tables are locked against the drop and the rename while one of them is read.
     query.finish();
+    if (failure) {
+        dropTable(recreation.table);
+        execute(recreation.renameBack);
+        return failure;
+    }
     // Kept on purpose, shipped devices rely on it: a table that cannot be dropped is no failure.
     dropTable(recreation.tableAside);
     return std::nullopt;

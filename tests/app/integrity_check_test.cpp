@@ -113,7 +113,6 @@ private slots:
 
 private:
     QString check();
-    void overwriteLeaf(const QByteArray &table, int leaf, int copiedLeaf = -1);
 
     std::unique_ptr<ScratchDevice> device;
 };
@@ -142,20 +141,6 @@ QString IntegrityCheckTest::check()
     device->takeLog();
     migrator.checkDatabaseIntegrity();
     return device->takeLog();
-}
-
-/// Overwrites a page that holds rows of a table, with another one of them or with nonsense.
-void IntegrityCheckTest::overwriteLeaf(const QByteArray &table, int leaf, int copiedLeaf)
-{
-    const QStringList pages = device->rows(
-        "SELECT pageno FROM dbstat WHERE name = '" + table +
-        "' AND pagetype = 'leaf' ORDER BY path");
-    const int size = device->rows("PRAGMA page_size").value(0).toInt();
-    const auto start = [&](int page) { return (pages.value(page).toInt() - 1) * size; };
-    QByteArray file = device->readFile(ScratchDevice::databasePath);
-    const QByteArray content =
-        copiedLeaf < 0 ? QByteArray(size, '\xff') : file.mid(start(copiedLeaf), size);
-    device->writeFile(ScratchDevice::databasePath, file.replace(start(leaf), size, content));
 }
 
 void IntegrityCheckTest::healthyDatabaseStaysAsItIs_data()
@@ -615,7 +600,7 @@ void IntegrityCheckTest::damageIsReportedInOneLine()
     device->recordVersion(1);
     device->sql(setUp);
     if (!table.isEmpty()) {
-        overwriteLeaf(table, leaf);
+        device->overwriteLeaf(table, leaf);
     }
 
     QTEST(check(), "log");
@@ -632,7 +617,7 @@ void IntegrityCheckTest::rowThatComesAgainAndAgainEndsTheRepair()
     device->sql("CREATE TABLE toys (id INTEGER PRIMARY KEY, "
                 "childId INTEGER REFERENCES children(id));"
                 "INSERT INTO toys VALUES(1, 5)");
-    overwriteLeaf("children", 2, 0);
+    device->overwriteLeaf("children", 2, 0);
 
     QCOMPARE(check(), "FOREIGN KEY constraint failed\n" + failed);
 

@@ -43,6 +43,8 @@ private slots:
     void revertFromVersion2();
     void revertFromVersion2Fails_data();
     void revertFromVersion2Fails();
+    void rowsThatCannotBeReadAreNotLost_data();
+    void rowsThatCannotBeReadAreNotLost();
     void tableAsideThatCannotBeDropped_data();
     void tableAsideThatCannotBeDropped();
     void referencesFollowTheTableAside();
@@ -413,6 +415,51 @@ void Version2Test::checkFailure(void (DatabaseMigrator::*step)())
     QCOMPARE(device->takeLog(), log);
     QCOMPARE(migrator.currentVersion(), otherVersion);
     COMPARE_LINES(settings(), after);
+}
+
+void Version2Test::rowsThatCannotBeReadAreNotLost_data()
+{
+    QTest::addColumn<bool>("forward");
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QByteArray>("values");
+    QTest::addColumn<QString>("after");
+    QTest::addColumn<QString>("failureLine");
+
+    QTest::newRow("forward")
+        << true << version1Table << QByteArray("'p' || n, 'A', 1, 1, 2, 3, 4")
+        << QString(renamedBack + version1Columns)
+        << "SELECT * FROM productControl_productSettings_old query in updateToVersion2() failed!  The query error was: ";
+    QTest::newRow("backward")
+        << false << version2Table << QByteArray("'p' || n, 'A', 1, 1, 2, 3, 4, 1")
+        << QString(renamedBack + version2Columns)
+        << "SELECT * FROM productControl_productSettings_old query in revertFromVersion2() failed!  The query error was: ";
+}
+
+void Version2Test::rowsThatCannotBeReadAreNotLost()
+{
+    QFETCH(bool, forward);
+    QFETCH(QByteArray, before);
+    QFETCH(QByteArray, values);
+    QFETCH(QString, after);
+    QFETCH(QString, failureLine);
+    device->sql(
+        before +
+        ";WITH RECURSIVE number(n) AS "
+        "(VALUES(1) UNION ALL SELECT n + 1 FROM number WHERE n < 500) "
+        "INSERT INTO productControl_productSettings SELECT " +
+        values + " FROM number");
+    device->overwriteLeaf("productControl_productSettings", 2);
+    DatabaseMigrator &migrator = start();
+
+    forward ? migrator.updateToVersion2() : migrator.revertFromVersion2();
+
+    QCOMPARE(device->takeLog(), failureLine + "database disk image is malformed\n");
+    QCOMPARE(migrator.currentVersion(), otherVersion);
+    QCOMPARE(device->createText("productControl_productSettings"), after);
+    QCOMPARE(device->createText("productControl_productSettings_old"), QString());
+    COMPARE_LINES(
+        device->rows("SELECT productId FROM productControl_productSettings WHERE rowid = 1"),
+        QStringList("'p1'"));
 }
 
 void Version2Test::tableAsideThatCannotBeDropped_data()

@@ -127,6 +127,7 @@ private slots:
     void updateToVersion7_data();
     void updateToVersion7() { checkStep(*device, &M::updateToVersion7); }
     void updateToVersion7GoesInOrder();
+    void updateToVersion7EndsInADamagedTable();
     void updateToVersion9_data();
     void updateToVersion9() { checkStep(*device, &M::updateToVersion9); }
     void updateToVersion10_data();
@@ -406,6 +407,27 @@ void Versions3To10Test::updateToVersion7_data()
         versionUnmoved,
         tables + QStringList{"files", fileMoved} + noTransfers};
     QTest::newRow("there is no table at all") << StepRun{"", {}, versionUnmoved, {}};
+}
+
+void Versions3To10Test::updateToVersion7EndsInADamagedTable()
+{
+    // A page of rows is there twice: an update of the second one leads the walk back to the first.
+    device->sql(
+        tablesOfVersions6To10 +
+        "DELETE FROM files;"
+        "WITH RECURSIVE number(n) AS (VALUES(1) UNION ALL SELECT n + 1 FROM number WHERE n < 500) "
+        "INSERT INTO files SELECT n, n, n, '/usr/bin/harlo/userFiles/' || n FROM number");
+    device->overwriteLeaf("files", 2, 0);
+    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
+
+    migrator.updateToVersion7();
+
+    COMPARE_LINES(takeLogLines(*device), QStringList());
+    QCOMPARE(migrator.currentVersion(), versionUnmoved);
+    COMPARE_LINES(
+        device->rows("SELECT absolutePath FROM files WHERE id = 1"),
+        QStringList("'/usr/bin/harlo/userFiles/1'"));
+    QCOMPARE(device->createText("systemFiles"), QString());
 }
 
 void Versions3To10Test::updateToVersion7GoesInOrder()

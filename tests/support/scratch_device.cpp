@@ -116,7 +116,7 @@ private:
     {
         const QByteArray utf8 = bytes(value);
         // With its size: without it the text would end at a NUL.
-        return QString::fromUtf8(utf8.constData(), utf8.size());
+        return utf8.isEmpty() ? QString() : QString::fromUtf8(utf8.constData(), utf8.size());
     }
 
     static QByteArray bytes(sqlite3_value *value)
@@ -242,6 +242,19 @@ QStringList ScratchDevice::dump()
         lines << connection.rows("SELECT * FROM \"" + table.toUtf8() + "\"");
     }
     return lines;
+}
+
+void ScratchDevice::overwriteLeaf(const QByteArray &table, int leaf, int copiedLeaf)
+{
+    const QStringList pages = rows(
+        "SELECT pageno FROM dbstat WHERE name = '" + table +
+        "' AND pagetype = 'leaf' ORDER BY path");
+    const int size = rows("PRAGMA page_size").value(0).toInt();
+    const auto start = [&](int page) { return (pages.value(page).toInt() - 1) * size; };
+    QByteArray file = readFile(databasePath);
+    const QByteArray content =
+        copiedLeaf < 0 ? QByteArray(size, '\xff') : file.mid(start(copiedLeaf), size);
+    writeFile(databasePath, file.replace(start(leaf), size, content));
 }
 
 DatabaseMigrator &ScratchDevice::start(const QStringList &arguments)

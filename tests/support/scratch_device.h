@@ -56,6 +56,9 @@ public:
     /// @return the schema, then every table's name with its rows
     QStringList dump();
 
+    /// Overwrites a page that holds rows of a table, with another one of them or with nonsense.
+    void overwriteLeaf(const QByteArray &table, int leaf, int copiedLeaf = -1);
+
     /// Constructs the migrator, as `main` does; the one before it, if any, ends first.
     DatabaseMigrator &start(const QStringList &arguments = {});
     /// Destroys the migrator.
