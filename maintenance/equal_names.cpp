@@ -107,8 +107,8 @@ bool EqualNames::renamesOneRow() const
 bool EqualNames::isReadInOrderOfIds() const
 {
     return holds(QString("NOT EXISTS (SELECT 1 FROM pragma_index_list('%1') AS list, "
-                         "pragma_index_xinfo(list.name) AS part WHERE list.partial OR part.key "
-                         "AND (part.name IS NULL OR part.name IN ('id', 'displayName', %2)))")
+                         "pragma_index_info(list.name) AS part "
+                         "WHERE list.partial OR part.name IN ('displayName', %2))")
                      .arg(m_table, scopeNames()));
 }
 

@@ -109,6 +109,26 @@ QByteArray giveName(const QByteArray &name, const QByteArray &condition)
            ";UPDATE files SET displayName = " + name + " WHERE " + condition + ";";
 }
 
+/// Makes names unique by the plain walk.
+/// @return what it logs
+QString renamePlainly()
+{
+    PlainWalk walk;
+    walk.renameDuplicateFiles();
+    walk.renameDuplicateNames();
+    return walk.log;
+}
+
+/// Makes names unique by the migrator.
+/// @return what it logs
+QString renameByMigrator(ScratchDevice &device, DatabaseMigrator &migrator)
+{
+    device.takeLog();
+    migrator.renameDuplicateFiles();
+    migrator.renameDuplicateNames();
+    return device.takeLog();
+}
+
 QList<int> refusedActions;
 
 /// Lets the migrator's connection look at everything and change rows, nothing more.
@@ -143,9 +163,9 @@ class EqualNamesTest : public QObject
 private slots:
     void outcomeIsThePlainWalks_data();
     void outcomeIsThePlainWalks();
-    void oddTableIsWalkedPlainly_data();
-    void oddTableIsWalkedPlainly();
-    void damagedTableIsWalkedPlainly();
+    void outcomeIsThePlainWalksForOddTables_data();
+    void outcomeIsThePlainWalksForOddTables();
+    void outcomeIsThePlainWalksForDamagedTables();
     void databaseIsNotWrittenWithNothingToDo();
     void nothingIsCreated_data();
     void nothingIsCreated();
@@ -174,21 +194,17 @@ void EqualNamesTest::outcomeIsThePlainWalks()
     QSqlQuery("PRAGMA synchronous = OFF");
     QSqlQuery("PRAGMA journal_mode = MEMORY");
     QSqlQuery("PRAGMA locking_mode = EXCLUSIVE");
-    device.takeLog();
 
     for (int seed = 1; seed <= cases; ++seed) {
         const QByteArrayList statements = QByteArrayList{setEncoding} + randomDatabase(seed);
         const Template database(statements);
         database.copy();
-        PlainWalk walk;
-        walk.renameDuplicateFiles();
-        walk.renameDuplicateNames();
-        const QStringList expected = content() + walk.log.split('\n');
+        const QString expectedLog = renamePlainly();
+        const QStringList expected = content() + expectedLog.split('\n');
 
         database.copy();
-        migrator.renameDuplicateFiles();
-        migrator.renameDuplicateNames();
-        const QStringList actual = content() + device.takeLog().split('\n');
+        const QString log = renameByMigrator(device, migrator);
+        const QStringList actual = content() + log.split('\n');
         if (actual != expected) {
             qWarning(
                 "seed %d\n%s;\n%s",
@@ -200,94 +216,106 @@ void EqualNamesTest::outcomeIsThePlainWalks()
     }
 }
 
-void EqualNamesTest::oddTableIsWalkedPlainly_data()
+void EqualNamesTest::outcomeIsThePlainWalksForOddTables_data()
 {
-    QTest::addColumn<QByteArray>("statements");
+    QTest::addColumn<QByteArray>("tables");
+    QTest::addColumn<QByteArray>("rows");
+    const auto row = [](const char *sentence, const QByteArray &tables, const QByteArray &rows) {
+        QTest::newRow(sentence) << tables << rows;
+    };
 
-    QTest::newRow("a view of a table with texts and one with integers")
-        << QByteArray("CREATE TABLE texts (id INTEGER PRIMARY KEY, displayName TEXT);"
-                      "CREATE TABLE integers (id INTEGER PRIMARY KEY, displayName INTEGER);"
-                      "INSERT INTO texts VALUES (1, '5');"
-                      "INSERT INTO integers VALUES (2, 5);"
-                      "CREATE VIEW growers AS SELECT * FROM texts UNION ALL "
-                      "SELECT * FROM integers;");
-    QTest::newRow("a generated column, which counts for the positions alone") << QByteArray(
+    row("a view of a table with texts and one with integers",
+        "CREATE TABLE texts (id INTEGER PRIMARY KEY, displayName TEXT);"
+        "CREATE TABLE integers (id INTEGER PRIMARY KEY, displayName INTEGER);"
+        "CREATE VIEW growers AS SELECT * FROM texts UNION ALL SELECT * FROM integers;",
+        "INSERT INTO texts VALUES (1, '5');"
+        "INSERT INTO integers VALUES (2, 5);");
+    // Read by position, file 1 looks for the equals of files 2 and 3.
+    row("a generated column, which moves those behind it",
         "CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, label TEXT AS ('B'), "
-        "displayName TEXT, absolutePath TEXT, fileSize INTEGER, typeId INTEGER, "
-        "growerId INTEGER, farmId INTEGER, fieldId INTEGER);"
-        "INSERT INTO files (id, displayName, fileSize, typeId, growerId, farmId, fieldId)"
-        "VALUES (1, 'A', 3, 3, 1, 1, 1), (2, 'B', 9, 3, 1, 1, 1), "
-        "(3, 'B', 9, 3, 1, 1, 1);");
-    QTest::newRow("names that become integers, and a BLOB that is looked for as one")
-        << QByteArray("CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName CHARINT);"
-                      "INSERT INTO growers VALUES (1, x'2031'), (2, 1), (3, 1);");
-    QTest::newRow("names that become numbers, and a BLOB that is looked for as one")
-        << QByteArray("CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName NUMERIC);"
-                      "INSERT INTO growers VALUES (1, x'2031'), (2, 1), (3, 1);");
-    QTest::newRow("types that are texts, of which 3 is not between 1 and 11")
-        << QByteArray("CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, displayName TEXT, "
-                      "absolutePath TEXT, fileSize INTEGER, typeId TEXT, created TEXT, "
-                      "growerId INTEGER, farmId INTEGER, fieldId INTEGER);"
-                      "INSERT INTO files (id, displayName, typeId, growerId, farmId, fieldId)"
-                      "VALUES (1, 'A', 3, 1, 1, 1), (2, 'A', 3, 1, 1, 1);");
+        "displayName TEXT, absolutePath TEXT, fileSize INTEGER, typeId INTEGER, created TEXT, "
+        "growerId INTEGER, farmId INTEGER, fieldId INTEGER);",
+        "INSERT INTO files (id, displayName, fileSize, typeId, created, growerId, farmId, fieldId) "
+        "VALUES (1, 'A', 3, 3, '1', 1, 1, 1), (2, 'B', 9, 3, '1', 1, 1, 1), "
+        "(3, 'B', 9, 3, '1', 1, 1, 1);");
+    row("names that become integers, and a BLOB that is looked for as one",
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName CHARINT);",
+        "INSERT INTO growers VALUES (1, x'2031'), (2, 1), (3, 1);");
+    row("names that become numbers, and a BLOB that is looked for as one",
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName NUMERIC);",
+        "INSERT INTO growers VALUES (1, x'2031'), (2, 1), (3, 1);");
+    row("a BLOB that reads as U+FFFE, and texts that read otherwise",
+        "",
+        "INSERT INTO growers VALUES (1, x'EFBFBE'), (2, CAST(x'EFBFBE' AS TEXT)), "
+        "(3, CAST(x'EFBFBE' AS TEXT));");
+    row("a BLOB that reads as U+FFFF, and texts that read otherwise",
+        "",
+        "INSERT INTO growers VALUES (1, x'EFBFBF'), (2, CAST(x'EFBFBF' AS TEXT)), "
+        "(3, CAST(x'EFBFBF' AS TEXT));");
+    row("types that are texts, of which 3 is not between 1 and 11",
+        "CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, displayName TEXT, "
+        "absolutePath TEXT, fileSize INTEGER, typeId TEXT, created TEXT, growerId INTEGER, "
+        "farmId INTEGER, fieldId INTEGER);",
+        "INSERT INTO files (id, displayName, typeId, growerId, farmId, fieldId) VALUES "
+        "(1, 'A', 3, 1, 1, 1), (2, 'A', 3, 1, 1, 1);");
     // Farm 2.5 is renamed as farm 3, which belongs to the grower whose farm 4 then has an equal.
-    QTest::newRow("an id that is no integer and stands for that of another row")
-        << QByteArray("CREATE TABLE farms (id INT PRIMARY KEY, displayName TEXT, growerId INTEGER);"
-                      "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
-                      "INSERT INTO growers VALUES (1, 'C'), (2, 'D');"
-                      "INSERT INTO farms VALUES (1, 'A', 1), (2.5, 'A', 1), (3, 'B', 2), "
-                      "(4, 'A_2', 2);");
-    QTest::newRow("two rows with one id, in a table with another key")
-        << QByteArray("CREATE TABLE farms (id INTEGER, displayName TEXT, growerId INTEGER, "
-                      "rank INTEGER PRIMARY KEY);"
-                      "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
-                      "INSERT INTO growers VALUES (1, 'C'), (2, 'D');"
-                      "INSERT INTO farms VALUES (1, 'A', 1, 1), (2, 'A', 1, 2), (2, 'B', 2, 3), "
-                      "(3, 'A_2', 2, 4);");
-    QTest::newRow("names that follow those of another table")
-        << QByteArray("CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT, notes TEXT, "
-                      "UNIQUE (displayName, notes));"
-                      "CREATE TABLE farms (id INTEGER PRIMARY KEY, displayName TEXT, "
-                      "growerId INTEGER, notes TEXT, FOREIGN KEY (displayName, notes) "
-                      "REFERENCES growers (displayName, notes) ON UPDATE CASCADE);"
-                      "INSERT INTO growers VALUES (1, 'A', 'm'), (2, 'A', 'n');"
-                      "INSERT INTO farms VALUES (1, 'A', 2, 'n'), (2, 'A_2', 2, NULL);");
-    QTest::newRow("a trigger that changes the names of another table")
-        << QByteArray("CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
-                      "CREATE TABLE farms (id INTEGER PRIMARY KEY, displayName TEXT, "
-                      "growerId INTEGER);"
-                      "CREATE TRIGGER follow AFTER UPDATE ON growers "
-                      "BEGIN UPDATE farms SET displayName = 'B' WHERE id = 1; END;"
-                      "INSERT INTO growers VALUES (1, 'A'), (2, 'A');"
-                      "INSERT INTO farms VALUES (1, 'A', 2), (2, 'B', 2);");
+    row("an id that is no integer and stands for that of another row",
+        "CREATE TABLE farms (id INT PRIMARY KEY, displayName TEXT, growerId INTEGER);",
+        "INSERT INTO growers VALUES (1, 'C'), (2, 'D');"
+        "INSERT INTO farms VALUES (1, 'A', 1), (2.5, 'A', 1), (3, 'B', 2), (4, 'A_2', 2);");
+    row("two rows with one id, in a table with another key",
+        "CREATE TABLE farms (id INTEGER, displayName TEXT, growerId INTEGER, "
+        "rank INTEGER PRIMARY KEY);",
+        "INSERT INTO growers VALUES (1, 'C'), (2, 'D');"
+        "INSERT INTO farms VALUES (1, 'A', 1, 1), (2, 'A', 1, 2), (2, 'B', 2, 3), "
+        "(3, 'A_2', 2, 4);");
+    row("names that follow those of another table",
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT, notes TEXT, "
+        "UNIQUE (displayName, notes));"
+        "CREATE TABLE farms (id INTEGER PRIMARY KEY, displayName TEXT, growerId INTEGER, "
+        "notes TEXT, FOREIGN KEY (displayName, notes) REFERENCES growers (displayName, notes) "
+        "ON UPDATE CASCADE);",
+        "INSERT INTO growers VALUES (1, 'A', 'm'), (2, 'A', 'n');"
+        "INSERT INTO farms VALUES (1, 'A', 2, 'n'), (2, 'A_2', 2, NULL);");
+    row("a trigger that changes the names of another table",
+        "",
+        "CREATE TRIGGER follow AFTER UPDATE ON growers "
+        "BEGIN UPDATE farms SET displayName = 'B' WHERE id = 1; END;"
+        "INSERT INTO growers VALUES (1, 'A'), (2, 'A');"
+        "INSERT INTO farms VALUES (1, 'A', 2), (2, 'B', 2);");
+    row("an index of some rows, which are met in its order",
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT, rank INTEGER);",
+        "WITH RECURSIVE number(n) AS (VALUES(1) UNION ALL SELECT n + 1 FROM number WHERE n < 200) "
+        "INSERT INTO growers SELECT n, iif(n > 100, 'A' || n, NULL), n FROM number;"
+        "UPDATE growers SET displayName = 'A' WHERE id IN (196, 200);"
+        "CREATE INDEX growersByRank ON growers (rank DESC) WHERE displayName IS NOT NULL;"
+        "ANALYZE;");
 }
 
-void EqualNamesTest::oddTableIsWalkedPlainly()
+void EqualNamesTest::outcomeIsThePlainWalksForOddTables()
 {
-    QFETCH(QByteArray, statements);
+    QFETCH(QByteArray, tables);
+    QFETCH(QByteArray, rows);
     ScratchDevice device;
     device.recordVersion(34);
-    DatabaseMigrator &migrator = device.start();
-    device.takeLog();
-    const Template database(QByteArrayList{statements + missingTables});
-    database.copy();
+    device.sql(tables + missingTables + rows);
+    const QByteArray file = device.readFile(device.databasePath);
+    device.start();
     const QStringList before = content();
-    PlainWalk walk;
-    walk.renameDuplicateFiles();
-    walk.renameDuplicateNames();
-    const QStringList after = content();
-    QVERIFY(after != before || !walk.log.isEmpty());
+    const QString expectedLog = renamePlainly();
+    const QStringList expected = content();
+    QVERIFY(expected != before || !expectedLog.isEmpty());
+    device.stop();
+    device.writeFile(device.databasePath, file);
 
-    database.copy();
-    migrator.renameDuplicateFiles();
-    migrator.renameDuplicateNames();
+    const QString log = renameByMigrator(device, device.start());
 
-    QCOMPARE(device.takeLog(), walk.log);
-    COMPARE_LINES(content(), after);
+    QCOMPARE(log, expectedLog);
+    COMPARE_LINES(content(), expected);
 }
 
 /// The quote makes it unnecessary to look for equal fields before they are read.
-void EqualNamesTest::damagedTableIsWalkedPlainly()
+void EqualNamesTest::outcomeIsThePlainWalksForDamagedTables()
 {
     ScratchDevice device;
     device.recordVersion(34);
@@ -301,17 +329,15 @@ void EqualNamesTest::damagedTableIsWalkedPlainly()
     file.replace(damage / 512 * 512, 512, QByteArray(512, 'x'));
     device.writeFile(device.databasePath, file);
     DatabaseMigrator &migrator = device.start();
-    device.takeLog();
-    PlainWalk walk;
-    walk.renameDuplicateNames();
+    const QString expectedLog = renamePlainly();
     QCOMPARE(
-        walk.log,
+        expectedLog,
         QString("Query for duplicate field names failed\n"
                 "Query for fields of the farm failed\n"));
 
-    migrator.renameDuplicateNames();
+    const QString log = renameByMigrator(device, migrator);
 
-    QCOMPARE(device.takeLog(), walk.log);
+    QCOMPARE(log, expectedLog);
     QCOMPARE(device.readFile(device.databasePath), file);
 }
 
@@ -323,8 +349,7 @@ void EqualNamesTest::databaseIsNotWrittenWithNothingToDo()
     DatabaseMigrator &migrator = device.start();
     const QByteArray file = device.readFile(device.databasePath);
 
-    migrator.renameDuplicateFiles();
-    migrator.renameDuplicateNames();
+    renameByMigrator(device, migrator);
 
     QCOMPARE(device.readFile(device.databasePath), file);
 }
@@ -352,8 +377,7 @@ void EqualNamesTest::nothingIsCreated()
     refusedActions.clear();
     sqlite3_set_authorizer(migratorsConnection(), allowRowsOnly, nullptr);
 
-    migrator.renameDuplicateFiles();
-    migrator.renameDuplicateNames();
+    renameByMigrator(device, migrator);
 
     QCOMPARE(refusedActions, QList<int>());
     for (const QByteArray &table : QByteArrayList{"fields", "files"}) {
@@ -399,8 +423,7 @@ void EqualNamesTest::costGrowsWithTheRows()
         operations = 0;
         sqlite3_progress_handler(migratorsConnection(), 1, countOperations, nullptr);
 
-        migrator.renameDuplicateFiles();
-        migrator.renameDuplicateNames();
+        renameByMigrator(device, migrator);
         costs << operations;
     }
     QVERIFY2(
