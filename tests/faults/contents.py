@@ -81,10 +81,11 @@ def identifiers(contents):
 
 class Invariant:
     """What is in every state of an undisturbed run, gathered state by state: the untouched tables,
-    the keys of rows that are never without a copy, and every value that they ever have there."""
+    the columns and the keys of rows that are never without a copy, and every value ever there."""
 
     def __init__(self, start):
         self.untouched = {name: table.rows for name, table in start.tables.items()}
+        self.columns = {name: set(table.columns) for name, table in start.tables.items()}
         self.keys = {}
         self.key_columns = {}
         self.values = {}
@@ -101,6 +102,11 @@ class Invariant:
                 found.update(tuple(row[i] for i in key) for row in table.rows)
         return found
 
+    @staticmethod
+    def _columns(contents, name):
+        return {column for copy in (name, name + "_temp", name + "_old") if copy in contents.tables
+                for column in contents.tables[copy].columns}
+
     def gather(self, contents):
         for name in list(self.untouched):
             table = contents.tables.get(name)
@@ -108,23 +114,33 @@ class Invariant:
                 del self.untouched[name]
         for name in self.keys:
             self.keys[name] &= self._keys(contents, name)
+            self.columns[name] &= self._columns(contents, name)
         for name, table in contents.tables.items():
             for column, values in zip(table.columns, zip(*table.rows)):
                 # Steps rename tables; a column's values go with it.
                 self.values.setdefault(column, {None}).update(values)
 
-    def lost_rows(self, contents, step):
-        """What has gone of the rows that are always there."""
+    def lost_for_a_time(self, start, end):
+        """The tables with rows of the start that the end has, but not every state between."""
+        return [name for name, keys in self.keys.items()
+                if self._keys(start, name) & self._keys(end, name) - keys]
+
+    def losses(self, contents, step):
+        """What has gone of what is always there."""
         found = [f"untouched table {name} changed" for name, rows in self.untouched.items()
                  if name not in contents.tables or contents.tables[name].rows != rows]
         given_up = {name for of, name in REQUIRED_LOSSES if step in (of, "any")}
         for name, keys in self.keys.items():
-            if name not in given_up and keys - self._keys(contents, name):
+            if name in given_up:
+                continue
+            if keys - self._keys(contents, name):
                 found.append(f"{name}: rows without a copy")
+            if self.columns[name] - self._columns(contents, name):
+                found.append(f"{name}: columns without a copy")
         return found
 
     def violations(self, contents, step):
-        found = self.lost_rows(contents, step)
+        found = self.losses(contents, step)
         for name, table in contents.tables.items():
             if name in ("tableversion", "sqlite_sequence"):
                 continue  # A version that could not be left, a row that could not be copied.

@@ -2,6 +2,8 @@
 
 from collections import Counter, defaultdict
 
+from contents import REQUIRED_LOSSES
+
 OUTCOMES = ("recovered", "copy left behind", "rows lost", "otherwise different", "not sound")
 GROUPS = {
     "kill": ("kill", "kill in a write"),
@@ -22,14 +24,15 @@ the same version, and once more.
 An interrupted walk starts over: the version is recorded at its end alone. A step that finds its own
 work already done, or half done, may therefore fail, or do it twice; nothing of a walk is undone.
 Every statement is a transaction of its own, so that the database is always sound and always at the
-border between two statements.
+border between two statements. The same contents at the same step are recovered once and count for
+every case that left them.
 
 An outcome is what the second run left, compared with an undisturbed run:
 
 - recovered: the same tables, definitions and rows
 - copy left behind: a table's `_temp` or `_old` copy is still there; the rows that a rebuilt table
   lacks are in it or in another table left behind
-- rows lost: rows are in no table any more
+- rows lost: rows are in no table any more, under their keys
 - otherwise different: no row is missing, but a value, a column or a definition differs
 """
 
@@ -81,8 +84,11 @@ def write_document(file, plan, done):
          for (name, kind), counts in sorted(totals.items())])
     text += (f"Cases in which the database was not sound, rows outside the steps changed or a run did "
              f"not end well: {violations}.\n")
+    text += "\nRows that are given up on purpose when a step fails:\n\n"
+    text += table(["step", "table", "why"],
+                  [[step, name, reason] for (step, name), reason in REQUIRED_LOSSES.items()])
     for name, counts in steps.items():
-        text += (f"\n## From version {name}, by step\n\n"
+        text += (f"## From version {name}, by step\n\n"
                  "Cases: recovered / copy left behind / rows lost / otherwise different.\n\n")
         text += table(
             ["step", *GROUPS],
@@ -90,7 +96,7 @@ def write_document(file, plan, done):
              for step in in_order(name, {step for step, _ in counts})])
         for group, title in (("interrupted", "a kill or a power cut in"),
                              ("failed", "a failed operation in")):
-            text += (f"### What the second run leaves otherwise after {title} a step\n\n")
+            text += f"### What the second run leaves otherwise after {title} a step\n\n"
             found = {step: lines for (step, of), lines in differences[name].items() if of == group}
             text += table(
                 ["step", "difference", "cases"],

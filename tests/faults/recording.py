@@ -24,12 +24,14 @@ class Operation(NamedTuple):
 class Recording:
     operations: list
     statements: list
+    statement_allocations: list  # SQLite's allocations before each statement
     allocations: int
 
 
 def read_recording(file):
     content = memoryview(pathlib.Path(file).read_bytes())
-    operations, statements, allocations, commits, position = [], [], 0, 0, 0
+    operations, statements, statement_allocations = [], [], []
+    allocations, commits, position = 0, 0, 0
     while position < len(content):
         kind, path_size, data_size, offset = HEAD.unpack_from(content, position)
         position += HEAD.size
@@ -39,6 +41,7 @@ def read_recording(file):
         position += data_size
         if kind == b"S":
             statements.append(data.decode(errors="replace"))
+            statement_allocations.append(offset)
         elif kind == b"A":
             allocations = offset
         else:
@@ -46,7 +49,7 @@ def read_recording(file):
                 Operation(kind.decode(), path, data, offset, len(statements), commits))
             # SQLite's transactions end where their journal goes.
             commits += kind == b"U" and path == JOURNAL
-    return Recording(operations, statements, allocations)
+    return Recording(operations, statements, statement_allocations, allocations)
 
 
 def without_syncs(operations):

@@ -63,7 +63,8 @@ static const char *pathOf(int file)
     return file >= 0 && file < FILES && paths[file][0] ? paths[file] : NULL;
 }
 
-/* Kind, lengths of path and data, offset (a truncation's size), path, data. */
+/* Kind, lengths of path and data, offset (a truncation's size, a statement's number of allocations
+   before), path, data. */
 static void recordOperation(
     char kind, const char *path, const void *data, uint32_t dataSize, uint64_t offset)
 {
@@ -300,7 +301,7 @@ static int recordStatement(unsigned event, void *context, void *statement, void 
     (void)event, (void)context, (void)statement;
     /* A trigger's statements come as comments. */
     if (strncmp(text, "--", 2) != 0) {
-        recordOperation('S', "", text, (uint32_t)strlen(text), 0);
+        recordOperation('S', "", text, (uint32_t)strlen(text), (uint64_t)allocations);
     }
     return 0;
 }

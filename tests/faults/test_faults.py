@@ -34,6 +34,11 @@ def run_cases(sandbox, walk, kind, end, stride):
 
 
 @pytest.mark.parametrize("walk", WALKS)
+def test_rows_that_arrive_are_there_all_the_way(sandbox, walk):
+    assert sandbox[2][walk]["lost for a time"] == []
+
+
+@pytest.mark.parametrize("walk", WALKS)
 @pytest.mark.parametrize("kind, stride", [
     ("kill", 47), ("kill in a write", 53), ("EIO once", 67), ("EIO from then on", 131),
     ("ENOSPC once", 67), ("ENOSPC from then on", 131), ("short write once", 127),

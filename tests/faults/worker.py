@@ -12,6 +12,7 @@ import shutil
 import sqlite3
 import subprocess
 import sys
+from bisect import bisect
 from collections import Counter, defaultdict
 from contextlib import closing
 
@@ -127,6 +128,7 @@ class Scenario:
         self.settling = set(differences(self.settled, self.reference))
         self._find_steps(int(name.split()[0]))
         self._walk()
+        self.lost_for_a_time = self.invariant.lost_for_a_time(first, self.reference)
 
     def run(self, switches=None):
         return run(self.target, {**self.switches, **(switches or {})})
@@ -259,7 +261,7 @@ class Cases:
             if contents is None:
                 violations.append("not sound")
             else:
-                violations += scenario.invariant.lost_rows(contents, "any")
+                violations += scenario.invariant.losses(contents, "any")
             self.note(number, "any", "", violations + further_files(),
                       self.recover(contents, "any"))
 
@@ -283,6 +285,8 @@ class Cases:
         """SQLite gets no memory at each of these allocations."""
         scenario = self.scenario
         for number in numbers:
+            statements = bisect(scenario.recording.statement_allocations, number)
+            step = scenario.step(statements)
             fill_device(scenario.start)
             status, _ = scenario.run(
                 {**MEMORY_FAULTS[kind], "FAULT_MEMORY_AT": str(number + 1)})
@@ -291,9 +295,9 @@ class Cases:
             if contents is None:
                 violations.append("not sound")
             else:
-                violations += scenario.invariant.violations(contents, "any")
-            self.note(number, "any", "", violations + further_files(),
-                      self.recover(contents, "any"))
+                violations += scenario.invariant.violations(contents, step)
+            self.note(number, step, scenario.statement(statements),
+                      violations + further_files(), self.recover(contents, step))
 
     def power_cuts(self, kind, numbers):
         """The power goes before each of these operations."""
@@ -357,7 +361,7 @@ class Cases:
             violations.append("not sound after the second run")
             return {"outcome": "not sound", "violations": violations, "differences": []}
         violations += [f"{text} after the second run"
-                       for text in scenario.invariant.lost_rows(contents, step)]
+                       for text in scenario.invariant.losses(contents, step)]
         status, _ = scenario.run()
         if status != 0:
             violations.append(f"third run ended with {status}")
@@ -392,7 +396,8 @@ def prepare(name, start, target, switches):
     return {"operations": len(scenario.recording.operations),
             "allocations": scenario.recording.allocations,
             "states": len(scenario.states),
-            "untouched": sorted(scenario.invariant.untouched)}
+            "untouched": sorted(scenario.invariant.untouched),
+            "lost for a time": scenario.lost_for_a_time}
 
 
 def main():
