@@ -15,7 +15,6 @@ import argparse
 import hashlib
 import json
 import os
-import pathlib
 import shutil
 import sqlite3
 import sys
@@ -66,11 +65,13 @@ def prepare(started, scenarios):
         if name in plan:
             continue
         print(f"Recording the walk from {name}", flush=True)
-        start, target = name.split(",")[0].split(" to ")
+        target = int(name.split(",")[0].split()[-1])
+        start = "start" if target == 34 else f"{FIRST_SCENARIO}/final"
         plan[name] = started[0].answer({
-            "kind": "prepare", "scenario": name, "target": int(target),
-            "switches": SCENARIOS[name],
-            "start": "/kept/start.sqlite" if start == "1" else f"/kept/{FIRST_SCENARIO}/final.sqlite"})
+            "kind": "prepare", "scenario": name, "target": target, "switches": SCENARIOS[name],
+            "start": f"/kept/{start}.sqlite"})
+        for table in plan[name]["lost for a time"]:
+            print(f"  {table}: between two statements some rows are nowhere")
         plan_file.write_text(json.dumps(plan))
     return plan
 
@@ -106,7 +107,8 @@ def print_figures(done):
             place, _, rest = text.partition(": ")
             violations[(*key, rest.split(" [")[0])].append(place)
     columns = ("recovered", "copy left behind", "rows lost", "otherwise different", "not sound")
-    print(f"{'walk':28}{'fault':27}{'passes':>7}{'cases':>8}" + "".join(f"{c:>21}" for c in columns))
+    print(f"{'walk':28}{'fault':27}{'passes':>7}{'cases':>8}"
+          + "".join(f"{column:>21}" for column in columns))
     for (name, kind), counts in sorted(figures.items()):
         print(f"{name:28}{kind:27}{passes[name, kind]:>7}{counts.total():>8}"
               + "".join(f"{counts[column]:>21}" for column in columns))

@@ -63,7 +63,8 @@ class Reader:
     def _table(self, database, name):
         columns = database.execute(f"PRAGMA table_info(\"{name}\")").fetchall()
         key = tuple(i for i, column in enumerate(columns) if column[5]) or (0,)
-        rows = [tuple(map(self._value, row)) for row in database.execute(f"SELECT * FROM \"{name}\"")]
+        rows = [tuple(map(self._value, row))
+                for row in database.execute(f"SELECT * FROM \"{name}\"")]
         return Table(tuple(column[1].lower() for column in columns), key, rows)
 
     def _value(self, value):

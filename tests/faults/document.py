@@ -11,6 +11,7 @@ GROUPS = {
     "input/output error": ("EIO once", "EIO from then on"),
     "no room": ("ENOSPC once", "ENOSPC from then on", "short write once",
                 "short writes from then on"),
+    "no memory": ("no memory once", "no memory from then on"),
 }
 
 INTRODUCTION = """\
@@ -22,7 +23,9 @@ tests/data/version_01.sql and on what it becomes at version 34. After each fault
 the same version, and once more.
 
 An interrupted walk starts over: the version is recorded at its end alone. A step that finds its own
-work already done, or half done, may therefore fail, or do it twice; nothing of a walk is undone.
+work already done, or half done, may therefore fail, or do it twice; nothing of a walk is undone. A
+`_temp` table that was left behind makes every later rebuild of its table fail, which then keeps the
+columns that it should have lost.
 Every statement is a transaction of its own, so that the database is always sound and always at the
 border between two statements. The same contents at the same step are recovered once and count for
 every case that left them.
@@ -41,8 +44,8 @@ def table(header, rows):
     rows = [[str(cell) for cell in row] for row in rows]
     widths = [max(map(len, column)) for column in zip(header, *rows)]
     lines = [header, ["-" * width for width in widths], *rows]
-    return "".join("| " + " | ".join(cell.ljust(width) for cell, width in zip(line, widths)) + " |\n"
-                   for line in lines) + "\n"
+    return "".join(
+        "| " + " | ".join(map(str.ljust, line, widths)) + " |\n" for line in lines) + "\n"
 
 
 def cell(counts):
@@ -78,16 +81,16 @@ def write_document(file, plan, done):
 
     text = INTRODUCTION + "\n## How often\n\n"
     text += table(
-        ["walk", "fault", "places", "cases", *OUTCOMES],
-        [[name, kind, place_count(plan[name], kind), counts.total(),
+        ["walk", "fault", "of", "cases", *OUTCOMES],
+        [[name, kind, places(plan[name], kind), counts.total(),
           *(counts[outcome] for outcome in OUTCOMES)]
          for (name, kind), counts in sorted(totals.items())])
-    text += (f"Cases in which the database was not sound, rows outside the steps changed or a run did "
-             f"not end well: {violations}.\n")
+    text += ("What must not be (an unsound database, changes outside the steps, a run that does "
+             f"not end well, a row without a copy): {violations} times.\n")
     text += "\nRows that are given up on purpose when a step fails:\n\n"
     text += table(["step", "table", "why"],
                   [[step, name, reason] for (step, name), reason in REQUIRED_LOSSES.items()])
-    for name, counts in steps.items():
+    for name, counts in sorted(steps.items()):
         text += (f"## From version {name}, by step\n\n"
                  "Cases: recovered / copy left behind / rows lost / otherwise different.\n\n")
         text += table(
@@ -105,6 +108,6 @@ def write_document(file, plan, done):
     file.write_text(text.rstrip("\n") + "\n", encoding="utf-8")
 
 
-def place_count(scenario, kind):
-    """Where in the walk the fault could come at all."""
-    return scenario["allocations" if kind.startswith("no memory") else "operations"]
+def places(scenario, kind):
+    unit = "allocations" if kind.startswith("no memory") else "operations"
+    return f"{scenario[unit]:,} {unit}"

@@ -21,7 +21,8 @@ def sandbox():
         kept = pathlib.Path(folder)
         with closing(sqlite3.connect(kept / "start.sqlite")) as database:
             database.executescript((TESTS / "data" / "version_01.sql").read_text(encoding="utf-8"))
-        with workers(1, kept, os.environ["DATABASE_MIGRATOR"], os.environ["FAULT_SHIM"]) as (worker,):
+        files = os.environ["DATABASE_MIGRATOR"], os.environ["FAULT_SHIM"]
+        with workers(1, kept, *files) as (worker,):
             walks = {name: worker.answer({"kind": "prepare", "scenario": name, "start": start,
                                           "target": int(name.split()[-1]), "switches": {}})
                      for name, start in WALKS.items()}
@@ -93,10 +94,12 @@ def test_drop_before_its_insertion_is_noticed(sandbox):
     folder = sandbox[1]
     start = folder / "1 to 4" / "final.sqlite"
     statements = json.loads((folder / "4 to 1" / "statements.json").read_text())
-    copied = next(i for i, text in enumerate(statements) if "INTO ombrixMasterSettings_temp" in text)
+    copied = next(i for i, text in enumerate(statements)
+                  if "INTO ombrixMasterSettings_temp" in text)
     dropped = statements.index("DROP TABLE ombrixMasterSettings")
     assert dropped == copied + 1
     invariant = violations_of(statements, start)
     assert violations_of(statements, start, invariant) == []
     statements[copied:dropped + 1] = statements[dropped], statements[copied]
-    assert "ombrixmastersettings: rows without a copy" in violations_of(statements, start, invariant)
+    found = violations_of(statements, start, invariant)
+    assert "ombrixmastersettings: rows without a copy" in found

@@ -1,6 +1,6 @@
-"""Runs on a scratch device, where the program runs: takes tasks as lines of JSON, answers each with
-a line. A task prepares a scenario (a database and a target version) or runs some of its cases: a run
-with a fault, then two without one, and what must hold after each."""
+"""Runs on a scratch device, where the program runs: takes tasks as lines of JSON and answers each
+with a line. A task prepares a scenario (a database and a target version) or runs some of its cases:
+a run with a fault, then two without one, and what must hold after each."""
 
 import json
 import os
