@@ -56,7 +56,7 @@ class Reader:
                     "SELECT type, name, tbl_name, sql FROM sqlite_master").fetchall()
                 tables = {name.lower(): self._table(database, name)
                           for kind, name, *_ in schema if kind == "table"}
-            except sqlite3.DatabaseError:
+            except (sqlite3.Error, UnicodeError):
                 return None
             return Contents(schema, tables)
 

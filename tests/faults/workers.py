@@ -9,7 +9,7 @@ import subprocess
 import tempfile
 import threading
 import time
-from contextlib import contextmanager
+from contextlib import contextmanager, suppress
 
 TESTS = pathlib.Path(__file__).parent.parent
 MEMORY = pathlib.Path("/dev/shm")
@@ -42,7 +42,8 @@ class Worker:
         return json.loads(line)
 
     def end(self):
-        self.process.stdin.close()
+        with suppress(BrokenPipeError):
+            self.process.stdin.close()
         self.process.wait()
 
 
