@@ -14,6 +14,8 @@ COPY = re.compile(r"(.+)_(temp|old)$", re.IGNORECASE)
 REQUIRED_LOSSES = {
     ("29", "reversesensesettings"): "the last resort is to drop both tables: the device software "
                                     "creates a new, empty one",
+    ("21", "preferredgpssolutions"): "the old table is dropped also when its rows could not be "
+                                     "carried over",
     ("27", "pc_ingredienttomixbridge"): "the old table is dropped also when its rows could not be "
                                         "copied",
 }
