@@ -352,7 +352,8 @@ class Cases:
         violations = further_files()
         if status != 0:
             violations.append(f"second run ended with {status}")
-        if seconds > 2 * scenario.processor_time + 0.05:
+        # Short runs vary by more than they take.
+        if seconds > 2 * scenario.processor_time + 0.5:
             violations.append("second run took more than twice as long")
         if not LOG.exists() or not LOG.read_bytes().startswith(log):
             violations.append("second run lost lines of the log")
