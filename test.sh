@@ -18,7 +18,7 @@ case "${1:-}" in
     --asan) preset=asan ;;
     --campaign)
         export CAMPAIGN=1
-        tests=(--label-regex campaign)
+        tests=(--build-config Campaign --label-regex campaign)
         ;;
     -h | --help) usage && exit ;;
     *) usage >&2 && exit 2 ;;
