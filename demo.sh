@@ -4,8 +4,9 @@
 #   ./demo.sh [--fresh] [TARGET]
 #
 # TARGET is the schema version to go to, by default the newest one. The device is the directory
-# build/demo-device: made at the first call with a database at version 1, kept from call to call,
-# made anew with --fresh. ./demo.sh 1 goes back to where it began.
+# build/demo-device: made at the first call with a database at version 1 that has known better days
+# (tests/data/blemishes.sql says what is wrong with it), kept from call to call, made anew with
+# --fresh. ./demo.sh 1 goes back; what that loses is in the comparison.
 set -euo pipefail
 
 usage() {
@@ -49,8 +50,12 @@ if [ ! -e "$database" ]; then
     mkdir -p "$device"/{app/databases,app/quillmoor,etc/harlo,Harlo,pool}
     echo 4.2.0 >"$device/app/quillmoor/softwareversion.txt"
     echo TORVIK >"$device/etc/harlo/platform"
+    cp tests/data/demo/registration.xml "$device/Harlo"
+    cp tests/data/demo/ref*.sql "$device/app"
+    touch "$device/pool/VT-01.iop"
     # In one go: a file that is only half there would pass for a device.
-    sqlite3 -bail "$before" <tests/data/version_01.sql
+    rm -f "$before"
+    cat tests/data/version_01.sql tests/data/blemishes.sql | sqlite3 -bail "$before"
     mv "$before" "$database"
 fi
 

@@ -2,8 +2,9 @@
 # Builds everything with its tests and runs them all; ends with the summary of ctest and its exit
 # status.
 #
-#   ./test.sh           the preset dev
-#   ./test.sh --asan    the same under the address and undefined-behaviour sanitizers
+#   ./test.sh             the preset dev
+#   ./test.sh --asan      the same under the address and undefined-behaviour sanitizers
+#   ./test.sh --campaign  only the tests that look at a sample, but at all their cases: takes hours
 set -euo pipefail
 
 usage() {
@@ -11,9 +12,14 @@ usage() {
 }
 
 preset=dev
+tests=()
 case "${1:-}" in
     '') ;;
     --asan) preset=asan ;;
+    --campaign)
+        export CAMPAIGN=1
+        tests=(--label-regex campaign)
+        ;;
     -h | --help) usage && exit ;;
     *) usage >&2 && exit 2 ;;
 esac
@@ -24,4 +30,4 @@ install_packages test
 
 cmake --preset "$preset"
 cmake --build --preset "$preset"
-exec ctest --test-dir "build/$preset" --parallel "$(nproc)" --output-on-failure
+exec ctest --test-dir "build/$preset" --parallel "$(nproc)" --output-on-failure "${tests[@]}"

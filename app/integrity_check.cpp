@@ -3,6 +3,8 @@
 
 #include <QSqlError>
 
+#include <utility>
+
 void DatabaseMigrator::checkDatabaseIntegrity()
 {
     removeForeignKeyViolations();
@@ -18,10 +20,24 @@ void DatabaseMigrator::removeForeignKeyViolations()
         logMessage(violations.lastError().databaseText());
         return;
     }
+    // Within a table the results rise by row and key. In a damaged one the walk can come back to a
+    // row that could not be removed, again and again: it would never end.
+    QString keptTable;
+    std::pair<qint64, int> kept;
     while (violations.next()) {
         const QString table = violations.value(0).toString();
-        const QString rowId = QString::number(violations.value(1).toLongLong());
-        executeOrLogDatabaseError(QString("DELETE FROM %1 WHERE rowid=%2").arg(table, rowId));
+        const std::pair<qint64, int> row(
+            violations.value(1).toLongLong(), violations.value(3).toInt());
+        const bool hasRowId = !violations.value(1).isNull();
+        if (hasRowId && table == keptTable && row <= kept) {
+            return;
+        }
+        const QString rowId = QString::number(row.first);
+        if (!executeOrLogDatabaseError(
+                QString("DELETE FROM %1 WHERE rowid=%2").arg(table, rowId))) {
+            keptTable = table;
+            kept = row;
+        }
     }
 }
 

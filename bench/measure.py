@@ -18,6 +18,7 @@ PROGRAM = BUILD / "database-migrator"
 MINIMAL_RUN = BUILD / "bench" / "minimal_run"
 RECORD_STATEMENTS = BUILD / "bench" / "librecord_statements.so"
 REBUILD = BUILD / "bench" / "rebuild"
+STEP = BUILD / "bench" / "step"
 SHELL = pathlib.Path("/usr/bin/sqlite3")
 RAM_DISK = "/dev/shm"
 DISK = BUILD
@@ -33,7 +34,7 @@ def build():
     run("bash", "-euc", ". tools/packages.sh; install_packages bench")
     run("cmake", "--preset", "release", "-B", BUILD, "-DDATABASE_MIGRATOR_TESTS=ON")
     run("cmake", "--build", BUILD, "--target", "database-migrator", "minimal_run",
-        "record_statements", "rebuild")
+        "record_statements", "rebuild", "step")
 
 
 class Device:
@@ -53,12 +54,16 @@ class Device:
         return subprocess.run([SHELL, "-bail", self.database], input=statements, check=True,
                               stdout=subprocess.PIPE, encoding="utf-8").stdout
 
-    def run(self, program, *arguments, options="", stdin=subprocess.DEVNULL):
+    def set_platform(self, name):
+        (self.root / "etc" / "harlo").mkdir(parents=True, exist_ok=True)
+        (self.root / "etc" / "harlo" / "platform").write_text(name + "\n")
+
+    def run(self, program, *arguments, options=""):
         """Runs a program; the options are further ones for the sandbox."""
         subprocess.run(
             [ROOT / "tests" / "support" / "on_device.sh", self.root, program, *arguments],
             env=dict(os.environ, DEVICE_OPTIONS=options),
-            check=True, stdin=stdin, stdout=subprocess.DEVNULL)
+            check=True, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
 
     def record_statements(self, program, *arguments):
         """Runs a program and returns the file with the statements that it ran."""
@@ -93,35 +98,37 @@ class Device:
                                 program, *arguments)
         return int(report) / 1024
 
-    def against_shell(self, runs, program, *arguments):
-        """Wall times of a program and of the sqlite3 shell that runs the same statements.
+    def seconds(self, program, *arguments):
+        begin = time.monotonic()
+        self.run(program, *arguments)
+        return time.monotonic() - begin
+
+    def against_shell(self, figure, runs, program, *arguments):
+        """A figure of a program and of the sqlite3 shell that runs the same statements from a file.
 
         Both begin with the database as it is now, in turn, and have to end with the same one.
-        Returns the medians in seconds."""
+        Returns the medians."""
         original = self.root / "original.sqlite"
         shutil.copy(self.database, original)
         self.record_statements(program, *arguments)
-        statements = (self.app / "statements").read_text(encoding="utf-16-le")
-        script = self.root / "statements.sql"
+        statements = (self.app / "statements").read_text(encoding="utf-8")
+        script = self.app / "statements.sql"
         script.write_text(statements.replace("\0", ";\n"), encoding="utf-8")
         content = self.content()
 
-        def seconds(*run):
+        def measure(*run):
             shutil.copy(original, self.database)
             os.sync()
-            with script.open() as stdin:
-                begin = time.monotonic()
-                self.run(*run, stdin=stdin)
-                return time.monotonic() - begin
+            return figure(*run)
 
-        program_times, shell_times = [], []
+        program_figures, shell_figures = [], []
         for _ in range(runs):
-            program_times.append(seconds(program, *arguments))
-            shell_times.append(seconds(
-                SHELL, "-init", "/dev/null", "-bail", "/app/databases/my.db.sqlite"))
+            program_figures.append(measure(program, *arguments))
+            shell_figures.append(measure(SHELL, "-init", "/dev/null", "-bail",
+                                         "/app/databases/my.db.sqlite", ".read /app/statements.sql"))
         if self.content() != content:
             sys.exit("The sqlite3 shell did not end with the database of the program.")
-        return statistics.median(program_times), statistics.median(shell_times)
+        return statistics.median(program_figures), statistics.median(shell_figures)
 
     def content(self):
         dump = subprocess.run([SHELL, self.database, ".dump"], check=True, capture_output=True)
@@ -139,7 +146,7 @@ class Table:
 
     def __init__(self, title):
         self.met = True
-        print(f"{title}\n\n  {'':44} {'measured':>14} {'at most':>8}")
+        print(f"{title}\n\n  {'':64} {'measured':>14} {'at most':>8}")
 
     def add(self, name, value, digits=0, at_most=None):
         bound = verdict = ""
@@ -147,7 +154,13 @@ class Table:
             bound = f"{at_most:.{digits}f}"
             verdict = "  met" if value <= at_most else "  MISSED"
             self.met = self.met and value <= at_most
-        print(f"  {name:44} {value:14,.{digits}f} {bound:>8}{verdict}", flush=True)
+        print(f"  {name:64} {value:14,.{digits}f} {bound:>8}{verdict}", flush=True)
+
+    def add_seconds(self, what, program, shell):
+        """The wall times that against_shell returns."""
+        self.add(f"{what}: seconds of the program", program, digits=2)
+        self.add(f"{what}: seconds of the sqlite3 shell", shell, digits=2)
+        self.add(f"{what}: ratio", program / shell, digits=2, at_most=1.10)
 
     def end(self):
         """Ends the script, with exit status 1 when a bound was missed."""

@@ -15,14 +15,12 @@ int main(int argc, char **argv)
         return 1;
     }
     const QByteArray statements = file.readAll();
-    const auto *statement = reinterpret_cast<const char16_t *>(statements.constData());
-    const auto *const end = statement + statements.size() / 2;
-    while (statement != end) {
-        const QString sql = QString::fromUtf16(statement);
-        statement += sql.size() + 1;
+    const char *const end = statements.end();
+    for (const char *statement = statements.begin(); statement != end;
+         statement += qstrlen(statement) + 1) {
         QSqlQuery query;
         query.setForwardOnly(true);
-        query.exec(sql);
+        query.exec(QString::fromUtf8(statement));
         while (query.next()) {
         }
     }

@@ -10,23 +10,6 @@ struct RenameTexts {
     std::function<QString(const QString &newName)> updateFailure;
 };
 
-namespace
-{
-/// Restricts a pass to the rows that matter, where the tables allow it.
-/// @return false when there is nothing to do at all
-bool prepare(EqualNames &names)
-{
-    if (!names.isOrdinary()) {
-        return true;
-    }
-    if (names.nothingToDo()) {
-        return false;
-    }
-    names.selectRows();
-    return true;
-}
-} // namespace
-
 void DatabaseMigrator::renameDuplicateFiles()
 {
     EqualNames files(
@@ -36,7 +19,7 @@ void DatabaseMigrator::renameDuplicateFiles()
     const bool columnsInPlace = columns.value(2) == "displayName" && columns.value(5) == "typeId" &&
                                 columns.value(7) == "growerId" && columns.value(8) == "farmId" &&
                                 columns.value(9) == "fieldId";
-    if (columnsInPlace && !prepare(files)) {
+    if (columnsInPlace && !files.prepare()) {
         return;
     }
     for (int type = 1; type <= 11; ++type) {
@@ -52,7 +35,7 @@ void DatabaseMigrator::renameDuplicateNames()
     EqualNames fields("fields", {"farmId"});
     EqualNames farms("farms", {"growerId"}, "true", &fields);
     EqualNames growers("growers", {}, "true", &farms);
-    if (!prepare(growers)) {
+    if (!growers.prepare()) {
         return;
     }
     const auto visitFarm = [&](qint64 growerId, const QString &name, qint64 farmId) {
@@ -150,6 +133,9 @@ void DatabaseMigrator::renameEqualFields(EqualNames &fields, qint64 farmId, cons
 void DatabaseMigrator::renameAllButFirst(
     EqualNames &names, const QVector<qint64> &scope, const QString &name, const RenameTexts &texts)
 {
+    if (!names.isSuspect(scope, name)) {
+        return;
+    }
     QSqlQuery equals = forwardOnlyQuery();
     if (!equals.exec(texts.select + names.among(scope, name))) {
         logMessage(texts.selectFailure);
@@ -160,10 +146,9 @@ void DatabaseMigrator::renameAllButFirst(
     while (equals.next()) {
         const qint64 id = equals.value(0).toLongLong();
         const QString newName = name + "_" + QString::number(++counter);
-        if (execute(texts.update.arg(newName, QString::number(id)))) {
-            names.rowRenamed(id, scope, name, newName);
-        } else {
+        if (!execute(texts.update.arg(newName, QString::number(id)))) {
             logMessage(texts.updateFailure(newName));
         }
+        names.rowUpdated(id, scope, name, newName);
     }
 }

@@ -2,6 +2,8 @@
 
 #include "schema/statements.h"
 
+#include <QSqlError>
+
 namespace
 {
 /// Names that the database may find equal have the same key, whatever the column's collation is;
@@ -15,10 +17,17 @@ uint keyOf(const EqualNames::Scope &scope, const QString &name)
     return qHash(name.left(end).toLower(), qHashRange(scope.begin(), scope.end()));
 }
 
-/// A statement that holds such a name ends early: it fails, or it does something of its own.
+bool holds(const QString &condition)
+{
+    return firstValue("SELECT " + condition).toBool();
+}
+
+/// A statement that holds a quote or a NUL ends early: it fails, or it does something of its own.
+/// The two other characters are read as a third one, so that names which read differently are equal.
 bool breaksStatements(const QString &name)
 {
-    return name.contains('\'') || name.contains(QChar::Null);
+    return name.contains('\'') || name.contains(QChar::Null) || name.contains(QChar(0xfffe)) ||
+           name.contains(QChar(0xffff));
 }
 } // namespace
 
@@ -27,73 +36,105 @@ EqualNames::EqualNames(
     EqualNames *children)
     : m_table(table), m_scopeColumns(scopeColumns), m_condition(condition), m_children(children)
 {
-    if (m_children) {
-        m_children->m_parent = this;
+    for (EqualNames *below = m_children; below; below = below->m_children) {
+        below->m_top = this;
     }
 }
 
-bool EqualNames::isOrdinary() const
+bool EqualNames::prepare()
 {
-    if (m_children && !m_children->isOrdinary()) {
+    bool suspectsFound = false;
+    for (const EqualNames *table = this; table; table = table->m_children) {
+        const QVariant found = table->isComparable() ? table->suspectsExist() : QVariant();
+        if (!found.isValid()) {
+            // What fails here fails for every row too, and each failure is a line in the log.
+            return true;
+        }
+        suspectsFound = suspectsFound || found.toBool();
+    }
+    if (!suspectsFound) {
         return false;
     }
-    // The id is the table's row id, so rows come in its order; no index can change that order, no
-    // trigger can change other rows, and the columns' types leave names text and scopes integers.
-    const QString scopeNames = "'" + m_scopeColumns.join("', '") + "'";
+    for (EqualNames *table = this; table; table = table->m_children) {
+        if (!table->renamesOneRow()) {
+            return true;
+        }
+        table->m_readInOrderOfIds = table->isReadInOrderOfIds();
+    }
+    m_everyRow = false;
+    m_outdated = true;
+    return true;
+}
+
+bool EqualNames::isComparable() const
+{
+    return holds(
+        QString("(SELECT encoding FROM pragma_encoding) = 'UTF-8' "
+                "AND EXISTS (SELECT 1 FROM pragma_table_list('%1') "
+                "WHERE schema = 'main' AND type = 'table') "
+                "AND NOT EXISTS (SELECT 1 FROM pragma_table_xinfo('%1') WHERE hidden <> 0) "
+                "AND (SELECT count(*) FROM pragma_table_xinfo('%1') WHERE name = 'id' "
+                "OR name = 'displayName' AND type NOT LIKE '%INT%' "
+                "AND (type LIKE '%CHAR%' OR type LIKE '%TEXT%') "
+                "OR name IN (%2) AND type LIKE '%INT%') = 2 + %3")
+            .arg(m_table, scopeNames(), QString::number(m_scopeColumns.size())));
+}
+
+QVariant EqualNames::suspectsExist() const
+{
+    // A name or a scope that is NULL equals none.
+    const QStringList columns = QStringList("displayName") + m_scopeColumns;
     return firstValue(
-               QString(
-                   "SELECT EXISTS (SELECT 1 FROM pragma_table_list('%1') "
-                   "WHERE schema = 'main' AND type = 'table' AND wr = 0) "
-                   "AND (SELECT group_concat(name || ' ' || upper(type)) FROM pragma_table_xinfo('%1') "
-                   "WHERE pk > 0) = 'id INTEGER' "
-                   "AND (SELECT count(*) FROM pragma_table_xinfo('%1') WHERE name = 'displayName' "
-                   "AND type NOT LIKE '%INT%' AND (type LIKE '%CHAR%' OR type LIKE '%TEXT%')) = 1 "
-                   "AND (SELECT count(*) FROM pragma_table_xinfo('%1') WHERE name IN (%2) "
-                   "AND type LIKE '%INT%') = %3 "
-                   "AND NOT EXISTS (SELECT 1 FROM pragma_table_xinfo('%1') WHERE hidden <> 0) "
-                   "AND NOT EXISTS (SELECT 1 FROM pragma_index_list('%1') AS list, "
-                   "pragma_index_xinfo(list.name) AS part WHERE list.partial OR part.key AND "
-                   "(part.name IS NULL OR part.name IN ('id', 'displayName', %2))) "
-                   "AND NOT EXISTS (SELECT 1 FROM sqlite_master WHERE type = 'trigger' "
-                   "AND tbl_name = '%1' COLLATE NOCASE)")
-                   .arg(m_table, scopeNames, QString::number(m_scopeColumns.size())))
-        .toBool();
-}
-
-bool EqualNames::nothingToDo() const
-{
-    if (m_children && !m_children->nothingToDo()) {
-        return false;
-    }
-    QStringList columns("displayName");
-    QStringList comparable("typeof(displayName) = 'text'");
-    for (const QString &column : m_scopeColumns) {
-        columns << column;
-        comparable << QString("typeof(%1) = 'integer'").arg(column);
-    }
-    const QVariant found = firstValue(
         QString("SELECT EXISTS (SELECT 1 FROM %1 WHERE %2 "
                 "AND (instr(displayName, '''') > 0 OR instr(displayName, char(0)) > 0)) "
-                "OR EXISTS (SELECT 1 FROM %1 WHERE %2 AND %3 GROUP BY %4 HAVING count(*) > 1)")
-            .arg(m_table, m_condition, comparable.join(" AND "), columns.join(", ")));
-    return found.isValid() && !found.toBool();
+                "OR EXISTS (SELECT 1 FROM %1 WHERE %2 AND %3 IS NOT NULL "
+                "GROUP BY %4 HAVING count(*) > 1)")
+            .arg(m_table, m_condition, columns.join(" IS NOT NULL AND "), columns.join(", ")));
 }
 
-void EqualNames::selectRows()
+bool EqualNames::renamesOneRow() const
 {
-    if (m_children) {
-        m_children->selectRows();
+    return holds(
+        QString("(SELECT group_concat(name) FROM pragma_table_xinfo('%1') WHERE pk > 0) = 'id' "
+                "AND NOT EXISTS (SELECT 1 FROM pragma_index_list('%1') AS list, "
+                "pragma_index_info(list.name) AS part "
+                "WHERE list.origin = 'pk' OR list.\"unique\" AND part.name = 'displayName') "
+                "AND NOT EXISTS (SELECT 1 FROM sqlite_master WHERE type = 'trigger' "
+                "AND tbl_name = '%1' COLLATE NOCASE)")
+            .arg(m_table));
+}
+
+bool EqualNames::isReadInOrderOfIds() const
+{
+    return holds(QString("NOT EXISTS (SELECT 1 FROM pragma_index_list('%1') AS list, "
+                         "pragma_index_xinfo(list.name) AS part WHERE list.partial OR part.key "
+                         "AND (part.name IS NULL OR part.name IN ('id', 'displayName', %2)))")
+                     .arg(m_table, scopeNames()));
+}
+
+QString EqualNames::scopeNames() const
+{
+    return "'" + m_scopeColumns.join("', '") + "'";
+}
+
+void EqualNames::refresh()
+{
+    if (m_top->m_outdated) {
+        m_top->m_everyRow = !m_top->readRows();
+        m_top->m_outdated = false;
+    }
+}
+
+bool EqualNames::readRows()
+{
+    if (m_children && !m_children->readRows()) {
+        return false;
     }
     m_rowsByName.clear();
     m_rowsToVisit.clear();
-    QStringList columns({"id", "displayName"});
-    columns += m_scopeColumns;
+    const QStringList columns = QStringList({"id", "displayName"}) + m_scopeColumns;
     QSqlQuery rows = forwardOnlyQuery();
-    if (!rows.exec(
-            QString("SELECT %1 FROM %2 WHERE %3").arg(columns.join(", "), m_table, m_condition))) {
-        m_everyRow = true;
-        return;
-    }
+    rows.exec(QString("SELECT %1 FROM %2 WHERE %3").arg(columns.join(", "), m_table, m_condition));
     while (rows.next()) {
         const QString name = rows.value(1).toString();
         Scope scope;
@@ -110,14 +151,18 @@ void EqualNames::selectRows()
     for (const uint key : keys) {
         visitEquals(key);
     }
-    m_everyRow = false;
+    return !rows.lastError().isValid();
 }
 
 bool EqualNames::forEachRow(
     const QString &select, qint64 parent, const std::function<void(const QSqlQuery &)> &visit)
 {
     QSqlQuery rows = forwardOnlyQuery();
-    if (m_everyRow) {
+    std::optional<qint64> id = nextRow(parent, std::nullopt);
+    if (!m_top->m_everyRow && !id) {
+        return true;
+    }
+    if (m_top->m_everyRow || !m_readInOrderOfIds) {
         if (!rows.exec(select)) {
             return false;
         }
@@ -127,7 +172,7 @@ bool EqualNames::forEachRow(
         return true;
     }
     const QString oneRow = select + (m_scopeColumns.isEmpty() ? " WHERE id=%1" : " AND id=%1");
-    for (auto id = nextRow(parent, std::nullopt); id; id = nextRow(parent, id)) {
+    for (; id; id = nextRow(parent, id)) {
         if (!rows.exec(oneRow.arg(*id))) {
             return false;
         }
@@ -138,9 +183,16 @@ bool EqualNames::forEachRow(
     return true;
 }
 
+bool EqualNames::isSuspect(const Scope &scope, const QString &name)
+{
+    refresh();
+    return m_top->m_everyRow || breaksStatements(name) ||
+           m_rowsByName.count(keyOf(scope, name)) > 1;
+}
+
 QString EqualNames::among(const Scope &scope, const QString &name) const
 {
-    if (m_everyRow || breaksStatements(name)) {
+    if (m_top->m_everyRow || !m_readInOrderOfIds || breaksStatements(name)) {
         return QString();
     }
     QStringList ids;
@@ -151,24 +203,23 @@ QString EqualNames::among(const Scope &scope, const QString &name) const
     return QString(" AND id IN (%1)").arg(ids.join(","));
 }
 
-void EqualNames::rowRenamed(
+void EqualNames::rowUpdated(
     qint64 id, const Scope &scope, const QString &name, const QString &newName)
 {
-    if (m_everyRow) {
+    if (m_top->m_everyRow) {
         return;
     }
     if (breaksStatements(name)) {
         // There is no telling what such a statement has changed.
-        EqualNames *top = this;
-        while (top->m_parent) {
-            top = top->m_parent;
-        }
-        top->selectRows();
+        m_top->m_outdated = true;
         return;
     }
     const uint key = keyOf(scope, newName);
-    m_rowsByName.insert(key, Row{id, scope.value(0)});
-    visitEquals(key);
+    const Row row{id, scope.value(0)};
+    if (!m_rowsByName.contains(key, row)) {
+        m_rowsByName.insert(key, row);
+        visitEquals(key);
+    }
 }
 
 void EqualNames::visitEquals(uint key)
@@ -182,8 +233,9 @@ void EqualNames::visitEquals(uint key)
     }
 }
 
-std::optional<qint64> EqualNames::nextRow(qint64 parent, const std::optional<qint64> &last) const
+std::optional<qint64> EqualNames::nextRow(qint64 parent, const std::optional<qint64> &last)
 {
+    refresh();
     const auto rows = m_rowsToVisit.find(parent);
     if (rows == m_rowsToVisit.end()) {
         return std::nullopt;

@@ -5,6 +5,7 @@
 #include <QSqlQuery>
 #include <QString>
 #include <QStringList>
+#include <QVariant>
 #include <QVector>
 
 #include <functional>
@@ -12,9 +13,9 @@
 #include <set>
 
 /// The rows of one table that a renaming pass has to look at. Looking at every row costs the square
-/// of their number, because each needs a statement that reads the table; so where the table is an
-/// ordinary one, only rows with an equal name and rows whose statement may fail are looked at.
-/// What the pass does to the database and to the log is the same.
+/// of their number, because each needs a statement that reads the table; so where the tables allow
+/// it, only suspects are looked at: rows with an equal name and rows whose statement may fail. What
+/// the pass does to the database and to the log is the same.
 class EqualNames
 {
 public:
@@ -30,45 +31,69 @@ public:
         const QString &table, const QStringList &scopeColumns, const QString &condition = "true",
         EqualNames *children = nullptr);
 
-    /// @return whether this and the tables below are ordinary: rows are read in the order of their
-    /// id, names are text, scopes are integers, and no statement has side effects
-    bool isOrdinary() const;
+    /// Finds the suspects, here and below. Without it, and where the tables do not allow it, every
+    /// row is one.
+    /// @return false when there are none
+    bool prepare();
 
-    /// @return true when no row, here and below, can be renamed and no statement can fail
-    bool nothingToDo() const;
-
-    /// Finds the rows to look at, here and below. Before it every row is looked at.
-    void selectRows();
-
-    /// Calls `visit` with the rows of a SELECT statement that are to be looked at, one by one.
+    /// Calls `visit` with the rows of a SELECT statement, one by one. Rows that are no suspects and
+    /// have none below them may be left out.
     /// @param parent the first value of the rows' scope, 0 without a scope
     /// @return false when the statement failed
     bool forEachRow(
         const QString &select, qint64 parent, const std::function<void(const QSqlQuery &)> &visit);
 
-    /// @return a restriction, to be put behind the statement that finds a name's equals, to the
+    /// @return false when the statement that finds a name's equals can neither find two nor fail
+    bool isSuspect(const Scope &scope, const QString &name);
+
+    /// @return a restriction, to be put behind the statement that finds a suspect's equals, to the
     /// rows that can be equal; empty where every row can be
     QString among(const Scope &scope, const QString &name) const;
 
-    /// Takes note that a row has been renamed.
+    /// Takes note of an attempt to rename a row.
     /// @param name the name by which the row was found
-    void rowRenamed(qint64 id, const Scope &scope, const QString &name, const QString &newName);
+    void rowUpdated(qint64 id, const Scope &scope, const QString &name, const QString &newName);
 
 private:
     struct Row {
         qint64 id;
         qint64 parent;
+
+        bool operator==(const Row &other) const { return id == other.id && parent == other.parent; }
     };
 
+    /// @return whether grouping finds equal names: names are text and scopes are integers, what is
+    /// read is what is stored, and the columns are there
+    bool isComparable() const;
+
+    /// @return whether a row with an equal name or a breaking one exists; invalid on failure
+    QVariant suspectsExist() const;
+
+    /// @return whether a rename changes the row with its id and nothing else: the id is the row id,
+    /// no trigger changes other rows, and no other row gives way to a new name or follows it
+    bool renamesOneRow() const;
+
+    /// @return whether the pass meets rows in the order of their ids, because no index is of any
+    /// use to its statements
+    bool isReadInOrderOfIds() const;
+
+    /// @return the scope columns as a list of SQL texts
+    QString scopeNames() const;
+
+    /// Reads the rows of every table again where statements may have changed anything.
+    void refresh();
+    bool readRows();
     void visitEquals(uint key);
-    std::optional<qint64> nextRow(qint64 parent, const std::optional<qint64> &last) const;
+    std::optional<qint64> nextRow(qint64 parent, const std::optional<qint64> &last);
 
     QString m_table;
     QStringList m_scopeColumns;
     QString m_condition;
     EqualNames *m_children;
-    EqualNames *m_parent = nullptr;
-    bool m_everyRow = true;
+    EqualNames *m_top = this;
+    bool m_everyRow = true;  ///< every row is a suspect; the top's counts
+    bool m_outdated = false; ///< the rows have to be read again; the top's counts
+    bool m_readInOrderOfIds = false;
     QMultiHash<uint, Row> m_rowsByName;
     QMap<qint64, std::set<qint64>> m_rowsToVisit;
 };

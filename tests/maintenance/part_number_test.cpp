@@ -108,9 +108,9 @@ void PartNumberTest::fileIsRead_data()
     row("an element within the number",
         "<LVData><PartNumber>940<b>7</b>1</PartNumber></LVData>",
         "94071");
-    row("blanks belong to the number",
-        "<LVData><PartNumber> 94071\n</PartNumber></LVData>",
-        " 94071\n");
+    row("blanks belong to number and suffix",
+        "<LVData><PartNumber> 94071\n</PartNumber><PartNumberSuffix> A </PartNumberSuffix></LVData>",
+        " 94071\n A ");
     row("nothing but blanks is nothing", "<LVData><PartNumber> \n </PartNumber></LVData>", "");
     row("CDATA", "<LVData><PartNumber><![CDATA[940<7>&1]]>A</PartNumber></LVData>", "940<7>&1A");
     row("entities of XML itself",
@@ -225,6 +225,10 @@ void PartNumberTest::numberIsCopied_data()
     row("an id that is no number", registration("94071A", "two"), "", asBefore);
     row("an id with blanks",
         registration("94071A", " 2\n"),
+        "",
+        {"1, '1000A'", "2, '94071A'", "3, NULL"});
+    row("an id is part of the statement as it stands",
+        registration("94071A", "1 + 1"),
         "",
         {"1, '1000A'", "2, '94071A'", "3, NULL"});
     row("the id in another spelling, twice",

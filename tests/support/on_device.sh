@@ -7,7 +7,8 @@
 # DEVICE is the directory, made where it is missing; "--scratch" stands for a new one that is
 # removed afterwards. A program that lies in the device's app/ runs where it lies, another one as if
 # it lay directly in app/. DEVICE_LOCALE is the program's locale (default C), DEVICE_OPTIONS holds
-# further options for bubblewrap, COVERAGE_DIRECTORY a place that stays writable for counters.
+# further options for bubblewrap, COVERAGE_DIRECTORY a place that stays writable for counters. The
+# sanitizers' options reach the program, and CAMPAIGN, by which tests look at all their cases.
 set -eu
 
 device=$1 program=$(realpath "$2")
@@ -40,7 +41,7 @@ case $program in
     program=$place
     ;;
 esac
-for variable in ASAN_OPTIONS LSAN_OPTIONS UBSAN_OPTIONS; do
+for variable in ASAN_OPTIONS LSAN_OPTIONS UBSAN_OPTIONS CAMPAIGN; do
     [ -z "${!variable:-}" ] || sandbox+=(--setenv "$variable" "${!variable}")
 done
 [ -z "${COVERAGE_DIRECTORY:-}" ] || sandbox+=(--bind "$COVERAGE_DIRECTORY" "$COVERAGE_DIRECTORY")

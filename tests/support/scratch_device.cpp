@@ -11,8 +11,6 @@
 
 #include <sqlite3.h>
 
-#include <utility>
-
 const QString ScratchDevice::databasePath = "/app/databases/my.db.sqlite";
 const QString ScratchDevice::logPath = "/app/databases/sqlMigrationErrorLog.txt";
 const QString ScratchDevice::softwareVersionPath = "/app/quillmoor/softwareversion.txt";
@@ -47,6 +45,8 @@ public:
         if (sqlite3_open(ScratchDevice::databasePath.toUtf8(), &m_handle) != SQLITE_OK) {
             qFatal("the scratch database cannot be opened");
         }
+        // What a test prepares need not outlive a power cut.
+        run("PRAGMA synchronous = OFF");
     }
     ~Connection() { sqlite3_close(m_handle); }
     Connection(const Connection &) = delete;
@@ -99,9 +99,9 @@ private:
         case SQLITE_FLOAT:
             return real(sqlite3_value_double(value));
         case SQLITE_TEXT:
-            return "'" + QString::fromUtf8(text(value)).replace("'", "''") + "'";
+            return "'" + text(value).replace("'", "''") + "'";
         default:
-            return "x'" + text(value).toHex() + "'";
+            return "x'" + bytes(value).toHex() + "'";
         }
     }
 
@@ -112,7 +112,14 @@ private:
         return text.contains(QRegularExpression("[.en]")) ? text : text + ".0";
     }
 
-    static QByteArray text(sqlite3_value *value)
+    static QString text(sqlite3_value *value)
+    {
+        const QByteArray utf8 = bytes(value);
+        // With its size: without it the text would end at a NUL.
+        return QString::fromUtf8(utf8.constData(), utf8.size());
+    }
+
+    static QByteArray bytes(sqlite3_value *value)
     {
         const auto *bytes = static_cast<const char *>(sqlite3_value_blob(value));
         return QByteArray(bytes, sqlite3_value_bytes(value));
@@ -121,13 +128,18 @@ private:
     sqlite3 *m_handle = nullptr;
 };
 
-using Refusals = std::vector<std::pair<int, QByteArray>>;
-Refusals refusals;
+struct Refusal {
+    int action;
+    QByteArray object;
+    QByteArray part;
+};
+std::vector<Refusal> refusals;
 
-int authorize(void *, int action, const char *first, const char *, const char *, const char *)
+int authorize(void *, int action, const char *first, const char *second, const char *, const char *)
 {
-    for (const auto &[refused, object] : refusals) {
-        if (refused == action && (object.isEmpty() || object == first)) {
+    for (const Refusal &refusal : refusals) {
+        if (refusal.action == action && (refusal.object.isEmpty() || refusal.object == first) &&
+            (refusal.part.isEmpty() || refusal.part == second)) {
             return SQLITE_DENY;
         }
     }
@@ -258,9 +270,9 @@ void ScratchDevice::stop()
     }
 }
 
-void ScratchDevice::refuse(int action, const QByteArray &object)
+void ScratchDevice::refuse(int action, const QByteArray &object, const QByteArray &part)
 {
-    refusals.emplace_back(action, object);
+    refusals.push_back({action, object, part});
     setAuthorizer(authorize);
 }
 
@@ -272,8 +284,12 @@ void ScratchDevice::allowAll()
 
 QString ScratchDevice::takeLog()
 {
-    const QByteArray log = readFile(logPath);
-    const QByteArray news = log.mid(static_cast<int>(m_logTaken));
-    m_logTaken = log.size();
-    return QString::fromUtf8(news);
+    QFile log(logPath);
+    if (!log.open(QIODevice::ReadOnly) || !log.seek(m_logTaken)) {
+        return QString();
+    }
+    const QByteArray news = log.readAll();
+    m_logTaken += news.size();
+    // With its size: without it the text would end at a NUL.
+    return QString::fromUtf8(news.constData(), news.size());
 }

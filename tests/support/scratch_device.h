@@ -64,7 +64,8 @@ public:
     /// Lets SQLite refuse an action of the migrator's connection from now on.
     /// @param action SQLite's authorizer action, such as SQLITE_DROP_TABLE
     /// @param object its first argument, mostly the table's name; empty for every one
-    void refuse(int action, const QByteArray &object);
+    /// @param part its second argument, mostly the column's name; empty for every one
+    void refuse(int action, const QByteArray &object, const QByteArray &part = QByteArray());
     /// Ends every refusal.
     void allowAll();
 

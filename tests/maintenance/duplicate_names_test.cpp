@@ -1,0 +1,652 @@
+#include "support/scratch_device.h"
+
+#include <QtTest>
+
+namespace
+{
+const char *const growers = "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);";
+const char *const farms =
+    "CREATE TABLE farms (id INTEGER PRIMARY KEY, displayName TEXT, growerId INTEGER);";
+const char *const fields =
+    "CREATE TABLE fields (id INTEGER PRIMARY KEY, displayName TEXT, farmId INTEGER);";
+const char *const files =
+    "CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, displayName TEXT, absolutePath TEXT, "
+    "fileSize INTEGER, typeId INTEGER, created TEXT, growerId INTEGER, farmId INTEGER, "
+    "fieldId INTEGER);";
+
+/// @return statements for one file
+/// @param scope its type, grower, farm and field
+QByteArray file(const QByteArray &id, const QByteArray &name, const QByteArray &scope)
+{
+    return "INSERT INTO files (id, displayName, typeId, growerId, farmId, fieldId) VALUES (" + id +
+           ", " + name + ", " + scope + ");";
+}
+} // namespace
+
+class DuplicateNamesTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void renameDuplicateGrowers_data();
+    void renameDuplicateGrowers();
+    void renameDuplicateFarmsAndFields_data();
+    void renameDuplicateFarmsAndFields();
+    void renameDuplicateFiles_data();
+    void renameDuplicateFiles();
+    void secondRunFindsNothingLeft();
+
+private:
+    std::unique_ptr<ScratchDevice> device;
+};
+
+void DuplicateNamesTest::init()
+{
+    device = std::make_unique<ScratchDevice>();
+    device->recordVersion(34);
+}
+
+void DuplicateNamesTest::cleanup()
+{
+    device.reset();
+}
+
+void DuplicateNamesTest::renameDuplicateGrowers_data()
+{
+    QTest::addColumn<QByteArray>("table");
+    QTest::addColumn<QByteArray>("names");
+    QTest::addColumn<QStringList>("expected");
+    QTest::addColumn<QString>("log");
+
+    const auto row = [](const char *sentence,
+                        const QByteArray &table,
+                        const QByteArray &names,
+                        const QStringList &expected,
+                        const QString &log = QString()) {
+        QTest::newRow(sentence) << table << names << expected << log;
+    };
+
+    row("none has an equal", growers, "(1, 'Smith'), (2, 'Jones')", {"1, 'Smith'", "2, 'Jones'"});
+    row("the second of two gets a number",
+        growers,
+        "(1, 'Smith'), (2, 'Smith')",
+        {"1, 'Smith'", "2, 'Smith_2'"});
+    row("numbers go on with every further one",
+        growers,
+        "(1, 'North'), (2, 'North'), (3, 'South'), (4, 'North')",
+        {"1, 'North'", "2, 'North_2'", "3, 'South'", "4, 'North_3'"});
+    row("the first is the first by id",
+        growers,
+        "(4, 'North'), (2, 'North'), (-3, 'North')",
+        {"-3, 'North'", "2, 'North_2'", "4, 'North_3'"});
+    row("a name that is made here is met again in the same run",
+        growers,
+        "(1, 'A'), (2, 'A'), (3, 'A_2')",
+        {"1, 'A'", "2, 'A_2'", "3, 'A_2_2'"});
+    row("one that made names collide with is renamed in turn",
+        growers,
+        "(1, 'A'), (2, 'A'), (3, 'A_2'), (4, 'A_2_2')",
+        {"1, 'A'", "2, 'A_2'", "3, 'A_2_2'", "4, 'A_2_2_2'"});
+    row("a made name that another had before is renamed at once",
+        growers,
+        "(1, 'A_2'), (2, 'A'), (3, 'A')",
+        {"1, 'A_2'", "2, 'A'", "3, 'A_2_2'"});
+    row("made and old names are numbered together",
+        growers,
+        "(1, 'A'), (2, 'A'), (3, 'A_2'), (4, 'A_2')",
+        {"1, 'A'", "2, 'A_2'", "3, 'A_2_2'", "4, 'A_2_3'"});
+    row("empty names are equal",
+        growers,
+        "(1, ''), (2, ''), (3, '')",
+        {"1, ''", "2, '_2'", "3, '_3'"});
+    row("NULL names are not equal", growers, "(1, NULL), (2, NULL)", {"1, NULL", "2, NULL"});
+    row("a NULL name finds the empty ones",
+        growers,
+        "(1, NULL), (2, ''), (3, '')",
+        {"1, NULL", "2, ''", "3, '_2'"});
+    row("markers are part of a name",
+        growers,
+        "(1, '%1'), (2, '%1'), (3, '%2 of %1'), (4, '%2 of %1'), (5, '100 %'), (6, '100 %')",
+        {"1, '%1'", "2, '%1_2'", "3, '%2 of %1'", "4, '%2 of %1_2'", "5, '100 %'", "6, '100 %_2'"});
+    row("letters of any script",
+        growers,
+        "(1, 'Müller'), (2, 'Müller'), (3, '绿野农场'), (4, '绿野农场')",
+        {"1, 'Müller'", "2, 'Müller_2'", "3, '绿野农场'", "4, '绿野农场_2'"});
+    row("letter case makes a difference",
+        growers,
+        "(1, 'Smith'), (2, 'smith')",
+        {"1, 'Smith'", "2, 'smith'"});
+    row("letter case makes none by the column's collation",
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT COLLATE NOCASE);",
+        "(1, 'Smith'), (2, 'SMITH'), (3, 'smith_2'), (4, 'Ä'), (5, 'ä')",
+        {"1, 'Smith'", "2, 'Smith_2'", "3, 'Smith_2_2'", "4, 'Ä'", "5, 'ä'"});
+    row("trailing blanks make a difference", growers, "(1, 'A'), (2, 'A ')", {"1, 'A'", "2, 'A '"});
+    row("trailing blanks make none by the column's collation",
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT COLLATE RTRIM);",
+        "(1, 'A  '), (2, 'A'), (3, ' A')",
+        {"1, 'A  '", "2, 'A  _2'", "3, ' A'"});
+    row("a collation that SQLite does not know",
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
+        "PRAGMA writable_schema = ON;"
+        "UPDATE sqlite_master SET sql = replace(sql, 'TEXT', 'TEXT COLLATE german') "
+        "WHERE name = 'growers';"
+        "PRAGMA writable_schema = OFF;",
+        "(1, 'A'), (2, 'A'), (3, 'B')",
+        {"1, 'A'", "2, 'A'", "3, 'B'"},
+        "Query for duplicate grower names failed\n"
+        "Query for duplicate grower names failed\n"
+        "Query for duplicate grower names failed\n");
+    row("a quote fails for every grower that has one",
+        growers,
+        "(1, 'O''Brien'), (2, 'Smith'), (3, 'O''Brien'), (4, 'Smith')",
+        {"1, 'O''Brien'", "2, 'Smith'", "3, 'O''Brien'", "4, 'Smith_2'"},
+        "Query for duplicate grower names failed\n"
+        "Query for duplicate grower names failed\n");
+    row("two quotes are read as one",
+        growers,
+        "(1, 'O''Brien'), (2, 'O''Brien'), (3, 'O''''Brien')",
+        {"1, 'O''Brien'", "2, 'O''Brien_2'", "3, 'O''''Brien'"},
+        "Query for duplicate grower names failed\n"
+        "Query for duplicate grower names failed\n");
+    // The second condition is false in the updates: '1' is not '1_2'.
+    row("a name that makes the condition true for every grower",
+        growers,
+        "(1, 'x'' OR ''1''=''1'), (2, 'A'), (3, 'A'), (4, 'B')",
+        {"1, 'x'' OR ''1''=''1'", "2, '0'", "3, '0_2'", "4, '0_3'"});
+    row("a name that hides the end of its statements",
+        growers,
+        "(1, 'A'' --'), (2, 'A'), (3, 'A')",
+        {"1, 'A'", "2, 'A_2'", "3, 'A_3'"});
+    row("a name that ends its statements at a NUL",
+        growers,
+        "(1, CAST(x'412700' AS TEXT)), (2, 'A'), (3, 'A')",
+        {"1, 'A'", "2, 'A_2'", "3, 'A_3'"});
+    row("a NUL within a name",
+        growers,
+        "(1, 'A'), (2, CAST(x'410042' AS TEXT))",
+        {"1, 'A'", QString("2, 'A%1B'").arg(QChar(QChar::Null))},
+        "Query for duplicate grower names failed\n");
+    row("a BLOB is looked for as a text",
+        growers,
+        "(1, x'41'), (2, 'A'), (3, 'A'), (4, x'41')",
+        {"1, x'41'", "2, 'A'", "3, 'A_2'", "4, x'41'"});
+    row("ids beyond 32 bits",
+        growers,
+        "(4294967297, 'A'), (4294967298, 'A'), (9223372036854775807, 'A')",
+        {"4294967297, 'A'", "4294967298, 'A_2'", "9223372036854775807, 'A_3'"});
+    row("a NULL id reads as 0, and no grower has that",
+        "CREATE TABLE growers (id INTEGER, displayName TEXT);",
+        "(NULL, 'A'), (NULL, 'A')",
+        {"NULL, 'A'", "NULL, 'A'"});
+    // The first of the two renames both, and so does the second.
+    row("an id that is there twice",
+        "CREATE TABLE growers (id INTEGER, displayName TEXT);",
+        "(1, 'A'), (1, 'A')",
+        {"1, 'A_2_2'", "1, 'A_2_2'"});
+    row("an index decides on the order",
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
+        "CREATE INDEX growersByName ON growers (displayName, id DESC);",
+        "(1, 'A'), (2, 'A'), (3, 'A')",
+        {"1, 'A_3'", "2, 'A_2'", "3, 'A'"});
+    row("a table without row ids",
+        "CREATE TABLE growers (id TEXT PRIMARY KEY, displayName TEXT) WITHOUT ROWID;",
+        "('2', 'A'), ('10', 'A'), ('x', 'A')",
+        {"'10', 'A'", "'2', 'A_2'", "'x', 'A'"});
+    row("a refused update",
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
+        "CREATE TRIGGER refusal BEFORE UPDATE ON growers WHEN OLD.id = 2 "
+        "BEGIN SELECT RAISE(ABORT, 'refused'); END;",
+        "(1, 'A'), (2, 'A'), (3, 'A')",
+        {"1, 'A'", "2, 'A'", "3, 'A_3'"},
+        "Failed to rename grower: A\n"
+        "Failed to rename grower: A\n");
+    row("updates that break a constraint",
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT "
+        "CHECK (length(displayName) < 5));",
+        "(1, 'Anna'), (2, 'Anna'), (3, 'Anna')",
+        {"1, 'Anna'", "2, 'Anna'", "3, 'Anna'"},
+        "Failed to rename grower: Anna\n"
+        "Failed to rename grower: Anna\n"
+        "Failed to rename grower: Anna\n"
+        "Failed to rename grower: Anna\n"
+        "Failed to rename grower: Anna\n"
+        "Failed to rename grower: Anna\n");
+    row("a trigger that changes other growers",
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
+        "CREATE TRIGGER follow AFTER UPDATE ON growers WHEN NEW.displayName = 'A_2' "
+        "BEGIN UPDATE growers SET displayName = 'C' WHERE displayName = 'B'; END;",
+        "(1, 'A'), (2, 'A'), (3, 'B'), (4, 'C')",
+        {"1, 'A'", "2, 'A_2'", "3, 'C'", "4, 'C_2'"});
+    row("a view in the table's place",
+        "CREATE TABLE stored (id INTEGER PRIMARY KEY, displayName TEXT);"
+        "INSERT INTO stored VALUES (1, 'A'), (2, 'A');"
+        "CREATE VIEW growers AS SELECT * FROM stored;"
+        "CREATE TRIGGER growersInsert INSTEAD OF INSERT ON growers BEGIN "
+        "INSERT INTO stored VALUES (NEW.id, NEW.displayName); END;",
+        "(3, 'B')",
+        {"1, 'A'", "2, 'A'", "3, 'B'"},
+        "Failed to rename grower: A\n"
+        "Failed to rename grower: A\n");
+}
+
+void DuplicateNamesTest::renameDuplicateGrowers()
+{
+    QFETCH(QByteArray, table);
+    QFETCH(QByteArray, names);
+    QFETCH(QStringList, expected);
+    QFETCH(QString, log);
+    device->sql(table + farms + fields);
+    device->sql("INSERT INTO growers (id, displayName) VALUES " + names);
+    DatabaseMigrator &migrator = device->start();
+    device->takeLog();
+
+    migrator.renameDuplicateNames();
+
+    QCOMPARE(device->takeLog(), log);
+    COMPARE_LINES(device->rows("SELECT id, displayName FROM growers NOT INDEXED"), expected);
+}
+
+void DuplicateNamesTest::renameDuplicateFarmsAndFields_data()
+{
+    QTest::addColumn<QByteArray>("statements");
+    QTest::addColumn<QStringList>("expected");
+    QTest::addColumn<QString>("log");
+
+    const QByteArray tables = QByteArray(growers) + farms + fields;
+    const QByteArray twoGrowers = tables + "INSERT INTO growers VALUES (1, 'Smith'), (2, 'Jones');";
+    const QByteArray twoFarms =
+        twoGrowers + "INSERT INTO farms VALUES (1, 'Home', 1), (2, 'Hill', 2);";
+    const auto row = [](const char *sentence,
+                        const QByteArray &statements,
+                        const QStringList &expected,
+                        const QString &log = QString()) {
+        QTest::newRow(sentence) << statements << expected << log;
+    };
+
+    row("equal farms of one grower",
+        twoGrowers + "INSERT INTO farms VALUES (1, 'Home', 1), (2, 'Home', 1), (3, 'Home', 1);",
+        {"grower 1, 'Smith'",
+         "grower 2, 'Jones'",
+         "farm 1, 'Home', 1",
+         "farm 2, 'Home_2', 1",
+         "farm 3, 'Home_3', 1"});
+    row("equal farms of two growers keep their names",
+        twoGrowers + "INSERT INTO farms VALUES (1, 'Home', 1), (2, 'Home', 2);",
+        {"grower 1, 'Smith'", "grower 2, 'Jones'", "farm 1, 'Home', 1", "farm 2, 'Home', 2"});
+    row("farms of no grower are never looked at",
+        twoGrowers + "INSERT INTO farms VALUES (1, 'Home', 7), (2, 'Home', 7), (3, 'Home', NULL), "
+                     "(4, 'Home', NULL);",
+        {"grower 1, 'Smith'",
+         "grower 2, 'Jones'",
+         "farm 1, 'Home', 7",
+         "farm 2, 'Home', 7",
+         "farm 3, 'Home', NULL",
+         "farm 4, 'Home', NULL"});
+    row("equal fields of one farm",
+        twoFarms + "INSERT INTO fields VALUES (1, 'North', 1), (2, 'North', 1), (3, 'north', 1);",
+        {"grower 1, 'Smith'",
+         "grower 2, 'Jones'",
+         "farm 1, 'Home', 1",
+         "farm 2, 'Hill', 2",
+         "field 1, 'North', 1",
+         "field 2, 'North_2', 1",
+         "field 3, 'north', 1"});
+    row("equal fields of two farms keep their names",
+        twoFarms + "INSERT INTO fields VALUES (1, 'North', 1), (2, 'North', 2);",
+        {"grower 1, 'Smith'",
+         "grower 2, 'Jones'",
+         "farm 1, 'Home', 1",
+         "farm 2, 'Hill', 2",
+         "field 1, 'North', 1",
+         "field 2, 'North', 2"});
+    row("fields of no farm, or of one without a grower, are never looked at",
+        tables + "INSERT INTO growers VALUES (1, 'Smith');"
+                 "INSERT INTO farms VALUES (1, 'Home', 2);"
+                 "INSERT INTO fields VALUES (1, 'North', 1), (2, 'North', 1), (3, 'North', 7), "
+                 "(4, 'North', 7);",
+        {"grower 1, 'Smith'",
+         "farm 1, 'Home', 2",
+         "field 1, 'North', 1",
+         "field 2, 'North', 1",
+         "field 3, 'North', 7",
+         "field 4, 'North', 7"});
+    row("names made for farms and fields are met again",
+        twoGrowers + "INSERT INTO farms VALUES (1, 'A', 1), (2, 'A', 1), (3, 'A_2', 1), "
+                     "(4, 'A_2', 2);"
+                     "INSERT INTO fields VALUES (1, 'B', 2), (2, 'B', 2), (3, 'B_2', 2), "
+                     "(4, 'B_2', 1);",
+        {"grower 1, 'Smith'",
+         "grower 2, 'Jones'",
+         "farm 1, 'A', 1",
+         "farm 2, 'A_2', 1",
+         "farm 3, 'A_2_2', 1",
+         "farm 4, 'A_2', 2",
+         "field 1, 'B', 2",
+         "field 2, 'B_2', 2",
+         "field 3, 'B_2_2', 2",
+         "field 4, 'B_2', 1"});
+    row("growers, farms and fields in one pass, with ids beyond 32 bits",
+        tables + "INSERT INTO growers VALUES (4294967297, 'Smith'), (8589934593, 'Smith');"
+                 "INSERT INTO farms VALUES (4294967298, 'Home', 8589934593), "
+                 "(8589934594, 'Home', 8589934593), (8589934595, 'Home', 1);"
+                 "INSERT INTO fields VALUES (1, 'North', 8589934594), (2, 'North', 8589934594), "
+                 "(3, 'North', 2);",
+        {"grower 4294967297, 'Smith'",
+         "grower 8589934593, 'Smith_2'",
+         "farm 4294967298, 'Home', 8589934593",
+         "farm 8589934594, 'Home_2', 8589934593",
+         "farm 8589934595, 'Home', 1",
+         "field 1, 'North', 8589934594",
+         "field 2, 'North_2', 8589934594",
+         "field 3, 'North', 2"});
+    row("markers in the names of farms and fields",
+        twoGrowers + "INSERT INTO farms VALUES (1, '%2', 1), (2, '%2', 1);"
+                     "INSERT INTO fields VALUES (1, '%1%2', 1), (2, '%1%2', 1);",
+        {"grower 1, 'Smith'",
+         "grower 2, 'Jones'",
+         "farm 1, '%2', 1",
+         "farm 2, '%2_2', 1",
+         "field 1, '%1%2', 1",
+         "field 2, '%1%2_2', 1"});
+    // Each of the two growers reads as grower 0: the second finds no equals any more.
+    row("farms of growers whose id is NULL",
+        "CREATE TABLE growers (id INTEGER, displayName TEXT);" + QByteArray(farms) + fields +
+            "INSERT INTO growers VALUES (NULL, 'A'), (NULL, 'B');"
+            "INSERT INTO farms VALUES (1, 'Home', 0), (2, 'Home', 0), (3, 'Home', NULL);",
+        {"grower NULL, 'A'",
+         "grower NULL, 'B'",
+         "farm 1, 'Home', 0",
+         "farm 2, 'Home_2', 0",
+         "farm 3, 'Home', NULL"});
+    row("a reference that is no number reads as none",
+        twoGrowers + "INSERT INTO farms VALUES (1, 'Home', 'x'), (2, 'Home', 'x'), "
+                     "(3, 'Home', 1.5), (4, 'Home', 1.5), (5, 'Home', '1'), (6, 'Home', 1.0);",
+        {"grower 1, 'Smith'",
+         "grower 2, 'Jones'",
+         "farm 1, 'Home', 'x'",
+         "farm 2, 'Home', 'x'",
+         "farm 3, 'Home', 1.5",
+         "farm 4, 'Home', 1.5",
+         "farm 5, 'Home', 1",
+         "farm 6, 'Home_2', 1"});
+    row("quotes stop neither the farms of a grower nor the fields of a farm",
+        tables + "INSERT INTO growers VALUES (1, 'O''Brien');"
+                 "INSERT INTO farms VALUES (1, 'Bull''s', 1), (2, 'Home', 1), (3, 'Home', 1);"
+                 "INSERT INTO fields VALUES (1, 'Fox''s', 1), (2, 'North', 1), (3, 'North', 1);",
+        {"grower 1, 'O''Brien'",
+         "farm 1, 'Bull''s', 1",
+         "farm 2, 'Home', 1",
+         "farm 3, 'Home_2', 1",
+         "field 1, 'Fox''s', 1",
+         "field 2, 'North', 1",
+         "field 3, 'North_2', 1"},
+        "Query for duplicate grower names failed\n"
+        "Query for duplicate farm names failed\n"
+        "Query for duplicate field names failed\n");
+    row("refused updates of farms and fields",
+        twoGrowers + "INSERT INTO farms VALUES (1, 'Home', 1), (2, 'Home', 1), (3, 'Hill', 2);"
+                     "INSERT INTO fields VALUES (1, 'North', 3), (2, 'North', 3), (3, 'North', 3);"
+                     "CREATE TRIGGER farmRefusal BEFORE UPDATE ON farms "
+                     "BEGIN SELECT RAISE(ABORT, 'refused'); END;"
+                     "CREATE TRIGGER fieldRefusal BEFORE UPDATE ON fields WHEN OLD.id = 2 "
+                     "BEGIN SELECT RAISE(ABORT, 'refused'); END;",
+        {"grower 1, 'Smith'",
+         "grower 2, 'Jones'",
+         "farm 1, 'Home', 1",
+         "farm 2, 'Home', 1",
+         "farm 3, 'Hill', 2",
+         "field 1, 'North', 3",
+         "field 2, 'North', 3",
+         "field 3, 'North_3', 3"},
+        "Failed to rename farm: Home\n"
+        "Failed to rename farm: Home\n"
+        "Failed to rename field: North\n"
+        "Failed to rename field: North\n");
+    row("no growers: farms are not looked at",
+        QByteArray(farms) + fields + "INSERT INTO farms VALUES (1, 'Home', 1), (2, 'Home', 1);",
+        {"farm 1, 'Home', 1", "farm 2, 'Home', 1"},
+        "Query for grower displaynames failed\n");
+    row("growers without names: farms are not looked at",
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY);" + QByteArray(farms) + fields +
+            "INSERT INTO growers VALUES (1);"
+            "INSERT INTO farms VALUES (1, 'Home', 1), (2, 'Home', 1);",
+        {"grower 1", "farm 1, 'Home', 1", "farm 2, 'Home', 1"},
+        "Query for grower displaynames failed\n");
+    row("no farms: growers are renamed all the same",
+        QByteArray(growers) + fields + "INSERT INTO growers VALUES (1, 'Smith'), (2, 'Smith');",
+        {"grower 1, 'Smith'", "grower 2, 'Smith_2'"},
+        "Query for farms of the grower failed\n"
+        "Query for farms of the grower failed\n");
+    row("farms without growers: growers are renamed all the same",
+        QByteArray(growers) + fields +
+            "CREATE TABLE farms (id INTEGER PRIMARY KEY, displayName TEXT);"
+            "INSERT INTO growers VALUES (1, 'Smith'), (2, 'Smith');"
+            "INSERT INTO farms VALUES (1, 'Home'), (2, 'Home');",
+        {"grower 1, 'Smith'", "grower 2, 'Smith_2'", "farm 1, 'Home'", "farm 2, 'Home'"},
+        "Query for farms of the grower failed\n"
+        "Query for farms of the grower failed\n");
+    row("no fields: farms are renamed all the same",
+        QByteArray(growers) + farms +
+            "INSERT INTO growers VALUES (1, 'Smith');"
+            "INSERT INTO farms VALUES (1, 'Home', 1), (2, 'Home', 1), (3, 'Hill', 1);",
+        {"grower 1, 'Smith'", "farm 1, 'Home', 1", "farm 2, 'Home_2', 1", "farm 3, 'Hill', 1"},
+        "Query for fields of the farm failed\n"
+        "Query for fields of the farm failed\n"
+        "Query for fields of the farm failed\n");
+    row("fields without ids",
+        QByteArray(growers) + farms +
+            "CREATE TABLE fields (displayName TEXT, farmId INTEGER);"
+            "INSERT INTO growers VALUES (1, 'Smith');"
+            "INSERT INTO farms VALUES (1, 'Home', 1), (2, 'Home', 1);"
+            "INSERT INTO fields VALUES ('North', 1), ('North', 2);",
+        {"grower 1, 'Smith'",
+         "farm 1, 'Home', 1",
+         "farm 2, 'Home_2', 1",
+         "field 'North', 1",
+         "field 'North', 2"},
+        "Query for duplicate field names failed\n"
+        "Query for duplicate field names failed\n");
+}
+
+void DuplicateNamesTest::renameDuplicateFarmsAndFields()
+{
+    QFETCH(QByteArray, statements);
+    QFETCH(QStringList, expected);
+    QFETCH(QString, log);
+    device->sql(statements);
+    DatabaseMigrator &migrator = device->start();
+    device->takeLog();
+
+    migrator.renameDuplicateNames();
+
+    QCOMPARE(device->takeLog(), log);
+    QStringList names;
+    for (const QByteArray &table : QByteArrayList{"grower", "farm", "field"}) {
+        if (migrator.tableExists(table + "s")) {
+            names += device->rows("SELECT * FROM " + table + "s")
+                         .replaceInStrings(QRegularExpression("^"), table + " ");
+        }
+    }
+    COMPARE_LINES(names, expected);
+}
+
+void DuplicateNamesTest::renameDuplicateFiles_data()
+{
+    QTest::addColumn<QByteArray>("statements");
+    QTest::addColumn<QStringList>("expected");
+    QTest::addColumn<QString>("log");
+
+    const auto row = [](const char *sentence,
+                        const QByteArray &statements,
+                        const QStringList &expected,
+                        const QString &log = QString()) {
+        QTest::newRow(sentence) << statements << expected << log;
+    };
+
+    row("equal in type, grower, farm, field and name",
+        files + file("1", "'Plan'", "3, 1, 2, 5") + file("2", "'Plan'", "3, 1, 2, 5") +
+            file("3", "'Plan'", "3, 1, 2, 5"),
+        {"1, 'Plan'", "2, 'Plan_2'", "3, 'Plan_3'"});
+    row("different in one of them",
+        files + file("1", "'Plan'", "3, 1, 2, 5") + file("2", "'Plan'", "4, 1, 2, 5") +
+            file("3", "'Plan'", "3, 2, 2, 5") + file("4", "'Plan'", "3, 1, 1, 5") +
+            file("5", "'Plan'", "3, 1, 2, 6") + file("6", "'plan'", "3, 1, 2, 5"),
+        {"1, 'Plan'", "2, 'Plan'", "3, 'Plan'", "4, 'Plan'", "5, 'Plan'", "6, 'plan'"});
+    row("types 1 to 11 and no others",
+        files + file("1", "'A'", "0, 1, 1, 1") + file("2", "'A'", "0, 1, 1, 1") +
+            file("3", "'A'", "1, 1, 1, 1") + file("4", "'A'", "1, 1, 1, 1") +
+            file("5", "'A'", "11, 1, 1, 1") + file("6", "'A'", "11, 1, 1, 1") +
+            file("7", "'A'", "12, 1, 1, 1") + file("8", "'A'", "12, 1, 1, 1") +
+            file("9", "'A'", "-1, 1, 1, 1") + file("10", "'A'", "-1, 1, 1, 1") +
+            file("11", "'A'", "NULL, 1, 1, 1") + file("12", "'A'", "NULL, 1, 1, 1"),
+        {"1, 'A'",
+         "2, 'A'",
+         "3, 'A'",
+         "4, 'A_2'",
+         "5, 'A'",
+         "6, 'A_2'",
+         "7, 'A'",
+         "8, 'A'",
+         "9, 'A'",
+         "10, 'A'",
+         "11, 'A'",
+         "12, 'A'"});
+    row("a type that is never looked at, with a quote",
+        files + file("1", "'O''Brien'", "0, 1, 1, 1") + file("2", "'O''Brien'", "12, 1, 1, 1"),
+        {"1, 'O''Brien'", "2, 'O''Brien'"});
+    row("a name that is made here is met again in the same run",
+        files + file("1", "'A'", "3, 1, 1, 1") + file("2", "'A'", "3, 1, 1, 1") +
+            file("3", "'A_2'", "3, 1, 1, 1") + file("4", "'A_2'", "3, 1, 1, 2"),
+        {"1, 'A'", "2, 'A_2'", "3, 'A_2_2'", "4, 'A_2'"});
+    row("a file without a field has no equals",
+        files + file("1", "'A'", "3, 1, 1, NULL") + file("2", "'A'", "3, 1, 1, NULL"),
+        {"1, 'A'", "2, 'A'"});
+    row("NULL reads as 0, and finds the files of grower 0",
+        files + file("1", "'A'", "3, NULL, 1, 1") + file("2", "'A'", "3, 0, 1, 1") +
+            file("3", "'A'", "3, 0, 1, 1"),
+        {"1, 'A'", "2, 'A'", "3, 'A_2'"});
+    row("references beyond 32 bits",
+        files + file("1", "'A'", "3, 4294967297, 1, 1") + file("2", "'A'", "3, 1, 1, 1") +
+            file("3", "'A'", "3, 4294967297, 1, 1") +
+            file("4", "'A'", "3, -9223372036854775808.0, 1, 1") +
+            file("5", "'A'", "3, -9223372036854775808.0, 1, 1"),
+        {"1, 'A'", "2, 'A'", "3, 'A_2'", "4, 'A'", "5, 'A_2'"});
+    row("markers are part of a name",
+        files + file("1", "'%2%3'", "3, 1, 1, 1") + file("2", "'%2%3'", "3, 1, 1, 1"),
+        {"1, '%2%3'", "2, '%2%3_2'"});
+    row("NULL and empty names",
+        files + file("1", "NULL", "3, 1, 1, 1") + file("2", "NULL", "3, 1, 1, 1") +
+            file("3", "''", "3, 1, 1, 1") + file("4", "''", "3, 1, 1, 1"),
+        {"1, NULL", "2, NULL", "3, ''", "4, '_2'"});
+    row("a quote fails for every file that has one",
+        files + file("1", "'O''Brien'", "3, 1, 1, 1") + file("2", "'A'", "3, 1, 1, 1") +
+            file("3", "'O''Brien'", "3, 1, 1, 1") + file("4", "'A'", "3, 1, 1, 1"),
+        {"1, 'O''Brien'", "2, 'A'", "3, 'O''Brien'", "4, 'A_2'"},
+        "duplicate file query failed\n"
+        "duplicate file query failed\n");
+    // The files of type 2 are met first; each line carries the name that was refused.
+    row("refused updates, in the order of the types",
+        files + file("1", "'A'", "5, 1, 1, 1") + file("2", "'A'", "5, 1, 1, 1") +
+            file("3", "'B'", "2, 1, 1, 1") + file("4", "'B'", "2, 1, 1, 1") +
+            file("5", "'B'", "2, 1, 1, 1") +
+            "CREATE TRIGGER refusal BEFORE UPDATE ON files WHEN OLD.id <> 5 "
+            "BEGIN SELECT RAISE(ABORT, 'refused'); END;",
+        {"1, 'A'", "2, 'A'", "3, 'B'", "4, 'B'", "5, 'B_3'"},
+        "Failed to rename file B_2\n"
+        "Failed to rename file B_2\n"
+        "Failed to rename file A_2\n"
+        "Failed to rename file A_2\n");
+    row("letter case makes no difference by the column's collation",
+        QByteArray(files).replace("displayName TEXT", "displayName TEXT COLLATE NOCASE") +
+            file("1", "'Plan'", "3, 1, 1, 1") + file("2", "'PLAN'", "3, 1, 1, 1"),
+        {"1, 'Plan'", "2, 'Plan_2'"});
+    row("no files", "CREATE TABLE fileTypes (id INTEGER PRIMARY KEY);", {});
+    row("files without types",
+        "CREATE TABLE files (id INTEGER PRIMARY KEY, displayName TEXT);"
+        "INSERT INTO files VALUES (1, 'A'), (2, 'A');",
+        {"1, 'A'", "2, 'A'"});
+    row("files without growers: every statement fails",
+        QByteArray(files).replace("growerId", "ownerId") +
+            "INSERT INTO files (id, displayName, typeId) VALUES (1, 'A', 3), (2, 'B', 3);",
+        {"1, 'A'", "2, 'B'"},
+        "duplicate file query failed\n"
+        "duplicate file query failed\n");
+    row("a view in the table's place",
+        QByteArray(files).replace("TABLE files", "TABLE stored") +
+            "CREATE VIEW files AS SELECT * FROM stored;"
+            "INSERT INTO stored (id, displayName, typeId, growerId, farmId, fieldId) VALUES "
+            "(1, 'A', 3, 1, 1, 1), (2, 'A', 3, 1, 1, 1);",
+        {"1, 'A'", "2, 'A'"},
+        "Failed to rename file A_2\n"
+        "Failed to rename file A_2\n");
+    // Position 2 holds the path: it is taken for the name, here of files 2 and 3 for file 1.
+    row("another column stands where the name should",
+        "CREATE TABLE files (id INTEGER PRIMARY KEY, displayName TEXT, absolutePath TEXT, "
+        "uuid TEXT, fileSize INTEGER, typeId INTEGER, created TEXT, growerId INTEGER, "
+        "farmId INTEGER, fieldId INTEGER);"
+        "INSERT INTO files (id, displayName, absolutePath, typeId, growerId, farmId, fieldId) VALUES "
+        "(1, 'A', 'B', 3, 1, 1, 1), (2, 'B', 'C', 3, 1, 1, 1), (3, 'B', 'D', 3, 1, 1, 1), "
+        "(4, 'E', 'F', 3, 1, 1, 1), (5, 'E', 'F', 3, 1, 1, 1);",
+        {"1, 'A'", "2, 'B'", "3, 'B_2'", "4, 'E'", "5, 'E'"});
+    // File 3 looks for the grower and the farm of files 1 and 2, and they for its.
+    row("the grower and the farm have changed places",
+        "CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, displayName TEXT, "
+        "absolutePath TEXT, fileSize INTEGER, typeId INTEGER, created TEXT, farmId INTEGER, "
+        "growerId INTEGER, fieldId INTEGER);" +
+            file("1", "'A'", "3, 7, 8, 1") + file("2", "'A'", "3, 7, 8, 1") +
+            file("3", "'A'", "3, 8, 7, 1"),
+        {"1, 'A'", "2, 'A_2'", "3, 'A'"});
+    // Without a column at position 9 every field reads as 0.
+    row("the columns end before the field",
+        "CREATE TABLE files (id INTEGER PRIMARY KEY, fieldId INTEGER, displayName TEXT, "
+        "absolutePath TEXT, fileSize INTEGER, typeId INTEGER, created TEXT, growerId INTEGER, "
+        "farmId INTEGER);" +
+            file("1", "'A'", "3, 1, 1, 5") + file("2", "'A'", "3, 1, 1, 5") +
+            file("3", "'A'", "3, 1, 1, 0") + file("4", "'A'", "3, 1, 1, 0"),
+        {"1, 'A'", "2, 'A'", "3, 'A'", "4, 'A_2'"});
+}
+
+void DuplicateNamesTest::renameDuplicateFiles()
+{
+    QFETCH(QByteArray, statements);
+    QFETCH(QStringList, expected);
+    QFETCH(QString, log);
+    device->sql(statements);
+    DatabaseMigrator &migrator = device->start();
+    device->takeLog();
+
+    migrator.renameDuplicateFiles();
+
+    QCOMPARE(device->takeLog(), log);
+    COMPARE_LINES(
+        expected.isEmpty() ? QStringList() : device->rows("SELECT id, displayName FROM files"),
+        expected);
+}
+
+void DuplicateNamesTest::secondRunFindsNothingLeft()
+{
+    device->sql(QByteArray(growers) + farms + fields + files);
+    device->sql(
+        "INSERT INTO growers VALUES (1, 'A'), (2, 'A'), (3, 'A_2');"
+        "INSERT INTO farms VALUES (1, 'B', 2), (2, 'B', 2);"
+        "INSERT INTO fields VALUES (1, 'C', 2), (2, 'C', 2);" +
+        file("1", "'D'", "1, 2, 3, 4") + file("2", "'D'", "1, 2, 3, 4"));
+    DatabaseMigrator &migrator = device->start();
+    migrator.renameDuplicateFiles();
+    migrator.renameDuplicateNames();
+    const QStringList dump = device->dump();
+    QVERIFY(dump.contains("3, 'A_2_2'"));
+    device->takeLog();
+
+    migrator.renameDuplicateFiles();
+    migrator.renameDuplicateNames();
+
+    QCOMPARE(device->takeLog(), QString());
+    COMPARE_LINES(device->dump(), dump);
+}
+
+QTEST_APPLESS_MAIN(DuplicateNamesTest)
+#include "duplicate_names_test.moc"

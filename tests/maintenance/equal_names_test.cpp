@@ -1,0 +1,412 @@
+#include "maintenance/plain_walk.h"
+#include "maintenance/random_database.h"
+#include "support/scratch_device.h"
+
+#include <QSqlDatabase>
+#include <QSqlDriver>
+#include <QtTest>
+
+#include <sqlite3.h>
+
+namespace
+{
+sqlite3 *migratorsConnection()
+{
+    return *static_cast<sqlite3 *const *>(QSqlDatabase::database().driver()->handle().constData());
+}
+
+/// A database in memory, to be copied into the migrator's.
+class Template
+{
+public:
+    explicit Template(const QByteArrayList &statements)
+    {
+        sqlite3_open(":memory:", &m_handle);
+        // The migrator's connection does not know this one.
+        sqlite3_create_collation(m_handle, "unknown", SQLITE_UTF8, nullptr, compareLengths);
+        for (const QByteArray &statement : statements) {
+            sqlite3_exec(m_handle, statement, nullptr, nullptr, nullptr);
+        }
+    }
+    ~Template() { sqlite3_close(m_handle); }
+    Template(const Template &) = delete;
+    Template &operator=(const Template &) = delete;
+
+    void copy() const
+    {
+        sqlite3_backup *backup =
+            sqlite3_backup_init(migratorsConnection(), "main", m_handle, "main");
+        if (sqlite3_backup_step(backup, -1) != SQLITE_DONE ||
+            sqlite3_backup_finish(backup) != SQLITE_OK) {
+            qFatal("the database cannot be copied: %s", sqlite3_errmsg(migratorsConnection()));
+        }
+    }
+
+private:
+    static int compareLengths(void *, int size, const void *, int otherSize, const void *)
+    {
+        return size - otherSize;
+    }
+
+    sqlite3 *m_handle = nullptr;
+};
+
+/// @return every value of a query with its type, byte by byte
+QStringList rows(const QByteArray &query)
+{
+    sqlite3_stmt *statement = nullptr;
+    sqlite3_prepare_v2(migratorsConnection(), query, -1, &statement, nullptr);
+    QStringList rows;
+    while (sqlite3_step(statement) == SQLITE_ROW) {
+        QString row = query + ":";
+        for (int column = 0; column < sqlite3_column_count(statement); ++column) {
+            sqlite3_value *value = sqlite3_column_value(statement, column);
+            const int type = sqlite3_value_type(value);
+            const QByteArray bytes(
+                static_cast<const char *>(sqlite3_value_blob(value)), sqlite3_value_bytes(value));
+            row +=
+                QString(" %1:%2").arg(type).arg(QString::fromLatin1(bytes.toPercentEncoding(" '")));
+        }
+        rows << row;
+    }
+    sqlite3_finalize(statement);
+    return rows;
+}
+
+QStringList content()
+{
+    return rows("SELECT * FROM sqlite_master") + rows("SELECT * FROM growers") +
+           rows("SELECT * FROM farms") + rows("SELECT * FROM fields") + rows("SELECT * FROM files");
+}
+
+/// The tables as the device software makes them, as far as they are not there yet.
+const char *const missingTables =
+    "CREATE TABLE IF NOT EXISTS growers (id INTEGER PRIMARY KEY, displayName TEXT);"
+    "CREATE TABLE IF NOT EXISTS farms (id INTEGER PRIMARY KEY, displayName TEXT, growerId INTEGER);"
+    "CREATE TABLE IF NOT EXISTS fields (id INTEGER PRIMARY KEY, displayName TEXT, farmId INTEGER);"
+    "CREATE TABLE IF NOT EXISTS files (id INTEGER PRIMARY KEY, uuid TEXT, displayName TEXT, "
+    "absolutePath TEXT, fileSize INTEGER, typeId INTEGER, created TEXT, growerId INTEGER, "
+    "farmId INTEGER, fieldId INTEGER);";
+
+/// @return statements for a number of files, and of fields of one farm, with the same names
+QByteArray filesAndFields(int count)
+{
+    return missingTables +
+           QByteArray(
+               "INSERT INTO growers VALUES (1, 'Smith'), (2, 'Jones');"
+               "INSERT INTO farms VALUES (1, 'Home', 1), (2, 'Home', 2);"
+               "WITH RECURSIVE number(n) AS (VALUES(1) UNION ALL SELECT n + 1 FROM number WHERE n < ") +
+           QByteArray::number(count) +
+           ") INSERT INTO fields SELECT n, 'Field_' || n, 1 FROM number;"
+           "INSERT INTO files (id, displayName, typeId, growerId, farmId, fieldId) "
+           "SELECT id, displayName, 3, 1, 1, 1 FROM fields;";
+}
+
+/// @return statements that give fields, and the files of the same name, another name
+QByteArray giveName(const QByteArray &name, const QByteArray &condition)
+{
+    return "UPDATE fields SET displayName = " + name + " WHERE " + condition +
+           ";UPDATE files SET displayName = " + name + " WHERE " + condition + ";";
+}
+
+QList<int> refusedActions;
+
+/// Lets the migrator's connection look at everything and change rows, nothing more.
+int allowRowsOnly(void *, int action, const char *, const char *, const char *, const char *)
+{
+    switch (action) {
+    case SQLITE_SELECT:
+    case SQLITE_READ:
+    case SQLITE_FUNCTION:
+    case SQLITE_PRAGMA:
+    case SQLITE_UPDATE:
+        return SQLITE_OK;
+    default:
+        refusedActions << action;
+        return SQLITE_DENY;
+    }
+}
+
+int operations = 0;
+
+int countOperations(void *)
+{
+    ++operations;
+    return 0;
+}
+} // namespace
+
+class EqualNamesTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void outcomeIsThePlainWalks_data();
+    void outcomeIsThePlainWalks();
+    void oddTableIsWalkedPlainly_data();
+    void oddTableIsWalkedPlainly();
+    void damagedTableIsWalkedPlainly();
+    void databaseIsNotWrittenWithNothingToDo();
+    void nothingIsCreated_data();
+    void nothingIsCreated();
+    void costGrowsWithTheRows_data();
+    void costGrowsWithTheRows();
+};
+
+void EqualNamesTest::outcomeIsThePlainWalks_data()
+{
+    const int cases = qEnvironmentVariableIsSet("CAMPAIGN") ? 20'000 : 1'000;
+
+    QTest::addColumn<QByteArray>("encoding");
+    QTest::addColumn<int>("cases");
+    QTest::newRow("UTF-8, as on every device") << QByteArray("UTF-8") << cases;
+    QTest::newRow("UTF-16") << QByteArray("UTF-16le") << cases / 10;
+}
+
+void EqualNamesTest::outcomeIsThePlainWalks()
+{
+    QFETCH(QByteArray, encoding);
+    QFETCH(int, cases);
+    const QByteArray setEncoding = "PRAGMA encoding = '" + encoding + "'";
+    ScratchDevice device;
+    device.sql(setEncoding + "; CREATE TABLE first (id)");
+    DatabaseMigrator &migrator = device.start();
+    QSqlQuery("PRAGMA synchronous = OFF");
+    QSqlQuery("PRAGMA journal_mode = MEMORY");
+    QSqlQuery("PRAGMA locking_mode = EXCLUSIVE");
+    device.takeLog();
+
+    for (int seed = 1; seed <= cases; ++seed) {
+        const QByteArrayList statements = QByteArrayList{setEncoding} + randomDatabase(seed);
+        const Template database(statements);
+        database.copy();
+        PlainWalk walk;
+        walk.renameDuplicateFiles();
+        walk.renameDuplicateNames();
+        const QStringList expected = content() + walk.log.split('\n');
+
+        database.copy();
+        migrator.renameDuplicateFiles();
+        migrator.renameDuplicateNames();
+        const QStringList actual = content() + device.takeLog().split('\n');
+        if (actual != expected) {
+            qWarning(
+                "seed %d\n%s;\n%s",
+                seed,
+                statements.join(";\n").constData(),
+                differenceOf(actual, expected).constData());
+            QFAIL("The outcome is not the plain walk's.");
+        }
+    }
+}
+
+void EqualNamesTest::oddTableIsWalkedPlainly_data()
+{
+    QTest::addColumn<QByteArray>("statements");
+
+    QTest::newRow("a view of a table with texts and one with integers")
+        << QByteArray("CREATE TABLE texts (id INTEGER PRIMARY KEY, displayName TEXT);"
+                      "CREATE TABLE integers (id INTEGER PRIMARY KEY, displayName INTEGER);"
+                      "INSERT INTO texts VALUES (1, '5');"
+                      "INSERT INTO integers VALUES (2, 5);"
+                      "CREATE VIEW growers AS SELECT * FROM texts UNION ALL "
+                      "SELECT * FROM integers;");
+    QTest::newRow("a generated column, which counts for the positions alone") << QByteArray(
+        "CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, label TEXT AS ('B'), "
+        "displayName TEXT, absolutePath TEXT, fileSize INTEGER, typeId INTEGER, "
+        "growerId INTEGER, farmId INTEGER, fieldId INTEGER);"
+        "INSERT INTO files (id, displayName, fileSize, typeId, growerId, farmId, fieldId)"
+        "VALUES (1, 'A', 3, 3, 1, 1, 1), (2, 'B', 9, 3, 1, 1, 1), "
+        "(3, 'B', 9, 3, 1, 1, 1);");
+    QTest::newRow("names that become integers, and a BLOB that is looked for as one")
+        << QByteArray("CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName CHARINT);"
+                      "INSERT INTO growers VALUES (1, x'2031'), (2, 1), (3, 1);");
+    QTest::newRow("names that become numbers, and a BLOB that is looked for as one")
+        << QByteArray("CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName NUMERIC);"
+                      "INSERT INTO growers VALUES (1, x'2031'), (2, 1), (3, 1);");
+    QTest::newRow("types that are texts, of which 3 is not between 1 and 11")
+        << QByteArray("CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, displayName TEXT, "
+                      "absolutePath TEXT, fileSize INTEGER, typeId TEXT, created TEXT, "
+                      "growerId INTEGER, farmId INTEGER, fieldId INTEGER);"
+                      "INSERT INTO files (id, displayName, typeId, growerId, farmId, fieldId)"
+                      "VALUES (1, 'A', 3, 1, 1, 1), (2, 'A', 3, 1, 1, 1);");
+    // Farm 2.5 is renamed as farm 3, which belongs to the grower whose farm 4 then has an equal.
+    QTest::newRow("an id that is no integer and stands for that of another row")
+        << QByteArray("CREATE TABLE farms (id INT PRIMARY KEY, displayName TEXT, growerId INTEGER);"
+                      "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
+                      "INSERT INTO growers VALUES (1, 'C'), (2, 'D');"
+                      "INSERT INTO farms VALUES (1, 'A', 1), (2.5, 'A', 1), (3, 'B', 2), "
+                      "(4, 'A_2', 2);");
+    QTest::newRow("two rows with one id, in a table with another key")
+        << QByteArray("CREATE TABLE farms (id INTEGER, displayName TEXT, growerId INTEGER, "
+                      "rank INTEGER PRIMARY KEY);"
+                      "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
+                      "INSERT INTO growers VALUES (1, 'C'), (2, 'D');"
+                      "INSERT INTO farms VALUES (1, 'A', 1, 1), (2, 'A', 1, 2), (2, 'B', 2, 3), "
+                      "(3, 'A_2', 2, 4);");
+    QTest::newRow("names that follow those of another table")
+        << QByteArray("CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT, notes TEXT, "
+                      "UNIQUE (displayName, notes));"
+                      "CREATE TABLE farms (id INTEGER PRIMARY KEY, displayName TEXT, "
+                      "growerId INTEGER, notes TEXT, FOREIGN KEY (displayName, notes) "
+                      "REFERENCES growers (displayName, notes) ON UPDATE CASCADE);"
+                      "INSERT INTO growers VALUES (1, 'A', 'm'), (2, 'A', 'n');"
+                      "INSERT INTO farms VALUES (1, 'A', 2, 'n'), (2, 'A_2', 2, NULL);");
+    QTest::newRow("a trigger that changes the names of another table")
+        << QByteArray("CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
+                      "CREATE TABLE farms (id INTEGER PRIMARY KEY, displayName TEXT, "
+                      "growerId INTEGER);"
+                      "CREATE TRIGGER follow AFTER UPDATE ON growers "
+                      "BEGIN UPDATE farms SET displayName = 'B' WHERE id = 1; END;"
+                      "INSERT INTO growers VALUES (1, 'A'), (2, 'A');"
+                      "INSERT INTO farms VALUES (1, 'A', 2), (2, 'B', 2);");
+}
+
+void EqualNamesTest::oddTableIsWalkedPlainly()
+{
+    QFETCH(QByteArray, statements);
+    ScratchDevice device;
+    device.recordVersion(34);
+    DatabaseMigrator &migrator = device.start();
+    device.takeLog();
+    const Template database(QByteArrayList{statements + missingTables});
+    database.copy();
+    const QStringList before = content();
+    PlainWalk walk;
+    walk.renameDuplicateFiles();
+    walk.renameDuplicateNames();
+    const QStringList after = content();
+    QVERIFY(after != before || !walk.log.isEmpty());
+
+    database.copy();
+    migrator.renameDuplicateFiles();
+    migrator.renameDuplicateNames();
+
+    QCOMPARE(device.takeLog(), walk.log);
+    COMPARE_LINES(content(), after);
+}
+
+/// The quote makes it unnecessary to look for equal fields before they are read.
+void EqualNamesTest::damagedTableIsWalkedPlainly()
+{
+    ScratchDevice device;
+    device.recordVersion(34);
+    device.sql(
+        "PRAGMA page_size = 512; VACUUM;" + filesAndFields(400) +
+        "UPDATE fields SET displayName = 'O''Brien' WHERE id = 1;"
+        "UPDATE fields SET farmId = 2 WHERE id > 350;");
+    QByteArray file = device.readFile(device.databasePath);
+    const int damage = file.indexOf("Field_300");
+    QVERIFY(damage > 0);
+    file.replace(damage / 512 * 512, 512, QByteArray(512, 'x'));
+    device.writeFile(device.databasePath, file);
+    DatabaseMigrator &migrator = device.start();
+    device.takeLog();
+    PlainWalk walk;
+    walk.renameDuplicateNames();
+    QCOMPARE(
+        walk.log,
+        QString("Query for duplicate field names failed\n"
+                "Query for fields of the farm failed\n"));
+
+    migrator.renameDuplicateNames();
+
+    QCOMPARE(device.takeLog(), walk.log);
+    QCOMPARE(device.readFile(device.databasePath), file);
+}
+
+void EqualNamesTest::databaseIsNotWrittenWithNothingToDo()
+{
+    ScratchDevice device;
+    device.recordVersion(34);
+    device.sql(filesAndFields(100) + giveName("'O''Brien'", "id = 7"));
+    DatabaseMigrator &migrator = device.start();
+    const QByteArray file = device.readFile(device.databasePath);
+
+    migrator.renameDuplicateFiles();
+    migrator.renameDuplicateNames();
+
+    QCOMPARE(device.readFile(device.databasePath), file);
+}
+
+void EqualNamesTest::nothingIsCreated_data()
+{
+    QTest::addColumn<QByteArray>("statements");
+    QTest::newRow("nothing to do") << QByteArray();
+    QTest::newRow("names that fail") << giveName("'O''Brien'", "id IN (1, 5)");
+    QTest::newRow("names to change") << giveName("'A'", "id IN (2, 5, 9)");
+    QTest::newRow("names to change, with an index")
+        << giveName("'A'", "id IN (2, 5, 9)") + "CREATE INDEX filesByType ON files (typeId);";
+    QTest::newRow("names to change, with a trigger")
+        << giveName("'A'", "id IN (2, 5, 9)") +
+               "CREATE TRIGGER idle AFTER UPDATE ON files BEGIN SELECT 1; END;";
+}
+
+void EqualNamesTest::nothingIsCreated()
+{
+    QFETCH(QByteArray, statements);
+    ScratchDevice device;
+    device.recordVersion(34);
+    device.sql(filesAndFields(50) + statements);
+    DatabaseMigrator &migrator = device.start();
+    refusedActions.clear();
+    sqlite3_set_authorizer(migratorsConnection(), allowRowsOnly, nullptr);
+
+    migrator.renameDuplicateFiles();
+    migrator.renameDuplicateNames();
+
+    QCOMPARE(refusedActions, QList<int>());
+    for (const QByteArray &table : QByteArrayList{"fields", "files"}) {
+        COMPARE_LINES(
+            device.rows(
+                "SELECT displayName, count(*) FROM " + table +
+                " WHERE displayName NOT LIKE '%''%' GROUP BY 1 HAVING count(*) > 1"),
+            QStringList());
+    }
+}
+
+void EqualNamesTest::costGrowsWithTheRows_data()
+{
+    QTest::addColumn<QByteArray>("statements");
+    QTest::newRow("nothing to do") << QByteArray();
+    QTest::newRow("one pair") << giveName("'A'", "id IN (2, 250)");
+    QTest::newRow("1 in 100") << giveName("'Field_' || (id + 1)", "id % 100 = 1");
+    QTest::newRow("a name that fails") << giveName("'O''Brien'", "id = 100");
+    QTest::newRow("a name that fails, with indexes")
+        << giveName("'O''Brien'", "id = 100") +
+               "CREATE INDEX filesByType ON files (typeId, displayName);"
+               "CREATE INDEX filesByField ON files (fieldId);"
+               "CREATE INDEX fieldsByFarm ON fields (farmId);";
+    QTest::newRow("nothing to do, with triggers")
+        << QByteArray("CREATE TRIGGER nothingInFiles AFTER UPDATE ON files BEGIN SELECT 1; END;"
+                      "CREATE TRIGGER nothingInFields AFTER UPDATE ON fields BEGIN SELECT 1; END;");
+    QTest::newRow("a name that finds every row") << giveName("'x'' OR ''1''=''1'", "id = 100");
+    QTest::newRow("everything equal") << giveName("'A'", "true");
+}
+
+/// Ten times the rows: at most thirteen times the work, where every row of a plain walk would
+/// bring a hundred times.
+void EqualNamesTest::costGrowsWithTheRows()
+{
+    QFETCH(QByteArray, statements);
+    QList<int> costs;
+    for (const int count : {300, 3000}) {
+        ScratchDevice device;
+        device.recordVersion(34);
+        device.sql(filesAndFields(count) + statements);
+        DatabaseMigrator &migrator = device.start();
+        QSqlQuery("PRAGMA synchronous = OFF");
+        operations = 0;
+        sqlite3_progress_handler(migratorsConnection(), 1, countOperations, nullptr);
+
+        migrator.renameDuplicateFiles();
+        migrator.renameDuplicateNames();
+        costs << operations;
+    }
+    QVERIFY2(
+        costs[1] <= 13 * costs[0],
+        QByteArray::number(costs[0]) + ", then " + QByteArray::number(costs[1]));
+}
+
+QTEST_APPLESS_MAIN(EqualNamesTest)
+#include "equal_names_test.moc"

@@ -1,0 +1,749 @@
+#include "support/step_test.h"
+
+#include <QSqlDatabase>
+#include <QtTest>
+
+#include <sqlite3.h>
+
+namespace
+{
+using M = DatabaseMigrator;
+
+/// A version that adds one column.
+const struct {
+    int version;
+    Step update;
+    Probe applied;
+    QByteArray table;
+    QByteArray column;
+    QByteArray type;
+    QByteArray value; ///< what every row gets
+    QStringList successLog;
+    QStringList failureLog; ///< behind what the toolkit logs
+    int versionAfterFailure;
+} addedColumns[] = {
+    {3,
+     &M::updateToVersion3,
+     &M::getUpdate3Applied,
+     "ombrixMasterSettings",
+     "ombrixEnabled",
+     "BOOLEAN DEFAULT 1",
+     "1",
+     {"Database migration to version 3 completed successfully!"},
+     {"Database migration to version 3 failed! Error was: "},
+     versionUnmoved},
+    {4,
+     &M::updateToVersion4,
+     &M::getUpdate4Applied,
+     "systemControl",
+     "languageSelected",
+     "BOOLEAN DEFAULT 0",
+     "0",
+     {"Database migration to version 4 completed successfully!"},
+     {},
+     versionUnmoved},
+    {5,
+     &M::updateToVersion5,
+     &M::getUpdate5Applied,
+     "MC_EquipmentSection",
+     "fence",
+     "INTEGER DEFAULT 0",
+     "0",
+     {"Database migration to version 5 completed successfully!"},
+     {},
+     versionUnmoved},
+    {6,
+     &M::updateToVersion6,
+     &M::getUpdate6Applied,
+     "MC_EquipmentSectionGroup",
+     "isoNodeName",
+     "TEXT",
+     "''",
+     {"Database migration to version 6 completed successfully!"},
+     {"Database migration to version 6 completed successfully!"},
+     6},
+    {8,
+     &M::updateToVersion8,
+     &M::getUpdate8Applied,
+     "userProfiles",
+     "decimalMark",
+     "VARCHAR(1)",
+     "'.'",
+     {"Database migration to version 8 completed successfully!"},
+     {"Database migration to version 8 completed successfully!"},
+     8},
+};
+
+/// A version whose column goes when it is reverted.
+const struct {
+    int version;
+    Step revert;
+    QByteArray table;
+    QByteArray column;
+} droppedColumns[] = {
+    {3, &M::revertFromVersion3, "ombrixMasterSettings", "ombrixEnabled"},
+    {4, &M::revertFromVersion4, "systemControl", "languageSelected"},
+    {5, &M::revertFromVersion5, "MC_EquipmentSection", "fence"},
+};
+
+// What versions 6 to 10 find, with a row or two in each table.
+const QByteArray tablesOfVersions6To10 =
+    "CREATE TABLE MC_EquipmentSectionGroup (id INTEGER PRIMARY KEY);"
+    "CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, displayName TEXT, absolutePath TEXT);"
+    "CREATE TABLE OutgoingFiles (id INTEGER PRIMARY KEY);"
+    "CREATE TABLE IncomingFiles (id INTEGER PRIMARY KEY);"
+    "CREATE TABLE FileTransferHistory (id INTEGER PRIMARY KEY);"
+    "CREATE TABLE systemFiles (id INTEGER PRIMARY KEY);"
+    "CREATE TABLE userProfiles (id INTEGER PRIMARY KEY);"
+    "CREATE TABLE MC_MachineSystem (id INTEGER PRIMARY KEY, lastUsedConfigId INTEGER);"
+    "CREATE TABLE boomCapacity (id INTEGER PRIMARY KEY, machineId INTEGER, sectionGroupName TEXT);"
+    "INSERT INTO MC_EquipmentSectionGroup VALUES(1);"
+    "INSERT INTO files VALUES(1, NULL, NULL, '/data/userFiles/a.pdf');"
+    "INSERT INTO OutgoingFiles VALUES(1);"
+    "INSERT INTO IncomingFiles VALUES(1);"
+    "INSERT INTO FileTransferHistory VALUES(1);"
+    "INSERT INTO systemFiles VALUES(1);"
+    "INSERT INTO userProfiles VALUES(1);"
+    "INSERT INTO MC_MachineSystem VALUES(1, NULL), (2, 5);"
+    "INSERT INTO boomCapacity VALUES(1, 2, 'Boom');";
+} // namespace
+Q_DECLARE_METATYPE(Step)
+Q_DECLARE_METATYPE(Probe)
+
+class Versions3To10Test : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init() { device = std::make_unique<ScratchDevice>(); }
+    void cleanup() { device.reset(); }
+
+    void updateThatAddsAColumn_data();
+    void updateThatAddsAColumn();
+    void updateThatCannotFillItsColumn_data();
+    void updateThatCannotFillItsColumn();
+    void revertThatDropsAColumn_data();
+    void revertThatDropsAColumn();
+    void updateToVersion7_data();
+    void updateToVersion7() { checkStep(*device, &M::updateToVersion7); }
+    void updateToVersion7GoesInOrder();
+    void updateToVersion9_data();
+    void updateToVersion9() { checkStep(*device, &M::updateToVersion9); }
+    void updateToVersion10_data();
+    void updateToVersion10() { checkStep(*device, &M::updateToVersion10); }
+    void revertFromVersions6To10_data();
+    void revertFromVersions6To10();
+    void secondRun_data();
+    void secondRun();
+    void backFrom10To5AndForwardAgain();
+    void probes_data();
+    void probes();
+    void stepsOnAClosedConnection_data();
+    void stepsOnAClosedConnection();
+    void probesOnAClosedConnection();
+
+private:
+    std::unique_ptr<ScratchDevice> device;
+};
+
+void Versions3To10Test::updateThatAddsAColumn_data()
+{
+    QTest::addColumn<Step>("step");
+    QTest::addColumn<StepRun>("run");
+
+    for (const auto &added : addedColumns) {
+        const QByteArray table = "CREATE TABLE " + added.table + " (id INTEGER PRIMARY KEY, a TEXT";
+        const QByteArray insert = ";INSERT INTO " + added.table + " VALUES";
+        QTest::addRow("version %d: every row gets the value", added.version)
+            << added.update
+            << StepRun{
+                   table + ")" + insert + "(1, 'Süd'), (7, NULL)",
+                   added.successLog,
+                   added.version,
+                   {table + ", " + added.column + " " + added.type + ")",
+                    added.table,
+                    "1, 'Süd', " + added.value,
+                    "7, NULL, " + added.value}};
+        QTest::addRow("version %d: a column that is there keeps its values", added.version)
+            << added.update
+            << StepRun{
+                   table + ", " + added.column + " TEXT)" + insert + "(1, '', 'x'), (2, '', NULL)",
+                   addedBefore(added.column, added.table) + added.failureLog,
+                   added.versionAfterFailure,
+                   {table + ", " + added.column + " TEXT)",
+                    added.table,
+                    "1, '', 'x'",
+                    "2, '', NULL"}};
+        QTest::addRow("version %d: the column is there in another letter case", added.version)
+            << added.update
+            << StepRun{
+                   table + ", " + added.column.toUpper() + ")" + insert + "(1, '', 'x')",
+                   addedBefore(added.column, added.table) + added.failureLog,
+                   added.versionAfterFailure,
+                   {table + ", " + added.column.toUpper() + ")", added.table, "1, '', 'x'"}};
+        QTest::addRow("version %d: there is no table", added.version)
+            << added.update
+            << StepRun{
+                   "",
+                   addedToNothing(added.column, added.table) + added.failureLog,
+                   added.versionAfterFailure,
+                   {}};
+    }
+}
+
+void Versions3To10Test::updateThatAddsAColumn()
+{
+    QFETCH(Step, step);
+    checkStep(*device, step);
+}
+
+void Versions3To10Test::updateThatCannotFillItsColumn_data()
+{
+    const QByteArray groups = "CREATE TABLE MC_EquipmentSectionGroup (id INTEGER PRIMARY KEY";
+    const QByteArray profiles = "CREATE TABLE userProfiles (id INTEGER PRIMARY KEY";
+
+    QTest::addColumn<Step>("step");
+    QTest::addColumn<StepRun>("run");
+
+    QTest::newRow("version 6 succeeds")
+        << Step(&M::updateToVersion6)
+        << StepRun{
+               groups + ");INSERT INTO MC_EquipmentSectionGroup VALUES(1)",
+               {"Database migration to version 6 completed successfully!"},
+               6,
+               {groups + ", isoNodeName TEXT)", "MC_EquipmentSectionGroup", "1, NULL"},
+               {{SQLITE_UPDATE, "MC_EquipmentSectionGroup"}}};
+    QTest::newRow("version 8 succeeds")
+        << Step(&M::updateToVersion8)
+        << StepRun{
+               profiles + ");INSERT INTO userProfiles VALUES(1)",
+               {"Database migration to version 8 completed successfully!"},
+               8,
+               {profiles + ", decimalMark VARCHAR(1))", "userProfiles", "1, NULL"},
+               {{SQLITE_UPDATE, "userProfiles"}}};
+}
+
+void Versions3To10Test::updateThatCannotFillItsColumn()
+{
+    QFETCH(Step, step);
+    checkStep(*device, step);
+}
+
+void Versions3To10Test::revertThatDropsAColumn_data()
+{
+    QTest::addColumn<Step>("step");
+    QTest::addColumn<StepRun>("run");
+
+    for (const auto &[version, revert, table, column] : droppedColumns) {
+        const QByteArray create = "CREATE TABLE " + table + " (id INTEGER PRIMARY KEY, a TEXT";
+        const QByteArray rebuilt =
+            "CREATE TABLE \"" + table + "\" (id INTEGER , a TEXT , PRIMARY KEY(id) )";
+        const QByteArray copy = "CREATE TABLE " + table + "_temp (b)";
+        QTest::addRow("version %d: the column goes, the rows stay", version)
+            << revert
+            << StepRun{
+                   create + ", " + column + ");INSERT INTO " + table +
+                       " VALUES(1, 'Süd', 1), (7, NULL, 0)",
+                   {},
+                   version - 1,
+                   {rebuilt, table, "1, 'Süd'", "7, NULL"}};
+        QTest::addRow("version %d: without the column the table is rebuilt as well", version)
+            << revert
+            << StepRun{
+                   create + ");INSERT INTO " + table + " VALUES(1, 'Süd')",
+                   {},
+                   version - 1,
+                   {rebuilt, table, "1, 'Süd'"}};
+        QTest::addRow("version %d: a copy was left behind", version)
+            << revert
+            << StepRun{
+                   create + ", " + column + ");" + copy,
+                   columnStays(column, table, copyInTheWay(table)),
+                   versionUnmoved,
+                   {create + ", " + column + ")", copy, table, table + "_temp"}};
+        QTest::addRow("version %d: there is no table", version)
+            << revert
+            << StepRun{"", columnStays(column, table, rebuildRefused), versionUnmoved, {}};
+    }
+}
+
+void Versions3To10Test::revertThatDropsAColumn()
+{
+    QFETCH(Step, step);
+    checkStep(*device, step);
+}
+
+void Versions3To10Test::updateToVersion7_data()
+{
+    const QByteArray files = "CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, "
+                             "displayName TEXT, absolutePath TEXT, fileSize INTEGER)";
+    const QByteArray outgoing = "CREATE TABLE OutgoingFiles (id INTEGER PRIMARY KEY, path TEXT)";
+    const QByteArray incoming = "CREATE TABLE IncomingFiles (id INTEGER PRIMARY KEY, path TEXT)";
+    const QByteArray history = "CREATE TABLE FileTransferHistory (id INTEGER PRIMARY KEY)";
+    const QByteArray system = "CREATE TABLE systemFiles (id INTEGER PRIMARY KEY)";
+
+    const QByteArray oneFile = files + ";INSERT INTO files VALUES(1, '', '', '/userFiles/a', 12);";
+    const QByteArray oneOutgoing = outgoing + ";INSERT INTO OutgoingFiles VALUES(1, '/a');";
+    const QByteArray oneIncoming = incoming + ";INSERT INTO IncomingFiles VALUES(1, '/b');";
+    const QByteArray oneTransfer = history + ";INSERT INTO FileTransferHistory VALUES(1);";
+    const QByteArray oneSystemFile = system + ";INSERT INTO systemFiles VALUES(1);";
+    const QByteArray transfers = oneOutgoing + oneIncoming + oneTransfer + oneSystemFile;
+
+    const QStringList succeeded = {"Database migration to version 7 completed successfully!"};
+    const QStringList tables = {files, outgoing, incoming, history};
+    const QString fileMoved = "1, '', '', '/usr/bin/harlo/userFiles/a', 12";
+    const QStringList noTransfers = {"OutgoingFiles", "IncomingFiles", "FileTransferHistory"};
+
+    QTest::addColumn<StepRun>("run");
+
+    QTest::newRow("paths move, transfers start afresh, the system files go") << StepRun{
+        files +
+            ";INSERT INTO files VALUES"
+            "(1, 'u1', 'a', '/data/x/userFiles/a.pdf', 12),"
+            "(2, 'u2', 'b', '/mnt/backup/b.pdf', NULL),"
+            "(3, 'u3', 'c', 'c.pdf', 0),"
+            "(4, NULL, NULL, NULL, NULL),"
+            "(5, 'u5', 'e', '/data/userfiles/UserFiles/e.pdf', 5),"
+            "(6, 'u6', 'f', '/userFiles/old/userFiles/f.pdf', 6),"
+            "(7, 'u7', 'g', '/usr/bin/harlo/userFiles/g.pdf', 7),"
+            "(8, 'u8', 'h', 'backupuserFiles.zip', 8),"
+            "(9, 'u9', 'Поле № 1', '/data/Süd %2/userFiles/Поле %1 %2 %%.shp', 9),"
+            "(-10, 'u10', '', '', 10);" +
+            transfers,
+        succeeded,
+        7,
+        tables +
+            QStringList{
+                "files",
+                "-10, 'u10', '', '/usr/bin/harlo/', 10",
+                "1, 'u1', 'a', '/usr/bin/harlo/userFiles/a.pdf', 12",
+                "2, 'u2', 'b', '/usr/bin/harlo//mnt/backup/b.pdf', NULL",
+                "3, 'u3', 'c', '/usr/bin/harlo/c.pdf', 0",
+                "4, NULL, NULL, '/usr/bin/harlo/', NULL",
+                "5, 'u5', 'e', '/usr/bin/harlo//data/userfiles/UserFiles/e.pdf', 5",
+                "6, 'u6', 'f', '/usr/bin/harlo/userFiles/old/userFiles/f.pdf', 6",
+                "7, 'u7', 'g', '/usr/bin/harlo/userFiles/g.pdf', 7",
+                "8, 'u8', 'h', '/usr/bin/harlo/userFiles.zip', 8",
+                "9, 'u9', 'Поле № 1', '/usr/bin/harlo/userFiles/Поле %1 %2 %%.shp', 9"} +
+            noTransfers};
+    QTest::newRow("empty tables") << StepRun{
+        files + ";" + outgoing + ";" + incoming + ";" + history + ";" + system,
+        succeeded,
+        7,
+        tables + QStringList("files") + noTransfers};
+    QTest::newRow("number and path are read by position, written by name") << StepRun{
+        "CREATE TABLE files (number INTEGER, id INTEGER, absolutePath TEXT, source TEXT);"
+        "INSERT INTO files VALUES(1, 2, 'a', '/userFiles/1'), (2, 1, 'b', '/userFiles/2'),"
+        "('none', 0, 'c', '/userFiles/3'), (9007199254740993, 9007199254740993, 'd', '/4');" +
+            transfers,
+        succeeded,
+        7,
+        QStringList{
+            "CREATE TABLE files (number INTEGER, id INTEGER, absolutePath TEXT, source TEXT)",
+            outgoing,
+            incoming,
+            history,
+            "files",
+            "1, 2, '/usr/bin/harlo/userFiles/2', '/userFiles/1'",
+            "2, 1, '/usr/bin/harlo/userFiles/1', '/userFiles/2'",
+            "'none', 0, '/usr/bin/harlo/userFiles/3', '/userFiles/3'",
+            "9007199254740993, 9007199254740993, '/usr/bin/harlo//4', '/4'"} +
+            noTransfers};
+    QTest::newRow("a row that an earlier one has changed is read as changed") << StepRun{
+        "CREATE TABLE files (id INTEGER, uuid TEXT, displayName TEXT, absolutePath TEXT);"
+        "INSERT INTO files VALUES(1, 'u1', 'a', '/userFiles/a'), (1, 'u2', 'b', '/b');" +
+            transfers,
+        succeeded,
+        7,
+        QStringList{
+            "CREATE TABLE files (id INTEGER, uuid TEXT, displayName TEXT, absolutePath TEXT)",
+            outgoing,
+            incoming,
+            history,
+            "files",
+            "1, 'u1', 'a', '/usr/bin/harlo/userFiles/a'",
+            "1, 'u2', 'b', '/usr/bin/harlo/userFiles/a'"} +
+            noTransfers};
+
+    // From here on something fails: the rest is done all the same, nothing is logged.
+    QTest::newRow("a path holds a quote") << StepRun{
+        oneFile +
+            "INSERT INTO files VALUES"
+            "(2, '', '', '/userFiles/O''Neill', NULL), (3, '', '', '/userFiles/c', 0);" +
+            transfers,
+        {},
+        versionUnmoved,
+        tables +
+            QStringList{
+                "files",
+                fileMoved,
+                "2, '', '', '/userFiles/O''Neill', NULL",
+                "3, '', '', '/usr/bin/harlo/userFiles/c', 0"} +
+            noTransfers};
+    QTest::newRow("the files have no table") << StepRun{
+        transfers,
+        {},
+        versionUnmoved,
+        {outgoing, incoming, history, "OutgoingFiles", "IncomingFiles", "FileTransferHistory"}};
+    QTest::newRow("the outgoing files have no table") << StepRun{
+        oneFile + oneIncoming + oneTransfer + oneSystemFile,
+        {},
+        versionUnmoved,
+        {files, incoming, history, "files", fileMoved, "IncomingFiles", "FileTransferHistory"}};
+    QTest::newRow("the incoming files have no table") << StepRun{
+        oneFile + oneOutgoing + oneTransfer + oneSystemFile,
+        {},
+        versionUnmoved,
+        {files, outgoing, history, "files", fileMoved, "OutgoingFiles", "FileTransferHistory"}};
+    QTest::newRow("the history has no table") << StepRun{
+        oneFile + oneOutgoing + oneIncoming + oneSystemFile,
+        {},
+        versionUnmoved,
+        {files, outgoing, incoming, "files", fileMoved, "OutgoingFiles", "IncomingFiles"}};
+    QTest::newRow("the system files have no table") << StepRun{
+        oneFile + oneOutgoing + oneIncoming + oneTransfer,
+        {},
+        versionUnmoved,
+        tables + QStringList{"files", fileMoved} + noTransfers};
+    QTest::newRow("there is no table at all") << StepRun{"", {}, versionUnmoved, {}};
+}
+
+void Versions3To10Test::updateToVersion7GoesInOrder()
+{
+    device->sql(
+        tablesOfVersions6To10 +
+        "DROP TABLE FileTransferHistory;"
+        "CREATE TABLE FileTransferHistory (id INTEGER PRIMARY KEY REFERENCES systemFiles(id));"
+        "INSERT INTO FileTransferHistory VALUES(1);"
+        "CREATE TABLE changes (what TEXT);"
+        "CREATE TRIGGER files AFTER UPDATE ON files BEGIN INSERT INTO changes VALUES('a path'); END;"
+        "CREATE TRIGGER outgoing AFTER DELETE ON OutgoingFiles "
+        "BEGIN INSERT INTO changes VALUES('an outgoing file'); END;"
+        "CREATE TRIGGER incoming AFTER DELETE ON IncomingFiles "
+        "BEGIN INSERT INTO changes VALUES('an incoming file'); END;"
+        "CREATE TRIGGER history AFTER DELETE ON FileTransferHistory "
+        "BEGIN INSERT INTO changes VALUES('the history'); END;");
+    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
+
+    migrator.updateToVersion7();
+
+    COMPARE_LINES(
+        device->rows("SELECT * FROM changes"),
+        QStringList({"'a path'", "'an outgoing file'", "'an incoming file'", "'the history'"}));
+    // The table of the system files can only go when the history no longer refers to it.
+    QCOMPARE(migrator.currentVersion(), 7);
+}
+
+void Versions3To10Test::updateToVersion9_data()
+{
+    const QByteArray table = "CREATE TABLE MC_MachineSystem (id INTEGER PRIMARY KEY, "
+                             "displayName TEXT, lastUsedConfigId INTEGER)";
+    const QByteArray job = "CREATE TABLE job (systemId INTEGER REFERENCES MC_MachineSystem(id))";
+    const QStringList succeeded = {"Database migration to version 9 completed successfully!"};
+
+    QTest::addColumn<StepRun>("run");
+
+    QTest::newRow("systems without a last configuration go") << StepRun{
+        table + ";INSERT INTO MC_MachineSystem VALUES"
+                "(1, 'Schlepper 7', 2), (2, 'spare', NULL), (3, NULL, 0), (4, NULL, NULL),"
+                "(5, 'Сеялка', '')",
+        succeeded,
+        9,
+        {table, "MC_MachineSystem", "1, 'Schlepper 7', 2", "3, NULL, 0", "5, 'Сеялка', ''"}};
+    QTest::newRow("a system that is referred to keeps them all") << StepRun{
+        table + ";INSERT INTO MC_MachineSystem VALUES(1, 'spare', NULL), (2, 'used', NULL);" + job +
+            ";INSERT INTO job VALUES(2)",
+        succeeded,
+        9,
+        {table, job, "MC_MachineSystem", "1, 'spare', NULL", "2, 'used', NULL", "job", "2"}};
+    QTest::newRow("there is no table") << StepRun{"", succeeded, 9, {}};
+}
+
+void Versions3To10Test::updateToVersion10_data()
+{
+    QTest::addColumn<StepRun>("run");
+
+    QTest::newRow("both columns go, the rows stay") << StepRun{
+        "CREATE TABLE boomCapacity (id INTEGER PRIMARY KEY, machineId INTEGER NOT NULL, "
+        "sectionGroupId INTEGER NOT NULL, sectionGroupName TEXT NOT NULL, capacity REAL DEFAULT "
+        "0.0, FOREIGN KEY (machineId) REFERENCES MC_Machine(id) ON DELETE CASCADE, FOREIGN KEY "
+        "(sectionGroupId) REFERENCES MC_EquipmentSectionGroup(id) ON DELETE CASCADE);"
+        "INSERT INTO boomCapacity VALUES(3, 1, 4, 'Hauptgestänge', 9.75), (8, 2, 5, 'Boom', NULL)",
+        {"Migration to version 10 was successful."},
+        10,
+        {"CREATE TABLE \"boomCapacity\" (id INTEGER , sectionGroupId INTEGER NOT NULL  , "
+         "capacity REAL DEFAULT 0.0 , PRIMARY KEY(id) , FOREIGN KEY (sectionGroupId) REFERENCES "
+         "MC_EquipmentSectionGroup(id) ON DELETE CASCADE)",
+         "boomCapacity",
+         "3, 4, 9.75",
+         "8, 5, NULL"}};
+    QTest::newRow("without the columns the table is rebuilt all the same") << StepRun{
+        "CREATE TABLE boomCapacity (id INTEGER PRIMARY KEY, capacity REAL);"
+        "INSERT INTO boomCapacity VALUES(3, 9.75)",
+        {"Migration to version 10 was successful."},
+        10,
+        {"CREATE TABLE \"boomCapacity\" (id INTEGER , capacity REAL , PRIMARY KEY(id) )",
+         "boomCapacity",
+         "3, 9.75"}};
+    QTest::newRow("the machine cannot go, the section group is not tried") << StepRun{
+        "CREATE TABLE boomCapacity (id INTEGER, machineId INTEGER, sectionGroupName TEXT, "
+        "PRIMARY KEY(machineId, id));"
+        "INSERT INTO boomCapacity VALUES(3, 1, 'Boom')",
+        columnStays("machineId", "boomCapacity", keyRefused),
+        versionUnmoved,
+        {"CREATE TABLE boomCapacity (id INTEGER, machineId INTEGER, sectionGroupName TEXT, "
+         "PRIMARY KEY(machineId, id))",
+         "boomCapacity",
+         "3, 1, 'Boom'"}};
+    QTest::newRow("the section group cannot go, the machine has gone") << StepRun{
+        "CREATE TABLE boomCapacity (id INTEGER, machineId INTEGER, sectionGroupName TEXT, "
+        "PRIMARY KEY(sectionGroupName, id));"
+        "INSERT INTO boomCapacity VALUES(3, 1, 'Boom')",
+        columnStays("sectionGroupName", "boomCapacity", keyRefused),
+        versionUnmoved,
+        {"CREATE TABLE \"boomCapacity\" (id INTEGER , sectionGroupName TEXT , "
+         "PRIMARY KEY(sectionGroupName,id) )",
+         "boomCapacity",
+         "3, 'Boom'"}};
+    QTest::newRow("there is no table") << StepRun{
+        "", columnStays("machineId", "boomCapacity", rebuildRefused), versionUnmoved, {}};
+}
+
+void Versions3To10Test::revertFromVersions6To10_data()
+{
+    QTest::addColumn<Step>("step");
+    QTest::addColumn<int>("version");
+
+    QTest::newRow("version 6: the column stays") << Step(&M::revertFromVersion6) << 5;
+    QTest::newRow("version 7: nothing is restored") << Step(&M::revertFromVersion7) << 6;
+    QTest::newRow("version 8: the column stays") << Step(&M::revertFromVersion8) << 7;
+    QTest::newRow("version 9: nothing is restored") << Step(&M::revertFromVersion9) << 8;
+    QTest::newRow("version 10: nothing is restored") << Step(&M::revertFromVersion10) << 9;
+}
+
+void Versions3To10Test::revertFromVersions6To10()
+{
+    QFETCH(Step, step);
+    QFETCH(int, version);
+    device->sql(
+        tablesOfVersions6To10 + "ALTER TABLE MC_EquipmentSectionGroup ADD COLUMN isoNodeName;"
+                                "ALTER TABLE userProfiles ADD COLUMN decimalMark");
+    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
+    const QStringList before = device->dump();
+
+    (migrator.*step)();
+
+    COMPARE_LINES(takeLogLines(*device), QStringList());
+    QCOMPARE(migrator.currentVersion(), version);
+    COMPARE_LINES(device->dump(), before);
+}
+
+void Versions3To10Test::secondRun_data()
+{
+    QTest::addColumn<Step>("step");
+    QTest::addColumn<int>("version");
+    QTest::addColumn<QStringList>("log");
+
+    for (const auto &added : addedColumns) {
+        QTest::addRow("forward, version %d: the column is there", added.version)
+            << added.update << added.version
+            << addedBefore(added.column, added.table) + added.failureLog;
+    }
+    QTest::newRow("forward, version 7: the table of the system files is missing")
+        << Step(&M::updateToVersion7) << 7 << QStringList();
+    QTest::newRow("forward, version 9: nothing is left to do")
+        << Step(&M::updateToVersion9) << 9
+        << QStringList("Database migration to version 9 completed successfully!");
+    QTest::newRow("forward, version 10: the table is rebuilt as it is")
+        << Step(&M::updateToVersion10) << 10
+        << QStringList("Migration to version 10 was successful.");
+    for (const auto &dropped : droppedColumns) {
+        QTest::addRow("backward, version %d: the table is rebuilt as it is", dropped.version)
+            << dropped.revert << dropped.version - 1 << QStringList();
+    }
+}
+
+void Versions3To10Test::secondRun()
+{
+    QFETCH(Step, step);
+    QFETCH(int, version);
+    QFETCH(QStringList, log);
+    device->sql(
+        tablesOfVersions6To10 +
+        "CREATE TABLE ombrixMasterSettings (machineConfigId INTEGER PRIMARY KEY);"
+        "CREATE TABLE systemControl (id INTEGER PRIMARY KEY);"
+        "CREATE TABLE MC_EquipmentSection (id INTEGER PRIMARY KEY);"
+        "INSERT INTO ombrixMasterSettings VALUES(1);"
+        "INSERT INTO systemControl VALUES(1);"
+        "INSERT INTO MC_EquipmentSection VALUES(1);");
+    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
+    (migrator.*step)();
+    QCOMPARE(migrator.currentVersion(), version);
+    device->takeLog();
+    const QStringList before = device->dump();
+
+    (migrator.*step)();
+
+    COMPARE_LINES(takeLogLines(*device), log);
+    QCOMPARE(migrator.currentVersion(), version);
+    COMPARE_LINES(device->dump(), before);
+}
+
+void Versions3To10Test::backFrom10To5AndForwardAgain()
+{
+    device->sql(tablesOfVersions6To10);
+    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
+    migrator.updateToVersion6();
+    migrator.updateToVersion7();
+    migrator.updateToVersion8();
+    migrator.updateToVersion9();
+    migrator.updateToVersion10();
+    device->takeLog();
+    const QStringList atVersion10 = device->dump();
+
+    migrator.revertFromVersion10();
+    migrator.revertFromVersion9();
+    migrator.revertFromVersion8();
+    migrator.revertFromVersion7();
+    migrator.revertFromVersion6();
+
+    COMPARE_LINES(takeLogLines(*device), QStringList());
+    QCOMPARE(migrator.currentVersion(), 5);
+    COMPARE_LINES(device->dump(), atVersion10);
+
+    migrator.updateToVersion6();
+    migrator.updateToVersion7();
+    QCOMPARE(migrator.currentVersion(), 6);
+    migrator.updateToVersion8();
+    migrator.updateToVersion9();
+    migrator.updateToVersion10();
+
+    COMPARE_LINES(
+        takeLogLines(*device),
+        addedBefore("isoNodeName", "MC_EquipmentSectionGroup") +
+            QStringList("Database migration to version 6 completed successfully!") +
+            addedBefore("decimalMark", "userProfiles") +
+            QStringList(
+                {"Database migration to version 8 completed successfully!",
+                 "Database migration to version 9 completed successfully!",
+                 "Migration to version 10 was successful."}));
+    QCOMPARE(migrator.currentVersion(), 10);
+    COMPARE_LINES(device->dump(), atVersion10);
+}
+
+void Versions3To10Test::probes_data()
+{
+    const Probe probe10 = &M::getUpdate10Applied;
+
+    QTest::addColumn<Probe>("probe");
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<bool>("applied");
+
+    for (const auto &added : addedColumns) {
+        const int version = added.version;
+        const Probe probe = added.applied;
+        const QByteArray column = added.column;
+        const QByteArray create = "CREATE TABLE " + added.table;
+        QTest::addRow("version %d: the column is the last", version)
+            << probe << create + " (id, other, " + column + ")" << true;
+        QTest::addRow("version %d: the column is the second", version)
+            << probe << create + " (id, " + column + ", other)" << true;
+        QTest::addRow("version %d: the column is the first, which does not count", version)
+            << probe << create + " (" + column + ", id)" << false;
+        QTest::addRow("version %d: there is no column", version)
+            << probe << create + " (id, other)" << false;
+        QTest::addRow("version %d: the column has another letter case", version)
+            << probe << create + " (id, " + column.toUpper() + ")" << false;
+        QTest::addRow("version %d: the column's name is part of another", version)
+            << probe << create + " (id, " + column + "2)" << false;
+        QTest::addRow("version %d: the table has another letter case", version)
+            << probe << "CREATE TABLE " + added.table.toUpper() + " (id, " + column + ")" << true;
+        QTest::addRow("version %d: there is no table", version) << probe << QByteArray() << false;
+    }
+    QTest::newRow("version 7: always") << Probe(&M::getUpdate7Applied) << QByteArray() << true;
+    QTest::newRow("version 7: also before the step")
+        << Probe(&M::getUpdate7Applied) << tablesOfVersions6To10 << true;
+    QTest::newRow("version 9: always") << Probe(&M::getUpdate9Applied) << QByteArray() << true;
+    QTest::newRow("version 9: also before the step")
+        << Probe(&M::getUpdate9Applied) << tablesOfVersions6To10 << true;
+    QTest::newRow("version 10: there is no table") << probe10 << QByteArray() << true;
+    QTest::newRow("version 10: both columns have gone")
+        << probe10 << QByteArray("CREATE TABLE boomCapacity (id, capacity)") << true;
+    QTest::newRow("version 10: both columns are there")
+        << probe10
+        << QByteArray("CREATE TABLE boomCapacity (id, machineId, sectionGroupName, capacity)")
+        << false;
+    QTest::newRow("version 10: the machine is there")
+        << probe10 << QByteArray("CREATE TABLE boomCapacity (machineId, capacity)") << false;
+    QTest::newRow("version 10: the section group is there")
+        << probe10 << QByteArray("CREATE TABLE boomCapacity (sectionGroupName, capacity)") << false;
+    QTest::newRow("version 10: the columns have another letter case")
+        << probe10 << QByteArray("CREATE TABLE boomCapacity (id, MachineId, SectionGroupName)")
+        << true;
+}
+
+void Versions3To10Test::probes()
+{
+    QFETCH(Probe, probe);
+    checkProbe(*device, probe);
+}
+
+void Versions3To10Test::stepsOnAClosedConnection_data()
+{
+    QTest::addColumn<Step>("step");
+    QTest::addColumn<int>("version");
+    QTest::addColumn<QStringList>("log");
+
+    for (const auto &added : addedColumns) {
+        QTest::addRow("forward, version %d", added.version)
+            << added.update << added.versionAfterFailure
+            << newColumnNotAdded(added.column, added.table, "") + added.failureLog;
+    }
+    QTest::newRow("forward, version 7")
+        << Step(&M::updateToVersion7) << versionUnmoved << QStringList();
+    QTest::newRow("forward, version 9")
+        << Step(&M::updateToVersion9) << 9
+        << QStringList("Database migration to version 9 completed successfully!");
+    QTest::newRow("forward, version 10") << Step(&M::updateToVersion10) << versionUnmoved
+                                         << columnStays("machineId", "boomCapacity", "");
+    for (const auto &dropped : droppedColumns) {
+        QTest::addRow("backward, version %d", dropped.version)
+            << dropped.revert << versionUnmoved << columnStays(dropped.column, dropped.table, "");
+    }
+    QTest::newRow("backward, version 6") << Step(&M::revertFromVersion6) << 5 << QStringList();
+    QTest::newRow("backward, version 7") << Step(&M::revertFromVersion7) << 6 << QStringList();
+    QTest::newRow("backward, version 8") << Step(&M::revertFromVersion8) << 7 << QStringList();
+    QTest::newRow("backward, version 9") << Step(&M::revertFromVersion9) << 8 << QStringList();
+    QTest::newRow("backward, version 10") << Step(&M::revertFromVersion10) << 9 << QStringList();
+}
+
+void Versions3To10Test::stepsOnAClosedConnection()
+{
+    QFETCH(Step, step);
+    QFETCH(int, version);
+    QFETCH(QStringList, log);
+    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
+    QSqlDatabase::database().close();
+
+    (migrator.*step)();
+
+    COMPARE_LINES(takeLogLines(*device), log);
+    QCOMPARE(migrator.currentVersion(), version);
+}
+
+void Versions3To10Test::probesOnAClosedConnection()
+{
+    const DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
+    QSqlDatabase::database().close();
+
+    for (const auto &added : addedColumns) {
+        QCOMPARE((migrator.*added.applied)(), false);
+    }
+    QCOMPARE(migrator.getUpdate7Applied(), true);
+    QCOMPARE(migrator.getUpdate9Applied(), true);
+    QCOMPARE(migrator.getUpdate10Applied(), true);
+    COMPARE_LINES(takeLogLines(*device), QStringList());
+}
+
+QTEST_APPLESS_MAIN(Versions3To10Test)
+#include "versions_3_to_10_test.moc"
