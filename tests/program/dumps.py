@@ -108,7 +108,7 @@ def blocks(walks):
 
 
 def as_text(run, newest):
-    """A run as text: one up to the newest version has no end, so that it holds for the next, too."""
+    """A run as text; one up to the newest version has no end and holds for the next too."""
     first, last = run
     if last == newest:
         return f"{first}.."

@@ -133,6 +133,58 @@ def test_one_run_repairs_and_the_next_finds_nothing_to_repair(missing, at):
         assert_same(second.dump, first.dump if missing != 33 else left_intact(at))
 
 
+def parts():
+    """Statements that take out a part of a change, and the versions that are applied again."""
+    for version, table, *columns in (
+            (20, "userProfiles", "audibleBackingUpWarningEnabled", "audioVolumePercent"),
+            (23, "PC_Mix", "modified", "configMode", "displayUnit", "totalRate"),
+            (23, "PC_IngredientToMixBridge", "rate", "displayUnit"),
+            (23, "productControl_userProfile", "mixSetupMode"),
+            (24, "ombrixMasterSettings",
+             "onCorrectedCoverageEnabled", "offCorrectedCoverageEnabled"),
+            (26, "supportedHarloReceiverSettings",
+             "ppp_STD_DEV", "terraStar_STD_DEV", "terraStarL_STD_DEV"),
+            (31, "PC_Carrier", "uuid"),
+            (31, "PC_Mix", "uuid"),
+            (31, "PC_PlanterVariety", "uuid"),
+            (34, "workOrderRxMaps", "woConvRate", "userConvRate")):
+        for column in columns:
+            yield without(table, column), (version,)
+    # 22 brings back what 25 has replaced.
+    for table, *columns in (
+            ("growers", "isoId", "originalName"),
+            ("farms", "isoId", "originalName"),
+            ("fields", "isoId", "originalName", "partfieldCode")):
+        for column in columns:
+            yield without(table, column), (22, 25)
+        yield f"ALTER TABLE {table} ADD COLUMN isoName TEXT;\n", (25,)
+    yield as_at(20, "preferredGpsSolutions"), (21,)
+    # 32 makes the table anew, without the columns of 34.
+    yield without("SM_Preferences", "enableCloudJobs"), (32, 34)
+
+    # Nothing looks for these.
+    for table, *columns in (
+            ("IncomingFiles", "startDate", "endDate"),
+            ("FileTransferHistory", "startDate", "endDate"),
+            ("MC_EquipmentSection", "sectionType", "fullName"),
+            ("MC_EquipmentSectionGroup", "hashForIsoBoom"),
+            ("supportedHarloReceiverSettings", "firmwareVersion")):
+        for column in columns:
+            yield without(table, column), ()
+    yield as_at(11, "switchToSectionBridge", "onScreenSwitchboxSettings"), ()
+    yield as_at(12, "SoftwareUpdateTable"), ()
+    yield "UPDATE userProfiles SET language = 'en' WHERE language = 'en-US';\n", ()
+
+
+@pytest.mark.parametrize("taken_out_part, reapplied", [
+    pytest.param(*part, id=part[0].partition(";")[0]) for part in parts()])
+def test_part_of_a_change_is_missing(taken_out_part, reapplied):
+    outcome = walk(dump_of(34) + taken_out_part, 34)
+    assert_same(outcome.log, expected_log(34, 34, log_of_repairs(sorted({30, 33, *reapplied}))))
+    if not reapplied:
+        assert_same_contents(outcome.dump, changed(left_intact(34), taken_out_part))
+
+
 def test_repair_of_32_loses_the_rates_of_34():
     rates = "UPDATE workOrderRxMaps SET woConvRate = 0.5, userConvRate = 2 WHERE id = 4;\n"
     with device_with(dump_of(34) + taken_out()[32] + rates) as device:

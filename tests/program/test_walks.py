@@ -23,12 +23,12 @@ def sample(departing):
                       if starts[0] <= pair[0] <= starts[1] and ends[0] <= pair[1] <= ends[1]}
                for pair in PAIRS}
     result = []
-    while best := max(PAIRS, key=lambda pair: len(entries[pair])):
-        shown = entries[best]
-        if not shown:
-            return result
+    while any(entries.values()):
+        best = max(PAIRS, key=lambda pair: len(entries[pair]))
         result.append(best)
+        shown = entries[best]
         entries = {pair: numbers - shown for pair, numbers in entries.items()}
+    return result
 
 
 def walks():
@@ -36,8 +36,8 @@ def walks():
         return [(*pair, platform) for platform in PLATFORMS for pair in PAIRS]
     ordinary = [*sample(WALKS), (1, 1), (6, 5), (10, 25), (17, 17), (24, 26), (33, NEWEST)]
     on_torvikmax = [*sample(WALKS_ON_TORVIKMAX), (10, 12), (24, 25), (25, 24), (NEWEST, 1)]
-    return ([(*pair, "TORVIK") for pair in ordinary] +
-            [(*pair, "TORVIKMAX") for pair in on_torvikmax])
+    return [*dict.fromkeys([(*pair, "TORVIK") for pair in ordinary] +
+                           [(*pair, "TORVIKMAX") for pair in on_torvikmax])]
 
 
 @pytest.mark.parametrize("start, end, platform", walks())
