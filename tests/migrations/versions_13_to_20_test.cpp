@@ -173,7 +173,7 @@ QByteArray refusalToChange(const QString &language)
            language.toUtf8() + "' BEGIN SELECT RAISE(ABORT, 'refused'); END";
 }
 
-/// Writes down every change of a language, and whether the table of languages was there.
+/// Writes down every change of a language, as long as the table of languages is there with a row.
 const QByteArray changes = "CREATE TABLE changes (found TEXT, left TEXT)";
 const QByteArray watchingChanges =
     "CREATE TRIGGER watching AFTER UPDATE ON userProfiles BEGIN "
@@ -227,10 +227,29 @@ private slots:
     void probesOnAClosedConnection();
 
 private:
+    void runTwice(DatabaseMigrator &migrator);
     DatabaseMigrator &startAt20();
 
     std::unique_ptr<ScratchDevice> device;
 };
+
+/// Runs a step once, and once more as the test's row says: the second run changes nothing.
+void Versions13To20Test::runTwice(DatabaseMigrator &migrator)
+{
+    QFETCH(Step, step);
+    QFETCH(int, version);
+    QFETCH(QStringList, log);
+    (migrator.*step)();
+    QCOMPARE(migrator.currentVersion(), version);
+    device->takeLog();
+    const QStringList before = device->dump();
+
+    (migrator.*step)();
+
+    COMPARE_LINES(takeLogLines(*device), log);
+    QCOMPARE(migrator.currentVersion(), version);
+    COMPARE_LINES(device->dump(), before);
+}
 
 /// Walks the tables of version 12 to version 20.
 DatabaseMigrator &Versions13To20Test::startAt20()
@@ -765,6 +784,10 @@ void Versions13To20Test::updateToVersion19_data()
     const QByteArray labelsView = viewInPlaceOf("onScreenSwitchboxSwitchLabels");
     const QByteArray insertMachines = ";INSERT INTO MC_MachineConfig VALUES";
     const QByteArray insertSwitches = ";INSERT INTO onScreenSwitchboxConfig VALUES";
+    const QByteArray mapped = "CREATE TABLE mapped (machineConfigId INTEGER)";
+    const QByteArray watchingMapping =
+        "CREATE TRIGGER watching AFTER INSERT ON onScreenSwitchboxToMachineMapping BEGIN "
+        "INSERT INTO mapped VALUES(NEW.machineConfigId); END";
     const QByteArray refusal =
         "CREATE TRIGGER refusal BEFORE INSERT ON onScreenSwitchboxToMachineMapping "
         "WHEN NEW.machineConfigId = 3 BEGIN SELECT RAISE(ABORT, 'refused'); END";
@@ -826,6 +849,21 @@ void Versions13To20Test::updateToVersion19_data()
          mappingTable,
          "1, 'Invalid Configuration'",
          "2, 'S5'"}};
+    QTest::newRow("a machine with three sections is mapped no more than once") << StepRun{
+        machines + insertMachines + "(5);" + switches + insertSwitches +
+            "(5, 10, 0), (5, 11, 3), (5, 12, 3);" + mapping + ";" + mapped + ";" + watchingMapping,
+        succeeded,
+        19,
+        {machines,
+         mapping,
+         mapped,
+         watchingMapping,
+         "MC_MachineConfig",
+         "5",
+         mappingTable,
+         "5, 'Invalid Configuration'",
+         "mapped",
+         "5"}};
     QTest::newRow("machines are integers of 64 bits, what is none becomes 0") << StepRun{
         machines + insertMachines + "(-1), (0), (9007199254740993);" + switches + insertSwitches +
             "(9007199254740993, 1, 0), ('ten', 1, 0), (NULL, 1, 0), (-1, 1, 0)",
@@ -1117,28 +1155,15 @@ void Versions13To20Test::secondUpdate_data()
     QTest::newRow("version 19: the mapping stays")
         << Step(&M::updateToVersion19) << 19
         << QStringList("Migration to version 19 was successful.");
-    QTest::newRow("version 20: the values are set once more")
+    QTest::newRow("version 20: the columns are there")
         << Step(&M::updateToVersion20) << 20
         << QStringList("Migration to version 20 was successful.");
 }
 
 void Versions13To20Test::secondUpdate()
 {
-    QFETCH(Step, step);
-    QFETCH(int, version);
-    QFETCH(QStringList, log);
     device->sql(tablesAt12);
-    DatabaseMigrator &migrator = startAt(*device, version - 1);
-    (migrator.*step)();
-    QCOMPARE(migrator.currentVersion(), version);
-    device->takeLog();
-    const QStringList before = device->dump();
-
-    (migrator.*step)();
-
-    COMPARE_LINES(takeLogLines(*device), log);
-    QCOMPARE(migrator.currentVersion(), version);
-    COMPARE_LINES(device->dump(), before);
+    runTwice(startAt(*device, 12));
 }
 
 void Versions13To20Test::secondRevert_data()
@@ -1166,20 +1191,7 @@ void Versions13To20Test::secondRevert_data()
 
 void Versions13To20Test::secondRevert()
 {
-    QFETCH(Step, step);
-    QFETCH(int, version);
-    QFETCH(QStringList, log);
-    DatabaseMigrator &migrator = startAt20();
-    (migrator.*step)();
-    QCOMPARE(migrator.currentVersion(), version);
-    device->takeLog();
-    const QStringList before = device->dump();
-
-    (migrator.*step)();
-
-    COMPARE_LINES(takeLogLines(*device), log);
-    QCOMPARE(migrator.currentVersion(), version);
-    COMPARE_LINES(device->dump(), before);
+    runTwice(startAt20());
 }
 
 void Versions13To20Test::backFrom20To12AndForwardAgain()
