@@ -1,5 +1,6 @@
 """What a database holds, and how two databases differ."""
 
+import functools
 import hashlib
 import re
 import sqlite3
@@ -33,6 +34,7 @@ class Contents:
     schema: list  # type, name, table and text of everything
     tables: dict  # by the name in small letters
 
+    @functools.cached_property
     def hash(self):
         return hashlib.sha256(repr((self.schema, [
             (name, table.rows) for name, table in self.tables.items()])).encode()).hexdigest()
