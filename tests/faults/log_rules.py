@@ -39,6 +39,7 @@ CLOSINGS = {
     **{-version: (f"Reverting from version {version} was successful.",
                   (f"Reverting from version {version} FAILED!!",)) for version in (28, 29)},
 }
+ALL_CLOSINGS = {line for success, failures in CLOSINGS.values() for line in (success, *failures)}
 # A failure is no failure of the step, or only sometimes.
 SUCCESSFUL_ALL_THE_SAME = (6, 8, 9, 29)
 
@@ -78,6 +79,9 @@ def for_steps(steps, answers):
     return [answer._replace(steps=steps) for answer in answers]
 
 
+ADD_COLUMN = "ALTER TABLE (\\w+) ADD COLUMN (\\w+)"
+COLUMN_NOT_ADDED = toolkit("{addColumn}", "Failed to add column named {2} to {1}")
+
 ANSWERS = [
     Answer((), "UPDATE tableVersion SET version", ("{text}",), False),
     Answer(("before",), "SELECT \\w+ FROM tableVersion", (), False),
@@ -90,6 +94,8 @@ ANSWERS = [
            "PC_PlanterVarietyToProductConfigBridge"), 1)),
     *for_steps((2,), recreation(2, "productControl_productSettings", "updateTo")),
     *for_steps((-2,), recreation(2, "productControl_productSettings", "revertFrom")),
+    # The one statement where there is no table yet, and then without a line of its own.
+    Answer((32,), "CREATE TABLE IF NOT EXISTS workOrderRxMaps ", ()),
     *for_steps((32,), recreation(32, "workOrderRxMaps", "updateTo")),
     *for_steps((-32,), recreation(32, "workOrderRxMaps", "revertFrom")),
     Answer((6, 8), "UPDATE ", (), False),
@@ -97,7 +103,8 @@ ANSWERS = [
     Answer((9,), "DELETE FROM", (), False),
     Answer((11, -11), "UPDATE userProfiles set", (), False),
     Answer((12,), "CREATE TABLE (?:IF NOT EXISTS )?onScreenSwitchboxConfig",
-           ("The CREATE TABLE query in updateToVersion12() failed!  The query error was: {error}",)),
+           ("The CREATE TABLE query in updateToVersion12() failed!"
+            "  The query error was: {error}",)),
     Answer((12,), "SELECT \\* FROM switchToSectionBridge$",
            ("SELECT * FROM switchToSectionBridge query in updateToVersion12() failed!"
             "  The query error was: {error}",)),
@@ -150,20 +157,22 @@ ANSWERS = [
            ("Could not rename table to reverseSenseSettings_temp.{any}",)),
     Answer((29, -29), "CREATE TABLE", ()),
     Answer((29, -29), "ALTER TABLE reverseSenseSettings_temp RENAME",
-           ("Could not rename table back to reverseSenseSettings while attempting to clean up{any}",)),
+           ("Could not rename table back to reverseSenseSettings while attempting to clean up"
+            "{any}",)),
     Answer((29,), "INSERT INTO",
            ("Failed inserting data from reverseSenseSettings_temp into new reverseSenseSettings."
             "  Error was {error}",)),
     Answer((-29,), "INSERT INTO",
            ("Failed inserting data from reverseSenseSettings_temp into new reverseSenseSettings",)),
     Answer((31,), "SELECT |UPDATE ", (), False),
+    # Without the column there is nothing to fill, and that is done then.
+    Answer((31,), ADD_COLUMN, COLUMN_NOT_ADDED, False),
     Answer(("after",), "UPDATE (?:files|growers|farms|fields) ",
            ("Failed to rename {any}",)),
     Answer(("after",), "SELECT |PRAGMA ", ()),
     Answer(("after",), "", ("{text}",)),  # the scripts' statements
     # The toolkit's operations.
-    Answer((), "ALTER TABLE (\\w+) ADD COLUMN (\\w+)",
-           toolkit("{addColumn}", "Failed to add column named {2} to {1}")),
+    Answer((), ADD_COLUMN, COLUMN_NOT_ADDED),
     Answer((), "UPDATE (\\w+) SET (\\w+)=", toolkit(
         "setColumnValue", "Failed to set column named {2} to {any}")),
     Answer((), "DROP TABLE IF EXISTS (\\w+)$", toolkit(
@@ -186,8 +195,14 @@ CONSEQUENCES = [
     "\\*\\*\\*\\*\\*Updating version in DB to: \\d+ with software version: .*",
     "Switch to section mapping data copied successfully while migrating database to version 12!",
     "updateToVersion21 - Failed to .*",
+    "The CREATE TABLE IF NOT EXISTS query in updateToVersion32\\(\\) failed!"
+    "  The query error was: .*",
+    "SELECT \\* FROM \\w+_old query in \\w+\\(\\) failed!  The query error was: .*",
     "duplicate file query failed", "Query for .* failed",
 ]
+
+
+BROKEN_OFF = "a read broke off while other statements ran"
 
 
 class LogRules:
@@ -228,33 +243,33 @@ class LogRules:
     def _of_a_step_that_failed(self, step, actual, expected, failures):
         found = []
         lines = Counter(actual.lines)
-        answers = [(answer_to(step, statement), statement, error)
-                   for statement, error in failures]
+        answers = [(answers_to(step, statement), statement) for statement, _ in failures]
         errors = {error for _, error in failures}
-        for (answer, match), statement, error in answers:
-            for line in answer.lines:
-                place = next((place for place in lines.elements()
-                              if matches(line, place, match, errors)), None)
-                if place is None:
-                    found.append(f"log of {step}: nothing says that {statement[:60]} failed")
-                else:
-                    lines[place] -= 1
+        for possible, statement in answers:
+            if not any(take(answer, match, lines, errors) for answer, match in possible):
+                found.append(f"log of {step}: nothing says that {statement[:60]} failed")
         lines -= Counter(expected.lines)
         success, closings = CLOSINGS.get(step, (None, ()))
-        # Steps are applied again when their probe fails.
-        closings = [line for steps in CLOSINGS.values() for line in (steps[0], *steps[1])] \
-            if step == "before" else closings
         found += [f"log of {step}: {line[:80]} stands there without a reason"
                   for line in lines.elements()
-                  if line not in closings
-                  and not any(re.fullmatch(pattern, line) for pattern in CONSEQUENCES)]
-        counts = any(answer.counts for (answer, _), *_ in answers)
+                  if line not in closings and not self._can_follow(step, line, errors)]
+        counts = step != "before" and any(possible[0][0].counts for possible, _ in answers)
         if counts and step not in SUCCESSFUL_ALL_THE_SAME:
             if success in actual.lines:
                 found.append(f"log of {step}: success in spite of a failure")
-            if closings and step != "before" and not set(closings) & set(actual.lines):
+            if closings and not set(closings) & set(actual.lines):
                 found.append(f"log of {step}: no failure line")
         return found
+
+    def _can_follow(self, step, line, errors):
+        if any(re.fullmatch(pattern, line) for pattern in CONSEQUENCES):
+            return True
+        # Steps are applied again when their probe fails, before the walk or at its beginning.
+        if (step == "before" or not self._forward) and line in ALL_CLOSINGS:
+            return True
+        # A step that fails at once is taken for the end of the one before.
+        return any(matches(due, line, None, errors)
+                   for answer in ANSWERS for due in answer.lines if "{error}" in due)
 
     @staticmethod
     def _of_a_later_step(step, actual, expected):
@@ -295,7 +310,9 @@ class LogRules:
             if event.kind == "S":
                 step, statement = next(steps), event.text
             elif event.kind == "E":
-                found[step].failures.append((statement, event.text))
+                reads_on = event.statement not in ("", statement)
+                found[step].failures.append(
+                    (BROKEN_OFF if reads_on else statement, event.text))
             else:
                 found[step].lines += filter(None, event.text.split("\n"))
         return found
@@ -309,15 +326,33 @@ class Part:
         self.failures = []  # statements with their errors
 
 
-def answer_to(step, statement):
+def answers_to(step, statement):
+    """What a failed statement can be due, the most likely first. Before the walk it can be one of a
+    step that is applied again."""
+    found = []
     for answer in ANSWERS:
         if (not answer.steps or step in answer.steps
-                or step == "before" and any(isinstance(of, int) and of > 0
-                                            for of in answer.steps)):
+                or step == "before" and any(isinstance(of, int) for of in answer.steps)):
             match = re.match(answer.statement, statement)
             if match:
-                return answer, match
-    return Answer((), "", (), False), None
+                found.append((answer, match))
+                if step != "before":
+                    break
+    return found or [(Answer((), "", (), False), None)]
+
+
+def take(answer, match, lines, errors):
+    """Takes the lines of an answer out of those of a step; tells whether they are there."""
+    taken = []
+    for due in answer.lines:
+        line = next((line for line in lines.elements() if matches(due, line, match, errors)), None)
+        if line is not None:
+            taken.append(line)
+            lines[line] -= 1
+        elif not matches(due, "", match, errors):  # There was no memory for the text.
+            lines.update(taken)
+            return False
+    return True
 
 
 def matches(line, actual, match, errors):
@@ -329,7 +364,8 @@ def matches(line, actual, match, errors):
     placeholders = {
         "error": text, "text": f"{text}(?: ?Unable to (?:execute statement|fetch row))?",
         "any": ".*", "addColumn": "addColumn(?:IfNotExists)?",
-        **{str(i): re.escape(group) for i, group in enumerate(match.groups(), 1)}}
+        **{str(i): re.escape(group)
+           for i, group in enumerate(match.groups() if match else (), 1)}}
     pattern = "".join(placeholders[part] if i % 2 else re.escape(part)
                       for i, part in enumerate(re.split(r"\{(\w+)\}", line)))
     return re.fullmatch(pattern, actual) is not None

@@ -29,6 +29,7 @@ class Event(NamedTuple):
 
     kind: str  # S, E, L
     text: str
+    statement: str = ""  # of an error, if it was begun at all
 
 
 @dataclass
@@ -59,7 +60,7 @@ def read_recording(file):
             recording.statements.append(text)
             recording.statement_allocations.append(offset)
         elif kind == "E":
-            recording.events.append(Event("E", data.decode(errors="replace")))
+            recording.events.append(Event("E", data.decode(errors="replace"), path))
         elif kind == "N":
             recording.number_of_operations = offset
         elif kind == "A":

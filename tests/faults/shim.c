@@ -90,7 +90,7 @@ static const char *pathOf(int file)
 }
 
 /* Kind, lengths of path and data, offset (a truncation's size, SQLite's allocations before a
-   statement, an error's code), path, data. */
+   statement, an error's code), path (an error's statement), data. */
 static void recordEvent(
     char kind, const char *path, const void *data, uint32_t dataSize, uint64_t offset)
 {
@@ -454,10 +454,16 @@ int sqlite3_busy_timeout(sqlite3 *connection, int milliseconds)
     return NEXT(sqlite3_busy_timeout)(connection, instead ? (int)instead : milliseconds);
 }
 
-static void recordFailure(sqlite3 *connection, int code)
+/* SQLite runs statements of its own within statements. */
+static int depth;
+
+static void recordFailure(sqlite3 *connection, int code, const char *statement)
 {
+    if (depth > 0) {
+        return;
+    }
     const char *message = sqlite3_errmsg(connection);
-    recordEvent('E', "", message, (uint32_t)strlen(message), (uint64_t)code);
+    recordEvent('E', statement, message, (uint32_t)strlen(message), (uint64_t)code);
 }
 
 static uint32_t sizeOf(const void *utf16)
@@ -478,18 +484,22 @@ int sqlite3_prepare16_v2(
         readChannel();
     }
     recordEvent('S', "", text, sizeOf(text), (uint64_t)allocations);
+    ++depth;
     const int result = NEXT(sqlite3_prepare16_v2)(connection, text, size, statement, tail);
+    --depth;
     if (result != SQLITE_OK) {
-        recordFailure(connection, result);
+        recordFailure(connection, result, "");
     }
     return result;
 }
 
 int sqlite3_step(sqlite3_stmt *statement)
 {
+    ++depth;
     const int result = NEXT(sqlite3_step)(statement);
+    --depth;
     if (result != SQLITE_ROW && result != SQLITE_DONE) {
-        recordFailure(sqlite3_db_handle(statement), result);
+        recordFailure(sqlite3_db_handle(statement), result, sqlite3_sql(statement));
     }
     return result;
 }

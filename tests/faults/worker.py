@@ -96,7 +96,8 @@ class Scenario:
         direction = 1 if self.target > version else -1
         self.step_ends = []
         for target in range(version, self.target + direction, direction):
-            statements = self._record(target).statements
+            self._fill()
+            statements = device.recorded_run(target, self.switches)[1].statements
             end = next(i for i, text in enumerate(statements) if text.startswith(UPDATE))
             step = None if target == version else target if direction > 0 else target + 1
             self.step_ends.append((end, step))
