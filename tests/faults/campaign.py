@@ -58,12 +58,12 @@ WALKS = {
 
 
 def fingerprint():
-    """What the answers hold for: the program's sources, the data and the code that judges."""
+    """What the answers hold for: the program's sources, the data and the code that judges, but for
+    the rules of the log."""
     sources = (file for folder in ("app", "schema", "migrations", "maintenance")
                for file in sorted((ROOT / folder).iterdir()))
     harness = (TESTS / "faults" / name for name in (
-        "shim.c", "worker.py", "device.py", "contents.py", "recording.py", "log_rules.py",
-        "multiply.py"))
+        "shim.c", "worker.py", "device.py", "contents.py", "recording.py", "multiply.py"))
     files = [*sources, *harness, TESTS / "data" / "version_01.sql"]
     return hashlib.sha256(b"".join(file.read_bytes() for file in files)).hexdigest()
 
@@ -129,6 +129,15 @@ def read_answers():
     return [json.loads(line) for line in ANSWERS.read_text().splitlines()]
 
 
+def forget_complaints(done):
+    """Leaves the answers without complaints about the log: its rules may have been mended. Where
+    one was made stricter, build/faults/ has to go."""
+    kept = [(task, answer) for task, answer in done
+            if not any(": log of " in text for text in answer["violations"])]
+    ANSWERS.write_text("".join(json.dumps(entry) + "\n" for entry in kept))
+    return kept
+
+
 def print_violations(done, deviations):
     """Tells what must not be, each with the number of its cases and the first of them."""
     violations = defaultdict(list)
@@ -156,7 +165,7 @@ def main():
     KEPT.mkdir(parents=True, exist_ok=True)
     with workers(arguments.workers, KEPT, PROGRAM, SHIM) as started:
         plan = prepare(started[0], walks)
-        known = {json.dumps(task) for task, _ in read_answers()}
+        known = {json.dumps(task) for task, _ in forget_complaints(read_answers())}
         missing = [task for task in tasks(plan, arguments.kinds.split(","), walks)
                    if json.dumps(task) not in known]
         with ANSWERS.open("a") as file:
@@ -168,7 +177,7 @@ def main():
     if arguments.pin:
         deviations.pin(done)
     figures = Figures.of(plan, done)
-    print(figures.text())
+    print(figures.table())
     broken = print_violations(done, deviations)
     for line in deviations.no_longer_met(done):
         print(f"  no longer met: {line}")

@@ -198,6 +198,7 @@ CONSEQUENCES = [
     "The CREATE TABLE IF NOT EXISTS query in updateToVersion32\\(\\) failed!"
     "  The query error was: .*",
     "SELECT \\* FROM \\w+_old query in \\w+\\(\\) failed!  The query error was: .*",
+    " ?Unable to execute statement",  # There was no memory for the text.
     "duplicate file query failed", "Query for .* failed",
 ]
 
@@ -211,15 +212,15 @@ class LogRules:
         self._step, self._forward = step, forward
         self._known = {}
 
-    def violations(self, position, events):
+    def violations(self, position, events, memory_lacks=False):
         """What is wrong with the log of a run that went as the undisturbed one up to a position
-        among its events, and then so."""
-        key = position, tuple(events)
+        among its events, and then so. For want of memory SQLite can also fail without a word."""
+        key = position, tuple(events), memory_lacks
         if key not in self._known:
-            self._known[key] = self._violations(position, events)
+            self._known[key] = self._violations(*key)
         return self._known[key]
 
-    def _violations(self, position, events):
+    def _violations(self, position, events, memory_lacks):
         if any(event.kind == "L" and not event.text for event in events):
             return []  # The log itself could not be written.
         if position == 0 and not any(event.kind == "S" for event in events):
@@ -227,7 +228,7 @@ class LogRules:
         begun = [event.text for event in self._events[:position] if event.kind == "S"]
         expected = self._by_step(begun, self._events[position:], self._steps_as_usual(len(begun)))
         actual = self._by_step(begun, events, self._steps_of(len(begun), events))
-        found, changed = [], False
+        found, changed = [], memory_lacks
         for step in [*actual, *(step for step in expected if step not in actual)]:
             failures = list((Counter(actual[step].failures)
                              - Counter(expected[step].failures)).elements())

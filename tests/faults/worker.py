@@ -223,13 +223,13 @@ class Cases:
             violations.append("not the log of the undisturbed run so far")
         return contents.hash, violations
 
-    def _after_failure(self, status, statements, position, log, what):
+    def _after_failure(self, status, statements, position, log, what, memory_lacks=False):
         """The same after a run that went undisturbed up to the last of these statements and to a
         position among its events, when the log was this."""
         violations = [] if status == 0 else [f"ended with {status}"]
         if not device.log().startswith(log):
             violations.append("the log does not begin as in the undisturbed run")
-        violations += self.log_rules.violations(position, what.events)
+        violations += self.log_rules.violations(position, what.events, memory_lacks)
         contents = self.readings.read()
         if contents is None:
             return None, [*violations, "not sound"]
@@ -254,7 +254,7 @@ class Cases:
                 status, what = trunk.branch(number + 1)
                 statements = bisect(allocations, number)
                 state, violations = self._after_failure(
-                    status, statements, positions[statements], b"", what)
+                    status, statements, positions[statements], b"", what, memory_lacks=True)
                 self._note(number, statements, violations, state)
 
     def pairs(self, kind, numbers):
@@ -387,10 +387,12 @@ class Cases:
                        for text in scenario.invariant.losses(contents, step)]
         found = min((differences(contents, reference)
                      for reference in (scenario.reference, scenario.settled)), key=len)
+        lost = lost_rows(contents, scenario.reference)
         third = self._kept(f"third-{contents.hash}", lambda: self._third_run(contents))
-        return {"outcome": outcome(found, lost_rows(contents, scenario.reference)),
+        return {"outcome": outcome(found, lost),
                 "violations": violations + third["violations"],
-                "differences": found + third["differences"]}
+                "differences": found + [f"{name} rows in no table" for name in lost]
+                + third["differences"]}
 
     def _third_run(self, contents):
         violations = []
