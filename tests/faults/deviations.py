@@ -10,8 +10,9 @@ FILE = pathlib.Path(__file__).parent / "deviations.json"
 
 RECREATED = ("Version {} moves the table aside, and cannot a second time while the table aside is"
              " there: the rows stay in the `_old` copy.")
-REBUILT = ("A rebuild that stopped on its way leaves its `_temp` copy, and with it every later rebuild"
-           " of the table fails: the rows stay in the copy, or the column in the table.")
+REBUILT = ("A rebuild that stopped on its way leaves its `_temp` copy, and with it every later"
+           " rebuild of the table fails: the rows stay in the copy, or the column in the table.")
+
 # The first that fits what differs, on the way forward (+), back (-) or both ways.
 CAUSES = (
     ("+-", "tableversion",
@@ -31,6 +32,9 @@ CAUSES = (
     ("+", "gpsreceivers|gpsreceivermapping|preferredgpssolutions",
      "Version 21 drops the preferred solutions also when their receivers could not be inserted;"
      " when it is stopped before, it inserts them again under further numbers."),
+    ("-", "gpsreceivers|gpsreceivermapping|preferredgpssolutions",
+     "Version 21 leaves the receivers where it could not turn all of them into preferred solutions,"
+     " and the walk goes on. A rebuild for version 14 that stopped leaves its `_temp` copy."),
     ("+", "pc_ingredienttomixbridge",
      "Version 27 runs its four statements whatever fails, so that the table is dropped also when"
      " its rows could not be copied. Version 23 takes the unit of an ingredient as it stands."),
@@ -39,16 +43,17 @@ CAUSES = (
     ("+", "^pc_(carrier|mix|plantervariety) other values",
      "Version 31 gives identifiers to rows that have none: those that it could not write are given"
      " at random by the next run, or not at all."),
-    ("+", "^userprofiles other values",
-     "The values that versions 8, 11, 16 and 20 set are set once: their probes look for columns"
+    ("+", "^(userprofiles|mc_equipmentsectiongroup) other values",
+     "The values that versions 6, 8, 11, 16 and 20 set are set once: their probes look for columns"
      " and tables alone."),
     ("+", "^(softwareupdatetable|languages|systemfiles) left behind",
      "The table could not be dropped, and the probe of its version does not look for it."),
     ("+-", "sqlite_sequence",
      "The counter of a table with AUTOINCREMENT goes on from rows that were inserted twice, or"
      " stays with the copy of a table."),
-    ("+-", "_temp left behind|missing with its rows$|^\\w+ missing$|other columns, \\+|index .*_temp",
-     REBUILT),
+    ("+-", "_temp left behind|missing with its rows$|^\\w+ missing$|other columns, \\+", REBUILT),
+    ("+-", "^index ",
+     "A rebuild loses the constraints that bring indexes along, and a copy has them as well."),
     ("+", "other columns, -",
      "The column could not be added, and the probe of its version looks for another one or none."),
     ("+", "other columns$|other definition$",
@@ -125,9 +130,8 @@ class Deviations:
                 entry["steps"] = sorted({*entry["steps"], *steps}, key=in_order)
         entries = sorted(self.entries.values(),
                          key=lambda entry: (entry["walk"], entry["cause"], entry["difference"]))
-        self._file.write_text(
-            "[\n" + ",\n".join(json.dumps(entry, ensure_ascii=False) for entry in entries) + "\n]\n",
-            encoding="utf-8")
+        lines = ",\n".join(json.dumps(entry, ensure_ascii=False) for entry in entries)
+        self._file.write_text(f"[\n{lines}\n]\n", encoding="utf-8")
 
 
 def in_order(step):

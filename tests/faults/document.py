@@ -37,10 +37,11 @@ counted here: {violations} violations of what must hold in every case.
 
 - Every statement is a transaction of its own. What a fault can do is to stop a walk between two
   statements, or to make one statement fail.
-- The version is recorded at the end of a walk alone, so an interrupted walk starts over. A step that
-  finds its own work done, or half done, may fail or do it twice.
-- Of {interrupted} interruptions (kill, power cut) the next run led {recovered} to where an undisturbed
-  run leads; {copies} left a table's copy behind, {lost} cost rows, {other} left something else otherwise.
+- The version is recorded at the end of a walk alone, so an interrupted walk starts over. A step
+  that finds its own work done, or half done, may fail or do it twice.
+- Of {interrupted} interruptions (kill, power cut) the next run led {recovered} to where an
+  undisturbed run leads; {copies} left a table's copy behind, {lost} cost rows, {other} left
+  something else otherwise.
 - A `_temp` table that was left behind makes every later rebuild of its table fail, which then keeps
   the columns that it should have lost. Its rows are the table's, or are in the table as well.
 - What is left otherwise is listed below with its cause. The list may only get shorter: a campaign
@@ -58,9 +59,9 @@ An outcome is what the second run left, compared with an undisturbed run:
 """
 
 LIMITS = """\
-Cases with equal contents at the same step are recovered once and count each. Of the power cuts each
-operation has one: what was not synced is in turn dropped, kept, kept up to some write, kept in part,
-in the opposite order, and torn at 512 bytes.
+Cases with equal contents at the same step are recovered once and count each. Every operation has
+one power cut: what was not synced is in turn dropped, kept, kept up to some write, kept in part,
+kept in the opposite order, and torn at 512 bytes.
 """
 
 

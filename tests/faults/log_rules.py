@@ -328,7 +328,7 @@ class Part:
 
 
 def answers_to(step, statement):
-    """What a failed statement can be due, the most likely first. Before the walk it can be one of a
+    """What a failed statement can be due, most lines first. Before the walk it can be one of a
     step that is applied again."""
     found = []
     for answer in ANSWERS:
@@ -339,6 +339,7 @@ def answers_to(step, statement):
                 found.append((answer, match))
                 if step != "before":
                     break
+    found.sort(key=lambda entry: -len(entry[0].lines))
     return found or [(Answer((), "", (), False), None)]
 
 
