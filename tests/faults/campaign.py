@@ -17,6 +17,7 @@ import hashlib
 import json
 import os
 import shutil
+import signal
 import sqlite3
 import sys
 import time
@@ -161,6 +162,7 @@ def main():
     parser.add_argument("--pin", action="store_true")
     arguments = parser.parse_args()
     end = time.monotonic() + arguments.minutes * 60
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("ended"))  # with the workers' devices
     walks = arguments.walks.split(";")
     KEPT.mkdir(parents=True, exist_ok=True)
     with workers(arguments.workers, KEPT, PROGRAM, SHIM) as started:
