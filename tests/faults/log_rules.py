@@ -129,8 +129,8 @@ ANSWERS = [
            ("updateToVersion21 - Failed to create {1} table.",)),
     Answer((21,), "SELECT mc_id,",
            ("updateToVersion21 - Failed to select entries from preferredGpsSolutions",)),
-    Answer((21,), "SELECT portName",
-           ("updateToVersion21 - Failed to select portName from serialDevices",)),
+    # Without a line when it breaks off behind its first row.
+    Answer((21, -21), "SELECT portName", ()),
     Answer((21,), "INSERT INTO gpsReceivers",
            ("updateToVersion21 - Failed to populate gpsReceivers table with new entries",)),
     Answer((21,), "SELECT last_insert_rowid",
@@ -145,7 +145,6 @@ ANSWERS = [
     Answer((-21,), "CREATE TABLE", ("Failed to create preferredGpsSolutions table.",)),
     Answer((-21,), "SELECT gpsReceivers",
            ("Failed to determine preferredGpsSolutions table entries.",)),
-    Answer((-21,), "SELECT portName", ("Failed to determine instance numbers.",)),
     Answer((-21,), "INSERT OR REPLACE",
            ("Failed to insert preferredGpsSolutions table entries.",)),
     Answer((25,), "SELECT (?!sql )|UPDATE (?:serialDevices|gpsReceivers) ",
@@ -194,7 +193,7 @@ CONSEQUENCES = [
     "\\*\\*\\*\\*\\*Beginning database migration from version: 0 to version: \\d+",
     "\\*\\*\\*\\*\\*Updating version in DB to: \\d+ with software version: .*",
     "Switch to section mapping data copied successfully while migrating database to version 12!",
-    "updateToVersion21 - Failed to .*",
+    "updateToVersion21 - Failed to .*", "Failed to determine instance numbers\\.",
     "The CREATE TABLE IF NOT EXISTS query in updateToVersion32\\(\\) failed!"
     "  The query error was: .*",
     "SELECT \\* FROM \\w+_old query in \\w+\\(\\) failed!  The query error was: .*",

@@ -374,8 +374,8 @@ class Cases:
         violations = device.further_files()
         if status != 0:
             violations.append(f"second run ended with {status}")
-        if (what.number_of_operations > 2 * len(scenario.recording.operations)
-                or len(what.statements) > 2 * len(scenario.recording.statements)):
+        # Unlike time, the same on every machine.
+        if what.number_of_operations > 2 * len(scenario.recording.operations):
             violations.append("second run did more than twice as much")
         if not device.log().startswith(log):
             violations.append("second run lost lines of the log")
