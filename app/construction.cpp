@@ -41,6 +41,8 @@ void DatabaseMigrator::logMessage(const QString &text)
     if (!m_logStream.device()) {
         return;
     }
+    // What could not be written goes before the next line: a full disk may have room again.
+    m_logStream.resetStatus();
     m_logStream << text << "\n";
     m_logStream.flush();
 }

@@ -32,9 +32,10 @@ bool breaksStatements(const QString &name)
 } // namespace
 
 EqualNames::EqualNames(
-    const QString &table, const QStringList &scopeColumns, const QString &condition,
-    EqualNames *children)
-    : m_table(table), m_scopeColumns(scopeColumns), m_condition(condition), m_children(children)
+    const QString &table, qint64 rowLimit, const QStringList &scopeColumns,
+    const QString &condition, EqualNames *children)
+    : m_table(table), m_rowLimit(rowLimit), m_scopeColumns(scopeColumns), m_condition(condition),
+      m_children(children)
 {
     for (EqualNames *below = m_children; below; below = below->m_children) {
         below->m_top = this;
@@ -166,7 +167,7 @@ bool EqualNames::forEachRow(
         if (!rows.exec(select)) {
             return false;
         }
-        while (rows.next()) {
+        for (qint64 rowsLeft = m_rowLimit; rowsLeft > 0 && rows.next(); --rowsLeft) {
             visit(rows);
         }
         return true;

@@ -24,12 +24,13 @@ public:
     using Scope = QVector<qint64>;
 
     /// @param table has the columns id and displayName
+    /// @param rowLimit how many rows a walk over the table meets at most
     /// @param scopeColumns the columns of a scope
     /// @param condition which rows the pass reads at all
     /// @param children the table whose rows the pass reads below this one's, by this one's id
     EqualNames(
-        const QString &table, const QStringList &scopeColumns, const QString &condition = "true",
-        EqualNames *children = nullptr);
+        const QString &table, qint64 rowLimit, const QStringList &scopeColumns,
+        const QString &condition = "true", EqualNames *children = nullptr);
 
     /// Finds the suspects, here and below. Without it, and where the tables do not allow it, every
     /// row is one.
@@ -49,6 +50,9 @@ public:
     /// @return a restriction, to be put behind the statement that finds a suspect's equals, to the
     /// rows that can be equal; empty where every row can be
     QString among(const Scope &scope, const QString &name) const;
+
+    /// @return how many rows a walk over the table meets at most
+    qint64 rowLimit() const { return m_rowLimit; }
 
     /// Takes note of an attempt to rename a row.
     /// @param name the name by which the row was found
@@ -87,6 +91,7 @@ private:
     std::optional<qint64> nextRow(qint64 parent, const std::optional<qint64> &last);
 
     QString m_table;
+    qint64 m_rowLimit;
     QStringList m_scopeColumns;
     QString m_condition;
     EqualNames *m_children;

@@ -88,19 +88,15 @@ bool DatabaseMigrator::getUpdate6Applied() const
 
 void DatabaseMigrator::updateToVersion7()
 {
-    const qint64 rows = firstValue("SELECT count(*) FROM files").toLongLong();
-    qint64 rowsRead = 0;
-    qint64 lastId = 0;
+    qint64 rowsLeft = rowLimit("files");
     QSqlQuery files = forwardOnlyQuery();
     bool pathsRewritten = files.exec("SELECT * FROM files");
     while (files.next()) {
-        const qint64 id = files.value(0).toLongLong();
-        // In a damaged table an update can lead the walk back to an earlier row, again and again.
-        if (++rowsRead > rows && id <= lastId) {
+        if (--rowsLeft < 0) {
             pathsRewritten = false;
             break;
         }
-        lastId = id;
+        const qint64 id = files.value(0).toLongLong();
         const QString oldPath = files.value(3).toString();
         const QString newPath =
             "/usr/bin/harlo/" + oldPath.mid(qMax(0, oldPath.indexOf("userFiles")));

@@ -6,6 +6,10 @@
 #include <QTextCodec>
 #include <QtTest>
 
+#include <csignal>
+
+#include <sys/resource.h>
+
 namespace
 {
 QStringList toolkitMessages;
@@ -29,6 +33,27 @@ public:
 
 private:
     QtMessageHandler m_handlerBefore;
+};
+
+/// Lets no file of this process grow, in its scope, beyond what the log has and some bytes more.
+class FullDisk
+{
+public:
+    explicit FullDisk(qint64 room)
+    {
+        std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit full{
+            static_cast<rlim_t>(QFileInfo(ScratchDevice::logPath).size() + room),
+            m_before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &full);
+    }
+    ~FullDisk() { setrlimit(RLIMIT_FSIZE, &m_before); }
+    FullDisk(const FullDisk &) = delete;
+    FullDisk &operator=(const FullDisk &) = delete;
+
+private:
+    rlimit m_before{};
 };
 
 /// The files in the databases directory that this process holds open.
@@ -71,6 +96,7 @@ private slots:
     void appendsToTheLog();
     void logThatCannotBeOpened();
     void logMessage();
+    void logThatCannotBeWrittenForATime();
     void readSoftwareVersion_data();
     void readSoftwareVersion();
     void softwareVersionThatIsADirectory();
@@ -416,6 +442,22 @@ void ConstructionTest::logMessage()
     QCOMPARE(device->takeLog(), QString("\n"));
     migrator.logMessage("\n*****two lines");
     QCOMPARE(device->takeLog(), QString("\n*****two lines\n"));
+}
+
+void ConstructionTest::logThatCannotBeWrittenForATime()
+{
+    DatabaseMigrator &migrator = device->start();
+    device->takeLog();
+    {
+        const FullDisk fullDisk(4);
+        migrator.logMessage("written in part");
+        migrator.logMessage("not written");
+        QCOMPARE(device->takeLog(), QString("writ"));
+    }
+
+    migrator.logMessage("written");
+
+    QCOMPARE(device->takeLog(), QString("ten in part\nnot written\nwritten\n"));
 }
 
 void ConstructionTest::readSoftwareVersion_data()

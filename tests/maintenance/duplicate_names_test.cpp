@@ -38,6 +38,8 @@ private slots:
     void renameDuplicateFiles_data();
     void renameDuplicateFiles();
     void secondRunFindsNothingLeft();
+    void endsInADamagedTable_data();
+    void endsInADamagedTable();
 
 private:
     std::unique_ptr<ScratchDevice> device;
@@ -646,6 +648,57 @@ void DuplicateNamesTest::secondRunFindsNothingLeft()
 
     QCOMPARE(device->takeLog(), QString());
     COMPARE_LINES(device->dump(), dump);
+}
+
+/// A page of rows is there twice: a rename by an id of the second one changes the first, and leads
+/// the walk back to it. The trigger makes every row count.
+void DuplicateNamesTest::endsInADamagedTable_data()
+{
+    QTest::addColumn<QByteArray>("table");
+    QTest::addColumn<QByteArray>("values");
+
+    QTest::newRow("growers") << QByteArray("growers")
+                             << QByteArray("id, displayName) SELECT n, name");
+    QTest::newRow("farms of a grower")
+        << QByteArray("farms") << QByteArray("id, displayName, growerId) SELECT n, name, 1");
+    QTest::newRow("fields of a farm")
+        << QByteArray("fields") << QByteArray("id, displayName, farmId) SELECT n, name, 1");
+    QTest::newRow("files")
+        << QByteArray("files")
+        << QByteArray(
+               "id, displayName, typeId, growerId, farmId, fieldId) SELECT n, name, 3, 1, 1, 1");
+}
+
+void DuplicateNamesTest::endsInADamagedTable()
+{
+    QFETCH(QByteArray, table);
+    QFETCH(QByteArray, values);
+    device->sql("PRAGMA page_size = 512; VACUUM; UPDATE tableVersion SET version = 1;");
+    device->sql(QByteArray(growers) + farms + fields + files);
+    device->sql("CREATE TRIGGER noticed AFTER DELETE ON " + table + " BEGIN SELECT 1; END;");
+    if (table != "growers") {
+        device->sql("INSERT INTO growers VALUES (1, 'Smith');");
+    }
+    if (table == "fields") {
+        device->sql("INSERT INTO farms VALUES (1, 'Home', 1);");
+    }
+    device->sql(
+        "WITH RECURSIVE number(n) AS (VALUES(1) UNION ALL SELECT n + 1 FROM number WHERE n < 150), "
+        "named(n, name) AS (SELECT n, CASE WHEN n < 5 THEN 'North' ELSE 'South ' || n END FROM number) "
+        "INSERT INTO " +
+        table + " (" + values + " FROM named;");
+    device->overwriteLeaf(table, 2, 0);
+    DatabaseMigrator &migrator = device->start();
+    migrator.checkDatabaseIntegrity();
+    device->takeLog();
+
+    migrator.renameDuplicateFiles();
+    migrator.renameDuplicateNames();
+
+    QCOMPARE(device->takeLog(), QString());
+    COMPARE_LINES(
+        device->rows("SELECT displayName FROM " + table + " WHERE id = 150"),
+        QStringList("'South 150'"));
 }
 
 QTEST_APPLESS_MAIN(DuplicateNamesTest)

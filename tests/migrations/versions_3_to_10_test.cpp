@@ -425,12 +425,14 @@ void Versions3To10Test::updateToVersion7EndsInADamagedTable()
         "WITH RECURSIVE number(n) AS (VALUES(1) UNION ALL SELECT n + 1 FROM number WHERE n < 500) "
         "INSERT INTO files SELECT n, n, n, '/usr/bin/harlo/userFiles/' || n FROM number");
     device->overwriteLeaf("files", 2, 0);
-    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
+    DatabaseMigrator &migrator = startAt(*device, versionWithoutProbes);
+    migrator.checkDatabaseIntegrity();
+    device->takeLog();
 
     migrator.updateToVersion7();
 
     COMPARE_LINES(takeLogLines(*device), QStringList());
-    QCOMPARE(migrator.currentVersion(), versionUnmoved);
+    QCOMPARE(migrator.currentVersion(), versionWithoutProbes);
     COMPARE_LINES(
         device->rows("SELECT absolutePath FROM files WHERE id = 1"),
         QStringList("'/usr/bin/harlo/userFiles/1'"));
