@@ -5,10 +5,11 @@
 
 Works on a copy of the tree with a build of its own in build/mutation/: the program's code is a
 shared library there, so that a fault costs one compilation and one link. The tests of the file run
-first, then the others, until one fails; one that hangs has failed. Answers are kept: a campaign
-goes on where the last one stopped. A fault that was not noticed is tried again when a test has
-changed; survivors.txt tells of those that make no difference, and why. Ends with an error when one
-that is not told of survives, or less than 98 % are noticed.
+first; what they leave goes to the others when every fault has been tried. The first failure ends a
+trial, and what hangs has failed. Answers are kept: a campaign goes on where the last one stopped. A
+fault that was not noticed is tried again when a test has changed; survivors.txt tells of those that
+make no difference, and why. Ends with an error when another one survives, or less than 98 % are
+noticed.
 """
 
 import argparse
@@ -36,6 +37,8 @@ ANSWERS = KEPT / "answers.jsonl"
 SURVIVORS = HERE / "survivors.txt"
 # These look at the source, at other programs or at the disk; the mutants are what they look at.
 OTHER_TESTS = "^(format|shellcheck|install|show_changes|faults|mutants)$"
+# Of processor time, for one process; tests set other limits to the programs that they start.
+MOST_SECONDS = 30
 
 
 @lru_cache(maxsize=None)
@@ -52,8 +55,9 @@ def run(command, **options):
 def ctest(*arguments):
     """Whether the tests pass, and the first one that does not."""
     temporary = "/dev/shm" if os.access("/dev/shm", os.W_OK) else "/tmp"
-    result = run(["ctest", "--test-dir", BUILD, "--stop-on-failure", "--timeout", "60",
-                  "--exclude-regex", OTHER_TESTS, *arguments],
+    # Loops that never end are many; what takes so long without one is left to the tests' own limit.
+    result = run(["prlimit", f"--cpu={MOST_SECONDS}:", "ctest", "--test-dir", BUILD,
+                  "--stop-on-failure", "--exclude-regex", OTHER_TESTS, *arguments],
                  env={**os.environ, "TMPDIR": temporary})
     failed = [line.split()[3] for line in result.stdout.splitlines() if "***" in line]
     return result.returncode == 0, failed[0] if failed else "nothing"
@@ -77,6 +81,9 @@ class Tree:
             if any(f" -c {TREE / folder}/" in compilation for folder in FOLDERS):
                 self.product(compilation).unlink(missing_ok=True)
         self.check(["cmake", "--build", BUILD])
+        passed, failed = ctest("--parallel", "2")
+        if not passed:
+            sys.exit(f"Without a fault the tests fail: {failed}")
 
     @staticmethod
     def check(command):
@@ -93,7 +100,7 @@ class Tree:
 
     def users(self, header):
         if header == "app/database_migrator.h":
-            return ["app/construction.cpp"]
+            return ["app/construction.cpp", "tests/app/construction_test.cpp"]
         return [str(path.relative_to(TREE)) for folder in FOLDERS
                 for path in (TREE / folder).glob("*.cpp")
                 if f'"{header}"' in path.read_text(encoding="utf-8")]
@@ -137,16 +144,13 @@ def first_tests(file):
             "database_migrator": "^(construction|driver)_test$"}[stem]
 
 
-def judge(tree, mutant):
-    """What becomes of a mutant: "noticed", "survived" or "not compiled", and by which test."""
+def judge(tree, mutant, *arguments):
+    """What becomes of a mutant in some of the tests, and the first one that notices it."""
     with tree.with_fault(mutant) as compiled:
         if not compiled:
             return "not compiled", ""
-        for arguments in (["-R", first_tests(mutant.file)], ["--parallel", "2"]):
-            passed, failed = ctest(*arguments)
-            if not passed:
-                return "noticed", failed
-        return "survived", ""
+        passed, failed = ctest(*arguments)
+        return ("unnoticed", "") if passed else ("noticed", failed)
 
 
 def explanations():
@@ -165,28 +169,43 @@ def identity(mutant):
     return hashlib.sha256(f"{digest(ROOT / mutant.file)}{mutant}".encode()).hexdigest()[:16]
 
 
-def is_open(answer, tests):
-    return not answer or answer["outcome"] == "survived" and answer["tests"] != tests
+def trials(chosen, answers, tests, end):
+    """Tries what has no answer: in the tests of its file first, what is left then in the others."""
+    explained = explanations()
+    tree = None
+    for stage in "left", "survived":
+        for mutant in chosen:
+            outcome, tested = answers.get(identity(mutant), ("not tried", tests))
+            if tested != tests and outcome in ("left", "survived"):
+                outcome = "not tried"
+            if outcome != {"left": "not tried", "survived": "left"}[stage] or mutant.key() in explained:
+                continue
+            if time.monotonic() > end:
+                return
+            tree = tree or Tree()
+            own = ["--tests-regex", first_tests(mutant.file)]
+            outcome, by = judge(tree, mutant, *(own if stage == "left" else ["--parallel", "2"]))
+            yield mutant, stage if outcome == "unnoticed" else outcome, by
 
 
 def print_figures(chosen, answers):
     explained = explanations()
     figures, survivors = defaultdict(Counter), []
     for mutant in chosen:
-        answer = answers.get(identity(mutant), {"outcome": "not tried"})
-        outcome = answer["outcome"]
-        if outcome == "survived":
-            outcome = "explained" if mutant.key() in explained else outcome
-            if outcome == "survived":
-                survivors.append(mutant)
+        outcome, _ = answers.get(identity(mutant), ("not tried", ""))
+        if mutant.key() in explained:
+            outcome = "explained"
+        elif outcome in ("left", "survived"):
+            survivors.append((outcome, mutant))
         for row in mutant.kind, "all":
             figures[row][outcome] += 1
-    columns = "noticed", "survived", "explained", "not compiled", "not tried"
+    columns = "noticed", "survived", "explained", "left", "not compiled", "not tried"
     print(f"{'fault':20}" + "".join(f"{column:>14}" for column in columns))
     for kind, counts in sorted(figures.items(), key=lambda row: (row[0] == "all", row[0])):
         print(f"{kind:20}" + "".join(f"{counts[column]:>14}" for column in columns))
-    for mutant in survivors:
-        print(f"\n{mutant.file} {mutant.function}\n- {mutant.before}\n+ {mutant.after}\n{mutant.kind}")
+    for outcome, mutant in survivors:
+        print(f"\n{outcome}: {mutant.kind}\n{mutant.file} {mutant.function}\n"
+              f"- {mutant.before}\n+ {mutant.after}")
     noticed, tried = figures["all"]["noticed"], sum(figures["all"][name] for name in columns[:3])
     print(f"\n{noticed} of {tried} noticed: {noticed / max(tried, 1):.1%}")
     return not survivors and noticed >= 0.98 * tried
@@ -201,28 +220,15 @@ def main():
     KEPT.mkdir(parents=True, exist_ok=True)
     chosen = all_mutants(ROOT)[:arguments.mutants]
     tests = digest(*(path for path in (ROOT / "tests").iterdir() if path != HERE))
-    answers = {}
-    if ANSWERS.exists():
-        for line in ANSWERS.read_text().splitlines():
-            answer = json.loads(line)
-            answers[answer["id"]] = answer
-    missing = [mutant for mutant in chosen if is_open(answers.get(identity(mutant)), tests)]
-    if missing and time.monotonic() < end:
-        tree = Tree()
-        passed, failed = ctest("--parallel", "2")
-        if not passed:
-            sys.exit(f"Without a fault the tests fail: {failed}")
-        for mutant in missing:
-            if time.monotonic() > end:
-                break
-            began = time.monotonic()
-            outcome, by = judge(tree, mutant)
-            answer = {"id": identity(mutant), "outcome": outcome, "by": by, "tests": tests,
-                      "seconds": round(time.monotonic() - began, 1), "kind": mutant.kind,
-                      "mutant": mutant.key()}
-            answers[answer["id"]] = answer
-            with ANSWERS.open("a") as file:
-                file.write(json.dumps(answer) + "\n")
+    with ANSWERS.open("a+") as file:
+        file.seek(0)
+        answers = {answer["id"]: (answer["outcome"], answer["tests"])
+                   for answer in map(json.loads, file)}
+        for mutant, outcome, by in trials(chosen, answers, tests, end):
+            answers[identity(mutant)] = outcome, tests
+            file.write(json.dumps({"id": identity(mutant), "outcome": outcome, "by": by,
+                                   "tests": tests, "mutant": mutant.key()}) + "\n")
+            file.flush()
     return 0 if print_figures(chosen, answers) else 1
 
 
