@@ -284,6 +284,10 @@ void EqualNamesTest::outcomeIsThePlainWalksForOddTables_data()
         "BEGIN UPDATE farms SET displayName = 'B' WHERE id = 1; END;"
         "INSERT INTO growers VALUES (1, 'A'), (2, 'A');"
         "INSERT INTO farms VALUES (1, 'A', 2), (2, 'B', 2);");
+    // Row 4 gets the name of row 1, and only then has an equal.
+    row("a new name that makes an equal of a row that had none",
+        "",
+        "INSERT INTO growers VALUES (1, 'A_2_2'), (2, 'A'), (3, 'A'), (4, 'A_2');");
     row("an index of some rows, which are met in its order",
         "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT, rank INTEGER);",
         "WITH RECURSIVE number(n) AS (VALUES(1) UNION ALL SELECT n + 1 FROM number WHERE n < 200) "

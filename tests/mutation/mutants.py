@@ -14,6 +14,8 @@ WORDLESS = re.compile(r"#include|static_assert|extern")
 NO_STATEMENT = re.compile(
     r"(if|for|while|else|case|return \S|const|constexpr|using|struct|auto|explicit|[\w:<>, ]+ \*?&?\w+"
     r"( = .*|\(.*|\{.*)?;|[}#:(&])")
+# A plain setting, which may as well be done before or after its neighbour.
+SETTING = re.compile(r"\s*[\w.]+ = [^()]*;")
 
 
 @dataclass(frozen=True)
@@ -89,7 +91,8 @@ class Source:
     def letter_cases(self):
         """A letter of a name that stands alone, as tables and columns do."""
         for match in self.strings:
-            if re.fullmatch(r'"[A-Za-z]\w*"', match[0]):
+            behind = self.text[match.end():self.text.find("\n", match.end())]
+            if re.fullmatch(r'"[A-Za-z]\w*"', match[0]) and "CaseInsensitive" not in behind:
                 places = [place for place in range(match.start() + 1, match.end() - 1)
                           if self.text[place].isalpha()]
                 place = choose(places, match[0])
@@ -128,7 +131,8 @@ class Source:
         for start, end, _ in units:
             yield "statement dropped", start, end, ""
         for (start, middle, mark), (second, end, other) in zip(units, units[1:]):
-            if middle == second and mark == other:
+            if middle == second and mark == other and not (
+                    SETTING.match(self.code, start) or SETTING.match(self.code, second)):
                 swapped = self.text[middle:end] + self.text[start:middle]
                 yield "statements swapped", start, end, swapped
 

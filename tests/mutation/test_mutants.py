@@ -28,8 +28,7 @@ void M::updateToVersion4()
 # What stands in the place of a line, or of several.
 FAULTS = {
     "statement dropped": ["", "", "", "", ""],
-    "statements swapped": ['logMessage("Done!"); m_currentVersion = 4;',
-                           'return; logMessage("Done!");', 'dropTable("b"), dropTable("a"),'],
+    "statements swapped": ['return; logMessage("Done!");', 'dropTable("b"), dropTable("a"),'],
     "run-all list": ['const bool succeeded = ( dropTable("a") && dropTable("b"));'],
     "condition": ['if (!addColumn("t", "fence") || m_count > 0) {',
                   'if (!addColumn("t", "fence") && m_count >= 0) {',
