@@ -14,6 +14,8 @@ WORDLESS = re.compile(r"#include|static_assert|extern")
 NO_STATEMENT = re.compile(
     r"(if|for|while|else|case|return \S|const|constexpr|using|struct|auto|explicit|[\w:<>, ]+ \*?&?\w+"
     r"( = .*|\(.*|\{.*)?;|[}#:(&])")
+# A call that does something, while others only look.
+CHANGING = r"(?:add|set|drop|rename|execute)\w*\(|query\.exec"
 # A plain setting, which may as well be done before or after its neighbour.
 SETTING = re.compile(r"\s*[\w.]+ = [^()]*;")
 
@@ -148,10 +150,10 @@ class Source:
                 joined += " &&" if blanked == "," and depth == 0 else character
             # Comments stand at the ends of lines of their own, and do no harm there.
             yield "run-all list", match.start(), end + 2, "(" + joined + ")"
-        for match in re.finditer(r"(\w+) &= ", self.code):
+        for match in re.finditer(r"(\w+) &= (?!readToTheEnd)", self.code):
             yield "run-all list", match.start(), match.end(), f"{match[1]} = {match[1]} && "
-        for match in re.finditer(r"\) && ?\n? *(?=\w+\()|\) &&(?=\s+\w+\()", self.code):
-            yield "run-all list", match.start() + 2, match.start() + 4, "&"
+        for match in re.finditer(rf"\) &&(?=\s+(?:{CHANGING}))", self.code):
+            yield "run-all list", match.start() + 2, match.end(), "&"
 
     def operators(self):
         others = {"&&": "||", "||": "&&", "==": "!=", "!=": "==", "<": "<=", "<=": "<", ">": ">=",
@@ -185,6 +187,8 @@ class Source:
 
     def arguments(self):
         """Two neighbours in a call."""
+        if self.file.endswith(".h"):
+            return
         one = r"((?:[^(),;{}\n]|\([^(),;{}\n]*\))+)"
         for match in re.finditer(rf"(?<=[\w>]\(){one}(,\s+){one}(?=[,)])", self.code):
             first, second = (self.text[slice(*match.span(group))] for group in (1, 3))
