@@ -16,8 +16,8 @@ NO_STATEMENT = re.compile(
     r"( = .*|\(.*|\{.*)?;|[}#:(&])")
 # A call that does something, while others only look.
 CHANGING = r"(?:add|set|drop|rename|execute)\w*\(|query\.exec"
-# A plain setting, which may as well be done before or after its neighbour.
-SETTING = re.compile(r"\s*[\w.]+ = [^()]*;")
+# A value that is set or added to: as good before its neighbour as behind it.
+SETTING = re.compile(r"\s*[\w.]+ (=\s[^()]*|(<<|\+=)\s[^;]*);")
 
 
 @dataclass(frozen=True)
