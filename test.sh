@@ -4,6 +4,7 @@
 #
 #   ./test.sh             the preset dev
 #   ./test.sh --asan      the same under the address and undefined-behaviour sanitizers
+#   ./test.sh --coverage  the same with counters; fails below what tests/coverage/gcovr.cfg asks for
 #   ./test.sh --campaign  only the tests that look at a sample, but at all their cases: takes hours
 set -euo pipefail
 
@@ -16,6 +17,7 @@ tests=()
 case "${1:-}" in
     '') ;;
     --asan) preset=asan ;;
+    --coverage) preset=coverage ;;
     --campaign)
         export CAMPAIGN=1
         tests=(--build-config Campaign --label-regex campaign)
@@ -30,4 +32,8 @@ install_packages test
 
 cmake --preset "$preset"
 cmake --build --preset "$preset"
-exec ctest --test-dir "build/$preset" --parallel "$(nproc)" --output-on-failure "${tests[@]}"
+find "build/$preset" -name '*.gcda' -delete # what an earlier run has counted
+ctest --test-dir "build/$preset" --parallel "$(nproc)" --output-on-failure "${tests[@]}"
+if [ "$preset" = coverage ]; then
+    gcovr --config tests/coverage/gcovr.cfg --branches --print-summary "build/$preset"
+fi
