@@ -268,7 +268,56 @@ def header_of_the_database(chance, device):
     device.database = database
 
 
+ODD_COLUMNS = ("extra TEXT DEFAULT 'it''s FOREIGN KEY (a, b)'", "\"a b\" TEXT", "[x,y] INT", "`FOREIGN KEY` INT CHECK (1)",
+               "'q' TEXT", "a.b", "extra", "extra TEXT /* , ( */", "extra INT DEFAULT (1 + (2))",
+               "extra TEXT REFERENCES growers(id)", "extra AS (1)", "extra TEXT NOT NULL DEFAULT \"x,y\"")
+ODD_CONSTRAINTS = ("FOREIGN KEY (id) REFERENCES growers(id, b)", "FOREIGN KEY(id)REFERENCES nowhere",
+                   "FOREIGN KEY (id, displayName) REFERENCES growers(id, displayName)", "CHECK (1)",
+                   "CHECK (length('FOREIGN KEY, (') > 1)", "UNIQUE (id)", "foreign key (id) references farms(id)",
+                   "CONSTRAINT \"FOREIGN KEY (\" UNIQUE (id)", "FOREIGN KEY (id) REFERENCES farms /* ), */ (id)")
+
+
+def odd_text(chance, text, name):
+    """A CREATE text as nobody writes it, but mostly one that can be read."""
+    beginning, _, rest = text.partition("(")
+    match chance.randrange(7):
+        case 0:
+            return f"{beginning}({chance.choice(ODD_COLUMNS)}, {rest}"
+        case 1:
+            return f"{text[:-1]}, {chance.choice(ODD_CONSTRAINTS)})"
+        case 2:
+            return text + chance.choice((" STRICT", " WITHOUT ROWID", " -- end", ";", " /* , */ "))
+        case 3:
+            return chance.choice((text.lower(), text.upper(), text.replace("FOREIGN KEY", "Foreign Key")))
+        case 4:
+            return text.replace(" ", chance.choice(("\n", "\t", "  ", " /* ,( */ ", " -- (,\n")))
+        case 5:
+            return text.replace(name, chance.choice((f'"{name}"', f"[{name}]", f"main.{name}", name.upper())), 1)
+        case _:
+            types = chance.choice((" INTEGER", " TEXT", " REAL", " varchar(40)"))
+            return text.replace(types, chance.choice(("", " BLOB", " [a,b]", " \"a (,\"", " NUMERIC(10, 5)")))
+
+
+def is_readable(database):
+    with closing(sqlite3.connect(":memory:")) as connection:
+        try:
+            connection.deserialize(database)
+            connection.execute("SELECT 1 FROM growers")
+        except (sqlite3.Error, UnicodeDecodeError):  # The latter in an error's text.
+            return False
+    return True
+
+
 def schema_of_the_database(chance, device):
+    before = device.database
+    edit_schema(chance, device)
+    # Of a schema that SQLite does not read the program sees nothing.
+    while not is_readable(device.database) and chance.random() < 0.8:
+        device.database = before
+        edit_schema(chance, device)
+
+
+def edit_schema(chance, device):
     with device.edit() as database:
         database.run("PRAGMA writable_schema = ON")
         for _ in range(chance.choice((1, 1, 2, 5))):
@@ -276,9 +325,9 @@ def schema_of_the_database(chance, device):
             if not rows:
                 break
             busy = [row for row in rows if row[2] in BUSY_TABLES]
-            rowid, text, *_ = chance.choice(chance.choice((rows, busy)) or rows)
+            rowid, text, name, _ = chance.choice(chance.choice((rows, busy)) or rows)
             other = chance.choice(rows)
-            match chance.randrange(9):
+            match chance.randrange(12):
                 case 0 | 1 | 2 | 3:
                     new = mutated(chance, (text or "").encode(), SQL_TOKENS)
                     database.run("UPDATE sqlite_master SET sql = CAST(? AS TEXT) WHERE rowid = ?", new, rowid)
@@ -294,7 +343,10 @@ def schema_of_the_database(chance, device):
                     database.run("DELETE FROM sqlite_master WHERE rowid = ?", rowid)
                 case 7:
                     database.run("INSERT INTO sqlite_master SELECT * FROM sqlite_master WHERE rowid = ?", rowid)
-                case 8:
+                case 8 | 9 | 10:
+                    database.run("UPDATE sqlite_master SET sql = ? WHERE rowid = ?",
+                                 odd_text(chance, text or "", name), rowid)
+                case 11:
                     columns = ", ".join(f"c{i} TEXT" for i in range(chance.choice((1, 500, 2500))))
                     database.run("UPDATE sqlite_master SET sql = ? WHERE rowid = ?",
                                  f"CREATE TABLE {other[2]} ({columns})", rowid)
@@ -533,4 +585,7 @@ def case(seed):
     small = not kind.startswith("database") and chance.random() < 0.8
     device = good_device(chance, small)
     KINDS[kind](chance, device)
+    # Nothing lies below what has come in a folder's place.
+    device.files = {path: content for path, content in device.files.items()
+                    if str(pathlib.PurePath(path).parent) not in device.files}
     return device

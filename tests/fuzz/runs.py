@@ -11,7 +11,6 @@ from dataclasses import dataclass
 
 TESTS = pathlib.Path(__file__).parent.parent
 MEMORY = "/dev/shm"
-FOLDERS = ("app/databases", "app/quillmoor", "Harlo", "etc/harlo", "pool")
 # Most of a campaign's time would go into the sanitizers' book-keeping. The suite looks for leaks.
 QUICK_SANITIZERS = "detect_leaks=0:malloc_context_size=1:quarantine_size_mb=1"
 TOO_LONG = (signal.SIGXCPU, signal.SIGALRM)
@@ -49,7 +48,7 @@ class Runner:
             env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
 
     def run(self, device):
-        self._fill(device.files)
+        fill(self.root, device.files)
         request = f"{len(device.arguments)}\n".encode() + b"".join(
             argument + b"\0" for argument in device.arguments)
         self.process.stdin.write(request)
@@ -61,29 +60,32 @@ class Runner:
         output = self.process.stdout.read(size).decode(errors="replace")
         return Run(status, milliseconds, kilobytes, output)
 
-    def _fill(self, files):
-        for folder in FOLDERS:
-            empty(self.root / folder)
-        for path in (self.root / "app").iterdir():
-            if path.name != "database-migrator":
-                remove(path)
-        for folder in FOLDERS:
-            if folder not in files and (folder != "app/databases" or any(
-                    path.startswith("app/databases/") for path in files)):
-                (self.root / folder).mkdir(parents=True, exist_ok=True)
-        for path, content in files.items():
-            place = self.root / path
-            if content is None:
-                place.mkdir()
-            elif isinstance(content, pathlib.Path):
-                place.symlink_to(content)
-            else:
-                place.write_bytes(content)
-
     def end(self):
         with suppress(BrokenPipeError):
             self.process.stdin.close()
         self.process.wait()
+
+
+def fill(root, files):
+    """Makes a device of these files and no others."""
+    app = root / "app"
+    for path in app.iterdir() if app.exists() else ():
+        if path.name != "database-migrator":
+            remove(path)
+    # What stands outside of app/ is mounted in the sandbox.
+    for folder in (root / "Harlo", root / "etc" / "harlo", root / "pool"):
+        folder.mkdir(parents=True, exist_ok=True)
+        for path in folder.iterdir():
+            remove(path)
+    for path, content in files.items():
+        place = root / path
+        place.parent.mkdir(parents=True, exist_ok=True)
+        if content is None:
+            place.mkdir()
+        elif isinstance(content, pathlib.Path):
+            place.symlink_to(content)
+        else:
+            place.write_bytes(content)
 
 
 def remove(path):
@@ -91,12 +93,6 @@ def remove(path):
         shutil.rmtree(path)
     else:
         path.unlink()
-
-
-def empty(folder):
-    if folder.is_dir() and not folder.is_symlink():
-        for path in folder.iterdir():
-            remove(path)
 
 
 @contextmanager

@@ -8,13 +8,12 @@ namespace
 {
 QStringList executed;
 
-/// What a script's statements are: every end of line goes, then every ";" separates two.
-QStringList statementsOf(QByteArray script)
+/// What a script's statements are: the ends of lines go, then every ";" separates two.
+QStringList statementsOf(const QByteArray &script)
 {
     // A decoder, unlike fromUtf8, leaves out a character that the end of the file cuts short.
     QTextDecoder decoder(QTextCodec::codecForName("UTF-8"));
-    QString text = decoder.toUnicode(script.replace("\r", ""));
-    return text.remove('\n').split(';');
+    return decoder.toUnicode(script).remove('\r').remove('\n').split(';');
 }
 } // namespace
 
@@ -28,12 +27,12 @@ bool DatabaseMigrator::executeOrLogError(const QString &sql)
 
 void fuzz(const QByteArray &input)
 {
-    // What stands behind a "*" is repeated, to a line that is longer than what is read at once. Its
-    // characters are made whole: how a bad one is read depends on where a block of the file ends.
+    // What stands behind a "*" lies where the first piece of a long line ends. Bad characters and
+    // byte order marks go: how the toolkit reads them depends on where a block of the file ends.
     QByteArray script = input;
-    if (input.startsWith('*') && input.size() > 1) {
-        const QByteArray piece = QString::fromUtf8(input.mid(1).replace('\0', ' ')).toUtf8();
-        script = piece.repeated(70'000 / piece.size() + 1);
+    if (input.startsWith('*')) {
+        script = QString::fromUtf8(input.mid(1)).remove(QChar::ByteOrderMark).toUtf8();
+        script.prepend(QByteArray(65'536 - script.size() / 2, 'x'));
     }
     static const MemoryFile file("script.sql");
     file.write(script);
