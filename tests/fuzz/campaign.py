@@ -6,9 +6,9 @@
 
 The whole program runs under the address and undefined-behaviour sanitizers on devices that
 cases.py damages; libFuzzer makes the input of the parts. Figures, findings and the fuzzers' corpora
-are kept in build/fuzz/: a campaign goes on where the last one stopped, and starts anew with another
-program or other cases. --minutes ends it early. --seed repeats one run, shows what came of it and
-leaves the device as it was before in build/fuzz/. Takes the packages that packages.txt lists for it.
+are kept in build/fuzz/: a campaign goes on where the last one stopped, and starts anew with
+another program or other cases. --minutes ends it early. --seed repeats one run, shows what came of
+it and leaves the device as it was before in build/fuzz/. Takes the packages that packages.txt lists for it.
 """
 
 import argparse
@@ -31,6 +31,8 @@ PROGRAMS = KEPT / "tests" / "fuzz"
 STATE = KEPT / "campaign.json"
 FINDINGS = KEPT / "findings"
 SERVER = PROGRAMS / "fork_server"
+# What a seed means is written here.
+CASES = ("cases", "devices", "words")
 # The longest input of each fuzzer.
 FUZZERS = {"script": 4096, "clauses": 4096, "registration": 70_000}
 VERDICTS = ("signal", "report", "over 10 s", "exit status")
@@ -53,8 +55,9 @@ class State:
 
     def __init__(self):
         known = json.loads(STATE.read_text()) if STATE.exists() else {}
-        self.runs = self._same(known.get("runs"), SERVER, HERE / "cases.py",
-                               *sorted((HERE.parent / "data").rglob("*.sql")))
+        self.runs = self._same(
+            known.get("runs"), SERVER, *(HERE / f"{name}.py" for name in CASES),
+            *sorted((HERE.parent / "data").rglob("*.sql")))
         self.runs = {"next": 0, "kinds": {}, "findings": [], **self.runs}
         self.fuzzers = {
             name: {"seconds": 0, "inputs": 0, "findings": 0,
@@ -140,8 +143,8 @@ def print_figures(state):
     for name, known in state.fuzzers.items():
         corpus = KEPT / "corpus" / name
         files = len(list(corpus.iterdir())) if corpus.exists() else 0
-        print(f"{name:25}{known['seconds'] / 60:>13.1f}{known['inputs']:>13}{known['findings']:>13}"
-              f"{files:>13}")
+        print(f"{name:25}{known['seconds'] / 60:>13.1f}{known['inputs']:>13}"
+              f"{known['findings']:>13}{files:>13}")
 
 
 def repeat(seed):
@@ -172,7 +175,7 @@ def main():
         for name in FUZZERS:
             run_fuzzer(state, name, arguments.fuzzer_minutes * 60 * part / ROUNDS, deadline)
     print_figures(state)
-    return bool(state.runs["findings"] or any(known["findings"] for known in state.fuzzers.values()))
+    return bool(state.runs["findings"] or sum(known["findings"] for known in state.fuzzers.values()))
 
 
 if __name__ == "__main__":

@@ -1,10 +1,7 @@
-#include <QByteArray>
-#include <QVector>
-
-#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <string>
+#include <vector>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -22,10 +19,25 @@ int migratorMain(int argumentCount, char **arguments);
 
 namespace
 {
-constexpr rlim_t mostProcessorSeconds = 10;
-constexpr unsigned mostSeconds = 90;
+struct Request {
+    rlim_t seconds = 0;
+    std::vector<std::string> arguments;
+};
 
-[[noreturn]] void run(QVector<QByteArray> arguments, int output)
+bool readRequest(Request *request)
+{
+    size_t count = 0;
+    if (!(std::cin >> request->seconds >> count) || std::cin.get() != '\n') {
+        return false;
+    }
+    request->arguments.resize(count);
+    for (std::string &argument : request->arguments) {
+        std::getline(std::cin, argument, '\0');
+    }
+    return true;
+}
+
+[[noreturn]] void run(Request request, int output)
 {
     const int nothing = open("/dev/null", O_RDONLY);
     dup2(nothing, STDIN_FILENO);
@@ -33,22 +45,23 @@ constexpr unsigned mostSeconds = 90;
     dup2(output, STDERR_FILENO);
     close(nothing);
     close(output);
-    // What takes longer ends by a signal.
-    const rlimit limit = {mostProcessorSeconds, mostProcessorSeconds + 1};
+    // A run that takes longer ends by a signal; so does one that waits and takes no time.
+    const rlimit limit = {request.seconds, request.seconds + 1};
     setrlimit(RLIMIT_CPU, &limit);
-    alarm(mostSeconds);
-    QVector<char *> pointers;
-    for (QByteArray &argument : arguments) {
-        pointers << argument.data();
+    alarm(static_cast<unsigned>(request.seconds) * 10);
+    char program[] = "/app/database-migrator";
+    std::vector<char *> arguments = {program};
+    for (std::string &argument : request.arguments) {
+        arguments.push_back(argument.data());
     }
-    pointers << nullptr;
-    std::exit(migratorMain(arguments.size(), pointers.data()));
+    arguments.push_back(nullptr);
+    std::exit(migratorMain(static_cast<int>(arguments.size()) - 1, arguments.data()));
 }
 
-QByteArray takeText(int file)
+std::string textOf(int file)
 {
-    QByteArray text(static_cast<int>(lseek(file, 0, SEEK_END)), 0);
-    if (pread(file, text.data(), static_cast<size_t>(text.size()), 0) != text.size()) {
+    std::string text(static_cast<size_t>(lseek(file, 0, SEEK_END)), 0);
+    if (pread(file, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
         std::abort();
     }
     return text;
@@ -62,31 +75,26 @@ long long milliseconds(const timeval &time)
 
 int main()
 {
-    // The driver's plugin would be the half of every start. Qt, which finds it later, does not know.
+    // Loading the driver would be half of every start. Qt, which finds it later, does not know.
     if (!dlopen(SQLITE_DRIVER, RTLD_NOW)) {
         std::cerr << dlerror() << std::endl;
         return 1;
     }
-    std::string line;
-    while (std::getline(std::cin, line)) {
-        QVector<QByteArray> arguments = {"/app/database-migrator"};
-        for (int missing = std::stoi(line); missing > 0; --missing) {
-            std::getline(std::cin, line, '\0');
-            arguments << QByteArray::fromStdString(line);
-        }
-        const int output = memfd_create("output", MFD_CLOEXEC);
+    Request request;
+    while (readRequest(&request)) {
+        const int output = memfd_create("output", 0);
         const pid_t child = fork();
         if (child == 0) {
-            run(arguments, output);
+            run(request, output);
         }
         int status = 0;
         rusage usage = {};
         wait4(child, &status, 0, &usage);
-        const QByteArray text = takeText(output);
+        const std::string text = textOf(output);
         close(output);
         std::cout << status << ' ' << milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime)
-                  << ' ' << usage.ru_maxrss << ' ' << text.size() << '\n';
-        std::cout.write(text.constData(), text.size()).flush();
+                  << ' ' << usage.ru_maxrss << ' ' << text.size() << '\n'
+                  << text << std::flush;
     }
     return 0;
 }
