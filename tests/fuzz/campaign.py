@@ -8,7 +8,8 @@ The whole program runs under the address and undefined-behaviour sanitizers on d
 cases.py damages; libFuzzer makes the input of the parts. Figures, findings and the fuzzers' corpora
 are kept in build/fuzz/: a campaign goes on where the last one stopped, and starts anew with
 another program or other cases. --minutes ends it early. --seed repeats one run, shows what came of
-it and leaves the device as it was before in build/fuzz/. Takes the packages that packages.txt lists for it.
+it and leaves the device as it was before in build/fuzz/. Takes the packages that packages.txt lists
+for a campaign.
 """
 
 import argparse
@@ -20,9 +21,10 @@ import subprocess
 import sys
 import time
 from collections import Counter
+from dataclasses import dataclass
 
 from cases import KINDS, case, kind_of
-from runs import QUICK_SANITIZERS, fill, runner
+from runs import QUICKEST_SANITIZERS, fill, runner
 
 HERE = pathlib.Path(__file__).parent
 ROOT = HERE.parent.parent
@@ -31,10 +33,23 @@ PROGRAMS = KEPT / "tests" / "fuzz"
 STATE = KEPT / "campaign.json"
 FINDINGS = KEPT / "findings"
 SERVER = PROGRAMS / "fork_server"
+PRODUCT = ("app", "maintenance", "migrations", "schema")
 # What a seed means is written here.
-CASES = ("cases", "devices", "words")
-# The longest input of each fuzzer.
-FUZZERS = {"script": 4096, "clauses": 4096, "registration": 70_000}
+CASES = ("cases.py", "devices.py", "words.py")
+
+
+@dataclass(frozen=True)
+class Fuzzer:
+    longest_input: int
+    parts: tuple
+
+
+FUZZERS = {
+    "script": Fuzzer(4096, ("maintenance/reference_scripts.cpp", "app/text_file_reader.h")),
+    "clauses": Fuzzer(4096, ("schema/foreign_key_clauses.cpp",)),
+    "registration": Fuzzer(
+        70_000, ("maintenance/part_number.cpp", "maintenance/registration_file.cpp")),
+}
 VERDICTS = ("signal", "report", "over 10 s", "exit status")
 # Runs and fuzzers take turns, so that a campaign that ends early has seen something of both.
 ROUNDS = 10
@@ -55,14 +70,16 @@ class State:
 
     def __init__(self):
         known = json.loads(STATE.read_text()) if STATE.exists() else {}
+        product = [file for folder in PRODUCT for file in sorted((ROOT / folder).iterdir())]
+        data = sorted((ROOT / "tests" / "data").rglob("*.sql"))
         self.runs = self._same(
-            known.get("runs"), SERVER, *(HERE / f"{name}.py" for name in CASES),
-            *sorted((HERE.parent / "data").rglob("*.sql")))
+            known.get("runs"), *product, *data, *(HERE / name for name in CASES))
         self.runs = {"next": 0, "kinds": {}, "findings": [], **self.runs}
         self.fuzzers = {
             name: {"seconds": 0, "inputs": 0, "findings": 0,
-                   **self._same(known.get("fuzzers", {}).get(name), PROGRAMS / f"{name}_fuzzer")}
-            for name in FUZZERS}
+                   **self._same(known.get("fuzzers", {}).get(name), HERE / f"{name}_fuzzer.cpp",
+                                *(ROOT / part for part in fuzzer.parts))}
+            for name, fuzzer in FUZZERS.items()}
 
     @staticmethod
     def _same(known, *files):
@@ -91,7 +108,7 @@ class State:
 
 
 def run_cases(state, end, deadline):
-    with runner(SERVER, QUICK_SANITIZERS) as started:
+    with runner(SERVER, QUICKEST_SANITIZERS) as started:
         for seed in range(state.runs["next"], end):
             if time.monotonic() > deadline:
                 break
@@ -111,7 +128,7 @@ def run_fuzzer(state, name, end, deadline):
     corpus.mkdir(parents=True, exist_ok=True)
     begin = time.monotonic()
     ended = subprocess.run(
-        [PROGRAMS / f"{name}_fuzzer", f"-max_total_time={seconds}", f"-max_len={FUZZERS[name]}",
+        [PROGRAMS / f"{name}_fuzzer", f"-max_total_time={seconds}", f"-max_len={FUZZERS[name].longest_input}",
          f"-dict={HERE / f'{name}.dict'}", "-timeout=10", "-rss_limit_mb=4096",
          f"-artifact_prefix={FINDINGS}/{name}-", "-print_final_stats=1", corpus,
          HERE / "corpus" / name], stdin=subprocess.DEVNULL, capture_output=True, check=False)
@@ -175,7 +192,7 @@ def main():
         for name in FUZZERS:
             run_fuzzer(state, name, arguments.fuzzer_minutes * 60 * part / ROUNDS, deadline)
     print_figures(state)
-    return bool(state.runs["findings"] or sum(known["findings"] for known in state.fuzzers.values()))
+    return any([state.runs["findings"], *(known["findings"] for known in state.fuzzers.values())])
 
 
 if __name__ == "__main__":

@@ -367,7 +367,7 @@ def log(chance, device):
 def several(chance, device):
     for kind in chance.sample([kind for kind in KINDS.values() if kind is not several], 3):
         # An earlier one may have left no file, or none that can be edited.
-        with suppress(TypeError, LookupError, ValueError, sqlite3.Error):
+        with suppress(TypeError, LookupError, ValueError, MemoryError, sqlite3.Error):
             kind(chance, device)
 
 

@@ -5,15 +5,15 @@ import os
 import pytest
 from cases import KINDS, case
 from devices import Device
-from runs import runner
+from runs import QUICK_SANITIZERS, runner
 
-RUNS = 30 * len(KINDS)
+RUNS = 20 * len(KINDS)
 SANITIZED = "SANITIZED" in os.environ
 
 
 @pytest.fixture(scope="module")
 def server():
-    with runner(os.environ["FORK_SERVER"]) as started:
+    with runner(os.environ["FORK_SERVER"], QUICK_SANITIZERS) as started:
         yield started
 
 
