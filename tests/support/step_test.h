@@ -30,9 +30,6 @@ Q_DECLARE_METATYPE(StepRun)
 /// A version that no step of the catalogue sets.
 const int versionUnmoved = 99;
 
-/// A version at which the integrity check applies no step again.
-const int versionWithoutProbes = 1;
-
 /// Starts the migrator at a version and takes the log of its start. The versions' table is dropped
 /// then, so that the device's dump holds what the step works on and nothing else; what the step
 /// writes need not outlive a power cut.
