@@ -93,9 +93,8 @@ class State:
         new.rename(STATE)
 
     def note(self, seed, run):
-        kind = self.runs["kinds"].setdefault(kind_of(seed), {"milliseconds": 0, "kilobytes": 0})
+        figures = Counter(self.runs["kinds"].get(kind_of(seed), {}))
         verdict = run.verdict()
-        figures = Counter(kind)
         figures.update(["runs", verdict] if verdict else ["runs"])
         figures["milliseconds"] = max(figures["milliseconds"], run.milliseconds)
         figures["kilobytes"] = max(figures["kilobytes"], run.kilobytes)
@@ -128,10 +127,11 @@ def run_fuzzer(state, name, end, deadline):
     corpus.mkdir(parents=True, exist_ok=True)
     begin = time.monotonic()
     ended = subprocess.run(
-        [PROGRAMS / f"{name}_fuzzer", f"-max_total_time={seconds}", f"-max_len={FUZZERS[name].longest_input}",
-         f"-dict={HERE / f'{name}.dict'}", "-timeout=10", "-rss_limit_mb=4096",
-         f"-artifact_prefix={FINDINGS}/{name}-", "-print_final_stats=1", corpus,
-         HERE / "corpus" / name], stdin=subprocess.DEVNULL, capture_output=True, check=False)
+        [PROGRAMS / f"{name}_fuzzer", f"-max_total_time={seconds}", "-timeout=10",
+         f"-max_len={FUZZERS[name].longest_input}", f"-dict={HERE / f'{name}.dict'}",
+         f"-artifact_prefix={FINDINGS}/{name}-", "-rss_limit_mb=4096", "-print_final_stats=1",
+         corpus, HERE / "corpus" / name],
+        stdin=subprocess.DEVNULL, capture_output=True, check=False)
     known["seconds"] += round(time.monotonic() - begin)
     output = ended.stderr.decode(errors="replace")
     units = re.search(r"number_of_executed_units: (\d+)", output)

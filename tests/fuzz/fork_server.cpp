@@ -45,10 +45,10 @@ bool readRequest(Request *request)
     dup2(output, STDERR_FILENO);
     close(nothing);
     close(output);
-    // A run that takes longer ends by a signal; so does one that waits and takes no time.
+    // A run that takes longer ends by a signal, and so does one that merely waits.
     const rlimit limit = {request.seconds, request.seconds + 1};
     setrlimit(RLIMIT_CPU, &limit);
-    alarm(static_cast<unsigned>(request.seconds) * 10);
+    alarm(static_cast<unsigned>(request.seconds) * 3);
     char program[] = "/app/database-migrator";
     std::vector<char *> arguments = {program};
     for (std::string &argument : request.arguments) {

@@ -9,8 +9,9 @@ import tempfile
 from contextlib import contextmanager, suppress
 from dataclasses import dataclass
 
+from devices import MEMORY
+
 TESTS = pathlib.Path(__file__).parent.parent
-MEMORY = "/dev/shm"
 # Most of the time would go into the sanitizers' book-keeping; to see where memory came from, a run
 # is repeated. Leaks are looked for in the suite.
 QUICK_SANITIZERS = "malloc_context_size=1:quarantine_size_mb=1"
