@@ -20,7 +20,10 @@ campaign=
 case "${1:-}" in
     '') ;;
     --asan) preset=asan ;;
-    --coverage) preset=coverage ;;
+    --coverage)
+        preset=coverage
+        tests=(--exclude-regex '^fuzz_')
+        ;;
     --campaign)
         export CAMPAIGN=1
         campaign=yes
