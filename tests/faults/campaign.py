@@ -45,7 +45,8 @@ CASES = {"full disk": 12, "locked throughout": 3, "locked for some statements": 
          "pair of faults": 1000}
 KINDS = (*OPERATIONS, *ALLOCATIONS, *CASES)
 SECURE_DELETE_OFF = {"FAULT_SECURE_DELETE": "OFF"}
-# walk: what it starts from, SQLite's switches, the kinds of fault and in how many passes.
+# walk: what it starts from, SQLite's switches, the kinds of fault, and in how many passes (a power
+# of two).
 WALKS = {
     "1 to 34": ("start", {}, KINDS, 128),
     "34 to 1": ("1 to 34/final", {}, KINDS, 128),
@@ -109,6 +110,12 @@ def number_of_cases(figures, kind):
     return CASES.get(kind, figures["operations"]), 1
 
 
+def turn(number, passes):
+    """When a pass has its turn: such that the first ones are spread over the whole walk."""
+    bits = passes.bit_length() - 1
+    return int(f"{number:0{bits}b}"[::-1], 2)
+
+
 def tasks(plan, kinds, walks):
     """All of them, such that the walks come forward together, and every kind on them."""
     found = []
@@ -119,8 +126,8 @@ def tasks(plan, kinds, walks):
             for number in range(passes):
                 if number * distance < end:
                     numbers = number * distance, end, passes * distance
-                    found.append((number, place, {"kind": kind, "scenario": name,
-                                                  "numbers": numbers}))
+                    found.append((turn(number, passes), place, {
+                        "kind": kind, "scenario": name, "numbers": numbers}))
     return [task for *_, task in sorted(found, key=lambda entry: entry[:2])]
 
 

@@ -22,19 +22,21 @@ CAUSES = (
      "Version 7 sets its prefix before every path: a walk that starts over sets it twice before"
      " paths without userFiles."),
     ("+-", "productcontrol_productsettings", RECREATED.format(2)),
-    ("+-", "workorderrxmaps(_old)?( |_1)", RECREATED.format(32)),
+    ("+-", "workorderrxmaps(_old| rows| missing| other definition)", RECREATED.format(32)),
     ("+", "^(outgoingfiles|incomingfiles|filetransferhistory) (other values|rows)",
      "Version 7 deletes once: its probe answers true also when that failed."),
     ("+", "^mc_machinesystem", "Version 9 counts a deletion that failed as done."),
     ("+", "switchtosectionbridge|onscreenswitchbox",
      "Version 12 copies the switches until one fails and cannot begin again; the next run's"
      " version 19 maps what was copied."),
-    ("+", "gpsreceivers|gpsreceivermapping|preferredgpssolutions",
+    ("+", "^gpsreceivers|gpsreceivermapping|preferredgpssolutions",
      "Version 21 drops the preferred solutions also when their receivers could not be inserted;"
      " when it is stopped before, it inserts them again under further numbers."),
-    ("-", "gpsreceivers|gpsreceivermapping|preferredgpssolutions",
+    ("-", "^gpsreceivers|gpsreceivermapping|preferredgpssolutions",
      "Version 21 leaves the receivers where it could not turn all of them into preferred solutions,"
      " and the walk goes on. A rebuild for version 14 that stopped leaves its `_temp` copy."),
+    ("+", "^pc_ingredient other values",
+     "Version 23 renumbers the units once: its probe looks for columns alone."),
     ("+", "pc_ingredienttomixbridge",
      "Version 27 runs its four statements whatever fails, so that the table is dropped also when"
      " its rows could not be copied. Version 23 takes the unit of an ingredient as it stands."),
@@ -43,6 +45,8 @@ CAUSES = (
     ("+", "^pc_(carrier|mix|plantervariety) other values",
      "Version 31 gives identifiers to rows that have none: those that it could not write are given"
      " at random by the next run, or not at all."),
+    ("+", "^pc_mix other values",
+     "Version 23 marks the mixes that are in use once: its probe looks for columns alone."),
     ("+", "^(userprofiles|mc_equipmentsectiongroup) other values",
      "The values that versions 6, 8, 11, 16 and 20 set are set once: their probes look for columns"
      " and tables alone."),
@@ -51,10 +55,10 @@ CAUSES = (
     ("+-", "sqlite_sequence",
      "The counter of a table with AUTOINCREMENT goes on from rows that were inserted twice, or"
      " stays with the copy of a table."),
-    ("+-", "_temp left behind|missing with its rows$|^\\w+ missing$|other columns, \\+", REBUILT),
+    ("+-", "_temp left behind|missing with its rows$|^\\w+ missing$| column \\w+ more$", REBUILT),
     ("+-", "^index ",
      "A rebuild loses the constraints that bring indexes along, and a copy has them as well."),
-    ("+", "other columns, -",
+    ("+", " column \\w+ missing$",
      "The column could not be added, and the probe of its version looks for another one or none."),
     ("+", "other columns$|other definition$",
      "A column that could not be added, or not be removed, is by the next run: it stands behind"
@@ -67,6 +71,15 @@ CAUSES = (
     ("-", "other values",
      "A step back converts values once more, or not at all."),
 )
+
+
+def single(line):
+    """A difference in several columns as one for each."""
+    table, others, columns = line.partition(" other columns, ")
+    if not others:
+        return [line]
+    return [f"{table} column {column[1:]} {'more' if column[0] == '+' else 'missing'}"
+            for column in columns.split(", ")]
 
 
 def cause_of(walk, difference):
@@ -99,9 +112,9 @@ class Deviations:
     def unlisted(self, scenario, answer):
         """As violations; a difference has no number of a case."""
         walk = walk_of(scenario)
-        return [f"0: not in the list after a fault in step {step}: {line}"
+        return [f"0: not in the list after a fault in step {step}: {difference}"
                 for step, lines in answer["differences"].items() for line in lines
-                if (walk, line, step) not in self]
+                for difference in single(line) if (walk, difference, step) not in self]
 
     def no_longer_met(self, done):
         met = self._of(done)
@@ -115,8 +128,8 @@ class Deviations:
         met = defaultdict(set)
         for task, answer in done:
             for step, lines in answer["differences"].items():
-                for line in lines:
-                    met[walk_of(task["scenario"]), line].add(step)
+                for difference in (found for line in lines for found in single(line)):
+                    met[walk_of(task["scenario"]), difference].add(step)
         return met
 
     def pin(self, done):

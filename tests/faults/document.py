@@ -4,6 +4,7 @@ deviations."""
 import json
 import pathlib
 from collections import Counter, defaultdict
+from itertools import groupby
 
 from contents import REQUIRED_LOSSES, REQUIRED_VALUES
 
@@ -17,6 +18,7 @@ GROUPS = {
     "no memory": ("no memory once", "no memory from then on"),
 }
 WAYS = ("1 to 34", "34 to 1")
+LOST = " rows in no table"
 
 INTRODUCTION = """\
 # What a power cut leaves behind
@@ -58,6 +60,12 @@ An outcome is what the second run left, compared with an undisturbed run:
 - otherwise different: no row is missing, but a value, a column or a definition differs
 """
 
+LOSSES = """\
+Cases after which rows of a table were in no table any more under their keys. Why, is told with the
+table below. On the way back those of version 21 are still there, as receivers.
+
+"""
+
 LIMITS = """\
 Cases with equal contents at the same step are recovered once and count each. Every operation has
 one power cut: what was not synced is in turn dropped, kept, kept up to some write, kept in part,
@@ -66,22 +74,30 @@ kept in the opposite order, and torn at 512 bytes.
 
 
 class Figures:
-    """The numbers of cases by walk, kind of fault, step and outcome."""
+    """The numbers of cases by walk, kind of fault, step and outcome, and of those that cost rows by
+    walk, table, step and kind."""
 
-    def __init__(self, walks, outcomes, violations):
-        self.walks, self.outcomes, self.violations = walks, outcomes, violations
+    def __init__(self, walks, outcomes, lost, violations):
+        self.walks, self.outcomes, self.lost = walks, outcomes, lost
+        self.violations = violations
 
     @classmethod
     def of(cls, plan, done):
         outcomes = defaultdict(lambda: defaultdict(lambda: defaultdict(Counter)))
+        lost = defaultdict(lambda: defaultdict(lambda: defaultdict(Counter)))
         violations = 0
         for task, answer in done:
+            walk, kind = task["scenario"], task["kind"]
             violations += len(answer["violations"])
             for step, counts in answer["outcomes"].items():
-                outcomes[task["scenario"]][task["kind"]][step].update(counts)
+                outcomes[walk][kind][step].update(counts)
+            for step, lines in answer["differences"].items():
+                for line, number in lines.items():
+                    if line.endswith(LOST):
+                        lost[walk][line.removesuffix(LOST)][step][kind] += number
         walks = {name: {unit: plan[name][unit] for unit in ("operations", "allocations", "states")}
                  for name in outcomes}
-        return cls(walks, outcomes, violations)
+        return cls(walks, outcomes, lost, violations)
 
     @classmethod
     def read(cls):
@@ -123,7 +139,7 @@ def table(header, rows):
     widths = [max(map(len, column)) for column in zip(header, *rows)]
     lines = [header, ["-" * width for width in widths], *rows]
     return "".join(
-        "| " + " | ".join(map(str.ljust, line, widths)).rstrip() + " |\n" for line in lines) + "\n"
+        "| " + " | ".join(map(str.ljust, line, widths)) + " |\n" for line in lines) + "\n"
 
 
 def cell(counts):
@@ -154,12 +170,20 @@ def document(figures, deviations):
                       [[step, *(cell(figures.total([walk], kinds, [step]))
                                 for kinds in GROUPS.values())]
                        for step in in_order(walk, steps - {"any"})])
+    text += "## Rows lost because the step requires it\n\n" + LOSSES
+    text += table(
+        ["walk", "table", "after a fault in step", "kills and power cuts", "other faults"],
+        [[walk, name, step, *interrupted_and_other(counts)]
+         for walk in WAYS for name, steps in sorted(figures.lost.get(walk, {}).items())
+         for step, counts in ((step, steps[step]) for step in in_order(walk, steps))])
     text += "## What is left otherwise, and why\n\n"
     for walk in WAYS:
-        text += f"### From version {walk}\n\n" + table(
-            ["after a fault in step", "left otherwise", "cause"],
-            [[", ".join(in_order(walk, entry["steps"])), entry["difference"], entry["cause"]]
-             for entry in deviations.of(walk)])
+        text += f"### From version {walk}\n\n"
+        for cause, entries in groupby(deviations.of(walk), key=lambda entry: entry["cause"]):
+            text += cause + "\n\n" + table(
+                ["after a fault in step", "left otherwise"],
+                [[", ".join(in_order(walk, entry["steps"])), entry["difference"]]
+                 for entry in entries])
     text += "## What a step gives up on purpose\n\n"
     text += table(["step", "table", "rows"],
                   [[step, name, reason] for (step, name), reason in REQUIRED_LOSSES.items()])
@@ -168,6 +192,11 @@ def document(figures, deviations):
                    for (step, name, column), reason in REQUIRED_VALUES.items()])
     text += "## How often\n\n" + LIMITS + "\n" + figures.table()
     return text.rstrip("\n") + "\n"
+
+
+def interrupted_and_other(counts):
+    interrupted = sum(counts.get(kind, 0) for kind in GROUPS["kill, power cut"])
+    return interrupted, sum(counts.values()) - interrupted
 
 
 def write_document(file, figures, deviations):

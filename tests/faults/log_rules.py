@@ -272,14 +272,13 @@ class LogRules:
         return any(matches(due, line, None, errors)
                    for answer in ANSWERS for due in answer.lines if "{error}" in due)
 
-    @staticmethod
-    def _of_a_later_step(step, actual, expected):
+    def _of_a_later_step(self, step, actual, expected):
         """Nothing failed in it, but it may have begun from another state."""
-        success, failures = CLOSINGS.get(step, (None, ()))
+        _, failures = CLOSINGS.get(step, (None, ()))
         lines = Counter(actual.lines) - Counter(expected.lines)
         return [f"log of {step}: {line[:80]} stands there without a reason"
-                for line in lines if line not in failures
-                and not any(re.fullmatch(pattern, line) for pattern in CONSEQUENCES)]
+                for line in lines
+                if line not in failures and not self._can_follow(step, line, ())]
 
     def _steps_as_usual(self, begun):
         number = begun
