@@ -284,6 +284,9 @@ void EqualNamesTest::outcomeIsThePlainWalksForOddTables_data()
         "BEGIN UPDATE farms SET displayName = 'B' WHERE id = 1; END;"
         "INSERT INTO growers VALUES (1, 'A'), (2, 'A');"
         "INSERT INTO farms VALUES (1, 'A', 2), (2, 'B', 2);");
+    row("a name of blanks that equals an empty one",
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT COLLATE RTRIM);",
+        "INSERT INTO growers VALUES (1, ''), (2, '  ');");
     // Row 4 gets the name of row 1, and only then has an equal.
     row("a new name that makes an equal of a row that had none",
         "",
