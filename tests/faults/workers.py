@@ -14,6 +14,7 @@ from contextlib import contextmanager, suppress
 TESTS = pathlib.Path(__file__).parent.parent
 MEMORY = pathlib.Path("/dev/shm")
 PYTHON = "/usr/bin/python3"
+SMALL_DISK = 16 * 1024 * 1024  # room for the largest database, its journal and the log
 
 
 class Worker:
@@ -27,6 +28,7 @@ class Worker:
         options = [
             "--ro-bind", program, "/app/database-migrator", "--ro-bind", TESTS / "faults", "/code",
             "--ro-bind", device / "shim.so", "/faults/shim.so", "--bind", kept, "/kept",
+            "--size", SMALL_DISK, "--tmpfs", "/disk",
             "--setenv", "PYTHONPATH", "/code", "--setenv", "PYTHONDONTWRITEBYTECODE", "1"]
         environment = dict(os.environ, DEVICE_OPTIONS=" ".join(map(str, options)))
         self.process = subprocess.Popen(
