@@ -36,8 +36,6 @@ FOUND_BEFORE = {
     "a file for every renamed one": adding_a_row(
         "files", "(displayName, typeId, growerId, farmId, fieldId) VALUES (new.displayName, "
                  "new.typeId, new.growerId, new.farmId, new.fieldId)"),
-    "nested elements": {REGISTRATION: b"<LVData>" + b"<a>" * 20_000},
-    "nested groups": {REGISTRATION: b"<!DOCTYPE LVData [<!ELEMENT a " + b"(" * 65_000},
     "a large entity": {REGISTRATION: b"<!DOCTYPE LVData [<!ENTITY a '" + b"x" * 30_000
                        + b"'>]><LVData><PartNumber>" + b"&a;" * 10_000},
 }
