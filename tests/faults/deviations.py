@@ -35,18 +35,19 @@ CAUSES = (
     ("-", "^gpsreceivers|gpsreceivermapping|preferredgpssolutions",
      "Version 21 leaves the receivers where it could not turn all of them into preferred solutions,"
      " and the walk goes on. A rebuild for version 14 that stopped leaves its `_temp` copy."),
-    ("+", "^pc_ingredient other values",
-     "Version 23 renumbers the units once: its probe looks for columns alone."),
+    ("+", "^pc_mix other values",
+     "Version 23 marks the mixes that are in use once; version 31 gives identifiers at random to"
+     " mixes that have none."),
+    ("+", "^(pc_ingredient|productcontrol_userprofile) other values",
+     "Version 23 renumbers units and sets values once: its probe looks for columns alone."),
     ("+", "pc_ingredienttomixbridge",
      "Version 27 runs its four statements whatever fails, so that the table is dropped also when"
      " its rows could not be copied. Version 23 takes the unit of an ingredient as it stands."),
     ("+-", "reversesensesettings",
      "Version 29 drops what it cannot move, for the device software to create anew."),
-    ("+", "^pc_(carrier|mix|plantervariety) other values",
+    ("+", "^pc_(carrier|plantervariety) other values",
      "Version 31 gives identifiers to rows that have none: those that it could not write are given"
      " at random by the next run, or not at all."),
-    ("+", "^pc_mix other values",
-     "Version 23 marks the mixes that are in use once: its probe looks for columns alone."),
     ("+", "^(userprofiles|mc_equipmentsectiongroup) other values",
      "The values that versions 6, 8, 11, 16 and 20 set are set once: their probes look for columns"
      " and tables alone."),

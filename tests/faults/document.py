@@ -33,19 +33,20 @@ same version, and once more.
 """
 
 SUMMARY = """\
-{cases} cases. The database was unsound in {unsound} of them; after a kill or a power cut it was
-always the database after some statement of the undisturbed run and never anything between, unless
-counted here: {violations} violations of what must hold in every case.
+{cases:,} cases, of which {violations} broke what must hold in every case. So after every fault the
+database was sound; after a kill or a power cut it was the database after some statement of the
+undisturbed run; what no step touches was untouched, what a step moves was in the table or in its
+copy; the log told what had failed; and the next run ended well.
 
 - Every statement is a transaction of its own. What a fault can do is to stop a walk between two
   statements, or to make one statement fail.
 - The version is recorded at the end of a walk alone, so an interrupted walk starts over. A step
   that finds its own work done, or half done, may fail or do it twice.
-- Of {interrupted} interruptions (kill, power cut) the next run led {recovered} to where an
-  undisturbed run leads; {copies} left a table's copy behind, {lost} cost rows, {other} left
-  something else otherwise.
+- Of {interrupted:,} interruptions (kill, power cut) the next run led {recovered:,} to where an
+  undisturbed run leads; {copies:,} left a table's copy behind, {lost:,} cost rows ({tables}),
+  {other:,} left something else otherwise.
 - A `_temp` table that was left behind makes every later rebuild of its table fail, which then keeps
-  the columns that it should have lost. Its rows are the table's, or are in the table as well.
+  the columns that it should have lost.
 - What is left otherwise is listed below with its cause. The list may only get shorter: a campaign
   and the tests fail at what is not in it.
 """
@@ -155,12 +156,12 @@ def in_order(walk, steps):
 
 
 def document(figures, deviations):
-    total, interrupted = figures.total(), figures.total(kinds=GROUPS["kill, power cut"])
+    interrupted = figures.total(kinds=GROUPS["kill, power cut"])
     recovered, copies, lost, other = (interrupted[outcome] for outcome in OUTCOMES[:4])
     text = INTRODUCTION + SUMMARY.format(
-        cases=total.total(), unsound=total["not sound"], violations=figures.violations,
+        cases=figures.total().total(), violations=figures.violations or "none",
         interrupted=interrupted.total(), recovered=recovered, copies=copies, lost=lost,
-        other=other)
+        tables=", ".join(tables_with_rows_lost_when_interrupted(figures)), other=other)
     text += "\n" + OUTCOME_TEXT
     for walk in WAYS:
         steps = {step for kinds in figures.outcomes[walk].values() for step in kinds}
@@ -192,6 +193,11 @@ def document(figures, deviations):
                    for (step, name, column), reason in REQUIRED_VALUES.items()])
     text += "## How often\n\n" + LIMITS + "\n" + figures.table()
     return text.rstrip("\n") + "\n"
+
+
+def tables_with_rows_lost_when_interrupted(figures):
+    return sorted({table for tables in figures.lost.values() for table, steps in tables.items()
+                   if any(interrupted_and_other(counts)[0] for counts in steps.values())})
 
 
 def interrupted_and_other(counts):
