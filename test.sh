@@ -5,7 +5,9 @@
 #   ./test.sh             the preset dev
 #   ./test.sh --asan      the same under the address and undefined-behaviour sanitizers
 #   ./test.sh --coverage  the same with counters; fails below what tests/coverage/gcovr.cfg asks for
-#   ./test.sh --campaign  only the tests that look at a sample, but at all their cases: takes hours
+#   ./test.sh --campaign [MINUTES]  only the tests that look at a sample, but at all their cases,
+#                         then every tests/*/campaign.py, each for so many minutes at most; takes
+#                         hours, but goes on where it stopped
 set -euo pipefail
 
 usage() {
@@ -14,12 +16,18 @@ usage() {
 
 preset=dev
 tests=()
+campaign=
 case "${1:-}" in
     '') ;;
     --asan) preset=asan ;;
-    --coverage) preset=coverage ;;
+    --coverage)
+        preset=coverage
+        tests=(--exclude-regex '^fuzz_')
+        ;;
     --campaign)
         export CAMPAIGN=1
+        campaign=yes
+        minutes=(${2:+--minutes "$2"})
         tests=(--build-config Campaign --label-regex campaign)
         ;;
     -h | --help) usage && exit ;;
@@ -33,7 +41,15 @@ install_packages test
 cmake --preset "$preset"
 cmake --build --preset "$preset"
 find "build/$preset" -name '*.gcda' -delete # what an earlier run has counted
-ctest --test-dir "build/$preset" --parallel "$(nproc)" --output-on-failure "${tests[@]}"
+status=0
+ctest --test-dir "build/$preset" --parallel "$(nproc)" --output-on-failure "${tests[@]}" || status=$?
 if [ "$preset" = coverage ]; then
-    gcovr --config tests/coverage/gcovr.cfg --branches --print-summary "build/$preset"
+    gcovr --config tests/coverage/gcovr.cfg --branches --print-summary "build/$preset" || status=$?
 fi
+if [ -n "$campaign" ]; then
+    # Each keeps its answers in build/ and ends with its figures.
+    for program in tests/*/campaign.py; do
+        "$program" "${minutes[@]}" || status=$?
+    done
+fi
+exit $status

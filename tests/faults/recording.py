@@ -8,7 +8,9 @@ from typing import NamedTuple
 
 HEAD = struct.Struct("<cHIQ")
 SECTOR = 512
+PAGE = 4096
 JOURNAL = "/app/databases/my.db.sqlite-journal"
+LOG = "/app/databases/sqlMigrationErrorLog.txt"
 
 
 class Operation(NamedTuple):
@@ -18,38 +20,60 @@ class Operation(NamedTuple):
     offset: int
     statement: int  # the number of statements begun before
     commits: int  # the number of transactions committed before
+    events: int  # the number of events before
+
+
+class Event(NamedTuple):
+    """A statement's text, the error of one that failed, a piece of the log or, without a text, one
+    that could not be written."""
+
+    kind: str  # S, E, L
+    text: str
+    statement: str = ""  # of an error, if it was begun at all
 
 
 @dataclass
 class Recording:
-    operations: list
-    statements: list
-    statement_allocations: list  # SQLite's allocations before each statement
-    allocations: int
+    operations: list = field(default_factory=list)
+    statements: list = field(default_factory=list)
+    statement_allocations: list = field(default_factory=list)  # SQLite's before each statement
+    events: list = field(default_factory=list)
+    number_of_operations: int = 0
+    allocations: int = 0
 
 
 def read_recording(file):
     content = memoryview(pathlib.Path(file).read_bytes())
-    operations, statements, statement_allocations = [], [], []
-    allocations, commits, position = 0, 0, 0
+    recording = Recording()
+    commits, position = 0, 0
     while position < len(content):
         kind, path_size, data_size, offset = HEAD.unpack_from(content, position)
+        kind = kind.decode()
         position += HEAD.size
         path = bytes(content[position:position + path_size]).decode()
         position += path_size
         data = bytes(content[position:position + data_size])
         position += data_size
-        if kind == b"S":
-            statements.append(data.decode(errors="replace"))
-            statement_allocations.append(offset)
-        elif kind == b"A":
-            allocations = offset
-        else:
-            operations.append(
-                Operation(kind.decode(), path, data, offset, len(statements), commits))
+        if kind == "S":
+            text = data.decode("utf-16-le", errors="replace")
+            recording.events.append(Event("S", text))
+            recording.statements.append(text)
+            recording.statement_allocations.append(offset)
+        elif kind == "E":
+            recording.events.append(Event("E", data.decode(errors="replace"), path))
+        elif kind == "N":
+            recording.number_of_operations = offset
+        elif kind == "A":
+            recording.allocations = offset
+        elif kind != "F":
+            recording.operations.append(
+                Operation(kind, path, data, offset, len(recording.statements), commits,
+                          len(recording.events)))
             # SQLite's transactions end where their journal goes.
-            commits += kind == b"U" and path == JOURNAL
-    return Recording(operations, statements, statement_allocations, allocations)
+            commits += kind == "U" and path == JOURNAL
+        if path == LOG and kind in "WF":
+            recording.events.append(Event("L", data.decode(errors="replace")))
+    return recording
 
 
 def without_syncs(operations):
@@ -114,6 +138,10 @@ class Disk:
     def files(self):
         """The files as the program sees them: all that a killed process leaves behind."""
         return {path: bytes(file.content) for path, file in self.names.items()}
+
+    def size(self):
+        """The room that the files take, in whole pages."""
+        return sum(-(-len(file.content) // PAGE) * PAGE for file in self.names.values())
 
     def files_after_power_cut(self, survival, random):
         """The files as a power cut can leave them; survival says what of the unsynced is kept."""

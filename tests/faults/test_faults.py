@@ -7,10 +7,17 @@ import sqlite3
 import tempfile
 from contextlib import closing
 
+import device
 import pytest
 from contents import Invariant, Reader
+from deviations import Deviations
+from document import Figures, document
+from log_rules import LogRules
+from multiply import multiply
+from recording import Event, Recording
 from workers import TESTS, workers
 
+VERSION_1 = (TESTS / "data" / "version_01.sql").read_text(encoding="utf-8")
 WALKS = {"1 to 4": "/kept/start.sqlite", "4 to 1": "/kept/1 to 4/final.sqlite"}
 
 
@@ -20,7 +27,7 @@ def sandbox():
     with tempfile.TemporaryDirectory(prefix="faults.", dir="/dev/shm") as folder:
         kept = pathlib.Path(folder)
         with closing(sqlite3.connect(kept / "start.sqlite")) as database:
-            database.executescript((TESTS / "data" / "version_01.sql").read_text(encoding="utf-8"))
+            database.executescript(VERSION_1)
         files = os.environ["DATABASE_MIGRATOR"], os.environ["FAULT_SHIM"]
         with workers(1, kept, *files) as (worker,):
             walks = {name: worker.answer({"kind": "prepare", "scenario": name, "start": start,
@@ -34,6 +41,10 @@ def run_cases(sandbox, walk, kind, end, stride):
     return worker.answer({"kind": kind, "scenario": walk, "numbers": [0, end, stride]})
 
 
+def complaints(walk, answer):
+    return answer["violations"] + Deviations().unlisted(walk, answer)
+
+
 @pytest.mark.parametrize("walk", WALKS)
 def test_rows_that_arrive_are_there_all_the_way(sandbox, walk):
     assert sandbox[2][walk]["lost for a time"] == []
@@ -41,26 +52,37 @@ def test_rows_that_arrive_are_there_all_the_way(sandbox, walk):
 
 @pytest.mark.parametrize("walk", WALKS)
 @pytest.mark.parametrize("kind, stride", [
-    ("kill", 47), ("kill in a write", 53), ("EIO once", 67), ("EIO from then on", 131),
-    ("ENOSPC once", 67), ("ENOSPC from then on", 131), ("short write once", 127),
-    ("short writes from then on", 129), ("power cut", 13)])
+    ("kill", 61), ("kill in a write", 67), ("EIO once", 61), ("EIO from then on", 131),
+    ("ENOSPC once", 73), ("ENOSPC from then on", 131), ("short write once", 67),
+    ("short writes from then on", 151), ("power cut", 43)])
 def test_faults_leave_a_sound_database_that_the_next_run_takes_on(sandbox, walk, kind, stride):
     answer = run_cases(sandbox, walk, kind, sandbox[2][walk]["operations"], stride)
     assert answer["cases"] > 0
-    assert answer["violations"] == []
+    assert complaints(walk, answer) == []
 
 
 @pytest.mark.parametrize("walk", WALKS)
-def test_lack_of_memory_leaves_a_sound_database(sandbox, walk):
+@pytest.mark.parametrize("kind", ["no memory once", "no memory from then on"])
+def test_lack_of_memory_leaves_a_sound_database(sandbox, walk, kind):
     end = sandbox[2][walk]["allocations"]
-    assert run_cases(sandbox, walk, "no memory once", end, end // 4)["violations"] == []
-    assert run_cases(sandbox, walk, "no memory from then on", end, end // 2)["violations"] == []
+    answer = run_cases(sandbox, walk, kind, end, end // 8)
+    assert complaints(walk, answer) == []
+
+
+@pytest.mark.parametrize("walk", WALKS)
+@pytest.mark.parametrize("kind, end, stride", [
+    ("full disk", 12, 4), ("locked for some statements", 6, 1), ("pair of faults", 4, 1)])
+def test_trouble_around_the_program_leaves_a_sound_database(sandbox, walk, kind, end, stride):
+    assert complaints(walk, run_cases(sandbox, walk, kind, end, stride)) == []
 
 
 @pytest.mark.parametrize("walk", WALKS)
 def test_locked_database_stays_as_it_is(sandbox, walk):
     answer = run_cases(sandbox, walk, "locked throughout", 3, 1)
-    assert (answer["cases"], answer["violations"]) == (3, [])
+    assert (answer["cases"], complaints(walk, answer)) == (3, [])
+
+
+# What the harness has to notice.
 
 
 def test_power_cut_without_syncs_is_noticed(sandbox):
@@ -103,3 +125,93 @@ def test_drop_before_its_insertion_is_noticed(sandbox):
     statements[copied:dropped + 1] = statements[dropped], statements[copied]
     found = violations_of(statements, start, invariant)
     assert "ombrixmastersettings: rows without a copy" in found
+
+
+@pytest.mark.parametrize("statement, violations", [
+    ("DELETE FROM languages WHERE code = 'el'",
+     ["untouched table languages changed", "languages: rows without a copy"]),
+    ("UPDATE systemControl SET brightness = 1234",
+     ["untouched table systemcontrol changed", "systemcontrol: brightness has a value of its own"]),
+    ("DROP TABLE languages",
+     ["untouched table languages changed", "languages: rows without a copy",
+      "languages: columns without a copy"])])
+def test_change_that_no_step_makes_is_noticed(sandbox, statement, violations):
+    start = sandbox[1] / "start.sqlite"
+    invariant = violations_of(["SELECT 1"], start)
+    assert violations_of([statement], start, invariant) == violations
+
+
+def test_left_file_is_noticed(tmp_path, monkeypatch):
+    monkeypatch.setattr(device, "DATABASES", tmp_path)
+    (tmp_path / "etilqs_1").touch()
+    assert device.further_files() == ["left the file etilqs_1"]
+
+
+BEGUN = "SELECT version FROM tableVersion WHERE tableName = 'mainSqlDb'"
+ADDITION = "ALTER TABLE systemControl ADD COLUMN languageSelected BOOLEAN DEFAULT 0"
+NOT_ADDED = ("DatabaseMigrator::addColumn - Failed to add column named languageSelected"
+             " to systemControl\n")
+ERROR = "DatabaseMigrator::addColumn - disk I/O error Unable to fetch row\n"
+UNDISTURBED = [
+    Event("S", BEGUN), Event("L", "\nBeginning\n"), Event("S", ADDITION),
+    Event("L", "Database migration to version 4 completed successfully!\n"),
+    Event("S", "DELETE FROM OutgoingFiles"),
+    Event("L", "Database migration to version 7 completed successfully!\n")]
+FAILED = Event("E", "disk I/O error", ADDITION)
+
+
+@pytest.mark.parametrize("lines, violations", [
+    pytest.param([NOT_ADDED, ERROR], [], id="as required"),
+    pytest.param([ERROR], [f"log of 4: nothing says that {ADDITION[:60]} failed"],
+                 id="a line is missing"),
+    pytest.param([NOT_ADDED.replace("named l", "named L"), ERROR],
+                 [f"log of 4: nothing says that {ADDITION[:60]} failed"], id="another letter case"),
+    pytest.param([NOT_ADDED, ERROR.replace("disk I/O error", "database is locked")],
+                 [f"log of 4: nothing says that {ADDITION[:60]} failed"], id="another error"),
+    pytest.param([NOT_ADDED, ERROR, UNDISTURBED[3].text],
+                 ["log of 4: success in spite of a failure"], id="success all the same"),
+    pytest.param([NOT_ADDED, ERROR, "Could not\n"],
+                 ["log of 4: Could not stands there without a reason"], id="a line too much")])
+def test_wrong_log_of_a_failure_is_noticed(lines, violations):
+    rules = LogRules(Recording(events=UNDISTURBED),
+                     lambda number: ("before", "before", "4", "7")[number], forward=True)
+    events = [FAILED, *(Event("L", line) for line in lines), *UNDISTURBED[4:]]
+    assert rules.violations(3, events) == violations
+
+
+def test_wrong_log_without_a_failure_is_noticed():
+    rules = LogRules(Recording(events=UNDISTURBED),
+                     lambda number: ("before", "before", "4", "7")[number], forward=True)
+    assert rules.violations(0, UNDISTURBED) == []
+    assert rules.violations(0, UNDISTURBED[:3] + UNDISTURBED[4:]) == [
+        "log of 4: other lines though nothing failed"]
+
+
+def test_deviation_that_is_not_in_the_list_is_noticed():
+    answer = {"differences": {"4": {"systemcontrol missing with its rows": 1}}}
+    assert Deviations().unlisted("1 to 4", answer) == [
+        "0: not in the list after a fault in step 4: systemcontrol missing with its rows"]
+
+
+# What goes with the campaign.
+
+
+def test_multiplied_database_is_in_good_order():
+    with closing(sqlite3.connect(":memory:")) as database:
+        def rows():
+            return {table: database.execute(f"SELECT count(*) FROM {table}").fetchone()[0]
+                    for table, in database.execute(
+                        "SELECT name FROM sqlite_master WHERE type = 'table'"
+                        " AND name NOT IN ('tableVersion', 'sqlite_sequence')").fetchall()}
+
+        database.executescript(VERSION_1)
+        expected = {table: 10 * number for table, number in rows().items()}
+        multiply(database, 10)
+        assert rows() == expected
+        assert database.execute("PRAGMA foreign_key_check").fetchall() == []
+        assert database.execute("PRAGMA integrity_check").fetchall() == [("ok",)]
+
+
+def test_page_is_made_of_the_figures_and_the_list():
+    page = TESTS.parent / "docs" / "power-cut.md"
+    assert page.read_text(encoding="utf-8") == document(Figures.read(), Deviations())

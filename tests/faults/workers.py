@@ -14,6 +14,7 @@ from contextlib import contextmanager, suppress
 TESTS = pathlib.Path(__file__).parent.parent
 MEMORY = pathlib.Path("/dev/shm")
 PYTHON = "/usr/bin/python3"
+SMALL_DISK = 16 * 1024 * 1024  # room for the largest database, its journal and the log
 
 
 class Worker:
@@ -27,21 +28,27 @@ class Worker:
         options = [
             "--ro-bind", program, "/app/database-migrator", "--ro-bind", TESTS / "faults", "/code",
             "--ro-bind", device / "shim.so", "/faults/shim.so", "--bind", kept, "/kept",
+            "--size", SMALL_DISK, "--tmpfs", "/disk",
             "--setenv", "PYTHONPATH", "/code", "--setenv", "PYTHONDONTWRITEBYTECODE", "1"]
         environment = dict(os.environ, DEVICE_OPTIONS=" ".join(map(str, options)))
+        self.busy = False
         self.process = subprocess.Popen(
             [TESTS / "support" / "on_device.sh", device, PYTHON, "/code/worker.py"],
             env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
 
     def answer(self, task):
+        self.busy = True
         self.process.stdin.write(json.dumps(task) + "\n")
         self.process.stdin.flush()
         line = self.process.stdout.readline()
+        self.busy = False
         if not line:
             raise ChildProcessError(f"a worker ended in {task}")
         return json.loads(line)
 
     def end(self):
+        if self.busy:
+            self.process.terminate()  # Nobody waits for the answer any more.
         with suppress(BrokenPipeError):
             self.process.stdin.close()
         self.process.wait()
