@@ -38,7 +38,7 @@ ANSWERS = KEPT / "answers.jsonl"
 HEADERS = KEPT / "headers.h"
 SURVIVORS = HERE / "survivors.txt"
 # These look at the source, at other programs or at the disk; the mutants are what they look at.
-OTHER_TESTS = "^(format|shellcheck|install|show_changes|faults|mutants)$"
+OTHER_TESTS = "^(format|shellcheck|install|show_changes|faults|mutants)$|^fuzz_"
 # Of processor time, for one process; tests set other limits to the programs that they start. Twice
 # that for a whole test.
 MOST_SECONDS = 30
@@ -223,17 +223,20 @@ def print_figures(chosen, answers):
     for kind, counts in sorted(figures.items(), key=lambda row: (row[0] == "all", row[0])):
         print(f"{kind:20}" + "".join(f"{counts[column]:>14}" for column in columns))
     for outcome, mutant in survivors:
-        print(f"\n{outcome}: {mutant.kind}\n{mutant.file} {mutant.function}\n"
-              f"- {mutant.before}\n+ {mutant.after}")
-    noticed, tried = figures["all"]["noticed"], sum(figures["all"][name] for name in columns[:3])
-    print(f"\n{noticed} of {tried} noticed: {noticed / max(tried, 1):.1%}")
+        file, function, before, after = mutant.key()
+        print(f"\n{outcome}: {mutant.kind}\n{file} {function}\n- {before}\n+ {after}")
+    noticed, explained = figures["all"]["noticed"], figures["all"]["explained"]
+    tried = max(noticed + len(survivors), 1)
+    print(f"\n{noticed} of {tried} noticed: {noticed / tried:.1%};"
+          f" {explained} more make no difference")
     return not survivors and noticed >= 0.98 * tried
 
 
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--minutes", type=float, default=float("inf"))
-    parser.add_argument("--mutants", type=int, help="no more than the first so many")
+    parser.add_argument("--mutants", type=int, default=470,
+                        help="the first so many, which are spread over the files and the kinds")
     arguments = parser.parse_args()
     end = time.monotonic() + arguments.minutes * 60
     KEPT.mkdir(parents=True, exist_ok=True)

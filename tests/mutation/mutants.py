@@ -2,7 +2,7 @@
 
 import random
 import re
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 from itertools import zip_longest
 
 FOLDERS = ("app", "schema", "migrations", "maintenance")
@@ -32,12 +32,15 @@ class Mutant:
     function: str
     before: str
     after: str
+    above: str = field(repr=False)
 
     def text(self, source):
         return source[:self.start] + self.replacement + source[self.end:]
 
     def key(self):
-        """What stays the same when lines above come or go."""
+        """What stays the same when lines above come or go; a dropped one with the line above."""
+        if not self.after:
+            return self.file, self.function, f"{self.above} {self.before}", self.above
         return self.file, self.function, self.before, self.after
 
 
@@ -67,12 +70,14 @@ class Source:
                 *self.arguments()):
             heads = re.findall(r"^[^\s#/}].*?([~\w]+)\(", self.code[:start], re.M)
             first = self.text.rfind("\n", 0, start) + 1
+            above = self.text[:first].rstrip().rpartition("\n")[2]
             last = self.text.find("\n", end - 1)
             before = self.text[first:last]
             after = self.text[first:start] + replacement + self.text[end:last]
             if before != after:
                 found.append(Mutant(self.file, kind, start, end, replacement,
-                                    heads[-1] if heads else "", one_line(before), one_line(after)))
+                                    heads[-1] if heads else "", one_line(before), one_line(after),
+                                    one_line(above)))
         return found
 
     def texts(self):
