@@ -11,10 +11,10 @@
 #include <unistd.h>
 
 // Runs the program again and again, each time in a process of its own that starts where the loader,
-// the sanitizers and SQLite stand ready. A request is the number of arguments and a line feed, then
-// each argument and a NUL. The answer is a line: the status that wait() gives, the processor time
-// in milliseconds, the peak memory in kilobytes and the number of bytes that the run printed, which
-// follow.
+// the sanitizers and SQLite stand ready. A request is a line with the processor time in seconds
+// that the run may take and the number of its arguments, then each argument and a NUL. The answer
+// is a line with the status that wait() gives, the processor time in milliseconds, the peak memory
+// in kilobytes and the number of bytes that the run printed, then these bytes.
 int migratorMain(int argumentCount, char **arguments);
 
 namespace
