@@ -235,7 +235,7 @@ def print_figures(chosen, answers):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--minutes", type=float, default=float("inf"))
-    parser.add_argument("--mutants", type=int, default=470,
+    parser.add_argument("--mutants", type=int, default=500,
                         help="the first so many, which are spread over the files and the kinds")
     arguments = parser.parse_args()
     end = time.monotonic() + arguments.minutes * 60
