@@ -17,6 +17,7 @@ import hashlib
 import json
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import time
@@ -56,6 +57,8 @@ ROUNDS = 10
 
 
 def build():
+    if not shutil.which("clang++"):
+        sys.exit("Takes clang: see packages.txt")
     targets = ["fork_server", *(f"{name}_fuzzer" for name in FUZZERS)]
     for command in (["--preset", "fuzz"], ["--build", "--preset", "fuzz", "--target", *targets]):
         subprocess.run(["cmake", *command], cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
