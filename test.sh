@@ -4,6 +4,7 @@
 #
 #   ./test.sh             the preset dev
 #   ./test.sh --asan      the same under the address and undefined-behaviour sanitizers
+#   ./test.sh --coverage  the same with counters; fails below what tests/coverage/gcovr.cfg asks for
 #   ./test.sh --campaign [MINUTES]  only the tests that look at a sample, but at all their cases,
 #                         then every tests/*/campaign.py, each for so many minutes at most; takes
 #                         hours, but goes on where it stopped
@@ -19,6 +20,10 @@ campaign=
 case "${1:-}" in
     '') ;;
     --asan) preset=asan ;;
+    --coverage)
+        preset=coverage
+        tests=(--exclude-regex '^fuzz_')
+        ;;
     --campaign)
         export CAMPAIGN=1
         campaign=yes
@@ -35,8 +40,12 @@ install_packages test
 
 cmake --preset "$preset"
 cmake --build --preset "$preset"
+find "build/$preset" -name '*.gcda' -delete # what an earlier run has counted
 status=0
 ctest --test-dir "build/$preset" --parallel "$(nproc)" --output-on-failure "${tests[@]}" || status=$?
+if [ "$preset" = coverage ]; then
+    gcovr --config tests/coverage/gcovr.cfg --branches --print-summary "build/$preset" || status=$?
+fi
 if [ -n "$campaign" ]; then
     # Each keeps its answers in build/ and ends with its figures.
     for program in tests/*/campaign.py; do

@@ -315,10 +315,6 @@ private:
     void removeOrphanedProductConfigurations();
     void reapplyMissingSteps();
 
-    /// @return how many rows a walk that changes a table may meet: in a damaged database a change can
-    /// lead it back to rows that it has passed, again and again; in a sound one there is no limit
-    qint64 rowLimit(const QString &table) const;
-
     void renameEqualFiles(EqualNames &files, const QSqlQuery &file);
     void renameEqualGrowers(EqualNames &growers, const QString &name);
     void renameEqualFarms(EqualNames &farms, qint64 growerId, const QString &name);
@@ -377,6 +373,5 @@ private:
     QString m_storedMirelVersion;
     bool m_targetTakenFromAlternate = false;
     bool m_migrationNeeded = false;
-    bool m_databaseIsSound = true; ///< until the integrity check tells otherwise
     QString m_platform;
 };

@@ -3,7 +3,6 @@
 
 #include <QSqlError>
 
-#include <limits>
 #include <utility>
 
 void DatabaseMigrator::checkDatabaseIntegrity()
@@ -45,12 +44,10 @@ void DatabaseMigrator::removeForeignKeyViolations()
 void DatabaseMigrator::logIntegrityVerdict()
 {
     QSqlQuery verdict = forwardOnlyQuery();
-    m_databaseIsSound = false;
     if (!verdict.exec("PRAGMA integrity_check;") || !verdict.next()) {
         return;
     }
     if (verdict.value(0).toString() == "ok") {
-        m_databaseIsSound = true;
         logMessage("Integrity check passed.");
         return;
     }
@@ -60,21 +57,6 @@ void DatabaseMigrator::logIntegrityVerdict()
     while (verdict.nextResult()) {
         logMessage(verdict.value(0).toString());
     }
-}
-
-qint64 DatabaseMigrator::rowLimit(const QString &table) const
-{
-    if (m_databaseIsSound) {
-        return std::numeric_limits<qint64>::max();
-    }
-    // One by one: a count would fail where the walk merely breaks off.
-    qint64 rowsRead = 0;
-    QSqlQuery rows = forwardOnlyQuery();
-    rows.exec(QString("SELECT * FROM %1").arg(table));
-    while (rows.next()) {
-        ++rowsRead;
-    }
-    return rowsRead;
 }
 
 void DatabaseMigrator::removeOrphanedProductConfigurations()

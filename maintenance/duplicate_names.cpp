@@ -13,10 +13,7 @@ struct RenameTexts {
 void DatabaseMigrator::renameDuplicateFiles()
 {
     EqualNames files(
-        "files",
-        rowLimit("files"),
-        {"typeId", "growerId", "farmId", "fieldId"},
-        "typeId BETWEEN 1 AND 11");
+        "files", {"typeId", "growerId", "farmId", "fieldId"}, "typeId BETWEEN 1 AND 11");
     // The table is read by position, whatever column stands there.
     const QStringList columns = getTableInfo("files").columnNames;
     const bool columnsInPlace = columns.value(2) == "displayName" && columns.value(5) == "typeId" &&
@@ -35,9 +32,9 @@ void DatabaseMigrator::renameDuplicateFiles()
 
 void DatabaseMigrator::renameDuplicateNames()
 {
-    EqualNames fields("fields", rowLimit("fields"), {"farmId"});
-    EqualNames farms("farms", rowLimit("farms"), {"growerId"}, "true", &fields);
-    EqualNames growers("growers", rowLimit("growers"), {}, "true", &farms);
+    EqualNames fields("fields", {"farmId"});
+    EqualNames farms("farms", {"growerId"}, "true", &fields);
+    EqualNames growers("growers", {}, "true", &farms);
     if (!growers.prepare()) {
         return;
     }
@@ -146,7 +143,7 @@ void DatabaseMigrator::renameAllButFirst(
     }
     equals.next();
     int counter = 1;
-    while (counter < names.rowLimit() && equals.next()) {
+    while (equals.next() && counter < names.limit()) {
         const qint64 id = equals.value(0).toLongLong();
         const QString newName = name + "_" + QString::number(++counter);
         if (!execute(texts.update.arg(newName, QString::number(id)))) {

@@ -32,10 +32,9 @@ bool breaksStatements(const QString &name)
 } // namespace
 
 EqualNames::EqualNames(
-    const QString &table, qint64 rowLimit, const QStringList &scopeColumns,
-    const QString &condition, EqualNames *children)
-    : m_table(table), m_rowLimit(rowLimit), m_scopeColumns(scopeColumns), m_condition(condition),
-      m_children(children)
+    const QString &table, const QStringList &scopeColumns, const QString &condition,
+    EqualNames *children)
+    : m_table(table), m_scopeColumns(scopeColumns), m_condition(condition), m_children(children)
 {
     for (EqualNames *below = m_children; below; below = below->m_children) {
         below->m_top = this;
@@ -167,7 +166,7 @@ bool EqualNames::forEachRow(
         if (!rows.exec(select)) {
             return false;
         }
-        for (qint64 rowsLeft = m_rowLimit; rowsLeft > 0 && rows.next(); --rowsLeft) {
+        for (qint64 rowsLeft = limit(); rowsLeft > 0 && rows.next(); --rowsLeft) {
             visit(rows);
         }
         return true;
@@ -202,6 +201,14 @@ QString EqualNames::among(const Scope &scope, const QString &name) const
         ids << QString::number(row.id);
     }
     return QString(" AND id IN (%1)").arg(ids.join(","));
+}
+
+qint64 EqualNames::limit()
+{
+    if (!m_limit) {
+        m_limit = rowLimit(m_table);
+    }
+    return *m_limit;
 }
 
 void EqualNames::rowUpdated(

@@ -24,13 +24,12 @@ public:
     using Scope = QVector<qint64>;
 
     /// @param table has the columns id and displayName
-    /// @param rowLimit how many rows a walk over the table meets at most
     /// @param scopeColumns the columns of a scope
     /// @param condition which rows the pass reads at all
     /// @param children the table whose rows the pass reads below this one's, by this one's id
     EqualNames(
-        const QString &table, qint64 rowLimit, const QStringList &scopeColumns,
-        const QString &condition = "true", EqualNames *children = nullptr);
+        const QString &table, const QStringList &scopeColumns, const QString &condition = "true",
+        EqualNames *children = nullptr);
 
     /// Finds the suspects, here and below. Without it, and where the tables do not allow it, every
     /// row is one.
@@ -51,8 +50,8 @@ public:
     /// rows that can be equal; empty where every row can be
     QString among(const Scope &scope, const QString &name) const;
 
-    /// @return how many rows a walk over the table meets at most
-    qint64 rowLimit() const { return m_rowLimit; }
+    /// @return how many rows a walk over all rows, or over a name's equals, may meet
+    qint64 limit();
 
     /// Takes note of an attempt to rename a row.
     /// @param name the name by which the row was found
@@ -91,7 +90,6 @@ private:
     std::optional<qint64> nextRow(qint64 parent, const std::optional<qint64> &last);
 
     QString m_table;
-    qint64 m_rowLimit;
     QStringList m_scopeColumns;
     QString m_condition;
     EqualNames *m_children;
@@ -99,6 +97,7 @@ private:
     bool m_everyRow = true;  ///< every row is a suspect; the top's counts
     bool m_outdated = false; ///< the rows have to be read again; the top's counts
     bool m_readInOrderOfIds = false;
+    std::optional<qint64> m_limit;
     QMultiHash<uint, Row> m_rowsByName;
     QMap<qint64, std::set<qint64>> m_rowsToVisit;
 };

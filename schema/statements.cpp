@@ -21,6 +21,18 @@ bool readToTheEnd(const QSqlQuery &rows)
     return !rows.lastError().isValid();
 }
 
+qint64 rowLimit(const QString &table)
+{
+    // One by one: a count would fail where the walk merely breaks off.
+    qint64 rowsRead = 0;
+    QSqlQuery rows = forwardOnlyQuery();
+    rows.exec(QString("SELECT * FROM %1").arg(table));
+    while (rows.next()) {
+        ++rowsRead;
+    }
+    return 2 * rowsRead;
+}
+
 QVariant firstValue(const QString &sql)
 {
     QSqlQuery query = forwardOnlyQuery();

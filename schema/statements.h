@@ -18,6 +18,11 @@ QSqlQuery forwardOnlyQuery();
 /// is when the disk or the memory fails: then there may be more rows than have come
 bool readToTheEnd(const QSqlQuery &rows);
 
+/// A walk that changes its table might never end: in a damaged table a change can lead it back to
+/// rows that it has passed, and a trigger can add a row for every one that is changed.
+/// @return how many rows it may meet, twice as many as there are
+qint64 rowLimit(const QString &table);
+
 /// @return column 0 of the first row that a query yields; an invalid value, which reads as 0 and
 /// as an empty text, when the query fails or yields no row
 QVariant firstValue(const QString &sql);

@@ -40,6 +40,8 @@ private slots:
     void secondRunFindsNothingLeft();
     void endsInADamagedTable_data();
     void endsInADamagedTable();
+    void endsWhereATriggerAddsRows_data();
+    void endsWhereATriggerAddsRows();
 
 private:
     std::unique_ptr<ScratchDevice> device;
@@ -673,7 +675,7 @@ void DuplicateNamesTest::endsInADamagedTable()
 {
     QFETCH(QByteArray, table);
     QFETCH(QByteArray, values);
-    device->sql("PRAGMA page_size = 512; VACUUM; UPDATE tableVersion SET version = 1;");
+    device->sql("PRAGMA page_size = 512; VACUUM;");
     device->sql(QByteArray(growers) + farms + fields + files);
     device->sql("CREATE TRIGGER noticed AFTER DELETE ON " + table + " BEGIN SELECT 1; END;");
     if (table != "growers") {
@@ -689,7 +691,6 @@ void DuplicateNamesTest::endsInADamagedTable()
         table + " (" + values + " FROM named;");
     device->overwriteLeaf(table, 2, 0);
     DatabaseMigrator &migrator = device->start();
-    migrator.checkDatabaseIntegrity();
     device->takeLog();
 
     migrator.renameDuplicateFiles();
@@ -699,6 +700,46 @@ void DuplicateNamesTest::endsInADamagedTable()
     COMPARE_LINES(
         device->rows("SELECT displayName FROM " + table + " WHERE id = 150"),
         QStringList("'South 150'"));
+}
+
+void DuplicateNamesTest::endsWhereATriggerAddsRows_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<QStringList>("expected");
+
+    // Twice as many rows as there were, and no more, are walked over: here by the walk over the
+    // growers, there by the one over the equals of the first.
+    QTest::newRow("of the new name") << QByteArray("new.displayName")
+                                     << QStringList{
+                                            "1, 'A'",
+                                            "2, 'A_2'",
+                                            "3, 'A_2_2'",
+                                            "4, 'A_2_2_2'",
+                                            "5, 'A_2_2_2_2'",
+                                            "6, 'A_2_2_2_2'"};
+    QTest::newRow("of the old name")
+        << QByteArray("old.displayName")
+        << QStringList{"1, 'A'", "2, 'A_2'", "3, 'A_3'", "4, 'A_4'", "5, 'A'"};
+}
+
+/// The rows that it adds would be renamed in turn, and so on.
+void DuplicateNamesTest::endsWhereATriggerAddsRows()
+{
+    QFETCH(QByteArray, name);
+    QFETCH(QStringList, expected);
+    device->sql(QByteArray(growers) + farms + fields);
+    device->sql(
+        "INSERT INTO growers VALUES (1, 'A'), (2, 'A');"
+        "CREATE TRIGGER renamed AFTER UPDATE ON growers "
+        "BEGIN INSERT INTO growers (displayName) VALUES (" +
+        name + "); END;");
+    DatabaseMigrator &migrator = device->start();
+    device->takeLog();
+
+    migrator.renameDuplicateNames();
+
+    QCOMPARE(device->takeLog(), QString());
+    COMPARE_LINES(device->rows("SELECT id, displayName FROM growers"), expected);
 }
 
 QTEST_APPLESS_MAIN(DuplicateNamesTest)

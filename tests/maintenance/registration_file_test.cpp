@@ -245,7 +245,9 @@ void RegistrationFileTest::absurdFileIsNotParsed_data()
     QTest::newRow("one byte too long") << filled(number("94071A"), " ", "") + " ";
     QTest::newRow("one tag too many")
         << "<LVData>" + QByteArray("<a/>").repeated(4095) + "</LVData>";
-    QTest::newRow("an entity that makes a character too many") << withEntityOf(62383, 14);
+    QTest::newRow("a large entity that is a character too long") << withEntityOf(62383, 14);
+    // 9,901 characters, times 101.
+    QTest::newRow("an entity that makes a character too many") << withEntityOf(9528, 99);
     QTest::newRow("30,000 nested elements") << nested(30000, "");
     QTest::newRow("4,000 nested elements") << nested(4000, "");
     QTest::newRow("10,000 empty elements")

@@ -245,6 +245,20 @@ void Version21Test::updateToVersion21_data()
                true,
                {receiverTable, mappingTable}};
 
+    QTest::newRow("the solutions break off, and go all the same")
+        << Run{atVersion20 + makeUnreadable(
+                                 "preferredGpsSolutions", "preferredSolution INTEGER", "mc_id = 2"),
+               {failed},
+               20,
+               true,
+               allReceivers.mid(0, 4) + allMachines.mid(0, 2)};
+    QTest::newRow("the devices break off: the preferred one is not reached")
+        << Run{atVersion20 + makeUnreadable("serialDevices", "portName TEXT", "id = 4"),
+               {devicesNotSelected, failed},
+               20,
+               true,
+               allReceivers.mid(0, 2) + QStringList(mappingTable)};
+
     // Once something has failed, the receivers of the same configuration are still added but count
     // as failed, and the later configurations get nothing. The solutions go all the same.
     QTest::newRow("the first receiver is refused because of a quote in the port's name") << Run{
@@ -446,6 +460,26 @@ void Version21Test::revertFromVersion21_data()
                21,
                false,
                allReceivers + allMachines + allImplements + QStringList(solutionTable)};
+    const QByteArray unreadableReceivers =
+        QByteArray(receiverTable)
+            .replace("serialPortName TEXT", unreadableColumn("serialPortName TEXT", "id = 4"));
+    QTest::newRow("the receivers break off, and stay")
+        << Run{atVersion21 + makeUnreadable("gpsReceivers", "serialPortName TEXT", "id = 4"),
+               {},
+               21,
+               false,
+               QStringList(
+                   {unreadableReceivers,
+                    "1, 1, '', 'ttyS0', 'ttyS0', 3, ''",
+                    "2, 1, '', 'ttyS1', 'ttyS1', 3, ''",
+                    "3, 1, '', 'ttyS2', 'ttyS2', 3, ''"}) +
+                   allMachines + allImplements + QStringList({solutionTable, "1, 2, 3"})};
+    QTest::newRow("the devices break off: the other solution is made, the receivers stay") << Run{
+        atVersion21 + makeUnreadable("serialDevices", "portName TEXT", "id = 4"),
+        {},
+        21,
+        false,
+        allReceivers + allMachines + allImplements + QStringList({solutionTable, "2, 1, 0"})};
     QTest::newRow("one solution is refused, the other one is made") << Run{
         atVersion21 + "DELETE FROM MC_MachineConfig WHERE id = 1;",
         {"Failed to insert preferredGpsSolutions table entries."},

@@ -366,6 +366,23 @@ void Version25Test::updateToVersion25WithOnBoardPorts_data()
         {},
         {},
         {"1, 5, 'ttyUSB0', 'ttyUSB0'"}};
+    const QByteArray twoPorts =
+        "INSERT INTO serialDevices VALUES(1, 5, 'ttyUSB0'), (2, 5, 'ttyUSB1');"
+        "INSERT INTO gpsReceivers VALUES(1, 5, 'r1', 'ttyUSB0'), (2, 5, 'r2', 'ttyUSB1');";
+    QTest::newRow("the devices break off: none is rewritten, nor a receiver") << PortRun{
+        before + twoPorts + makeUnreadable("serialDevices", "portName TEXT", "id = 2"),
+        {failed},
+        versionUnmoved,
+        {},
+        {"1, 5, 'ttyUSB0', 'ttyUSB0'"},
+        {"1, 5, 'r1', 'ttyUSB0'", "2, 5, 'r2', 'ttyUSB1'"}};
+    QTest::newRow("the receivers break off: none is rewritten") << PortRun{
+        before + twoPorts + makeUnreadable("gpsReceivers", "serialPortName TEXT", "id = 2"),
+        {failed},
+        versionUnmoved,
+        {"portName 1", "portName 2"},
+        {"1, 5, 'ttyS0'", "2, 5, 'ttyS1'"},
+        {"1, 5, 'r1', 'ttyUSB0', 'ttyUSB0'"}};
     QTest::newRow("no receivers' table") << PortRun{
         before + "DROP TABLE gpsReceivers;"
                  "INSERT INTO serialDevices VALUES(1, 5, 'ttyUSB0');",
@@ -707,6 +724,23 @@ void Version25Test::revertFromVersion25WithOnBoardPorts_data()
         {},
         {},
         {"1, 5, 'ttyS0', 'ttyS0'"}};
+    const QByteArray twoPorts =
+        "INSERT INTO serialDevices VALUES(1, 5, 'ttyS0'), (2, 5, 'ttyS1');"
+        "INSERT INTO gpsReceivers VALUES(1, 5, 'r1', 'ttyS0'), (2, 5, 'r2', 'ttyS1');";
+    QTest::newRow("the devices break off: none is rewritten, nor a receiver") << PortRun{
+        before + twoPorts + makeUnreadable("serialDevices", "portName TEXT", "id = 2"),
+        {},
+        versionUnmoved,
+        {},
+        {"1, 5, 'ttyS0', 'ttyS0'"},
+        {"1, 5, 'r1', 'ttyS0'", "2, 5, 'r2', 'ttyS1'"}};
+    QTest::newRow("the receivers break off: none is rewritten") << PortRun{
+        before + twoPorts + makeUnreadable("gpsReceivers", "serialPortName TEXT", "id = 2"),
+        {},
+        versionUnmoved,
+        {"portName 1", "portName 2"},
+        {"1, 5, 'ttyUSB0'", "2, 5, 'ttyUSB1'"},
+        {"1, 5, 'r1', 'ttyS0', 'ttyS0'"}};
     QTest::newRow("no receivers' table") << PortRun{
         before + "DROP TABLE gpsReceivers;"
                  "INSERT INTO serialDevices VALUES(1, 5, 'ttyS0');",

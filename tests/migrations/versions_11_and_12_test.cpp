@@ -76,8 +76,6 @@ QByteArray refusalToChange(const QByteArray &dateFormat)
            dateFormat + "' BEGIN SELECT RAISE(ABORT, 'refused'); END";
 }
 } // namespace
-Q_DECLARE_METATYPE(Step)
-Q_DECLARE_METATYPE(Probe)
 
 class Versions11And12Test : public QObject
 {
@@ -105,7 +103,7 @@ private slots:
     void probes_data();
     void probes();
     void stepsOnAClosedConnection_data();
-    void stepsOnAClosedConnection();
+    void stepsOnAClosedConnection() { checkStepOnAClosedConnection(*device); }
     void probesOnAClosedConnection();
 
 private:
@@ -423,6 +421,24 @@ void Versions11And12Test::updateToVersion12_data()
                 "1, 10, 0",
                 "onScreenSwitchboxSwitchLabels",
                 "1, 0, 'S1'"}};
+    const QByteArray unreadableBridge =
+        QByteArray(bridge).replace("note", unreadableColumn("note", "section = 11"));
+    QTest::newRow("the copy breaks off: the switches stay") << StepRun{
+        machinery + bridge + switches + "(1, 10, 0, ''), (1, 11, 3, ''), (2, 20, 7, '')" +
+            settings + makeUnreadable("switchToSectionBridge", "note", "section = 11"),
+        {"SELECT * FROM switchToSectionBridge query in updateToVersion12() failed!  "
+         "The query error was: " +
+             unreadable,
+         failed},
+        versionUnmoved,
+        extended + QStringList(unreadableBridge) + created + extendedRows +
+            QStringList{
+                "switchToSectionBridge",
+                "1, 10, 0, '', ''",
+                "onScreenSwitchboxConfig",
+                "1, 10, 0",
+                "onScreenSwitchboxSwitchLabels",
+                "1, 0, 'S1'"}};
     QTest::newRow("the labels have no table, the settings go") << StepRun{
         machinery + bridge + switches + "(1, 10, 0, '');" +
             "CREATE INDEX onScreenSwitchboxSwitchLabels ON MC_MachineConfig (id)" + settings,
@@ -446,6 +462,21 @@ void Versions11And12Test::updateToVersion12_data()
         extended + created + extendedRows +
             QStringList{"onScreenSwitchboxConfig", "1, 10, 0", "onScreenSwitchboxSwitchLabels"},
         {{SQLITE_READ, "onScreenSwitchboxConfig"}}};
+    const QByteArray unreadableConfig = QByteArray(config).replace(
+        "switchId INTEGER", unreadableColumn("switchId INTEGER", "sectionId = 11"));
+    QTest::newRow("the labels break off, the settings go") << StepRun{
+        machinery + config + ";" + bridge +
+            ";INSERT INTO onScreenSwitchboxConfig VALUES(1, 10, 0), (1, 11, 3), (2, 20, 7)" +
+            settings +
+            makeUnreadable("onScreenSwitchboxConfig", "switchId INTEGER", "sectionId = 11"),
+        {switchesCopied, failed},
+        versionUnmoved,
+        extended + QStringList{unreadableConfig, labels} + extendedRows +
+            QStringList{
+                "onScreenSwitchboxConfig",
+                "1, 10, 0, 0",
+                "onScreenSwitchboxSwitchLabels",
+                "1, 0, 'S1'"}};
     QTest::newRow("every label is tried, the settings go") << StepRun{
         machinery + bridge + ";" + labels + ";" + noLabelForSwitch3 + switches +
             "(1, 10, 3, ''), (1, 11, 4, ''), (1, 12, 3, ''), (1, 13, 5, '')" + settings,
@@ -771,20 +802,6 @@ void Versions11And12Test::stepsOnAClosedConnection_data()
                tableStays("onScreenSwitchboxConfig", "") +
                tableStays("onScreenSwitchboxSwitchLabels", "") +
                tableStays("WeatherStationConfig", "") + tableStays("JP_DispatcherFilters", "");
-}
-
-void Versions11And12Test::stepsOnAClosedConnection()
-{
-    QFETCH(Step, step);
-    QFETCH(int, version);
-    QFETCH(QStringList, log);
-    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
-    QSqlDatabase::database().close();
-
-    (migrator.*step)();
-
-    COMPARE_LINES(takeLogLines(*device), log);
-    QCOMPARE(migrator.currentVersion(), version);
 }
 
 void Versions11And12Test::probesOnAClosedConnection()

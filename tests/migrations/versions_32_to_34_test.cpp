@@ -236,6 +236,19 @@ void Versions32To34Test::updateToVersion32_data()
         QStringList(mapsAt32) + QStringList(renamedAside + mapColumnsAt31) + rowsBefore +
             preferencesWithCloudJobs,
         {{SQLITE_READ, "workOrderRxMaps_old", "mapName"}}};
+    const QByteArray unreadableMaps =
+        QByteArray(mapColumnsAt31)
+            .replace("uniqueProdId INTEGER", unreadableColumn("uniqueProdId INTEGER", "id = 7"));
+    QTest::newRow("the maps break off: the old table is restored") << StepRun{
+        before + twoMaps + makeUnreadable("workOrderRxMaps", "uniqueProdId INTEGER", "id = 7"),
+        QStringList(
+            "SELECT * FROM workOrderRxMaps_old query in updateToVersion32() failed!  "
+            "The query error was: " +
+            unreadable) +
+            failed,
+        versionUnmoved,
+        QStringList({QString(renamedBack + unreadableMaps), rowsBefore[0] + ", 21"}) +
+            preferencesWithCloudJobs};
     const QByteArray quoted =
         insertMaps + "(8, 'rx8', 'wo1', '/maps/O''Neill.shp', '', '', '', '', 0);";
     const QString quotedRow = "8, 'rx8', 'wo1', '/maps/O''Neill.shp', '', '', '', '', 0";
@@ -328,6 +341,17 @@ void Versions32To34Test::revertFromVersion32_data()
         QStringList(mapsAt31) + QStringList(renamedAside + mapColumnsAt32) + rowsBefore +
             preferencesRebuilt,
         {{SQLITE_READ, "workOrderRxMaps_old", "mapName"}}};
+    const QByteArray unreadableMaps =
+        QByteArray(mapColumnsAt32)
+            .replace("uniqueProdId INTEGER", unreadableColumn("uniqueProdId INTEGER", "id = 7"));
+    QTest::newRow("the maps break off: the old table is restored") << StepRun{
+        before + twoMaps + makeUnreadable("workOrderRxMaps", "uniqueProdId INTEGER", "id = 7"),
+        {"SELECT * FROM workOrderRxMaps_old query in revertFromVersion32() failed!  "
+         "The query error was: " +
+         unreadable},
+        versionUnmoved,
+        QStringList({QString(renamedBack + unreadableMaps), rowsBefore[0] + ", 21"}) +
+            preferencesRebuilt};
     const QByteArray quoted =
         insertMaps + "(8, 'rx8', 'wo1', '/8.shp', '', 'O''Neill', '', '', 0);";
     const QString quotedRow = "8, 'rx8', 'wo1', '/8.shp', '', 'O''Neill', '', '', 0";

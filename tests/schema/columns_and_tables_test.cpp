@@ -21,6 +21,7 @@ private slots:
     void getTableInfo();
     void getTableInfoGoesOnAfterAFailure_data();
     void getTableInfoGoesOnAfterAFailure();
+    void getTableInfoKeepsNoHalfReadPart();
     void addColumn_data();
     void addColumn();
     void addColumnIfNotExists_data();
@@ -253,6 +254,7 @@ void ColumnsAndTablesTest::getTableInfoGoesOnAfterAFailure_data()
     QTest::addColumn<int>("refusedAction");
     QTest::addColumn<QByteArray>("refusedObject");
     QTest::addColumn<QStringList>("info");
+    QTest::addColumn<QString>("error");
 
     const QString createText = "CREATE TABLE field (id INTEGER NOT NULL REFERENCES p(x))";
     QTest::newRow("the foreign keys cannot be read")
@@ -264,7 +266,8 @@ void ColumnsAndTablesTest::getTableInfoGoesOnAfterAFailure_data()
                 "not null: 1",
                 "defaults: ",
                 "primary key: 0",
-                createText});
+                createText})
+        << "not authorized Unable to execute statement";
     QTest::newRow("the columns cannot be read") << SQLITE_PRAGMA << QByteArray("table_info")
                                                 << QStringList(
                                                        {"foreign keys: id",
@@ -273,16 +276,19 @@ void ColumnsAndTablesTest::getTableInfoGoesOnAfterAFailure_data()
                                                         "not null: ",
                                                         "defaults: ",
                                                         "primary key: ",
-                                                        createText});
-    QTest::newRow("the text cannot be read") << SQLITE_READ << QByteArray("sqlite_master")
-                                             << QStringList(
-                                                    {"foreign keys: id",
-                                                     "names: id",
-                                                     "types: INTEGER",
-                                                     "not null: 1",
-                                                     "defaults: ",
-                                                     "primary key: 0",
-                                                     ""});
+                                                        createText})
+                                                << "not authorized Unable to execute statement";
+    QTest::newRow("the text cannot be read")
+        << SQLITE_READ << QByteArray("sqlite_master")
+        << QStringList(
+               {"foreign keys: id",
+                "names: id",
+                "types: INTEGER",
+                "not null: 1",
+                "defaults: ",
+                "primary key: 0",
+                ""})
+        << "access to sqlite_master.type is prohibited Unable to execute statement";
 }
 
 void ColumnsAndTablesTest::getTableInfoGoesOnAfterAFailure()
@@ -294,8 +300,39 @@ void ColumnsAndTablesTest::getTableInfoGoesOnAfterAFailure()
     DatabaseMigrator &migrator = start();
     device->refuse(refusedAction, refusedObject);
 
-    COMPARE_LINES(lines(migrator.getTableInfo("field")), info);
+    const TableInfo read = migrator.getTableInfo("field");
+
+    COMPARE_LINES(lines(read), info);
+    QTEST(read.readError, "error");
     QCOMPARE(device->takeLog(), QString());
+}
+
+void ColumnsAndTablesTest::getTableInfoKeepsNoHalfReadPart()
+{
+    device->sql("CREATE TABLE field (id INTEGER REFERENCES p(x), name TEXT REFERENCES q(y))");
+    DatabaseMigrator &migrator = start();
+    const QStringList whole = lines(migrator.getTableInfo("field"));
+    const QStringList empty = lines(TableInfo());
+
+    // Wherever the reading is interrupted, until it ends before that.
+    for (int instructions = 1;; ++instructions) {
+        device->interruptAfter(instructions);
+        const TableInfo info = migrator.getTableInfo("field");
+        const QStringList read = lines(info);
+        if (info.readError.isEmpty()) {
+            COMPARE_LINES(read, whole);
+            break;
+        }
+        QCOMPARE(info.readError, "interrupted Unable to fetch row");
+        const bool keysMissing = read[0] != whole[0];
+        const bool columnsMissing = read[1] != whole[1];
+        const bool textMissing = read[6] != whole[6];
+        QCOMPARE(keysMissing + columnsMissing + textMissing, 1);
+        COMPARE_LINES(
+            read,
+            (keysMissing ? empty : whole).mid(0, 1) + (columnsMissing ? empty : whole).mid(1, 5) +
+                (textMissing ? empty : whole).mid(6));
+    }
 }
 
 void ColumnsAndTablesTest::addColumn_data()

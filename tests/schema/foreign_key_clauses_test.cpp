@@ -47,6 +47,9 @@ void ForeignKeyClausesTest::findsClauseEnd_data()
     QTest::newRow("both that ran out begin anew twice") << "f(a, b, c, d, e)|, g";
     QTest::newRow("opening parentheses begin anew while closing ones go on")
         << "f(a, b) c), d)|, e";
+    QTest::newRow("opening parentheses side by side count one by one") << "f((a, b), c), |d";
+    QTest::newRow("closing parentheses side by side count one by one") << "f(a, (b))|, c)";
+    QTest::newRow("commas side by side count one by one") << "a,, b(c)|, d";
 }
 
 void ForeignKeyClausesTest::findsClauseEnd()

@@ -20,6 +20,8 @@ private slots:
     void fails_data();
     void fails();
     void tableThatCannotBeDropped();
+    void structureThatCannotBeRead_data();
+    void structureThatCannotBeRead();
     void copyLeftBehindBlocksTheNextRebuild();
     void switchesForeignKeysOn_data();
     void switchesForeignKeysOn();
@@ -336,6 +338,44 @@ void TableRebuildTest::tableThatCannotBeDropped()
              "t_temp",
              "1, 2",
              "4, 5"}));
+}
+
+void TableRebuildTest::structureThatCannotBeRead_data()
+{
+    QTest::addColumn<int>("action");
+    QTest::addColumn<QByteArray>("object");
+    QTest::addColumn<QString>("error");
+
+    QTest::newRow("the foreign keys") << SQLITE_PRAGMA << QByteArray("foreign_key_list")
+                                      << "not authorized Unable to execute statement";
+    QTest::newRow("the columns") << SQLITE_PRAGMA << QByteArray("table_info")
+                                 << "not authorized Unable to execute statement";
+    QTest::newRow("the text, which has the foreign keys")
+        << SQLITE_READ << QByteArray("sqlite_master")
+        << "access to sqlite_master.type is prohibited Unable to execute statement";
+}
+
+void TableRebuildTest::structureThatCannotBeRead()
+{
+    QFETCH(int, action);
+    QFETCH(QByteArray, object);
+    QFETCH(QString, error);
+    device->sql("CREATE TABLE p (x INTEGER PRIMARY KEY);"
+                "CREATE TABLE t (id INTEGER PRIMARY KEY, kept INT, old INT, "
+                "FOREIGN KEY(kept) REFERENCES p(x));"
+                "INSERT INTO t VALUES(1, NULL, 3)");
+    const QStringList unchanged = device->dump();
+    DatabaseMigrator &migrator = start();
+    device->refuse(action, object);
+
+    QVERIFY(!migrator.dropColumnSaveParameters("t", "old"));
+
+    QCOMPARE(
+        device->takeLog(),
+        "DatabaseMigrator::dropColumnSaveParameters - Failed to drop column named old to t\n"
+        "DatabaseMigrator::dropColumnSaveParameters - " +
+            error + "\n");
+    COMPARE_LINES(device->dump(), unchanged);
 }
 
 void TableRebuildTest::copyLeftBehindBlocksTheNextRebuild()

@@ -146,11 +146,18 @@ int authorize(void *, int action, const char *first, const char *second, const c
     return SQLITE_OK;
 }
 
-void setAuthorizer(
-    int (*authorizer)(void *, int, const char *, const char *, const char *, const char *))
+int instructionsLeft = 0;
+
+int countInstruction(void *)
+{
+    return --instructionsLeft == 0;
+}
+
+/// The migrator's own connection.
+sqlite3 *connection()
 {
     const QVariant handle = QSqlDatabase::database().driver()->handle();
-    sqlite3_set_authorizer(*static_cast<sqlite3 *const *>(handle.constData()), authorizer, nullptr);
+    return *static_cast<sqlite3 *const *>(handle.constData());
 }
 } // namespace
 
@@ -286,13 +293,19 @@ void ScratchDevice::stop()
 void ScratchDevice::refuse(int action, const QByteArray &object, const QByteArray &part)
 {
     refusals.push_back({action, object, part});
-    setAuthorizer(authorize);
+    sqlite3_set_authorizer(connection(), authorize, nullptr);
+}
+
+void ScratchDevice::interruptAfter(int instructions)
+{
+    instructionsLeft = instructions;
+    sqlite3_progress_handler(connection(), 1, countInstruction, nullptr);
 }
 
 void ScratchDevice::allowAll()
 {
     refusals.clear();
-    setAuthorizer(nullptr);
+    sqlite3_set_authorizer(connection(), nullptr, nullptr);
 }
 
 QString ScratchDevice::takeLog()

@@ -69,6 +69,9 @@ public:
     /// @param object its first argument, mostly the table's name; empty for every one
     /// @param part its second argument, mostly the column's name; empty for every one
     void refuse(int action, const QByteArray &object, const QByteArray &part = QByteArray());
+    /// Lets SQLite break off the migrator's statement that runs after so many more of its virtual
+    /// machine's instructions, once.
+    void interruptAfter(int instructions);
     /// Ends every refusal.
     void allowAll();
 

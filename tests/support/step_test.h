@@ -2,6 +2,7 @@
 
 #include "support/scratch_device.h"
 
+#include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QtTest>
 
@@ -9,6 +10,8 @@
 
 using Step = void (DatabaseMigrator::*)();
 using Probe = bool (DatabaseMigrator::*)() const;
+Q_DECLARE_METATYPE(Step)
+Q_DECLARE_METATYPE(Probe)
 
 /// What SQLite refuses during a step, see ScratchDevice::refuse.
 struct Refusal {
@@ -29,9 +32,6 @@ Q_DECLARE_METATYPE(StepRun)
 
 /// A version that no step of the catalogue sets.
 const int versionUnmoved = 99;
-
-/// A version at which the integrity check applies no step again.
-const int versionWithoutProbes = 1;
 
 /// Starts the migrator at a version and takes the log of its start. The versions' table is dropped
 /// then, so that the device's dump holds what the step works on and nothing else; what the step
@@ -90,6 +90,21 @@ inline void checkStep(
     COMPARE_LINES(read(device), run.after);
 }
 
+/// Checks what a step of the test's row does on a connection that is not open.
+inline void checkStepOnAClosedConnection(ScratchDevice &device)
+{
+    QFETCH(Step, step);
+    QFETCH(int, version);
+    QFETCH(QStringList, log);
+    DatabaseMigrator &migrator = startAt(device, versionUnmoved);
+    QSqlDatabase::database().close();
+
+    (migrator.*step)();
+
+    COMPARE_LINES(takeLogLines(device), log);
+    QCOMPARE(migrator.currentVersion(), version);
+}
+
 /// Checks a probe against the test's row: what is there "before", and whether it is "applied".
 inline void checkProbe(ScratchDevice &device, Probe probe)
 {
@@ -105,9 +120,29 @@ inline void checkProbe(ScratchDevice &device, Probe probe)
     COMPARE_LINES(device.dump(), dumpBefore);
 }
 
-// What SQLite answers: to a rebuild without a column of the key, and of a table that is not there;
+/// The declaration of a column that cannot be read in some rows: a walk over the rows breaks off
+/// there.
+/// @param declaration the column's name and its type; its values are those of "stored"
+inline QByteArray unreadableColumn(const QByteArray &declaration, const QByteArray &condition)
+{
+    return "stored, " + declaration + " AS (CASE WHEN " + condition +
+           " THEN abs(-9223372036854775807 - (" + condition + ")) ELSE stored END)";
+}
+
+/// @return statements that put an unreadable column in the place of one, in the CREATE text alone:
+/// the rows stay
+inline QByteArray makeUnreadable(
+    const QByteArray &table, const QByteArray &declaration, const QByteArray &condition)
+{
+    return ";PRAGMA writable_schema = ON;UPDATE sqlite_master SET sql = replace(sql, '" +
+           declaration + "', '" + unreadableColumn(declaration, condition) + "') WHERE name = '" +
+           table + "';";
+}
+
+// What SQLite answers: where a column cannot be read; to a rebuild without a column of the key, and of a table that is not there;
 // where a trigger refuses; where an earlier rebuild has left its copy; without the table.
 
+inline const QString unreadable = "integer overflow";
 inline const QString keyRefused = "near \")\": syntax error Unable to execute statement";
 inline const QString rebuildRefused = "near \"PRIMARY\": syntax error Unable to execute statement";
 inline const QString rowRefused = "refused Unable to fetch row";

@@ -1,0 +1,35 @@
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace
+{
+int *volatile lost = nullptr;
+}
+
+// In the program's place: fails in the way that its argument tells, to prove that it is noticed.
+int migratorMain(int argumentCount, char **arguments)
+{
+    const std::string way = argumentCount > 1 ? arguments[1] : "";
+    if (way == "abort") {
+        std::abort();
+    }
+    if (way == "print") {
+        std::puts("printed");
+    }
+    if (way == "loop") {
+        for (volatile bool goesOn = true; goesOn;) {
+        }
+    }
+    if (way == "overflow") {
+        volatile int past = 8;
+        int *numbers = new int[8];
+        numbers[past] = 0;
+        delete[] numbers;
+    }
+    if (way == "leak") {
+        lost = new int[8];
+        lost = nullptr;
+    }
+    return way == "status" ? 3 : 0;
+}

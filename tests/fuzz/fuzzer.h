@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+/// Tries one input: each fuzzer program has its own. A broken rule ends the program.
+void fuzz(const QByteArray &input);
+
+/// Ends the program, and says which rule an input has broken.
+void require(bool holds, const char *rule);
+
+/// A file that lies nowhere.
+class MemoryFile
+{
+public:
+    explicit MemoryFile(const char *name);
+
+    /// Replaces the file's content.
+    void write(const QByteArray &content) const;
+
+    /// The path by which this process can open the file.
+    QString path() const;
+
+private:
+    int m_descriptor;
+};
