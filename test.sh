@@ -28,7 +28,7 @@ case "${1:-}" in
         export CAMPAIGN=1
         campaign=yes
         minutes=(${2:+--minutes "$2"})
-        tests=(--build-config Campaign --label-regex campaign)
+        tests=(--label-regex campaign)
         ;;
     -h | --help) usage && exit ;;
     *) usage >&2 && exit 2 ;;
@@ -37,7 +37,9 @@ esac
 cd "$(dirname "$(realpath "${BASH_SOURCE[0]}")")"
 . tools/packages.sh
 install_packages test
+[ -z "$campaign" ] || install_packages campaign
 
+export PYTHONDONTWRITEBYTECODE=1
 cmake --preset "$preset"
 cmake --build --preset "$preset"
 find "build/$preset" -name '*.gcda' -delete # what an earlier run has counted
