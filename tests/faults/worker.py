@@ -106,8 +106,10 @@ class Scenario:
     def _walk(self):
         """The state after each transaction, what is in all of them, and the room that it takes."""
         disk, self.needs_room, self.states, self.room = Disk(self.start), [], [], []
+        self.leading_on = {}  # from a state: the statement that ends with the next one
         commits = -1
         for operation in self.recording.operations:
+            self.leading_on[operation.commits] = operation.statement
             if operation.commits > commits:
                 commits = operation.commits
                 self._add_state(disk)
@@ -339,14 +341,18 @@ class Cases:
         survival = SURVIVALS[number % len(SURVIVALS)]
         fill_device(disk.files_after_power_cut(survival, random.Random(number)))
         violations = []
+        statement = operation.statement
         contents = self.readings.read()
+        before = max(0, operation.commits - 1)
         if contents is None:
             violations.append(f"not sound ({survival.__name__})")
-        elif contents.hash not in scenario.states[
-                max(0, operation.commits - 1):operation.commits + 1]:
+        elif contents.hash not in scenario.states[before:operation.commits + 1]:
             violations.append(
                 f"not a state after {operation.commits} statements ({survival.__name__})")
-        self._note(number, operation.statement, violations, contents and contents.hash)
+        elif contents.hash != scenario.states[operation.commits]:
+            # The last statement has gone too: the cut is one in the midst of it.
+            statement = scenario.leading_on[before]
+        self._note(number, statement, violations, contents and contents.hash)
 
     def recover(self, state, step):
         """The second and the third run; runs from the same state, with a journal to roll back or
