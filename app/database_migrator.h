@@ -328,7 +328,7 @@ private:
         const QString &sql, const QString &failureLine, const QString &errorLine);
 
     /// Runs a statement; on failure logs the error's combined driver and database text.
-    bool executeOrLogError(const QString &sql);
+    void executeOrLogError(const QString &sql);
 
     /// Runs a statement; on failure logs the failure's words followed by the database's own text.
     bool executeOrLogDatabaseError(const QString &sql, const QString &failure = QString());

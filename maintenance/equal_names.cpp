@@ -61,7 +61,6 @@ bool EqualNames::prepare()
         }
         table->m_readInOrderOfIds = table->isReadInOrderOfIds();
     }
-    m_everyRow = false;
     m_outdated = true;
     return true;
 }

@@ -15,14 +15,12 @@ bool DatabaseMigrator::executeOrLogFailure(
     return false;
 }
 
-bool DatabaseMigrator::executeOrLogError(const QString &sql)
+void DatabaseMigrator::executeOrLogError(const QString &sql)
 {
     QSqlQuery query;
-    if (query.exec(sql)) {
-        return true;
+    if (!query.exec(sql)) {
+        logMessage(query.lastError().text());
     }
-    logMessage(query.lastError().text());
-    return false;
 }
 
 bool DatabaseMigrator::executeOrLogDatabaseError(const QString &sql, const QString &failure)
