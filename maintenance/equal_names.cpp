@@ -205,7 +205,7 @@ QString EqualNames::among(const Scope &scope, const QString &name) const
 qint64 EqualNames::limit()
 {
     if (!m_limit) {
-        m_limit = rowLimit(m_table);
+        m_limit = 2 * countRows("SELECT * FROM " + m_table);
     }
     return *m_limit;
 }

@@ -27,7 +27,7 @@ bool DatabaseMigrator::replaceSolutionsByReceivers()
         logMessage("updateToVersion21 - Failed to create machineToGpsReceiverMapping table.");
         return false;
     }
-    QSqlQuery solutions = forwardOnlyQuery();
+    LimitedWalk solutions;
     if (!solutions.exec(
             "SELECT mc_id, preferredSolution, filterLevel FROM preferredGpsSolutions")) {
         logMessage("updateToVersion21 - Failed to select entries from preferredGpsSolutions");
@@ -41,7 +41,7 @@ bool DatabaseMigrator::replaceSolutionsByReceivers()
         const QString machineConfigId = QString::number(solutions.value(0).toLongLong());
         const qint64 preferredSolution = solutions.value(1).toLongLong();
         const QString filterLevel = QString::number(solutions.value(2).toLongLong());
-        QSqlQuery devices = forwardOnlyQuery();
+        LimitedWalk devices;
         succeeded &= devices.exec(QString("SELECT portName FROM serialDevices "
                                           "WHERE mc_id=%1 AND deviceHandlerName='BePluginGPS'")
                                       .arg(machineConfigId));
@@ -131,7 +131,7 @@ bool DatabaseMigrator::restorePreferredSolutions()
         logMessage("Failed to create preferredGpsSolutions table.");
         return false;
     }
-    QSqlQuery receivers = forwardOnlyQuery();
+    LimitedWalk receivers;
     if (!receivers.exec(
             "SELECT gpsReceivers.machineConfigId, gpsReceivers.serialPortName, "
             "gpsReceivers.filterLevel FROM gpsReceivers INNER JOIN machineToGpsReceiverMapping "
@@ -145,7 +145,7 @@ bool DatabaseMigrator::restorePreferredSolutions()
         const qint64 machineConfigId = receivers.value(0).toLongLong();
         const QString serialPortName = receivers.value(1).toString();
         const qint64 filterLevel = receivers.value(2).toLongLong();
-        QSqlQuery devices = forwardOnlyQuery();
+        LimitedWalk devices;
         devices.prepare("SELECT portName FROM serialDevices "
                         "WHERE mc_id = :machineConfigId AND deviceHandlerName='BePluginGPS'");
         devices.bindValue(":machineConfigId", machineConfigId);

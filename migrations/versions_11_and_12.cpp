@@ -73,7 +73,7 @@ bool DatabaseMigrator::moveSwitchesToSwitchboxConfig()
             "The CREATE TABLE query in updateToVersion12() failed!  The query error was: ")) {
         return false;
     }
-    QSqlQuery switches = forwardOnlyQuery();
+    LimitedWalk switches;
     if (!switches.exec("SELECT * FROM switchToSectionBridge")) {
         logMessage(
             "SELECT * FROM switchToSectionBridge query in updateToVersion12() failed!  The query error was: " +
@@ -114,7 +114,7 @@ bool DatabaseMigrator::labelSwitchboxSwitches()
             "The CREATE TABLE IF NOT EXISTS onScreenSwitchboxSwitchLabels query in updateToVersion12() failed!  The query error was: ")) {
         return false;
     }
-    QSqlQuery sections = forwardOnlyQuery();
+    LimitedWalk sections;
     if (!sections.exec("SELECT * FROM onScreenSwitchboxConfig")) {
         logMessage(
             "The SELECT * FROM onScreenSwitchboxConfig query in updateToVersion12() failed!  The query error was: " +

@@ -178,7 +178,7 @@ void DatabaseMigrator::updateToVersion19()
         logMessage("Migration to version 19 FAILED!");
         return;
     }
-    QSqlQuery machineConfigs = forwardOnlyQuery();
+    LimitedWalk machineConfigs;
     // Kept on purpose, shipped devices rely on it: without that table there is nothing to map.
     if (machineConfigs.exec("SELECT DISTINCT machineConfigId FROM onScreenSwitchboxConfig")) {
         bool machineConfigsMapped = true;

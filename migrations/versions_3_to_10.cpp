@@ -88,14 +88,9 @@ bool DatabaseMigrator::getUpdate6Applied() const
 
 void DatabaseMigrator::updateToVersion7()
 {
-    qint64 rowsLeft = rowLimit("files");
-    QSqlQuery files = forwardOnlyQuery();
+    LimitedWalk files;
     bool pathsRewritten = files.exec("SELECT * FROM files");
     while (files.next()) {
-        if (--rowsLeft < 0) {
-            pathsRewritten = false;
-            break;
-        }
         const qint64 id = files.value(0).toLongLong();
         const QString oldPath = files.value(3).toString();
         const QString newPath =

@@ -21,16 +21,41 @@ bool readToTheEnd(const QSqlQuery &rows)
     return !rows.lastError().isValid();
 }
 
-qint64 rowLimit(const QString &table)
+qint64 countRows(const QString &select, const QMap<QString, QVariant> &values)
 {
-    // One by one: a count would fail where the walk merely breaks off.
-    qint64 rowsRead = 0;
     QSqlQuery rows = forwardOnlyQuery();
-    rows.exec(QString("SELECT * FROM %1").arg(table));
+    rows.prepare(select);
+    for (auto value = values.begin(); value != values.end(); ++value) {
+        rows.bindValue(value.key(), value.value());
+    }
+    rows.exec();
+    // One by one: a count in SQL would fail where the rows merely break off.
+    qint64 rowsRead = 0;
     while (rows.next()) {
         ++rowsRead;
     }
-    return 2 * rowsRead;
+    return rowsRead;
+}
+
+LimitedWalk::LimitedWalk()
+{
+    setForwardOnly(true);
+}
+
+bool LimitedWalk::next()
+{
+    if (m_rowsMet > m_limit || !QSqlQuery::next()) {
+        return false;
+    }
+    if (++m_rowsMet == uncountedRows) {
+        m_limit += 2 * countRows(lastQuery(), boundValues());
+    }
+    return m_rowsMet <= m_limit;
+}
+
+bool readToTheEnd(const LimitedWalk &rows)
+{
+    return rows.m_rowsMet <= rows.m_limit && !rows.lastError().isValid();
 }
 
 QVariant firstValue(const QString &sql)

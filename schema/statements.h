@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMap>
 #include <QSqlQuery>
 #include <QString>
 #include <QVariant>
@@ -18,10 +19,29 @@ QSqlQuery forwardOnlyQuery();
 /// is when the disk or the memory fails: then there may be more rows than have come
 bool readToTheEnd(const QSqlQuery &rows);
 
-/// A walk that changes its table might never end: in a damaged table a change can lead it back to
-/// rows that it has passed, and a trigger can add a row for every one that is changed.
-/// @return how many rows it may meet, twice as many as there are
-qint64 rowLimit(const QString &table);
+/// @param values what is bound to the statement's placeholders, by their names
+/// @return how many rows a statement yields before its end, or before one that cannot be read
+qint64 countRows(const QString &select, const QMap<QString, QVariant> &values = {});
+
+/// A query that only walks forward, over rows that are read while tables are changed. Such a walk
+/// might never end: in a damaged database a change can lead it back to rows that it has passed, and
+/// a trigger can add a row for every one that is changed. So one that has become long is ended when
+/// it meets twice as many rows more as there are.
+class LimitedWalk : public QSqlQuery
+{
+public:
+    /// So many rows are met before they are counted, which takes a statement more.
+    static constexpr qint64 uncountedRows = 1000;
+
+    LimitedWalk();
+    bool next();
+    /// @return false when the walk has broken off or was ended
+    friend bool readToTheEnd(const LimitedWalk &rows);
+
+private:
+    qint64 m_rowsMet = 0;
+    qint64 m_limit = uncountedRows;
+};
 
 /// @return column 0 of the first row that a query yields; an invalid value, which reads as 0 and
 /// as an empty text, when the query fails or yields no row

@@ -1,0 +1,174 @@
+#include "schema/statements.h"
+#include "support/step_test.h"
+
+#include <QtTest>
+
+/// Walks over rows that would never end, because every row that is met leads to a new one.
+class LongWalksTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void stepsEnd_data();
+    void stepsEnd();
+
+private:
+    std::unique_ptr<ScratchDevice> device;
+};
+
+namespace
+{
+/// @return a trigger that adds a row to a table for every row that another one gets or changes
+QByteArray adding(const QByteArray &event, const QByteArray &table, const QByteArray &row)
+{
+    return ";CREATE TRIGGER addition AFTER " + event + " BEGIN INSERT INTO " + table + " VALUES(" +
+           row + "); END;";
+}
+
+/// Of one row become two, and so on; when they are counted there are as many as have been met.
+const qint64 rowsMet = 3 * LimitedWalk::uncountedRows;
+} // namespace
+
+void LongWalksTest::init()
+{
+    device = std::make_unique<ScratchDevice>();
+}
+
+void LongWalksTest::cleanup()
+{
+    device.reset();
+}
+
+void LongWalksTest::stepsEnd_data()
+{
+    const QByteArray config = "CREATE TABLE onScreenSwitchboxConfig "
+                              "(machineConfigId INTEGER, sectionId INTEGER, switchId INTEGER);";
+    const QByteArray labels = "CREATE TABLE onScreenSwitchboxSwitchLabels "
+                              "(machineConfigId INTEGER, switchId INTEGER, switchLabel TEXT);";
+    const QByteArray bridge = "CREATE TABLE switchToSectionBridge "
+                              "(machineConfigId INTEGER, sectionId INTEGER, switchId INTEGER);";
+    const QByteArray machinery = "CREATE TABLE MC_EquipmentSection (id INTEGER);"
+                                 "CREATE TABLE MC_EquipmentSectionGroup (id INTEGER);"
+                                 "CREATE TABLE onScreenSwitchboxSettings (id INTEGER);";
+    const QByteArray solutions = "CREATE TABLE preferredGpsSolutions "
+                                 "(mc_id INTEGER, preferredSolution INTEGER, filterLevel INTEGER);";
+    const QByteArray receivers =
+        "CREATE TABLE gpsReceivers (id INTEGER PRIMARY KEY, machineConfigId INTEGER, "
+        "receiverId TEXT, serialPortName TEXT, filterLevel INTEGER, name TEXT);";
+    const QByteArray mapping =
+        "CREATE TABLE machineToGpsReceiverMapping (machineId INTEGER, gpsId INTEGER);";
+    const QByteArray devices =
+        "CREATE TABLE serialDevices (mc_id INTEGER, portName TEXT, deviceHandlerName TEXT);";
+    const QByteArray oneDevice = "INSERT INTO serialDevices VALUES(1, 'ttyS0', 'BePluginGPS')";
+    const QByteArray oneReceiver = "INSERT INTO gpsReceivers VALUES(1, 1, '', 'ttyS0', 3, '');"
+                                   "INSERT INTO machineToGpsReceiverMapping VALUES(10, 1)";
+
+    QTest::addColumn<Step>("step");
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QStringList>("log");
+    QTest::addColumn<QByteArray>("rowsMet");
+
+    QTest::newRow("7, files")
+        << Step(&DatabaseMigrator::updateToVersion7)
+        << QByteArray(
+               "CREATE TABLE files "
+               "(id INTEGER PRIMARY KEY, displayName TEXT, typeId INTEGER, absolutePath TEXT);"
+               "CREATE TABLE OutgoingFiles (id INTEGER);CREATE TABLE IncomingFiles (id INTEGER);"
+               "CREATE TABLE FileTransferHistory (id INTEGER);"
+               "CREATE TABLE systemFiles (id INTEGER);"
+               "INSERT INTO files VALUES(1, 'one', 3, 'userFiles/one')") +
+               adding("UPDATE ON files", "files", "NEW.id + 1, 'more', 3, 'userFiles/more'")
+        << QStringList()
+        << QByteArray("SELECT count(*) FROM files WHERE absolutePath LIKE '/usr%'");
+    QTest::newRow("12, switches")
+        << Step(&DatabaseMigrator::updateToVersion12)
+        << machinery + config + labels + bridge +
+               "INSERT INTO switchToSectionBridge VALUES(1, 1, 0)" +
+               adding("INSERT ON onScreenSwitchboxConfig", "switchToSectionBridge", "1, 1, 0")
+        << QStringList{
+               "SELECT * FROM switchToSectionBridge query in updateToVersion12() failed!  "
+               "The query error was: ",
+               "Migration to version 12 FAILED!"}
+        << QByteArray("SELECT count(*) FROM onScreenSwitchboxConfig");
+    QTest::newRow("12, labels")
+        << Step(&DatabaseMigrator::updateToVersion12)
+        << machinery + config + labels + bridge +
+               "INSERT INTO switchToSectionBridge VALUES(1, 1, 0)" +
+               adding("INSERT ON onScreenSwitchboxSwitchLabels", "onScreenSwitchboxConfig", "1, 1, 0")
+        << QStringList{
+               "Switch to section mapping data copied successfully while migrating database to "
+               "version 12!",
+               "Migration to version 12 FAILED!"}
+        << QByteArray("SELECT count(*) FROM onScreenSwitchboxSwitchLabels");
+    QTest::newRow("19, switches")
+        << Step(&DatabaseMigrator::updateToVersion19)
+        << config +
+               "CREATE TABLE onScreenSwitchboxToMachineMapping "
+               "(machineConfigId INTEGER PRIMARY KEY, boomStringRepresentation TEXT);"
+               "INSERT INTO onScreenSwitchboxConfig VALUES(1, 1, 0)" +
+               adding(
+                   "INSERT ON onScreenSwitchboxToMachineMapping",
+                   "onScreenSwitchboxConfig",
+                   "NEW.machineConfigId + 1, 1, 0")
+        << QStringList("Migration to version 19 FAILED!")
+        << QByteArray("SELECT count(*) FROM onScreenSwitchboxToMachineMapping");
+    // Every solution has a device.
+    QTest::newRow("21, solutions")
+        << Step(&DatabaseMigrator::updateToVersion21)
+        << receivers + mapping + solutions +
+               "CREATE VIEW serialDevices AS SELECT mc_id, 'ttyS0' AS portName, "
+               "'BePluginGPS' AS deviceHandlerName FROM preferredGpsSolutions;"
+               "INSERT INTO preferredGpsSolutions VALUES(1, 0, 3)" +
+               adding(
+                   "INSERT ON gpsReceivers",
+                   "preferredGpsSolutions",
+                   "NEW.machineConfigId + 1, 0, 3")
+        << QStringList("Migration to version 21 FAILED!")
+        << QByteArray("SELECT count(*) FROM gpsReceivers");
+    QTest::newRow("21, devices")
+        << Step(&DatabaseMigrator::updateToVersion21)
+        << receivers + mapping + solutions + devices + oneDevice +
+               ";INSERT INTO preferredGpsSolutions VALUES(1, 0, 3)" +
+               adding("INSERT ON gpsReceivers", "serialDevices", "1, 'ttyS0', 'BePluginGPS'")
+        << QStringList("Migration to version 21 FAILED!")
+        << QByteArray("SELECT count(*) FROM gpsReceivers");
+    QTest::newRow("21 back, receivers")
+        << Step(&DatabaseMigrator::revertFromVersion21)
+        << receivers + mapping + solutions + oneReceiver + ";" +
+               "CREATE VIEW serialDevices AS SELECT 'ttyS0' AS portName, machineConfigId AS mc_id, "
+               "'BePluginGPS' AS deviceHandlerName FROM gpsReceivers" +
+               adding(
+                   "INSERT ON preferredGpsSolutions",
+                   "gpsReceivers",
+                   "NEW.mc_id + 1, NEW.mc_id + 1, '', 'ttyS0', 3, ''); "
+                   "INSERT INTO machineToGpsReceiverMapping VALUES(10, NEW.mc_id + 1")
+        << QStringList() << QByteArray("SELECT count(*) FROM preferredGpsSolutions");
+    QTest::newRow("21 back, devices")
+        << Step(&DatabaseMigrator::revertFromVersion21)
+        << receivers + mapping + solutions + devices + oneReceiver + ";" + oneDevice +
+               adding(
+                   "INSERT ON preferredGpsSolutions", "serialDevices", "1, 'ttyS0', 'BePluginGPS'")
+        << QStringList() << QByteArray("SELECT count(*) FROM preferredGpsSolutions");
+}
+
+void LongWalksTest::stepsEnd()
+{
+    QFETCH(Step, step);
+    QFETCH(QByteArray, before);
+    QFETCH(QStringList, log);
+    device->sql(before);
+    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
+
+    (migrator.*step)();
+
+    COMPARE_LINES(takeLogLines(*device), log);
+    QCOMPARE(migrator.currentVersion(), versionUnmoved);
+    QFETCH(QByteArray, rowsMet);
+    COMPARE_LINES(device->rows(rowsMet), QStringList(QString::number(::rowsMet)));
+}
+
+QTEST_APPLESS_MAIN(LongWalksTest)
+#include "long_walks_test.moc"
