@@ -2,6 +2,8 @@
 #include "maintenance/equal_names.h"
 #include "schema/statements.h"
 
+#include <QSet>
+
 /// The statements and log lines for one name.
 struct RenameTexts {
     QString select; ///< finds the ids of all records with the name in its scope
@@ -141,11 +143,18 @@ void DatabaseMigrator::renameAllButFirst(
         logMessage(texts.selectFailure);
         return;
     }
-    equals.next();
-    int counter = 1;
+    QSet<qint64> idsMet;
+    int counter = 0;
     while (equals.next() && counter < names.limit()) {
         const qint64 id = equals.value(0).toLongLong();
-        const QString newName = name + "_" + QString::number(++counter);
+        if (idsMet.contains(id) && names.endBecauseOfRowMetTwice()) {
+            return;
+        }
+        idsMet << id;
+        if (++counter == 1) {
+            continue;
+        }
+        const QString newName = name + "_" + QString::number(counter);
         if (!execute(texts.update.arg(newName, QString::number(id)))) {
             logMessage(texts.updateFailure(newName));
         }

@@ -93,14 +93,21 @@ QVariant EqualNames::suspectsExist() const
 
 bool EqualNames::renamesOneRow() const
 {
-    return holds(
-        QString("(SELECT group_concat(name) FROM pragma_table_xinfo('%1') WHERE pk > 0) = 'id' "
-                "AND NOT EXISTS (SELECT 1 FROM pragma_index_list('%1') AS list, "
-                "pragma_index_info(list.name) AS part "
-                "WHERE list.origin = 'pk' OR list.\"unique\" AND part.name = 'displayName') "
-                "AND NOT EXISTS (SELECT 1 FROM sqlite_master WHERE type = 'trigger' "
-                "AND tbl_name = '%1' COLLATE NOCASE)")
-            .arg(m_table));
+    return hasUniqueIds() &&
+           holds(
+               QString("NOT EXISTS (SELECT 1 FROM pragma_index_list('%1') AS list, "
+                       "pragma_index_info(list.name) AS part "
+                       "WHERE list.origin = 'pk' OR list.\"unique\" AND part.name = 'displayName') "
+                       "AND NOT EXISTS (SELECT 1 FROM sqlite_master WHERE type = 'trigger' "
+                       "AND tbl_name = '%1' COLLATE NOCASE)")
+                   .arg(m_table));
+}
+
+bool EqualNames::hasUniqueIds() const
+{
+    return holds(QString("(SELECT group_concat(name) FROM pragma_table_xinfo('%1') "
+                         "WHERE pk > 0) = 'id'")
+                     .arg(m_table));
 }
 
 bool EqualNames::isReadInOrderOfIds() const
@@ -165,7 +172,7 @@ bool EqualNames::forEachRow(
         if (!rows.exec(select)) {
             return false;
         }
-        for (qint64 rowsLeft = limit(); rowsLeft > 0 && rows.next(); --rowsLeft) {
+        for (qint64 rowsMet = 0; rowsMet < limit() && rows.next(); ++rowsMet) {
             visit(rows);
         }
         return true;
@@ -208,6 +215,14 @@ qint64 EqualNames::limit()
         m_limit = 2 * countRows("SELECT * FROM " + m_table);
     }
     return *m_limit;
+}
+
+bool EqualNames::endBecauseOfRowMetTwice()
+{
+    if (hasUniqueIds()) {
+        m_limit = 0;
+    }
+    return m_limit == 0;
 }
 
 void EqualNames::rowUpdated(

@@ -53,6 +53,11 @@ public:
     /// @return how many rows a walk over all rows, or over a name's equals, may meet
     qint64 limit();
 
+    /// Where the id is the table's key, only a damaged table yields a row twice, and makes it equal to
+    /// itself: then no walk over the table meets any more rows.
+    /// @return whether the walks have been ended
+    bool endBecauseOfRowMetTwice();
+
     /// Takes note of an attempt to rename a row.
     /// @param name the name by which the row was found
     void rowUpdated(qint64 id, const Scope &scope, const QString &name, const QString &newName);
@@ -71,6 +76,9 @@ private:
 
     /// @return whether a row with an equal name or a breaking one exists; invalid on failure
     QVariant suspectsExist() const;
+
+    /// @return whether the id is the table's only key
+    bool hasUniqueIds() const;
 
     /// @return whether a rename changes the row with its id and nothing else: the id is the row id,
     /// no trigger changes other rows, and no other row gives way to a new name or follows it

@@ -698,8 +698,8 @@ void DuplicateNamesTest::endsInADamagedTable()
 
     QCOMPARE(device->takeLog(), QString());
     COMPARE_LINES(
-        device->rows("SELECT displayName FROM " + table + " WHERE id = 150"),
-        QStringList("'South 150'"));
+        device->rows("SELECT displayName FROM " + table + " WHERE id IN (1, 2, 3, 4, 150)"),
+        QStringList({"'North'", "'North_2'", "'North_3'", "'North_4'", "'South 150'"}));
 }
 
 void DuplicateNamesTest::endsWhereATriggerAddsRows_data()
