@@ -157,7 +157,7 @@ def first_tests(file):
             "duplicate_names": "^(duplicate|equal)_names_test$",
             "logged_statements": "^(columns_and_tables|driver|integrity_check|version_25)_test$",
             "registry": "^(registry|driver)_test$",
-            "statements": "^(statements|versions_3_to_10|duplicate_names)_test$",
+            "statements": "^(statements|long_walks|duplicate_names)_test$",
             "table_recreation": "^(version_2|versions_32_to_34)_test$",
             "text_file_reader": "^(construction|reference_scripts)_test$"
             }.get(stem, f"^{stem}_test$")
