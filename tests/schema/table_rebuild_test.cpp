@@ -25,6 +25,7 @@ private slots:
     void copyLeftBehindBlocksTheNextRebuild();
     void switchesForeignKeysOn_data();
     void switchesForeignKeysOn();
+    void foreignKeysThatStayOnDeleteRows();
 
 private:
     DatabaseMigrator &start();
@@ -427,6 +428,21 @@ void TableRebuildTest::switchesForeignKeysOn()
     QCOMPARE(migrator.dropColumnSaveParameters(table, "old"), rebuilt);
 
     QCOMPARE(firstValue("PRAGMA foreign_keys").toInt(), 1);
+}
+
+void TableRebuildTest::foreignKeysThatStayOnDeleteRows()
+{
+    device->sql("CREATE TABLE t (id INTEGER PRIMARY KEY, old INT);INSERT INTO t VALUES(1, 2);"
+                "CREATE TABLE child (id INTEGER REFERENCES t(id) ON DELETE CASCADE);"
+                "INSERT INTO child VALUES(1)");
+    DatabaseMigrator &migrator = start();
+    device->refuse(SQLITE_PRAGMA, "foreign_keys", "OFF");
+
+    QVERIFY(migrator.dropColumnSaveParameters("t", "old"));
+
+    QCOMPARE(device->takeLog(), QString());
+    COMPARE_LINES(device->rows("SELECT * FROM t"), QStringList("1"));
+    COMPARE_LINES(device->rows("SELECT * FROM child"), QStringList());
 }
 
 QTEST_APPLESS_MAIN(TableRebuildTest)
