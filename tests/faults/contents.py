@@ -143,11 +143,13 @@ class Invariant:
         return [name for name, keys in self.keys.items()
                 if self._keys(start, name) & self._keys(end, name) - keys]
 
-    def losses(self, contents, step):
-        """What has gone of what is always there."""
+    def losses(self, contents, step, cascaded=frozenset()):
+        """What has gone of what is always there; cascaded are tables that rows were deleted from
+        along with those that they refer to."""
         found = [f"untouched table {name} changed" for name, rows in self.untouched.items()
-                 if name not in contents.tables or contents.tables[name].rows != rows]
-        given_up = {name for of, name in REQUIRED_LOSSES if step in (of, "any")}
+                 if name not in cascaded
+                 and (name not in contents.tables or contents.tables[name].rows != rows)]
+        given_up = cascaded | {name for of, name in REQUIRED_LOSSES if step in (of, "any")}
         for name, keys in self.keys.items():
             if name in given_up:
                 continue
@@ -157,8 +159,8 @@ class Invariant:
                 found.append(f"{name}: columns without a copy")
         return found
 
-    def violations(self, contents, step):
-        found = self.losses(contents, step)
+    def violations(self, contents, step, cascaded=frozenset()):
+        found = self.losses(contents, step, cascaded)
         for name, table in contents.tables.items():
             if name in ("tableversion", "sqlite_sequence"):
                 continue  # A version that could not be left, a row that could not be copied.

@@ -6,6 +6,8 @@ import pathlib
 import re
 from collections import defaultdict
 
+import cascades
+
 FILE = pathlib.Path(__file__).parent / "deviations.json"
 
 RECREATED = ("Version {} moves the table aside, and cannot a second time while the table aside is"
@@ -69,6 +71,9 @@ CAUSES = (
      " again before it: its columns have another order or text."),
     ("-", "^\\w+ left behind",
      "The table could not be dropped; the step back that drops it is done once."),
+    ("+-", " rows( missing| in no table)$",
+     f"Lack of memory: {cascades.REASON}. Product configurations without their rows go at the next"
+     " start."),
     ("-", "other values",
      "A step back converts values once more, or not at all."),
 )

@@ -6,6 +6,7 @@ import pathlib
 from collections import Counter, defaultdict
 from itertools import groupby
 
+import cascades
 from contents import REQUIRED_LOSSES, REQUIRED_VALUES
 
 FIGURES = pathlib.Path(__file__).parent / "figures.json"
@@ -187,7 +188,8 @@ def document(figures, deviations):
                  for entry in entries])
     text += "## What a step gives up on purpose\n\n"
     text += table(["step", "table", "rows"],
-                  [[step, name, reason] for (step, name), reason in REQUIRED_LOSSES.items()])
+                  [*([step, name, reason] for (step, name), reason in REQUIRED_LOSSES.items()),
+                   ["any", "those that refer to a rebuilt one", cascades.REASON]])
     text += table(["step", "column", "values"],
                   [[step, f"{name}.{column}", reason]
                    for (step, name, column), reason in REQUIRED_VALUES.items()])

@@ -9,6 +9,7 @@ from contextlib import closing
 
 import device
 import pytest
+from cascades import Cascades, rebuilt_with_foreign_keys
 from contents import Invariant, Reader
 from deviations import Deviations
 from document import Figures, document
@@ -139,6 +140,28 @@ def test_change_that_no_step_makes_is_noticed(sandbox, statement, violations):
     start = sandbox[1] / "start.sqlite"
     invariant = violations_of(["SELECT 1"], start)
     assert violations_of([statement], start, invariant) == violations
+
+
+OFF, ON = "PRAGMA foreign_keys = OFF", "PRAGMA foreign_keys = ON"
+
+
+@pytest.mark.parametrize("events, tables", [
+    pytest.param([Event("S", OFF), Event("S", "DROP TABLE farms")], set(), id="turned off"),
+    pytest.param([Event("E", "out of memory", OFF), Event("S", "DROP TABLE farms"),
+                  Event("S", ON), Event("S", "DROP TABLE fields")], {"farms"}, id="not turned off"),
+    pytest.param([Event("E", "out of memory", ON), Event("S", "DROP TABLE farms")], set(),
+                 id="not turned on")])
+def test_rebuild_with_foreign_keys_is_told_from_others(events, tables):
+    assert rebuilt_with_foreign_keys(events) == tables
+
+
+def test_tables_below_others_may_lose_rows_with_them(sandbox):
+    start = Reader().read(sandbox[1] / "start.sqlite")
+    assert Cascades(start).below({"farms"}) == {"fields", "guidancelines", "jp_jobprofile"}
+    invariant = violations_of(["SELECT 1"], sandbox[1] / "start.sqlite")
+    del start.tables["languages"]
+    assert invariant.losses(start, "any", {"languages"}) == []
+    assert invariant.losses(start, "any", {"farms"}) != []
 
 
 def test_left_file_is_noticed(tmp_path, monkeypatch):

@@ -15,6 +15,7 @@ from collections import Counter, defaultdict
 from contextlib import closing, contextmanager, suppress
 
 import device
+from cascades import Cascades, rebuilt_with_foreign_keys
 from contents import COPY, Invariant, Reader, differences, identifiers, lost_rows
 from device import COPIED_DATABASE, DATABASE, JOURNAL, Channel, Readings, Trunk, fill_device
 from log_rules import LogRules
@@ -151,9 +152,12 @@ class Cases:
         self.recoveries = KEPT / scenario.name / "recoveries"
         self.recoveries.mkdir(exist_ok=True)
         self.recovered = {}
+        fill_device(scenario.start)
+        self.cascades = Cascades(scenario.reader.read(DATABASE), scenario.reference)
 
     def run(self, kind, numbers):
         self.cases = 0
+        self.cascaded = set()  # tables that the present case has cost rows, in the way it must be
         self.violations = []
         self.outcomes = defaultdict(Counter)
         self.differences = defaultdict(Counter)
@@ -232,11 +236,13 @@ class Cases:
         if not device.log().startswith(log):
             violations.append("the log does not begin as in the undisturbed run")
         violations += self.log_rules.violations(position, what.events, memory_lacks)
+        self.cascaded = self.cascades.below(rebuilt_with_foreign_keys(what.events))
         contents = self.readings.read()
         if contents is None:
             return None, [*violations, "not sound"]
         step = self.scenario.step(statements) if statements is not None else "any"
-        return contents.hash, violations + self.scenario.invariant.violations(contents, step)
+        return contents.hash, violations + self.scenario.invariant.violations(
+            contents, step, self.cascaded)
 
     def _note(self, number, statements, violations, state):
         step, statement = "any", ""
@@ -390,7 +396,7 @@ class Cases:
             violations.append("not sound after the second run")
             return {"outcome": "not sound", "violations": violations, "differences": []}
         violations += [f"{text} after the second run"
-                       for text in scenario.invariant.losses(contents, step)]
+                       for text in scenario.invariant.losses(contents, step, self.cascaded)]
         found = min((differences(contents, reference)
                      for reference in (scenario.reference, scenario.settled)), key=len)
         lost = lost_rows(contents, scenario.reference)
