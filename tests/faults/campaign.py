@@ -65,7 +65,8 @@ def fingerprint():
     sources = (file for folder in ("app", "schema", "migrations", "maintenance")
                for file in sorted((ROOT / folder).iterdir()))
     harness = (TESTS / "faults" / name for name in (
-        "shim.c", "worker.py", "device.py", "contents.py", "recording.py", "multiply.py"))
+        "shim.c", "worker.py", "device.py", "contents.py", "cascades.py", "recording.py",
+        "multiply.py"))
     files = [*sources, *harness, TESTS / "data" / "version_01.sql"]
     return hashlib.sha256(b"".join(file.read_bytes() for file in files)).hexdigest()
 
