@@ -7,7 +7,7 @@ from collections import Counter, defaultdict
 from itertools import groupby
 
 import cascades
-from contents import REQUIRED_LOSSES, REQUIRED_VALUES
+from contents import MISREAD, REQUIRED_LOSSES, REQUIRED_VALUES
 
 FIGURES = pathlib.Path(__file__).parent / "figures.json"
 OUTCOMES = ("recovered", "copy left behind", "rows lost", "otherwise different", "not sound")
@@ -191,8 +191,9 @@ def document(figures, deviations):
                   [*([step, name, reason] for (step, name), reason in REQUIRED_LOSSES.items()),
                    ["any", "those that refer to a rebuilt one", cascades.REASON]])
     text += table(["step", "column", "values"],
-                  [[step, f"{name}.{column}", reason]
-                   for (step, name, column), reason in REQUIRED_VALUES.items()])
+                  [*([step, f"{name}.{column}", reason]
+                     for (step, name, column), reason in REQUIRED_VALUES.items()),
+                   ["any", "any", MISREAD]])
     text += "## How often\n\n" + LIMITS + "\n" + figures.table()
     return text.rstrip("\n") + "\n"
 

@@ -164,6 +164,20 @@ def test_tables_below_others_may_lose_rows_with_them(sandbox):
     assert invariant.losses(start, "any", {"farms"}) != []
 
 
+def test_only_lack_of_memory_excuses_an_empty_text(sandbox, tmp_path):
+    start = sandbox[1] / "start.sqlite"
+    invariant = violations_of(["SELECT 1"], start)
+    copy = tmp_path / "copy.sqlite"
+    copy.write_bytes(start.read_bytes())
+    with closing(sqlite3.connect(copy)) as database:
+        database.execute("UPDATE languages SET code = '' WHERE code = 'el'")
+        database.commit()
+    found = invariant.violations(Reader().read(copy), "any")
+    assert "languages: code has a value of its own" in found
+    found = invariant.violations(Reader().read(copy), "any", memory_lacks=True)
+    assert "languages: code has a value of its own" not in found
+
+
 def test_left_file_is_noticed(tmp_path, monkeypatch):
     monkeypatch.setattr(device, "DATABASES", tmp_path)
     (tmp_path / "etilqs_1").touch()

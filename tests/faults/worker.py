@@ -242,7 +242,7 @@ class Cases:
             return None, [*violations, "not sound"]
         step = self.scenario.step(statements) if statements is not None else "any"
         return contents.hash, violations + self.scenario.invariant.violations(
-            contents, step, self.cascaded)
+            contents, step, self.cascaded, memory_lacks)
 
     def _note(self, number, statements, violations, state):
         step, statement = "any", ""
