@@ -28,6 +28,9 @@ CAUSES = (
     ("+", "^(outgoingfiles|incomingfiles|filetransferhistory) (other values|rows)",
      "Version 7 deletes once: its probe answers true also when that failed."),
     ("+", "^mc_machinesystem", "Version 9 counts a deletion that failed as done."),
+    ("+", "^onscreenswitchboxtomachinemapping rows",
+     "Version 19 takes switches that cannot be read for none, and drops them; version 12 copies the"
+     " switches until one fails and cannot begin again."),
     ("+", "switchtosectionbridge|onscreenswitchbox",
      "Version 12 copies the switches until one fails and cannot begin again; the next run's"
      " version 19 maps what was copied."),
@@ -55,6 +58,8 @@ CAUSES = (
      " and tables alone."),
     ("+", "^(softwareupdatetable|languages|systemfiles) left behind",
      "The table could not be dropped, and the probe of its version does not look for it."),
+    ("+", "^systemcontrol other values",
+     "Version 33 adds its columns once, with the registration as it could be read then."),
     ("+-", "sqlite_sequence",
      "The counter of a table with AUTOINCREMENT goes on from rows that were inserted twice, or"
      " stays with the copy of a table."),
@@ -71,7 +76,7 @@ CAUSES = (
      " again before it: its columns have another order or text."),
     ("-", "^\\w+ left behind",
      "The table could not be dropped; the step back that drops it is done once."),
-    ("+-", " rows( missing| in no table)$",
+    ("+-", "^jp_jobprofile other values| rows( missing| in no table)$",
      f"Lack of memory: {cascades.REASON}. Product configurations without their rows go at the next"
      " start."),
     ("-", "other values",
