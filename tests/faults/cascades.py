@@ -11,16 +11,18 @@ PRODUCT_CONFIGURATION = "pc_productconfig"
 PARTS_OF_IT = ("pc_mixtoproductconfigbridge", "pc_plantervarietytoproductconfigbridge")
 
 
-def rebuilt_with_foreign_keys(events):
-    """The tables that were dropped after a failure to turn foreign keys off."""
+def rebuilt_with_foreign_keys(events, begun):
+    """The tables that were dropped after a failure to turn foreign keys off; begun is the statement
+    that the first event can be about."""
     tables, on = set(), False
     for event in events:
-        if event.kind == "E" and event.statement == "PRAGMA foreign_keys = OFF":
+        if event.kind == "E" and (event.statement or begun) == "PRAGMA foreign_keys = OFF":
             on = True
         elif event.kind == "S" and event.text == "PRAGMA foreign_keys = ON":
             on = False
         elif event.kind == "S" and on and event.text.startswith("DROP TABLE "):
             tables.add(event.text.split()[-1].lower())
+        begun = ""
     return tables
 
 

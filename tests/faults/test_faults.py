@@ -145,14 +145,19 @@ def test_change_that_no_step_makes_is_noticed(sandbox, statement, violations):
 OFF, ON = "PRAGMA foreign_keys = OFF", "PRAGMA foreign_keys = ON"
 
 
-@pytest.mark.parametrize("events, tables", [
-    pytest.param([Event("S", OFF), Event("S", "DROP TABLE farms")], set(), id="turned off"),
-    pytest.param([Event("E", "out of memory", OFF), Event("S", "DROP TABLE farms"),
-                  Event("S", ON), Event("S", "DROP TABLE fields")], {"farms"}, id="not turned off"),
-    pytest.param([Event("E", "out of memory", ON), Event("S", "DROP TABLE farms")], set(),
+@pytest.mark.parametrize("begun, events, tables", [
+    pytest.param("", [Event("S", OFF), Event("S", "DROP TABLE farms")], set(), id="turned off"),
+    pytest.param("", [Event("S", OFF), Event("E", "out of memory", OFF),
+                      Event("S", "DROP TABLE farms"), Event("S", ON),
+                      Event("S", "DROP TABLE fields")], {"farms"}, id="not turned off"),
+    pytest.param(OFF, [Event("E", "out of memory"), Event("S", "DROP TABLE farms")], {"farms"},
+                 id="not turned off, after it had begun"),
+    pytest.param(OFF, [Event("S", "SELECT 1"), Event("E", "out of memory"),
+                       Event("S", "DROP TABLE farms")], set(), id="a later failure"),
+    pytest.param(ON, [Event("E", "out of memory"), Event("S", "DROP TABLE farms")], set(),
                  id="not turned on")])
-def test_rebuild_with_foreign_keys_is_told_from_others(events, tables):
-    assert rebuilt_with_foreign_keys(events) == tables
+def test_rebuild_with_foreign_keys_is_told_from_others(begun, events, tables):
+    assert rebuilt_with_foreign_keys(events, begun) == tables
 
 
 def test_tables_below_others_may_lose_rows_with_them(sandbox):

@@ -236,7 +236,8 @@ class Cases:
         if not device.log().startswith(log):
             violations.append("the log does not begin as in the undisturbed run")
         violations += self.log_rules.violations(position, what.events, memory_lacks)
-        self.cascaded = self.cascades.below(rebuilt_with_foreign_keys(what.events))
+        begun = self.scenario.statement(statements) if statements is not None else ""
+        self.cascaded = self.cascades.below(rebuilt_with_foreign_keys(what.events, begun))
         contents = self.readings.read()
         if contents is None:
             return None, [*violations, "not sound"]
