@@ -76,7 +76,7 @@ CAUSES = (
      " again before it: its columns have another order or text."),
     ("-", "^\\w+ left behind",
      "The table could not be dropped; the step back that drops it is done once."),
-    ("+-", "^jp_jobprofile other values| rows( missing| in no table)$",
+    ("+-", "^(jp_jobprofile|pc_mix) other values| rows( missing| in no table)$",
      f"Lack of memory: {cascades.REASON}. Product configurations without their rows go at the next"
      " start."),
     ("-", "other values",
