@@ -37,7 +37,8 @@ SUMMARY = """\
 {cases:,} cases, of which {violations} broke what must hold in every case. So after every fault the
 database was sound; after a kill or a power cut it was the database after some statement of the
 undisturbed run; what no step touches was untouched, what a step moves was in the table or in its
-copy; the log told what had failed; and the next run ended well.
+copy; the log told what had failed; and the next run ended well. Rows and values that are given up
+on purpose are excepted: further down they are listed, with the reason.
 
 - Every statement is a transaction of its own. What a fault can do is to stop a walk between two
   statements, or to make one statement fail.
