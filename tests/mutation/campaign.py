@@ -155,6 +155,7 @@ def first_tests(file):
     stem = pathlib.Path(file).stem
     return {"database_migrator": "^(construction|driver)_test$",
             "duplicate_names": "^(duplicate|equal)_names_test$",
+            "equal_names": "^(duplicate|equal)_names_test$",
             "logged_statements": "^(columns_and_tables|driver|integrity_check|version_25)_test$",
             "registry": "^(registry|driver)_test$",
             "statements": "^(statements|long_walks|duplicate_names)_test$",
