@@ -51,6 +51,8 @@ bool DatabaseMigrator::dropColumnSaveParameters(const QString &table, const QStr
     columnList.chop(1);
 
     QSqlQuery query;
+    // Kept on purpose, shipped devices rely on it: nobody asks whether they are off now. Where they
+    // are not, the drop deletes the rows that refer to the table.
     query.exec("PRAGMA foreign_keys = OFF");
     // A structure that was read only in part would cost the table its other columns and keys.
     const bool tableRebuilt =
