@@ -51,9 +51,8 @@ QString RunRecord::line() const
 {
     QStringList parts = {QString("from %1 to %2").arg(versionText(from), versionText(to))};
     if (target) {
-        parts << "target " + QString::number(*target);
+        parts << "target " + QString::number(*target) << (guarded ? "guarded" : "direct");
     }
-    parts << (guarded ? QString("guarded") : QString("direct"));
     parts << (changed ? "changed" : "not changed");
     if (!reason.isEmpty()) {
         parts << reason + (detail.isEmpty() ? QString() : " (" + detail + ")");

@@ -15,19 +15,25 @@ constexpr qint64 commitCache = 20 * mebibyte;
 /// What staging holds from the start: the copy, and the database that the program works on.
 constexpr int stagedCopies = 2;
 
-/// The most that a whole walk was measured to add to the staged files: journal, rebuilt tables and
-/// growth, in hundredths of the database's size (bench/guard.py), and a fixed part of it that small
-/// databases show.
-constexpr qint64 measuredGrowthPercent = 100;
+/// The most that a walk was measured to add to the staged files at any moment, in hundredths of the
+/// database's size (bench/guard.py): 20 on databases of farms, 200 where a single table that is
+/// rebuilt is the whole database.
+constexpr qint64 measuredGrowthPercent = 200;
+
+/// The same where the database has a write-ahead log, which grows while a query is being read.
+constexpr qint64 measuredGrowthPercentWithWriteAheadLog = 1000;
+
+/// And a fixed part of it, in bytes, that small databases show.
 constexpr qint64 measuredGrowthBase = 1 * mebibyte;
 
 /// Staging has so many times the measured growth, since a write that fails for want of room can look
 /// like success.
-constexpr qint64 growthFactor = 4;
+constexpr qint64 growthFactor = 3;
 
-/// Less free room than this during the run and the result is thrown away, in bytes: above the
-/// largest single write of the program, a page or a line of the log.
-constexpr qint64 reserve = 256 * kibibyte;
+/// So many times the measured growth has to be free whenever the guard looks, or the result is thrown
+/// away. It looks again and again, not all the time: what a run takes and gives back between two
+/// looks is less than its whole growth.
+constexpr qint64 reserveFactor = 1;
 
 /// Memory that is left to the program, the guard and the rest of the device, in bytes.
 constexpr qint64 memoryForProcesses = 48 * mebibyte + commitCache;

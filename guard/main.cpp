@@ -52,7 +52,7 @@ std::optional<int> runInOwnMemory(const DevicePaths &device, const CommandLine &
     if (!possible) {
         return std::nullopt;
     }
-    const qint64 room = sizing::stagingRoom(sizing::databaseSize(device.database));
+    const qint64 room = sizing::stagingRoom(sizing::measure(device.database));
     if (availableMemory() < room + limits::memoryForProcesses) {
         tell(QString("not enough memory, staging on the disk"));
         return std::nullopt;

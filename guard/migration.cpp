@@ -82,7 +82,7 @@ private:
     Try takeCommitFailure(const DatabaseFailure &failure);
 
     void settleEarlierRun(const RealDatabase &database, const Staging &staging);
-    bool hasRoomToCommit(qint64 size, Place place);
+    bool hasRoomToCommit(Place place);
     bool versionChanges() const { return m_record.from != m_record.to; }
     QString stagingParent(Place place) const;
     void noteFailure();
@@ -96,6 +96,7 @@ private:
     std::optional<Attempt> m_earlier;
     Attempt m_attempt;
     QByteArrayList m_poolFiles;
+    sizing::Database m_size;
     bool m_databaseInOrder = true;
     bool m_keep = false;
     bool m_noteStays = false;
@@ -184,9 +185,9 @@ Migration::Try Migration::tryOnce(Place place)
 {
     m_record = RunRecord();
     m_record.target = m_options.target;
-    const qint64 size = sizing::databaseSize(m_device.database);
+    m_size = sizing::measure(m_device.database);
     const QString parent = stagingParent(place);
-    if (sizing::freeRoom(parent) < sizing::stagingRoom(size)) {
+    if (sizing::freeRoom(parent) < sizing::stagingRoom(m_size)) {
         return withoutStaging(place, "for staging");
     }
     // In memory that is this run's own, the root of the file system is the directory itself.
@@ -219,11 +220,11 @@ Migration::Try Migration::tryOnce(Place place)
     const std::optional<QByteArrayList> poolFiles = stagedPool::fill(m_device.pool, staging.pool());
     if (!poolFiles ||
         durable::copy(staging.original(), staging.database(), durable::Ownership(), false) != 0 ||
-        sizing::freeRoom(staging.directory()) < sizing::roomForProgram(size)) {
+        sizing::freeRoom(staging.directory()) < sizing::roomForProgram(m_size)) {
         return withoutStaging(place, "for staging");
     }
     m_poolFiles = *poolFiles;
-    if (!hasRoomToCommit(size, place)) {
+    if (!hasRoomToCommit(place)) {
         return directly("no-room", "for the commit");
     }
     m_record.staging = place == Place::Memory ? "memory" : "disk";
@@ -237,7 +238,8 @@ Migration::Try Migration::runProgram(RealDatabase &database, const Staging &stag
     if (m_attempt.write(m_device.attempt, false) != 0) {
         return directly("not-writable", "beside the database");
     }
-    const ProgramRun run = runOnStaging(m_device, staging, m_options.target);
+    const ProgramRun run =
+        runOnStaging(m_device, staging, m_options.target, sizing::reserve(m_size));
     switch (run.end) {
     case ProgramRun::End::NeverStarted:
         return directly("no-namespaces");
@@ -425,23 +427,23 @@ void Migration::settleEarlierRun(const RealDatabase &database, const Staging &st
     }
 }
 
-bool Migration::hasRoomToCommit(qint64 size, Place place)
+bool Migration::hasRoomToCommit(Place place)
 {
     const QString directory = QFileInfo(m_device.database).absolutePath();
     qint64 free = sizing::freeRoom(directory);
     if (place == Place::Disk) {
         // It may well be the same file system.
-        free -= sizing::roomForProgram(size);
+        free -= sizing::roomForProgram(m_size);
     }
     const bool walks = m_record.from != m_record.target;
     const bool mayReplace = m_databaseInOrder || !QFileInfo::exists(m_device.kept);
     m_keep = m_options.keepDatabase && walks && mayReplace;
-    if (m_keep && free < sizing::commitRoom(size, true)) {
+    if (m_keep && free < sizing::commitRoom(m_size, true)) {
         tell(QString("no room to keep the database of before"));
         m_keep = false;
     }
     // Where nothing is to be walked the content will most likely be equal, and needs no room.
-    return !walks || free >= sizing::commitRoom(size, false);
+    return !walks || free >= sizing::commitRoom(m_size, false);
 }
 
 QString Migration::stagingParent(Place place) const

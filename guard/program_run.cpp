@@ -36,7 +36,8 @@ ProgramRun::End endOf(const Bubblewrap::End &end, const QByteArray &log)
 }
 } // namespace
 
-ProgramRun runOnStaging(const DevicePaths &device, const Staging &staging, int target)
+ProgramRun runOnStaging(
+    const DevicePaths &device, const Staging &staging, int target, qint64 reserve)
 {
     LogFollower log(staging.log());
     Bubblewrap sandbox;
@@ -45,7 +46,7 @@ ProgramRun runOnStaging(const DevicePaths &device, const Staging &staging, int t
     }
     bool hadRoom = true;
     const auto lookAtStaging = [&] {
-        hadRoom = hadRoom && sizing::freeRoom(staging.directory()) >= limits::reserve;
+        hadRoom = hadRoom && sizing::freeRoom(staging.directory()) >= reserve;
         log.readOn();
     };
     while (!sandbox.waitForFinished(limits::watchInterval)) {

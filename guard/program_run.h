@@ -20,7 +20,9 @@ struct ProgramRun {
 /// Runs the program where it sees the staged database in the place of the real one, and the staged
 /// pool in the place of the real one. It dies with this process.
 /// @param target passed on in decimal
-ProgramRun runOnStaging(const DevicePaths &device, const Staging &staging, int target);
+/// @param reserve bytes that have to stay free in staging
+ProgramRun runOnStaging(
+    const DevicePaths &device, const Staging &staging, int target, qint64 reserve);
 
 /// Runs the program on the real database, as without a guard.
 /// @return LackOfRoom is never told

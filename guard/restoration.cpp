@@ -73,8 +73,8 @@ RunRecord restoreLocked(
 {
     RunRecord record;
     record.command = "restore";
-    const qint64 size = sizing::databaseSize(device.database);
-    if (sizing::freeRoom(device.databases) < size + sizing::commitRoom(size, true)) {
+    const sizing::Database size = sizing::measure(device.database);
+    if (sizing::freeRoom(device.databases) < size.bytes + sizing::commitRoom(size, true)) {
         return nothingChanged(record, "no-room", "for the commit");
     }
     const TemporaryCopy current(device.databases + "/migration-guard.copy");

@@ -13,28 +13,50 @@ namespace sizing
 namespace
 {
 /// What a run adds to the staged files, as it was measured.
-qint64 measuredGrowth(qint64 database)
+qint64 measuredGrowth(const Database &database)
 {
-    return limits::measuredGrowthBase + database * limits::measuredGrowthPercent / 100;
+    const qint64 percent = database.hasWriteAheadLog
+                               ? limits::measuredGrowthPercentWithWriteAheadLog
+                               : limits::measuredGrowthPercent;
+    return limits::measuredGrowthBase + database.bytes * percent / 100;
 }
 } // namespace
 
-qint64 stagingRoom(qint64 database)
+Database measure(const QString &path)
 {
-    return limits::stagedCopies * database + roomForProgram(database);
+    QFile file(path);
+    const int writeVersionPlace = 18;
+    const char writeAheadLog = 2;
+    Database database;
+    database.bytes = file.size() + QFileInfo(path + "-wal").size();
+    database.hasWriteAheadLog = file.open(QIODevice::ReadOnly) && file.seek(writeVersionPlace) &&
+                                file.read(1) == QByteArray(1, writeAheadLog);
+    return database;
 }
 
-qint64 roomForProgram(qint64 database)
+qint64 stagingRoom(const Database &database)
 {
-    return limits::growthFactor * measuredGrowth(database) + limits::logRoom + limits::reserve;
+    return limits::stagedCopies * database.bytes + roomForProgram(database);
 }
 
-qint64 commitRoom(qint64 database, bool withKept)
+qint64 roomForProgram(const Database &database)
 {
-    // The journal or write-ahead log holds the whole database once more.
-    const qint64 journal = database;
-    const qint64 kept = withKept ? database : 0;
-    return journal + measuredGrowth(database) + kept + limits::logRoom;
+    return limits::growthFactor * measuredGrowth(database) + limits::logRoom;
+}
+
+qint64 reserve(const Database &database)
+{
+    return limits::reserveFactor * measuredGrowth(database);
+}
+
+qint64 commitRoom(const Database &database, bool withKept)
+{
+    const qint64 result =
+        database.bytes * (100 + limits::measuredGrowthPercent) / 100 + limits::measuredGrowthBase;
+    // A journal takes the old pages, a write-ahead log the new ones.
+    const qint64 journal = database.hasWriteAheadLog ? result : database.bytes;
+    const qint64 kept = withKept ? database.bytes : 0;
+    return journal + result - database.bytes + kept + limits::logRoom;
 }
 
 qint64 freeRoom(const QString &path)
@@ -53,10 +75,5 @@ bool isInMemory(const QString &path)
         return false;
     }
     return status.f_type == TMPFS_MAGIC || status.f_type == RAMFS_MAGIC;
-}
-
-qint64 databaseSize(const QString &database)
-{
-    return QFileInfo(database).size() + QFileInfo(database + "-wal").size();
 }
 } // namespace sizing
