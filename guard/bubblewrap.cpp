@@ -1,11 +1,13 @@
 #include "guard/bubblewrap.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <cstdlib>
+#include <dirent.h>
 #include <fcntl.h>
+#include <memory>
 #include <unistd.h>
 
 namespace
@@ -81,10 +83,9 @@ Bubblewrap::End Bubblewrap::end()
 
 void closeInheritedDescriptorsOnStart()
 {
-    const QStringList numbers =
-        QDir("/proc/self/fd").entryList(QDir::NoDotAndDotDot | QDir::System);
-    for (const QString &number : numbers) {
-        const int descriptor = number.toInt();
+    const std::unique_ptr<DIR, int (*)(DIR *)> directory(opendir("/proc/self/fd"), closedir);
+    while (const dirent *entry = directory ? readdir(directory.get()) : nullptr) {
+        const int descriptor = std::atoi(entry->d_name);
         if (descriptor > STDERR_FILENO) {
             fcntl(descriptor, F_SETFD, FD_CLOEXEC);
         }

@@ -1,5 +1,4 @@
 #include "guard/device_log.h"
-#include "guard/durable_file.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -14,8 +13,8 @@ int DeviceLog::append(const QByteArray &text, bool flush)
     const QByteArray name = QFile::encodeName(m_path);
     const int flags = O_WRONLY | O_APPEND | O_CLOEXEC | O_NONBLOCK;
     m_file = Descriptor(open(name.constData(), flags));
-    const bool isNew = !m_file.isOpen() && errno == ENOENT;
-    if (isNew) {
+    m_isNew = !m_file.isOpen() && errno == ENOENT;
+    if (m_isNew) {
         m_file = Descriptor(open(name.constData(), flags | O_CREAT, 0666));
     }
     if (!m_file.isOpen()) {
@@ -32,13 +31,17 @@ int DeviceLog::append(const QByteArray &text, bool flush)
     if (error == 0 && flush && fsync(m_file.get()) != 0) {
         error = errno;
     }
-    if (error == 0 && flush && isNew) {
-        error = durable::flushDirectory(QFileInfo(m_path).absolutePath());
-    }
     if (error != 0) {
         cutBack();
     }
     return error;
+}
+
+QString DeviceLog::newIn() const
+{
+    // The name may be a link's, and the file elsewhere.
+    const bool made = m_isNew && m_file.isOpen();
+    return made ? QFileInfo(QFileInfo(m_path).canonicalFilePath()).absolutePath() : QString();
 }
 
 void DeviceLog::cutBack()

@@ -13,9 +13,12 @@ public:
     explicit DeviceLog(const QString &path);
 
     /// Appends the text of an accepted run. An append that stops half-way is cut back.
-    /// @param flush whether the text is durable afterwards; its directory entry as well if it is new
+    /// @param flush whether the text is durable afterwards
     /// @return 0 or the error number of the system
     int append(const QByteArray &text, bool flush);
+
+    /// @return the directory that has to be flushed since the append has made the file, empty for none
+    QString newIn() const;
 
     /// Takes the appended text back, after a commit that failed.
     void cutBack();
@@ -24,4 +27,5 @@ private:
     QString m_path;
     Descriptor m_file;
     off_t m_length = 0;
+    bool m_isNew = false;
 };

@@ -73,6 +73,7 @@ private:
     Try runProgram(RealDatabase &database, const Staging &staging);
     Try accept(RealDatabase &database, const Staging &staging, const QByteArray &log);
     Try commit(RealDatabase &database, const Staging &staging, const QByteArray &log);
+    int flushDirectories(const RealDatabase &database, const DeviceLog &log) const;
     void finishCommit();
 
     Try withoutStaging(Place place, const QString &detail);
@@ -310,18 +311,13 @@ Migration::Try Migration::commit(
             return takeCommitFailure({FailureKind::NoRoom, "for the note of the run"});
         }
     }
-    // The journal's directory is flushed by SQLite before the first page is written.
-    const bool journalIsBeside =
-        QFileInfo(m_device.database).absolutePath() == m_device.databases &&
-        !database.hasWriteAheadLog();
-    if (!journalIsBeside && durable::flushDirectory(m_device.databases) != 0) {
-        return takeCommitFailure({FailureKind::Unreadable, "the directory cannot be flushed"});
-    }
-
     DeviceLog deviceLog(m_device.log);
     const RealDatabase::Failure failure =
         database.replaceContent(staging.database(), [&]() -> RealDatabase::Failure {
-            const int error = deviceLog.append(log, true);
+            int error = deviceLog.append(log, true);
+            if (error == 0) {
+                error = flushDirectories(database, deviceLog);
+            }
             if (error == 0) {
                 return std::nullopt;
             }
@@ -341,6 +337,20 @@ Migration::Try Migration::commit(
     }
     finishCommit();
     return Try::Ended;
+}
+
+int Migration::flushDirectories(const RealDatabase &database, const DeviceLog &log) const
+{
+    // SQLite flushes the directory of a new journal before it writes the first page.
+    const bool journalIsBeside =
+        QFileInfo(m_device.database).absolutePath() == m_device.databases &&
+        !database.hasWriteAheadLog();
+    const int error = journalIsBeside ? 0 : durable::flushDirectory(m_device.databases);
+    const QString newLogIn = log.newIn();
+    if (error != 0 || newLogIn.isEmpty() || newLogIn == m_device.databases) {
+        return error;
+    }
+    return durable::flushDirectory(newLogIn);
 }
 
 void Migration::finishCommit()

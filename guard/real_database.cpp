@@ -87,6 +87,7 @@ RealDatabase::Failure RealDatabase::copyTo(const QString &path)
     }
     m_copiedVersion = dataVersion();
     result = backup.finish();
+    m_schemaCookie = m_connection.number("PRAGMA schema_version").value_or(-1);
     int moved = 0;
     sqlite3_file_control(m_connection.handle(), mainDatabase, SQLITE_FCNTL_HAS_MOVED, &moved);
     if (moved != 0 || !m_copiedIdentity || !(identity() == m_copiedIdentity)) {
@@ -99,17 +100,15 @@ RealDatabase::Failure RealDatabase::copyTo(const QString &path)
 
     QFile file(path);
     const int readVersionPlace = 19;
-    const int schemaCookiePlace = 40;
     const char writeAheadLog = 2;
     if (!file.open(QIODevice::ReadOnly)) {
         return DatabaseFailure{DatabaseFailure::Kind::Unreadable, "the copy cannot be read"};
     }
-    const QByteArray header = file.read(schemaCookiePlace + 4);
-    if (header.size() < schemaCookiePlace + 4) {
+    const QByteArray header = file.read(readVersionPlace + 1);
+    if (header.size() <= readVersionPlace) {
         return DatabaseFailure{DatabaseFailure::Kind::Unreadable, "the copy is empty"};
     }
     m_hasWriteAheadLog = header[readVersionPlace] == writeAheadLog;
-    m_schemaCookie = header.mid(schemaCookiePlace, 4).toHex().toLongLong(nullptr, 16);
     return std::nullopt;
 }
 
