@@ -18,7 +18,7 @@ import re
 import sqlite3
 import sys
 
-from conftest import DATA
+from support.places import DATA
 
 STATEMENT = re.compile(r"(?:CREATE(?: UNIQUE)? (?:TABLE|INDEX|TRIGGER|VIEW)(?: IF NOT EXISTS)?"
                        r'|INSERT INTO|DELETE FROM) "?(\w+)')
@@ -26,14 +26,6 @@ RANDOM_IDENTIFIER = re.compile(
     r"^(INSERT INTO (PC_Carrier|PC_Mix|PC_PlanterVariety) VALUES\((\d+),.*?')"
     r"(\{(?!0000000)[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}\})(?=')",
     re.MULTILINE)
-
-
-def file_of(version):
-    return DATA / f"version_{version:02}.sql"
-
-
-def dump_of(version):
-    return file_of(version).read_text(encoding="utf-8")
 
 
 def with_stand_ins(dump):

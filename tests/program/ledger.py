@@ -6,20 +6,18 @@ import dataclasses
 import os
 import re
 
-from changes import Difference, contents_of_file, difference
-from conftest import DATA
-from dumps import dump_of
 from full_rows import with_full_rows, with_indexes_and_triggers
 from probes import besides_the_usual, last_with_change, outcome_without, table
-from steps import NEWEST
+from support.contents import (RANDOM_IDENTIFIER, Difference, definitions, difference,
+                              read_file)
+from support.places import ROOT
+from support.versions import NEWEST, dump_of
 from walks import PLATFORMS, device_with
 
-ROOT = DATA.parent.parent
 LEDGER = ROOT / "docs" / "versions.md"
 PLAIN, ON_BOARD_PORTS = PLATFORMS
 VERSIONS = range(2, NEWEST + 1)
 TITLE = re.compile(r"// Version (\d+): (.*)\.$", re.MULTILINE)
-IDENTIFIER = re.compile(r"\{[0-9a-f]{8}(?:-[0-9a-f]{4}){3}-[0-9a-f]{12}\}")
 
 INTRODUCTION = """\
 # What each version does
@@ -61,7 +59,7 @@ class Settled:
         with device_with(dump) as device:
             device.run(str(version))
             self.file = device.database.read_bytes()
-            self.contents = contents_of_file(device.database)
+            self.contents = read_file(device.database)
 
 
 @contextlib.contextmanager
@@ -73,7 +71,7 @@ def device_at(settled_database, platform=PLAIN):
 
 def contents_after(device, target):
     device.run(str(target))
-    return contents_of_file(device.database)
+    return read_file(device.database)
 
 
 def forward_and_back(older, version, platform=PLAIN):
@@ -106,7 +104,7 @@ def title_of():
 
 def shown(value):
     """A value, short; a random identifier as a stand-in."""
-    value = IDENTIFIER.sub("{random}", value)
+    value = RANDOM_IDENTIFIER.sub("{random}", value)
     return value if len(value) <= 40 else value[:36] + "…'"
 
 
@@ -120,15 +118,15 @@ def of_rows(number, rows):
 
 def sentence_of(changes):
     """What becomes of a table, without its name."""
-    gained = {definition.split()[0] for definition in changes.gained}
     if changes.gained or changes.constraints_gained:
-        yield f"gains {code([*changes.gained, *changes.constraints_gained])}"
+        yield f"gains {code([*definitions(changes.gained), *changes.constraints_gained])}"
     if changes.lost or changes.constraints_lost:
         yield f"loses {code([*changes.lost, *changes.constraints_lost])}"
     if changes.attached_lost:
         yield "loses its index and its trigger"
     yield from (f"`{name}` becomes `{new}`" for name, new in changes.renamed.items())
-    yield from (f"`{definition}` becomes `{new}`" for definition, new in changes.redefined)
+    yield from (f"`{name} {old}` becomes `{name} {new}`"
+                for name, (old, new) in changes.redefined.items())
     if changes.moved:
         yield "columns stand in another order"
     if changes.rows_lost:
@@ -136,7 +134,7 @@ def sentence_of(changes):
     if changes.rows_gained:
         yield f"gains {changes.rows_gained} row{'s' * (changes.rows_gained > 1)}"
     for column, values in changes.values.items():
-        to = f"the first {'' if column in gained else f'from {shown(values.before)} '}to"
+        to = f"the first {'' if column in changes.gained else f'from {shown(values.before)} '}to"
         yield (f"`{column}` set in {of_rows(values.changed, values.rows)}, "
                f"{to} {shown(values.after)}")
 
@@ -147,7 +145,7 @@ def lines_of(found):
         yield f"`{name}` goes, with {len(of_table.rows)} rows"
     for name, of_table in found.come.items():
         yield (f"`{name}` comes, with {len(of_table.rows)} rows: "
-               f"{code([*of_table.columns.values(), *of_table.constraints])}")
+               f"{code([*definitions(of_table.columns), *of_table.constraints])}")
     for name, new in found.renamed.items():
         yield f"`{name}` becomes `{new}`"
     for name, changes in found.changed.items():
@@ -158,9 +156,8 @@ def losses(found):
     """The tables, rows, columns and values that are missing or others."""
     result = [f"`{name}`" for name in [*found.gone, *found.renamed]]
     for name, changes in found.changed.items():
-        gained = {definition.split()[0] for definition in changes.gained}
         columns = [*changes.lost, *changes.renamed,
-                   *(column for column in changes.values if column not in gained)]
+                   *(column for column in changes.values if column not in changes.gained)]
         if changes.rows_lost:
             result.append(f"rows of `{name}`")
         elif len(columns) > 2:

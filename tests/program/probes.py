@@ -7,14 +7,14 @@ import functools
 import re
 import sqlite3
 
-from changes import contents_of_dump, contents_of_file, difference
-from conftest import DATA
-from dumps import dump_of
 from full_rows import with_full_rows
-from steps import ALWAYS_REAPPLIED, NEWEST, dropped, taken_out, without
+from steps import ALWAYS_REAPPLIED, dropped, taken_out, without
+from support.contents import definitions, difference, read_dump, read_file
+from support.places import ROOT
+from support.versions import NEWEST, dump_of
 from walks import device_with
 
-PROBES = DATA.parent.parent / "docs" / "probes.md"
+PROBES = ROOT / "docs" / "probes.md"
 VERSIONS = range(2, NEWEST + 1)
 REAPPLIED = re.compile(r"^Corruption detected: applying update to db for version (\d+)$", re.M)
 
@@ -64,10 +64,10 @@ class Outcome:
 def outcome(database, version, before):
     """The outcome for a damaged database, before the damage it had these contents."""
     with device_with(database) as device:
-        damaged = contents_of_file(device.database)
+        damaged = read_file(device.database)
         false = answering_false(device, version)
         applied = reapplied(device, version)
-        after = contents_of_file(device.database)
+        after = read_file(device.database)
         return Outcome(false, applied, answering_false(device, version),
                        shape_of(difference(before, after)), *values_lost(before, damaged, after))
 
@@ -77,7 +77,7 @@ def intact(version):
     """The contents of a database where nothing is missing, as runs leave it."""
     with device_with(with_full_rows(dump_of(version))) as device:
         device.run(str(version))
-        return contents_of_file(device.database)
+        return read_file(device.database)
 
 
 @functools.cache
@@ -120,8 +120,10 @@ def shape_of(changes):
     for name, table in changes.changed.items():
         parts = ["columns in another order"] * table.moved
         parts += [f"without `{lost}`" for lost in [*table.lost, *table.constraints_lost]]
-        parts += [f"with `{gained}`" for gained in [*table.gained, *table.constraints_gained]]
-        parts += [f"`{definition}` is `{other}`" for definition, other in table.redefined]
+        parts += [f"with `{gained}`"
+                  for gained in [*definitions(table.gained), *table.constraints_gained]]
+        parts += [f"`{column} {definition}` is `{column} {other}`"
+                  for column, (definition, other) in table.redefined.items()]
         if parts:
             result.append(f"`{name}`: {', '.join(parts)}")
     return result
@@ -131,25 +133,24 @@ def shape_of(changes):
 def additions():
     """The tables of the newest version that some step changes, by name with the columns that steps
     have added to them."""
-    newest = contents_of_dump(dump_of(NEWEST))
+    newest = read_dump(dump_of(NEWEST))
     result = {}
     for version in VERSIONS:
-        step = difference(*(contents_of_dump(dump_of(at)) for at in (version - 1, version)))
+        step = difference(*(read_dump(dump_of(at)) for at in (version - 1, version)))
         for name in [*step.come, *step.changed]:
             if name in newest:
                 changes = step.changed.get(name)
-                columns = [*(definition.split()[0] for definition in changes.gained),
-                           *changes.renamed.values()] if changes else []
+                columns = [*changes.gained, *changes.renamed.values()] if changes else []
                 result.setdefault(name, []).extend(
                     column for column in columns if column in newest[name].columns)
     return result
 
 
 def with_column_first(name, column):
-    table = contents_of_dump(dump_of(NEWEST))[name]
+    table = read_dump(dump_of(NEWEST))[name]
     columns = {column: table.columns[column], **table.columns}
     keys = [one for one in table.constraints if "KEY" in one]
-    return (f"CREATE TABLE {name}_ ({', '.join([*columns.values(), *keys])});\n"
+    return (f"CREATE TABLE {name}_ ({', '.join([*definitions(columns), *keys])});\n"
             f"INSERT INTO {name}_ SELECT {', '.join(columns)} FROM {name};\n"
             f"DROP TABLE {name};\nALTER TABLE {name}_ RENAME TO {name};\n")
 

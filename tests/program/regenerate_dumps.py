@@ -13,14 +13,15 @@ import os
 import pathlib
 import sys
 
+# What is imported next needs both.
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 os.environ["DATABASE_MIGRATOR"] = str(pathlib.Path(sys.argv[1]).resolve())
 
-from dumps import departures, dump_of, file_of  # noqa: E402 (the program is to be known first)
-from steps import NEWEST  # noqa: E402
-from walks import (WALKS, WALKS_AGAIN, WALKS_ON_TORVIKMAX, database_at, walk,  # noqa: E402
+from dumps import departures
+from support.versions import NEWEST, VERSIONS, dump_of, file_of
+from walks import (WALKS, WALKS_AGAIN, WALKS_ON_TORVIKMAX, database_at, walk,
                    walked_back_to_1)
 
-VERSIONS = range(1, NEWEST + 1)
 PAIRS = list(itertools.product(VERSIONS, VERSIONS))
 
 

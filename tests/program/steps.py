@@ -3,7 +3,8 @@ database, and how the change of a version is taken out of it again."""
 
 import functools
 
-from dumps import dump_of, statements_by_name
+from dumps import statements_by_name
+from support.versions import VERSIONS, dump_of
 
 # version: what its step logs on the device database, on the way forward and on the way back.
 STEPS = {
@@ -67,12 +68,9 @@ STEPS_AGAIN = {
 }
 INCOMPLETE_AGAIN = (7, 12, 16)
 
-NEWEST = max(STEPS)
-
 # Version 33 removes the column of version 30, so from there on every run applies 30 and then 33
 # again.
-ALWAYS_REAPPLIED = {version: (30, 33) if version >= 33 else ()
-                    for version in range(1, NEWEST + 1)}
+ALWAYS_REAPPLIED = {version: (30, 33) if version >= 33 else () for version in VERSIONS}
 
 
 @functools.cache

@@ -4,8 +4,9 @@ import functools
 
 import pytest
 from conftest import expected_log
-from dumps import departures, dump_of
-from steps import ALWAYS_REAPPLIED, NEWEST, as_at, taken_out, without
+from dumps import departures
+from steps import ALWAYS_REAPPLIED, as_at, taken_out, without
+from support.versions import NEWEST, dump_of
 from walks import (assert_same, database_at, device_with, log_of_repairs, outcome_of,
                    version_rows, walk)
 

@@ -1,7 +1,8 @@
 """The device's text files may be missing or hold anything."""
 
 import pytest
-from conftest import DATA, Trouble, expected_log, scratch_device
+from conftest import Trouble, expected_log, scratch_device
+from support.versions import dump_of
 
 MEGABYTE = "7" * 1024 * 1024
 
@@ -94,7 +95,7 @@ def test_directory_in_place_of_another_file_leaves_the_run_alone(device, file):
 @pytest.fixture(scope="module")
 def database_at_version_24():
     with scratch_device() as device:
-        device.sql((DATA / "version_01.sql").read_text(encoding="utf-8"))
+        device.sql(dump_of(1))
         device.run("24")
         return device.database.read_bytes()
 

@@ -5,14 +5,14 @@ import os
 
 import pytest
 from conftest import expected_log
-from dumps import departures, dump_of
-from steps import INCOMPLETE_AGAIN, NEWEST, STEPS, STEPS_AGAIN
+from dumps import departures
+from steps import INCOMPLETE_AGAIN, STEPS, STEPS_AGAIN
+from support.versions import NEWEST, VERSIONS, dump_of
 from walks import (PLATFORMS, SOFTWARE, WALKS, WALKS_ON_TORVIKMAX, Outcome, assert_same,
                    departures_again, device_with, expected_of_walk, outcome_of, outcome_of_walk,
                    version_rows, walk, walked_back_to_1)
 
 CAMPAIGN = "CAMPAIGN" in os.environ
-VERSIONS = range(1, NEWEST + 1)
 PAIRS = list(itertools.product(VERSIONS, VERSIONS))
 BEYOND = (-1, 0, NEWEST + 1, 40, 2147483647)
 

@@ -5,11 +5,12 @@ import shutil
 
 import pytest
 
-from conftest import DATA, scratch_device
+from conftest import scratch_device
+from support.places import DATA, DEMO
+from support.versions import dump_of
 
-VERSION_1 = (DATA / "version_01.sql").read_text(encoding="utf-8")
+VERSION_1 = dump_of(1)
 BLEMISHES = (DATA / "blemishes.sql").read_text(encoding="utf-8")
-DEMO = DATA / "demo"
 
 # What the run does to the database, in its order.
 EVERYTHING_DONE = """
@@ -77,9 +78,8 @@ NOTHING_TO_DO = ("\n*****Beginning database migration from version: 1 to version
 def install_everything(device):
     device.sql(VERSION_1 + BLEMISHES)
     device.software_version.write_text("4.2.0\n", encoding="utf-8")
-    shutil.copy(DEMO / "refMachines.sql", device.app)
-    shutil.copy(DEMO / "refProducts.sql", device.app)
-    shutil.copy(DEMO / "registration.xml", device.registration)
+    for file in (device.machines, device.products, device.registration):
+        shutil.copy(DEMO / file.name, file)
 
 
 def test_one_run_meets_everything(device):

@@ -4,18 +4,12 @@ import contextlib
 import dataclasses
 import difflib
 import functools
-import os
-import pathlib
-import tempfile
 
 import pytest
-
-from conftest import Device, expected_log
-from dumps import Departures, departures, dump_of, with_stand_ins
-from steps import ALWAYS_REAPPLIED, NEWEST, STEPS
-
-# The program's every statement waits for the disk: one of memory makes walks seven times as fast.
-SCRATCH = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
+from conftest import expected_log, scratch_device
+from dumps import Departures, departures, with_stand_ins
+from steps import ALWAYS_REAPPLIED, STEPS
+from support.versions import NEWEST, dump_of
 
 SOFTWARE = "4.1.0"
 PLATFORMS = ("TORVIK", "TORVIKMAX")
@@ -30,8 +24,7 @@ WALKS_AGAIN = Departures("walks_again.diff")
 @contextlib.contextmanager
 def device_with(database, platform="TORVIK"):
     """A device with this dump as its database and two files in its pool."""
-    with tempfile.TemporaryDirectory(prefix="device.", dir=SCRATCH) as root:
-        device = Device(pathlib.Path(root))
+    with scratch_device() as device:
         device.sql(database)
         device.software_version.write_text(f"{SOFTWARE}\n", encoding="utf-8")
         device.platform.write_text(f"{platform}\n", encoding="utf-8")
