@@ -44,8 +44,9 @@ class Device:
 
         files: the content by the path on the device, None for a folder, a Path for a link to it.
         """
-        self.make_folders()
+        # The sandbox mounts these four.
         for folder in (self.app, self.registration.parent, self.platform.parent, self.pool):
+            folder.mkdir(parents=True, exist_ok=True)
             for path in folder.iterdir():
                 if path.is_dir() and not path.is_symlink():
                     shutil.rmtree(path)
