@@ -37,7 +37,8 @@ def with_full_rows(dump):
         return "X'00ff'" if declared == "BLOB" else f"'{column} {row}'"
 
     return dump + "".join(
-        f"INSERT INTO {name} VALUES({', '.join(value(name, column, row) for column in of_table)});\n"
+        f"INSERT INTO {name} VALUES("
+        f"{', '.join(value(name, column, row) for column in of_table)});\n"
         for name, of_table in columns.items() for row in (FULL, SPARSE))
 
 
