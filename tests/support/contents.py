@@ -45,7 +45,8 @@ def read(database, without=NO_WORK_OF_STEPS):
     result = {}
     for kind, name, _, sql in schema:
         if kind in ("table", "view") and name not in without:
-            shape = shape_of(database, name, sql) if kind == "view" else shape_of_table(name, sql)
+            own = kind == "table" and not name.startswith("sqlite_")
+            shape = shape_of_table(name, sql) if own else shape_of(database, name, sql)
             rows, row_ids = [], []
             if kind == "table":
                 selected = ", ".join(f'quote("{column}")' for column in shape[0])
@@ -62,7 +63,7 @@ def read(database, without=NO_WORK_OF_STEPS):
 
 @functools.cache
 def shape_of_table(name, sql):
-    """The shape of a table, which its own text tells."""
+    """The shape of a table; its CREATE statement alone decides it."""
     with contextlib.closing(sqlite3.connect(":memory:")) as database:
         database.execute(sql)
         return shape_of(database, name, sql)
