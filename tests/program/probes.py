@@ -29,7 +29,7 @@ def reapplied(device, version, options=""):
 def answering_false(device, version):
     """The versions whose probes answer false.
 
-    The run cannot write. It tries to apply them again and fails: every probe sees the same database.
+    The run cannot write, so it fails to apply them again: every probe sees the same database.
     """
     return reapplied(device, version,
                      f"--ro-bind {device.database} /app/databases/{device.database.name}")
