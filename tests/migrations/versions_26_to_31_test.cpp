@@ -778,6 +778,11 @@ void Versions26To31Test::revertFromVersion30_data()
         << StepRun{controlAt29, {}, 29, {controlRebuilt, "systemControl"}};
     QTest::newRow("no table") << StepRun{
         "", columnStays("wirelessEnabled", "systemControl", rebuildRefused), versionUnmoved, {}};
+    QTest::newRow("a view of something that is gone has the table's name") << StepRun{
+        "CREATE VIEW systemControl AS SELECT * FROM gone",
+        columnStays("wirelessEnabled", "systemControl", rebuildRefused),
+        versionUnmoved,
+        {"CREATE VIEW systemControl AS SELECT * FROM gone"}};
 }
 
 void Versions26To31Test::updateToVersion31_data()
