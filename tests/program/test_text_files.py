@@ -152,8 +152,8 @@ INSERTION = b"INSERT INTO soilSamples (place) VALUES('Wegrain')"
                  id="not valid UTF-8"),
     pytest.param(INSERTION.replace(b"Wegrain", MEGABYTE.encode()), "", [MEGABYTE],
                  id="a megabyte on one line"),
-    *(pytest.param(with_mark("INSERT INTO soilSamples (place)\r\n VALUES('Moč-ഁ');", encoding), "\n",
-                   ["Moč-ഁ"], id=f"{encoding} with a byte order mark")
+    *(pytest.param(with_mark("INSERT INTO soilSamples (place)\r\n VALUES('Moč-ഁ');", encoding),
+                   "\n", ["Moč-ഁ"], id=f"{encoding} with a byte order mark")
       for encoding in ENCODINGS_WITH_MARK),
 ])
 def test_script_is_run_as_it_is_read(device, script, content, log, places):
