@@ -1,6 +1,4 @@
-#include "support/scratch_device.h"
-
-#include <QtTest>
+#include "support/device_test.h"
 
 #include <limits>
 
@@ -31,14 +29,11 @@ const QByteArray settingsAtVersion1 = settingsTable + ");";
 const QByteArray settingsAtVersion2 = settingsTable + ", calibratedInUsUnits);";
 } // namespace
 
-class DriverTest : public QObject
+class DriverTest : public DeviceTest
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
-
     void runMigration_data();
     void runMigration();
     void runsItsStagesInOrder();
@@ -52,19 +47,7 @@ private:
     void recordVersions(int main, int alternate, const QByteArray &mirelVersion);
     QStringList versions() { return device->rows("SELECT * FROM tableVersion"); }
     QStringList walk(int from, int to);
-
-    std::unique_ptr<ScratchDevice> device;
 };
-
-void DriverTest::init()
-{
-    device = std::make_unique<ScratchDevice>();
-}
-
-void DriverTest::cleanup()
-{
-    device.reset();
-}
 
 void DriverTest::recordVersions(int main, int alternate, const QByteArray &mirelVersion)
 {

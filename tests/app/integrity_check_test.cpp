@@ -1,11 +1,9 @@
-#include "support/scratch_device.h"
+#include "support/device_test.h"
 
 #include <QDir>
 #include <QElapsedTimer>
-#include <QLoggingCategory>
 #include <QSqlDatabase>
 #include <QSqlDriver>
-#include <QtTest>
 
 #include <sqlite3.h>
 
@@ -77,14 +75,12 @@ QString everyFailure(const QString &error)
 }
 } // namespace
 
-class IntegrityCheckTest : public QObject
+class IntegrityCheckTest : public DeviceTest
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void init();
-    void cleanup();
+    void init() override;
 
     void healthyDatabaseStaysAsItIs_data();
     void healthyDatabaseStaysAsItIs();
@@ -113,25 +109,12 @@ private slots:
 
 private:
     QString check();
-
-    std::unique_ptr<ScratchDevice> device;
 };
-
-void IntegrityCheckTest::initTestCase()
-{
-    // The toolkit warns of every statement on a connection that is not open.
-    QLoggingCategory::setFilterRules("default.warning=false");
-}
 
 void IntegrityCheckTest::init()
 {
-    device = std::make_unique<ScratchDevice>();
+    DeviceTest::init();
     device->sql(productTables);
-}
-
-void IntegrityCheckTest::cleanup()
-{
-    device.reset();
 }
 
 /// Runs the check and returns what it logged.

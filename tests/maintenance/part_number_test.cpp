@@ -1,11 +1,9 @@
+#include "support/device_test.h"
 #include "support/peak_memory.h"
-#include "support/scratch_device.h"
 
 #include <QDir>
 #include <QElapsedTimer>
-#include <QLoggingCategory>
 #include <QSqlDatabase>
-#include <QtTest>
 
 #include <sys/stat.h>
 
@@ -21,14 +19,12 @@ QByteArray registration(const QByteArray &partNumber, const QByteArray &id = "2"
 }
 } // namespace
 
-class PartNumberTest : public QObject
+class PartNumberTest : public DeviceTest
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void init();
-    void cleanup();
+    void init() override;
 
     void fileIsRead_data();
     void fileIsRead();
@@ -41,29 +37,15 @@ private slots:
     void linkIsFollowed();
     void hugeFileIsNotRead();
     void closedDatabaseIsNoFailure();
-
-private:
-    std::unique_ptr<ScratchDevice> device;
 };
-
-void PartNumberTest::initTestCase()
-{
-    // The toolkit warns of every statement on a connection that is not open.
-    QLoggingCategory::setFilterRules("default.warning=false");
-}
 
 void PartNumberTest::init()
 {
-    device = std::make_unique<ScratchDevice>();
+    DeviceTest::init();
     device->recordVersion(1);
     device->sql("CREATE TABLE registrationInfo (fieldComputerId INTEGER PRIMARY KEY, "
                 "partNumber TEXT);"
                 "INSERT INTO registrationInfo VALUES(1, '1000A'), (2, '2000B'), (3, NULL)");
-}
-
-void PartNumberTest::cleanup()
-{
-    device.reset();
 }
 
 void PartNumberTest::fileIsRead_data()

@@ -1,22 +1,14 @@
 #include "schema/statements.h"
 #include "support/step_test.h"
 
-#include <QtTest>
-
 /// Walks over rows that would never end, because every row that is met leads to a new one.
-class LongWalksTest : public QObject
+class LongWalksTest : public StepTest
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
-
     void stepsEnd_data();
     void stepsEnd();
-
-private:
-    std::unique_ptr<ScratchDevice> device;
 };
 
 namespace
@@ -31,16 +23,6 @@ QByteArray adding(const QByteArray &event, const QByteArray &table, const QByteA
 /// Of one row become two, and so on; when they are counted there are as many as have been met.
 const qint64 rowsMet = 3 * LimitedWalk::uncountedRows;
 } // namespace
-
-void LongWalksTest::init()
-{
-    device = std::make_unique<ScratchDevice>();
-}
-
-void LongWalksTest::cleanup()
-{
-    device.reset();
-}
 
 void LongWalksTest::stepsEnd_data()
 {
@@ -72,7 +54,7 @@ void LongWalksTest::stepsEnd_data()
     QTest::addColumn<QByteArray>("rowsMet");
 
     QTest::newRow("7, files")
-        << Step(&DatabaseMigrator::updateToVersion7)
+        << Step(&M::updateToVersion7)
         << QByteArray(
                "CREATE TABLE files "
                "(id INTEGER PRIMARY KEY, displayName TEXT, typeId INTEGER, absolutePath TEXT);"
@@ -84,7 +66,7 @@ void LongWalksTest::stepsEnd_data()
         << QStringList()
         << QByteArray("SELECT count(*) FROM files WHERE absolutePath LIKE '/usr%'");
     QTest::newRow("12, switches")
-        << Step(&DatabaseMigrator::updateToVersion12)
+        << Step(&M::updateToVersion12)
         << machinery + config + labels + bridge +
                "INSERT INTO switchToSectionBridge VALUES(1, 1, 0)" +
                adding("INSERT ON onScreenSwitchboxConfig", "switchToSectionBridge", "1, 1, 0")
@@ -94,7 +76,7 @@ void LongWalksTest::stepsEnd_data()
                "Migration to version 12 FAILED!"}
         << QByteArray("SELECT count(*) FROM onScreenSwitchboxConfig");
     QTest::newRow("12, labels")
-        << Step(&DatabaseMigrator::updateToVersion12)
+        << Step(&M::updateToVersion12)
         << machinery + config + labels + bridge +
                "INSERT INTO switchToSectionBridge VALUES(1, 1, 0)" +
                adding("INSERT ON onScreenSwitchboxSwitchLabels", "onScreenSwitchboxConfig", "1, 1, 0")
@@ -104,7 +86,7 @@ void LongWalksTest::stepsEnd_data()
                "Migration to version 12 FAILED!"}
         << QByteArray("SELECT count(*) FROM onScreenSwitchboxSwitchLabels");
     QTest::newRow("19, switches")
-        << Step(&DatabaseMigrator::updateToVersion19)
+        << Step(&M::updateToVersion19)
         << config +
                "CREATE TABLE onScreenSwitchboxToMachineMapping "
                "(machineConfigId INTEGER PRIMARY KEY, boomStringRepresentation TEXT);"
@@ -117,7 +99,7 @@ void LongWalksTest::stepsEnd_data()
         << QByteArray("SELECT count(*) FROM onScreenSwitchboxToMachineMapping");
     // Every solution has a device.
     QTest::newRow("21, solutions")
-        << Step(&DatabaseMigrator::updateToVersion21)
+        << Step(&M::updateToVersion21)
         << receivers + mapping + solutions +
                "CREATE VIEW serialDevices AS SELECT mc_id, 'ttyS0' AS portName, "
                "'BePluginGPS' AS deviceHandlerName FROM preferredGpsSolutions;"
@@ -129,14 +111,14 @@ void LongWalksTest::stepsEnd_data()
         << QStringList("Migration to version 21 FAILED!")
         << QByteArray("SELECT count(*) FROM gpsReceivers");
     QTest::newRow("21, devices")
-        << Step(&DatabaseMigrator::updateToVersion21)
+        << Step(&M::updateToVersion21)
         << receivers + mapping + solutions + devices + oneDevice +
                ";INSERT INTO preferredGpsSolutions VALUES(1, 0, 3)" +
                adding("INSERT ON gpsReceivers", "serialDevices", "1, 'ttyS0', 'BePluginGPS'")
         << QStringList("Migration to version 21 FAILED!")
         << QByteArray("SELECT count(*) FROM gpsReceivers");
     QTest::newRow("21 back, receivers")
-        << Step(&DatabaseMigrator::revertFromVersion21)
+        << Step(&M::revertFromVersion21)
         << receivers + mapping + solutions + oneReceiver + ";" +
                "CREATE VIEW serialDevices AS SELECT 'ttyS0' AS portName, machineConfigId AS mc_id, "
                "'BePluginGPS' AS deviceHandlerName FROM gpsReceivers" +
@@ -147,7 +129,7 @@ void LongWalksTest::stepsEnd_data()
                    "INSERT INTO machineToGpsReceiverMapping VALUES(10, NEW.mc_id + 1")
         << QStringList() << QByteArray("SELECT count(*) FROM preferredGpsSolutions");
     QTest::newRow("21 back, devices")
-        << Step(&DatabaseMigrator::revertFromVersion21)
+        << Step(&M::revertFromVersion21)
         << receivers + mapping + solutions + devices + oneReceiver + ";" + oneDevice +
                adding(
                    "INSERT ON preferredGpsSolutions", "serialDevices", "1, 'ttyS0', 'BePluginGPS'")
@@ -160,11 +142,11 @@ void LongWalksTest::stepsEnd()
     QFETCH(QByteArray, before);
     QFETCH(QStringList, log);
     device->sql(before);
-    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
+    DatabaseMigrator &migrator = startAt(versionUnmoved);
 
     (migrator.*step)();
 
-    COMPARE_LINES(takeLogLines(*device), log);
+    COMPARE_LINES(device->takeLogLines(), log);
     QCOMPARE(migrator.currentVersion(), versionUnmoved);
     QFETCH(QByteArray, rowsMet);
     COMPARE_LINES(device->rows(rowsMet), QStringList(QString::number(::rowsMet)));

@@ -156,11 +156,18 @@ def first_tests(file):
     return {"database_migrator": "^(construction|driver)_test$",
             "duplicate_names": "^(duplicate|equal)_names_test$",
             "equal_names": "^(duplicate|equal)_names_test$",
-            "logged_statements": "^(columns_and_tables|driver|integrity_check|version_25)_test$",
+            "logged_statements": "^(columns_and_tables|driver|integrity_check|version_25.*)_test$",
             "registry": "^(registry|driver)_test$",
             "statements": "^(statements|long_walks|duplicate_names)_test$",
-            "table_recreation": "^(version_2|versions_32_to_34)_test$",
-            "text_file_reader": "^(construction|reference_scripts)_test$"
+            "table_recreation": "^version_(2|32)_test$",
+            "text_file_reader": "^(construction|reference_scripts)_test$",
+            "version_25": "^version_25(_ports)?_test$",
+            "versions_11_and_12": "^(version_11|version_12|added_columns)_test$",
+            "versions_13_to_20": "^(versions_(13_to_20|16_and_17|19_and_20)|added_columns|column_probes)_test$",
+            "versions_22_to_24": "^(versions_22_to_24|added_columns)_test$",
+            "versions_26_to_31": "^(versions_26_to_28|versions_29_and_30|version_31|column_probes)_test$",
+            "versions_32_to_34": "^(version_32|versions_33_and_34)_test$",
+            "versions_3_to_10": "^(versions_3_to_10|added_columns|column_probes)_test$",
             }.get(stem, f"^{stem}_test$")
 
 
