@@ -126,7 +126,8 @@ public:
     /// Rebuilds a table without one column, matched in any letter case. Names, types, NOT NULL,
     /// defaults, the primary key and the FOREIGN KEY clauses that do not name the column are kept,
     /// everything else goes. A failure leaves what was done until then, there is no way back.
-    /// @return false when a statement failed, as it does for a table without a primary key
+    /// @return false when a statement failed, as it does for a table without a primary key, or when
+    /// the table's structure could be read only in part; nothing is changed then
     bool dropColumnSaveParameters(const QString &table, const QString &column);
 
     // ---- The catalogue ------------------------------------------------------------------------

@@ -2,7 +2,7 @@
 #include "maintenance/equal_names.h"
 #include "schema/statements.h"
 
-#include <QSet>
+#include <optional>
 
 /// The statements and log lines for one name.
 struct RenameTexts {
@@ -143,14 +143,14 @@ void DatabaseMigrator::renameAllButFirst(
         logMessage(texts.selectFailure);
         return;
     }
-    QSet<qint64> idsMet;
+    std::optional<qint64> lastId;
     int counter = 0;
     while (equals.next() && counter < names.limit()) {
         const qint64 id = equals.value(0).toLongLong();
-        if (idsMet.contains(id) && names.endBecauseOfRowMetTwice()) {
+        if (lastId && id <= *lastId && names.endBecauseOfDamage()) {
             return;
         }
-        idsMet << id;
+        lastId = id;
         if (++counter == 1) {
             continue;
         }

@@ -59,7 +59,7 @@ bool EqualNames::prepare()
         if (!table->renamesOneRow()) {
             return true;
         }
-        table->m_readInOrderOfIds = table->isReadInOrderOfIds();
+        table->m_readInOrderOfRowIds = table->isReadInOrderOfRowIds();
     }
     m_outdated = true;
     return true;
@@ -93,24 +93,26 @@ QVariant EqualNames::suspectsExist() const
 
 bool EqualNames::renamesOneRow() const
 {
-    return hasUniqueIds() &&
-           holds(
-               QString("NOT EXISTS (SELECT 1 FROM pragma_index_list('%1') AS list, "
-                       "pragma_index_info(list.name) AS part "
-                       "WHERE list.origin = 'pk' OR list.\"unique\" AND part.name = 'displayName') "
-                       "AND NOT EXISTS (SELECT 1 FROM sqlite_master WHERE type = 'trigger' "
-                       "AND tbl_name = '%1' COLLATE NOCASE)")
-                   .arg(m_table));
-}
-
-bool EqualNames::hasUniqueIds() const
-{
-    return holds(QString("(SELECT group_concat(name) FROM pragma_table_xinfo('%1') "
-                         "WHERE pk > 0) = 'id'")
+    return idIsRowId() &&
+           holds(QString("NOT EXISTS (SELECT 1 FROM pragma_index_list('%1') AS list, "
+                         "pragma_index_info(list.name) AS part "
+                         "WHERE list.\"unique\" AND part.name = 'displayName') "
+                         "AND NOT EXISTS (SELECT 1 FROM sqlite_master WHERE type = 'trigger' "
+                         "AND tbl_name = '%1' COLLATE NOCASE)")
                      .arg(m_table));
 }
 
-bool EqualNames::isReadInOrderOfIds() const
+bool EqualNames::idIsRowId() const
+{
+    // Every other kind of key has an index of its own.
+    return holds(QString("(SELECT group_concat(name) FROM pragma_table_xinfo('%1') "
+                         "WHERE pk > 0) = 'id' "
+                         "AND NOT EXISTS (SELECT 1 FROM pragma_index_list('%1') "
+                         "WHERE origin = 'pk')")
+                     .arg(m_table));
+}
+
+bool EqualNames::isReadInOrderOfRowIds() const
 {
     return holds(QString("NOT EXISTS (SELECT 1 FROM pragma_index_list('%1') AS list, "
                          "pragma_index_info(list.name) AS part "
@@ -168,7 +170,7 @@ bool EqualNames::forEachRow(
     if (!m_top->m_everyRow && !id) {
         return true;
     }
-    if (m_top->m_everyRow || !m_readInOrderOfIds) {
+    if (m_top->m_everyRow || !m_readInOrderOfRowIds) {
         if (!rows.exec(select)) {
             return false;
         }
@@ -198,7 +200,7 @@ bool EqualNames::isSuspect(const Scope &scope, const QString &name)
 
 QString EqualNames::among(const Scope &scope, const QString &name) const
 {
-    if (m_top->m_everyRow || !m_readInOrderOfIds || breaksStatements(name)) {
+    if (m_top->m_everyRow || !m_readInOrderOfRowIds || breaksStatements(name)) {
         return QString();
     }
     QStringList ids;
@@ -217,9 +219,9 @@ qint64 EqualNames::limit()
     return *m_limit;
 }
 
-bool EqualNames::endBecauseOfRowMetTwice()
+bool EqualNames::endBecauseOfDamage()
 {
-    if (hasUniqueIds()) {
+    if (idIsRowId() && isReadInOrderOfRowIds()) {
         m_limit = 0;
     }
     return m_limit == 0;

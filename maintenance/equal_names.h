@@ -53,10 +53,11 @@ public:
     /// @return how many rows a walk over all rows, or over a name's equals, may meet
     qint64 limit();
 
-    /// Where the id is the table's key, only a damaged table yields a row twice, and makes it equal to
-    /// itself: then no walk over the table meets any more rows.
-    /// @return whether the walks have been ended
-    bool endBecauseOfRowMetTwice();
+    /// Ends every walk over the table if only damage can have returned rows with falling ids: a sound
+    /// table is read in the order of its row ids. A damaged one can return a row twice, which makes
+    /// the row a duplicate of itself.
+    /// @return false when a sound table can return these rows; the walks go on
+    bool endBecauseOfDamage();
 
     /// Takes note of an attempt to rename a row.
     /// @param name the name by which the row was found
@@ -77,16 +78,16 @@ private:
     /// @return whether a row with an equal name or a breaking one exists; invalid on failure
     QVariant suspectsExist() const;
 
-    /// @return whether the id is the table's only key
-    bool hasUniqueIds() const;
+    /// @return whether the id is the row id, which no other kind of key is
+    bool idIsRowId() const;
 
     /// @return whether a rename changes the row with its id and nothing else: the id is the row id,
     /// no trigger changes other rows, and no other row gives way to a new name or follows it
     bool renamesOneRow() const;
 
-    /// @return whether the pass meets rows in the order of their ids, because no index is of any
+    /// @return whether the pass meets rows in the order of their row ids, because no index is of any
     /// use to its statements
-    bool isReadInOrderOfIds() const;
+    bool isReadInOrderOfRowIds() const;
 
     /// @return the scope columns as a list of SQL texts
     QString scopeNames() const;
@@ -104,7 +105,7 @@ private:
     EqualNames *m_top = this;
     bool m_everyRow = true;  ///< every row is a suspect; the top's counts
     bool m_outdated = false; ///< the rows have to be read again; the top's counts
-    bool m_readInOrderOfIds = false;
+    bool m_readInOrderOfRowIds = false;
     std::optional<qint64> m_limit;
     QMultiHash<uint, Row> m_rowsByName;
     QMap<qint64, std::set<qint64>> m_rowsToVisit;

@@ -1,10 +1,14 @@
 #include "app/database_migrator.h"
 #include "schema/statements.h"
 
-#include <QDir>
 #include <QSqlError>
 #include <QUuid>
 #include <QVariantList>
+
+#include <filesystem>
+#include <system_error>
+
+#include <unistd.h>
 
 namespace
 {
@@ -12,10 +16,16 @@ namespace
 /// purpose, shipped devices rely on it: both directions do, whatever else has failed.
 void removePoolFiles()
 {
-    QDir pool("/usr/bin/harlo/pool", "*.iop", QDir::NoSort, QDir::Files);
-    const QStringList files = pool.entryList();
-    for (const QString &file : files) {
-        pool.remove(file);
+    // Not Qt's list of the directory, which leaves out names that are no valid UTF-8.
+    std::error_code ignored;
+    std::filesystem::directory_iterator file("/usr/bin/harlo/pool", ignored);
+    while (file != std::filesystem::directory_iterator()) {
+        const QByteArray name = file->path().filename().c_str();
+        if (name.toLower().endsWith(".iop") && !name.startsWith('.') &&
+            file->is_regular_file(ignored)) {
+            unlink(file->path().c_str());
+        }
+        file.increment(ignored);
     }
 }
 } // namespace

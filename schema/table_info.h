@@ -13,5 +13,7 @@ struct TableInfo {
     QStringList defaultValues;       ///< as written in the declaration, empty without a default
     QStringList primaryKeyPositions; ///< "0" outside the primary key, otherwise from "1"
     QString createText;              ///< the CREATE statement, empty when there is no such table
-    QString readError;               ///< why a part could not be read, empty when all of it was
+    /// Why only a part could be read: some columns, or the columns without the CREATE statement.
+    /// Empty when all of it was read, and when there are no columns at all.
+    QString readError;
 };

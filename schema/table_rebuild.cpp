@@ -54,7 +54,8 @@ bool DatabaseMigrator::dropColumnSaveParameters(const QString &table, const QStr
     // Kept on purpose, shipped devices rely on it: nobody asks whether they are off now. Where they
     // are not, the drop deletes the rows that refer to the table.
     query.exec("PRAGMA foreign_keys = OFF");
-    // A structure that was read only in part would cost the table its other columns and keys.
+    // A structure that was read only in part would cost the table its other columns and keys. Where
+    // no column could be read the create statement runs, and its error is the one that is logged.
     const bool tableRebuilt =
         info.readError.isEmpty() && query.exec(createStatement) &&
         query.exec(QString("INSERT INTO %1_temp SELECT %2 FROM %1").arg(table, columnList)) &&

@@ -270,6 +270,21 @@ void EqualNamesTest::outcomeIsThePlainWalksForOddTables_data()
         "INSERT INTO growers VALUES (1, 'C'), (2, 'D');"
         "INSERT INTO farms VALUES (1, 'A', 1, 1), (2, 'A', 1, 2), (2, 'B', 2, 3), "
         "(3, 'A_2', 2, 4);");
+    row("a key of texts, of which two read as 0",
+        "CREATE TABLE growers (id TEXT PRIMARY KEY, displayName TEXT);",
+        "INSERT INTO growers VALUES ('{a}', 'A'), ('{b}', 'A'), ('3', 'B'), ('4', 'B');");
+    row("a key of texts without a row id",
+        "CREATE TABLE growers (id TEXT PRIMARY KEY, displayName TEXT) WITHOUT ROWID;",
+        "INSERT INTO growers VALUES ('(a)', 'A'), ('(b)', 'A'), ('3', 'B'), ('4', 'B');");
+    row("a descending key, which is no row id and may be NULL",
+        "CREATE TABLE farms (id INTEGER PRIMARY KEY DESC, displayName TEXT, growerId INTEGER);",
+        "INSERT INTO growers VALUES (1, 'C');"
+        "INSERT INTO farms VALUES (NULL, 'A', 1), (NULL, 'A', 1), (3, 'B', 1), (4, 'B', 1);");
+    // Every row has a name of its own again, which the index moves ahead of the reading.
+    row("an index by name, and a name that finds every row",
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
+        "CREATE INDEX growersByName ON growers (displayName COLLATE NOCASE);",
+        "INSERT INTO growers VALUES (7, '%1'), (14, '%1'), (31, 'x'' OR ''1''=''1');");
     row("names that follow those of another table",
         "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT, notes TEXT, "
         "UNIQUE (displayName, notes));"

@@ -220,6 +220,7 @@ void Versions26To28Test::version26EmptiesThePool()
         QSqlDatabase::database().close();
     }
     const QString pool = ScratchDevice::poolPath + "/";
+    const std::string notUtf8 = "/usr/bin/harlo/pool/\xff.iop";
     const QStringList removed = {"a.iop", "B.IOP", "c d.Iop", "e.iop.iop"};
     const QStringList kept = {".hidden.iop", ".iop", "f.iop.bak", "g.iopx", "hiop", "iop"};
     for (const QString &file : removed + kept) {
@@ -227,6 +228,7 @@ void Versions26To28Test::version26EmptiesThePool()
     }
     // Not with Qt: in the locale "C" it cannot write such a name.
     QVERIFY((std::ofstream("/usr/bin/harlo/pool/Übersicht.iop") << "content").good());
+    QVERIFY((std::ofstream(notUtf8) << "content").good());
     ScratchDevice::writeFile(pool + "directory.iop/inside.iop", "content");
     ScratchDevice::writeFile(pool + "directory/inside.iop", "content");
     ScratchDevice::writeFile("/app/target", "content");
@@ -249,6 +251,7 @@ void Versions26To28Test::version26EmptiesThePool()
              "hiop",
              "iop",
              "linkToDirectory.iop"}));
+    QVERIFY(!std::ifstream(notUtf8).good());
     QVERIFY(QFile::exists(pool + "directory/inside.iop"));
     QVERIFY(QFile::exists(pool + "directory.iop/inside.iop"));
     QVERIFY(QFile::exists("/app/target"));

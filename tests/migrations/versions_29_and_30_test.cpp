@@ -307,6 +307,11 @@ void Versions29And30Test::revertFromVersion30_data()
         << StepRun{controlAt29, {}, 29, {controlRebuilt, "systemControl"}};
     QTest::newRow("no table") << StepRun{
         "", columnStays("wirelessEnabled", "systemControl", rebuildRefused), versionUnmoved, {}};
+    QTest::newRow("a view of a missing table has the table's name") << StepRun{
+        "CREATE VIEW systemControl AS SELECT * FROM gone",
+        columnStays("wirelessEnabled", "systemControl", rebuildRefused),
+        versionUnmoved,
+        {"CREATE VIEW systemControl AS SELECT * FROM gone"}};
     addRowOfClosedConnection(columnStays("wirelessEnabled", "systemControl", ""));
 }
 
