@@ -353,13 +353,13 @@ void AddedColumnsTest::revertThatDropsAColumn_data()
         const auto stays = [&](const QString &error) {
             return columnStays(added.column, added.table, error);
         };
-        row("the column goes, the rows stay",
+        row("the column is dropped, the rows stay",
             {table + ", " + added.column + " " + added.type + ")" + insert +
                  "(1, 'Süd', 1), (7, NULL, 0)",
              {},
              added.version - 1,
              {rebuilt, added.table, "1, 'Süd'", "7, NULL"}});
-        row("the column goes in another letter case",
+        row("a column in another letter case is dropped too",
             {table + ", " + added.column.toUpper() + ")" + insert + "(1, 'Süd', 1)",
              {},
              added.version - 1,

@@ -129,7 +129,7 @@ void ColumnProbesTest::laterProbes_data()
         QTest::addRow("version %d: all columns", version) << probe << all << true;
         QTest::addRow("version %d: all columns in another letter case", version)
             << probe << all.toUpper() << true;
-        QTest::addRow("version %d: no table", version) << probe << QByteArray() << false;
+        QTest::addRow("version %d: there is no table", version) << probe << QByteArray() << false;
         for (auto table = tables.begin(); table != tables.end(); ++table) {
             const char *const name = table.key().constData();
             for (const QByteArray &column : *table) {

@@ -1,7 +1,7 @@
 #include "schema/statements.h"
 #include "support/step_test.h"
 
-/// Walks over rows that would never end, because every row that is met leads to a new one.
+/// Walks that would never end, because every row that is read adds another one.
 class LongWalksTest : public StepTest
 {
     Q_OBJECT
@@ -13,14 +13,15 @@ private slots:
 
 namespace
 {
-/// @return a trigger that adds a row to a table for every row that another one gets or changes
+/// @return a trigger that adds a row to a table for every event in another table
 QByteArray adding(const QByteArray &event, const QByteArray &table, const QByteArray &row)
 {
     return ";CREATE TRIGGER addition AFTER " + event + " BEGIN INSERT INTO " + table + " VALUES(" +
            row + "); END;";
 }
 
-/// Of one row become two, and so on; when they are counted there are as many as have been met.
+/// Every row that is read adds one. When the walk counts the table there are as many rows as it
+/// has read; it stops after twice that many more.
 const qint64 rowsMet = 3 * LimitedWalk::uncountedRows;
 } // namespace
 
@@ -53,7 +54,7 @@ void LongWalksTest::stepsEnd_data()
     QTest::addColumn<QStringList>("log");
     QTest::addColumn<QByteArray>("rowsMet");
 
-    QTest::newRow("7, files")
+    QTest::newRow("version 7 reads files")
         << Step(&M::updateToVersion7)
         << QByteArray(
                "CREATE TABLE files "
@@ -65,7 +66,7 @@ void LongWalksTest::stepsEnd_data()
                adding("UPDATE ON files", "files", "NEW.id + 1, 'more', 3, 'userFiles/more'")
         << QStringList()
         << QByteArray("SELECT count(*) FROM files WHERE absolutePath LIKE '/usr%'");
-    QTest::newRow("12, switches")
+    QTest::newRow("version 12 reads switches")
         << Step(&M::updateToVersion12)
         << machinery + config + labels + bridge +
                "INSERT INTO switchToSectionBridge VALUES(1, 1, 0)" +
@@ -75,7 +76,7 @@ void LongWalksTest::stepsEnd_data()
                "The query error was: ",
                "Migration to version 12 FAILED!"}
         << QByteArray("SELECT count(*) FROM onScreenSwitchboxConfig");
-    QTest::newRow("12, labels")
+    QTest::newRow("version 12 makes labels")
         << Step(&M::updateToVersion12)
         << machinery + config + labels + bridge +
                "INSERT INTO switchToSectionBridge VALUES(1, 1, 0)" +
@@ -85,7 +86,7 @@ void LongWalksTest::stepsEnd_data()
                "version 12!",
                "Migration to version 12 FAILED!"}
         << QByteArray("SELECT count(*) FROM onScreenSwitchboxSwitchLabels");
-    QTest::newRow("19, switches")
+    QTest::newRow("version 19 reads switches")
         << Step(&M::updateToVersion19)
         << config +
                "CREATE TABLE onScreenSwitchboxToMachineMapping "
@@ -98,7 +99,7 @@ void LongWalksTest::stepsEnd_data()
         << QStringList("Migration to version 19 FAILED!")
         << QByteArray("SELECT count(*) FROM onScreenSwitchboxToMachineMapping");
     // Every solution has a device.
-    QTest::newRow("21, solutions")
+    QTest::newRow("version 21 reads solutions")
         << Step(&M::updateToVersion21)
         << receivers + mapping + solutions +
                "CREATE VIEW serialDevices AS SELECT mc_id, 'ttyS0' AS portName, "
@@ -110,14 +111,14 @@ void LongWalksTest::stepsEnd_data()
                    "NEW.machineConfigId + 1, 0, 3")
         << QStringList("Migration to version 21 FAILED!")
         << QByteArray("SELECT count(*) FROM gpsReceivers");
-    QTest::newRow("21, devices")
+    QTest::newRow("version 21 reads devices")
         << Step(&M::updateToVersion21)
         << receivers + mapping + solutions + devices + oneDevice +
                ";INSERT INTO preferredGpsSolutions VALUES(1, 0, 3)" +
                adding("INSERT ON gpsReceivers", "serialDevices", "1, 'ttyS0', 'BePluginGPS'")
         << QStringList("Migration to version 21 FAILED!")
         << QByteArray("SELECT count(*) FROM gpsReceivers");
-    QTest::newRow("21 back, receivers")
+    QTest::newRow("the way back from version 21 reads receivers")
         << Step(&M::revertFromVersion21)
         << receivers + mapping + solutions + oneReceiver + ";" +
                "CREATE VIEW serialDevices AS SELECT 'ttyS0' AS portName, machineConfigId AS mc_id, "
@@ -128,7 +129,7 @@ void LongWalksTest::stepsEnd_data()
                    "NEW.mc_id + 1, NEW.mc_id + 1, '', 'ttyS0', 3, ''); "
                    "INSERT INTO machineToGpsReceiverMapping VALUES(10, NEW.mc_id + 1")
         << QStringList() << QByteArray("SELECT count(*) FROM preferredGpsSolutions");
-    QTest::newRow("21 back, devices")
+    QTest::newRow("the way back from version 21 reads devices")
         << Step(&M::revertFromVersion21)
         << receivers + mapping + solutions + devices + oneReceiver + ";" + oneDevice +
                adding(

@@ -15,7 +15,7 @@ const Columns columnsOfVersion11 = {
     {"FileTransferHistory", "endDate"},
 };
 
-// Its tables without its columns, and of the profiles whose formats it corrects.
+// Its tables without its columns, and the profiles whose formats it corrects.
 const QByteArray outgoing = "CREATE TABLE OutgoingFiles (id INTEGER PRIMARY KEY";
 const QByteArray incoming = "CREATE TABLE IncomingFiles (id INTEGER PRIMARY KEY";
 const QByteArray history = "CREATE TABLE FileTransferHistory (id INTEGER PRIMARY KEY";
@@ -69,7 +69,7 @@ void Version11Test::updateToVersion11_data()
 
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("transfers get their dates, profiles another format") << StepRun{
+    QTest::newRow("transfers get their dates, profiles get another format") << StepRun{
         before +
             "INSERT INTO OutgoingFiles VALUES(1), (2);INSERT INTO IncomingFiles VALUES(3);"
             "INSERT INTO FileTransferHistory VALUES(4);" +
@@ -87,7 +87,7 @@ void Version11Test::updateToVersion11_data()
                 "FileTransferHistory",
                 "4, NULL, NULL"} +
             corrected};
-    QTest::newRow("the profiles have no table")
+    QTest::newRow("there is no table of profiles")
         << StepRun{before, succeeded, 11, tables + noTransfers};
     QTest::newRow("the first format cannot be corrected") << StepRun{
         before + profiles + ";INSERT INTO userProfiles VALUES(1, 'm/dd/yyyy'), (2, 'dd/m/yyyy');" +
@@ -103,7 +103,7 @@ void Version11Test::updateToVersion11_data()
         11,
         tables + QStringList{profiles, secondRefused} + noTransfers +
             QStringList{"userProfiles", "1, 'M/d/yyyy'", "2, 'dd/m/yyyy'"}};
-    QTest::newRow("the transfers have no tables") << StepRun{
+    QTest::newRow("there are no tables of transfers") << StepRun{
         profiles + rows,
         forEach(columnsOfVersion11, addedToNothing) +
             QStringList("Migration to version 11 FAILED!"),
@@ -140,7 +140,7 @@ void Version11Test::revertFromVersion11_data()
 
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("transfers lose their dates, other formats than the forward step's change")
+    QTest::newRow("transfers lose their dates, and other formats change than in the forward step")
         << StepRun{
                profiles + rows + before +
                    "INSERT INTO OutgoingFiles VALUES(1, '2013-01-01', '2013-02-01'), (2, '', NULL);"
@@ -157,7 +157,7 @@ void Version11Test::revertFromVersion11_data()
                        "3",
                        "FileTransferHistory",
                        "4"}};
-    QTest::newRow("the profiles have no table") << StepRun{before, {}, 10, tables + noTransfers};
+    QTest::newRow("there is no table of profiles") << StepRun{before, {}, 10, tables + noTransfers};
     QTest::newRow("the first format cannot be changed") << StepRun{
         before + profiles + ";INSERT INTO userProfiles VALUES(1, 'M/dd/yyyy'), (2, 'dd/M/yyyy');" +
             firstRefused,
@@ -172,7 +172,7 @@ void Version11Test::revertFromVersion11_data()
         10,
         QStringList{profiles, secondRefused} + tables +
             QStringList{"userProfiles", "1, 'm/d/yyyy'", "2, 'dd/M/yyyy'"} + noTransfers};
-    QTest::newRow("the transfers have no tables") << StepRun{
+    QTest::newRow("there are no tables of transfers") << StepRun{
         profiles + rows,
         forEach(columnsOfVersion11, columnStays, rebuildRefused),
         10,
@@ -224,7 +224,7 @@ void Version11Test::getUpdate11Applied_data()
 
     QTest::newRow("both columns are there")
         << QByteArray("CREATE TABLE OutgoingFiles (id, startDate, endDate)") << true;
-    QTest::newRow("the columns are the first")
+    QTest::newRow("the columns are the first ones")
         << QByteArray("CREATE TABLE OutgoingFiles (endDate, startDate)") << true;
     QTest::newRow("there is no start")
         << QByteArray("CREATE TABLE OutgoingFiles (id, endDate)") << false;
@@ -235,9 +235,9 @@ void Version11Test::getUpdate11Applied_data()
     QTest::newRow("the end has another letter case")
         << QByteArray("CREATE TABLE OutgoingFiles (id, startDate, EndDate)") << false;
     QTest::newRow("there is no table") << QByteArray() << true;
-    QTest::newRow("the table has another letter case, as if there were none")
+    QTest::newRow("a table in another letter case is not seen")
         << QByteArray("CREATE TABLE outgoingfiles (id)") << true;
-    QTest::newRow("a view is no table")
+    QTest::newRow("a view is not seen")
         << QByteArray("CREATE VIEW OutgoingFiles AS SELECT 1 AS id") << true;
     QTest::newRow("the other tables are not looked at")
         << QByteArray("CREATE TABLE OutgoingFiles (id, startDate, endDate);"

@@ -14,7 +14,7 @@ const Columns columnsOfVersion12 = {
     {"MC_EquipmentSection", "fullName"},
     {"MC_EquipmentSectionGroup", "hashForIsoBoom"},
 };
-// In the order in which they go.
+// In the order in which they are dropped.
 const Columns columnsLeavingVersion12 = {
     {"MC_EquipmentSection", "fullName"},
     {"MC_EquipmentSection", "sectionType"},
@@ -91,7 +91,7 @@ void Version12Test::updateToVersion12_data()
 
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("switches move and get their labels") << StepRun{
+    QTest::newRow("switches are moved and get their labels") << StepRun{
         machinery + bridge + switches +
             "(1, 10, 0, 'a'), (1, 11, 3, NULL), (1, 12, 3, ''), (2, 20, 7, '')" + settings,
         {switchesCopied, succeeded},
@@ -119,7 +119,7 @@ void Version12Test::updateToVersion12_data()
         12,
         extended + created + extendedRows +
             QStringList{"onScreenSwitchboxConfig", "onScreenSwitchboxSwitchLabels"}};
-    QTest::newRow("numbers are integers of 64 bits, what is none becomes 0") << StepRun{
+    QTest::newRow("numbers are 64-bit integers, anything else becomes 0") << StepRun{
         machinery + bridge + switches +
             "(NULL, 'ten', '7', ''), (1, 9007199254740993, -1, ''),"
             "(2, 20, 9223372036854775806, ''), (2, 21, 9223372036854775807, '')" +
@@ -138,7 +138,7 @@ void Version12Test::updateToVersion12_data()
                 "1, -1, 'S0'",
                 "2, 9223372036854775806, 'S9223372036854775807'",
                 "2, 9223372036854775807, 'S-9223372036854775808'"}};
-    QTest::newRow("of a section's switches the last one stays") << StepRun{
+    QTest::newRow("of a section's switches only the last one is kept") << StepRun{
         machinery + bridge + switches + "(1, 10, 0, ''), (1, 11, 1, ''), (1, 10, 4, '')" + settings,
         {switchesCopied, succeeded},
         12,
@@ -183,12 +183,12 @@ void Version12Test::updateToVersion12_data()
                 "1, 0, 'S1'"}};
 
     // From here on the step fails.
-    QTest::newRow("there is nothing at all") << StepRun{
+    QTest::newRow("there is no table at all") << StepRun{
         "",
         forEach(columnsOfVersion12, addedToNothing) + QStringList{noBridge, failed},
         versionUnmoved,
         created + QStringList{"onScreenSwitchboxConfig", "onScreenSwitchboxSwitchLabels"}};
-    QTest::newRow("without the bridge the labels are made and the settings go") << StepRun{
+    QTest::newRow("without the bridge the labels are made and the settings are dropped") << StepRun{
         machinery + config + ";INSERT INTO onScreenSwitchboxConfig VALUES(1, 10, 9)" + settings,
         {noBridge, failed},
         versionUnmoved,
@@ -198,7 +198,7 @@ void Version12Test::updateToVersion12_data()
                 "1, 10, 9",
                 "onScreenSwitchboxSwitchLabels",
                 "1, 9, 'S10'"}};
-    QTest::newRow("without the new table the switches stay") << StepRun{
+    QTest::newRow("the new table cannot be created: the switches stay in the bridge") << StepRun{
         machinery + bridge + switches + "(1, 10, 0, '');" +
             "CREATE INDEX onScreenSwitchboxConfig ON MC_MachineConfig (id)" + settings,
         {"The CREATE TABLE query in updateToVersion12() failed!  The query error was: "
@@ -212,7 +212,7 @@ void Version12Test::updateToVersion12_data()
                 bridge, "CREATE INDEX onScreenSwitchboxConfig ON MC_MachineConfig (id)", labels} +
             extendedRows +
             QStringList{"switchToSectionBridge", "1, 10, 0, ''", "onScreenSwitchboxSwitchLabels"}};
-    QTest::newRow("the copy ends at the first row that fails, the labels do not") << StepRun{
+    QTest::newRow("copying stops at the first row that fails, making labels does not") << StepRun{
         machinery + bridge + switches + "(1, 10, 0, ''), (9, 11, 1, ''), (2, 20, 7, '')" + settings,
         {"Database migration failed in updateToVersion12() while copying data from old table: "
          "switchToSectionBridge to new table: onScreenSwitchboxConfig...  The error was: "
@@ -231,7 +231,7 @@ void Version12Test::updateToVersion12_data()
                 "1, 0, 'S1'"}};
     const QByteArray unreadableBridge =
         QByteArray(bridge).replace("note", unreadableColumn("note", "section = 11"));
-    QTest::newRow("the copy breaks off: the switches stay") << StepRun{
+    QTest::newRow("reading the bridge stops on an error: the switches stay in it") << StepRun{
         machinery + bridge + switches + "(1, 10, 0, ''), (1, 11, 3, ''), (2, 20, 7, '')" +
             settings + makeUnreadable("switchToSectionBridge", "note", "section = 11"),
         {"SELECT * FROM switchToSectionBridge query in updateToVersion12() failed!  "
@@ -247,7 +247,7 @@ void Version12Test::updateToVersion12_data()
                 "1, 10, 0",
                 "onScreenSwitchboxSwitchLabels",
                 "1, 0, 'S1'"}};
-    QTest::newRow("the labels have no table, the settings go") << StepRun{
+    QTest::newRow("the labels' table cannot be created: the settings are dropped") << StepRun{
         machinery + bridge + switches + "(1, 10, 0, '');" +
             "CREATE INDEX onScreenSwitchboxSwitchLabels ON MC_MachineConfig (id)" + settings,
         {switchesCopied,
@@ -260,7 +260,7 @@ void Version12Test::updateToVersion12_data()
             QStringList{
                 "CREATE INDEX onScreenSwitchboxSwitchLabels ON MC_MachineConfig (id)", config} +
             extendedRows + QStringList{"onScreenSwitchboxConfig", "1, 10, 0"}};
-    QTest::newRow("the new table cannot be read, the settings go") << StepRun{
+    QTest::newRow("the new table cannot be read: the settings are dropped") << StepRun{
         machinery + config + ";" + bridge + switches + "(1, 10, 0, '')" + settings,
         {switchesCopied,
          "The SELECT * FROM onScreenSwitchboxConfig query in updateToVersion12() failed!  "
@@ -272,7 +272,7 @@ void Version12Test::updateToVersion12_data()
         {{SQLITE_READ, "onScreenSwitchboxConfig"}}};
     const QByteArray unreadableConfig = QByteArray(config).replace(
         "switchId INTEGER", unreadableColumn("switchId INTEGER", "sectionId = 11"));
-    QTest::newRow("the labels break off, the settings go") << StepRun{
+    QTest::newRow("reading the new table stops on an error: the settings are dropped") << StepRun{
         machinery + config + ";" + bridge +
             ";INSERT INTO onScreenSwitchboxConfig VALUES(1, 10, 0), (1, 11, 3), (2, 20, 7)" +
             settings +
@@ -285,7 +285,7 @@ void Version12Test::updateToVersion12_data()
                 "1, 10, 0, 0",
                 "onScreenSwitchboxSwitchLabels",
                 "1, 0, 'S1'"}};
-    QTest::newRow("every label is tried, the settings go") << StepRun{
+    QTest::newRow("every label is tried, the settings are dropped") << StepRun{
         machinery + bridge + ";" + labels + ";" + noLabelForSwitch3 + switches +
             "(1, 10, 3, ''), (1, 11, 4, ''), (1, 12, 3, ''), (1, 13, 5, '')" + settings,
         {switchesCopied, labelRefused, labelRefused, failed},
@@ -331,7 +331,7 @@ void Version12Test::revertFromVersion12_data()
 
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("columns and tables go, nothing comes back") << StepRun{
+    QTest::newRow("columns and tables are dropped, nothing is restored") << StepRun{
         sections + columns + groups + ", hashForIsoBoom TEXT);" + config + ";" + labels + ";" +
             "CREATE TABLE WeatherStationConfig (a);CREATE TABLE JP_DispatcherFilters (a);"
             "INSERT INTO MC_EquipmentSection VALUES(10, 1, 2, 'boom 1'), (11, 0, 0, NULL);"
@@ -343,7 +343,7 @@ void Version12Test::revertFromVersion12_data()
         {},
         11,
         rebuilt + QStringList{"MC_EquipmentSection", "10", "11", "MC_EquipmentSectionGroup", "5"}};
-    QTest::newRow("there is nothing at all")
+    QTest::newRow("there is no table at all")
         << StepRun{"", forEach(columnsLeavingVersion12, columnStays, rebuildRefused), 11, {}};
 
     QByteArray views = sections + ");" + groups + ");";
@@ -386,7 +386,7 @@ void Version12Test::secondRun_data()
     QTest::addColumn<int>("version");
     QTest::addColumn<QStringList>("log");
 
-    QTest::newRow("forward: the columns are there, the bridge has gone")
+    QTest::newRow("forward: the columns are there, the bridge is not")
         << Step(&M::updateToVersion12) << 12
         << (forEach(columnsOfVersion12, addedBefore)
             << "SELECT * FROM switchToSectionBridge query in updateToVersion12() failed!  "

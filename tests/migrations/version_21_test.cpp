@@ -112,45 +112,44 @@ void Version21Test::updateToVersion21_data()
 
     QTest::newRow("every GPS device becomes a receiver, its machine gets the preferred one")
         << StepRun{atVersion20, {succeeded}, 21, applied + allReceivers + allMachines};
-    QTest::newRow("no solution at all") << StepRun{
+    QTest::newRow("there is no solution") << StepRun{
         atVersion20 + "DELETE FROM preferredGpsSolutions;",
         {succeeded},
         21,
         applied + QStringList{receiverTable, mappingTable}};
-    QTest::newRow("a preferred solution beyond the devices") << StepRun{
+    QTest::newRow("a preferred solution has a number higher than the devices") << StepRun{
         atVersion20 + "UPDATE preferredGpsSolutions SET preferredSolution = 4 "
                       "WHERE mc_id = 1;",
         {succeeded},
         21,
         applied + allReceivers + QStringList({mappingTable, "20, 4"})};
-    QTest::newRow("a preferred solution of 0") << StepRun{
+    QTest::newRow("a preferred solution is 0") << StepRun{
         atVersion20 + "UPDATE preferredGpsSolutions SET preferredSolution = 0;",
         {succeeded},
         21,
         applied + allReceivers + QStringList(mappingTable)};
-    QTest::newRow("a configuration without GPS devices") << StepRun{
+    QTest::newRow("a configuration has no GPS device") << StepRun{
         atVersion20 + "DELETE FROM serialDevices WHERE mc_id = 1;",
         {succeeded},
         21,
         applied + QStringList{receiverTable, "1, 2, '', 'ttyUSB0', 0, ''", mappingTable, "20, 1"}};
-    QTest::newRow("GPS devices without a solution") << StepRun{
+    QTest::newRow("GPS devices have no solution") << StepRun{
         atVersion20 + "DELETE FROM preferredGpsSolutions WHERE mc_id = 1;",
         {succeeded},
         21,
         applied + QStringList{receiverTable, "1, 2, '', 'ttyUSB0', 0, ''", mappingTable, "20, 1"}};
-    QTest::newRow("a filter level and a port name of NULL are read as 0 and as an empty text")
-        << StepRun{
-               atVersion20 + "UPDATE preferredGpsSolutions SET filterLevel = NULL WHERE mc_id = 2;"
-                             "UPDATE serialDevices SET portName = NULL WHERE mc_id = 2;",
-               {succeeded},
-               21,
-               applied + allReceivers.mid(0, 4) + QStringList("4, 2, '', '', 0, ''") + allMachines};
-    QTest::newRow("a port name that looks like a marker") << StepRun{
+    QTest::newRow("NULL becomes filter level 0 and an empty port name") << StepRun{
+        atVersion20 + "UPDATE preferredGpsSolutions SET filterLevel = NULL WHERE mc_id = 2;"
+                      "UPDATE serialDevices SET portName = NULL WHERE mc_id = 2;",
+        {succeeded},
+        21,
+        applied + allReceivers.mid(0, 4) + QStringList("4, 2, '', '', 0, ''") + allMachines};
+    QTest::newRow("a marker in a port name is data") << StepRun{
         atVersion20 + "UPDATE serialDevices SET portName = 'tty%1%3' WHERE mc_id = 2;",
         {succeeded},
         21,
         applied + allReceivers.mid(0, 4) + QStringList("4, 2, '', 'tty%1%3', 0, ''") + allMachines};
-    QTest::newRow("receiver tables that are there already are added to") << StepRun{
+    QTest::newRow("rows are added to receiver tables that exist") << StepRun{
         atVersion20 + receiverTable + ";" + mappingTable + ";" + implementTable +
             ";INSERT INTO gpsReceivers VALUES(7, 2, 'r7', 'ttyS9', 1, 'roof');"
             "INSERT INTO machineToGpsReceiverMapping VALUES(20, 7);"
@@ -171,17 +170,17 @@ void Version21Test::updateToVersion21_data()
                       implementTable,
                       "5, 7"}};
 
-    QTest::newRow("the receiver table cannot be made") << StepRun{
+    QTest::newRow("the receiver table cannot be created") << StepRun{
         atVersion20 + "CREATE INDEX gpsReceivers ON MC_Machine (id);",
         {"updateToVersion21 - Failed to create gpsReceivers table.", failed},
         versionUnmoved,
         missing + allSolutions};
-    QTest::newRow("the mapping table cannot be made") << StepRun{
+    QTest::newRow("the mapping table cannot be created") << StepRun{
         atVersion20 + "CREATE INDEX machineToGpsReceiverMapping ON MC_Machine (id);",
         {"updateToVersion21 - Failed to create machineToGpsReceiverMapping table.", failed},
         versionUnmoved,
         missing + QStringList(receiverTable) + allSolutions};
-    QTest::newRow("the solutions are missing, so that the probe is content with a failed step")
+    QTest::newRow("the solutions are missing: the step fails, yet the probe finds it applied")
         << StepRun{
                machines,
                {"updateToVersion21 - Failed to select entries from preferredGpsSolutions", failed},
@@ -201,21 +200,22 @@ void Version21Test::updateToVersion21_data()
         versionUnmoved,
         applied + QStringList{receiverTable, mappingTable}};
 
-    QTest::newRow("the solutions break off, and go all the same") << StepRun{
-        atVersion20 +
-            makeUnreadable("preferredGpsSolutions", "preferredSolution INTEGER", "mc_id = 2"),
-        {failed},
-        versionUnmoved,
-        applied + allReceivers.mid(0, 4) + allMachines.mid(0, 2)};
-    QTest::newRow("the devices break off: the preferred one is not reached") << StepRun{
+    QTest::newRow("reading the solutions stops on an error: their table is still dropped")
+        << StepRun{
+               atVersion20 + makeUnreadable(
+                                 "preferredGpsSolutions", "preferredSolution INTEGER", "mc_id = 2"),
+               {failed},
+               versionUnmoved,
+               applied + allReceivers.mid(0, 4) + allMachines.mid(0, 2)};
+    QTest::newRow("reading the devices stops on an error before the preferred one") << StepRun{
         atVersion20 + makeUnreadable("serialDevices", "portName TEXT", "id = 4"),
         {devicesNotSelected, failed},
         versionUnmoved,
         applied + allReceivers.mid(0, 2) + QStringList(mappingTable)};
 
-    // Once something has failed, the receivers of the same configuration are still added but count
-    // as failed, and the later configurations get nothing. The solutions go all the same.
-    QTest::newRow("the first receiver is refused because of a quote in the port's name") << StepRun{
+    // After a failure the receivers of the same configuration are still added but count as failed.
+    // Later configurations get nothing. The solutions are still dropped.
+    QTest::newRow("the first receiver fails because its port's name has a quote") << StepRun{
         atVersion20 + "UPDATE serialDevices SET portName = 'tty''S0' WHERE id = 2;",
         {receiverNotAdded, receiverNotAdded, receiverNotAdded, devicesNotSelected, failed},
         versionUnmoved,
@@ -224,12 +224,12 @@ void Version21Test::updateToVersion21_data()
                       "1, 1, '', 'ttyS1', 3, ''",
                       "2, 1, '', 'ttyS2', 3, ''",
                       mappingTable}};
-    QTest::newRow("the last receiver is refused, the machine is mapped by then") << StepRun{
+    QTest::newRow("the last receiver fails after the machine was mapped") << StepRun{
         atVersion20 + "UPDATE serialDevices SET portName = 'tty''S2' WHERE id = 5;",
         {receiverNotAdded, devicesNotSelected, failed},
         versionUnmoved,
         applied + allReceivers.mid(0, 3) + allMachines.mid(0, 2)};
-    QTest::newRow("the machine configuration is missing: the receivers' key refuses them")
+    QTest::newRow("the machine configuration is missing: the receivers' foreign key refuses them")
         << StepRun{
                atVersion20 + "DELETE FROM MC_MachineConfig WHERE id = 1;",
                {receiverNotAdded, receiverNotAdded, receiverNotAdded, devicesNotSelected, failed},
@@ -238,7 +238,7 @@ void Version21Test::updateToVersion21_data()
     const QByteArray receiverTableWithoutKey =
         "CREATE TABLE gpsReceivers (id INTEGER PRIMARY KEY, machineConfigId INTEGER, "
         "receiverId TEXT, serialPortName TEXT, filterLevel INTEGER, name TEXT)";
-    QTest::newRow("the machine configuration is missing where the receivers have no key for it")
+    QTest::newRow("the machine configuration is missing, the receivers have no foreign key")
         << StepRun{
                atVersion20 + receiverTableWithoutKey +
                    ";DELETE FROM MC_MachineConfig WHERE id = 1;",
@@ -246,7 +246,7 @@ void Version21Test::updateToVersion21_data()
                21,
                applied + QStringList(receiverTableWithoutKey) + allReceivers.mid(1) +
                    QStringList({mappingTable, "20, 4"})};
-    QTest::newRow("the newest row's id cannot be read") << StepRun{
+    QTest::newRow("the id of the newest row cannot be read") << StepRun{
         atVersion20,
         {"updateToVersion21 - Failed to retrieve the last inserted rowid",
          receiverNotAdded,
@@ -263,7 +263,7 @@ void Version21Test::updateToVersion21_data()
          failed},
         versionUnmoved,
         applied + allReceivers.mid(0, 4) + QStringList(mappingTable)};
-    QTest::newRow("the machine is missing: the mapping's key refuses it") << StepRun{
+    QTest::newRow("the machine is missing: the mapping's foreign key refuses it") << StepRun{
         atVersion20 + "DELETE FROM MC_Machine WHERE id = 10;",
         {"updateToVersion21 - Failed to insert entry into machineToGpsReceiverMapping",
          receiverNotAdded,
@@ -328,20 +328,20 @@ void Version21Test::revertFromVersion21_data()
 
     QTest::newRow("the preferred receiver is found among the GPS devices again")
         << StepRun{atVersion21, {}, 20, missing + allSolutions};
-    QTest::newRow("a receiver without a machine is no solution") << StepRun{
+    QTest::newRow("a receiver without a machine does not become a solution") << StepRun{
         atVersion21 + "DELETE FROM machineToGpsReceiverMapping WHERE machineId = 10;",
         {},
         20,
         missing + QStringList{solutionTable, "2, 1, 0"}};
-    QTest::newRow("no mapping table of implements") << StepRun{
+    QTest::newRow("there is no mapping table of implements") << StepRun{
         atVersion21 + "DROP TABLE implementToGpsReceiverMapping;", {}, 20, missing + allSolutions};
-    QTest::newRow("the port is no longer among the GPS devices") << StepRun{
+    QTest::newRow("the port no longer belongs to a GPS device") << StepRun{
         atVersion21 + "DELETE FROM serialDevices WHERE id = 4;"
                       "UPDATE serialDevices SET portName = 'ttyS1' WHERE id = 3;",
         {},
         20,
         missing + QStringList{solutionTable, "2, 1, 0"}};
-    QTest::newRow("the port is another configuration's") << StepRun{
+    QTest::newRow("the port belongs to another configuration") << StepRun{
         atVersion21 + "UPDATE serialDevices SET mc_id = 2 WHERE id = 4;",
         {},
         20,
@@ -351,7 +351,7 @@ void Version21Test::revertFromVersion21_data()
         {},
         20,
         missing + QStringList{solutionTable, "2, 1, 0"}};
-    QTest::newRow("of several devices on one port the last one wins") << StepRun{
+    QTest::newRow("of several devices on one port the last one counts") << StepRun{
         atVersion21 + "UPDATE serialDevices SET portName = 'ttyS1' WHERE id IN (3, 5);",
         {},
         20,
@@ -362,7 +362,7 @@ void Version21Test::revertFromVersion21_data()
         {},
         20,
         missing + allSolutions};
-    QTest::newRow("solutions that are there already are replaced") << StepRun{
+    QTest::newRow("solutions that exist are replaced") << StepRun{
         atVersion21 + solutionTable +
             ";INSERT INTO MC_MachineConfig VALUES(3, 10);"
             "INSERT INTO preferredGpsSolutions VALUES(1, 9, 9), (3, 8, 8);",
@@ -370,7 +370,7 @@ void Version21Test::revertFromVersion21_data()
         20,
         missing + QStringList{solutionTable, "1, 2, 3", "2, 1, 0", "3, 8, 8"}};
 
-    QTest::newRow("the solutions' table cannot be made") << StepRun{
+    QTest::newRow("the solutions' table cannot be created") << StepRun{
         atVersion21 + "CREATE INDEX preferredGpsSolutions ON MC_Machine (id);",
         {"Failed to create preferredGpsSolutions table."},
         versionUnmoved,
@@ -393,7 +393,7 @@ void Version21Test::revertFromVersion21_data()
     const QByteArray unreadableReceivers =
         QByteArray(receiverTable)
             .replace("serialPortName TEXT", unreadableColumn("serialPortName TEXT", "id = 4"));
-    QTest::newRow("the receivers break off, and stay") << StepRun{
+    QTest::newRow("reading the receivers stops on an error: their table stays") << StepRun{
         atVersion21 + makeUnreadable("gpsReceivers", "serialPortName TEXT", "id = 4"),
         {},
         versionUnmoved,
@@ -404,20 +404,21 @@ void Version21Test::revertFromVersion21_data()
                  "2, 1, '', 'ttyS1', 'ttyS1', 3, ''",
                  "3, 1, '', 'ttyS2', 'ttyS2', 3, ''"}) +
             allMachines + allImplements + QStringList({solutionTable, "1, 2, 3"})};
-    QTest::newRow("the devices break off: the other solution is made, the receivers stay")
+    QTest::newRow(
+        "reading the devices stops on an error: the other solution is made, the receivers stay")
         << StepRun{
                atVersion21 + makeUnreadable("serialDevices", "portName TEXT", "id = 4"),
                {},
                versionUnmoved,
                missing + allReceivers + allMachines + allImplements +
                    QStringList({solutionTable, "2, 1, 0"})};
-    QTest::newRow("one solution is refused, the other one is made") << StepRun{
+    QTest::newRow("one solution fails, the other one is made") << StepRun{
         atVersion21 + "DELETE FROM MC_MachineConfig WHERE id = 1;",
         {"Failed to insert preferredGpsSolutions table entries."},
         versionUnmoved,
         missing + allReceivers + allMachines + allImplements +
             QStringList({solutionTable, "2, 1, 0"})};
-    QTest::newRow("a refused solution does not end the search for its port") << StepRun{
+    QTest::newRow("after a solution failed, the search for its port goes on") << StepRun{
         atVersion21 + "DELETE FROM MC_MachineConfig WHERE id = 1;"
                       "UPDATE serialDevices SET portName = 'ttyS1' WHERE id = 5;",
         {"Failed to insert preferredGpsSolutions table entries.",
@@ -487,7 +488,7 @@ void Version21Test::revertFromVersion21AfterAFailure()
     COMPARE_LINES(device->contents(stepTables), allSolutions);
 }
 
-/// What the failed run dropped is what the next one needs.
+/// The next run needs what the failed run dropped.
 void Version21Test::revertFromVersion21AfterAFailedDrop()
 {
     device->sql(atVersion21);
@@ -532,20 +533,21 @@ void Version21Test::getUpdate21Applied_data()
     const QByteArray someMapping = "CREATE TABLE machineToGpsReceiverMapping (id);";
     const QByteArray someSolutions = "CREATE TABLE preferredGpsSolutions (id);";
     QTest::newRow("both new tables without the old one") << someReceivers + someMapping << true;
-    QTest::newRow("beside the old table") << someReceivers + someMapping + someSolutions << false;
-    QTest::newRow("the receivers only") << someReceivers << false;
-    QTest::newRow("the mapping only") << someMapping << false;
-    QTest::newRow("the old table only") << someSolutions << false;
-    QTest::newRow("no table") << QByteArray() << false;
+    QTest::newRow("both new tables beside the old one")
+        << someReceivers + someMapping + someSolutions << false;
+    QTest::newRow("only the receivers") << someReceivers << false;
+    QTest::newRow("only the mapping") << someMapping << false;
+    QTest::newRow("only the old table") << someSolutions << false;
+    QTest::newRow("there is no table") << QByteArray() << false;
     QTest::newRow("the receivers in another letter case")
         << "CREATE TABLE GPSReceivers (id);" + someMapping << false;
     QTest::newRow("the mapping in another letter case")
         << someReceivers + "CREATE TABLE MachineToGpsReceiverMapping (id);" << false;
     QTest::newRow("the old table in another letter case is not seen")
         << someReceivers + someMapping + "CREATE TABLE PreferredGpsSolutions (id);" << true;
-    QTest::newRow("a view is no receiver table")
+    QTest::newRow("receivers that are a view are not seen")
         << someMapping + "CREATE VIEW gpsReceivers AS SELECT 1;" << false;
-    QTest::newRow("a view is no mapping table")
+    QTest::newRow("a mapping that is a view is not seen")
         << someReceivers + "CREATE VIEW machineToGpsReceiverMapping AS SELECT 1;" << false;
 }
 

@@ -134,7 +134,7 @@ void addRowsOfBothDirections(const Direction &direction)
         "DROP TABLE gpsReceivers;INSERT INTO serialDevices VALUES(1, 5, 'OLD0');",
         {},
         ports({"portName 1"}, {"1, 5, 'NEW0'"}, {}));
-    row("a column has failed before: the devices change, the receivers stay",
+    row("a column could not be dropped: the devices change, the receivers stay",
         "CREATE TABLE farms_temp (id);"
         "INSERT INTO serialDevices VALUES(1, 5, 'tty''s'), (2, 5, 'OLD2');"
         "INSERT INTO gpsReceivers VALUES(1, 5, 'OLD0', 'OLD0');",
@@ -300,11 +300,11 @@ void Version25PortsTest::comparesThePlatformExactly_data()
     QTest::newRow("TORVIK") << QByteArray("TORVIK\n") << untouched << untouched;
     QTest::newRow("lower case") << QByteArray("torvikmax\n") << untouched << untouched;
     QTest::newRow("a longer name") << QByteArray("TORVIKMAX2\n") << untouched << untouched;
-    QTest::newRow("TORVIKMAX after a blank")
+    QTest::newRow("a blank before TORVIKMAX")
         << QByteArray(" TORVIKMAX\n") << untouched << untouched;
     QTest::newRow("TORVIKMAX in the second line")
         << QByteArray("\nTORVIKMAX\n") << untouched << untouched;
-    QTest::newRow("no platform file") << QByteArray() << untouched << untouched;
+    QTest::newRow("there is no platform file") << QByteArray() << untouched << untouched;
 }
 
 void Version25PortsTest::comparesThePlatformExactly()

@@ -19,7 +19,7 @@ const QByteArray namesAt24 =
     "INSERT INTO fields VALUES(1, '09-117', 1, 'Am Bach');";
 const QByteArray namesAt25 = QByteArray(namesAt24).replace("isoName", "originalName");
 
-// What a rebuild leaves, forward and backward. A copy that it leaves is read after its table.
+// The tables after a rebuild, forward and backward.
 const QStringList growersForward = {
     "CREATE TABLE \"growers\" (id INTEGER , displayName TEXT NOT NULL  , originalName TEXT , "
     "PRIMARY KEY(id) )",
@@ -112,7 +112,7 @@ void Version25Test::updateToVersion25_data()
         << StepRun{namesAt24, {succeeded}, 25, growersForward + farmsForward + fieldsForward};
     QTest::newRow("a second time")
         << StepRun{namesAt25, {succeeded}, 25, growersForward + farmsForward + fieldsForward};
-    QTest::newRow("original names that are there stay, the ISO names go") << StepRun{
+    QTest::newRow("existing original names stay, the ISO names are dropped") << StepRun{
         namesAt24 + "ALTER TABLE growers ADD COLUMN originalName TEXT;"
                     "UPDATE growers SET originalName = 'Hof ' || id;",
         {succeeded},
@@ -131,7 +131,7 @@ void Version25Test::updateToVersion25_data()
         notSet("originalName", "isoName", rowRefused) + QStringList(failed),
         versionUnmoved,
         growersForward + QStringList({farmsForward[0], "1, 2, NULL"}) + fieldsForward};
-    QTest::newRow("no ISO names to copy") << StepRun{
+    QTest::newRow("there are no ISO names to copy") << StepRun{
         namesAt24 + "ALTER TABLE fields DROP COLUMN isoName;",
         notSet("originalName", "isoName", noSuchColumn("isoName")) + QStringList(failed),
         versionUnmoved,
@@ -171,7 +171,7 @@ void Version25Test::updateToVersion25_data()
                  "1, '09-117', 1, 'Am Bach', 'Am Bach'",
                  "CREATE TABLE fields_temp (id)"})};
 
-    QTest::newRow("no table: everything is tried")
+    QTest::newRow("there is no table: everything is tried")
         << StepRun{"", everyUpdateFailure(noSuchTable, rebuildRefused), versionUnmoved, {}};
 }
 
@@ -181,7 +181,7 @@ void Version25Test::revertFromVersion25_data()
 
     QTest::newRow("ISO names take the place of original names, codes move to the end")
         << StepRun{namesAt25, {}, 24, growersBackward + farmsBackward + fieldsBackward};
-    QTest::newRow("ISO names that are there are overwritten") << StepRun{
+    QTest::newRow("existing ISO names are overwritten") << StepRun{
         namesAt25 + "ALTER TABLE growers ADD COLUMN isoName TEXT;"
                     "UPDATE growers SET isoName = 'Hof ' || id;",
         {},
@@ -263,7 +263,7 @@ void Version25Test::revertFromVersion25_data()
                  "CREATE TABLE farms_temp (id)"}) +
             fieldsBackward};
 
-    // The statements of fields alone: their table is rebuilt three times.
+    // The table of fields is rebuilt three times.
     const auto withFields = [](const QByteArray &columnsAndKey, const QByteArray &values) {
         return namesAt25 + "DROP TABLE fields;CREATE TABLE fields (" + columnsAndKey +
                ");INSERT INTO fields VALUES(" + values + ");";
@@ -280,38 +280,39 @@ void Version25Test::revertFromVersion25_data()
                 {"CREATE TABLE \"fields\" (id INTEGER , originalName TEXT , isoName TEXT , "
                  "partfieldCode TEXT , PRIMARY KEY(originalName,id) )",
                  "1, 'Am Bach', 'Am Bach', '09-117'"})};
-    QTest::newRow("a leftover copy of fields: none of their columns can be dropped") << StepRun{
-        namesAt25 + "CREATE TABLE fields_temp (id);",
-        columnStays("originalName", "fields", copyInTheWay("fields")) +
-            columnStays("partfieldCode", "fields", copyInTheWay("fields")) +
-            columnStays("partfieldCode_temp", "fields", copyInTheWay("fields")),
-        versionUnmoved,
-        growersBackward + farmsBackward +
-            QStringList(
-                {"CREATE TABLE fields (id INTEGER PRIMARY KEY, partfieldCode TEXT, "
-                 "farmId INTEGER, originalName TEXT, isoName TEXT, "
-                 "partfieldCode_temp TEXT, "
-                 "FOREIGN KEY (farmId) REFERENCES farms(id) ON DELETE CASCADE)",
-                 "1, '09-117', 1, 'Am Bach', 'Am Bach', '09-117'",
-                 "CREATE TABLE fields_temp (id)"})};
-    QTest::newRow("the codes' other column is there in another letter case") << StepRun{
+    QTest::newRow("an earlier rebuild left its copy of fields: no column of them can be dropped")
+        << StepRun{
+               namesAt25 + "CREATE TABLE fields_temp (id);",
+               columnStays("originalName", "fields", copyInTheWay("fields")) +
+                   columnStays("partfieldCode", "fields", copyInTheWay("fields")) +
+                   columnStays("partfieldCode_temp", "fields", copyInTheWay("fields")),
+               versionUnmoved,
+               growersBackward + farmsBackward +
+                   QStringList(
+                       {"CREATE TABLE fields (id INTEGER PRIMARY KEY, partfieldCode TEXT, "
+                        "farmId INTEGER, originalName TEXT, isoName TEXT, "
+                        "partfieldCode_temp TEXT, "
+                        "FOREIGN KEY (farmId) REFERENCES farms(id) ON DELETE CASCADE)",
+                        "1, '09-117', 1, 'Am Bach', 'Am Bach', '09-117'",
+                        "CREATE TABLE fields_temp (id)"})};
+    QTest::newRow("the codes' temporary column is there in another letter case") << StepRun{
         namesAt25 + "ALTER TABLE fields ADD COLUMN PartfieldCode_Temp TEXT;",
         duplicateNotAdded("partfieldCode_temp", "fields"),
         versionUnmoved,
         growersBackward + farmsBackward + fieldsBackward};
-    QTest::newRow("the codes' other column is there and holds something") << StepRun{
+    QTest::newRow("the codes' temporary column is there with values") << StepRun{
         namesAt25 + "ALTER TABLE fields ADD COLUMN partfieldCode_temp TEXT DEFAULT 'old';",
         {},
         24,
         growersBackward + farmsBackward + fieldsBackward};
-    QTest::newRow("codes cannot be copied aside and are lost") << StepRun{
+    QTest::newRow("codes cannot be copied to their temporary column and are lost") << StepRun{
         namesAt25,
         notSet("partfieldCode_temp", "partfieldCode", notAuthorized),
         versionUnmoved,
         growersBackward + farmsBackward +
             QStringList({fieldTableBackward, "1, 1, 'Am Bach', NULL"}),
         {{SQLITE_UPDATE, "fields", "partfieldCode_temp"}}};
-    QTest::newRow("no codes: the column is made all the same") << StepRun{
+    QTest::newRow("there are no codes: their column is still added") << StepRun{
         namesAt25 + "ALTER TABLE fields DROP COLUMN partfieldCode;",
         notSet("partfieldCode_temp", "partfieldCode", noSuchColumn("partfieldCode")),
         versionUnmoved,
@@ -329,7 +330,7 @@ void Version25Test::revertFromVersion25_data()
                 {"CREATE TABLE \"fields\" (id INTEGER , partfieldCode TEXT , "
                  "isoName TEXT , PRIMARY KEY(partfieldCode,id) )",
                  "1, '09-117', 'Am Bach'"})};
-    QTest::newRow("the codes' column cannot be made again, the codes are lost") << StepRun{
+    QTest::newRow("the codes' column cannot be added again, the codes are lost") << StepRun{
         namesAt25 + "ALTER TABLE fields ADD COLUMN isoName TEXT;"
                     "ALTER TABLE fields ADD COLUMN partfieldCode_temp TEXT;",
         notAdded("partfieldCode", "fields", notAuthorized) +
@@ -349,7 +350,7 @@ void Version25Test::revertFromVersion25_data()
         growersBackward + farmsBackward +
             QStringList({fieldTableBackward, "1, 1, 'Am Bach', NULL"}),
         {{SQLITE_UPDATE, "fields", "partfieldCode"}}};
-    QTest::newRow("the codes' other column cannot be dropped") << StepRun{
+    QTest::newRow("the codes' temporary column cannot be dropped") << StepRun{
         withFields(
             "id INTEGER, partfieldCode TEXT, partfieldCode_temp TEXT, originalName TEXT, "
             "PRIMARY KEY (partfieldCode_temp, id)",
@@ -362,7 +363,7 @@ void Version25Test::revertFromVersion25_data()
                  "isoName TEXT , partfieldCode TEXT, PRIMARY KEY(partfieldCode_temp,id) )",
                  "1, '09-117', 'Am Bach', '09-117'"})};
 
-    QTest::newRow("no table: all fifteen statements are tried")
+    QTest::newRow("there is no table: all fifteen statements are tried")
         << StepRun{"", everyRevertFailure(noSuchTable, rebuildRefused), versionUnmoved, {}};
 }
 
@@ -374,10 +375,10 @@ void Version25Test::getUpdate25Applied_data()
     const QByteArray growers = "CREATE TABLE growers (originalName);";
     const QByteArray farms = "CREATE TABLE farms (originalName);";
     const QByteArray fields = "CREATE TABLE fields (originalName);";
-    QTest::newRow("original names everywhere") << growers + farms + fields << true;
-    QTest::newRow("no table") << QByteArray() << true;
-    QTest::newRow("fields only") << fields << true;
-    QTest::newRow("growers and farms only") << growers + farms << true;
+    QTest::newRow("all tables have original names") << growers + farms + fields << true;
+    QTest::newRow("there is no table") << QByteArray() << true;
+    QTest::newRow("only fields are there") << fields << true;
+    QTest::newRow("only growers and farms are there") << growers + farms << true;
     QTest::newRow("growers without original names")
         << "CREATE TABLE growers (id);" + farms + fields << false;
     QTest::newRow("farms without original names")

@@ -68,53 +68,56 @@ void Version31Test::updateToVersion31_data()
     const QStringList mixes = {mixesAt31, "1, '{random}'"};
     const QStringList varieties = {varietiesAt31, "1, '{random}'"};
 
-    QTest::newRow("every row gets an identifier, the default carriers theirs") << StepRun{
-        tablesAt30 + "INSERT INTO PC_Carrier VALUES(1), (2), (3), (4), (5), (6), (7), (8), (9);"
-                     "INSERT INTO PC_Mix VALUES(1), (8);"
-                     "INSERT INTO PC_PlanterVariety VALUES(-1);",
-        succeeded,
-        31,
-        {carriersAt31,
-         "1, '6925f16e-e25c-4768-bc50-8885c4baaa8f'",
-         "2, '6f5e4750-b686-4d5a-ac6f-0dc2e3099b34'",
-         "3, '0cdc8424-a0a6-4b01-aa23-8a6fe777f9db'",
-         "4, 'b502fba8-3905-4e80-a9e4-25656ee30ac2'",
-         "5, 'f036f28b-08cc-46c2-bfa7-1622ccc13636'",
-         "6, 'a35c4042-30d1-4c80-9f89-350805a41ed1'",
-         "7, '{random}'",
-         "8, '9457de07-8236-4840-81d8-e8c9011c0f56'",
-         "9, '{random}'",
-         mixesAt31,
-         "1, '{random}'",
-         "8, '{random}'",
-         varietiesAt31,
-         "-1, '{random}'"}};
-    QTest::newRow("identifiers that are there stay, but not the default carriers'") << StepRun{
-        tablesAt31 + "INSERT INTO PC_Carrier VALUES(1, 'a'), (2, 'b'), (3, ''), (4, 'd'), "
-                     "(5, 'e'), (6, '{f}'), (7, 'g'), (8, 'h'), (9, '');"
-                     "INSERT INTO PC_Mix VALUES(1, 'j'), (2, NULL);"
-                     "INSERT INTO PC_PlanterVariety VALUES(1, NULL), (2, 'k');",
-        succeeded,
-        31,
-        {carriersAt31,
-         "1, '6925f16e-e25c-4768-bc50-8885c4baaa8f'",
-         "2, '6f5e4750-b686-4d5a-ac6f-0dc2e3099b34'",
-         "3, '0cdc8424-a0a6-4b01-aa23-8a6fe777f9db'",
-         "4, 'b502fba8-3905-4e80-a9e4-25656ee30ac2'",
-         "5, 'f036f28b-08cc-46c2-bfa7-1622ccc13636'",
-         "6, 'a35c4042-30d1-4c80-9f89-350805a41ed1'",
-         "7, 'g'",
-         "8, '9457de07-8236-4840-81d8-e8c9011c0f56'",
-         "9, ''",
-         mixesAt31,
-         "1, 'j'",
-         "2, '{random}'",
-         varietiesAt31,
-         "1, '{random}'",
-         "2, 'k'"}};
-    QTest::newRow("empty tables") << StepRun{
-        tablesAt30, succeeded, 31, {carriersAt31, mixesAt31, varietiesAt31}};
-    QTest::newRow("a row without an id stays without an identifier") << StepRun{
+    QTest::newRow("every row gets an identifier, the default carriers get their fixed ones")
+        << StepRun{
+               tablesAt30 +
+                   "INSERT INTO PC_Carrier VALUES(1), (2), (3), (4), (5), (6), (7), (8), (9);"
+                   "INSERT INTO PC_Mix VALUES(1), (8);"
+                   "INSERT INTO PC_PlanterVariety VALUES(-1);",
+               succeeded,
+               31,
+               {carriersAt31,
+                "1, '6925f16e-e25c-4768-bc50-8885c4baaa8f'",
+                "2, '6f5e4750-b686-4d5a-ac6f-0dc2e3099b34'",
+                "3, '0cdc8424-a0a6-4b01-aa23-8a6fe777f9db'",
+                "4, 'b502fba8-3905-4e80-a9e4-25656ee30ac2'",
+                "5, 'f036f28b-08cc-46c2-bfa7-1622ccc13636'",
+                "6, 'a35c4042-30d1-4c80-9f89-350805a41ed1'",
+                "7, '{random}'",
+                "8, '9457de07-8236-4840-81d8-e8c9011c0f56'",
+                "9, '{random}'",
+                mixesAt31,
+                "1, '{random}'",
+                "8, '{random}'",
+                varietiesAt31,
+                "-1, '{random}'"}};
+    QTest::newRow("existing identifiers stay, but those of the default carriers are overwritten")
+        << StepRun{
+               tablesAt31 + "INSERT INTO PC_Carrier VALUES(1, 'a'), (2, 'b'), (3, ''), (4, 'd'), "
+                            "(5, 'e'), (6, '{f}'), (7, 'g'), (8, 'h'), (9, '');"
+                            "INSERT INTO PC_Mix VALUES(1, 'j'), (2, NULL);"
+                            "INSERT INTO PC_PlanterVariety VALUES(1, NULL), (2, 'k');",
+               succeeded,
+               31,
+               {carriersAt31,
+                "1, '6925f16e-e25c-4768-bc50-8885c4baaa8f'",
+                "2, '6f5e4750-b686-4d5a-ac6f-0dc2e3099b34'",
+                "3, '0cdc8424-a0a6-4b01-aa23-8a6fe777f9db'",
+                "4, 'b502fba8-3905-4e80-a9e4-25656ee30ac2'",
+                "5, 'f036f28b-08cc-46c2-bfa7-1622ccc13636'",
+                "6, 'a35c4042-30d1-4c80-9f89-350805a41ed1'",
+                "7, 'g'",
+                "8, '9457de07-8236-4840-81d8-e8c9011c0f56'",
+                "9, ''",
+                mixesAt31,
+                "1, 'j'",
+                "2, '{random}'",
+                varietiesAt31,
+                "1, '{random}'",
+                "2, 'k'"}};
+    QTest::newRow("the tables are empty")
+        << StepRun{tablesAt30, succeeded, 31, {carriersAt31, mixesAt31, varietiesAt31}};
+    QTest::newRow("a row without an id gets no identifier") << StepRun{
         carriersAt30 + "CREATE TABLE PC_Mix (id TEXT, uuid TEXT);" + varietiesAt30 +
             "INSERT INTO PC_Mix VALUES(NULL, NULL), ('m''1', NULL);",
         succeeded,
@@ -135,44 +138,45 @@ void Version31Test::updateToVersion31_data()
             QStringList(
                 {"CREATE TABLE PC_Mix (id INTEGER PRIMARY KEY, UUID TEXT)", "1, '{random}'"}) +
             varieties};
-    QTest::newRow("no column can be added to the mixes: the step succeeds without it") << StepRun{
+    QTest::newRow("the mixes' column cannot be added: the step succeeds without it") << StepRun{
         tablesAt30 + oneRowEach,
         notAdded("uuid", "PC_Mix", notAuthorized) + succeeded,
         31,
         carriers + QStringList({"CREATE TABLE PC_Mix (id INTEGER PRIMARY KEY)", "1"}) + varieties,
         {{SQLITE_ALTER_TABLE, "main", "PC_Mix"}}};
-    QTest::newRow("the mixes without an identifier cannot be read: they stay so") << StepRun{
+    QTest::newRow("the mixes cannot be read: they get no identifiers") << StepRun{
         tablesAt31 + oneRowEach,
         succeeded,
         31,
         carriers + QStringList({mixesAt31, "1, NULL"}) + varieties,
         {{SQLITE_READ, "PC_Mix", "uuid"}}};
-    QTest::newRow("no mixes: the step succeeds without them") << StepRun{
+    QTest::newRow("there are no mixes: the step succeeds without them") << StepRun{
         carriersAt30 + varietiesAt30,
         notAddedToNothing("uuid", "PC_Mix") + succeeded,
         31,
         {carriersAt31, varietiesAt31}};
-    QTest::newRow("no planter varieties: the step succeeds without them") << StepRun{
+    QTest::newRow("there are no planter varieties: the step succeeds without them") << StepRun{
         carriersAt30 + mixesAt30,
         notAddedToNothing("uuid", "PC_PlanterVariety") + succeeded,
         31,
         {carriersAt31, mixesAt31}};
-    QTest::newRow("no carriers: the other tables are done, the defaults fail") << StepRun{
-        mixesAt30 + varietiesAt30 +
-            "INSERT INTO PC_Mix VALUES(1);"
-            "INSERT INTO PC_PlanterVariety VALUES(1);",
-        notAddedToNothing("uuid", "PC_Carrier") + notSynched,
-        versionUnmoved,
-        mixes + varieties};
-    QTest::newRow("no table") << StepRun{
-        "", forEach(identifiers, notAddedToNothing) + notSynched, versionUnmoved, {}};
+    QTest::newRow("there are no carriers: the other tables are filled, the defaults fail")
+        << StepRun{
+               mixesAt30 + varietiesAt30 +
+                   "INSERT INTO PC_Mix VALUES(1);"
+                   "INSERT INTO PC_PlanterVariety VALUES(1);",
+               notAddedToNothing("uuid", "PC_Carrier") + notSynched,
+               versionUnmoved,
+               mixes + varieties};
+    QTest::newRow("there is no table")
+        << StepRun{"", forEach(identifiers, notAddedToNothing) + notSynched, versionUnmoved, {}};
 
     // A batch that fails stops the step.
     const QByteArray rows = "INSERT INTO PC_Carrier VALUES(1), (9);"
                             "INSERT INTO PC_Mix VALUES(1), (2), (3);"
                             "INSERT INTO PC_PlanterVariety VALUES(1), (2);";
     const QStringList randomCarriers = {carriersAt31, "1, '{random}'", "9, '{random}'"};
-    QTest::newRow("the carriers cannot be filled: the rest stays as it was") << StepRun{
+    QTest::newRow("the carriers cannot be filled: everything else stays as it is") << StepRun{
         tablesAt30 + rows + refusal("UPDATE ON PC_Carrier"),
         {"Migration to version 31 FAILED! Failed to add and populate PC_Carrier uuid "
          "column"},
@@ -223,14 +227,15 @@ void Version31Test::updateToVersion31_data()
                              QString::number(carrier.key()),
                              carrier.key() == refused.key() ? "{random}" : carrier.value());
         }
-        QTest::addRow("default carrier %d cannot be set, the others are", refused.key()) << StepRun{
-            tablesAt30 +
-                "INSERT INTO PC_Carrier VALUES(1), (2), (3), (4), (5), (6), "
-                "(8);" +
-                refusal("UPDATE ON PC_Carrier WHEN NEW.uuid = '" + refused->toUtf8() + "'"),
-            notSynched,
-            versionUnmoved,
-            after + QStringList({mixesAt31, varietiesAt31})};
+        QTest::addRow("default carrier %d cannot be set, the others are set", refused.key())
+            << StepRun{
+                   tablesAt30 +
+                       "INSERT INTO PC_Carrier VALUES(1), (2), (3), (4), (5), (6), "
+                       "(8);" +
+                       refusal("UPDATE ON PC_Carrier WHEN NEW.uuid = '" + refused->toUtf8() + "'"),
+                   notSynched,
+                   versionUnmoved,
+                   after + QStringList({mixesAt31, varietiesAt31})};
     }
     addRowOfClosedConnection(
         notAdded("uuid", "PC_Carrier", "") +
@@ -282,7 +287,7 @@ void Version31Test::revertFromVersion31_data()
 
     const QStringList names = {"PC_Carrier", "PC_Mix", "PC_PlanterVariety"};
     const QString rebuilt = "CREATE TABLE \"%1\" (id INTEGER , PRIMARY KEY(id) )";
-    QTest::newRow("the identifiers go, the rows stay") << StepRun{
+    QTest::newRow("the identifiers are dropped, the rows stay") << StepRun{
         tablesAt31 + "INSERT INTO PC_Carrier VALUES(1, 'a'), (2, NULL);"
                      "INSERT INTO PC_Mix VALUES(3, 'b');"
                      "INSERT INTO PC_PlanterVariety VALUES(4, 'c');",
@@ -298,7 +303,7 @@ void Version31Test::revertFromVersion31_data()
          "3",
          names[2],
          "4"}};
-    QTest::newRow("identifiers that are not there") << StepRun{
+    QTest::newRow("the identifiers are not there") << StepRun{
         tablesAt30,
         {},
         30,
@@ -308,7 +313,7 @@ void Version31Test::revertFromVersion31_data()
          names[0],
          names[1],
          names[2]}};
-    QTest::newRow("without the tables all three are tried")
+    QTest::newRow("there is no table: all three are tried")
         << StepRun{"", forEach(identifiers, columnStays, rebuildRefused), versionUnmoved, {}};
     for (const QString &missing : names) {
         QByteArray before;
@@ -321,8 +326,12 @@ void Version31Test::revertFromVersion31_data()
                 others << name;
             }
         }
-        QTest::addRow("without %s the others lose theirs", qPrintable(missing)) << StepRun{
-            before, columnStays("uuid", missing, rebuildRefused), versionUnmoved, schema + others};
+        QTest::addRow("there is no %s: the others lose their identifiers", qPrintable(missing))
+            << StepRun{
+                   before,
+                   columnStays("uuid", missing, rebuildRefused),
+                   versionUnmoved,
+                   schema + others};
     }
     addRowOfClosedConnection(forEach(identifiers, columnStays, ""));
 }

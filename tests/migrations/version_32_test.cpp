@@ -24,7 +24,7 @@ const QByteArray renamedBack = "CREATE TABLE \"workOrderRxMaps\" ";
 const QByteArray files = "CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT UNIQUE);"
                          "INSERT INTO files VALUES(1, 'wo1'), (2, 'wo2');";
 const QByteArray insertMaps = ";INSERT INTO workOrderRxMaps VALUES";
-/// One complete row, one with gaps; their identifiers have gaps too.
+/// One complete row and one with NULL; the identifiers do not follow each other.
 const QByteArray twoMaps =
     insertMaps + "(3, 'rx3', 'wo1', '/maps/Süd.shp', 'Menge', 'P1', '100 %1 \"%2\"', 'l/ha', 21), "
                  "(7, 'rx7', 'wo2', '/maps/7.shp', NULL, NULL, NULL, NULL, NULL);";
@@ -192,14 +192,14 @@ void Version32Test::updateToVersion32_data()
     const QStringList succeeded = forward.successLog;
     const QStringList failed = forward.failureLog;
 
-    QTest::newRow("maps follow their file, gaps are filled") << StepRun{
+    QTest::newRow("maps follow their file, NULL is replaced") << StepRun{
         before + twoMaps,
         succeeded,
         32,
         QStringList(mapsAt32) + rowsAfter + preferencesWithCloudJobs};
-    QTest::newRow("no map") << StepRun{
-        before, succeeded, 32, QStringList(mapsAt32) + preferencesWithCloudJobs};
-    QTest::newRow("identifiers and products beyond 32 bits, a product that is no number")
+    QTest::newRow("there is no map")
+        << StepRun{before, succeeded, 32, QStringList(mapsAt32) + preferencesWithCloudJobs};
+    QTest::newRow("identifiers and products need more than 32 bits, a product is no number")
         << StepRun{
                before + insertMaps +
                    "(5000000000, 'a', 'wo1', '', '', '', '', '', 6000000000),"
@@ -211,7 +211,7 @@ void Version32Test::updateToVersion32_data()
                     "5000000000, 'a', 'wo1', '', '', '', '', '', 6000000000",
                     "5000000001, 'b', 'wo1', '', '', '', '', '', 0"}) +
                    preferencesWithCloudJobs};
-    QTest::newRow("maps that follow their file already, and cloud jobs that are on") << StepRun{
+    QTest::newRow("maps follow their file already, and cloud jobs are on") << StepRun{
         files + preferencesAt32 + mapsAt32 + twoMaps,
         succeeded,
         32,
@@ -225,9 +225,9 @@ void Version32Test::updateToVersion32_data()
         32,
         QStringList(mapsAt32) + rowsAfter + preferencesWithCloudJobs};
 
-    QTest::newRow("no table: it is created") << StepRun{
+    QTest::newRow("there is no table: it is created") << StepRun{
         files + preferencesAt31, succeeded, 32, QStringList(mapsAt32) + preferencesWithCloudJobs};
-    QTest::newRow("no table, and it cannot be created") << StepRun{
+    QTest::newRow("there is no table, and it cannot be created") << StepRun{
         files + preferencesAt31,
         failed,
         versionUnmoved,
@@ -247,12 +247,12 @@ void Version32Test::updateToVersion32_data()
         versionUnmoved,
         QStringList(renamedBack + mapColumnsAt31) + rowsBefore + preferencesWithCloudJobs};
 
-    QTest::newRow("no preferences: the maps are done all the same") << StepRun{
+    QTest::newRow("there are no preferences: the maps still change") << StepRun{
         files + mapsAt31 + twoMaps,
         notAddedToNothing("enableCloudJobs", "SM_Preferences") + failed,
         versionUnmoved,
         QStringList(mapsAt32) + rowsAfter};
-    QTest::newRow("neither maps nor preferences are done") << StepRun{
+    QTest::newRow("neither maps nor preferences can change") << StepRun{
         mapsAt31 + ";CREATE TABLE workOrderRxMaps_old (id)",
         QStringList("The ALTER TABLE RENAME query in updateToVersion32() failed!  The query error "
                     "was: there is already another table or index with this name: "
@@ -270,27 +270,27 @@ void Version32Test::revertFromVersion32_data()
 
     const QByteArray before = backward.before;
 
-    QTest::newRow("maps no longer follow their file, gaps are filled") << StepRun{
+    QTest::newRow("maps no longer follow their file, NULL is replaced") << StepRun{
         before + twoMaps, {}, 31, QStringList(mapsAt31) + rowsAfter + preferencesRebuilt};
-    QTest::newRow("maps and preferences of version 31") << StepRun{
+    QTest::newRow("maps and preferences are those of version 31") << StepRun{
         files + preferencesAt31 + mapsAt31 + twoMaps,
         {},
         31,
         QStringList(mapsAt31) + rowsAfter + preferencesRebuilt};
 
-    QTest::newRow("no table") << StepRun{
+    QTest::newRow("there is no table") << StepRun{
         preferencesAt32,
         {"The ALTER TABLE RENAME query in revertFromVersion32() failed!  The query "
          "error was: no such table: workOrderRxMaps"},
         versionUnmoved,
         preferencesRebuilt};
 
-    QTest::newRow("no preferences: the maps are done all the same") << StepRun{
+    QTest::newRow("there are no preferences: the maps still change") << StepRun{
         files + mapsAt32 + twoMaps,
         columnStays("enableCloudJobs", "SM_Preferences", rebuildRefused),
         versionUnmoved,
         QStringList(mapsAt31) + rowsAfter};
-    QTest::newRow("neither maps nor preferences are done") << StepRun{
+    QTest::newRow("neither maps nor preferences can change") << StepRun{
         "",
         QStringList("The ALTER TABLE RENAME query in revertFromVersion32() failed!  "
                     "The query error was: no such table: workOrderRxMaps") +
@@ -338,8 +338,7 @@ void Version32Test::getUpdate32Applied_data()
     QTest::addColumn<bool>("applied");
 
     const QByteArray cloudJobs = ";CREATE TABLE SM_Preferences (enableCloudJobs)";
-    QTest::newRow("maps follow their file and there are cloud jobs")
-        << mapsAt32 + cloudJobs << true;
+    QTest::newRow("maps follow their file, there are cloud jobs") << mapsAt32 + cloudJobs << true;
     QTest::newRow("cloud jobs in another letter case") << mapsAt32 + cloudJobs.toUpper() << true;
     QTest::newRow("maps do not follow their file") << mapsAt31 + cloudJobs << false;
     QTest::newRow("the cascade is written in another letter case")
@@ -347,9 +346,10 @@ void Version32Test::getUpdate32Applied_data()
         << false;
     QTest::newRow("maps in another letter case")
         << QByteArray(mapsAt32).replace("workOrder", "WorkOrder") + cloudJobs << false;
-    QTest::newRow("no maps") << cloudJobs.mid(1) << false;
-    QTest::newRow("no cloud jobs") << mapsAt32 + ";CREATE TABLE SM_Preferences (id)" << false;
-    QTest::newRow("no preferences") << mapsAt32 << false;
+    QTest::newRow("there are no maps") << cloudJobs.mid(1) << false;
+    QTest::newRow("there are no cloud jobs")
+        << mapsAt32 + ";CREATE TABLE SM_Preferences (id)" << false;
+    QTest::newRow("there are no preferences") << mapsAt32 << false;
 }
 
 void Version32Test::probeOnAClosedConnection()

@@ -4,7 +4,7 @@
 
 namespace
 {
-// The profiles, without the columns of versions 13 and 20, and what a rebuild leaves.
+// The profiles without the columns of versions 13 and 20, and their text after a rebuild.
 const QByteArray profiles = "CREATE TABLE userProfiles (id INTEGER PRIMARY KEY, userName TEXT";
 const QString profilesRebuilt =
     "CREATE TABLE \"userProfiles\" (id INTEGER , userName TEXT , PRIMARY KEY(id) )";
@@ -79,7 +79,7 @@ private:
     DatabaseMigrator &startAt20();
 };
 
-/// Walks the tables of version 12 to version 20.
+/// Makes the tables of version 12 and runs the steps to version 20.
 DatabaseMigrator &Versions13To20Test::startAt20()
 {
     device->sql(tablesAt12);
@@ -107,7 +107,7 @@ void Versions13To20Test::updateToVersion13_data()
 
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("the updates go, no profile has accepted the licence") << StepRun{
+    QTest::newRow("the updates are dropped, no profile has accepted the licence") << StepRun{
         updates + profiles +
             ");INSERT INTO SoftwareUpdateTable VALUES(1), (2);"
             "INSERT INTO userProfiles VALUES(1, 'Müller'), (7, NULL);",
@@ -116,7 +116,7 @@ void Versions13To20Test::updateToVersion13_data()
         {profiles + licence, "userProfiles", "1, 'Müller', 0", "7, NULL, 0"}};
     QTest::newRow("there are no updates")
         << StepRun{profiles + ")", succeeded, 13, {profiles + licence, "userProfiles"}};
-    QTest::newRow("the tables of the backward step stay") << StepRun{
+    QTest::newRow("the tables that the backward step drops stay") << StepRun{
         "CREATE TABLE SoftwareVersion (id);CREATE TABLE SoftwareUpdates (id);" + profiles +
             ");INSERT INTO SoftwareVersion VALUES(1);"
             "INSERT INTO SoftwareUpdates VALUES(2);",
@@ -130,22 +130,22 @@ void Versions13To20Test::updateToVersion13_data()
          "SoftwareUpdates",
          "2",
          "userProfiles"}};
-    QTest::newRow("the updates stay: the licence is added all the same") << StepRun{
+    QTest::newRow("the updates cannot be dropped: the licence is still added") << StepRun{
         updatesView + ";" + profiles + ");INSERT INTO userProfiles VALUES(1, 'Müller')",
         updatesStay + failed,
         versionUnmoved,
         {updatesView, profiles + licence, "userProfiles", "1, 'Müller', 0"}};
-    QTest::newRow("the licence is there: the updates go all the same") << StepRun{
+    QTest::newRow("the licence is already there: the updates are still dropped") << StepRun{
         updates + profiles + licence + ";INSERT INTO userProfiles VALUES(1, 'Müller', 1)",
         addedBefore("acceptedEULA", "userProfiles") + failed,
         versionUnmoved,
         {profiles + licence, "userProfiles", "1, 'Müller', 1"}};
-    QTest::newRow("the licence is there in another letter case") << StepRun{
+    QTest::newRow("the licence is already there in another letter case") << StepRun{
         updates + profiles + ", ACCEPTEDEULA)",
         addedBefore("acceptedEULA", "userProfiles") + failed,
         versionUnmoved,
         {profiles + ", ACCEPTEDEULA)", "userProfiles"}};
-    QTest::newRow("both fail, in this order") << StepRun{
+    QTest::newRow("both fail; they are tried in order") << StepRun{
         updatesView,
         updatesStay + addedToNothing("acceptedEULA", "userProfiles") + failed,
         versionUnmoved,
@@ -170,16 +170,16 @@ void Versions13To20Test::revertFromVersion13_data()
 
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("the licence goes, and two tables with it") << StepRun{
+    QTest::newRow("the licence and two tables are dropped") << StepRun{
         software + updates + licensed +
             "INSERT INTO userProfiles VALUES(7, NULL, 0);"
             "INSERT INTO SoftwareVersion VALUES(1);INSERT INTO SoftwareUpdates VALUES(2);",
         {},
         12,
         {profilesRebuilt, "userProfiles", "1, 'Müller'", "7, NULL"}};
-    QTest::newRow("there is nothing but the profiles")
+    QTest::newRow("only the profiles are there")
         << StepRun{profiles + ")", {}, 12, {profilesRebuilt, "userProfiles"}};
-    QTest::newRow("the table of the forward step stays") << StepRun{
+    QTest::newRow("the table that the forward step drops stays") << StepRun{
         "CREATE TABLE SoftwareUpdateTable (id);" + licensed,
         {},
         12,
@@ -188,17 +188,17 @@ void Versions13To20Test::revertFromVersion13_data()
          "SoftwareUpdateTable",
          "userProfiles",
          "1, 'Müller'"}};
-    QTest::newRow("the software's version stays: the rest goes all the same") << StepRun{
+    QTest::newRow("the software version cannot be dropped: the rest is dropped") << StepRun{
         softwareView + ";" + updates + licensed,
         softwareStays,
         versionUnmoved,
         {softwareView, profilesRebuilt, "userProfiles", "1, 'Müller'"}};
-    QTest::newRow("the software's updates stay: the rest goes all the same") << StepRun{
+    QTest::newRow("the software updates cannot be dropped: the rest is dropped") << StepRun{
         software + updatesView + ";" + licensed,
         updatesStay,
         versionUnmoved,
         {updatesView, profilesRebuilt, "userProfiles", "1, 'Müller'"}};
-    QTest::newRow("the licence stays: the rest goes all the same") << StepRun{
+    QTest::newRow("the licence cannot be dropped: the rest is dropped") << StepRun{
         software + updates + licensed + copy,
         columnStays("acceptedEULA", "userProfiles", copyInTheWay("userProfiles")),
         versionUnmoved,
@@ -207,7 +207,7 @@ void Versions13To20Test::revertFromVersion13_data()
          "userProfiles",
          "1, 'Müller', 1",
          "userProfiles_temp"}};
-    QTest::newRow("all three fail, in this order") << StepRun{
+    QTest::newRow("all three fail; they are tried in order") << StepRun{
         softwareView + ";" + updatesView,
         softwareStays + updatesStay + columnStays("acceptedEULA", "userProfiles", rebuildRefused),
         versionUnmoved,
@@ -223,11 +223,11 @@ void Versions13To20Test::secondUpdate_data()
     QTest::addColumn<int>("version");
     QTest::addColumn<QStringList>("log");
 
-    QTest::newRow("version 13: the licence is there")
+    QTest::newRow("version 13: the licence is already there")
         << Step(&M::updateToVersion13) << 13
         << addedBefore("acceptedEULA", "userProfiles") +
                QStringList("Migration to version 13 FAILED!");
-    QTest::newRow("version 16: the languages have gone")
+    QTest::newRow("version 16: the languages are dropped already")
         << Step(&M::updateToVersion16) << 16 << QStringList("Migration to version 16 FAILED!");
     QTest::newRow("version 17: the column is there")
         << Step(&M::updateToVersion17) << 17

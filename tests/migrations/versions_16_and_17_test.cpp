@@ -2,7 +2,7 @@
 
 namespace
 {
-// The profiles of version 16, and what their language becomes.
+// The profiles of version 16, and how their languages change.
 const QByteArray speakers = "CREATE TABLE userProfiles (id INTEGER PRIMARY KEY, language TEXT)";
 const QByteArray languages = "CREATE TABLE languages (code TEXT)";
 using Languages = QVector<QPair<QString, QString>>;
@@ -24,7 +24,7 @@ const Languages languagesOfLocales = {
     {"pt-BR", "pt"},
 };
 
-// The receivers of version 17 under both names, as they were made and after a rebuild.
+// The receivers of version 17 under both names: as created, renamed and rebuilt.
 const QByteArray internalReceivers =
     "CREATE TABLE internalGpsReceiverSettings (id INTEGER PRIMARY KEY, baudRate INTEGER";
 const QByteArray supportedReceivers =
@@ -58,7 +58,7 @@ QByteArray refusalToChange(const QString &language)
            language.toUtf8() + "' BEGIN SELECT RAISE(ABORT, 'refused'); END";
 }
 
-/// Writes down every change of a language, as long as the table of languages is there with a row.
+/// A trigger that records every change of a language while the table of languages has a row.
 const QByteArray changes = "CREATE TABLE changes (found TEXT, left TEXT)";
 const QByteArray watchingChanges =
     "CREATE TRIGGER watching AFTER UPDATE ON userProfiles BEGIN "
@@ -95,7 +95,7 @@ void Versions16And17Test::updateToVersion16_data()
 
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("six languages get their country, their table goes") << StepRun{
+    QTest::newRow("six languages get their country, their table is dropped") << StepRun{
         languages + ";INSERT INTO languages VALUES('en'), ('es');" + speakers + ";" +
             insertSpeakers(
                 {"en",
@@ -130,7 +130,7 @@ void Versions16And17Test::updateToVersion16_data()
                  "fr-CA",
                  ""}) +
             QStringList("20, NULL")};
-    QTest::newRow("the languages are changed in order, their table goes last") << StepRun{
+    QTest::newRow("the languages are changed in order, their table is dropped last") << StepRun{
         languages + ";INSERT INTO languages VALUES('en');" + speakers + ";" +
             insertSpeakers({"pt", "ru", "de", "fr", "es", "en"}) + changes + ";" + watchingChanges,
         succeeded,
@@ -158,21 +158,21 @@ void Versions16And17Test::updateToVersion16_data()
             versionUnmoved,
             QStringList{speakers, refusalToChange(language)} + speakersOf(left)};
     }
-    QTest::newRow("the table of languages is gone: the profiles change all the same") << StepRun{
+    QTest::newRow("there is no table of languages: the profiles still change") << StepRun{
         speakers + ";" + insertSpeakers({"en", "pt"}),
         failed,
         versionUnmoved,
         QStringList(speakers) + speakersOf({"en-US", "pt-BR"})};
-    QTest::newRow("a view stands in the place of the languages") << StepRun{
+    QTest::newRow("the languages are a view: the profiles still change") << StepRun{
         speakers + ";" + insertSpeakers({"en", "pt"}) + languagesView,
         failed,
         versionUnmoved,
         QStringList{speakers, languagesView} + speakersOf({"en-US", "pt-BR"})};
     QTest::newRow("there are no profiles")
         << StepRun{languages + ";" + speakers, succeeded, 16, {speakers, "userProfiles"}};
-    QTest::newRow("the profiles have no table: the languages go all the same")
+    QTest::newRow("there is no table of profiles: the languages are still dropped")
         << StepRun{languages, failed, versionUnmoved, {}};
-    QTest::newRow("a column that is called like a language gives its value") << StepRun{
+    QTest::newRow("a column with a language's name: its value is written") << StepRun{
         languages + ";" + namesakes +
             ";INSERT INTO userProfiles VALUES(1, 'en', 'en-AU', ''), (2, 'es', '', ''), "
             "(3, 'ca', '', 'ca')",
@@ -190,58 +190,60 @@ void Versions16And17Test::revertFromVersion16_data()
 {
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("seven locales lose their country, the languages get no table") << StepRun{
-        speakers + ";" +
-            insertSpeakers(
-                {"en-US",
-                 "es-ES",
-                 "fr-FR",
-                 "fr-CA",
-                 "de-DE",
-                 "ru-RU",
-                 "pt-BR",
-                 "en-US",
-                 "en-GB",
-                 "EN-US",
-                 "pt-PT",
-                 "it",
-                 "en"}) +
-            "INSERT INTO userProfiles VALUES(20, NULL)",
-        {},
-        15,
-        QStringList(speakers) +
-            speakersOf(
-                {"en",
-                 "es",
-                 "fr",
-                 "fr",
-                 "de",
-                 "ru",
-                 "pt",
-                 "en",
-                 "en-GB",
-                 "EN-US",
-                 "pt-PT",
-                 "it",
-                 "en"}) +
-            QStringList("20, NULL")};
-    QTest::newRow("the locales are changed in order, a table of languages stays") << StepRun{
-        languages + ";INSERT INTO languages VALUES('en');" + speakers + ";" +
-            insertSpeakers({"pt-BR", "ru-RU", "de-DE", "fr-CA", "fr-FR", "es-ES", "en-US"}) +
-            changes + ";" + watchingChanges,
-        {},
-        15,
-        QStringList{languages, speakers, changes, watchingChanges, "languages", "'en'"} +
-            speakersOf({"pt", "ru", "de", "fr", "fr", "es", "en"}) +
-            QStringList{
-                "changes",
-                "'en-US', 'en'",
-                "'es-ES', 'es'",
-                "'fr-FR', 'fr'",
-                "'fr-CA', 'fr'",
-                "'de-DE', 'de'",
-                "'ru-RU', 'ru'",
-                "'pt-BR', 'pt'"}};
+    QTest::newRow("seven locales lose their country, the table of languages is not created")
+        << StepRun{
+               speakers + ";" +
+                   insertSpeakers(
+                       {"en-US",
+                        "es-ES",
+                        "fr-FR",
+                        "fr-CA",
+                        "de-DE",
+                        "ru-RU",
+                        "pt-BR",
+                        "en-US",
+                        "en-GB",
+                        "EN-US",
+                        "pt-PT",
+                        "it",
+                        "en"}) +
+                   "INSERT INTO userProfiles VALUES(20, NULL)",
+               {},
+               15,
+               QStringList(speakers) +
+                   speakersOf(
+                       {"en",
+                        "es",
+                        "fr",
+                        "fr",
+                        "de",
+                        "ru",
+                        "pt",
+                        "en",
+                        "en-GB",
+                        "EN-US",
+                        "pt-PT",
+                        "it",
+                        "en"}) +
+                   QStringList("20, NULL")};
+    QTest::newRow("the locales are changed in order, an existing table of languages stays")
+        << StepRun{
+               languages + ";INSERT INTO languages VALUES('en');" + speakers + ";" +
+                   insertSpeakers({"pt-BR", "ru-RU", "de-DE", "fr-CA", "fr-FR", "es-ES", "en-US"}) +
+                   changes + ";" + watchingChanges,
+               {},
+               15,
+               QStringList{languages, speakers, changes, watchingChanges, "languages", "'en'"} +
+                   speakersOf({"pt", "ru", "de", "fr", "fr", "es", "en"}) +
+                   QStringList{
+                       "changes",
+                       "'en-US', 'en'",
+                       "'es-ES', 'es'",
+                       "'fr-FR', 'fr'",
+                       "'fr-CA', 'fr'",
+                       "'de-DE', 'de'",
+                       "'ru-RU', 'ru'",
+                       "'pt-BR', 'pt'"}};
     for (const auto &[locale, language] : languagesOfLocales) {
         QStringList found;
         QStringList left;
@@ -255,7 +257,7 @@ void Versions16And17Test::revertFromVersion16_data()
             15,
             QStringList{speakers, refusalToChange(locale)} + speakersOf(left)};
     }
-    QTest::newRow("the profiles have no table") << StepRun{"", {}, 15, {}};
+    QTest::newRow("there is no table of profiles") << StepRun{"", {}, 15, {}};
     addRowOfClosedConnection({}, 15);
 }
 
@@ -299,17 +301,17 @@ void Versions16And17Test::updateToVersion17_data()
 
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("the receivers get another name and no firmware version") << StepRun{
+    QTest::newRow("the receivers are renamed and get an empty firmware version") << StepRun{
         internalReceivers + ")" + insert + "(1, 38400), (2, NULL)",
         {"Migration to version 17 was successful."},
         17,
         {receiversRenamed + firmware, table, "1, 38400, NULL", "2, NULL, NULL"}};
-    QTest::newRow("the receivers have the column: they are renamed all the same") << StepRun{
+    QTest::newRow("the receivers have the column already: they are still renamed") << StepRun{
         internalReceivers + ", firmwareVersion)" + insert + "(1, 38400, '2.1')",
         firmwareThere + failed,
         versionUnmoved,
         {receiversRenamed + ", firmwareVersion)", table, "1, 38400, '2.1'"}};
-    QTest::newRow("both tables are there: the column is added all the same") << StepRun{
+    QTest::newRow("both tables are there: the column is still added") << StepRun{
         internalReceivers + ")" + insert + "(1, 38400);" + supportedReceivers +
             ");INSERT INTO supportedHarloReceiverSettings VALUES(5, 9600)",
         failed,
@@ -320,7 +322,7 @@ void Versions16And17Test::updateToVersion17_data()
          "1, 38400",
          table,
          "5, 9600, NULL"}};
-    QTest::newRow("the change is there") << StepRun{
+    QTest::newRow("the step has run before") << StepRun{
         supportedReceivers + firmware +
             ";INSERT INTO supportedHarloReceiverSettings VALUES(1, 38400, '2.1')",
         firmwareThere + failed,
@@ -344,14 +346,15 @@ void Versions16And17Test::revertFromVersion17_data()
 
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("the receivers lose their firmware version and get their old name") << StepRun{
-        withFirmware,
-        {},
-        16,
-        {internalRebuilt, "internalGpsReceiverSettings", "1, 38400", "2, NULL"}};
+    QTest::newRow("the receivers lose their firmware version and get their old name back")
+        << StepRun{
+               withFirmware,
+               {},
+               16,
+               {internalRebuilt, "internalGpsReceiverSettings", "1, 38400", "2, NULL"}};
     QTest::newRow("there is no firmware version") << StepRun{
         supportedReceivers + ")", {}, 16, {internalRebuilt, "internalGpsReceiverSettings"}};
-    QTest::newRow("the column stays: the receivers are renamed all the same") << StepRun{
+    QTest::newRow("the column cannot be dropped: the receivers are still renamed") << StepRun{
         withFirmware + copy,
         columnStays("firmwareVersion", table, copyInTheWay(table)),
         16,
@@ -362,7 +365,7 @@ void Versions16And17Test::revertFromVersion17_data()
          "1, 38400, '2.1'",
          "2, NULL, NULL",
          "supportedHarloReceiverSettings_temp"}};
-    QTest::newRow("the old name is taken: the column goes all the same") << StepRun{
+    QTest::newRow("the old name is taken: the column is still dropped") << StepRun{
         internalReceivers + ");" + withFirmware,
         {},
         16,

@@ -17,7 +17,7 @@ const QByteArray mapping =
     "boomStringRepresentation TEXT, FOREIGN KEY (machineConfigId) REFERENCES MC_MachineConfig(id) "
     "ON DELETE CASCADE)";
 
-// The profiles of version 20, without its columns, and what a rebuild leaves.
+// The profiles of version 20 without its columns, and their text after a rebuild.
 const QByteArray profiles = "CREATE TABLE userProfiles (id INTEGER PRIMARY KEY, userName TEXT";
 const QString profilesRebuilt =
     "CREATE TABLE \"userProfiles\" (id INTEGER , userName TEXT , PRIMARY KEY(id) )";
@@ -70,54 +70,59 @@ void Versions19And20Test::updateToVersion19_data()
 
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("every machine with switches is mapped once, switches and labels go") << StepRun{
-        machines + insertMachines + "(1), (2), (5);" + switches + insertSwitches +
-            "(5, 10, 0), (5, 11, 3), (5, 12, 3), (2, 20, 7);" + labels +
-            ";INSERT INTO onScreenSwitchboxSwitchLabels VALUES(5, 0, 'S1'), (1, 0, 'S1')",
-        succeeded,
-        19,
-        {machines,
-         mapping,
-         "MC_MachineConfig",
-         "1",
-         "2",
-         "5",
-         mappingTable,
-         "2, 'Invalid Configuration'",
-         "5, 'Invalid Configuration'"}};
+    QTest::newRow("every machine with switches is mapped once, switches and labels are dropped")
+        << StepRun{
+               machines + insertMachines + "(1), (2), (5);" + switches + insertSwitches +
+                   "(5, 10, 0), (5, 11, 3), (5, 12, 3), (2, 20, 7);" + labels +
+                   ";INSERT INTO onScreenSwitchboxSwitchLabels VALUES(5, 0, 'S1'), (1, 0, 'S1')",
+               succeeded,
+               19,
+               {machines,
+                mapping,
+                "MC_MachineConfig",
+                "1",
+                "2",
+                "5",
+                mappingTable,
+                "2, 'Invalid Configuration'",
+                "5, 'Invalid Configuration'"}};
     QTest::newRow("there are no switches") << StepRun{
         machines + ";" + switches + ";" + labels,
         succeeded,
         19,
         {machines, mapping, "MC_MachineConfig", mappingTable}};
-    QTest::newRow("the switches have no table: labels go, nothing is mapped") << StepRun{
-        machines + insertMachines + "(1);" + labels +
-            ";INSERT INTO onScreenSwitchboxSwitchLabels VALUES(1, 0, 'S1')",
-        succeeded,
-        19,
-        {machines, mapping, "MC_MachineConfig", "1", mappingTable}};
-    QTest::newRow("the switches name no machine: they go, nothing is mapped") << StepRun{
-        "CREATE TABLE onScreenSwitchboxConfig (a);"
-        "INSERT INTO onScreenSwitchboxConfig VALUES(1);",
-        succeeded,
-        19,
-        {mapping, mappingTable}};
+    QTest::newRow("there is no table of switches: the labels are dropped, nothing is mapped")
+        << StepRun{
+               machines + insertMachines + "(1);" + labels +
+                   ";INSERT INTO onScreenSwitchboxSwitchLabels VALUES(1, 0, 'S1')",
+               succeeded,
+               19,
+               {machines, mapping, "MC_MachineConfig", "1", mappingTable}};
+    QTest::newRow(
+        "the switches have no column for the machine: they are dropped, nothing is mapped")
+        << StepRun{
+               "CREATE TABLE onScreenSwitchboxConfig (a);"
+               "INSERT INTO onScreenSwitchboxConfig VALUES(1);",
+               succeeded,
+               19,
+               {mapping, mappingTable}};
     QTest::newRow("there is no table") << StepRun{"", succeeded, 19, {mapping, mappingTable}};
-    QTest::newRow("mapped machines that have switches are mapped anew, others stay") << StepRun{
-        machines + insertMachines + "(1), (2);" + switches + insertSwitches + "(1, 10, 0);" +
-            mapping +
-            ";INSERT INTO onScreenSwitchboxToMachineMapping VALUES(1, 'S1-S4'), (2, 'S5')",
-        succeeded,
-        19,
-        {machines,
-         mapping,
-         "MC_MachineConfig",
-         "1",
-         "2",
-         mappingTable,
-         "1, 'Invalid Configuration'",
-         "2, 'S5'"}};
-    QTest::newRow("a machine with three sections is mapped no more than once") << StepRun{
+    QTest::newRow("mapped machines that have switches are mapped again, the others stay")
+        << StepRun{
+               machines + insertMachines + "(1), (2);" + switches + insertSwitches + "(1, 10, 0);" +
+                   mapping +
+                   ";INSERT INTO onScreenSwitchboxToMachineMapping VALUES(1, 'S1-S4'), (2, 'S5')",
+               succeeded,
+               19,
+               {machines,
+                mapping,
+                "MC_MachineConfig",
+                "1",
+                "2",
+                mappingTable,
+                "1, 'Invalid Configuration'",
+                "2, 'S5'"}};
+    QTest::newRow("a machine with three sections is mapped only once") << StepRun{
         machines + insertMachines + "(5);" + switches + insertSwitches +
             "(5, 10, 0), (5, 11, 3), (5, 12, 3);" + mapping + ";" + mapped + ";" + watchingMapping,
         succeeded,
@@ -132,7 +137,7 @@ void Versions19And20Test::updateToVersion19_data()
          "5, 'Invalid Configuration'",
          "mapped",
          "5"}};
-    QTest::newRow("machines are integers of 64 bits, what is none becomes 0") << StepRun{
+    QTest::newRow("machines are 64-bit integers, anything else becomes 0") << StepRun{
         machines + insertMachines + "(-1), (0), (9007199254740993);" + switches + insertSwitches +
             "(9007199254740993, 1, 0), ('ten', 1, 0), (NULL, 1, 0), (-1, 1, 0)",
         succeeded,
@@ -148,7 +153,7 @@ void Versions19And20Test::updateToVersion19_data()
          "0, 'Invalid Configuration'",
          "9007199254740993, 'Invalid Configuration'"}};
 
-    QTest::newRow("the mapping cannot be made: the rest stays") << StepRun{
+    QTest::newRow("the mapping's table cannot be created: everything stays") << StepRun{
         machines + insertMachines + "(1);" + indexInTheWay + ";" + switches + insertSwitches +
             "(1, 10, 0);" + labels,
         failed,
@@ -162,7 +167,7 @@ void Versions19And20Test::updateToVersion19_data()
          "onScreenSwitchboxConfig",
          "1, 10, 0",
          "onScreenSwitchboxSwitchLabels"}};
-    QTest::newRow("one machine cannot be mapped: the next one is, switches and labels stay")
+    QTest::newRow("one machine cannot be mapped: the next one is mapped, switches and labels stay")
         << StepRun{
                machines + insertMachines + "(1), (3), (5);" + switches + insertSwitches +
                    "(1, 10, 0), (3, 10, 0), (5, 10, 0);" + labels + ";" + mapping + ";" + refusal,
@@ -188,7 +193,7 @@ void Versions19And20Test::updateToVersion19_data()
     const QByteArray unreadableSwitches =
         "CREATE TABLE onScreenSwitchboxConfig (" +
         unreadableColumn("machineConfigId INTEGER", "stored = 3") + ")";
-    QTest::newRow("the machines break off: switches and labels stay") << StepRun{
+    QTest::newRow("reading the machines stops on an error: switches and labels stay") << StepRun{
         machines + insertMachines + "(1), (3), (5);" +
             "CREATE TABLE onScreenSwitchboxConfig (machineConfigId INTEGER)" + insertSwitches +
             "(1), (3), (5);" + labels +
@@ -208,7 +213,7 @@ void Versions19And20Test::updateToVersion19_data()
          "onScreenSwitchboxSwitchLabels",
          mappingTable,
          "1, 'Invalid Configuration'"}};
-    QTest::newRow("one machine is not there: the others are mapped") << StepRun{
+    QTest::newRow("one machine does not exist: the others are mapped") << StepRun{
         machines + insertMachines + "(1), (5);" + switches + insertSwitches +
             "(1, 10, 0), (3, 10, 0), (5, 10, 0)",
         failed,
@@ -226,9 +231,9 @@ void Versions19And20Test::updateToVersion19_data()
          mappingTable,
          "1, 'Invalid Configuration'",
          "5, 'Invalid Configuration'"}};
-    QTest::newRow("a view stands in the place of the mapping, without switches")
+    QTest::newRow("the mapping is a view, and there are no switches")
         << StepRun{mappingView + ";" + switches, succeeded, 19, {mappingView}};
-    QTest::newRow("a view stands in the place of the mapping, with a switch") << StepRun{
+    QTest::newRow("the mapping is a view, and there is a switch") << StepRun{
         mappingView + ";" + machines + insertMachines + "(1);" + switches + insertSwitches +
             "(1, 10, 0)",
         failed,
@@ -240,7 +245,7 @@ void Versions19And20Test::updateToVersion19_data()
          "1",
          "onScreenSwitchboxConfig",
          "1, 10, 0"}};
-    QTest::newRow("the switches cannot go: the labels do") << StepRun{
+    QTest::newRow("the switches cannot be dropped: the labels are") << StepRun{
         machines + insertMachines + "(1), (2);" + switchesView + ";" + labels,
         switchesStay + succeeded,
         19,
@@ -253,7 +258,7 @@ void Versions19And20Test::updateToVersion19_data()
          mappingTable,
          "1, 'Invalid Configuration'",
          "2, 'Invalid Configuration'"}};
-    QTest::newRow("neither can be read or go, in this order") << StepRun{
+    QTest::newRow("neither can be read or dropped; both are tried in order") << StepRun{
         brokenSwitchesView + ";" + labelsView,
         switchesStay + labelsStay + succeeded,
         19,
@@ -272,14 +277,14 @@ void Versions19And20Test::revertFromVersion19_data()
 
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("the mapping goes, the older tables do not come back") << StepRun{
+    QTest::newRow("the mapping is dropped, the older tables are not restored") << StepRun{
         machines + ";" + mapping +
             ";INSERT INTO MC_MachineConfig VALUES(5);"
             "INSERT INTO onScreenSwitchboxToMachineMapping VALUES(5, 'Invalid Configuration')",
         {},
         18,
         {machines, "MC_MachineConfig", "5"}};
-    QTest::newRow("switches and labels go with the mapping") << StepRun{
+    QTest::newRow("switches and labels are dropped with the mapping") << StepRun{
         machines + ";" + switches + ";" + labels + ";" + mapping +
             ";INSERT INTO MC_MachineConfig VALUES(5);"
             "INSERT INTO onScreenSwitchboxConfig VALUES(5, 10, 0);"
@@ -289,13 +294,13 @@ void Versions19And20Test::revertFromVersion19_data()
         18,
         {machines, "MC_MachineConfig", "5"}};
     QTest::newRow("there is no table") << StepRun{"", {}, 18, {}};
-    QTest::newRow("the switches cannot go")
+    QTest::newRow("the switches cannot be dropped")
         << StepRun{switchesView + ";" + labels + ";" + mapping, switchesStay, 18, {switchesView}};
-    QTest::newRow("the labels cannot go")
+    QTest::newRow("the labels cannot be dropped")
         << StepRun{switches + ";" + labelsView + ";" + mapping, labelsStay, 18, {labelsView}};
-    QTest::newRow("the mapping cannot go")
+    QTest::newRow("the mapping cannot be dropped")
         << StepRun{switches + ";" + labels + ";" + mappingView, mappingStays, 18, {mappingView}};
-    QTest::newRow("none can go, in this order") << StepRun{
+    QTest::newRow("none can be dropped; all are tried in order") << StepRun{
         switchesView + ";" + labelsView + ";" + mappingView,
         switchesStay + labelsStay + mappingStays,
         18,
@@ -315,20 +320,21 @@ void Versions19And20Test::getUpdate19Applied_data()
     const QByteArray labelsWithState =
         "CREATE TABLE onScreenSwitchboxSwitchLabels (id, switchState)";
     QTest::newRow("there is no table") << QByteArray() << false;
-    QTest::newRow("the mapping alone") << mapping << true;
+    QTest::newRow("only the mapping is there") << mapping << true;
     QTest::newRow("the mapping has another letter case")
         << QByteArray("CREATE TABLE OnScreenSwitchboxToMachineMapping (id)") << false;
     QTest::newRow("the mapping is a view")
         << viewInPlaceOf("onScreenSwitchboxToMachineMapping") << false;
-    QTest::newRow("the labels alone") << labels << false;
-    QTest::newRow("labels with a state alone") << labelsWithState << false;
-    QTest::newRow("mapping and labels") << mapping + ";" + labels << false;
-    QTest::newRow("mapping and labels with a state") << mapping + ";" + labelsWithState << true;
-    QTest::newRow("mapping and labels with a state in another letter case")
+    QTest::newRow("only the labels are there") << labels << false;
+    QTest::newRow("only labels with a switch state are there") << labelsWithState << false;
+    QTest::newRow("mapping and labels are there") << mapping + ";" + labels << false;
+    QTest::newRow("mapping and labels with a switch state are there")
+        << mapping + ";" + labelsWithState << true;
+    QTest::newRow("the labels have a switch state in another letter case")
         << mapping + ";CREATE TABLE onScreenSwitchboxSwitchLabels (id, SwitchState)" << false;
-    QTest::newRow("the mapping, and labels in another letter case")
+    QTest::newRow("labels in another letter case are not seen")
         << mapping + ";CREATE TABLE OnScreenSwitchboxSwitchLabels (id)" << true;
-    QTest::newRow("the mapping, and labels that are a view")
+    QTest::newRow("labels that are a view are not seen")
         << mapping + ";" + viewInPlaceOf("onScreenSwitchboxSwitchLabels") << true;
     QTest::newRow("the switches are not looked at") << mapping + ";" + switches << true;
 }
@@ -357,12 +363,12 @@ void Versions19And20Test::updateToVersion20_data()
         succeeded,
         20,
         {profiles + sounds, "userProfiles", "1, 'Müller', 1, 0.75", "7, NULL, 1, 0.75"}};
-    QTest::newRow("also when both columns are there") << StepRun{
+    QTest::newRow("every profile gets them even when both columns are there") << StepRun{
         profiles + sounds + insert + "(1, 'Müller', 0, 1.0), (7, NULL, NULL, NULL)",
         succeeded,
         20,
         {profiles + sounds, "userProfiles", "1, 'Müller', 1, 0.75", "7, NULL, 1, 0.75"}};
-    QTest::newRow("also when only the volume is there") << StepRun{
+    QTest::newRow("every profile gets them even when only the volume is there") << StepRun{
         profiles + ", audioVolumePercent TEXT)" + insert + "(1, 'Müller', 'loud')",
         succeeded,
         20,
@@ -371,12 +377,13 @@ void Versions19And20Test::updateToVersion20_data()
          "1, 'Müller', '0.75', 1"}};
     QTest::newRow("there are no profiles")
         << StepRun{profiles + ")", succeeded, 20, {profiles + sounds, "userProfiles"}};
-    QTest::newRow("the warning is there in another letter case: the rest is done") << StepRun{
-        profiles + ", AudibleBackingUpWarningEnabled BOOLEAN)" + insert + "(1, 'Müller', 0)",
-        duplicateNotAdded("audibleBackingUpWarningEnabled", "userProfiles") + failed,
-        versionUnmoved,
-        {otherWarning, "userProfiles", "1, 'Müller', 1, 0.75"}};
-    QTest::newRow("the volume is there in another letter case: the rest is done") << StepRun{
+    QTest::newRow("the warning is there in another letter case: everything else is done")
+        << StepRun{
+               profiles + ", AudibleBackingUpWarningEnabled BOOLEAN)" + insert + "(1, 'Müller', 0)",
+               duplicateNotAdded("audibleBackingUpWarningEnabled", "userProfiles") + failed,
+               versionUnmoved,
+               {otherWarning, "userProfiles", "1, 'Müller', 1, 0.75"}};
+    QTest::newRow("the volume is there in another letter case: everything else is done") << StepRun{
         otherVolume + insert + "(1, 'Müller', 0, 1.0)",
         duplicateNotAdded("audioVolumePercent", "userProfiles") + failed,
         versionUnmoved,
@@ -391,7 +398,7 @@ void Versions19And20Test::updateToVersion20_data()
         notSet("audioVolumePercent", "0.75", rowRefused) + failed,
         versionUnmoved,
         {profiles + sounds, noVolume, "userProfiles", "1, 'Müller', 1, 1.0"}};
-    QTest::newRow("there is no table: all four are tried, in this order") << StepRun{
+    QTest::newRow("there is no table: all four statements are tried in order") << StepRun{
         "",
         notAddedToNothing("audibleBackingUpWarningEnabled", "userProfiles") +
             notAddedToNothing("audioVolumePercent", "userProfiles") +
@@ -417,23 +424,23 @@ void Versions19And20Test::revertFromVersion20_data()
 
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("warning and volume go, the profiles stay") << StepRun{
+    QTest::newRow("warning and volume are dropped, the profiles stay") << StepRun{
         profiles + sounds +
             ";INSERT INTO userProfiles VALUES(1, 'Müller', 1, 0.75), (7, NULL, 0, NULL)",
         {},
         19,
         {profilesRebuilt, "userProfiles", "1, 'Müller'", "7, NULL"}};
-    QTest::newRow("neither is there") << StepRun{
+    QTest::newRow("neither column is there") << StepRun{
         profiles + ");INSERT INTO userProfiles VALUES(1, 'Müller')",
         {},
         19,
         {profilesRebuilt, "userProfiles", "1, 'Müller'"}};
-    QTest::newRow("the warning cannot go: the volume is left alone") << StepRun{
+    QTest::newRow("the warning cannot be dropped: the volume stays too") << StepRun{
         warningInKey + ";INSERT INTO userProfiles VALUES(1, 1, 0.75)",
         columnStays("audibleBackingUpWarningEnabled", "userProfiles", keyRefused),
         versionUnmoved,
         {warningInKey, "userProfiles", "1, 1, 0.75"}};
-    QTest::newRow("the volume cannot go: the warning has gone") << StepRun{
+    QTest::newRow("the volume cannot be dropped: the warning is dropped already") << StepRun{
         volumeInKey + ";INSERT INTO userProfiles VALUES(1, 1, 0.75)",
         columnStays("audioVolumePercent", "userProfiles", keyRefused),
         versionUnmoved,
@@ -449,7 +456,7 @@ void Versions19And20Test::revertFromVersion20_data()
     addRowOfClosedConnection(columnStays("audibleBackingUpWarningEnabled", "userProfiles", ""));
 }
 
-/// What it says about one of the columns is a test of added_columns_test.
+/// column_probes_test tests one column at a time.
 void Versions19And20Test::getUpdate20Applied()
 {
     device->sql("CREATE TABLE userProfiles (id)");

@@ -37,7 +37,7 @@ const QByteArray landAt22 =
     "INSERT INTO growers VALUES(1, 'Müller', 'CTR1', 'Mueller'), (2, 'Петров', NULL, '');"
     "INSERT INTO farms VALUES(1, 'Nordhof', 2, 'FRM1', NULL);"
     "INSERT INTO fields VALUES(1, 12.25, 1, 'PFD1', 'Am Bach', '09-117');";
-/// What a rebuild leaves.
+/// The tables after a rebuild.
 const QStringList landRebuilt = {
     "CREATE TABLE \"growers\" (id INTEGER , displayName TEXT NOT NULL  , PRIMARY KEY(id) )",
     "CREATE TABLE \"farms\" (id INTEGER , displayName TEXT , growerId INTEGER NOT NULL  , "
@@ -81,7 +81,7 @@ const QStringList mixSchemaAt23 = {
     "CREATE TABLE productControl_userProfile (userProfileId INTEGER PRIMARY KEY, volume REAL, "
     "mixSetupMode INTEGER)"};
 const QByteArray mixesAt23 = mixSchemaAt23.join(";").toUtf8() + ";";
-/// What a rebuild leaves.
+/// The tables after a rebuild.
 const QStringList mixSchemaRebuilt = {
     "CREATE TABLE PC_Ingredient (id INTEGER PRIMARY KEY, unit INTEGER DEFAULT 0)",
     "CREATE TABLE \"PC_Mix\" (id INTEGER , carrierVolume REAL , PRIMARY KEY(id) )",
@@ -103,13 +103,13 @@ QStringList mixDump(
            QStringList("productControl_userProfile") + profiles;
 }
 
-/// One ingredient of unit 1, one mix that holds it, one profile.
+/// One ingredient of unit 1, one mix with it, one profile.
 const QByteArray oneMixAt22 = mixesAt22 + "INSERT INTO PC_Ingredient VALUES(1, 1);"
                                           "INSERT INTO PC_Mix VALUES(1, 800);"
                                           "INSERT INTO PC_IngredientToMixBridge VALUES(1, 1, 1, 5);"
                                           "INSERT INTO productControl_userProfile VALUES(1, 2.5);";
 
-/// @return what the forward step leaves of one mix where a trigger refuses
+/// @return what the forward step leaves of one mix when a trigger refuses an update
 QStringList oneMixAt23(
     const char *refused, const QString &ingredient, const QString &mix, const QString &bridge,
     const QString &profile)
@@ -204,7 +204,7 @@ void Versions22To24Test::updateToVersion22_data()
          "farms",
          "fields",
          "9, 'Am Bach', 'PFD1'"}};
-    QTest::newRow("no farms") << StepRun{
+    QTest::newRow("there are no farms") << StepRun{
         "CREATE TABLE growers (id);CREATE TABLE fields (id);",
         notAdded("isoId", "farms", noSuchTable("farms")) +
             notAdded("isoName", "farms", noSuchTable("farms")) + failed,
@@ -214,7 +214,7 @@ void Versions22To24Test::updateToVersion22_data()
          "growers",
          "fields"}};
 
-    QTest::newRow("no table: all seven columns are tried")
+    QTest::newRow("there is no table: all seven columns are tried")
         << StepRun{"", forEach(columnsOfVersion22, notAddedToNothing) + failed, versionUnmoved, {}};
     addRowOfClosedConnection(forEach(columnsOfVersion22, notAdded, "") + failed);
 }
@@ -225,8 +225,8 @@ void Versions22To24Test::revertFromVersion22_data()
 
     QTest::newRow("growers, farms and fields lose their columns and keep their rows")
         << StepRun{landAt22, {}, 21, landRebuilt};
-    QTest::newRow("columns that are not there") << StepRun{landAt21, {}, 21, landRebuilt};
-    QTest::newRow("a leftover copy of one table") << StepRun{
+    QTest::newRow("the columns are not there") << StepRun{landAt21, {}, 21, landRebuilt};
+    QTest::newRow("an earlier rebuild left its copy of one table") << StepRun{
         "CREATE TABLE growers (id INTEGER PRIMARY KEY, isoId, isoName);"
         "CREATE TABLE farms (id INTEGER PRIMARY KEY, isoId, isoName);"
         "CREATE TABLE fields (id INTEGER PRIMARY KEY, isoId, isoName, partfieldCode);"
@@ -243,7 +243,7 @@ void Versions22To24Test::revertFromVersion22_data()
          "growers",
          "fields"}};
 
-    QTest::newRow("no table: all seven columns are tried") << StepRun{
+    QTest::newRow("there is no table: all seven columns are tried") << StepRun{
         "", forEach(columnsOfVersion22, columnStays, rebuildRefused), versionUnmoved, {}};
     addRowOfClosedConnection(forEach(columnsOfVersion22, columnStays, ""));
 }
@@ -257,11 +257,11 @@ void Versions22To24Test::getUpdate22Applied_data()
     const QByteArray farms = "CREATE TABLE farms (isoId, isoName);";
     const QByteArray fields = "CREATE TABLE fields (isoId, isoName, partfieldCode);";
     QTest::newRow("all columns") << growers + farms + fields << true;
-    QTest::newRow("no table") << QByteArray() << true;
-    QTest::newRow("no growers") << farms + fields << true;
-    QTest::newRow("no farms") << growers + fields << true;
-    QTest::newRow("no fields") << growers + farms << true;
-    QTest::newRow("growers in other letter case are not looked at")
+    QTest::newRow("there is no table") << QByteArray() << true;
+    QTest::newRow("there are no growers") << farms + fields << true;
+    QTest::newRow("there are no farms") << growers + fields << true;
+    QTest::newRow("there are no fields") << growers + farms << true;
+    QTest::newRow("growers in another letter case are not looked at")
         << "CREATE TABLE Growers (id);" + farms + fields << true;
     QTest::newRow("original names of growers in place of their ISO names")
         << "CREATE TABLE growers (isoId, originalName);" + farms + fields << true;
@@ -271,7 +271,7 @@ void Versions22To24Test::getUpdate22Applied_data()
         << growers + farms + "CREATE TABLE fields (isoId, originalName, partfieldCode);" << true;
     QTest::newRow("original names beside the ISO names")
         << growers + "CREATE TABLE farms (isoId, isoName, originalName);" + fields << true;
-    QTest::newRow("original names in other letter case")
+    QTest::newRow("original names in another letter case")
         << growers + "CREATE TABLE farms (isoId, originalname);" + fields << false;
     QTest::newRow("original names without ISO identifiers")
         << growers + "CREATE TABLE farms (originalName);" + fields << false;
@@ -284,36 +284,35 @@ void Versions22To24Test::updateToVersion23_data()
     const QStringList succeeded("Migration to version 23 was successful.");
     const QStringList failed("Migration to version 23 FAILED!");
 
-    // Mix 1 holds nothing, mixes 4 and 5 hold no amount that is known; ingredient 9 is missing.
-    QTest::newRow("mixes count as modified when they hold something, units are renumbered first")
-        << StepRun{
-               mixesAt22 +
-                   "INSERT INTO PC_Ingredient VALUES(1, 0), (2, 1), (3, 2), (4, NULL), (5, 3);"
-                   "INSERT INTO PC_Mix VALUES(1, 0), (2, 0), (3, 120.5), (4, NULL), (5, 0), "
-                   "(6, NULL), (7, -1);"
-                   "INSERT INTO PC_IngredientToMixBridge VALUES(1, 1, 1, 0), (2, 1, 2, 0), "
-                   "(3, 2, 2, 0), (4, 2, 3, 0.25), (5, 5, 4, NULL), (6, 6, 9, -2);"
-                   "INSERT INTO productControl_userProfile VALUES(1, 2.5), (2, NULL);",
-               succeeded,
-               23,
-               mixDump(
-                   mixSchemaAt23,
-                   {"1, 0", "2, 2", "3, 2", "4, NULL", "5, 3"},
-                   {"1, 0.0, 0, 0, 0, NULL",
-                    "2, 0.0, 1, 0, 0, NULL",
-                    "3, 120.5, 1, 0, 0, NULL",
-                    "4, NULL, 0, 0, 0, NULL",
-                    "5, 0.0, 0, 0, 0, NULL",
-                    "6, NULL, 1, 0, 0, NULL",
-                    "7, -1.0, 1, 0, 0, NULL"},
-                   {"1, 1, 1, 0.0, NULL, 0",
-                    "2, 1, 2, 0.0, NULL, 2",
-                    "3, 2, 2, 0.0, NULL, 2",
-                    "4, 2, 3, 0.25, NULL, 2",
-                    "5, 5, 4, NULL, NULL, NULL",
-                    "6, 6, 9, -2.0, NULL, NULL"},
-                   {"1, 2.5, 0", "2, NULL, 0"})};
-    QTest::newRow("a second time: display units and set-up mode start afresh, modified mixes stay")
+    // Mix 1 is empty, the amounts of mixes 4 and 5 are not known, ingredient 9 does not exist.
+    QTest::newRow("mixes with contents count as modified, units are renumbered first") << StepRun{
+        mixesAt22 + "INSERT INTO PC_Ingredient VALUES(1, 0), (2, 1), (3, 2), (4, NULL), (5, 3);"
+                    "INSERT INTO PC_Mix VALUES(1, 0), (2, 0), (3, 120.5), (4, NULL), (5, 0), "
+                    "(6, NULL), (7, -1);"
+                    "INSERT INTO PC_IngredientToMixBridge VALUES(1, 1, 1, 0), (2, 1, 2, 0), "
+                    "(3, 2, 2, 0), (4, 2, 3, 0.25), (5, 5, 4, NULL), (6, 6, 9, -2);"
+                    "INSERT INTO productControl_userProfile VALUES(1, 2.5), (2, NULL);",
+        succeeded,
+        23,
+        mixDump(
+            mixSchemaAt23,
+            {"1, 0", "2, 2", "3, 2", "4, NULL", "5, 3"},
+            {"1, 0.0, 0, 0, 0, NULL",
+             "2, 0.0, 1, 0, 0, NULL",
+             "3, 120.5, 1, 0, 0, NULL",
+             "4, NULL, 0, 0, 0, NULL",
+             "5, 0.0, 0, 0, 0, NULL",
+             "6, NULL, 1, 0, 0, NULL",
+             "7, -1.0, 1, 0, 0, NULL"},
+            {"1, 1, 1, 0.0, NULL, 0",
+             "2, 1, 2, 0.0, NULL, 2",
+             "3, 2, 2, 0.0, NULL, 2",
+             "4, 2, 3, 0.25, NULL, 2",
+             "5, 5, 4, NULL, NULL, NULL",
+             "6, 6, 9, -2.0, NULL, NULL"},
+            {"1, 2.5, 0", "2, NULL, 0"})};
+    QTest::newRow(
+        "a second time: display units and set-up mode are reset, modified mixes stay modified")
         << StepRun{
                mixesAt23 + "INSERT INTO PC_Ingredient VALUES(1, 2), (2, 1);"
                            "INSERT INTO PC_Mix VALUES(1, 0, 1, 3, 4, 5.5);"
@@ -372,7 +371,7 @@ void Versions22To24Test::updateToVersion23_data()
                notSet("modified", "1", error("PC_Mix")) +
                notSet("mixSetupMode", "0", error("productControl_userProfile"));
     };
-    QTest::newRow("no table: all eleven statements are tried") << StepRun{
+    QTest::newRow("there is no table: all eleven statements are tried") << StepRun{
         "",
         forEach(columnsOfVersion23, notAddedToNothing) + notFilled(noSuchTable) + failed,
         versionUnmoved,
@@ -385,7 +384,7 @@ void Versions22To24Test::revertFromVersion23_data()
 {
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("the columns go, unit 1 becomes 0 and then unit 2 becomes 1") << StepRun{
+    QTest::newRow("the columns are dropped, unit 1 becomes 0, then unit 2 becomes 1") << StepRun{
         mixesAt23 + "INSERT INTO PC_Ingredient VALUES(1, 0), (2, 1), (3, 2), (4, 3), "
                     "(5, NULL);"
                     "INSERT INTO PC_Mix VALUES(1, 120.5, 1, 2, 3, 4.5);"
@@ -399,7 +398,7 @@ void Versions22To24Test::revertFromVersion23_data()
             {"1, 120.5"},
             {"1, 1, 3, 0.25"},
             {"1, 2.5"})};
-    QTest::newRow("columns that are not there: the units are renumbered all the same") << StepRun{
+    QTest::newRow("the columns are not there: the units are still renumbered") << StepRun{
         oneMixAt22,
         {},
         22,
@@ -433,7 +432,7 @@ void Versions22To24Test::revertFromVersion23_data()
     const auto notRenumbered = [](const QString &error) {
         return notSet("unit", "0", error) + notSet("unit", "1", error);
     };
-    QTest::newRow("no table: all nine statements are tried") << StepRun{
+    QTest::newRow("there is no table: all nine statements are tried") << StepRun{
         "",
         forEach(columnsOfVersion23, columnStays, rebuildRefused) +
             notRenumbered(noSuchTable("PC_Ingredient")),
@@ -451,11 +450,11 @@ void Versions22To24Test::getUpdate23Applied_data()
     const QByteArray bridge = "CREATE TABLE PC_IngredientToMixBridge (rate, displayUnit);";
     const QByteArray profiles = "CREATE TABLE productControl_userProfile (mixSetupMode);";
     QTest::newRow("all columns") << mixes + bridge + profiles << true;
-    QTest::newRow("no table") << QByteArray() << false;
-    QTest::newRow("no mixes") << bridge + profiles << false;
-    QTest::newRow("no bridge") << mixes + profiles << false;
-    QTest::newRow("no profiles") << mixes + bridge << false;
-    QTest::newRow("tables in other letter case are seen")
+    QTest::newRow("there is no table") << QByteArray() << false;
+    QTest::newRow("there are no mixes") << bridge + profiles << false;
+    QTest::newRow("there is no bridge") << mixes + profiles << false;
+    QTest::newRow("there are no profiles") << mixes + bridge << false;
+    QTest::newRow("tables in another letter case are seen")
         << QByteArray("CREATE TABLE pc_mix (modified, configMode, displayUnit, totalRate);"
                       "CREATE TABLE pc_ingredientToMixBridge (rate, displayUnit);"
                       "CREATE TABLE ProductControl_userProfile (mixSetupMode);")
@@ -479,9 +478,9 @@ void Versions22To24Test::updateToVersion24_data()
         {settingsAt24, "ombrixMasterSettings", "1, 40, 1, NULL"}};
     QTest::newRow("without the table there is nothing to add") << StepRun{"", succeeded, 24, {}};
     addRowOfClosedConnection(succeeded, 24);
-    QTest::newRow("the table in other letter case is not seen") << StepRun{
+    QTest::newRow("the table in another letter case is not seen") << StepRun{
         settingsInOtherCase, succeeded, 24, {settingsInOtherCase, "OmbrixMasterSettings"}};
-    QTest::newRow("both switches in other letter case") << StepRun{
+    QTest::newRow("both switches in another letter case") << StepRun{
         "CREATE TABLE ombrixMasterSettings "
         "(OnCorrectedCoverageEnabled, OffCorrectedCoverageEnabled)",
         duplicateNotAdded("onCorrectedCoverageEnabled", "ombrixMasterSettings") +
@@ -497,21 +496,21 @@ void Versions22To24Test::revertFromVersion24_data()
 {
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("both switches go, the rows stay") << StepRun{
+    QTest::newRow("both switches are dropped, the rows stay") << StepRun{
         settingsAt24 + QByteArray(";INSERT INTO ombrixMasterSettings VALUES(1, 40, 1, 0);"),
         {},
         23,
         {settingsRebuilt, "ombrixMasterSettings", "1, 40"}};
-    QTest::newRow("switches that are not there") << StepRun{
+    QTest::newRow("the switches are not there") << StepRun{
         settingsAt23 + QByteArray(";INSERT INTO ombrixMasterSettings VALUES(1, 40);"),
         {},
         23,
         {settingsRebuilt, "ombrixMasterSettings", "1, 40"}};
     QTest::newRow("without the table there is nothing to remove") << StepRun{"", {}, 23, {}};
     addRowOfClosedConnection({}, 23);
-    QTest::newRow("the table in other letter case is not seen")
+    QTest::newRow("the table in another letter case is not seen")
         << StepRun{settingsInOtherCase, {}, 23, {settingsInOtherCase, "OmbrixMasterSettings"}};
-    QTest::newRow("a table without a key: both switches are tried, the second one first")
+    QTest::newRow("a table without a primary key: both switches are tried, the second one first")
         << StepRun{
                "CREATE TABLE ombrixMasterSettings "
                "(onCorrectedCoverageEnabled, offCorrectedCoverageEnabled)",
@@ -531,8 +530,8 @@ void Versions22To24Test::getUpdate24Applied_data()
 
     QTest::newRow("both switches") << QByteArray(settingsAt24) << true;
     QTest::newRow("neither switch") << QByteArray(settingsAt23) << false;
-    QTest::newRow("no table") << QByteArray() << true;
-    QTest::newRow("the table in other letter case is not looked at")
+    QTest::newRow("there is no table") << QByteArray() << true;
+    QTest::newRow("the table in another letter case is not looked at")
         << QByteArray(settingsInOtherCase) << true;
 }
 

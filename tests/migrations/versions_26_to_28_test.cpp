@@ -119,31 +119,31 @@ void Versions26To28Test::updateToVersion26_data()
          "supportedHarloReceiverSettings",
          "1, 'Süd', 0.5, 0.2, 0.2, 0.5",
          "2, 'Nord', NULL, 0.2, 0.2, 0.5"}};
-    QTest::newRow("deviations that are there stay as they are") << StepRun{
+    QTest::newRow("existing deviations stay as they are") << StepRun{
         receiversAt26 + ";INSERT INTO supportedHarloReceiverSettings VALUES"
                         "(1, 'Nord', 0.5, 0.125, NULL, 3)",
         succeeded,
         26,
         {receiversAt26, "supportedHarloReceiverSettings", "1, 'Nord', 0.5, 0.125, NULL, 3.0"}};
-    QTest::newRow("without the table all three are tried")
+    QTest::newRow("there is no table: all three columns are tried")
         << StepRun{"", forEach(deviations, notAddedToNothing) + failed, versionUnmoved, {}};
     addRowOfClosedConnection(forEach(deviations, notAdded, "") + failed);
     const QString table = "supportedHarloReceiverSettings";
-    QTest::newRow("the first one is there in another letter case") << StepRun{
+    QTest::newRow("the first deviation is there in another letter case") << StepRun{
         "CREATE TABLE supportedHarloReceiverSettings (PPP_STD_DEV)",
         duplicateNotAdded("ppp_STD_DEV", table) + failed,
         versionUnmoved,
         {"CREATE TABLE supportedHarloReceiverSettings (PPP_STD_DEV, "
          "terraStar_STD_DEV REAL DEFAULT 0.2, terraStarL_STD_DEV REAL DEFAULT 0.5)",
          table}};
-    QTest::newRow("the second one is there in another letter case") << StepRun{
+    QTest::newRow("the second deviation is there in another letter case") << StepRun{
         "CREATE TABLE supportedHarloReceiverSettings (TERRASTAR_STD_DEV)",
         duplicateNotAdded("terraStar_STD_DEV", table) + failed,
         versionUnmoved,
         {"CREATE TABLE supportedHarloReceiverSettings (TERRASTAR_STD_DEV, "
          "ppp_STD_DEV REAL DEFAULT 0.2, terraStarL_STD_DEV REAL DEFAULT 0.5)",
          table}};
-    QTest::newRow("the third one is there in another letter case") << StepRun{
+    QTest::newRow("the third deviation is there in another letter case") << StepRun{
         "CREATE TABLE supportedHarloReceiverSettings (TERRASTARL_STD_DEV)",
         duplicateNotAdded("terraStarL_STD_DEV", table) + failed,
         versionUnmoved,
@@ -158,32 +158,34 @@ void Versions26To28Test::revertFromVersion26_data()
 
     const QString table = "supportedHarloReceiverSettings";
     const QStringList failed("Reverting from version 26 FAILED!!");
-    QTest::newRow("the deviations go, the receivers stay") << StepRun{
+    QTest::newRow("the deviations are dropped, the receivers stay") << StepRun{
         receiversAt26 + ";INSERT INTO supportedHarloReceiverSettings VALUES"
                         "(1, 'Süd', 0.5, 0.125, NULL, 3), (2, 'Nord', NULL, 1, 1, 1)",
         {},
         25,
         {receiversRebuilt, table, "1, 'Süd', 0.5", "2, 'Nord', NULL"}};
-    QTest::newRow("deviations that are not there")
+    QTest::newRow("the deviations are not there")
         << StepRun{receiversAt25, {}, 25, {receiversRebuilt, table}};
-    QTest::newRow("without the table all three are tried") << StepRun{
+    QTest::newRow("there is no table: all three columns are tried") << StepRun{
         "", forEach(deviations, columnStays, rebuildRefused) + failed, versionUnmoved, {}};
     addRowOfClosedConnection(forEach(deviations, columnStays, "") + failed);
     const QStringList columns = {"ppp_STD_DEV", "terraStar_STD_DEV", "terraStarL_STD_DEV"};
     for (const QString &kept : columns) {
-        QTest::addRow("%s belongs to the key, the others go", qPrintable(kept)) << StepRun{
-            QString("CREATE TABLE supportedHarloReceiverSettings (id INTEGER, %1 REAL, "
-                    "PRIMARY KEY (%2, id));INSERT INTO supportedHarloReceiverSettings "
-                    "VALUES(1, 1.5, 2.5, 3.5)")
-                .arg(columns.join(" REAL, "), kept)
-                .toUtf8(),
-            columnStays(kept, table, keyRefused) + failed,
-            versionUnmoved,
-            {QString("CREATE TABLE \"supportedHarloReceiverSettings\" (id INTEGER , %1 REAL , "
-                     "PRIMARY KEY(%1,id) )")
-                 .arg(kept),
-             table,
-             QString("1, %1.5").arg(columns.indexOf(kept) + 1)}};
+        QTest::addRow("%s belongs to the primary key, the others are dropped", qPrintable(kept))
+            << StepRun{
+                   QString("CREATE TABLE supportedHarloReceiverSettings (id INTEGER, %1 REAL, "
+                           "PRIMARY KEY (%2, id));INSERT INTO supportedHarloReceiverSettings "
+                           "VALUES(1, 1.5, 2.5, 3.5)")
+                       .arg(columns.join(" REAL, "), kept)
+                       .toUtf8(),
+                   columnStays(kept, table, keyRefused) + failed,
+                   versionUnmoved,
+                   {QString(
+                        "CREATE TABLE \"supportedHarloReceiverSettings\" (id INTEGER , %1 REAL , "
+                        "PRIMARY KEY(%1,id) )")
+                        .arg(kept),
+                    table,
+                    QString("1, %1.5").arg(columns.indexOf(kept) + 1)}};
     }
 }
 
@@ -279,47 +281,46 @@ void Versions26To28Test::updateToVersion27_data()
     const QStringList succeeded("Migration to version 27 was successful.");
     const QStringList failed("Migration to version 27 FAILED!");
     const QByteArray bridge = mixes + bridgeAt26 + bridgeRows;
-    QTest::newRow("the ingredients of a mix get their key")
+    QTest::newRow("the ingredients of a mix get their primary key")
         << StepRun{bridge, succeeded, 27, QStringList(bridgeAt27) + bridgeRowsAt27};
-    QTest::newRow("with a key of two columns nothing happens") << StepRun{
+    QTest::newRow("the table has a key of two columns: nothing happens") << StepRun{
         "CREATE TABLE PC_IngredientToMixBridge (a, b, PRIMARY KEY (b, a));"
         "CREATE TABLE PC_IngredientToMixBridge_temp (a)",
         succeeded,
         27,
         {"CREATE TABLE PC_IngredientToMixBridge (a, b, PRIMARY KEY (b, a))",
          "CREATE TABLE PC_IngredientToMixBridge_temp (a)"}};
-    QTest::newRow("an empty copy left behind is filled")
+    QTest::newRow("an earlier run left an empty copy: it is filled")
         << StepRun{bridge + bridgeAside, succeeded, 27, QStringList(bridgeAt27) + bridgeRowsAt27};
 
-    QTest::newRow("the copy cannot be created: the rest runs, nothing remains") << StepRun{
+    QTest::newRow("the copy cannot be created: the rest runs, no table is left") << StepRun{
         bridge,
         failed,
         versionUnmoved,
         {},
         {{SQLITE_CREATE_TABLE, "PC_IngredientToMixBridge_temp"}}};
-    QTest::newRow("an ingredient stands twice in a mix: the rest runs, the rows are lost")
-        << StepRun{
-               bridge + "INSERT INTO PC_IngredientToMixBridge VALUES(6, 2, 1, 9, 9, 9)",
-               failed,
-               versionUnmoved,
-               {bridgeAt27}};
-    QTest::newRow("a row's mix is missing: the rest runs, the rows are lost") << StepRun{
+    QTest::newRow("an ingredient is twice in a mix: the rest runs, the rows are lost") << StepRun{
+        bridge + "INSERT INTO PC_IngredientToMixBridge VALUES(6, 2, 1, 9, 9, 9)",
+        failed,
+        versionUnmoved,
+        {bridgeAt27}};
+    QTest::newRow("the mix of a row is missing: the rest runs, the rows are lost") << StepRun{
         bridge + "DELETE FROM PC_Mix WHERE id = 2", failed, versionUnmoved, {bridgeAt27}};
-    QTest::newRow("another copy left behind takes the table's place") << StepRun{
+    QTest::newRow("an earlier run left another copy: it replaces the table") << StepRun{
         bridge + "CREATE TABLE PC_IngredientToMixBridge_temp (a);"
                  "INSERT INTO PC_IngredientToMixBridge_temp VALUES(7)",
         failed,
         versionUnmoved,
         {"CREATE TABLE \"PC_IngredientToMixBridge\" (a)", "7"}};
-    QTest::newRow("no table: an empty one is made all the same")
+    QTest::newRow("there is no table: an empty one is created")
         << StepRun{mixes, failed, versionUnmoved, {bridgeAt27}};
-    QTest::newRow("the table cannot be dropped: both remain") << StepRun{
+    QTest::newRow("the table cannot be dropped: table and copy are left") << StepRun{
         bridge,
         failed,
         versionUnmoved,
         QStringList(bridgeAt26) + bridgeRowsAt26 + QStringList(bridgeAside) + bridgeRowsAt27,
         {{SQLITE_DROP_TABLE, "PC_IngredientToMixBridge"}}};
-    QTest::newRow("the copy cannot be renamed: it alone remains") << StepRun{
+    QTest::newRow("the copy cannot be renamed: only the copy is left") << StepRun{
         bridge,
         failed,
         versionUnmoved,
@@ -336,7 +337,7 @@ void Versions26To28Test::updateToVersion27AfterAHalfDoneOne()
     migrator.updateToVersion27();
     device->allowAll();
 
-    // The copy is there and filled: the rows cannot be copied again, the table is exchanged.
+    // The copy is filled already: the rows cannot be copied again, the copy replaces the table.
     migrator.updateToVersion27();
     QCOMPARE(migrator.currentVersion(), versionUnmoved);
     COMPARE_LINES(device->contents(bridges), QStringList(bridgeAt27) + bridgeRowsAt27);
@@ -398,7 +399,7 @@ void Versions26To28Test::getUpdate27Applied_data()
     QTest::newRow("a view") << QByteArray(
                                    "CREATE VIEW PC_IngredientToMixBridge AS SELECT 1 AS a, 2 AS b")
                             << false;
-    QTest::newRow("no table") << QByteArray() << false;
+    QTest::newRow("there is no table") << QByteArray() << false;
 }
 
 void Versions26To28Test::updateToVersion28_data()
@@ -409,12 +410,12 @@ void Versions26To28Test::updateToVersion28_data()
     const QString column = "cameraReversePopupEnabled";
     const QStringList succeeded("Migration to version 28 was successful.");
     const QStringList failed("Migration to version 28 FAILED!");
-    QTest::newRow("every camera gets the switch, off") << StepRun{
+    QTest::newRow("every camera gets the switch, switched off") << StepRun{
         camerasAt27 + ";INSERT INTO VideoCaptureConfigurationSetup VALUES(1, 'Säschar')",
         succeeded,
         28,
         {camerasAt28, table, "1, 'Säschar', 0"}};
-    QTest::newRow("a switch that is there stays as it is") << StepRun{
+    QTest::newRow("an existing switch stays as it is") << StepRun{
         camerasAt28 + ";INSERT INTO VideoCaptureConfigurationSetup VALUES(1, 'Heck', 1)",
         succeeded,
         28,
@@ -424,8 +425,8 @@ void Versions26To28Test::updateToVersion28_data()
         duplicateNotAdded(column, table) + failed,
         versionUnmoved,
         {"CREATE TABLE VideoCaptureConfigurationSetup (CameraReversePopupEnabled)", table}};
-    QTest::newRow("no table") << StepRun{
-        "", notAddedToNothing(column, table) + failed, versionUnmoved, {}};
+    QTest::newRow("there is no table")
+        << StepRun{"", notAddedToNothing(column, table) + failed, versionUnmoved, {}};
     addRowOfClosedConnection(notAdded(column, table, "") + failed);
 }
 
@@ -437,15 +438,15 @@ void Versions26To28Test::revertFromVersion28_data()
     const QString column = "cameraReversePopupEnabled";
     const QStringList succeeded("Reverting from version 28 was successful.");
     const QStringList failed("Reverting from version 28 FAILED!!");
-    QTest::newRow("the switch goes, the cameras stay") << StepRun{
+    QTest::newRow("the switch is dropped, the cameras stay") << StepRun{
         camerasAt28 + ";INSERT INTO VideoCaptureConfigurationSetup VALUES(1, 'Heck', 1)",
         succeeded,
         27,
         {camerasRebuilt, table, "1, 'Heck'"}};
-    QTest::newRow("a switch that is not there")
+    QTest::newRow("the switch is not there")
         << StepRun{camerasAt27, succeeded, 27, {camerasRebuilt, table}};
-    QTest::newRow("no table") << StepRun{
-        "", columnStays(column, table, rebuildRefused) + failed, versionUnmoved, {}};
+    QTest::newRow("there is no table")
+        << StepRun{"", columnStays(column, table, rebuildRefused) + failed, versionUnmoved, {}};
     addRowOfClosedConnection(columnStays(column, table, "") + failed);
 }
 

@@ -62,16 +62,16 @@ void Versions29And30Test::updateToVersion29_data()
 {
     QTest::addColumn<StepRun>("run");
 
-    // Every path ends like this.
+    // Every path ends with this line.
     const QStringList succeeded("Migration to version 29 was successful.");
     const QString table = "reverseSenseSettings";
     const QString aside = "reverseSenseSettings_temp";
     const QByteArray filled = reverseSenseAt28 + reverseSenseRows;
     const QStringList rows = {"1, 1, 0", "8, 0, 1"};
 
-    QTest::newRow("the columns are hardwired ones then, the rows stay")
+    QTest::newRow("the columns become hardwired ones, the rows stay")
         << StepRun{filled, succeeded, 29, QStringList({reverseSenseAt29, table}) + rows};
-    QTest::newRow("hardwired columns that are there stay as they are") << StepRun{
+    QTest::newRow("existing hardwired columns stay as they are") << StepRun{
         reverseSenseAt29 + reverseSenseRows + reverseSenseLeftOver,
         succeeded,
         29,
@@ -90,10 +90,10 @@ void Versions29And30Test::updateToVersion29_data()
     const QStringList notMoved(
         "Could not rename table to reverseSenseSettings_temp. Dropping temp table to allow Mirel "
         "to create new empty table.");
-    QTest::newRow("no table") << StepRun{"", notMoved + succeeded, 29, {}};
-    QTest::newRow("no table, only a temporary one: it goes")
+    QTest::newRow("there is no table") << StepRun{"", notMoved + succeeded, 29, {}};
+    QTest::newRow("there is only a temporary table: it is dropped")
         << StepRun{reverseSenseLeftOver, notMoved + succeeded, 29, {}};
-    QTest::newRow("a temporary table is in the way: both go")
+    QTest::newRow("a temporary table is in the way: both are dropped")
         << StepRun{filled + reverseSenseLeftOver, notMoved + succeeded, 29, {}};
     QTest::newRow("a temporary table is in the way and the table cannot be dropped") << StepRun{
         filled + reverseSenseLeftOver,
@@ -107,7 +107,7 @@ void Versions29And30Test::updateToVersion29_data()
         29,
         {"CREATE TABLE reverseSenseSettings_temp (mc_sqlId)", aside},
         {{SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
-    QTest::newRow("a view in the table's place cannot be moved and stays") << StepRun{
+    QTest::newRow("a view with the table's name cannot be renamed and stays") << StepRun{
         "CREATE VIEW reverseSenseSettings AS SELECT 1 AS mc_sqlId",
         notMoved +
             tableStays(
@@ -118,7 +118,7 @@ void Versions29And30Test::updateToVersion29_data()
         29,
         {"CREATE VIEW reverseSenseSettings AS SELECT 1 AS mc_sqlId"}};
 
-    QTest::newRow("the new table cannot be created: the old one is moved back") << StepRun{
+    QTest::newRow("the new table cannot be created: the old one gets its name back") << StepRun{
         filled,
         succeeded,
         29,
@@ -127,21 +127,23 @@ void Versions29And30Test::updateToVersion29_data()
     const QStringList notMovedBack(
         "Could not rename table back to reverseSenseSettings while attempting to clean up upgrade "
         "failure. Dropping temp table to allow Mirel to create new empty table.");
-    QTest::newRow("nor can the old one be moved back: it goes") << StepRun{
-        filled,
-        notMovedBack + succeeded,
-        29,
-        {},
-        {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
-         {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"}}};
-    QTest::newRow("nor can the old one be moved back or dropped") << StepRun{
-        filled,
-        notMovedBack + tableStays(aside, notAuthorized) + succeeded,
-        29,
-        QStringList({renamed(reverseSenseAt28, "reverseSenseSettings_temp"), aside}) + rows,
-        {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
-         {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"},
-         {SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
+    QTest::newRow("the new table cannot be created, the old one cannot be renamed: it is dropped")
+        << StepRun{
+               filled,
+               notMovedBack + succeeded,
+               29,
+               {},
+               {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
+                {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"}}};
+    QTest::newRow("the new table cannot be created, the old one cannot be renamed or dropped")
+        << StepRun{
+               filled,
+               notMovedBack + tableStays(aside, notAuthorized) + succeeded,
+               29,
+               QStringList({renamed(reverseSenseAt28, "reverseSenseSettings_temp"), aside}) + rows,
+               {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
+                {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"},
+                {SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
 
     const QByteArray nullable =
         "CREATE TABLE reverseSenseSettings (mc_sqlId, enableRemoteReverseSense, "
@@ -150,7 +152,7 @@ void Versions29And30Test::updateToVersion29_data()
     const QStringList notCopied(
         "Failed inserting data from reverseSenseSettings_temp into new reverseSenseSettings.  "
         "Error was NOT NULL constraint failed: reverseSenseSettings.enableHardwiredReverseSense");
-    QTest::newRow("a row cannot be copied: both tables go")
+    QTest::newRow("a row cannot be copied: both tables are dropped")
         << StepRun{nullable, notCopied + succeeded, 29, {}};
     QTest::newRow("a row cannot be copied and the new table cannot be dropped") << StepRun{
         nullable,
@@ -168,7 +170,7 @@ void Versions29And30Test::updateToVersion29_data()
          "1, 1, 0",
          "8, NULL, 1"},
         {{SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
-    QTest::newRow("only the first column is hardwired: both tables go") << StepRun{
+    QTest::newRow("only the first column is hardwired: both tables are dropped") << StepRun{
         "CREATE TABLE reverseSenseSettings (mc_sqlId, enableHardwiredReverseSense, "
         "overrideRemoteReverseSenseDefaultDirection)",
         QStringList("Failed inserting data from reverseSenseSettings_temp into new "
@@ -177,7 +179,7 @@ void Versions29And30Test::updateToVersion29_data()
             succeeded,
         29,
         {}};
-    QTest::newRow("only the second column is hardwired: both tables go") << StepRun{
+    QTest::newRow("only the second column is hardwired: both tables are dropped") << StepRun{
         "CREATE TABLE reverseSenseSettings (mc_sqlId, enableRemoteReverseSense, "
         "overrideHardwiredReverseSenseDefaultDirection)",
         QStringList("Failed inserting data from reverseSenseSettings_temp into new "
@@ -201,7 +203,7 @@ void Versions29And30Test::revertFromVersion29_data()
     const QByteArray filled = reverseSenseAt29 + reverseSenseRows;
     const QStringList rows = {"1, 1, 0", "8, 0, 1"};
 
-    QTest::newRow("the columns are remote ones then, the rows stay")
+    QTest::newRow("the columns become remote ones, the rows stay")
         << StepRun{filled, succeeded, 28, QStringList({reverseSenseAt28, table}) + rows};
     QTest::newRow("the temporary table cannot be dropped, the step counts as done") << StepRun{
         filled,
@@ -215,8 +217,8 @@ void Versions29And30Test::revertFromVersion29_data()
     const QStringList notMoved(
         "Could not rename table to reverseSenseSettings_temp. Attempting to drop both tables to "
         "allow Mirel to create new empty table.");
-    QTest::newRow("no table") << StepRun{"", notMoved + failed, versionUnmoved, {}};
-    QTest::newRow("a temporary table is in the way: both go")
+    QTest::newRow("there is no table") << StepRun{"", notMoved + failed, versionUnmoved, {}};
+    QTest::newRow("a temporary table is in the way: both are dropped")
         << StepRun{filled + reverseSenseLeftOver, notMoved + failed, versionUnmoved, {}};
     QTest::newRow("a temporary table is in the way and neither can be dropped") << StepRun{
         filled + reverseSenseLeftOver,
@@ -227,7 +229,7 @@ void Versions29And30Test::revertFromVersion29_data()
             rows + QStringList(aside),
         {{SQLITE_DROP_TABLE, ""}}};
 
-    QTest::newRow("the new table cannot be created: the old one is moved back") << StepRun{
+    QTest::newRow("the new table cannot be created: the old one gets its name back") << StepRun{
         filled,
         failed,
         versionUnmoved,
@@ -236,25 +238,27 @@ void Versions29And30Test::revertFromVersion29_data()
     const QStringList notMovedBack(
         "Could not rename table back to reverseSenseSettings while attempting to clean up revert "
         "failure. Dropping temp table to allow Mirel to create new empty table.");
-    QTest::newRow("nor can the old one be moved back: it goes") << StepRun{
-        filled,
-        notMovedBack + failed,
-        versionUnmoved,
-        {},
-        {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
-         {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"}}};
-    QTest::newRow("nor can the old one be moved back or dropped") << StepRun{
-        filled,
-        notMovedBack + tableStays(aside, notAuthorized) + failed,
-        versionUnmoved,
-        QStringList({renamed(reverseSenseAt29, "reverseSenseSettings_temp"), aside}) + rows,
-        {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
-         {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"},
-         {SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
+    QTest::newRow("the new table cannot be created, the old one cannot be renamed: it is dropped")
+        << StepRun{
+               filled,
+               notMovedBack + failed,
+               versionUnmoved,
+               {},
+               {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
+                {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"}}};
+    QTest::newRow("the new table cannot be created, the old one cannot be renamed or dropped")
+        << StepRun{
+               filled,
+               notMovedBack + tableStays(aside, notAuthorized) + failed,
+               versionUnmoved,
+               QStringList({renamed(reverseSenseAt29, "reverseSenseSettings_temp"), aside}) + rows,
+               {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
+                {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"},
+                {SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
 
     const QStringList notCopied(
         "Failed inserting data from reverseSenseSettings_temp into new reverseSenseSettings");
-    QTest::newRow("the columns are remote ones already: both tables go")
+    QTest::newRow("the columns are remote ones already: both tables are dropped")
         << StepRun{reverseSenseAt28 + reverseSenseRows, notCopied + failed, versionUnmoved, {}};
     QTest::newRow("no row can be copied and no table dropped") << StepRun{
         reverseSenseAt28 + reverseSenseRows,
@@ -274,12 +278,12 @@ void Versions29And30Test::updateToVersion30_data()
     const QString column = "wirelessEnabled";
     const QStringList succeeded("Migration to version 30 was successful.");
     const QStringList failed("Migration to version 30 FAILED!");
-    QTest::newRow("the wireless switch is added, off") << StepRun{
+    QTest::newRow("the wireless switch is added, switched off") << StepRun{
         controlAt29 + ";INSERT INTO systemControl VALUES(1, 'Europe/Berlin')",
         succeeded,
         30,
         {controlAt30, "systemControl", "1, 'Europe/Berlin', 0"}};
-    QTest::newRow("a switch that is there stays as it is") << StepRun{
+    QTest::newRow("an existing switch stays as it is") << StepRun{
         controlAt30 + ";INSERT INTO systemControl VALUES(1, 'UTC', 1)",
         succeeded,
         30,
@@ -289,8 +293,8 @@ void Versions29And30Test::updateToVersion30_data()
         duplicateNotAdded(column, "systemControl") + failed,
         versionUnmoved,
         {"CREATE TABLE systemControl (WirelessEnabled)", "systemControl"}};
-    QTest::newRow("no table") << StepRun{
-        "", notAddedToNothing(column, "systemControl") + failed, versionUnmoved, {}};
+    QTest::newRow("there is no table")
+        << StepRun{"", notAddedToNothing(column, "systemControl") + failed, versionUnmoved, {}};
     addRowOfClosedConnection(notAdded(column, "systemControl", "") + failed);
 }
 
@@ -298,14 +302,14 @@ void Versions29And30Test::revertFromVersion30_data()
 {
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("the wireless switch goes") << StepRun{
+    QTest::newRow("the wireless switch is dropped") << StepRun{
         controlAt30 + ";INSERT INTO systemControl VALUES(1, 'Europe/Berlin', 1)",
         {},
         29,
         {controlRebuilt, "systemControl", "1, 'Europe/Berlin'"}};
-    QTest::newRow("a switch that is not there")
+    QTest::newRow("the switch is not there")
         << StepRun{controlAt29, {}, 29, {controlRebuilt, "systemControl"}};
-    QTest::newRow("no table") << StepRun{
+    QTest::newRow("there is no table") << StepRun{
         "", columnStays("wirelessEnabled", "systemControl", rebuildRefused), versionUnmoved, {}};
     QTest::newRow("a view of a missing table has the table's name") << StepRun{
         "CREATE VIEW systemControl AS SELECT * FROM gone",

@@ -73,20 +73,20 @@ void Versions33And34Test::updateToVersion33_data()
         "CREATE TABLE \"systemControl\" (id INTEGER , brightness INTEGER NOT NULL  DEFAULT 80 , "
         "networkingMode INTEGER DEFAULT 0, apSsid TEXT DEFAULT 'TK-1234567', "
         "apPassword TEXT DEFAULT 'tk629537', PRIMARY KEY(id) )";
-    QTest::newRow("the access point takes the place of the wireless switch") << StepRun{
+    QTest::newRow("the access point replaces the wireless switch") << StepRun{
         registered + controlAt32, succeeded, 33, {derived, "1, 90, 0, 'TK-1234567', 'tk629537'"}};
-    QTest::newRow("the wireless switch in another letter case goes too") << StepRun{
+    QTest::newRow("a wireless switch in another letter case is dropped too") << StepRun{
         registered + QByteArray(controlAt32).replace("wireless", "WIRELESS"),
         succeeded,
         33,
         {derived, "1, 90, 0, 'TK-1234567', 'tk629537'"}};
-    QTest::newRow("without a wireless switch the table is rebuilt all the same") << StepRun{
+    QTest::newRow("there is no wireless switch: the table is still rebuilt") << StepRun{
         registered + "CREATE TABLE systemControl (id INTEGER PRIMARY KEY, "
                      "brightness INTEGER NOT NULL DEFAULT 80)",
         succeeded,
         33,
         {derived}};
-    QTest::newRow("an access point that is there keeps its values and its defaults") << StepRun{
+    QTest::newRow("an existing access point keeps its values and its defaults") << StepRun{
         registered + controlAt33,
         succeeded,
         33,
@@ -97,12 +97,12 @@ void Versions33And34Test::updateToVersion33_data()
          "1, 90, 2, 'Hof', 'geheim'"}};
 
     // The first failure stops the step.
-    QTest::newRow("no table") << StepRun{
+    QTest::newRow("there is no table") << StepRun{
         registered,
         columnStays("wirelessEnabled", table, rebuildRefused) + failed,
         versionUnmoved,
         {}};
-    QTest::newRow("the wireless switch belongs to the key: nothing is added") << StepRun{
+    QTest::newRow("the wireless switch belongs to the primary key: nothing is added") << StepRun{
         "CREATE TABLE systemControl (wirelessEnabled PRIMARY KEY, id)",
         columnStays("wirelessEnabled", table, keyRefused) + failed,
         versionUnmoved,
@@ -152,7 +152,7 @@ void Versions33And34Test::version33DerivesDefaults_data()
     row("the greatest and the smallest 32-bit number",
         "('', 2147483647, -2147483648)",
         "'TK-2147483647', 'tk483648'");
-    row("numbers beyond 32 bits keep their lowest 32",
+    row("of longer numbers the lowest 32 bits are kept",
         "('', 4294967297, 3000000000)",
         "'TK-1', 'tk967296'");
     row("NULL", "('', NULL, NULL)", "'TK-0', 'tk0'");
@@ -162,8 +162,8 @@ void Versions33And34Test::version33DerivesDefaults_data()
     row("of two rows the first one counts",
         "('', 1, 111111), ('', 2, 222222)",
         "'TK-1', 'tk111111'");
-    QTest::newRow("no row") << registration << "'TK-', 'tk'";
-    QTest::newRow("no table") << QByteArray() << "'TK-', 'tk'";
+    QTest::newRow("there is no row") << registration << "'TK-', 'tk'";
+    QTest::newRow("there is no table") << QByteArray() << "'TK-', 'tk'";
     QTest::newRow("a table without a barcode")
         << QByteArray("CREATE TABLE registrationInfo (serialNumber);"
                       "INSERT INTO registrationInfo VALUES(1234567)")
@@ -194,7 +194,7 @@ void Versions33And34Test::revertFromVersion33_data()
     QTest::addColumn<StepRun>("run");
 
     const QString table = "systemControl";
-    QTest::newRow("the wireless switch takes the place of the access point, never NULL") << StepRun{
+    QTest::newRow("the wireless switch replaces the access point and cannot be NULL") << StepRun{
         controlAt33,
         {},
         32,
@@ -202,7 +202,7 @@ void Versions33And34Test::revertFromVersion33_data()
          "brightness INTEGER NOT NULL  DEFAULT 80 , "
          "wirelessEnabled BOOLEAN NOT NULL DEFAULT(0), PRIMARY KEY(id) )",
          "1, 90, 0"}};
-    QTest::newRow("without an access point the switch is added all the same") << StepRun{
+    QTest::newRow("there is no access point: the switch is still added") << StepRun{
         "CREATE TABLE systemControl (id INTEGER PRIMARY KEY)",
         {},
         32,
@@ -210,21 +210,22 @@ void Versions33And34Test::revertFromVersion33_data()
          "wirelessEnabled BOOLEAN NOT NULL DEFAULT(0), PRIMARY KEY(id) )"}};
 
     // The first failure stops the step.
-    QTest::newRow("no table") << StepRun{
-        "", columnStays("apSsid", table, rebuildRefused), versionUnmoved, {}};
-    QTest::newRow("the network name belongs to the key: everything stays") << StepRun{
+    QTest::newRow("there is no table")
+        << StepRun{"", columnStays("apSsid", table, rebuildRefused), versionUnmoved, {}};
+    QTest::newRow("the network name belongs to the primary key: everything stays") << StepRun{
         "CREATE TABLE systemControl (networkingMode, apPassword, apSsid PRIMARY KEY)",
         columnStays("apSsid", table, keyRefused),
         versionUnmoved,
         {"CREATE TABLE systemControl (networkingMode, apPassword, "
          "apSsid PRIMARY KEY)"}};
-    QTest::newRow("the password belongs to the key: only the network name goes") << StepRun{
-        "CREATE TABLE systemControl (networkingMode, apPassword PRIMARY KEY, apSsid)",
-        columnStays("apPassword", table, keyRefused),
-        versionUnmoved,
-        {"CREATE TABLE \"systemControl\" (networkingMode  , apPassword  , "
-         "PRIMARY KEY(apPassword) )"}};
-    QTest::newRow("the networking mode belongs to the key: no switch is added") << StepRun{
+    QTest::newRow("the password belongs to the primary key: only the network name is dropped")
+        << StepRun{
+               "CREATE TABLE systemControl (networkingMode, apPassword PRIMARY KEY, apSsid)",
+               columnStays("apPassword", table, keyRefused),
+               versionUnmoved,
+               {"CREATE TABLE \"systemControl\" (networkingMode  , apPassword  , "
+                "PRIMARY KEY(apPassword) )"}};
+    QTest::newRow("the networking mode belongs to the primary key: no switch is added") << StepRun{
         "CREATE TABLE systemControl (id, networkingMode PRIMARY KEY, apPassword, apSsid)",
         columnStays("networkingMode", table, keyRefused),
         versionUnmoved,
@@ -265,7 +266,7 @@ void Versions33And34Test::getUpdate33Applied_data()
     QTest::newRow("no password") << QByteArray(
                                         "CREATE TABLE systemControl (networkingMode, apSsid)")
                                  << false;
-    QTest::newRow("no table") << QByteArray() << false;
+    QTest::newRow("there is no table") << QByteArray() << false;
 }
 
 void Versions33And34Test::version33TakesVersion30Away()
@@ -301,14 +302,14 @@ void Versions33And34Test::updateToVersion34_data()
     const QString table = "workOrderRxMaps";
     const QStringList succeeded("Migration to version 34 was successful.");
     const QStringList failed("Migration to version 34 failed");
-    QTest::newRow("both rates are added, unknown") << StepRun{
+    QTest::newRow("both rates are added as NULL") << StepRun{
         mapsAt33 + insertMaps + "(3, 'wo1')", succeeded, 34, {mapsAt34, "3, 'wo1', NULL, NULL"}};
-    QTest::newRow("rates that are there stay as they are") << StepRun{
+    QTest::newRow("existing rates stay as they are") << StepRun{
         mapsAt34 + insertMaps + "(3, 'wo1', 0.5, 1.25)",
         succeeded,
         34,
         {mapsAt34, "3, 'wo1', 0.5, 1.25"}};
-    QTest::newRow("the second rate alone is there") << StepRun{
+    QTest::newRow("only the second rate is there") << StepRun{
         "CREATE TABLE workOrderRxMaps (userConvRate REAL)",
         succeeded,
         34,
@@ -323,8 +324,8 @@ void Versions33And34Test::updateToVersion34_data()
         duplicateNotAdded("userConvRate", table) + failed,
         versionUnmoved,
         {"CREATE TABLE workOrderRxMaps (UserConvRate, woConvRate REAL)"}};
-    QTest::newRow("no table") << StepRun{
-        "", notAddedToNothing("woConvRate", table) + failed, versionUnmoved, {}};
+    QTest::newRow("there is no table")
+        << StepRun{"", notAddedToNothing("woConvRate", table) + failed, versionUnmoved, {}};
     addRowOfClosedConnection(notAdded("woConvRate", table, "") + failed);
 }
 
@@ -333,26 +334,27 @@ void Versions33And34Test::revertFromVersion34_data()
     QTest::addColumn<StepRun>("run");
 
     const QString table = "workOrderRxMaps";
-    QTest::newRow("both rates go, maps still follow their file") << StepRun{
+    QTest::newRow("both rates are dropped, maps still follow their file") << StepRun{
         mapsAt34 + insertMaps + "(3, 'wo1', 0.5, 1.25), (7, 'wo2', NULL, NULL)",
         {},
         33,
         {mapsRebuilt, "3, 'wo1'", "7, 'wo2'"}};
-    QTest::newRow("rates that are not there")
+    QTest::newRow("the rates are not there")
         << StepRun{mapsAt33 + insertMaps + "(3, 'wo1')", {}, 33, {mapsRebuilt, "3, 'wo1'"}};
-    QTest::newRow("no table") << StepRun{
-        "", columnStays("woConvRate", table, rebuildRefused), versionUnmoved, {}};
-    QTest::newRow("the first rate belongs to the key: the second one stays too") << StepRun{
+    QTest::newRow("there is no table")
+        << StepRun{"", columnStays("woConvRate", table, rebuildRefused), versionUnmoved, {}};
+    QTest::newRow("the first rate belongs to the primary key: the second one stays too") << StepRun{
         "CREATE TABLE workOrderRxMaps (woConvRate PRIMARY KEY, userConvRate)",
         columnStays("woConvRate", table, keyRefused),
         versionUnmoved,
         {"CREATE TABLE workOrderRxMaps (woConvRate PRIMARY KEY, userConvRate)"}};
-    QTest::newRow("the second rate belongs to the key: the first one goes") << StepRun{
-        "CREATE TABLE workOrderRxMaps (id, woConvRate, userConvRate PRIMARY KEY)",
-        columnStays("userConvRate", table, keyRefused),
-        versionUnmoved,
-        {"CREATE TABLE \"workOrderRxMaps\" (id  , userConvRate  , "
-         "PRIMARY KEY(userConvRate) )"}};
+    QTest::newRow("the second rate belongs to the primary key: the first one is dropped")
+        << StepRun{
+               "CREATE TABLE workOrderRxMaps (id, woConvRate, userConvRate PRIMARY KEY)",
+               columnStays("userConvRate", table, keyRefused),
+               versionUnmoved,
+               {"CREATE TABLE \"workOrderRxMaps\" (id  , userConvRate  , "
+                "PRIMARY KEY(userConvRate) )"}};
     addRowOfClosedConnection(columnStays("woConvRate", table, ""));
 }
 
@@ -368,7 +370,7 @@ void Versions33And34Test::getUpdate34Applied_data()
         << QByteArray("CREATE TABLE workOrderRxMaps (woConvRate)") << false;
     QTest::newRow("only the second rate")
         << QByteArray("CREATE TABLE workOrderRxMaps (userConvRate)") << false;
-    QTest::newRow("no table") << QByteArray() << false;
+    QTest::newRow("there is no table") << QByteArray() << false;
 }
 
 void Versions33And34Test::secondRun()
@@ -387,7 +389,7 @@ void Versions33And34Test::secondRun()
         "Migration to version 33 was successful.", "Migration to version 34 was successful."};
     COMPARE_LINES(device->takeLogLines(), succeeded + succeeded);
     QCOMPARE(migrator.currentVersion(), 34);
-    // A rebuild writes the CREATE text of systemControl in another way.
+    // The second rebuild changes the CREATE text of systemControl.
     COMPARE_LINES(device->rows("SELECT * FROM systemControl"), controlAfterFirst);
     COMPARE_LINES(device->contents(maps), mapsAfterFirst);
 }

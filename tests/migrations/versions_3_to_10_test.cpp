@@ -8,7 +8,7 @@
 
 namespace
 {
-// What versions 6 to 10 find, with a row or two in each table.
+// The tables of versions 6 to 10, with a row or two in each.
 const QByteArray tablesOfVersions6To10 =
     "CREATE TABLE MC_EquipmentSectionGroup (id INTEGER PRIMARY KEY);"
     "CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, displayName TEXT, absolutePath TEXT);"
@@ -110,42 +110,43 @@ void Versions3To10Test::updateToVersion7_data()
 
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("paths move, transfers start afresh, the system files go") << StepRun{
-        files +
-            ";INSERT INTO files VALUES"
-            "(1, 'u1', 'a', '/data/x/userFiles/a.pdf', 12),"
-            "(2, 'u2', 'b', '/mnt/backup/b.pdf', NULL),"
-            "(3, 'u3', 'c', 'c.pdf', 0),"
-            "(4, NULL, NULL, NULL, NULL),"
-            "(5, 'u5', 'e', '/data/userfiles/UserFiles/e.pdf', 5),"
-            "(6, 'u6', 'f', '/userFiles/old/userFiles/f.pdf', 6),"
-            "(7, 'u7', 'g', '/usr/bin/harlo/userFiles/g.pdf', 7),"
-            "(8, 'u8', 'h', 'backupuserFiles.zip', 8),"
-            "(9, 'u9', 'Поле № 1', '/data/Süd %2/userFiles/Поле %1 %2 %%.shp', 9),"
-            "(-10, 'u10', '', '', 10);" +
-            transfers,
-        succeeded,
-        7,
-        tables +
-            QStringList{
-                "files",
-                "-10, 'u10', '', '/usr/bin/harlo/', 10",
-                "1, 'u1', 'a', '/usr/bin/harlo/userFiles/a.pdf', 12",
-                "2, 'u2', 'b', '/usr/bin/harlo//mnt/backup/b.pdf', NULL",
-                "3, 'u3', 'c', '/usr/bin/harlo/c.pdf', 0",
-                "4, NULL, NULL, '/usr/bin/harlo/', NULL",
-                "5, 'u5', 'e', '/usr/bin/harlo//data/userfiles/UserFiles/e.pdf', 5",
-                "6, 'u6', 'f', '/usr/bin/harlo/userFiles/old/userFiles/f.pdf', 6",
-                "7, 'u7', 'g', '/usr/bin/harlo/userFiles/g.pdf', 7",
-                "8, 'u8', 'h', '/usr/bin/harlo/userFiles.zip', 8",
-                "9, 'u9', 'Поле № 1', '/usr/bin/harlo/userFiles/Поле %1 %2 %%.shp', 9"} +
-            noTransfers};
-    QTest::newRow("empty tables") << StepRun{
+    QTest::newRow("paths are moved, transfers are deleted, the system files are dropped")
+        << StepRun{
+               files +
+                   ";INSERT INTO files VALUES"
+                   "(1, 'u1', 'a', '/data/x/userFiles/a.pdf', 12),"
+                   "(2, 'u2', 'b', '/mnt/backup/b.pdf', NULL),"
+                   "(3, 'u3', 'c', 'c.pdf', 0),"
+                   "(4, NULL, NULL, NULL, NULL),"
+                   "(5, 'u5', 'e', '/data/userfiles/UserFiles/e.pdf', 5),"
+                   "(6, 'u6', 'f', '/userFiles/old/userFiles/f.pdf', 6),"
+                   "(7, 'u7', 'g', '/usr/bin/harlo/userFiles/g.pdf', 7),"
+                   "(8, 'u8', 'h', 'backupuserFiles.zip', 8),"
+                   "(9, 'u9', 'Поле № 1', '/data/Süd %2/userFiles/Поле %1 %2 %%.shp', 9),"
+                   "(-10, 'u10', '', '', 10);" +
+                   transfers,
+               succeeded,
+               7,
+               tables +
+                   QStringList{
+                       "files",
+                       "-10, 'u10', '', '/usr/bin/harlo/', 10",
+                       "1, 'u1', 'a', '/usr/bin/harlo/userFiles/a.pdf', 12",
+                       "2, 'u2', 'b', '/usr/bin/harlo//mnt/backup/b.pdf', NULL",
+                       "3, 'u3', 'c', '/usr/bin/harlo/c.pdf', 0",
+                       "4, NULL, NULL, '/usr/bin/harlo/', NULL",
+                       "5, 'u5', 'e', '/usr/bin/harlo//data/userfiles/UserFiles/e.pdf', 5",
+                       "6, 'u6', 'f', '/usr/bin/harlo/userFiles/old/userFiles/f.pdf', 6",
+                       "7, 'u7', 'g', '/usr/bin/harlo/userFiles/g.pdf', 7",
+                       "8, 'u8', 'h', '/usr/bin/harlo/userFiles.zip', 8",
+                       "9, 'u9', 'Поле № 1', '/usr/bin/harlo/userFiles/Поле %1 %2 %%.shp', 9"} +
+                   noTransfers};
+    QTest::newRow("the tables are empty") << StepRun{
         files + ";" + outgoing + ";" + incoming + ";" + history + ";" + system,
         succeeded,
         7,
         tables + QStringList("files") + noTransfers};
-    QTest::newRow("number and path are read by position, written by name") << StepRun{
+    QTest::newRow("id and path are read by position and written by name") << StepRun{
         "CREATE TABLE files (number INTEGER, id INTEGER, absolutePath TEXT, source TEXT);"
         "INSERT INTO files VALUES(1, 2, 'a', '/userFiles/1'), (2, 1, 'b', '/userFiles/2'),"
         "('none', 0, 'c', '/userFiles/3'), (9007199254740993, 9007199254740993, 'd', '/4');" +
@@ -163,7 +164,7 @@ void Versions3To10Test::updateToVersion7_data()
             "'none', 0, '/usr/bin/harlo/userFiles/3', '/userFiles/3'",
             "9007199254740993, 9007199254740993, '/usr/bin/harlo//4', '/4'"} +
             noTransfers};
-    QTest::newRow("a row that an earlier one has changed is read as changed") << StepRun{
+    QTest::newRow("a row that was changed earlier in the walk is read as changed") << StepRun{
         "CREATE TABLE files (id INTEGER, uuid TEXT, displayName TEXT, absolutePath TEXT);"
         "INSERT INTO files VALUES(1, 'u1', 'a', '/userFiles/a'), (1, 'u2', 'b', '/b');" +
             transfers,
@@ -179,8 +180,8 @@ void Versions3To10Test::updateToVersion7_data()
             "1, 'u2', 'b', '/usr/bin/harlo/userFiles/a'"} +
             noTransfers};
 
-    // From here on something fails: the rest is done all the same, nothing is logged.
-    QTest::newRow("a path holds a quote") << StepRun{
+    // From here on something fails: the rest is still done, nothing is logged.
+    QTest::newRow("a path has a quote") << StepRun{
         oneFile +
             "INSERT INTO files VALUES"
             "(2, '', '', '/userFiles/O''Neill', NULL), (3, '', '', '/userFiles/c', 0);" +
@@ -196,34 +197,34 @@ void Versions3To10Test::updateToVersion7_data()
             noTransfers};
     const QByteArray unreadableFiles = QByteArray(files).replace(
         "fileSize INTEGER", unreadableColumn("fileSize INTEGER", "id = 2"));
-    QTest::newRow("the files break off") << StepRun{
+    QTest::newRow("reading the files stops on an error") << StepRun{
         oneFile + "INSERT INTO files VALUES(2, '', '', '/b', 0);" + transfers +
             makeUnreadable("files", "fileSize INTEGER", "id = 2"),
         {},
         versionUnmoved,
         QStringList{unreadableFiles, outgoing, incoming, history, "files", fileMoved + ", 12"} +
             noTransfers};
-    QTest::newRow("the files have no table") << StepRun{
+    QTest::newRow("there is no table of files") << StepRun{
         transfers,
         {},
         versionUnmoved,
         {outgoing, incoming, history, "OutgoingFiles", "IncomingFiles", "FileTransferHistory"}};
-    QTest::newRow("the outgoing files have no table") << StepRun{
+    QTest::newRow("there is no table of outgoing files") << StepRun{
         oneFile + oneIncoming + oneTransfer + oneSystemFile,
         {},
         versionUnmoved,
         {files, incoming, history, "files", fileMoved, "IncomingFiles", "FileTransferHistory"}};
-    QTest::newRow("the incoming files have no table") << StepRun{
+    QTest::newRow("there is no table of incoming files") << StepRun{
         oneFile + oneOutgoing + oneTransfer + oneSystemFile,
         {},
         versionUnmoved,
         {files, outgoing, history, "files", fileMoved, "OutgoingFiles", "FileTransferHistory"}};
-    QTest::newRow("the history has no table") << StepRun{
+    QTest::newRow("there is no table of the history") << StepRun{
         oneFile + oneOutgoing + oneIncoming + oneSystemFile,
         {},
         versionUnmoved,
         {files, outgoing, incoming, "files", fileMoved, "OutgoingFiles", "IncomingFiles"}};
-    QTest::newRow("the system files have no table") << StepRun{
+    QTest::newRow("there is no table of system files") << StepRun{
         oneFile + oneOutgoing + oneIncoming + oneTransfer,
         {},
         versionUnmoved,
@@ -234,7 +235,7 @@ void Versions3To10Test::updateToVersion7_data()
 
 void Versions3To10Test::updateToVersion7EndsInADamagedTable()
 {
-    // A page of rows is there twice: an update of the second one leads the walk back to the first.
+    // A page of rows is there twice: an update of the second one sends the walk back to the first.
     device->sql(
         tablesOfVersions6To10 +
         "DELETE FROM files;"
@@ -275,7 +276,7 @@ void Versions3To10Test::updateToVersion7GoesInOrder()
     COMPARE_LINES(
         device->rows("SELECT * FROM changes"),
         QStringList({"'a path'", "'an outgoing file'", "'an incoming file'", "'the history'"}));
-    // The table of the system files can only go when the history no longer refers to it.
+    // The table of system files can only be dropped when the history no longer refers to it.
     QCOMPARE(migrator.currentVersion(), 7);
 }
 
@@ -288,14 +289,14 @@ void Versions3To10Test::updateToVersion9_data()
 
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("systems without a last configuration go") << StepRun{
+    QTest::newRow("systems without a last configuration are deleted") << StepRun{
         table + ";INSERT INTO MC_MachineSystem VALUES"
                 "(1, 'Schlepper 7', 2), (2, 'spare', NULL), (3, NULL, 0), (4, NULL, NULL),"
                 "(5, 'Сеялка', '')",
         succeeded,
         9,
         {table, "MC_MachineSystem", "1, 'Schlepper 7', 2", "3, NULL, 0", "5, 'Сеялка', ''"}};
-    QTest::newRow("a system that is referred to keeps them all") << StepRun{
+    QTest::newRow("one of them is referred to: all stay") << StepRun{
         table + ";INSERT INTO MC_MachineSystem VALUES(1, 'spare', NULL), (2, 'used', NULL);" + job +
             ";INSERT INTO job VALUES(2)",
         succeeded,
@@ -309,7 +310,7 @@ void Versions3To10Test::updateToVersion10_data()
 {
     QTest::addColumn<StepRun>("run");
 
-    QTest::newRow("both columns go, the rows stay") << StepRun{
+    QTest::newRow("both columns are dropped, the rows stay") << StepRun{
         "CREATE TABLE boomCapacity (id INTEGER PRIMARY KEY, machineId INTEGER NOT NULL, "
         "sectionGroupId INTEGER NOT NULL, sectionGroupName TEXT NOT NULL, capacity REAL DEFAULT "
         "0.0, FOREIGN KEY (machineId) REFERENCES MC_Machine(id) ON DELETE CASCADE, FOREIGN KEY "
@@ -323,7 +324,7 @@ void Versions3To10Test::updateToVersion10_data()
          "boomCapacity",
          "3, 4, 9.75",
          "8, 5, NULL"}};
-    QTest::newRow("without the columns the table is rebuilt all the same") << StepRun{
+    QTest::newRow("the columns are not there: the table is still rebuilt") << StepRun{
         "CREATE TABLE boomCapacity (id INTEGER PRIMARY KEY, capacity REAL);"
         "INSERT INTO boomCapacity VALUES(3, 9.75)",
         {"Migration to version 10 was successful."},
@@ -331,7 +332,7 @@ void Versions3To10Test::updateToVersion10_data()
         {"CREATE TABLE \"boomCapacity\" (id INTEGER , capacity REAL , PRIMARY KEY(id) )",
          "boomCapacity",
          "3, 9.75"}};
-    QTest::newRow("the machine cannot go, the section group is not tried") << StepRun{
+    QTest::newRow("the machine cannot be dropped: the section group is not tried") << StepRun{
         "CREATE TABLE boomCapacity (id INTEGER, machineId INTEGER, sectionGroupName TEXT, "
         "PRIMARY KEY(machineId, id));"
         "INSERT INTO boomCapacity VALUES(3, 1, 'Boom')",
@@ -341,7 +342,7 @@ void Versions3To10Test::updateToVersion10_data()
          "PRIMARY KEY(machineId, id))",
          "boomCapacity",
          "3, 1, 'Boom'"}};
-    QTest::newRow("the section group cannot go, the machine has gone") << StepRun{
+    QTest::newRow("the section group cannot be dropped: the machine is dropped already") << StepRun{
         "CREATE TABLE boomCapacity (id INTEGER, machineId INTEGER, sectionGroupName TEXT, "
         "PRIMARY KEY(sectionGroupName, id));"
         "INSERT INTO boomCapacity VALUES(3, 1, 'Boom')",
@@ -468,14 +469,16 @@ void Versions3To10Test::probes_data()
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<bool>("applied");
 
-    QTest::newRow("version 7: always") << Probe(&M::getUpdate7Applied) << QByteArray() << true;
-    QTest::newRow("version 7: also before the step")
+    QTest::newRow("version 7: always applied")
+        << Probe(&M::getUpdate7Applied) << QByteArray() << true;
+    QTest::newRow("version 7: applied even before the step")
         << Probe(&M::getUpdate7Applied) << tablesOfVersions6To10 << true;
-    QTest::newRow("version 9: always") << Probe(&M::getUpdate9Applied) << QByteArray() << true;
-    QTest::newRow("version 9: also before the step")
+    QTest::newRow("version 9: always applied")
+        << Probe(&M::getUpdate9Applied) << QByteArray() << true;
+    QTest::newRow("version 9: applied even before the step")
         << Probe(&M::getUpdate9Applied) << tablesOfVersions6To10 << true;
     QTest::newRow("version 10: there is no table") << probe10 << QByteArray() << true;
-    QTest::newRow("version 10: both columns have gone")
+    QTest::newRow("version 10: neither column is there")
         << probe10 << QByteArray("CREATE TABLE boomCapacity (id, capacity)") << true;
     QTest::newRow("version 10: both columns are there")
         << probe10
