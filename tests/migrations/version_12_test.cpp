@@ -1,7 +1,5 @@
 #include "support/step_test.h"
 
-#include <QSqlDatabase>
-
 #include <sqlite3.h>
 
 // What version 12 does besides adding columns, see added_columns_test.
@@ -425,11 +423,7 @@ void Version12Test::getUpdate12Applied_data()
 
 void Version12Test::probeOnAClosedConnection()
 {
-    const DatabaseMigrator &migrator = startAt(versionUnmoved);
-    QSqlDatabase::database().close();
-
-    QCOMPARE(migrator.getUpdate12Applied(), false);
-    COMPARE_LINES(device->takeLogLines(), QStringList());
+    checkProbesOnAClosedConnection({{&M::getUpdate12Applied, false}});
 }
 
 QTEST_APPLESS_MAIN(Version12Test)

@@ -1,7 +1,5 @@
 #include "support/step_test.h"
 
-#include <QSqlDatabase>
-
 #include <sqlite3.h>
 
 namespace
@@ -354,11 +352,7 @@ void Version32Test::getUpdate32Applied_data()
 
 void Version32Test::probeOnAClosedConnection()
 {
-    const DatabaseMigrator &migrator = startAt(versionUnmoved);
-    QSqlDatabase::database().close();
-
-    QCOMPARE(migrator.getUpdate32Applied(), false);
-    COMPARE_LINES(device->takeLogLines(), QStringList());
+    checkProbesOnAClosedConnection({{&M::getUpdate32Applied, false}});
 }
 
 QTEST_APPLESS_MAIN(Version32Test)

@@ -479,13 +479,10 @@ void Versions26To28Test::secondRun()
 
 void Versions26To28Test::probesOnAClosedConnection()
 {
-    const DatabaseMigrator &migrator = startAt(versionUnmoved);
-    QSqlDatabase::database().close();
-
-    QCOMPARE(migrator.getUpdate26Applied(), false);
-    QCOMPARE(migrator.getUpdate27Applied(), false);
-    QCOMPARE(migrator.getUpdate28Applied(), false);
-    COMPARE_LINES(device->takeLogLines(), QStringList());
+    checkProbesOnAClosedConnection(
+        {{&M::getUpdate26Applied, false},
+         {&M::getUpdate27Applied, false},
+         {&M::getUpdate28Applied, false}});
 }
 
 QTEST_APPLESS_MAIN(Versions26To28Test)

@@ -1,7 +1,5 @@
 #include "support/step_test.h"
 
-#include <QSqlDatabase>
-
 #include <sqlite3.h>
 
 namespace
@@ -65,7 +63,7 @@ void Versions29And30Test::updateToVersion29_data()
     // Every path ends with this line.
     const QStringList succeeded("Migration to version 29 was successful.");
     const QString table = "reverseSenseSettings";
-    const QString aside = "reverseSenseSettings_temp";
+    const QString temporary = "reverseSenseSettings_temp";
     const QByteArray filled = reverseSenseAt28 + reverseSenseRows;
     const QStringList rows = {"1, 1, 0", "8, 0, 1"};
 
@@ -77,13 +75,13 @@ void Versions29And30Test::updateToVersion29_data()
         29,
         QStringList(
             {reverseSenseAt29, "CREATE TABLE reverseSenseSettings_temp (mc_sqlId)", table}) +
-            rows + QStringList(aside)};
+            rows + QStringList(temporary)};
     QTest::newRow("the temporary table cannot be dropped, the step counts as done") << StepRun{
         filled,
-        tableStays(aside, notAuthorized) + succeeded,
+        tableStays(temporary, notAuthorized) + succeeded,
         29,
         QStringList(
-            {renamed(reverseSenseAt28, "reverseSenseSettings_temp"), reverseSenseAt29, aside}) +
+            {renamed(reverseSenseAt28, "reverseSenseSettings_temp"), reverseSenseAt29, temporary}) +
             rows + QStringList(table) + rows,
         {{SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
 
@@ -103,9 +101,9 @@ void Versions29And30Test::updateToVersion29_data()
         {{SQLITE_DROP_TABLE, "reverseSenseSettings"}}};
     QTest::newRow("a temporary table is in the way and cannot be dropped") << StepRun{
         filled + reverseSenseLeftOver,
-        notMoved + tableStays(aside, notAuthorized) + succeeded,
+        notMoved + tableStays(temporary, notAuthorized) + succeeded,
         29,
-        {"CREATE TABLE reverseSenseSettings_temp (mc_sqlId)", aside},
+        {"CREATE TABLE reverseSenseSettings_temp (mc_sqlId)", temporary},
         {{SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
     QTest::newRow("a view with the table's name cannot be renamed and stays") << StepRun{
         "CREATE VIEW reverseSenseSettings AS SELECT 1 AS mc_sqlId",
@@ -138,9 +136,10 @@ void Versions29And30Test::updateToVersion29_data()
     QTest::newRow("the new table cannot be created, the old one cannot be renamed or dropped")
         << StepRun{
                filled,
-               notMovedBack + tableStays(aside, notAuthorized) + succeeded,
+               notMovedBack + tableStays(temporary, notAuthorized) + succeeded,
                29,
-               QStringList({renamed(reverseSenseAt28, "reverseSenseSettings_temp"), aside}) + rows,
+               QStringList({renamed(reverseSenseAt28, "reverseSenseSettings_temp"), temporary}) +
+                   rows,
                {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
                 {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"},
                 {SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
@@ -162,11 +161,11 @@ void Versions29And30Test::updateToVersion29_data()
         {{SQLITE_DROP_TABLE, "reverseSenseSettings"}}};
     QTest::newRow("a row cannot be copied and the old table cannot be dropped") << StepRun{
         nullable,
-        notCopied + tableStays(aside, notAuthorized) + succeeded,
+        notCopied + tableStays(temporary, notAuthorized) + succeeded,
         29,
         {"CREATE TABLE \"reverseSenseSettings_temp\" (mc_sqlId, "
          "enableRemoteReverseSense, overrideRemoteReverseSenseDefaultDirection)",
-         aside,
+         temporary,
          "1, 1, 0",
          "8, NULL, 1"},
         {{SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
@@ -189,7 +188,7 @@ void Versions29And30Test::updateToVersion29_data()
         29,
         {}};
     addRowOfClosedConnection(
-        notMoved + tableStays(table, "") + tableStays(aside, "") + succeeded, 29);
+        notMoved + tableStays(table, "") + tableStays(temporary, "") + succeeded, 29);
 }
 
 void Versions29And30Test::revertFromVersion29_data()
@@ -199,7 +198,7 @@ void Versions29And30Test::revertFromVersion29_data()
     const QStringList succeeded("Reverting from version 29 was successful.");
     const QStringList failed("Reverting from version 29 FAILED!!");
     const QString table = "reverseSenseSettings";
-    const QString aside = "reverseSenseSettings_temp";
+    const QString temporary = "reverseSenseSettings_temp";
     const QByteArray filled = reverseSenseAt29 + reverseSenseRows;
     const QStringList rows = {"1, 1, 0", "8, 0, 1"};
 
@@ -207,10 +206,10 @@ void Versions29And30Test::revertFromVersion29_data()
         << StepRun{filled, succeeded, 28, QStringList({reverseSenseAt28, table}) + rows};
     QTest::newRow("the temporary table cannot be dropped, the step counts as done") << StepRun{
         filled,
-        tableStays(aside, notAuthorized) + succeeded,
+        tableStays(temporary, notAuthorized) + succeeded,
         28,
         QStringList(
-            {renamed(reverseSenseAt29, "reverseSenseSettings_temp"), reverseSenseAt28, aside}) +
+            {renamed(reverseSenseAt29, "reverseSenseSettings_temp"), reverseSenseAt28, temporary}) +
             rows + QStringList(table) + rows,
         {{SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
 
@@ -222,11 +221,11 @@ void Versions29And30Test::revertFromVersion29_data()
         << StepRun{filled + reverseSenseLeftOver, notMoved + failed, versionUnmoved, {}};
     QTest::newRow("a temporary table is in the way and neither can be dropped") << StepRun{
         filled + reverseSenseLeftOver,
-        notMoved + tableStays(table, notAuthorized) + tableStays(aside, notAuthorized) + failed,
+        notMoved + tableStays(table, notAuthorized) + tableStays(temporary, notAuthorized) + failed,
         versionUnmoved,
         QStringList(
             {reverseSenseAt29, "CREATE TABLE reverseSenseSettings_temp (mc_sqlId)", table}) +
-            rows + QStringList(aside),
+            rows + QStringList(temporary),
         {{SQLITE_DROP_TABLE, ""}}};
 
     QTest::newRow("the new table cannot be created: the old one gets its name back") << StepRun{
@@ -249,9 +248,10 @@ void Versions29And30Test::revertFromVersion29_data()
     QTest::newRow("the new table cannot be created, the old one cannot be renamed or dropped")
         << StepRun{
                filled,
-               notMovedBack + tableStays(aside, notAuthorized) + failed,
+               notMovedBack + tableStays(temporary, notAuthorized) + failed,
                versionUnmoved,
-               QStringList({renamed(reverseSenseAt29, "reverseSenseSettings_temp"), aside}) + rows,
+               QStringList({renamed(reverseSenseAt29, "reverseSenseSettings_temp"), temporary}) +
+                   rows,
                {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
                 {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"},
                 {SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
@@ -262,13 +262,14 @@ void Versions29And30Test::revertFromVersion29_data()
         << StepRun{reverseSenseAt28 + reverseSenseRows, notCopied + failed, versionUnmoved, {}};
     QTest::newRow("no row can be copied and no table dropped") << StepRun{
         reverseSenseAt28 + reverseSenseRows,
-        tableStays(table, notAuthorized) + notCopied + tableStays(aside, notAuthorized) + failed,
+        tableStays(table, notAuthorized) + notCopied + tableStays(temporary, notAuthorized) +
+            failed,
         versionUnmoved,
         QStringList(
-            {renamed(reverseSenseAt28, "reverseSenseSettings_temp"), reverseSenseAt28, aside}) +
+            {renamed(reverseSenseAt28, "reverseSenseSettings_temp"), reverseSenseAt28, temporary}) +
             rows + QStringList(table),
         {{SQLITE_DROP_TABLE, ""}}};
-    addRowOfClosedConnection(notMoved + tableStays(table, "") + tableStays(aside, "") + failed);
+    addRowOfClosedConnection(notMoved + tableStays(table, "") + tableStays(temporary, "") + failed);
 }
 
 void Versions29And30Test::updateToVersion30_data()
@@ -343,12 +344,8 @@ void Versions29And30Test::secondRun()
 
 void Versions29And30Test::probesOnAClosedConnection()
 {
-    const DatabaseMigrator &migrator = startAt(versionUnmoved);
-    QSqlDatabase::database().close();
-
-    QCOMPARE(migrator.getUpdate29Applied(), false);
-    QCOMPARE(migrator.getUpdate30Applied(), false);
-    COMPARE_LINES(device->takeLogLines(), QStringList());
+    checkProbesOnAClosedConnection(
+        {{&M::getUpdate29Applied, false}, {&M::getUpdate30Applied, false}});
 }
 
 QTEST_APPLESS_MAIN(Versions29And30Test)

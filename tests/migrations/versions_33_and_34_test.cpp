@@ -1,7 +1,5 @@
 #include "support/step_test.h"
 
-#include <QSqlDatabase>
-
 namespace
 {
 // ---- Version 33 -------------------------------------------------------------------------------
@@ -396,12 +394,8 @@ void Versions33And34Test::secondRun()
 
 void Versions33And34Test::probesOnAClosedConnection()
 {
-    const DatabaseMigrator &migrator = startAt(versionUnmoved);
-    QSqlDatabase::database().close();
-
-    QCOMPARE(migrator.getUpdate33Applied(), false);
-    QCOMPARE(migrator.getUpdate34Applied(), false);
-    COMPARE_LINES(device->takeLogLines(), QStringList());
+    checkProbesOnAClosedConnection(
+        {{&M::getUpdate33Applied, false}, {&M::getUpdate34Applied, false}});
 }
 
 QTEST_APPLESS_MAIN(Versions33And34Test)

@@ -501,18 +501,15 @@ void Versions3To10Test::probes()
 
 void Versions3To10Test::probesOnAClosedConnection()
 {
-    const DatabaseMigrator &migrator = startAt(versionUnmoved);
-    QSqlDatabase::database().close();
-
-    QCOMPARE(migrator.getUpdate3Applied(), false);
-    QCOMPARE(migrator.getUpdate4Applied(), false);
-    QCOMPARE(migrator.getUpdate5Applied(), false);
-    QCOMPARE(migrator.getUpdate6Applied(), false);
-    QCOMPARE(migrator.getUpdate7Applied(), true);
-    QCOMPARE(migrator.getUpdate8Applied(), false);
-    QCOMPARE(migrator.getUpdate9Applied(), true);
-    QCOMPARE(migrator.getUpdate10Applied(), true);
-    COMPARE_LINES(device->takeLogLines(), QStringList());
+    checkProbesOnAClosedConnection(
+        {{&M::getUpdate3Applied, false},
+         {&M::getUpdate4Applied, false},
+         {&M::getUpdate5Applied, false},
+         {&M::getUpdate6Applied, false},
+         {&M::getUpdate7Applied, true},
+         {&M::getUpdate8Applied, false},
+         {&M::getUpdate9Applied, true},
+         {&M::getUpdate10Applied, true}});
 }
 
 QTEST_APPLESS_MAIN(Versions3To10Test)

@@ -76,3 +76,14 @@ void StepTest::checkProbe(Probe probe)
     QCOMPARE(migrator.currentVersion(), versionUnmoved);
     COMPARE_LINES(device->dump(), dumpBefore);
 }
+
+void StepTest::checkProbesOnAClosedConnection(const QVector<QPair<Probe, bool>> &answers)
+{
+    const DatabaseMigrator &migrator = startAt(versionUnmoved);
+    QSqlDatabase::database().close();
+
+    for (const auto &[probe, answer] : answers) {
+        QCOMPARE((migrator.*probe)(), answer);
+    }
+    COMPARE_LINES(device->takeLogLines(), QStringList());
+}

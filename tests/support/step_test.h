@@ -2,6 +2,8 @@
 
 #include "support/device_test.h"
 
+#include <functional>
+
 // What tests of single migration steps share.
 
 using M = DatabaseMigrator;
@@ -59,6 +61,9 @@ protected:
 
     /// Checks a probe against the test's row: what is there "before", and whether it is "applied".
     void checkProbe(Probe probe);
+
+    /// Checks what each probe answers on a connection that is not open.
+    void checkProbesOnAClosedConnection(const QVector<QPair<Probe, bool>> &answers);
 };
 
 /// Adds a row for a run on a connection that is not open: every statement fails there, without a
