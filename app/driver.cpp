@@ -50,21 +50,10 @@ void DatabaseMigrator::updateDatabaseVersion()
     const QString version = QString::number(m_currentVersion);
     logMessage(QString("\n*****Updating version in DB to: %1 with software version: %2")
                    .arg(version, m_softwareVersion));
-    executeOrLogError(
+    executeOrLogText(
         QString(
             "UPDATE tableVersion SET version = %1, MirelVersion = '%2' WHERE tableName = 'mainSqlDb'")
             .arg(version, m_softwareVersion));
-    executeOrLogError(QString("UPDATE tableVersion SET version = %1 WHERE tableName = 'altSqlDb'")
-                          .arg(m_alternateVersion));
-}
-
-void DatabaseMigrator::closeForwardStep(
-    bool succeeded, int version, const QString &successLine, const QString &failureLine)
-{
-    if (succeeded) {
-        m_currentVersion = version;
-        logMessage(successLine);
-    } else {
-        logMessage(failureLine);
-    }
+    executeOrLogText(QString("UPDATE tableVersion SET version = %1 WHERE tableName = 'altSqlDb'")
+                         .arg(m_alternateVersion));
 }

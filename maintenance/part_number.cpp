@@ -52,6 +52,7 @@ void DatabaseMigrator::syncPartNumber()
         return;
     }
     // The id goes in as it came from the file: without one the statement fails, which is all right.
-    execute(QString("UPDATE registrationInfo SET partNumber = '%1' WHERE fieldComputerId = %2")
-                .arg(filePartNumber, m_fieldComputerId));
+    executeQuietly(
+        QString("UPDATE registrationInfo SET partNumber = '%1' WHERE fieldComputerId = %2")
+            .arg(filePartNumber, m_fieldComputerId));
 }

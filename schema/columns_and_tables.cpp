@@ -65,7 +65,7 @@ bool DatabaseMigrator::addColumn(
     if (!defaultValue.isEmpty()) {
         statement += QString(" NOT NULL DEFAULT(%1)").arg(defaultValue);
     }
-    return executeOrLogFailure(
+    return executeOrLogTwoLines(
         statement,
         QString("DatabaseMigrator::addColumn - Failed to add column named %1 to %2")
             .arg(column, table),
@@ -80,11 +80,10 @@ bool DatabaseMigrator::addColumnIfNotExists(
     }
     QString statement = QString("ALTER TABLE %1 ADD COLUMN %2 %3").arg(table, column, type);
     if (!defaultValue.isEmpty()) {
-        // Kept on purpose, shipped devices rely on it: unlike addColumn, neither NOT NULL nor
-        // parentheses.
+        // Kept on purpose: unlike addColumn, neither NOT NULL nor parentheses.
         statement += QString(" DEFAULT %1").arg(defaultValue);
     }
-    return executeOrLogFailure(
+    return executeOrLogTwoLines(
         statement,
         QString("DatabaseMigrator::addColumnIfNotExists - Failed to add column named %1 to %2")
             .arg(column, table),
@@ -98,7 +97,7 @@ bool DatabaseMigrator::setColumnValue(
     if (!condition.isEmpty()) {
         statement += QString(" WHERE %1").arg(condition);
     }
-    return executeOrLogFailure(
+    return executeOrLogTwoLines(
         statement,
         QString("DatabaseMigrator::setColumnValue - Failed to set column named %1 to %2")
             .arg(column, value),
@@ -107,7 +106,7 @@ bool DatabaseMigrator::setColumnValue(
 
 bool DatabaseMigrator::dropTable(const QString &table)
 {
-    return executeOrLogFailure(
+    return executeOrLogTwoLines(
         QString("DROP TABLE IF EXISTS %1").arg(table),
         QString("DatabaseMigrator::dropTable - Failed to drop table named %1").arg(table),
         "DatabaseMigrator::dropTable - %1");

@@ -34,7 +34,7 @@ QStringList statementsOf(const QByteArray &script)
 
 // Runs the splitter with a migrator that only records the statements.
 
-void DatabaseMigrator::executeOrLogError(const QString &sql)
+void DatabaseMigrator::executeOrLogText(const QString &sql)
 {
     executed << sql;
 }

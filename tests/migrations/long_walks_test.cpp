@@ -1,4 +1,4 @@
-#include "schema/statements.h"
+#include "schema/limited_walk.h"
 #include "support/step_test.h"
 
 /// Walks that would never end, because every row that is read adds another one.
@@ -9,6 +9,7 @@ class LongWalksTest : public StepTest
 private slots:
     void stepsEnd_data();
     void stepsEnd();
+    void growthThatEndsIsReadToItsEnd();
 };
 
 namespace
@@ -20,9 +21,9 @@ QByteArray adding(const QByteArray &event, const QByteArray &table, const QByteA
            row + "); END;";
 }
 
-/// Every row that is read adds one. When the walk counts the table there are as many rows as it
-/// has read; it stops after twice that many more.
-const qint64 rowsMet = 3 * LimitedWalk::uncountedRows;
+/// Every row that is read adds one. When the walk counts the table, there are as many rows as it has
+/// read; it stops after `growth` times that many more.
+const qint64 rowsRead = (1 + LimitedWalk::growth) * LimitedWalk::uncountedRows;
 } // namespace
 
 void LongWalksTest::stepsEnd_data()
@@ -52,7 +53,7 @@ void LongWalksTest::stepsEnd_data()
     QTest::addColumn<Step>("step");
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<QStringList>("log");
-    QTest::addColumn<QByteArray>("rowsMet");
+    QTest::addColumn<QByteArray>("rowsRead");
 
     QTest::newRow("version 7 reads files")
         << Step(&M::updateToVersion7)
@@ -149,8 +150,37 @@ void LongWalksTest::stepsEnd()
 
     COMPARE_LINES(device->takeLogLines(), log);
     QCOMPARE(migrator.currentVersion(), versionUnmoved);
-    QFETCH(QByteArray, rowsMet);
-    COMPARE_LINES(device->rows(rowsMet), QStringList(QString::number(::rowsMet)));
+    QFETCH(QByteArray, rowsRead);
+    COMPARE_LINES(device->rows(rowsRead), QStringList(QString::number(::rowsRead)));
+}
+
+/// A trigger adds rows, but stops by itself.
+void LongWalksTest::growthThatEndsIsReadToItsEnd()
+{
+    device->sql(
+        "CREATE TABLE files "
+        "(id INTEGER PRIMARY KEY, displayName TEXT, typeId INTEGER, absolutePath TEXT);"
+        "CREATE TABLE OutgoingFiles (id INTEGER);CREATE TABLE IncomingFiles (id INTEGER);"
+        "CREATE TABLE FileTransferHistory (id INTEGER);CREATE TABLE systemFiles (id INTEGER);"
+        "WITH RECURSIVE number(n) AS (VALUES(1) UNION ALL SELECT n + 1 FROM number "
+        "WHERE n < 1500) INSERT INTO files SELECT n, 'file', 3, 'userFiles/file' FROM number;"
+        "CREATE TRIGGER growing AFTER UPDATE ON files "
+        "WHEN (SELECT max(id) FROM files) < 20000 BEGIN "
+        "INSERT INTO files (displayName, typeId, absolutePath) VALUES('more', 3, 'userFiles/1'), "
+        "('more', 3, 'userFiles/2'), ('more', 3, 'userFiles/3'), ('more', 3, 'userFiles/4'), "
+        "('more', 3, 'userFiles/5'); END;");
+    DatabaseMigrator &migrator = startAt(versionUnmoved);
+
+    migrator.updateToVersion7();
+
+    COMPARE_LINES(
+        device->takeLogLines(),
+        QStringList("Database migration to version 7 completed successfully!"));
+    QCOMPARE(migrator.currentVersion(), 7);
+    COMPARE_LINES(
+        device->rows(
+            "SELECT count(*), sum(absolutePath LIKE '/usr/bin/harlo/userFiles/%') FROM files"),
+        QStringList("20000, 20000"));
 }
 
 QTEST_APPLESS_MAIN(LongWalksTest)
