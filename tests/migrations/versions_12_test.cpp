@@ -37,7 +37,7 @@ const QString switchesCopied = "Switch to section mapping data copied successful
                                "database to version 12!";
 } // namespace
 
-class Version12Test : public StepTest
+class Versions12Test : public StepTest
 {
     Q_OBJECT
 
@@ -53,7 +53,7 @@ private slots:
     void probeOnAClosedConnection();
 };
 
-void Version12Test::updateToVersion12_data()
+void Versions12Test::updateToVersion12_data()
 {
     const QByteArray machinery = machines + ";INSERT INTO MC_MachineConfig VALUES(0), (1), (2);" +
                                  sections + ");INSERT INTO MC_EquipmentSection VALUES(10);" +
@@ -313,7 +313,7 @@ void Version12Test::updateToVersion12_data()
         tableStays("onScreenSwitchboxSettings", "") + QStringList(failed));
 }
 
-void Version12Test::revertFromVersion12_data()
+void Versions12Test::revertFromVersion12_data()
 {
     const QByteArray columns = ", parentEquipmentSectionId INTEGER DEFAULT 0, "
                                "sectionType INTEGER DEFAULT 0, fullName TEXT);";
@@ -378,7 +378,7 @@ void Version12Test::revertFromVersion12_data()
         11);
 }
 
-void Version12Test::secondRun_data()
+void Versions12Test::secondRun_data()
 {
     QTest::addColumn<Step>("step");
     QTest::addColumn<int>("version");
@@ -394,7 +394,7 @@ void Version12Test::secondRun_data()
         << Step(&M::revertFromVersion12) << 11 << QStringList();
 }
 
-void Version12Test::secondRun()
+void Versions12Test::secondRun()
 {
     device->sql(
         machines + ";" + sections + ");" + groups + ");" + bridge +
@@ -403,7 +403,7 @@ void Version12Test::secondRun()
     checkSecondRun(startAt(versionUnmoved));
 }
 
-void Version12Test::getUpdate12Applied_data()
+void Versions12Test::getUpdate12Applied_data()
 {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<bool>("applied");
@@ -421,10 +421,10 @@ void Version12Test::getUpdate12Applied_data()
     QTest::newRow("there is no table") << QByteArray() << false;
 }
 
-void Version12Test::probeOnAClosedConnection()
+void Versions12Test::probeOnAClosedConnection()
 {
     checkProbesOnAClosedConnection({{&M::getUpdate12Applied, false}});
 }
 
-QTEST_APPLESS_MAIN(Version12Test)
-#include "version_12_test.moc"
+QTEST_APPLESS_MAIN(Versions12Test)
+#include "versions_12_test.moc"

@@ -1,6 +1,6 @@
 #include "support/step_test.h"
 
-// The serial ports on the platform with on-board ports; for the names see version_25_test.
+// The serial ports on the platform with on-board ports; for the names see versions_25_test.
 
 namespace
 {
@@ -143,7 +143,7 @@ void addRowsOfBothDirections(const Direction &direction)
 }
 } // namespace
 
-class Version25PortsTest : public StepTest
+class Versions25PortsTest : public StepTest
 {
     Q_OBJECT
 
@@ -160,14 +160,14 @@ private:
     QStringList readPorts();
 };
 
-void Version25PortsTest::checkOnBoardPorts(Step step)
+void Versions25PortsTest::checkOnBoardPorts(Step step)
 {
     ScratchDevice::writeFile(ScratchDevice::platformPath, "TORVIKMAX\n");
     checkStep(step, [this] { return readPorts(); });
 }
 
 /// @return the names of the tables and their rows
-QStringList Version25PortsTest::readPorts()
+QStringList Versions25PortsTest::readPorts()
 {
     return ports(
         device->contents({"updates"}).mid(1).replaceInStrings("'", ""),
@@ -175,7 +175,7 @@ QStringList Version25PortsTest::readPorts()
         device->contents({"gpsReceivers"}).mid(1));
 }
 
-void Version25PortsTest::updateToVersion25_data()
+void Versions25PortsTest::updateToVersion25_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -249,7 +249,7 @@ void Version25PortsTest::updateToVersion25_data()
         ports({}, {}, {"1, 5, 'ttyUSB1', 'ttyUSB1'"})};
 }
 
-void Version25PortsTest::revertFromVersion25_data()
+void Versions25PortsTest::revertFromVersion25_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -285,7 +285,7 @@ void Version25PortsTest::revertFromVersion25_data()
                     "4, 5, '', ''"})};
 }
 
-void Version25PortsTest::comparesThePlatformExactly_data()
+void Versions25PortsTest::comparesThePlatformExactly_data()
 {
     QTest::addColumn<QByteArray>("platform");
     QTest::addColumn<QStringList>("forward");
@@ -307,7 +307,7 @@ void Version25PortsTest::comparesThePlatformExactly_data()
     QTest::newRow("there is no platform file") << QByteArray() << untouched << untouched;
 }
 
-void Version25PortsTest::comparesThePlatformExactly()
+void Versions25PortsTest::comparesThePlatformExactly()
 {
     QFETCH(QByteArray, platform);
     device->sql(before + "INSERT INTO serialDevices VALUES(1, 5, 'ttyUSB0'), (2, 5, 'ttyS5');");
@@ -326,5 +326,5 @@ void Version25PortsTest::comparesThePlatformExactly()
     COMPARE_LINES(device->takeLogLines(), forward.successLog);
 }
 
-QTEST_APPLESS_MAIN(Version25PortsTest)
-#include "version_25_ports_test.moc"
+QTEST_APPLESS_MAIN(Versions25PortsTest)
+#include "versions_25_ports_test.moc"

@@ -24,7 +24,7 @@ const QString profilesRebuilt =
 const QByteArray sounds = ", audibleBackingUpWarningEnabled BOOLEAN, audioVolumePercent REAL)";
 } // namespace
 
-class Versions19And20Test : public StepTest
+class Versions19To20Test : public StepTest
 {
     Q_OBJECT
 
@@ -42,7 +42,7 @@ private slots:
     void getUpdate20Applied();
 };
 
-void Versions19And20Test::updateToVersion19_data()
+void Versions19To20Test::updateToVersion19_data()
 {
     const QByteArray indexInTheWay =
         "CREATE INDEX onScreenSwitchboxToMachineMapping ON MC_MachineConfig (id)";
@@ -266,7 +266,7 @@ void Versions19And20Test::updateToVersion19_data()
     addRowOfClosedConnection(failed);
 }
 
-void Versions19And20Test::revertFromVersion19_data()
+void Versions19To20Test::revertFromVersion19_data()
 {
     const QByteArray switchesView = viewInPlaceOf("onScreenSwitchboxConfig");
     const QByteArray labelsView = viewInPlaceOf("onScreenSwitchboxSwitchLabels");
@@ -312,7 +312,7 @@ void Versions19And20Test::revertFromVersion19_data()
         18);
 }
 
-void Versions19And20Test::getUpdate19Applied_data()
+void Versions19To20Test::getUpdate19Applied_data()
 {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<bool>("applied");
@@ -339,7 +339,7 @@ void Versions19And20Test::getUpdate19Applied_data()
     QTest::newRow("the switches are not looked at") << mapping + ";" + switches << true;
 }
 
-void Versions19And20Test::updateToVersion20_data()
+void Versions19To20Test::updateToVersion20_data()
 {
     const QByteArray insert = ";INSERT INTO userProfiles VALUES";
     const QByteArray noWarning =
@@ -413,7 +413,7 @@ void Versions19And20Test::updateToVersion20_data()
         notSet("audioVolumePercent", "0.75", "") + failed);
 }
 
-void Versions19And20Test::revertFromVersion20_data()
+void Versions19To20Test::revertFromVersion20_data()
 {
     const QByteArray warningInKey =
         "CREATE TABLE userProfiles (id INTEGER, audibleBackingUpWarningEnabled BOOLEAN, "
@@ -457,12 +457,12 @@ void Versions19And20Test::revertFromVersion20_data()
 }
 
 /// column_probes_test tests one column at a time.
-void Versions19And20Test::getUpdate20Applied()
+void Versions19To20Test::getUpdate20Applied()
 {
     device->sql("CREATE TABLE userProfiles (id)");
 
     QVERIFY(!startAt(versionUnmoved).getUpdate20Applied());
 }
 
-QTEST_APPLESS_MAIN(Versions19And20Test)
-#include "versions_19_and_20_test.moc"
+QTEST_APPLESS_MAIN(Versions19To20Test)
+#include "versions_19_to_20_test.moc"

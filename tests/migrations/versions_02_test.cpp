@@ -185,7 +185,7 @@ void addRowsThatFail(const Direction &direction)
 }
 } // namespace
 
-class Version2Test : public StepTest
+class Versions02Test : public StepTest
 {
     Q_OBJECT
 
@@ -207,14 +207,14 @@ private slots:
     void getUpdate2Applied() { checkProbe(&M::getUpdate2Applied); }
 };
 
-void Version2Test::init()
+void Versions02Test::init()
 {
     StepTest::init();
     device->sql("CREATE TABLE MC_MachineConfig (id INTEGER PRIMARY KEY);"
                 "INSERT INTO MC_MachineConfig VALUES(0), (1), (2), (9007199254740993);");
 }
 
-void Version2Test::updateToVersion2_data()
+void Versions02Test::updateToVersion2_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -234,7 +234,7 @@ void Version2Test::updateToVersion2_data()
         {version2Table, "'p1', 'B', 5.0, 0, 6.0, 7.0, 8.0, 0"}};
 }
 
-void Version2Test::updateToVersion2Fails_data()
+void Versions02Test::updateToVersion2Fails_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -243,7 +243,7 @@ void Version2Test::updateToVersion2Fails_data()
                               "query error was: "});
 }
 
-void Version2Test::revertFromVersion2_data()
+void Versions02Test::revertFromVersion2_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -267,7 +267,7 @@ void Version2Test::revertFromVersion2_data()
         {version1Table, "'p2', 'C', 1.0, 1, 2.0, 3.0, 4.0", "'p1', 'B', 5.0, 1, 6.0, 7.0, 8.0"}};
 }
 
-void Version2Test::revertFromVersion2Fails_data()
+void Versions02Test::revertFromVersion2Fails_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -276,7 +276,7 @@ void Version2Test::revertFromVersion2Fails_data()
                               "query error was: "});
 }
 
-void Version2Test::rowsThatCannotBeReadAreNotLost_data()
+void Versions02Test::rowsThatCannotBeReadAreNotLost_data()
 {
     QTest::addColumn<Step>("step");
     QTest::addColumn<QByteArray>("columns");
@@ -293,7 +293,7 @@ void Version2Test::rowsThatCannotBeReadAreNotLost_data()
         << "SELECT * FROM productControl_productSettings_old query in revertFromVersion2() failed!  The query error was: database disk image is malformed";
 }
 
-void Version2Test::rowsThatCannotBeReadAreNotLost()
+void Versions02Test::rowsThatCannotBeReadAreNotLost()
 {
     QFETCH(Step, step);
     QFETCH(QByteArray, columns);
@@ -319,7 +319,7 @@ void Version2Test::rowsThatCannotBeReadAreNotLost()
         QStringList("'p1'"));
 }
 
-void Version2Test::referencesFollowTheOldTable()
+void Versions02Test::referencesFollowTheOldTable()
 {
     device->sql(
         version1Table + insert +
@@ -349,7 +349,7 @@ void Version2Test::referencesFollowTheOldTable()
              "'p1'"}));
 }
 
-void Version2Test::getUpdate2Applied_data()
+void Versions02Test::getUpdate2Applied_data()
 {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<bool>("applied");
@@ -365,5 +365,5 @@ void Version2Test::getUpdate2Applied_data()
         << create + "(calibratedInUsUnits, productId)" << false;
 }
 
-QTEST_APPLESS_MAIN(Version2Test)
-#include "version_2_test.moc"
+QTEST_APPLESS_MAIN(Versions02Test)
+#include "versions_02_test.moc"

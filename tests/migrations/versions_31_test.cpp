@@ -39,7 +39,7 @@ const QString varietiesAt31 = "CREATE TABLE PC_PlanterVariety (id INTEGER PRIMAR
 
 } // namespace
 
-class Version31Test : public StepTest
+class Versions31Test : public StepTest
 {
     Q_OBJECT
 
@@ -53,7 +53,7 @@ private slots:
     void probeOnAClosedConnection();
 };
 
-void Version31Test::updateToVersion31_data()
+void Versions31Test::updateToVersion31_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -243,7 +243,7 @@ void Version31Test::updateToVersion31_data()
 }
 
 /// Each random identifier is read as '{random}'.
-void Version31Test::updateToVersion31()
+void Versions31Test::updateToVersion31()
 {
     checkStep(&M::updateToVersion31, [this] {
         return device->contents({"PC_Carrier", "PC_Mix", "PC_PlanterVariety"})
@@ -252,7 +252,7 @@ void Version31Test::updateToVersion31()
     });
 }
 
-void Version31Test::drawsIdentifiers()
+void Versions31Test::drawsIdentifiers()
 {
     device->sql(tablesAt30 + "INSERT INTO PC_Carrier VALUES(7), (9), (10);");
     device->sql("WITH RECURSIVE ids(id) AS (SELECT 1 UNION ALL SELECT id + 1 FROM ids LIMIT 300)"
@@ -280,7 +280,7 @@ void Version31Test::drawsIdentifiers()
     QCOMPARE(QSet<QString>(identifiers.begin(), identifiers.end()).size(), 2 * 603);
 }
 
-void Version31Test::revertFromVersion31_data()
+void Versions31Test::revertFromVersion31_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -335,7 +335,7 @@ void Version31Test::revertFromVersion31_data()
     addRowOfClosedConnection(forEach(identifiers, columnStays, ""));
 }
 
-void Version31Test::secondRun()
+void Versions31Test::secondRun()
 {
     device->sql(tablesAt30 + "INSERT INTO PC_Carrier VALUES(1), (9);INSERT INTO PC_Mix VALUES(1)");
     DatabaseMigrator &migrator = startAt(versionUnmoved);
@@ -350,10 +350,10 @@ void Version31Test::secondRun()
     COMPARE_LINES(device->dump(), afterFirst);
 }
 
-void Version31Test::probeOnAClosedConnection()
+void Versions31Test::probeOnAClosedConnection()
 {
     checkProbesOnAClosedConnection({{&M::getUpdate31Applied, false}});
 }
 
-QTEST_APPLESS_MAIN(Version31Test)
-#include "version_31_test.moc"
+QTEST_APPLESS_MAIN(Versions31Test)
+#include "versions_31_test.moc"

@@ -4,7 +4,7 @@
 
 #include <sqlite3.h>
 
-// The names of growers, farms and fields; for the ports see version_25_ports_test.
+// The names of growers, farms and fields; for the ports see versions_25_ports_test.
 
 namespace
 {
@@ -90,7 +90,7 @@ QStringList everyRevertFailure(QString (*error)(const QString &table), const QSt
 
 } // namespace
 
-class Version25Test : public StepTest
+class Versions25Test : public StepTest
 {
     Q_OBJECT
 
@@ -104,7 +104,7 @@ private slots:
     void closedConnectionWithOnBoardPorts();
 };
 
-void Version25Test::updateToVersion25_data()
+void Versions25Test::updateToVersion25_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -175,7 +175,7 @@ void Version25Test::updateToVersion25_data()
         << StepRun{"", everyUpdateFailure(noSuchTable, rebuildRefused), versionUnmoved, {}};
 }
 
-void Version25Test::revertFromVersion25_data()
+void Versions25Test::revertFromVersion25_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -367,7 +367,7 @@ void Version25Test::revertFromVersion25_data()
         << StepRun{"", everyRevertFailure(noSuchTable, rebuildRefused), versionUnmoved, {}};
 }
 
-void Version25Test::getUpdate25Applied_data()
+void Versions25Test::getUpdate25Applied_data()
 {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<bool>("applied");
@@ -399,7 +399,7 @@ void Version25Test::getUpdate25Applied_data()
         << growers + farms + "CREATE TABLE Fields (id);" << true;
 }
 
-void Version25Test::closedConnectionWithOnBoardPorts()
+void Versions25Test::closedConnectionWithOnBoardPorts()
 {
     ScratchDevice::writeFile(ScratchDevice::platformPath, "TORVIKMAX\n");
     DatabaseMigrator &migrator = startAt(versionUnmoved);
@@ -414,5 +414,5 @@ void Version25Test::closedConnectionWithOnBoardPorts()
     QVERIFY(migrator.getUpdate25Applied());
 }
 
-QTEST_APPLESS_MAIN(Version25Test)
-#include "version_25_test.moc"
+QTEST_APPLESS_MAIN(Versions25Test)
+#include "versions_25_test.moc"

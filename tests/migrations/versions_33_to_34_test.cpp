@@ -34,7 +34,7 @@ const QByteArray insertMaps = ";INSERT INTO workOrderRxMaps VALUES";
 const QList<QByteArray> maps = {"workOrderRxMaps"};
 } // namespace
 
-class Versions33And34Test : public StepTest
+class Versions33To34Test : public StepTest
 {
     Q_OBJECT
 
@@ -60,7 +60,7 @@ private slots:
     void probesOnAClosedConnection();
 };
 
-void Versions33And34Test::updateToVersion33_data()
+void Versions33To34Test::updateToVersion33_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -127,7 +127,7 @@ void Versions33And34Test::updateToVersion33_data()
     addRowOfClosedConnection(columnStays("wirelessEnabled", table, "") + failed);
 }
 
-void Versions33And34Test::version33DerivesDefaults_data()
+void Versions33To34Test::version33DerivesDefaults_data()
 {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<QString>("defaults");
@@ -168,7 +168,7 @@ void Versions33And34Test::version33DerivesDefaults_data()
         << "'TK-', 'tk'";
 }
 
-void Versions33And34Test::version33DerivesDefaults()
+void Versions33To34Test::version33DerivesDefaults()
 {
     QFETCH(QByteArray, before);
     device->sql(before + ";" + controlAt32);
@@ -187,7 +187,7 @@ void Versions33And34Test::version33DerivesDefaults()
     COMPARE_LINES(device->contents({"registrationInfo"}), registrationBefore);
 }
 
-void Versions33And34Test::revertFromVersion33_data()
+void Versions33To34Test::revertFromVersion33_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -240,7 +240,7 @@ void Versions33And34Test::revertFromVersion33_data()
     addRowOfClosedConnection(columnStays("apSsid", table, ""));
 }
 
-void Versions33And34Test::getUpdate33Applied_data()
+void Versions33To34Test::getUpdate33Applied_data()
 {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<bool>("applied");
@@ -267,7 +267,7 @@ void Versions33And34Test::getUpdate33Applied_data()
     QTest::newRow("there is no table") << QByteArray() << false;
 }
 
-void Versions33And34Test::version33TakesVersion30Away()
+void Versions33To34Test::version33TakesVersion30Away()
 {
     device->sql(registered + controlAt32);
     DatabaseMigrator &migrator = startAt(versionUnmoved);
@@ -293,7 +293,7 @@ void Versions33And34Test::version33TakesVersion30Away()
     QVERIFY(migrator.getUpdate33Applied());
 }
 
-void Versions33And34Test::updateToVersion34_data()
+void Versions33To34Test::updateToVersion34_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -327,7 +327,7 @@ void Versions33And34Test::updateToVersion34_data()
     addRowOfClosedConnection(notAdded("woConvRate", table, "") + failed);
 }
 
-void Versions33And34Test::revertFromVersion34_data()
+void Versions33To34Test::revertFromVersion34_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -356,7 +356,7 @@ void Versions33And34Test::revertFromVersion34_data()
     addRowOfClosedConnection(columnStays("woConvRate", table, ""));
 }
 
-void Versions33And34Test::getUpdate34Applied_data()
+void Versions33To34Test::getUpdate34Applied_data()
 {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<bool>("applied");
@@ -371,7 +371,7 @@ void Versions33And34Test::getUpdate34Applied_data()
     QTest::newRow("there is no table") << QByteArray() << false;
 }
 
-void Versions33And34Test::secondRun()
+void Versions33To34Test::secondRun()
 {
     device->sql(registered + controlAt32 + mapsAt33);
     DatabaseMigrator &migrator = startAt(versionUnmoved);
@@ -392,11 +392,11 @@ void Versions33And34Test::secondRun()
     COMPARE_LINES(device->contents(maps), mapsAfterFirst);
 }
 
-void Versions33And34Test::probesOnAClosedConnection()
+void Versions33To34Test::probesOnAClosedConnection()
 {
     checkProbesOnAClosedConnection(
         {{&M::getUpdate33Applied, false}, {&M::getUpdate34Applied, false}});
 }
 
-QTEST_APPLESS_MAIN(Versions33And34Test)
-#include "versions_33_and_34_test.moc"
+QTEST_APPLESS_MAIN(Versions33To34Test)
+#include "versions_33_to_34_test.moc"

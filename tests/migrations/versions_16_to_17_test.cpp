@@ -65,7 +65,7 @@ const QByteArray watchingChanges =
     "INSERT INTO changes SELECT OLD.language, NEW.language FROM languages; END";
 } // namespace
 
-class Versions16And17Test : public StepTest
+class Versions16To17Test : public StepTest
 {
     Q_OBJECT
 
@@ -85,7 +85,7 @@ private slots:
     void getUpdate17Applied() { checkProbe(&M::getUpdate17Applied); }
 };
 
-void Versions16And17Test::updateToVersion16_data()
+void Versions16To17Test::updateToVersion16_data()
 {
     const QStringList succeeded("Migration to version 16 was successful.");
     const QStringList failed("Migration to version 16 FAILED!");
@@ -186,7 +186,7 @@ void Versions16And17Test::updateToVersion16_data()
     addRowOfClosedConnection(failed);
 }
 
-void Versions16And17Test::revertFromVersion16_data()
+void Versions16To17Test::revertFromVersion16_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -261,7 +261,7 @@ void Versions16And17Test::revertFromVersion16_data()
     addRowOfClosedConnection({}, 15);
 }
 
-void Versions16And17Test::canadianFrenchBecomesFrenchOfFrance()
+void Versions16To17Test::canadianFrenchBecomesFrenchOfFrance()
 {
     device->sql(speakers + ";" + insertSpeakers({"fr-CA"}));
     DatabaseMigrator &migrator = startAt(16);
@@ -276,7 +276,7 @@ void Versions16And17Test::canadianFrenchBecomesFrenchOfFrance()
     COMPARE_LINES(device->dump(), QStringList(speakers) + speakersOf({"fr-FR"}));
 }
 
-void Versions16And17Test::getUpdate16Applied_data()
+void Versions16To17Test::getUpdate16Applied_data()
 {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<bool>("applied");
@@ -290,7 +290,7 @@ void Versions16And17Test::getUpdate16Applied_data()
     QTest::newRow("the languages are a view") << viewInPlaceOf("languages") << true;
 }
 
-void Versions16And17Test::updateToVersion17_data()
+void Versions16To17Test::updateToVersion17_data()
 {
     const QByteArray insert = ";INSERT INTO internalGpsReceiverSettings VALUES";
     const QByteArray firmware = ", firmwareVersion VARCHAR[40])";
@@ -333,7 +333,7 @@ void Versions16And17Test::updateToVersion17_data()
     addRowOfClosedConnection(newColumnNotAdded("firmwareVersion", table, "") + failed);
 }
 
-void Versions16And17Test::revertFromVersion17_data()
+void Versions16To17Test::revertFromVersion17_data()
 {
     const QByteArray withFirmware =
         supportedReceivers +
@@ -380,7 +380,7 @@ void Versions16And17Test::revertFromVersion17_data()
     addRowOfClosedConnection(columnStays("firmwareVersion", table, ""), 16);
 }
 
-void Versions16And17Test::getUpdate17Applied_data()
+void Versions16To17Test::getUpdate17Applied_data()
 {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<bool>("applied");
@@ -396,5 +396,5 @@ void Versions16And17Test::getUpdate17Applied_data()
         << viewInPlaceOf("internalGpsReceiverSettings") << true;
 }
 
-QTEST_APPLESS_MAIN(Versions16And17Test)
-#include "versions_16_and_17_test.moc"
+QTEST_APPLESS_MAIN(Versions16To17Test)
+#include "versions_16_to_17_test.moc"

@@ -166,7 +166,7 @@ void addRowsOfBothDirections(const Direction &direction)
 }
 } // namespace
 
-class Version32Test : public StepTest
+class Versions32Test : public StepTest
 {
     Q_OBJECT
 
@@ -182,7 +182,7 @@ private slots:
     void probeOnAClosedConnection();
 };
 
-void Version32Test::updateToVersion32_data()
+void Versions32Test::updateToVersion32_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -262,7 +262,7 @@ void Version32Test::updateToVersion32_data()
     addRowOfClosedConnection(notAdded("enableCloudJobs", "SM_Preferences", "") + failed);
 }
 
-void Version32Test::revertFromVersion32_data()
+void Versions32Test::revertFromVersion32_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -302,7 +302,7 @@ void Version32Test::revertFromVersion32_data()
         columnStays("enableCloudJobs", "SM_Preferences", ""));
 }
 
-void Version32Test::keepsTheNextIdentifier()
+void Versions32Test::keepsTheNextIdentifier()
 {
     const char *const nextIdentifier = "SELECT name, seq FROM sqlite_sequence";
     device->sql(files + preferencesAt31 + mapsAt31 + twoMaps);
@@ -315,7 +315,7 @@ void Version32Test::keepsTheNextIdentifier()
     QCOMPARE(migrator.currentVersion(), 31);
 }
 
-void Version32Test::secondRun()
+void Versions32Test::secondRun()
 {
     device->sql(files + preferencesAt31 + mapsAt31 + twoMaps);
     DatabaseMigrator &migrator = startAt(versionUnmoved);
@@ -330,7 +330,7 @@ void Version32Test::secondRun()
     COMPARE_LINES(device->contents(mapsAndPreferences), afterFirst);
 }
 
-void Version32Test::getUpdate32Applied_data()
+void Versions32Test::getUpdate32Applied_data()
 {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<bool>("applied");
@@ -350,10 +350,10 @@ void Version32Test::getUpdate32Applied_data()
     QTest::newRow("there are no preferences") << mapsAt32 << false;
 }
 
-void Version32Test::probeOnAClosedConnection()
+void Versions32Test::probeOnAClosedConnection()
 {
     checkProbesOnAClosedConnection({{&M::getUpdate32Applied, false}});
 }
 
-QTEST_APPLESS_MAIN(Version32Test)
-#include "version_32_test.moc"
+QTEST_APPLESS_MAIN(Versions32Test)
+#include "versions_32_test.moc"

@@ -30,7 +30,7 @@ const QByteArray tablesOfVersions6To10 =
     "INSERT INTO boomCapacity VALUES(1, 2, 'Boom');";
 } // namespace
 
-class Versions3To10Test : public StepTest
+class Versions03To10Test : public StepTest
 {
     Q_OBJECT
 
@@ -55,7 +55,7 @@ private slots:
     void probesOnAClosedConnection();
 };
 
-void Versions3To10Test::updateThatCannotFillItsColumn_data()
+void Versions03To10Test::updateThatCannotFillItsColumn_data()
 {
     const QByteArray groups = "CREATE TABLE MC_EquipmentSectionGroup (id INTEGER PRIMARY KEY";
     const QByteArray profiles = "CREATE TABLE userProfiles (id INTEGER PRIMARY KEY";
@@ -81,13 +81,13 @@ void Versions3To10Test::updateThatCannotFillItsColumn_data()
                {{SQLITE_UPDATE, "userProfiles"}}};
 }
 
-void Versions3To10Test::updateThatCannotFillItsColumn()
+void Versions03To10Test::updateThatCannotFillItsColumn()
 {
     QFETCH(Step, step);
     checkStep(step);
 }
 
-void Versions3To10Test::updateToVersion7_data()
+void Versions03To10Test::updateToVersion7_data()
 {
     const QByteArray files = "CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, "
                              "displayName TEXT, absolutePath TEXT, fileSize INTEGER)";
@@ -233,7 +233,7 @@ void Versions3To10Test::updateToVersion7_data()
     addRowOfClosedConnection({});
 }
 
-void Versions3To10Test::updateToVersion7EndsInADamagedTable()
+void Versions03To10Test::updateToVersion7EndsInADamagedTable()
 {
     // A page of rows is there twice: an update of the second one sends the walk back to the first.
     device->sql(
@@ -254,7 +254,7 @@ void Versions3To10Test::updateToVersion7EndsInADamagedTable()
     QCOMPARE(device->createText("systemFiles"), QString());
 }
 
-void Versions3To10Test::updateToVersion7GoesInOrder()
+void Versions03To10Test::updateToVersion7GoesInOrder()
 {
     device->sql(
         tablesOfVersions6To10 +
@@ -280,7 +280,7 @@ void Versions3To10Test::updateToVersion7GoesInOrder()
     QCOMPARE(migrator.currentVersion(), 7);
 }
 
-void Versions3To10Test::updateToVersion9_data()
+void Versions03To10Test::updateToVersion9_data()
 {
     const QByteArray table = "CREATE TABLE MC_MachineSystem (id INTEGER PRIMARY KEY, "
                              "displayName TEXT, lastUsedConfigId INTEGER)";
@@ -306,7 +306,7 @@ void Versions3To10Test::updateToVersion9_data()
     addRowOfClosedConnection(succeeded, 9);
 }
 
-void Versions3To10Test::updateToVersion10_data()
+void Versions03To10Test::updateToVersion10_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -357,7 +357,7 @@ void Versions3To10Test::updateToVersion10_data()
     addRowOfClosedConnection(columnStays("machineId", "boomCapacity", ""));
 }
 
-void Versions3To10Test::revertFromVersions6To10_data()
+void Versions03To10Test::revertFromVersions6To10_data()
 {
     QTest::addColumn<Step>("step");
     QTest::addColumn<int>("version");
@@ -376,7 +376,7 @@ void Versions3To10Test::revertFromVersions6To10_data()
     }
 }
 
-void Versions3To10Test::revertFromVersions6To10()
+void Versions03To10Test::revertFromVersions6To10()
 {
     QFETCH(Step, step);
     QFETCH(int, version);
@@ -397,7 +397,7 @@ void Versions3To10Test::revertFromVersions6To10()
     COMPARE_LINES(device->dump(), before);
 }
 
-void Versions3To10Test::secondRun_data()
+void Versions03To10Test::secondRun_data()
 {
     QTest::addColumn<Step>("step");
     QTest::addColumn<int>("version");
@@ -413,13 +413,13 @@ void Versions3To10Test::secondRun_data()
         << QStringList("Migration to version 10 was successful.");
 }
 
-void Versions3To10Test::secondRun()
+void Versions03To10Test::secondRun()
 {
     device->sql(tablesOfVersions6To10);
     checkSecondRun(startAt(versionUnmoved));
 }
 
-void Versions3To10Test::backFrom10To5AndForwardAgain()
+void Versions03To10Test::backFrom10To5AndForwardAgain()
 {
     device->sql(tablesOfVersions6To10);
     DatabaseMigrator &migrator = startAt(versionUnmoved);
@@ -461,7 +461,7 @@ void Versions3To10Test::backFrom10To5AndForwardAgain()
     COMPARE_LINES(device->dump(), atVersion10);
 }
 
-void Versions3To10Test::probes_data()
+void Versions03To10Test::probes_data()
 {
     const Probe probe10 = &M::getUpdate10Applied;
 
@@ -493,13 +493,13 @@ void Versions3To10Test::probes_data()
         << true;
 }
 
-void Versions3To10Test::probes()
+void Versions03To10Test::probes()
 {
     QFETCH(Probe, probe);
     checkProbe(probe);
 }
 
-void Versions3To10Test::probesOnAClosedConnection()
+void Versions03To10Test::probesOnAClosedConnection()
 {
     checkProbesOnAClosedConnection(
         {{&M::getUpdate3Applied, false},
@@ -512,5 +512,5 @@ void Versions3To10Test::probesOnAClosedConnection()
          {&M::getUpdate10Applied, true}});
 }
 
-QTEST_APPLESS_MAIN(Versions3To10Test)
-#include "versions_3_to_10_test.moc"
+QTEST_APPLESS_MAIN(Versions03To10Test)
+#include "versions_03_to_10_test.moc"

@@ -27,7 +27,7 @@ QByteArray refusalToChange(const QByteArray &dateFormat)
 }
 } // namespace
 
-class Version11Test : public StepTest
+class Versions11Test : public StepTest
 {
     Q_OBJECT
 
@@ -44,7 +44,7 @@ private slots:
     void probeOnAClosedConnection();
 };
 
-void Version11Test::updateToVersion11_data()
+void Versions11Test::updateToVersion11_data()
 {
     const QByteArray rows =
         ";INSERT INTO userProfiles VALUES(1, 'm/dd/yyyy'), (2, 'dd/m/yyyy'), (3, 'M/dd/yyyy'),"
@@ -112,7 +112,7 @@ void Version11Test::updateToVersion11_data()
         QStringList("Migration to version 11 FAILED!"));
 }
 
-void Version11Test::revertFromVersion11_data()
+void Versions11Test::revertFromVersion11_data()
 {
     const QByteArray rows =
         ";INSERT INTO userProfiles VALUES(1, 'M/dd/yyyy'), (2, 'dd/M/yyyy'), (3, 'M/d/yyyy'),"
@@ -178,7 +178,7 @@ void Version11Test::revertFromVersion11_data()
     addRowOfClosedConnection(forEach(columnsOfVersion11, columnStays, ""), 10);
 }
 
-void Version11Test::secondRun_data()
+void Versions11Test::secondRun_data()
 {
     QTest::addColumn<Step>("step");
     QTest::addColumn<int>("version");
@@ -191,7 +191,7 @@ void Version11Test::secondRun_data()
         << Step(&M::revertFromVersion11) << 10 << QStringList();
 }
 
-void Version11Test::secondRun()
+void Versions11Test::secondRun()
 {
     device->sql(
         outgoing + ");" + incoming + ");" + history + ");" + profiles +
@@ -199,7 +199,7 @@ void Version11Test::secondRun()
     checkSecondRun(startAt(versionUnmoved));
 }
 
-void Version11Test::dateFormatsDoNotComeBack()
+void Versions11Test::dateFormatsDoNotComeBack()
 {
     device->sql(
         outgoing + ");" + incoming + ");" + history + ");" + profiles +
@@ -215,7 +215,7 @@ void Version11Test::dateFormatsDoNotComeBack()
     QCOMPARE(migrator.currentVersion(), 10);
 }
 
-void Version11Test::getUpdate11Applied_data()
+void Versions11Test::getUpdate11Applied_data()
 {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<bool>("applied");
@@ -243,10 +243,10 @@ void Version11Test::getUpdate11Applied_data()
         << true;
 }
 
-void Version11Test::probeOnAClosedConnection()
+void Versions11Test::probeOnAClosedConnection()
 {
     checkProbesOnAClosedConnection({{&M::getUpdate11Applied, true}});
 }
 
-QTEST_APPLESS_MAIN(Version11Test)
-#include "version_11_test.moc"
+QTEST_APPLESS_MAIN(Versions11Test)
+#include "versions_11_test.moc"

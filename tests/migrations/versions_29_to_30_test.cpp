@@ -36,7 +36,7 @@ const QString controlRebuilt =
 
 } // namespace
 
-class Versions29And30Test : public StepTest
+class Versions29To30Test : public StepTest
 {
     Q_OBJECT
 
@@ -56,7 +56,7 @@ private slots:
     void probesOnAClosedConnection();
 };
 
-void Versions29And30Test::updateToVersion29_data()
+void Versions29To30Test::updateToVersion29_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -191,7 +191,7 @@ void Versions29And30Test::updateToVersion29_data()
         notMoved + tableStays(table, "") + tableStays(temporary, "") + succeeded, 29);
 }
 
-void Versions29And30Test::revertFromVersion29_data()
+void Versions29To30Test::revertFromVersion29_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -272,7 +272,7 @@ void Versions29And30Test::revertFromVersion29_data()
     addRowOfClosedConnection(notMoved + tableStays(table, "") + tableStays(temporary, "") + failed);
 }
 
-void Versions29And30Test::updateToVersion30_data()
+void Versions29To30Test::updateToVersion30_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -299,7 +299,7 @@ void Versions29And30Test::updateToVersion30_data()
     addRowOfClosedConnection(notAdded(column, "systemControl", "") + failed);
 }
 
-void Versions29And30Test::revertFromVersion30_data()
+void Versions29To30Test::revertFromVersion30_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -320,7 +320,7 @@ void Versions29And30Test::revertFromVersion30_data()
     addRowOfClosedConnection(columnStays("wirelessEnabled", "systemControl", ""));
 }
 
-void Versions29And30Test::secondRun_data()
+void Versions29To30Test::secondRun_data()
 {
     QTest::addColumn<Step>("step");
     QTest::addColumn<int>("version");
@@ -335,18 +335,18 @@ void Versions29And30Test::secondRun_data()
                                 << controlAt29 + ";INSERT INTO systemControl VALUES(1, 'UTC')";
 }
 
-void Versions29And30Test::secondRun()
+void Versions29To30Test::secondRun()
 {
     QFETCH(QByteArray, before);
     device->sql(before);
     checkSecondRun(startAt(versionUnmoved));
 }
 
-void Versions29And30Test::probesOnAClosedConnection()
+void Versions29To30Test::probesOnAClosedConnection()
 {
     checkProbesOnAClosedConnection(
         {{&M::getUpdate29Applied, false}, {&M::getUpdate30Applied, false}});
 }
 
-QTEST_APPLESS_MAIN(Versions29And30Test)
-#include "versions_29_and_30_test.moc"
+QTEST_APPLESS_MAIN(Versions29To30Test)
+#include "versions_29_to_30_test.moc"

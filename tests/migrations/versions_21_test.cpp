@@ -71,7 +71,7 @@ const QString receiverNotAdded =
     "updateToVersion21 - Failed to populate gpsReceivers table with new entries";
 } // namespace
 
-class Version21Test : public StepTest
+class Versions21Test : public StepTest
 {
     Q_OBJECT
 
@@ -95,7 +95,7 @@ private:
 
 /// Checks a step against the test's row: the run leaves what the probe says of its work, and the
 /// tables of the step.
-void Version21Test::checkStepAndProbe(Step step)
+void Versions21Test::checkStepAndProbe(Step step)
 {
     checkStep(
         step,
@@ -106,7 +106,7 @@ void Version21Test::checkStepAndProbe(Step step)
         {"MC_Machine", "MC_MachineConfig", "serialDevices"});
 }
 
-void Version21Test::updateToVersion21_data()
+void Versions21Test::updateToVersion21_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -303,7 +303,7 @@ void Version21Test::updateToVersion21_data()
         {{SQLITE_DROP_TABLE, "preferredGpsSolutions"}}};
 }
 
-void Version21Test::updateToVersion21Twice()
+void Versions21Test::updateToVersion21Twice()
 {
     device->sql(atVersion20);
     DatabaseMigrator &migrator = startAt(versionUnmoved);
@@ -322,7 +322,7 @@ void Version21Test::updateToVersion21Twice()
     COMPARE_LINES(device->contents(stepTables), allReceivers + allMachines);
 }
 
-void Version21Test::revertFromVersion21_data()
+void Versions21Test::revertFromVersion21_data()
 {
     QTest::addColumn<StepRun>("run");
 
@@ -457,7 +457,7 @@ void Version21Test::revertFromVersion21_data()
         {{SQLITE_DROP_TABLE, ""}}};
 }
 
-void Version21Test::revertFromVersion21Twice()
+void Versions21Test::revertFromVersion21Twice()
 {
     device->sql(atVersion21);
     DatabaseMigrator &migrator = startAt(versionUnmoved);
@@ -472,7 +472,7 @@ void Version21Test::revertFromVersion21Twice()
     COMPARE_LINES(device->contents(stepTables), allSolutions);
 }
 
-void Version21Test::revertFromVersion21AfterAFailure()
+void Versions21Test::revertFromVersion21AfterAFailure()
 {
     device->sql(atVersion21 + "DELETE FROM MC_MachineConfig WHERE id = 1;");
     DatabaseMigrator &migrator = startAt(versionUnmoved);
@@ -489,7 +489,7 @@ void Version21Test::revertFromVersion21AfterAFailure()
 }
 
 /// The next run needs what the failed run dropped.
-void Version21Test::revertFromVersion21AfterAFailedDrop()
+void Versions21Test::revertFromVersion21AfterAFailedDrop()
 {
     device->sql(atVersion21);
     DatabaseMigrator &migrator = startAt(versionUnmoved);
@@ -508,7 +508,7 @@ void Version21Test::revertFromVersion21AfterAFailedDrop()
     COMPARE_LINES(device->contents(stepTables), allReceivers + allSolutions);
 }
 
-void Version21Test::restoresWhatTheForwardStepMapped()
+void Versions21Test::restoresWhatTheForwardStepMapped()
 {
     device->sql(
         atVersion20 + "INSERT INTO MC_MachineConfig VALUES(3, 20);"
@@ -524,7 +524,7 @@ void Version21Test::restoresWhatTheForwardStepMapped()
     COMPARE_LINES(device->contents(stepTables), allSolutions);
 }
 
-void Version21Test::getUpdate21Applied_data()
+void Versions21Test::getUpdate21Applied_data()
 {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<bool>("applied");
@@ -551,7 +551,7 @@ void Version21Test::getUpdate21Applied_data()
         << someReceivers + "CREATE VIEW machineToGpsReceiverMapping AS SELECT 1;" << false;
 }
 
-void Version21Test::closedConnection()
+void Versions21Test::closedConnection()
 {
     device->sql(atVersion20);
     DatabaseMigrator &migrator = startAt(versionUnmoved);
@@ -570,5 +570,5 @@ void Version21Test::closedConnection()
     QVERIFY(!migrator.getUpdate21Applied());
 }
 
-QTEST_APPLESS_MAIN(Version21Test)
-#include "version_21_test.moc"
+QTEST_APPLESS_MAIN(Versions21Test)
+#include "versions_21_test.moc"
