@@ -162,8 +162,7 @@ void DriverTest::runMigration()
     device->sql(maintainedTables + before);
     recordVersions(main, alternate, mirelVersion);
     ScratchDevice::writeFile(ScratchDevice::softwareVersionPath, softwareVersion);
-    DatabaseMigrator &migrator = device->start(arguments);
-    device->takeLog();
+    DatabaseMigrator &migrator = start(arguments);
 
     migrator.runMigration();
 
@@ -189,8 +188,7 @@ void DriverTest::runsItsStagesInOrder()
     ScratchDevice::writeFile(
         "/app/refProducts.sql",
         "INSERT INTO growers VALUES(2, 'North'); INSERT INTO products VALUES(1)");
-    DatabaseMigrator &migrator = device->start({"2"});
-    device->takeLog();
+    DatabaseMigrator &migrator = start({"2"});
 
     migrator.runMigration();
 
@@ -218,8 +216,7 @@ QStringList DriverTest::walk(int from, int to)
         "INSERT INTO productControl_productSettings VALUES('p', 'A', 1, 1, 1, 1, 1";
     device->sql(row + (from < to ? ")" : ", 1)"));
     recordVersions(from, from, "''");
-    DatabaseMigrator &migrator = device->start({QString::number(to)});
-    device->takeLog();
+    DatabaseMigrator &migrator = start({QString::number(to)});
 
     from < to ? migrator.migrateForward() : migrator.migrateBackward();
 
@@ -258,8 +255,7 @@ void DriverTest::walksNowhere()
 {
     device->sql(settingsAtVersion2);
     recordVersions(2, 2, "''");
-    DatabaseMigrator &migrator = device->start({"2"});
-    device->takeLog();
+    DatabaseMigrator &migrator = start({"2"});
     const QStringList before = device->dump();
 
     migrator.migrateForward();
@@ -340,8 +336,7 @@ void DriverTest::updateDatabaseVersion()
     QFETCH(QByteArray, softwareVersion);
     recordVersions(version, 7, "''");
     ScratchDevice::writeFile(ScratchDevice::softwareVersionPath, softwareVersion);
-    DatabaseMigrator &migrator = device->start({"2"});
-    device->takeLog();
+    DatabaseMigrator &migrator = start({"2"});
     // Both rows change after construction has read them.
     device->sql("UPDATE tableVersion SET version = 8;"
                 "UPDATE tableVersion SET MirelVersion = '1.0' WHERE tableName = 'mainSqlDb';");

@@ -235,8 +235,7 @@ void IntegrityCheckTest::fileThatIsNoDatabaseDoesNotStopTheRun()
     device->recordVersion(1);
     const QByteArray file = device->readFile(ScratchDevice::databasePath);
     device->writeFile(ScratchDevice::databasePath, file.left(kept) + appended);
-    DatabaseMigrator &migrator = device->start({"1"});
-    device->takeLog();
+    DatabaseMigrator &migrator = start({"1"});
 
     migrator.runMigration();
 
@@ -269,8 +268,7 @@ void IntegrityCheckTest::reappliedStepThatFailsStopsNothing()
     device->sql(settingsOfVersion1);
     device->sql("CREATE TABLE productControl_productSettings_old (productId TEXT)");
     const QStringList before = device->dump();
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     migrator.checkDatabaseIntegrity();
 
@@ -290,8 +288,7 @@ void IntegrityCheckTest::versionIsSetBackAfterwards()
     device->sql(settingsOfVersion1);
     device->sql("CREATE TABLE ombrixMasterSettings (machineConfigId INTEGER PRIMARY KEY, "
                 "ombrixEnabled BOOLEAN DEFAULT 1)");
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     migrator.checkDatabaseIntegrity();
 
@@ -327,8 +324,7 @@ void IntegrityCheckTest::impossibleVersionEndsAsFastAsTheNewest()
         device = std::make_unique<ScratchDevice>();
         device->recordVersion(version);
         device->sql(settingsOfVersion1);
-        DatabaseMigrator &migrator = device->start();
-        device->takeLog();
+        DatabaseMigrator &migrator = start();
         QElapsedTimer time;
         time.start();
 
@@ -367,8 +363,7 @@ void IntegrityCheckTest::databaseThatIsNotOpen()
     device->recordVersion(2);
     device->sql(settingsOfVersion1);
     const QStringList before = device->dump();
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
     QSqlDatabase::database().close();
 
     migrator.checkDatabaseIntegrity();

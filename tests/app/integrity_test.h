@@ -49,8 +49,7 @@ protected:
     /// Runs the check and returns what it logged.
     QString check()
     {
-        DatabaseMigrator &migrator = device->start();
-        device->takeLog();
+        DatabaseMigrator &migrator = start();
         migrator.checkDatabaseIntegrity();
         return device->takeLog();
     }

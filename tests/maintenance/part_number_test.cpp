@@ -152,8 +152,7 @@ void PartNumberTest::fileIsRead()
 {
     QFETCH(QByteArray, content);
     device->writeFile(ScratchDevice::registrationPath, content);
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     const QString partNumber = migrator.readRegistrationPartNumber(ScratchDevice::registrationPath);
 
@@ -256,8 +255,7 @@ void PartNumberTest::numberIsCopied()
     QFETCH(QByteArray, setUp);
     device->writeFile(ScratchDevice::registrationPath, content);
     device->sql(setUp);
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     migrator.syncPartNumber();
 
@@ -282,8 +280,7 @@ void PartNumberTest::idOfAnEarlierFileIsKept()
 void PartNumberTest::missingFileIsNoFailure()
 {
     const QStringList before = device->dump();
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     migrator.syncPartNumber();
 
@@ -296,8 +293,7 @@ void PartNumberTest::directoryIsNoFile()
 {
     QDir().mkdir(ScratchDevice::registrationPath);
     const QStringList before = device->dump();
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     migrator.syncPartNumber();
 
@@ -311,8 +307,7 @@ void PartNumberTest::pipeIsNoFile()
     // Nobody writes into it: opening it would wait forever.
     QCOMPARE(mkfifo(ScratchDevice::registrationPath.toUtf8(), 0600), 0);
     const QStringList before = device->dump();
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     migrator.syncPartNumber();
 
@@ -339,8 +334,7 @@ void PartNumberTest::hugeFileIsNotRead()
         registration("94071A").replace(
             "</LVData>", QByteArray("<a>x</a>").repeated(elements) + "</LVData>"));
     const QStringList before = device->dump();
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
     const PeakMemory memory;
     QElapsedTimer time;
     time.start();
@@ -357,8 +351,7 @@ void PartNumberTest::closedDatabaseIsNoFailure()
 {
     device->writeFile(ScratchDevice::registrationPath, registration("94071A"));
     const QStringList before = device->dump();
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
     QSqlDatabase::database().close();
 
     migrator.syncPartNumber();

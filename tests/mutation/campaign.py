@@ -164,15 +164,15 @@ def first_tests(file):
                  if versions_of(path.stem) & versions_of(stem)]
         return f"^({'|'.join(tests)}|added_columns_test|column_probes_test)$"
     return {"database_migrator": "^(construction|driver)_test$",
-            "duplicate_names": "^(duplicate_names|suspect_rows)_test$",
+            "duplicate_names": "^(duplicate_.*|suspect_rows)_test$",
             "integrity_check": "^integrity_(check|repairs)_test$",
             "limited_walk": "^(limited_walk|long_walks|statements)_test$",
             "log": "^(columns_and_tables|driver|integrity_.*|versions_25.*)_test$",
-            "name_table": "^(duplicate_names|suspect_rows)_test$",
+            "name_table": "^(duplicate_.*|suspect_rows)_test$",
             "rebuild_statements": "^(rebuild_statements|table_rebuild)_test$",
             "registry": "^(registry|driver)_test$",
             "statements": "^(statements|long_walks|duplicate_names)_test$",
-            "suspect_rows": "^(duplicate_names|suspect_rows)_test$",
+            "suspect_rows": "^(duplicate_.*|suspect_rows)_test$",
             "table_recreation": "^versions_(02|32)_test$",
             "text_file_reader": "^(construction|reference_scripts)_test$",
             }.get(stem, f"^{stem}_test$")

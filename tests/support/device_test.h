@@ -20,5 +20,13 @@ protected slots:
     void cleanup() { device.reset(); }
 
 protected:
+    /// Starts the migrator and takes the log of its start.
+    DatabaseMigrator &start(const QStringList &arguments = {})
+    {
+        DatabaseMigrator &migrator = device->start(arguments);
+        device->takeLog();
+        return migrator;
+    }
+
     std::unique_ptr<ScratchDevice> device;
 };
