@@ -167,7 +167,7 @@ public:
     void revertFromVersion6();
     bool getUpdate6Applied() const;
 
-    // Version 7: files move under the program directory, transfers start afresh.
+    // Version 7: files move under the program directory, file transfers are forgotten.
     void updateToVersion7();
     void revertFromVersion7();
     bool getUpdate7Applied() const;

@@ -22,7 +22,7 @@ void DatabaseMigrator::runMigration()
 }
 
 // Both walks follow the registries, not the current version: a step that fails stops nothing, and
-// version numbers that nothing is registered for cost nothing.
+// version numbers without a step cost nothing.
 
 void DatabaseMigrator::migrateForward()
 {
@@ -44,7 +44,7 @@ void DatabaseMigrator::migrateBackward()
 void DatabaseMigrator::updateDatabaseVersion()
 {
     if (m_targetTakenFromAlternate) {
-        // The next run finds another software version than its own and migrates again.
+        // Without a recorded software version the next run migrates again.
         m_softwareVersion.clear();
     }
     const QString version = QString::number(m_currentVersion);

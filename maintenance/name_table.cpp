@@ -31,7 +31,7 @@ bool NameTable::canBeGrouped() const
 
 QVariant NameTable::hasSuspects() const
 {
-    // A name or a scope that is NULL equals none.
+    // NULL is equal to nothing.
     const QStringList columns = QStringList("displayName") + scopeColumns;
     return firstValue(
         QString("SELECT EXISTS (SELECT 1 FROM %1 WHERE %2 "

@@ -6,8 +6,8 @@
 
 namespace
 {
-/// Names that the database may find equal have the same key, whatever the column's collation is;
-/// names that share a key by chance cost one look.
+/// Names that SQLite may find equal have the same key, whatever the column's collation is. Names that
+/// share a key by chance cost one statement.
 uint keyOf(const SuspectRows::Scope &scope, const QString &name)
 {
     int end = name.size();
@@ -17,8 +17,8 @@ uint keyOf(const SuspectRows::Scope &scope, const QString &name)
     return qHash(name.left(end).toLower(), qHashRange(scope.begin(), scope.end()));
 }
 
-/// A statement that holds a quote or a NUL ends early: it fails, or it does something of its own.
-/// The two other characters are read as a third one, so that names which read differently are equal.
+/// A quote or a NUL ends the statement early: it fails, or it does something of its own. SQLite reads
+/// the two other characters as U+FFFD, which makes names equal that are not the same here.
 bool breaksStatements(const QString &name)
 {
     return name.contains('\'') || name.contains(QChar::Null) || name.contains(QChar(0xfffe)) ||
@@ -71,7 +71,7 @@ bool SuspectRows::forEachRow(
     if (!nextSuspect(parent, std::nullopt)) {
         return true;
     }
-    // An index decides on the order; the rows that are no suspects cost no look for their equals.
+    // Where an index decides on the order every row is visited; only suspects look for their equals.
     return m_readInOrderOfRowIds ? visitSuspects(select, parent, visit)
                                  : visitEveryRow(select, visit);
 }
@@ -187,7 +187,7 @@ void SuspectRows::rowUpdated(
         return;
     }
     if (breaksStatements(name)) {
-        // There is no telling what such a statement has changed.
+        // Such a statement may have changed anything.
         m_top->m_outdated = true;
         return;
     }

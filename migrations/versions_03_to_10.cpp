@@ -94,7 +94,7 @@ bool DatabaseMigrator::getUpdate6Applied() const
     return getTableInfo("MC_EquipmentSectionGroup").columnNames.indexOf("isoNodeName") > 0;
 }
 
-// ---- Version 7: files move under the program directory, transfers start afresh. -----------------
+// ---- Version 7: files move under the program directory, file transfers are forgotten. -----------
 
 void DatabaseMigrator::updateToVersion7()
 {
@@ -118,7 +118,7 @@ void DatabaseMigrator::updateToVersion7()
         executeQuietly("DELETE FROM OutgoingFiles"),
         executeQuietly("DELETE FROM IncomingFiles"),
         executeQuietly("DELETE FROM FileTransferHistory"),
-        // Kept on purpose: without that table the step never succeeds.
+        // Kept on purpose: without this table the step never succeeds.
         executeQuietly("DROP TABLE systemFiles"),
     });
     if (succeeded) {

@@ -92,7 +92,7 @@ bool DatabaseMigrator::getUpdate15Applied() const
 
 void DatabaseMigrator::updateToVersion16()
 {
-    // Kept on purpose: SQLite takes a text in double quotes that names no column as a text.
+    // Kept on purpose: SQLite reads a name in double quotes as a text if there is no such column.
     const bool succeeded = allSucceeded({
         executeQuietly(R"(UPDATE UserProfiles SET language = "en-US" WHERE language = "en")"),
         executeQuietly(R"(UPDATE UserProfiles SET language = "es-ES" WHERE language = "es")"),
@@ -100,7 +100,7 @@ void DatabaseMigrator::updateToVersion16()
         executeQuietly(R"(UPDATE UserProfiles SET language = "de-DE" WHERE language = "de")"),
         executeQuietly(R"(UPDATE UserProfiles SET language = "ru-RU" WHERE language = "ru")"),
         executeQuietly(R"(UPDATE UserProfiles SET language = "pt-BR" WHERE language = "pt")"),
-        // Kept on purpose: fails where the table has gone already.
+        // Kept on purpose: fails when the table is already gone.
         executeQuietly("DROP TABLE languages"),
     });
     closeForwardStep(
@@ -133,7 +133,7 @@ bool DatabaseMigrator::getUpdate16Applied() const
 
 void DatabaseMigrator::updateToVersion17()
 {
-    // Kept on purpose: the column is added also where the rename failed, and its type has square
+    // Kept on purpose: the column is added even if the rename failed, and its type has square
     // brackets.
     const bool succeeded = allSucceeded({
         executeQuietly(
@@ -158,7 +158,7 @@ void DatabaseMigrator::revertFromVersion17()
 
 bool DatabaseMigrator::getUpdate17Applied() const
 {
-    // Kept on purpose: only the old table is looked for, in this case.
+    // Kept on purpose: looks only for the old table, in exactly this letter case.
     return !tableExists("internalGpsReceiverSettings");
 }
 
@@ -198,7 +198,7 @@ void DatabaseMigrator::updateToVersion19()
         return;
     }
     LimitedWalk machineConfigs;
-    // Kept on purpose: without that table there is nothing to map.
+    // Kept on purpose: a missing table is no failure, there is nothing to map.
     if (machineConfigs.exec("SELECT DISTINCT machineConfigId FROM onScreenSwitchboxConfig")) {
         bool machineConfigsMapped = true;
         while (machineConfigs.next()) {

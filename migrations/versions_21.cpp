@@ -61,8 +61,8 @@ bool replaceSolutionsByReceivers(DatabaseMigrator &migrator)
         return false;
     }
 
-    // Kept on purpose: once something has failed every later statement still runs but counts as
-    // failed, so nothing further is mapped.
+    // Kept on purpose: after a failure every later statement still runs but counts as failed, so
+    // nothing more is mapped.
     bool succeeded = true;
     while (solutions.next()) {
         const QString machineConfigId = QString::number(solutions.value(0).toLongLong());
@@ -99,8 +99,8 @@ bool replaceSolutionsByReceivers(DatabaseMigrator &migrator)
     const bool solutionsRead = solutions.readToTheEnd();
     solutions.finish();
 
-    // Kept on purpose: the table goes also when something has failed, and when it cannot be dropped
-    // the step does not fail for that.
+    // Kept on purpose: the table is dropped even after a failure. If it cannot be dropped, the step
+    // can still succeed.
     if (!migrator.dropTable("preferredGpsSolutions")) {
         migrator.logMessage("updateToVersion21 - failed to drop preferredGpsSolutions table");
     }
@@ -182,7 +182,7 @@ void DatabaseMigrator::revertFromVersion21()
     const bool receiversDropped = allSucceeded({
         dropTable("gpsReceivers"),
         dropTable("machineToGpsReceiverMapping"),
-        // Kept on purpose: the forward step never touches this one.
+        // Kept on purpose: the forward step never touches this table.
         dropTable("implementToGpsReceiverMapping"),
     });
     if (receiversDropped) {

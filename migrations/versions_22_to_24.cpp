@@ -44,8 +44,8 @@ bool DatabaseMigrator::getUpdate22Applied() const
         if (info.createText.isEmpty()) {
             continue;
         }
-        // Version 25 gives the name column another name. Kept on purpose: tables that are not there
-        // have nothing missing.
+        // Version 25 renames isoName to originalName. Kept on purpose: a missing table has nothing
+        // missing.
         const bool nameExists =
             info.columnNames.contains("isoName") || info.columnNames.contains("originalName");
         if (!info.columnNames.contains("isoId") || !nameExists) {
@@ -70,7 +70,7 @@ void DatabaseMigrator::updateToVersion23()
         addColumnIfNotExists("PC_IngredientToMixBridge", "rate", "REAL"),
         addColumnIfNotExists("PC_IngredientToMixBridge", "displayUnit", "INTEGER", "0"),
         addColumnIfNotExists("productControl_userProfile", "mixSetupMode", "INTEGER"),
-        // The display units below take over the units as renumbered here.
+        // This comes before the display units below, which copy the new numbers.
         setColumnValue("PC_Ingredient", "unit", "2", "unit=1"),
         setColumnValue(
             "PC_IngredientToMixBridge",

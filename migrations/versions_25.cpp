@@ -15,7 +15,7 @@ QString onBoardPort(QString name)
     return name.replace("ttymxc2", "gps1");
 }
 
-// Kept on purpose: also turns ports into USB adapters that never were.
+// Kept on purpose: also changes ports that were never USB adapters.
 QString usbPort(QString name)
 {
     if (name.contains("ttyS")) {
@@ -31,7 +31,7 @@ bool updatePortNames(
     PortName newName, const QString &failure)
 {
     bool succeeded = true;
-    // Kept on purpose: rows are rewritten whether their name changes or not.
+    // Kept on purpose: every row is written, even if its name does not change.
     for (auto row = names.begin(); row != names.end(); ++row) {
         succeeded &= migrator.executeOrLogDatabaseText(
             update.arg(newName(row.value()), QString::number(row.key())), failure);
@@ -99,8 +99,7 @@ void DatabaseMigrator::updateToVersion25()
 {
     bool namesCopied = true;
     for (const QString table : {"growers", "farms", "fields"}) {
-        // Kept on purpose: a column that is already there is not filled, but the other one goes all
-        // the same.
+        // Kept on purpose: a column that is already there is not filled, but isoName is dropped below.
         if (!getTableInfo(table).columnNames.contains("originalName")) {
             namesCopied &= addColumnIfNotExists(table, "originalName", "TEXT");
             namesCopied &= setColumnValue(table, "originalName", "isoName");
@@ -114,7 +113,7 @@ void DatabaseMigrator::updateToVersion25()
     });
     const bool onBoard = m_platform == platformWithOnBoardPorts;
     const QString failure = "Error while updating to version 25. Error was: ";
-    // Kept on purpose: devices are renamed also after a failure, receivers are not.
+    // Kept on purpose: devices are renamed even after a failure, receivers are not.
     const bool devicesRenamed = !onBoard || renameSerialDevicePorts(*this, onBoardPort, failure);
     const bool succeeded = namesMoved && devicesRenamed &&
                            (!onBoard || renameReceiverPorts(*this, onBoardPort, failure));
@@ -137,7 +136,7 @@ void DatabaseMigrator::revertFromVersion25()
         dropColumnSaveParameters("growers", "originalName"),
         dropColumnSaveParameters("farms", "originalName"),
         dropColumnSaveParameters("fields", "originalName"),
-        // Kept on purpose: the forward step has no counterpart of this.
+        // Kept on purpose: the forward step does nothing like this.
         addColumnIfNotExists("fields", "partfieldCode_temp", "TEXT"),
         setColumnValue("fields", "partfieldCode_temp", "partfieldCode"),
         dropColumnSaveParameters("fields", "partfieldCode"),

@@ -14,11 +14,11 @@
 
 namespace
 {
-/// Removes the pool's "*.iop" files, in any letter case; directories and hidden files stay. Kept on
-/// purpose: both directions do, whatever else has failed.
+/// Removes the pool's "*.iop" files, in any letter case; directories and hidden files stay.
+/// Kept on purpose: both directions remove them, even if the step failed.
 void removePoolFiles()
 {
-    // Not Qt's list of the directory, which leaves out names that are no valid UTF-8.
+    // Qt's list of a directory leaves out names that are no valid UTF-8.
     std::error_code ignored;
     std::filesystem::directory_iterator file("/usr/bin/harlo/pool", ignored);
     while (file != std::filesystem::directory_iterator()) {
@@ -75,7 +75,7 @@ bool DatabaseMigrator::getUpdate26Applied() const
 void DatabaseMigrator::updateToVersion27()
 {
     if (!getUpdate27Applied()) {
-        // Kept on purpose: all four run, also after a failure, and a half-done rebuild stays as it
+        // Kept on purpose: all four run, even after a failure, and a half-done rebuild is left as it
         // is.
         const bool tableRebuilt = allSucceeded({
             executeQuietly(
@@ -127,8 +127,7 @@ void DatabaseMigrator::updateToVersion28()
 
 void DatabaseMigrator::revertFromVersion28()
 {
-    // Kept on purpose: of the steps around it only this one and version 29 tell of a successful way
-    // back.
+    // Kept on purpose: only this step and version 29 log that the way back was successful.
     if (dropColumnSaveParameters("VideoCaptureConfigurationSetup", "cameraReversePopupEnabled")) {
         m_currentVersion = 27;
         logMessage("Reverting from version 28 was successful.");
@@ -149,7 +148,7 @@ namespace
 void renameReverseSenseToHardwired(DatabaseMigrator &migrator)
 {
     if (!executeQuietly("ALTER TABLE reverseSenseSettings RENAME TO reverseSenseSettings_temp")) {
-        // Kept on purpose: the line names one table, both go.
+        // Kept on purpose: the line names one table, but both are dropped.
         migrator.logMessage(
             "Could not rename table to reverseSenseSettings_temp. Dropping temp table to allow Mirel to create new empty table.");
         migrator.dropTable("reverseSenseSettings");
@@ -183,8 +182,8 @@ void renameReverseSenseToHardwired(DatabaseMigrator &migrator)
 
 bool renameReverseSenseToRemote(DatabaseMigrator &migrator)
 {
-    // Kept on purpose: no probe is asked, so that columns which are remote already cannot be copied
-    // and the table goes.
+    // Kept on purpose: no probe is asked. If the columns are already remote, they cannot be copied
+    // and the table is dropped.
     if (!executeQuietly("ALTER TABLE reverseSenseSettings RENAME TO reverseSenseSettings_temp")) {
         migrator.logMessage(
             "Could not rename table to reverseSenseSettings_temp. Attempting to drop both tables to allow Mirel to create new empty table.");
@@ -210,7 +209,7 @@ bool renameReverseSenseToRemote(DatabaseMigrator &migrator)
         "SELECT mc_sqlId, enableHardwiredReverseSense, "
         "overrideHardwiredReverseSenseDefaultDirection FROM reverseSenseSettings_temp");
     if (!rowsCopied) {
-        // Kept on purpose: no error text, unlike on the way forward.
+        // Kept on purpose: no error text, unlike the forward step.
         migrator.dropTable("reverseSenseSettings");
         migrator.logMessage(
             "Failed inserting data from reverseSenseSettings_temp into new reverseSenseSettings");
@@ -226,7 +225,7 @@ void DatabaseMigrator::updateToVersion29()
         renameReverseSenseToHardwired(*this);
     }
     // Kept on purpose: a dropped table counts as migrated, because the device software creates it
-    // anew.
+    // again.
     m_currentVersion = 29;
     logMessage("Migration to version 29 was successful.");
 }
@@ -286,8 +285,8 @@ bool fillUuids(const QString &table)
         uuids << QUuid::createUuid().toString();
     }
     rows.finish();
-    // Kept on purpose: the batch decides, and with empty lists it succeeds even when there is no
-    // such table.
+    // Kept on purpose: only the batch decides. With empty lists it succeeds even if there is no such
+    // table.
     QSqlQuery update;
     update.prepare(QString("UPDATE %1 SET uuid=:uuid WHERE id=:id").arg(table));
     update.bindValue(":uuid", uuids);
@@ -299,7 +298,7 @@ bool fillUuids(const QString &table)
 void DatabaseMigrator::updateToVersion31()
 {
     for (const QString table : {"PC_Carrier", "PC_Mix", "PC_PlanterVariety"}) {
-        // Kept on purpose: only filling the column can fail.
+        // Kept on purpose: the step fails only if the column cannot be filled.
         addColumnIfNotExists(table, "uuid", "TEXT");
         if (!fillUuids(table)) {
             logMessage(
@@ -308,8 +307,8 @@ void DatabaseMigrator::updateToVersion31()
             return;
         }
     }
-    // Kept on purpose: the default carriers' identifiers have no braces, they replace whatever
-    // these carriers had, and there is none for carrier 7.
+    // Kept on purpose: the default carriers' identifiers have no braces, replace whatever these
+    // carriers had, and leave out carrier 7.
     const bool carriersIdentified = allSucceeded({
         executeQuietly(
             "UPDATE PC_Carrier SET uuid = '6925f16e-e25c-4768-bc50-8885c4baaa8f' WHERE id = 1"),

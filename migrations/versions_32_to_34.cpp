@@ -67,8 +67,8 @@ void DatabaseMigrator::updateToVersion32()
         "pid TEXT, mapName TEXT, units TEXT, uniqueProdId INTEGER, "
         "FOREIGN KEY(woUuid) REFERENCES files(uuid) ON UPDATE CASCADE ON DELETE CASCADE )",
         "updateToVersion32");
-    // Kept on purpose: a missing table is created here, while the way back fails without it; the
-    // preferences change in any case.
+    // Kept on purpose: a missing table is created here, but makes the way back fail. The preferences
+    // change in any case.
     const bool succeeded = allSucceeded({
         tableExists("workOrderRxMaps") ? recreateWorkOrderMaps(*this, maps)
                                        : executeQuietly(maps.create),
@@ -105,13 +105,13 @@ bool DatabaseMigrator::getUpdate32Applied() const
 
 namespace
 {
-/// Begins the default password of the device's own access point; digits of the barcode follow.
+/// The start of the default password of the device's own access point; barcode digits follow.
 constexpr const char *accessPointPasswordPrefix = "tk";
 } // namespace
 
 void DatabaseMigrator::updateToVersion33()
 {
-    // Only the first registration row counts; what is no number there reads as 0.
+    // Only the first registration row counts; a value that is no number reads as 0.
     QString serialNumber;
     QString barcodeTail;
     QSqlQuery registration = forwardOnlyQuery();

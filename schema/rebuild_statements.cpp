@@ -31,8 +31,8 @@ RebuildStatements composeRebuild(const QString &table, const TableInfo &info, co
     }
     columnList.chop(1);
 
-    // A key that loses a column in the middle gets an empty name, one that loses them all an empty
-    // clause: SQLite refuses both, so such a table stays as it is.
+    // A key that loses a column in the middle gets an empty name. A key that loses them all gets an
+    // empty clause. SQLite refuses both, so such a table stays as it is.
     for (int position = 1; position <= primaryKeyColumns.size(); ++position) {
         primaryKeyClause += primaryKeyColumns.value(position) + ",";
     }

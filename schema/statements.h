@@ -9,7 +9,7 @@
 
 // Statements on the default connection that log nothing.
 
-/// Runs one statement. A failure goes nowhere but into the result.
+/// Runs one statement.
 /// @return false when the statement failed
 bool executeQuietly(const QString &sql);
 

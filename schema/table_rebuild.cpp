@@ -11,8 +11,8 @@ bool DatabaseMigrator::dropColumnSaveParameters(const QString &table, const QStr
     QSqlQuery query;
     // Kept on purpose: the result is ignored. If foreign keys stay on, the DROP cascades.
     query.exec("PRAGMA foreign_keys = OFF");
-    // A structure that was read only in part would cost the table its other columns and keys. Where
-    // no column could be read the create statement runs, and its error is the one that is logged.
+    // With a structure that was read only in part the table would lose its other columns and keys. If
+    // no column could be read the create statement runs and fails, and its error is logged.
     const bool tableRebuilt = info.readError.isEmpty() && query.exec(rebuild.create) &&
                               query.exec(rebuild.copyRows) && query.exec(rebuild.drop) &&
                               query.exec(rebuild.rename);

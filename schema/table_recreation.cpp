@@ -12,7 +12,7 @@ std::optional<RecreationFailure> recreateTable(
     if (!query.exec(recreation.rename)) {
         return RecreationFailure{recreation.renameFailure, query.lastError().databaseText()};
     }
-    // Kept on purpose: from here to the first row a failure leaves the rows in the table aside.
+    // Kept on purpose: a failure from here to the first row leaves the rows in the renamed table.
     if (!query.exec(recreation.create)) {
         return RecreationFailure{recreation.createFailure, query.lastError().databaseText()};
     }

@@ -7,16 +7,16 @@
 
 class DatabaseMigrator;
 
-/// The statements and log lines of a step that keeps a table as a copy aside, creates it again and
-/// copies every row, in the order in which they are used.
+/// The statements and log lines of a step that renames a table, creates it again and copies every row
+/// from the renamed one, in the order in which they are used.
 struct TableRecreation {
     QString table;      ///< the table to create again
     QString tableAside; ///< its name while the rows are copied
-    QString rename;     ///< gives the table the name aside
+    QString rename;     ///< gives the table that name
     QString renameFailure;
     QString create;
     QString createFailure;
-    QString select; ///< reads the rows of the table aside
+    QString select; ///< reads the rows of the renamed table
     QString selectFailure;
     QString (*insert)(const QSqlQuery &row); ///< makes the INSERT statement for one row read
     QString renameBack; ///< gives the table its name back after a failed insert
