@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """The guard against the program alone: flushes and bytes that reach a disk, times, memory, staging.
 
-Takes root: the disk is a loop device with a file system of its own, so that nothing else is counted.
-The argument "growth" measures only what a walk adds to the staged files (guard/limits.h)."""
+Takes root: the disk is a loop device with a file system of its own, and nothing else is counted.
+Arguments choose parts; "growth" is what a walk adds to the staged files (guard/limits.h)."""
 
 import contextlib
 import os
@@ -18,6 +18,9 @@ import time
 
 import measure
 
+from measure import NEWEST
+from support.versions import dump_of
+
 sys.path.insert(0, str(measure.ROOT / "tests" / "faults"))
 from multiply import multiply  # noqa: E402
 
@@ -25,7 +28,6 @@ GUARD = measure.BUILD / "guard" / "migration-guard"
 VERSIONS = measure.BUILD / "schema-versions.json"
 LIMITS = (measure.ROOT / "guard" / "limits.h").read_text()
 CACHE_MIB = int(re.search(r"commitCache = (\d+) \* mebibyte", LIMITS)[1])
-NEWEST = int(re.search(r"\d+", VERSIONS.read_text())[0]) if VERSIONS.exists() else 34
 MIB = 1 << 20
 # Rows of the demonstration database, multiplied: 0.3, 3 and 80 MB.
 TIMES = {"0.3 MB": 1, "3 MB": 30, "80 MB": 850}
@@ -38,8 +40,8 @@ def run(*command, **options):
 
 
 class Disk:
-    """A file system on a loop device. Without a journal each flush that a program asks for is one that
-    reaches the device; with one it is up to two, before and after the journal's commit record."""
+    """A file system on a loop device. Without a journal each flush that a program asks for is one
+    that reaches the device; with one it is up to two, around the journal's commit record."""
 
     def __init__(self, directory, size, journal):
         self.image, self.place = directory / "image", directory / "disk"
@@ -53,7 +55,8 @@ class Disk:
 
     def counters(self):
         """Flushes and bytes so far."""
-        fields = pathlib.Path("/sys/block", pathlib.Path(self.device).name, "stat").read_text().split()
+        name = pathlib.Path(self.device).name
+        fields = pathlib.Path("/sys/block", name, "stat").read_text().split()
         return int(fields[FLUSHES]), int(fields[WRITTEN_SECTORS]) * SECTOR
 
     def remove(self):
@@ -90,6 +93,10 @@ class GuardedDevice:
         shutil.copy(database, self.database)
         os.sync()
 
+    @staticmethod
+    def environment():
+        return dict(os.environ, DEVICE_OPTIONS="--ro-bind /usr/bin/bwrap /usr/bin/bwrap")
+
     def command(self, program, *arguments):
         return [measure.ROOT / "tests" / "support" / "on_device.sh", self.root, self.app / program,
                 *arguments]
@@ -101,7 +108,7 @@ class GuardedDevice:
         begin = time.monotonic()
         status = subprocess.run(
             self.command(*command), stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-            env=dict(os.environ, DEVICE_OPTIONS="--ro-bind /usr/bin/bwrap /usr/bin/bwrap")).returncode
+            env=self.environment()).returncode
         if status != 0:
             sys.exit(f"{way} to {target} ended with {status}")
         return time.monotonic() - begin
@@ -110,17 +117,15 @@ class GuardedDevice:
         """The most memory that a process of a guarded run has used, in bytes."""
         shutil.copy("/usr/bin/time", self.app)
         run(*self.command("time", "-f", "%M", "-o", "/app/peak", "/app/migration-guard", "run",
-                          str(target)), stderr=subprocess.DEVNULL,
-            env=dict(os.environ, DEVICE_OPTIONS="--ro-bind /usr/bin/bwrap /usr/bin/bwrap"))
+                          str(target)), stderr=subprocess.DEVNULL, env=self.environment())
         return int((self.app / "peak").read_text()) * 1024
 
 
 def make_database(path, version, times, mode="delete"):
-    dump = measure.ROOT / "tests" / "data" / f"version_{version:02}.sql"
     with contextlib.closing(sqlite3.connect(path)) as database:
         database.execute("PRAGMA synchronous = OFF")
         database.execute(f"PRAGMA journal_mode = {mode}")
-        database.executescript(dump.read_text(encoding="utf-8"))
+        database.executescript(dump_of(version))
         multiply(database, times)
     return path
 
@@ -239,7 +244,8 @@ def growth(table, directory):
                             database.execute(
                                 "INSERT INTO fields (displayName, farmId) WITH RECURSIVE n(i) AS "
                                 "(VALUES(1) UNION ALL SELECT i + 1 FROM n WHERE i < 50000) SELECT "
-                                "'field ' || i || hex(zeroblob(60)), (SELECT min(id) FROM farms) FROM n")
+                                "'field ' || i || hex(zeroblob(60)), "
+                                "(SELECT min(id) FROM farms) FROM n")
                             database.commit()
                     (device.databases / "temporary").mkdir()
                     size = device.database.stat().st_size

@@ -21,7 +21,7 @@ import signal
 import sqlite3
 import sys
 import time
-from collections import Counter, defaultdict
+from collections import defaultdict
 from contextlib import closing
 
 from deviations import Deviations

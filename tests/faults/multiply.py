@@ -1,6 +1,5 @@
 """A device database with more of everything."""
 
-import sqlite3
 from collections import defaultdict
 
 STEP = 100_000  # Keys of the device database are smaller.

@@ -1,4 +1,4 @@
-"""Damaged and hostile devices: the case of a seed is always the same one."""
+"""Damaged and hostile devices: a seed always makes the same case."""
 
 import pathlib
 import random
@@ -7,10 +7,11 @@ from contextlib import closing, suppress
 
 import words
 from devices import (
-    DATABASE, DATABASES, DEMO, LOG, MACHINES, NEWEST, PLATFORM, PRODUCTS, REGISTRATION,
+    DATABASE, DATABASES, DEMO_FILES, LOG, MACHINES, PLATFORM, PRODUCTS, REGISTRATION,
     SOFTWARE_VERSION, broken_off, database_of, good_device)
+from support.versions import NEWEST
 
-# What the start and the maintenance read in every run, and what the steps change most.
+# The tables that every run reads, and those that the steps change most.
 BUSY_TABLES = (
     "tableVersion", "registrationInfo", "growers", "farms", "fields", "files", "systemFiles",
     "languages", "userProfiles", "MC_MachineConfig", "serialDevices", "preferredGpsSolutions",
@@ -26,7 +27,7 @@ def times(chance):
 
 
 def mutated(chance, data, tokens):
-    """A text with pieces gone, come, doubled or in another place."""
+    """A text with pieces removed, added, repeated or moved."""
     data = bytearray(data)
     for _ in times(chance):
         at = chance.randrange(len(data) + 1)
@@ -52,7 +53,7 @@ def mutated(chance, data, tokens):
 
 
 def strange_file(chance):
-    """Something else in a file's place."""
+    """Something else in place of a file."""
     return chance.choice((b"", None, pathlib.Path("/nowhere/file"), pathlib.Path("/dev/null"),
                           pathlib.Path("loop"), chance.randbytes(5000)))
 
@@ -69,13 +70,13 @@ def column_of(chance, database, table):
     return chance.choice(columns)[0] if columns else "id"
 
 
-# ---- The kinds: each takes the source of chance and a device in good order ----------------------
+# ---- The kinds: each takes a random generator and a device in good order, and damages it --------
 
 def bytes_of_the_database(chance, device):
     database = bytearray(device.database)
     for _ in range(chance.choice((1, 10, 100))):
         at = chance.randrange(100, len(database))
-        # At a page's beginning stands what the rest of it hangs on.
+        # A page's first bytes say how to read the rest.
         if chance.random() < 0.5:
             at = min(max(100, at // 4096 * 4096 + chance.randrange(64)), len(database) - 1)
         database[at] = chance.choice(
@@ -99,7 +100,7 @@ def pages_of_the_database(chance, device):
             case 3:
                 database[page:page + 4096] = database[other:other + 4096]
             case 4:
-                # A page that points to any other: a walk could go round in circles.
+                # A page that points to any other: reading could go round in circles.
                 at = page + chance.choice((8, 12, chance.randrange(4092)))
                 database[at:at + 4] = chance.randrange(1, pages + 1).to_bytes(4, "big")
                 database[page] = chance.choice((2, 5, 10, 13, database[page]))
@@ -125,7 +126,7 @@ def header_of_the_database(chance, device):
 def schema_of_the_database(chance, device):
     before = device.database
     edit_schema(chance, device)
-    # Of a schema that SQLite does not read the program sees nothing.
+    # The program sees nothing of a schema that SQLite does not read.
     while not is_readable(device.database) and chance.random() < 0.8:
         device.database = before
         edit_schema(chance, device)
@@ -180,7 +181,7 @@ def edit_schema(chance, device):
 
 
 def odd_text(chance, text, name):
-    """A CREATE text as nobody writes it, but mostly one that can be read."""
+    """An unusual CREATE text that SQLite can mostly read."""
     beginning, _, rest = text.partition("(")
     match chance.randrange(7):
         case 0:
@@ -214,7 +215,7 @@ def rows_of_the_database(chance, device):
                     database.run(f"UPDATE OR IGNORE {table} SET {column} = ? {where}",
                                  chance.choice(words.VALUES))
                 case 3:
-                    # Neither the encoding nor the end of a text is as it should be.
+                    # The encoding and the end of the text are wrong.
                     database.run(
                         f"UPDATE OR IGNORE {table} SET {column} = CAST(? AS TEXT) {where}",
                         mutated(chance, b"Miller", words.TEXT))
@@ -275,7 +276,7 @@ def form_of_the_database(chance, device):
         case _:
             device.database = database_of(device.version, chance.choice(words.PRAGMAS))
             if chance.random() < 0.3:
-                # The versions of the file format, of which 2 is that of a write-ahead log.
+                # The versions of the file format; 2 means a write-ahead log.
                 form = chance.choice((b"\1\2", b"\2\1", b"\2\2", b"\3\3"))
                 device.database = device.database[:18] + form + device.database[20:]
             if chance.random() < 0.5:
@@ -309,7 +310,7 @@ def journal_of_the_database(chance, device):
                 data += super_journal(chance)
         device.files[path] = bytes(data)
     if chance.random() < 0.1:
-        # Where the shared memory is no file, SQLite waits for ten seconds at every statement.
+        # Not the shared memory: if that is no file, every statement waits for ten seconds.
         device.files[next(path for path in beside if not path.endswith("-shm"))] = (
             strange_file(chance))
     if chance.random() < 0.3:
@@ -317,7 +318,7 @@ def journal_of_the_database(chance, device):
 
 
 def super_journal(chance):
-    """The end of a journal that hangs on another one: its name, its length and its sum."""
+    """The end of a journal that belongs to another one: its name, its length and its sum."""
     name = chance.choice((f"/app/databases/{'x' * 9}-mj9", "a'b", "/nowhere/mj")).encode()
     return (b"\x00\x04\x00\x01" + name + len(name).to_bytes(4, "big")
             + sum(name).to_bytes(4, "big") + b"\xd9\xd5\x05\xf9\x20\xa1\x63\xd7")
@@ -339,7 +340,7 @@ def registration_file(chance, device):
 
 def scripts(chance, device):
     for path in (MACHINES, PRODUCTS):
-        data = mutated(chance, DEMO[path], words.SCRIPT)
+        data = mutated(chance, DEMO_FILES[path], words.SCRIPT)
         device.files[path] = strange_file(chance) if chance.random() < 0.05 else data
 
 
@@ -356,7 +357,7 @@ def arguments(chance, device):
     device.arguments = [chance.choice(words.ARGUMENTS)
                         for _ in range(chance.choice((0, 1, 1, 2, 5)))]
     if chance.random() < 0.3:
-        argument = mutated(chance, b"34", words.ARGUMENTS)
+        argument = mutated(chance, str(NEWEST).encode(), words.ARGUMENTS)
         device.arguments[:1] = [argument.replace(b"\0", b"")[:100_000]]
 
 
@@ -368,7 +369,7 @@ def log(chance, device):
 
 def several(chance, device):
     for kind in chance.sample([kind for kind in KINDS.values() if kind is not several], 3):
-        # An earlier one may have left no file, or none that can be edited.
+        # An earlier kind may have left no file, or none that can be edited.
         with suppress(TypeError, LookupError, ValueError, MemoryError, sqlite3.Error):
             kind(chance, device)
 
@@ -395,14 +396,14 @@ def kind_of(seed):
     return list(KINDS)[seed % len(KINDS)]
 
 
-def case(seed):
-    """The device of a seed."""
+def case(seed, newest=NEWEST):
+    """The device of a seed. A seed means another device for every newest version."""
     chance = random.Random(seed)
     kind = kind_of(seed)
     small = not kind.startswith("database") and chance.random() < 0.8
-    device = good_device(chance, small)
+    device = good_device(chance, small, newest)
     KINDS[kind](chance, device)
-    # Nothing lies below what has come in a folder's place.
+    # A folder that became something else holds no files.
     device.files = {path: content for path, content in device.files.items()
                     if str(pathlib.PurePath(path).parent) not in device.files}
     return device

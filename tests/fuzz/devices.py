@@ -4,27 +4,27 @@ import ctypes
 import functools
 import pathlib
 import sqlite3
-import tempfile
 from contextlib import closing, suppress
 from dataclasses import dataclass
 
-DATA = pathlib.Path(__file__).parent.parent / "data"
-MEMORY = "/dev/shm"
+from support import device
+from support.places import DATA, DEMO, scratch_directory
+from support.versions import NEWEST, dump_of
 
-DATABASES = "app/databases"
-DATABASE = f"{DATABASES}/my.db.sqlite"
-LOG = f"{DATABASES}/sqlMigrationErrorLog.txt"
-MACHINES = "app/refMachines.sql"
-PRODUCTS = "app/refProducts.sql"
-SOFTWARE_VERSION = "app/quillmoor/softwareversion.txt"
-PLATFORM = "etc/harlo/platform"
-REGISTRATION = "Harlo/registration.xml"
+PATHS = device.Device("")
+DATABASES = str(PATHS.databases)
+DATABASE = str(PATHS.database)
+LOG = str(PATHS.log_file)
+MACHINES = str(PATHS.machines)
+PRODUCTS = str(PATHS.products)
+SOFTWARE_VERSION = str(PATHS.software_version)
+PLATFORM = str(PATHS.platform)
+REGISTRATION = str(PATHS.registration)
 
-DEMO = {path: (DATA / "demo" / pathlib.Path(path).name).read_bytes()
-        for path in (MACHINES, PRODUCTS, REGISTRATION)}
-NEWEST = 34
-# Every step takes its time, and is as well the first one of a walk.
-DISTANCES = (0, 1, -1, 2, -2, 5, -5, NEWEST, -NEWEST)
+DEMO_FILES = {path: (DEMO / pathlib.Path(path).name).read_bytes()
+              for path in (MACHINES, PRODUCTS, REGISTRATION)}
+# The weights of the distances 0, 1, -1, 2, -2, 5, -5 and to both ends. Long walks take long, and
+# every step is once the first of a short one.
 DISTANCE_WEIGHTS = (60, 14, 14, 3, 3, 2, 2, 1, 1)
 
 # For runs that are not about the database: SQLite reads it in no time.
@@ -90,37 +90,36 @@ class Edit:
 @functools.cache
 def database_of(version, pragma=None):
     """The bytes of a version's database."""
-    dump = (DATA / f"version_{version:02}.sql").read_text(encoding="utf-8")
-    return database_from(dump, pragma)
+    return database_from(dump_of(version), pragma)
 
 
 @functools.cache
 def blemished_database():
-    return database_from("".join((DATA / name).read_text(encoding="utf-8")
-                                 for name in ("version_01.sql", "blemishes.sql")))
+    return database_from(dump_of(1) + (DATA / "blemishes.sql").read_text(encoding="utf-8"))
 
 
 @functools.cache
 def database_from(dump, pragma=None):
-    with tempfile.NamedTemporaryFile(dir=MEMORY, prefix="fuzz.") as file:
-        with closing(sqlite3.connect(file.name)) as database:
+    with scratch_directory() as folder:
+        path = folder / "database"
+        with closing(sqlite3.connect(path)) as database:
             if pragma:
                 database.execute(f"PRAGMA {pragma}")
             database.executescript(dump)
-        return pathlib.Path(file.name).read_bytes()
+        return path.read_bytes()
 
 
 def seed_sqlite():
-    """Journals hold numbers that SQLite draws: from now on they are the same ones every time."""
+    """Journals hold random numbers of SQLite's: from now on they are the same every time."""
     prng_seed = 28
     ctypes.CDLL("libsqlite3.so.0").sqlite3_test_control(prng_seed, 1, None)
 
 
 @functools.cache
 def broken_off(version, mode):
-    """A database in the middle of a transaction, and the files that lie beside it then."""
-    with tempfile.TemporaryDirectory(dir=MEMORY, prefix="fuzz.") as folder:
-        path = pathlib.Path(folder, pathlib.Path(DATABASE).name)
+    """A database in the middle of a transaction, and the files that are beside it then."""
+    with scratch_directory() as folder:
+        path = folder / PATHS.database.name
         path.write_bytes(database_of(version))
         seed_sqlite()
         with closing(sqlite3.connect(path, isolation_level=None)) as database:
@@ -137,20 +136,21 @@ def broken_off(version, mode):
             database.execute("CREATE TABLE filler (a)")
             database.execute("INSERT INTO filler VALUES (zeroblob(100000))")
             return {f"{DATABASES}/{file.name}": file.read_bytes()
-                    for file in sorted(pathlib.Path(folder).iterdir())}
+                    for file in sorted(folder.iterdir())}
 
 
-def good_device(chance, small):
-    """A device in good order, at any version, and a target."""
+def good_device(chance, small, newest=NEWEST):
+    """A device in good order, at any version up to the newest, and a target."""
     version = target = 1
     if small:
         database = database_from(SMALL_DATABASE)
     else:
-        version = chance.randint(1, NEWEST)
-        target = version + chance.choices(DISTANCES, DISTANCE_WEIGHTS)[0]
+        version = chance.randint(1, newest)
+        distances = (0, 1, -1, 2, -2, 5, -5, newest, -newest)
+        target = version + chance.choices(distances, DISTANCE_WEIGHTS)[0]
         blemished = version == 1 and chance.random() < 0.5
         database = blemished_database() if blemished else database_of(version)
-    files = {**DEMO, DATABASE: database, SOFTWARE_VERSION: b"1.2.3\n", PLATFORM: b"TORVIK\n",
+    files = {**DEMO_FILES, DATABASE: database, SOFTWARE_VERSION: b"1.2.3\n", PLATFORM: b"TORVIK\n",
              "pool/implement.iop": b"", "pool/readme.txt": b""}
     for path in (MACHINES, PRODUCTS):
         if chance.random() < 0.5:

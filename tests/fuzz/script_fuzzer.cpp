@@ -8,26 +8,41 @@ namespace
 {
 QStringList executed;
 
-/// What a script's statements are: the ends of lines go, then every ";" separates two.
+QByteArray encodingOf(const QByteArray &script)
+{
+    // The mark of UTF-32LE begins like that of UTF-16LE.
+    if (script.startsWith(QByteArray("\xff\xfe\0\0", 4))) {
+        return "UTF-32LE";
+    }
+    if (script.startsWith(QByteArray("\0\0\xfe\xff", 4))) {
+        return "UTF-32BE";
+    }
+    if (script.startsWith("\xff\xfe")) {
+        return "UTF-16LE";
+    }
+    return script.startsWith("\xfe\xff") ? "UTF-16BE" : "UTF-8";
+}
+
+/// The statements of a script: line ends are removed, then every ";" separates two statements.
 QStringList statementsOf(const QByteArray &script)
 {
-    // A decoder, unlike fromUtf8, leaves out a character that the end of the file cuts short.
-    QTextDecoder decoder(QTextCodec::codecForName("UTF-8"));
+    // Unlike fromUtf8, a decoder ignores an incomplete character at the end of the file.
+    QTextDecoder decoder(QTextCodec::codecForName(encodingOf(script)));
     return decoder.toUnicode(script).remove('\r').remove('\n').split(';');
 }
 } // namespace
 
-// The splitter stands here beside a migrator that only records the statements.
+// Runs the splitter with a migrator that only records the statements.
 
-void DatabaseMigrator::executeOrLogError(const QString &sql)
+void DatabaseMigrator::executeOrLogText(const QString &sql)
 {
     executed << sql;
 }
 
 void fuzz(const QByteArray &input)
 {
-    // What stands behind a "*" lies where the first piece of a long line ends. Bad characters and
-    // byte order marks go: how the toolkit reads them depends on where a block of the file ends.
+    // A "*" moves the rest of the input to the place where the first piece of a long line ends. Bad
+    // characters and byte order marks are removed: Qt reads them differently at the end of a block.
     QByteArray script = input;
     if (input.startsWith('*')) {
         script = QString::fromUtf8(input.mid(1)).remove(QChar::ByteOrderMark).toUtf8();

@@ -1,4 +1,4 @@
-"""A sample of the runs that campaign.py makes, and the proof that it notices what must not be."""
+"""A sample of the runs that campaign.py makes, and the proof that it notices failures."""
 
 import os
 import random
@@ -18,12 +18,12 @@ def database_with(*statements):
 
 
 def adding_a_row(table, values):
-    """A trigger that makes the renaming of a table's rows meet a new one each time."""
+    """A trigger that adds a row whenever one is renamed."""
     return {DATABASE: database_with(
         f"CREATE TRIGGER t AFTER UPDATE ON {table} BEGIN INSERT INTO {table} {values}; END")}
 
 
-# Files that a good device has instead of its own.
+# Files that replace those of a good device.
 FOUND_BEFORE = {
     "a grower for every renamed one": adding_a_row(
         "growers", "(displayName) VALUES (new.displayName)"),
@@ -40,8 +40,10 @@ FOUND_BEFORE = {
                        + b"'>]><LVData><PartNumber>" + b"&a;" * 10_000},
 }
 
-# Of runs that once went in circles: the labels of version 12, and the renaming of duplicate files.
+# Runs that once never ended, in the labels of version 12 and in the renaming of duplicate files.
+# The seeds are of the time when 34 was the newest version.
 ENDLESS_BEFORE = (41300, 53831, 77813)
+ENDLESS_BEFORE_AT = 34
 
 
 @pytest.fixture(scope="module")
@@ -64,7 +66,7 @@ def test_damaged_input_does_no_harm(server, first):
 
 
 @pytest.mark.parametrize("files", FOUND_BEFORE.values(), ids=FOUND_BEFORE)
-def test_what_once_did_harm_does_no_more(server, files):
+def test_what_once_did_harm_does_none_now(server, files):
     device = good_device(random.Random(0), small=True)
     device.files |= files
     run = server.run(device)
@@ -73,7 +75,7 @@ def test_what_once_did_harm_does_no_more(server, files):
 
 @pytest.mark.parametrize("seed", ENDLESS_BEFORE)
 def test_what_was_endless_comes_to_an_end(server, seed):
-    run = server.run(case(seed))
+    run = server.run(case(seed, ENDLESS_BEFORE_AT))
     assert (run.verdict(), run.output) == ("", "")
 
 

@@ -12,22 +12,20 @@ import time
 from contextlib import closing, contextmanager
 
 import pytest
+from support.device import ON_DEVICE
+from support.places import DEMO
+from support.versions import dump_of
 
-TESTS = pathlib.Path(__file__).resolve().parent.parent
 PROGRAM = pathlib.Path(os.environ["DATABASE_MIGRATOR"])
 GUARD = pathlib.Path(os.environ["MIGRATION_GUARD"])
-NEWEST = json.loads((GUARD.parent.parent / "schema-versions.json").read_text())["newest"]
+KNOWN_VERSIONS = GUARD.parent.parent / "schema-versions.json"
 
 BUBBLEWRAP = "/usr/bin/bwrap"
 # What the scripts of tests that take the program's place are made of.
-TOOLS = ("dash", "sleep", "touch", "stat", "fallocate", "rm", "kill", "sqlite3", "cat", "cp", "mkdir",
-         "ls", "env", "readlink")
+TOOLS = ("dash", "sleep", "touch", "stat", "fallocate", "rm", "sqlite3", "cp", "mkdir", "ls", "env",
+         "readlink")
 IDENTIFIER = re.compile(r"\{[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}\}")
 SECONDS = 120
-
-
-def seed(version):
-    return (TESTS / "data" / f"version_{version:02}.sql").read_text(encoding="utf-8")
 
 
 def contents(path):
@@ -72,11 +70,11 @@ class GuardedDevice:
         (self.app / "quillmoor" / "softwareversion.txt").write_text("4.2.0\n")
         (root / "etc" / "harlo" / "platform").write_text("TORVIK\n")
         for name in ("refMachines.sql", "refProducts.sql"):
-            shutil.copy(TESTS / "data" / "demo" / name, self.app)
-        shutil.copy(TESTS / "data" / "demo" / "registration.xml", root / "Harlo")
+            shutil.copy(DEMO / name, self.app)
+        shutil.copy(DEMO / "registration.xml", root / "Harlo")
         shutil.copy2(PROGRAM, self.program)
         shutil.copy2(GUARD, self.app)
-        shutil.copy(GUARD.parent.parent / "schema-versions.json", self.app)
+        shutil.copy(KNOWN_VERSIONS, self.app)
         for name in ("VT-01.iop", "VT-02.IOP", "readme.txt"):
             (self.pool / name).write_text("machine")
 
@@ -85,7 +83,7 @@ class GuardedDevice:
         with closing(sqlite3.connect(self.database, isolation_level=None)) as database:
             database.execute("PRAGMA synchronous = OFF")
             database.execute(f"PRAGMA journal_mode = {mode}")
-            database.executescript(seed(version) + extra)
+            database.executescript(dump_of(version) + extra)
 
     def replace_program(self, script):
         """Puts a shell script into the program's place, which finds it as /app/migrator."""
@@ -93,7 +91,8 @@ class GuardedDevice:
         self.program.write_text("#!/usr/bin/dash\n" + script)
         self.program.chmod(0o755)
 
-    def command(self, *arguments, options="", guard="/app/migration-guard", bubblewrap=True, user=None):
+    def command(self, *arguments, options="", guard="/app/migration-guard", bubblewrap=True,
+                user=None):
         binds = [f"--ro-bind /usr/bin/{tool} /usr/bin/{tool}" for tool in TOOLS]
         if bubblewrap:
             binds.append(f"--ro-bind {BUBBLEWRAP} {BUBBLEWRAP}")
@@ -102,7 +101,7 @@ class GuardedDevice:
         if user is not None:
             switch = ["setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups"]
         program = self.root / guard[1:] if guard.startswith("/app/") else guard
-        return dict(args=[*switch, TESTS / "support" / "on_device.sh", self.root, program,
+        return dict(args=[*switch, ON_DEVICE, self.root, program,
                           *map(str, arguments)], env=environment, stdin=subprocess.DEVNULL)
 
     def start(self, *arguments, **options):

@@ -4,9 +4,12 @@ import os
 import shutil
 
 import pytest
-from conftest import NEWEST
+from support.versions import NEWEST
 
-NO_NAMESPACES = "#!/usr/bin/dash\necho 'bwrap: No permissions to create a new namespace' >&2\nexit 1\n"
+NO_NAMESPACES = """#!/usr/bin/dash
+echo 'bwrap: No permissions to create a new namespace' >&2
+exit 1
+"""
 FAILS_LATE = """#!/usr/bin/dash
 # The child is named before the sandbox is prepared, which then fails.
 while [ "$1" != --json-status-fd ]; do shift; done
@@ -103,7 +106,8 @@ def test_a_database_that_was_cut_goes_direct(device):
     device.install(20)
     content = device.database.read_bytes()
     device.database.write_bytes(content[:len(content) // 2 // 4096 * 4096])
-    device.replace_program('[ -s /app/databases/my.db.sqlite ] || touch /app/empty; /app/migrator "$@"')
+    device.replace_program(
+        '[ -s /app/databases/my.db.sqlite ] || touch /app/empty; /app/migrator "$@"')
     run = device.run("run", NEWEST)
     assert run.returncode == 4
     assert "direct" in run.stderr and "not-copied" in run.stderr

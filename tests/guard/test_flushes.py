@@ -5,7 +5,7 @@ import re
 import shutil
 
 import pytest
-from conftest import NEWEST
+from support.versions import NEWEST
 
 CALLS = "execve,fsync,fdatasync,rename,renameat2,unlink,unlinkat,pwrite64,write,ftruncate"
 PLACES = {"/app/databases": "directory", "/app/databases/my.db.sqlite": "database",

@@ -6,7 +6,8 @@ import sqlite3
 from contextlib import closing
 
 import pytest
-from conftest import NEWEST, contents
+from conftest import contents
+from support.versions import NEWEST
 
 LAST_LINE = "The next start migrates again unless the image changes."
 

@@ -5,7 +5,8 @@ import time
 from contextlib import closing
 
 import pytest
-from conftest import NEWEST, contents, wait_for
+from conftest import contents, wait_for
+from support.versions import NEWEST
 
 # The program does its work, then the test has its turn before the guard commits.
 PAUSED = """
@@ -80,7 +81,8 @@ def test_a_foreign_checkpoint_does_no_harm(device):
         other.execute("PRAGMA wal_autocheckpoint = 0")
         other.execute("CREATE TABLE notes (a)")
         status, errors = paused_run(
-            device, lambda: other.execute("PRAGMA wal_checkpoint(TRUNCATE)").fetchall(), *[lambda: None])
+            device, lambda: other.execute("PRAGMA wal_checkpoint(TRUNCATE)").fetchall(),
+            lambda: None)
     assert status == 0, errors
     assert device.version() == NEWEST
     assert device.rows("SELECT * FROM notes") == []
@@ -92,7 +94,8 @@ def test_a_connection_that_stays_open_reads_the_new_content(paused):
         assert paused_run(paused, lambda: None)[0] == 0
         assert other.execute("SELECT version FROM tableVersion WHERE tableName = 'mainSqlDb'"
                              ).fetchall() == [(NEWEST,)]
-        assert other.execute("SELECT name FROM sqlite_schema WHERE name = 'languages'").fetchall() == []
+        assert other.execute(
+            "SELECT name FROM sqlite_schema WHERE name = 'languages'").fetchall() == []
         other.execute("UPDATE tableVersion SET MirelVersion = 'x'")
     assert paused.rows("PRAGMA integrity_check") == [("ok",)]
 

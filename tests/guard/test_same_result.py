@@ -1,20 +1,20 @@
-"""Random and damaged devices end the same, guarded and direct: a sample, all of them in a campaign."""
+"""Random and damaged devices end the same, guarded and direct: a sample, all in a campaign."""
 
 import os
 import random
 import shutil
 import sqlite3
 import sys
-import tempfile
 from contextlib import closing, contextmanager
-from pathlib import Path
 
 import pytest
-from conftest import GUARD, IDENTIFIER, NEWEST, PROGRAM, TESTS, GuardedDevice
+from conftest import GUARD, IDENTIFIER, KNOWN_VERSIONS, PROGRAM, GuardedDevice
+from support.device import Device
+from support.places import TESTS, scratch_directory
+from support.versions import NEWEST
 
 sys.path.insert(0, str(TESTS / "fuzz"))
 from cases import KINDS, case  # noqa: E402
-from runs import fill  # noqa: E402
 
 DEVICES = 2100 if "CAMPAIGN" in os.environ else 5 * len(KINDS)
 DATABASE = "app/databases/my.db.sqlite"
@@ -29,9 +29,8 @@ class RandomDevice(GuardedDevice):
         self.app = root / "app"
 
     def fill(self, files):
-        (self.root / "app").mkdir(exist_ok=True)
-        fill(self.root, files)
-        for file in (PROGRAM, GUARD, GUARD.parent.parent / "schema-versions.json"):
+        Device(self.root).fill(files)
+        for file in (PROGRAM, GUARD, KNOWN_VERSIONS):
             shutil.copy2(file, self.app)
 
     def result(self):
@@ -68,7 +67,8 @@ def contents(path):
         found += sorted(schema)
         names = []
         try:
-            names = database.execute("SELECT name FROM sqlite_schema WHERE type = 'table'").fetchall()
+            names = database.execute(
+                "SELECT name FROM sqlite_schema WHERE type = 'table'").fetchall()
         except sqlite3.Error:
             pass
         for name, in sorted(names):
@@ -80,8 +80,8 @@ def contents(path):
 
 @contextmanager
 def devices():
-    with tempfile.TemporaryDirectory(prefix="guard.", dir="/dev/shm") as root:
-        pair = Path(root, "guarded"), Path(root, "direct")
+    with scratch_directory() as root:
+        pair = root / "guarded", root / "direct"
         for path in pair:
             path.mkdir()
         yield [RandomDevice(path) for path in pair]

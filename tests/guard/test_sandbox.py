@@ -1,4 +1,4 @@
-"""The place where the program runs: its own paths, nothing of the guard's, and an end with the guard."""
+"""The place where the program runs: its own paths, nothing of the guard's, an end with the guard."""
 
 import os
 import signal
@@ -6,7 +6,8 @@ import subprocess
 import time
 
 import pytest
-from conftest import NEWEST, SECONDS, wait_for
+from conftest import SECONDS, wait_for
+from support.versions import NEWEST
 
 # The moments at which runs are killed, spread over a whole one.
 MOMENTS = 120 if "CAMPAIGN" in os.environ else 12
@@ -47,7 +48,8 @@ def test_temporary_files_go_to_staging(device):
     device.install(NEWEST)
     device.replace_program('echo "$TMPDIR $SQLITE_TMPDIR" >/app/seen; exec /app/migrator "$@"')
     assert device.migrate(NEWEST) == 0
-    assert (device.app / "seen").read_text() == "/app/databases/temporary /app/databases/temporary\n"
+    place = "/app/databases/temporary"
+    assert (device.app / "seen").read_text() == f"{place} {place}\n"
 
 
 @pytest.mark.parametrize("end", ["exit 1", "exit 127", "kill -9 $$", "kill -15 $$"])
@@ -91,18 +93,20 @@ def descendants(pid):
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGKILL])
-@pytest.mark.parametrize("place", ["outer guard", "its bubblewrap", "inner guard", "its second bubblewrap",
-                                   "program"])
+@pytest.mark.parametrize("place", ["outer guard", "its bubblewrap", "inner guard",
+                                   "its second bubblewrap", "program"])
 def test_what_is_killed_takes_the_rest_with_it(device, expected, number, place):
     device.install(1)
     before = device.contents()
-    device.replace_program('touch /app/running; while [ ! -e /app/go ]; do sleep 0.05; done; exec /app/migrator "$@"')
+    device.replace_program(
+        'touch /app/running; while [ ! -e /app/go ]; do sleep 0.05; done; exec /app/migrator "$@"')
     process = device.start("run", NEWEST)
     wait_for(device.app / "running")
     names = {"outer guard": 0, "its bubblewrap": 1, "inner guard": 2, "its second bubblewrap": 3,
              "program": 4}
     family = [pid for pid in descendants(process.pid)]
-    guards = [pid for pid in family if name_of(pid) in ("migration-guard", "bwrap", "database-migrat")]
+    members = ("migration-guard", "bwrap", "database-migrat")
+    guards = [pid for pid in family if name_of(pid) in members]
     # The first one is the scratch device's own bubblewrap.
     first = next(i for i, pid in enumerate(guards) if name_of(pid) == "migration-guard")
     os.kill(guards[first:][names[place]], number)

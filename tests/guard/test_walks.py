@@ -3,7 +3,7 @@
 import os
 
 import pytest
-from conftest import NEWEST
+from support.versions import NEWEST
 
 WALKS = [(1, NEWEST), (NEWEST, 1), (20, 26), (NEWEST, NEWEST), (26, 25)]
 

@@ -1,21 +1,20 @@
-"""The device on which the tests run the built program, and the log that a run must leave there."""
+"""The device on which the tests run the built program, and the log that a run must write."""
 
 import os
 import pathlib
 import shutil
-import subprocess
-import tempfile
 from contextlib import contextmanager
 from dataclasses import dataclass, replace
+from subprocess import DEVNULL, PIPE
 
 import pytest
+from support.device import Device
+from support.places import scratch_directory
 
-SUPPORT = pathlib.Path(__file__).parent.parent / "support"
-DATA = pathlib.Path(__file__).parent.parent / "data"
 PROGRAM = pathlib.Path(os.environ["DATABASE_MIGRATOR"])
 
-# A device database in good order: every table that a run reads or cleans on its way, whatever the
-# versions are, and one, soilSamples, that no run ever touches.
+# A device database in good order: every table that each run reads or cleans, and soilSamples, which
+# no run touches.
 DEVICE_TABLES = """
 CREATE TABLE tableVersion (tableName TEXT PRIMARY KEY, version INTEGER, MirelVersion TEXT);
 CREATE TABLE MC_MachineConfig (id INTEGER PRIMARY KEY, name TEXT);
@@ -43,7 +42,7 @@ INSERT INTO soilSamples VALUES(1, 'Straße', 6.123456789012345, X'00FF'), (2, NU
 CREATE INDEX soilSamplesByPlace ON soilSamples (place);
 """
 
-# The product settings in their shapes at the versions 1 and 2.
+# The table of product settings at the versions 1 and 2.
 PRODUCT_SETTINGS = {
     1: "CREATE TABLE productControl_productSettings (productId varchar(40) primary key, "
        "displayName varchar(40), tankCapacity REAL, machineConfigId INTEGER, "
@@ -56,7 +55,7 @@ PRODUCT_SETTINGS = {
        "FOREIGN KEY (machineConfigId) REFERENCES MC_MachineConfig(id) ON DELETE CASCADE);",
 }
 
-# Values that the steps copy as they are: a real number of more than six digits would be rounded.
+# Values that the steps copy unchanged: a real number with more than six digits would be rounded.
 PRODUCT_ROWS = """
 INSERT INTO productControl_productSettings (productId, displayName, tankCapacity, machineConfigId,
     maxAchievableRate, timeToApplication, lastAppliedRate)
@@ -65,27 +64,18 @@ VALUES('a7', 'Urea 46%', 1500.5, 1, 250.0, 0.25, 180.0), ('b2', 'Kalkstickstoff 
 """
 
 
-class Device:
-    """A scratch device: its files, its database and runs of the program on it."""
+class ProgramDevice(Device):
+    """A scratch device, and runs of the built program on it."""
 
     def __init__(self, root, app="app", program=PROGRAM):
-        self.root = root
-        self.app = root / app
+        super().__init__(root, app)
         self.program = program
-        self.database = self.app / "databases" / "my.db.sqlite"
-        self.log_file = self.app / "databases" / "sqlMigrationErrorLog.txt"
-        self.software_version = self.app / "quillmoor" / "softwareversion.txt"
-        self.platform = root / "etc" / "harlo" / "platform"
-        self.registration = root / "Harlo" / "registration.xml"
-        self.pool = root / "pool"
-        for directory in (self.database.parent, self.software_version.parent,
-                          self.platform.parent, self.registration.parent, self.pool):
-            directory.mkdir(parents=True, exist_ok=True)
+        self.make_folders()
 
     def with_program_in(self, folder):
         """The same device with a copy of the program, and a database of its own, elsewhere."""
         app = pathlib.Path("app", folder)
-        copy = Device(self.root, app, self.root / app / PROGRAM.name)
+        copy = ProgramDevice(self.root, app, self.root / app / PROGRAM.name)
         shutil.copy2(PROGRAM, copy.program)
         return copy
 
@@ -96,43 +86,23 @@ class Device:
                  f" ('altSqlDb', {alternate}, NULL);")
         self.software_version.write_text(software + "\n", encoding="utf-8")
 
-    def sql(self, statements):
-        """Runs statements with the sqlite3 shell and returns what it prints."""
-        # A scratch device need not survive a power cut.
-        return subprocess.run(
-            ["sqlite3", "-bail", "-cmd", "PRAGMA synchronous = OFF", self.database],
-            input=statements, text=True, encoding="utf-8", check=True, capture_output=True).stdout
-
-    def dump(self, *tables):
-        """The dump of these tables, of the whole database without any."""
-        return self.sql(f".dump {' '.join(tables)}")
-
     def contents(self, *without):
-        """The dump without the version table; sorted, since a table made anew moves to the end."""
+        """The dump without the version table; sorted, since a new table is the last one."""
         left_out = tuple(f"{verb} {table} " for table in ("tableVersion", *without)
                          for verb in ("CREATE TABLE", "INSERT INTO"))
         return sorted(line for line in self.dump().splitlines() if not line.startswith(left_out))
 
-    def versions(self):
-        """The version rows, their values as SQL literals."""
-        return self.sql("SELECT tableName, quote(version), quote(MirelVersion) FROM tableVersion;")
-
     def run(self, *arguments, locale="C", options="", cpu_seconds=60):
-        """Runs the program; it must end in time, with 0, and leave the terminal alone."""
-        environment = dict(os.environ, DEVICE_LOCALE=locale, DEVICE_OPTIONS=options)
-        run = subprocess.run(
-            ["prlimit", f"--cpu={cpu_seconds}", SUPPORT / "on_device.sh", self.root, self.program,
-             *arguments],
-            env=environment, stdin=subprocess.DEVNULL, capture_output=True, timeout=60)
-        assert (run.returncode, run.stdout, run.stderr) == (0, b"", b"")
-
-    def log(self):
-        return self.log_file.read_bytes().decode("utf-8")
+        """Runs the program; it must end in time, with 0, and print nothing."""
+        run = self.start(self.program, *arguments, locale=locale, options=options,
+                         cpu_seconds=cpu_seconds, stdin=DEVNULL, stdout=PIPE, stderr=PIPE)
+        output = run.communicate(timeout=60)
+        assert (run.returncode, *output) == (0, b"", b"")
 
 
 @dataclass(frozen=True)
 class Trouble:
-    """What the stages of a run log of a database that is not in good order."""
+    """What the stages of a run log when the database is not in good order."""
 
     start_up: str = ""
     integrity: str = "Integrity check passed.\n"
@@ -156,7 +126,7 @@ def orphans_not_removed(*errors):
 
 
 def every_statement_fails(error):
-    """The trouble of a database that opens, but answers every statement of a run with an error."""
+    """The trouble of a database that opens, but in which every statement fails."""
     return Trouble(
         start_up=column_not_added(error),
         integrity=f"{error}\n" + orphans_not_removed(error, error, error),
@@ -190,7 +160,7 @@ def opening_line(current, target):
 
 
 def expected_log(current, target, steps="", update=None, trouble=NO_TROUBLE):
-    """The whole log of one run: the steps' own lines between those of the other stages.
+    """The whole log of one run: the lines of the steps between those of the other stages.
 
     update is the version that the run records with the software version, None when it records
     nothing.
@@ -205,8 +175,8 @@ def expected_log(current, target, steps="", update=None, trouble=NO_TROUBLE):
 
 @contextmanager
 def scratch_device():
-    with tempfile.TemporaryDirectory(prefix="device.") as root:
-        yield Device(pathlib.Path(root))
+    with scratch_directory() as root:
+        yield ProgramDevice(root)
 
 
 @pytest.fixture

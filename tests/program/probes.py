@@ -1,5 +1,5 @@
-"""docs/probes.md: what every probe answers when the change of a version is missing, or nearly so,
-and what one run makes of it."""
+"""docs/probes.md: what every probe answers when a version's change is missing, or nearly so, and
+what one run does about it."""
 
 import contextlib
 import dataclasses
@@ -7,14 +7,14 @@ import functools
 import re
 import sqlite3
 
-from changes import contents_of_dump, contents_of_file, difference
-from conftest import DATA
-from dumps import dump_of
 from full_rows import with_full_rows
-from steps import ALWAYS_REAPPLIED, NEWEST, dropped, taken_out, without
+from steps import ALWAYS_REAPPLIED, dropped, taken_out, without
+from support.contents import definitions, difference, read_dump, read_file
+from support.places import ROOT
+from support.versions import NEWEST, dump_of
 from walks import device_with
 
-PROBES = DATA.parent.parent / "docs" / "probes.md"
+PROBES = ROOT / "docs" / "probes.md"
 VERSIONS = range(2, NEWEST + 1)
 REAPPLIED = re.compile(r"^Corruption detected: applying update to db for version (\d+)$", re.M)
 
@@ -29,7 +29,7 @@ def reapplied(device, version, options=""):
 def answering_false(device, version):
     """The versions whose probes answer false.
 
-    A run that cannot write applies them again in vain, so that each probe sees the same database.
+    The run cannot write, so it fails to apply them again: every probe sees the same database.
     """
     return reapplied(device, version,
                      f"--ro-bind {device.database} /app/databases/{device.database.name}")
@@ -37,7 +37,7 @@ def answering_false(device, version):
 
 @functools.cache
 def last_with_change(version):
-    """The newest version at which the change of a version is there to be taken out."""
+    """The newest version that still has the change of a version."""
     def can_be_taken_out(at):
         with contextlib.closing(sqlite3.connect(":memory:")) as database:
             try:
@@ -51,23 +51,23 @@ def last_with_change(version):
 
 @dataclasses.dataclass
 class Outcome:
-    """What probes see of a damage, and what one run makes of it."""
+    """What the probes see of a damage, and what one run does about it."""
 
     false: tuple  # the versions whose probes answer false
     applied: tuple  # those that the run applies again
     false_after: tuple  # the versions whose probes answer false after that
-    shape: list  # in what the definitions are not those of a database where nothing was missing
+    shape: list  # how the definitions differ from a database where nothing was missing
     stays: list  # what has not got its values or rows back
-    spoilt: list  # what was in order before the run and is no more
+    spoilt: list  # what was in order before the run and is not any more
 
 
 def outcome(database, version, before):
-    """The outcome for a damaged database, before the damage it had these contents."""
+    """The outcome for a damaged database; before are its contents without the damage."""
     with device_with(database) as device:
-        damaged = contents_of_file(device.database)
+        damaged = read_file(device.database)
         false = answering_false(device, version)
         applied = reapplied(device, version)
-        after = contents_of_file(device.database)
+        after = read_file(device.database)
         return Outcome(false, applied, answering_false(device, version),
                        shape_of(difference(before, after)), *values_lost(before, damaged, after))
 
@@ -77,7 +77,7 @@ def intact(version):
     """The contents of a database where nothing is missing, as runs leave it."""
     with device_with(with_full_rows(dump_of(version))) as device:
         device.run(str(version))
-        return contents_of_file(device.database)
+        return read_file(device.database)
 
 
 @functools.cache
@@ -88,7 +88,7 @@ def outcome_without(version):
 
 
 def values_lost(before, damaged, after):
-    """(table, column or rows) that are not as before: damaged before the run, or only by it."""
+    """(table, column or rows) that differ from before: due to the damage, or due to the run."""
     stays, spoilt = [], []
     for name, table in before.items():
         if name not in damaged or name not in after:
@@ -120,8 +120,10 @@ def shape_of(changes):
     for name, table in changes.changed.items():
         parts = ["columns in another order"] * table.moved
         parts += [f"without `{lost}`" for lost in [*table.lost, *table.constraints_lost]]
-        parts += [f"with `{gained}`" for gained in [*table.gained, *table.constraints_gained]]
-        parts += [f"`{definition}` is `{other}`" for definition, other in table.redefined]
+        parts += [f"with `{gained}`"
+                  for gained in [*definitions(table.gained), *table.constraints_gained]]
+        parts += [f"`{column} {definition}` is `{column} {other}`"
+                  for column, (definition, other) in table.redefined.items()]
         if parts:
             result.append(f"`{name}`: {', '.join(parts)}")
     return result
@@ -129,27 +131,26 @@ def shape_of(changes):
 
 @functools.cache
 def additions():
-    """The tables of the newest version that some step changes, by name with the columns that steps
-    have added to them."""
-    newest = contents_of_dump(dump_of(NEWEST))
+    """The tables of the newest version that some step changes: the columns that steps added, by
+    name."""
+    newest = read_dump(dump_of(NEWEST))
     result = {}
     for version in VERSIONS:
-        step = difference(*(contents_of_dump(dump_of(at)) for at in (version - 1, version)))
+        step = difference(*(read_dump(dump_of(at)) for at in (version - 1, version)))
         for name in [*step.come, *step.changed]:
             if name in newest:
                 changes = step.changed.get(name)
-                columns = [*(definition.split()[0] for definition in changes.gained),
-                           *changes.renamed.values()] if changes else []
+                columns = [*changes.gained, *changes.renamed.values()] if changes else []
                 result.setdefault(name, []).extend(
                     column for column in columns if column in newest[name].columns)
     return result
 
 
 def with_column_first(name, column):
-    table = contents_of_dump(dump_of(NEWEST))[name]
+    table = read_dump(dump_of(NEWEST))[name]
     columns = {column: table.columns[column], **table.columns}
     keys = [one for one in table.constraints if "KEY" in one]
-    return (f"CREATE TABLE {name}_ ({', '.join([*columns.values(), *keys])});\n"
+    return (f"CREATE TABLE {name}_ ({', '.join([*definitions(columns), *keys])});\n"
             f"INSERT INTO {name}_ SELECT {', '.join(columns)} FROM {name};\n"
             f"DROP TABLE {name};\nALTER TABLE {name}_ RENAME TO {name};\n")
 
@@ -162,7 +163,7 @@ def edited(edits):
 
 
 def near_misses():
-    """Statements after which every change is there in another form, or only seems to be there."""
+    """Statements after which every change has another form, or only seems to be there."""
     columns = {name: names for name, names in additions().items() if names}
     yield "columns in capital letters", "".join(
         f"ALTER TABLE {name} RENAME COLUMN {column} TO {column.upper()};\n"
@@ -209,7 +210,7 @@ def mark(outcome, probe, at=NEWEST):
 
 
 def matrix(rows):
-    """A picture of (name, outcome, version of the database), a line for each."""
+    """A picture of rows (name, outcome, version of the database), one line per row."""
     width = max(len(name) for name, *_ in rows)
     heads = [(str(probe // 10 or " "), str(probe % 10)) for probe in VERSIONS]
     lines = [" " * width + "  " + " ".join(line) for line in zip(*heads)]
@@ -223,7 +224,7 @@ def named(version):
 
 
 def besides_the_usual(versions, version, at):
-    """Versions, without those that every run at a version applies again."""
+    """Versions, without those that every run at the version applies again."""
     return [one for one in versions if one == version or one not in ALWAYS_REAPPLIED[at]]
 
 
@@ -247,40 +248,43 @@ def table(heads, rows):
 INTRODUCTION = """\
 # What the probes see
 
-Generated by `tests/program/regenerate_documents.py` from runs of the built program; not to be
-edited. The databases are those of tests/data with two rows more in every table, one with other
-values than the columns' defaults and one with NULL. How they are damaged stands in
-tests/program/steps.py (`taken_out`) and tests/program/probes.py (`near_misses`).
+For whoever writes a step, and for whoever looks for the cause of a damaged database. It helps to
+decide what a new probe has to look at, and whether a run can repair a damage.
 
-A line is a damaged database, a column the probe of a version:
+Generated by `tests/program/regenerate_documents.py` from runs of the built program; do not edit.
+The databases are those of tests/data with two more rows in every table, one with values that are no
+defaults and one with NULL. tests/program/steps.py (`taken_out`) and tests/program/probes.py
+(`near_misses`) say how they are damaged.
 
-    .  the probe answers true: to it, nothing is missing
+A line is a damaged database, a column is the probe of a version:
+
+    .  the probe answers true: it finds nothing missing
     x  it answers false, and true after one run, which has applied its version again
     X  it answers false, also after one run
     !  it answers true, and false after one run
 
 Version 33 removes the column that the probe of 30 looks for. From there on that probe answers
-false, and every run applies 30 and 33 again; the tables leave the two out.
+false, and every run applies 30 and 33 again; the tables below leave these two out.
 
 ## The change of one version taken out
 
-At version {newest}, and at an older one where {newest} has nothing left of the change.
+At version {newest}, or at an older one if {newest} has nothing left of the change.
 
 """
 
 BELOW_THE_MATRIX = """
-What one run makes of it. In cases that are not listed it applies the one version again, everything
-is then as it was, and nothing that was in order is spoilt.
+What one run does about it. In the cases that are not listed it applies that version again,
+everything is then as it was, and nothing that was in order is spoilt.
 
 """
 
 NEAR_MISSES = """
 ## Near misses
 
-At version {newest}, with every change in another form, or with what only looks like it. In the
-first four lines nothing is missing: a probe that answers false there makes runs apply its version
-again. In the others something is amiss: a probe that answers true there does not see it. No version
-adds an index or a trigger.
+At version {newest}, with every change in another form, or with something that only looks like it.
+In the first four lines nothing is missing: a probe that answers false there makes runs apply its
+version again for nothing. In the others something is wrong: a probe that answers true there does
+not see it. No version adds an index or a trigger.
 
 """
 

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Writes docs/versions.md and docs/probes.md anew from what the built program does.
+"""Writes docs/versions.md and docs/probes.md again, from what the built program does.
 
     tests/program/regenerate_documents.py build/dev/database-migrator
 
@@ -10,10 +10,12 @@ import os
 import pathlib
 import sys
 
+# What is imported next needs both.
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 os.environ["DATABASE_MIGRATOR"] = str(pathlib.Path(sys.argv[1]).resolve())
 
-from ledger import LEDGER, ledger  # noqa: E402 (the program is to be known first)
-from probes import PROBES, probes_document  # noqa: E402
+from ledger import LEDGER, ledger
+from probes import PROBES, probes_document
 
 if __name__ == "__main__":
     LEDGER.write_text(ledger(), encoding="utf-8")

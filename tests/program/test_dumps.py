@@ -3,12 +3,16 @@
 import re
 
 import pytest
-from dumps import dump_of, with_stand_ins
-from steps import NEWEST
+from dumps import with_stand_ins
+from steps import STEPS, taken_out
+from support.versions import VERSIONS, dump_of
 from walks import assert_same, device_with, walk
 
-VERSIONS = range(1, NEWEST + 1)
 TABLES_WITH_IDENTIFIERS = ("PC_Carrier", "PC_Mix", "PC_PlanterVariety")
+
+
+def test_every_version_of_the_registry_has_its_row():
+    assert ([*STEPS], [*taken_out()]) == ([*VERSIONS[1:]], [*VERSIONS[1:]])
 
 
 @pytest.mark.parametrize("version", VERSIONS[1:])

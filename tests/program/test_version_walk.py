@@ -4,7 +4,8 @@ import decimal
 import sqlite3
 from contextlib import closing
 
-from conftest import DATA, PRODUCT_SETTINGS, expected_log
+from conftest import PRODUCT_SETTINGS, expected_log
+from support.versions import dump_of
 
 TABLE = "productControl_productSettings"
 SIX_DIGITS = decimal.Context(prec=6, rounding=decimal.ROUND_HALF_UP)
@@ -26,7 +27,7 @@ def copied(row):
 
 
 def test_walk_to_version_2_and_back_touches_the_product_settings_only(device):
-    device.sql((DATA / "version_01.sql").read_text(encoding="utf-8"))
+    device.sql(dump_of(1))
     device.software_version.write_text("1.2.3\n")
     others = device.contents(TABLE)
     definition, rows = product_settings(device)

@@ -5,20 +5,20 @@ import os
 
 import pytest
 from conftest import expected_log
-from dumps import departures, dump_of
-from steps import INCOMPLETE_AGAIN, NEWEST, STEPS, STEPS_AGAIN
+from dumps import departures
+from steps import INCOMPLETE_AGAIN, STEPS, STEPS_AGAIN
+from support.versions import NEWEST, VERSIONS, dump_of
 from walks import (PLATFORMS, SOFTWARE, WALKS, WALKS_ON_TORVIKMAX, Outcome, assert_same,
                    departures_again, device_with, expected_of_walk, outcome_of, outcome_of_walk,
                    version_rows, walk, walked_back_to_1)
 
 CAMPAIGN = "CAMPAIGN" in os.environ
-VERSIONS = range(1, NEWEST + 1)
 PAIRS = list(itertools.product(VERSIONS, VERSIONS))
 BEYOND = (-1, 0, NEWEST + 1, 40, 2147483647)
 
 
 def sample(departing):
-    """A few walks that show every entry of a file of departures between them."""
+    """A few walks that together show every entry of a file of departures."""
     entries = {pair: {number for number, (_, starts, ends, _) in enumerate(departing.entries)
                       if starts[0] <= pair[0] <= starts[1] and ends[0] <= pair[1] <= ends[1]}
                for pair in PAIRS}
@@ -77,7 +77,7 @@ def test_steps_from_30_to_34_run_in_their_order():
     assert outcome.versions == "mainSqlDb|34|'4.1.0'\naltSqlDb|30|NULL\n"
 
 
-# Version 32 takes a view for no table of its own and leaves it; version 34 cannot add to it.
+# Version 32 leaves a view of this name as it is; version 34 cannot add a column to it.
 VIEW_OF_MAPS = ("ALTER TABLE workOrderRxMaps RENAME TO officeMaps;"
                 "CREATE VIEW workOrderRxMaps AS SELECT * FROM officeMaps;")
 

@@ -1,15 +1,16 @@
-"""One run of the built program that meets everything at once."""
+"""One run of the built program over everything that a device can have wrong."""
 
 import os
 import shutil
 
 import pytest
 
-from conftest import DATA, scratch_device
+from conftest import scratch_device
+from support.places import DATA, DEMO
+from support.versions import dump_of
 
-VERSION_1 = (DATA / "version_01.sql").read_text(encoding="utf-8")
+VERSION_1 = dump_of(1)
 BLEMISHES = (DATA / "blemishes.sql").read_text(encoding="utf-8")
-DEMO = DATA / "demo"
 
 # What the run does to the database, in its order.
 EVERYTHING_DONE = """
@@ -51,7 +52,7 @@ INSERT INTO MC_Machine (id, displayName, machineType) VALUES (101, 'Mähdrescher
     (102, 'Forage harvester', 4), (103, 'Self-propelled sprayer', 2);
 INSERT INTO PC_Ingredient (id, displayName, category) VALUES (101, 'Kieserit', 2);
 INSERT INTO PC_Carrier (id, displayName) VALUES (101, 'Gülle');
--- names that were there already; the third Smith is renamed twice, Smith_2 is taken as well
+-- names that were there already; the third Smith is renamed twice, since Smith_2 exists too
 UPDATE files SET displayName = 'North 80 Boundary_2' WHERE id = 250;
 UPDATE growers SET displayName = 'Smith_2_2' WHERE id = 18;
 UPDATE growers SET displayName = 'Müller Landwirtschaft_2' WHERE id = 19;
@@ -77,9 +78,8 @@ NOTHING_TO_DO = ("\n*****Beginning database migration from version: 1 to version
 def install_everything(device):
     device.sql(VERSION_1 + BLEMISHES)
     device.software_version.write_text("4.2.0\n", encoding="utf-8")
-    shutil.copy(DEMO / "refMachines.sql", device.app)
-    shutil.copy(DEMO / "refProducts.sql", device.app)
-    shutil.copy(DEMO / "registration.xml", device.registration)
+    for file in (device.machines, device.products, device.registration):
+        shutil.copy(DEMO / file.name, file)
 
 
 def test_one_run_meets_everything(device):

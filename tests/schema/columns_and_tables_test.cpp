@@ -1,16 +1,13 @@
-#include "support/scratch_device.h"
-
-#include <QtTest>
+#include "support/device_test.h"
 
 #include <sqlite3.h>
 
-class ColumnsAndTablesTest : public QObject
+class ColumnsAndTablesTest : public DeviceTest
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
+    void init() override;
 
     void tableExists_data();
     void tableExists();
@@ -30,11 +27,6 @@ private slots:
     void setColumnValue();
     void dropTable_data();
     void dropTable();
-
-private:
-    DatabaseMigrator &start();
-
-    std::unique_ptr<ScratchDevice> device;
 };
 
 namespace
@@ -55,20 +47,8 @@ QStringList lines(const TableInfo &info)
 
 void ColumnsAndTablesTest::init()
 {
-    device = std::make_unique<ScratchDevice>();
+    DeviceTest::init();
     device->recordVersion(1);
-}
-
-void ColumnsAndTablesTest::cleanup()
-{
-    device.reset();
-}
-
-DatabaseMigrator &ColumnsAndTablesTest::start()
-{
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
-    return migrator;
 }
 
 void ColumnsAndTablesTest::tableExists_data()
@@ -107,27 +87,21 @@ void ColumnsAndTablesTest::columnExists_data()
     QTest::addColumn<QString>("table");
     QTest::addColumn<QString>("column");
     QTest::addColumn<bool>("exists");
+    const auto row =
+        [](const char *sentence, const QString &table, const QString &column, bool exists) {
+            QTest::newRow(sentence) << table << column << exists;
+        };
 
-    QTest::newRow("the first column of a table without rows") << "empty"
-                                                              << "id" << true;
-    QTest::newRow("the last column of a table without rows") << "empty"
-                                                             << "Name" << true;
-    QTest::newRow("a column in another letter case") << "empty"
-                                                     << "nAME" << true;
-    QTest::newRow("a column of a table with rows") << "field"
-                                                   << "name" << true;
-    QTest::newRow("a table in another letter case") << "FIELD"
-                                                    << "name" << true;
-    QTest::newRow("a column of a view") << "fieldView"
-                                        << "label" << true;
-    QTest::newRow("no column") << "field"
-                               << "area" << false;
-    QTest::newRow("a part of a column's name") << "field"
-                                               << "nam" << false;
-    QTest::newRow("no table") << "missing"
-                              << "id" << false;
-    QTest::newRow("a name that needs quotes makes the statement fail") << "order"
-                                                                       << "id" << false;
+    row("the first column of a table without rows", "empty", "id", true);
+    row("the last column of a table without rows", "empty", "Name", true);
+    row("a column in another letter case", "empty", "nAME", true);
+    row("a column of a table with rows", "field", "name", true);
+    row("a table in another letter case", "FIELD", "name", true);
+    row("a column of a view", "fieldView", "label", true);
+    row("no column", "field", "area", false);
+    row("a part of a column's name", "field", "nam", false);
+    row("no table", "missing", "id", false);
+    row("a name that needs quotes makes the statement fail", "order", "id", false);
 }
 
 void ColumnsAndTablesTest::columnExists()
@@ -162,7 +136,7 @@ void ColumnsAndTablesTest::getTableInfo_data()
     QTest::addColumn<QString>("table");
     QTest::addColumn<QStringList>("info");
 
-    QTest::newRow("columns in the order of declaration, the key in its own")
+    QTest::newRow("columns in the order of their declaration, the key in its own order")
         << QByteArray("CREATE TABLE field (name varchar(40) NOT NULL, id INTEGER, plain, "
                       "area REAL DEFAULT -1.5, Farm TEXT NOT NULL DEFAULT 'none', "
                       "made DEFAULT CURRENT_TIMESTAMP, gone TEXT DEFAULT NULL, "
@@ -180,7 +154,7 @@ void ColumnsAndTablesTest::getTableInfo_data()
                 "made DEFAULT CURRENT_TIMESTAMP, gone TEXT DEFAULT NULL, "
                 "text TEXT DEFAULT '', sum INT DEFAULT (1 + 2), PRIMARY KEY (id, name))"});
     // The database lists the keys from the last to the first.
-    QTest::newRow("a column of two foreign keys twice, a key of two columns with both")
+    QTest::newRow("a column of two foreign keys is listed twice, a key of two columns with both")
         << QByteArray("CREATE TABLE field (a REFERENCES p(x), b, c, "
                       "FOREIGN KEY (b, c) REFERENCES q(y, z), FOREIGN KEY (b) REFERENCES p(x))")
         << "field"
@@ -207,7 +181,7 @@ void ColumnsAndTablesTest::getTableInfo_data()
                 "defaults: ",
                 "primary key: 1",
                 "CREATE TABLE field (id INTEGER PRIMARY KEY)"});
-    QTest::newRow("in another letter case only the text is missing")
+    QTest::newRow("in another letter case only the CREATE text is missing")
         << QByteArray("CREATE TABLE field (id INTEGER PRIMARY KEY REFERENCES p(x))") << "Field"
         << QStringList(
                {"foreign keys: id",
@@ -267,7 +241,7 @@ void ColumnsAndTablesTest::getTableInfoGoesOnAfterAFailure_data()
                 "defaults: ",
                 "primary key: 0",
                 createText})
-        << "not authorized Unable to execute statement";
+        << QString();
     QTest::newRow("the columns cannot be read") << SQLITE_PRAGMA << QByteArray("table_info")
                                                 << QStringList(
                                                        {"foreign keys: id",
@@ -277,7 +251,7 @@ void ColumnsAndTablesTest::getTableInfoGoesOnAfterAFailure_data()
                                                         "defaults: ",
                                                         "primary key: ",
                                                         createText})
-                                                << "not authorized Unable to execute statement";
+                                                << QString();
     QTest::newRow("the text cannot be read")
         << SQLITE_READ << QByteArray("sqlite_master")
         << QStringList(
@@ -314,25 +288,34 @@ void ColumnsAndTablesTest::getTableInfoKeepsNoHalfReadPart()
     const QStringList whole = lines(migrator.getTableInfo("field"));
     const QStringList empty = lines(TableInfo());
 
-    // Wherever the reading is interrupted, until it ends before that.
-    for (int instructions = 1;; ++instructions) {
+    // Interrupts the reading at every instruction, until it ends before.
+    QMap<QString, int> interruptions;
+    QStringList read;
+    for (int instructions = 1; read != whole; ++instructions) {
         device->interruptAfter(instructions);
         const TableInfo info = migrator.getTableInfo("field");
-        const QStringList read = lines(info);
-        if (info.readError.isEmpty()) {
-            COMPARE_LINES(read, whole);
-            break;
-        }
-        QCOMPARE(info.readError, "interrupted Unable to fetch row");
+        read = lines(info);
         const bool keysMissing = read[0] != whole[0];
         const bool columnsMissing = read[1] != whole[1];
         const bool textMissing = read[6] != whole[6];
-        QCOMPARE(keysMissing + columnsMissing + textMissing, 1);
+        QVERIFY(keysMissing + columnsMissing + textMissing <= 1);
         COMPARE_LINES(
             read,
             (keysMissing ? empty : whole).mid(0, 1) + (columnsMissing ? empty : whole).mid(1, 5) +
                 (textMissing ? empty : whole).mid(6));
+        if (keysMissing) {
+            QCOMPARE(info.readError, QString());
+            ++interruptions["keys"];
+        } else if (textMissing) {
+            QCOMPARE(info.readError, "interrupted Unable to fetch row");
+            ++interruptions["text"];
+        } else if (columnsMissing) {
+            ++interruptions[info.readError];
+        }
     }
+    // Before the first column nothing was read; after it only a part.
+    QCOMPARE(
+        interruptions.keys(), QStringList({"", "interrupted Unable to fetch row", "keys", "text"}));
 }
 
 void ColumnsAndTablesTest::addColumn_data()
@@ -344,19 +327,19 @@ void ColumnsAndTablesTest::addColumn_data()
     QTest::newRow("without a default the column is nullable")
         << QStringList({"field", "c", "REAL"}) << ""
         << QStringList({"CREATE TABLE field (id INTEGER, name TEXT, c REAL)", "1, 'a', NULL"});
-    QTest::newRow("an empty default is none")
+    QTest::newRow("an empty default counts as none")
         << QStringList({"field", "c", "REAL", ""}) << ""
         << QStringList({"CREATE TABLE field (id INTEGER, name TEXT, c REAL)", "1, 'a', NULL"});
-    QTest::newRow("with a default the column is NOT NULL, the default in parentheses")
+    QTest::newRow("with a default the column is NOT NULL, the default has parentheses")
         << QStringList({"field", "c", "REAL", "0"}) << ""
         << QStringList(
                {"CREATE TABLE field (id INTEGER, name TEXT, c REAL NOT NULL DEFAULT(0))",
                 "1, 'a', 0.0"});
-    QTest::newRow("the type carries a default of its own")
+    QTest::newRow("the type includes a default")
         << QStringList({"field", "c", "BOOLEAN DEFAULT 1"}) << ""
         << QStringList(
                {"CREATE TABLE field (id INTEGER, name TEXT, c BOOLEAN DEFAULT 1)", "1, 'a', 1"});
-    QTest::newRow("a default text in its quotes, markers in it are data")
+    QTest::newRow("markers in a quoted default text are data")
         << QStringList({"field", "c", "varchar(40)", "'%1 %2 %3'"}) << ""
         << QStringList(
                {"CREATE TABLE field (id INTEGER, name TEXT, "
@@ -411,23 +394,23 @@ void ColumnsAndTablesTest::addColumnIfNotExists_data()
     QTest::newRow("without a default")
         << QStringList({"field", "c", "REAL"}) << ""
         << QStringList({"CREATE TABLE field (id INTEGER, name TEXT, c REAL)", "1, 'a', NULL"});
-    QTest::newRow("an empty default is none")
+    QTest::newRow("an empty default counts as none")
         << QStringList({"field", "c", "REAL", ""}) << ""
         << QStringList({"CREATE TABLE field (id INTEGER, name TEXT, c REAL)", "1, 'a', NULL"});
-    QTest::newRow("with a default the column is nullable, the default as it is")
+    QTest::newRow("with a default the column is nullable, the default is unchanged")
         << QStringList({"field", "c", "REAL", "0"}) << ""
         << QStringList(
                {"CREATE TABLE field (id INTEGER, name TEXT, c REAL DEFAULT 0)", "1, 'a', 0.0"});
-    QTest::newRow("the type carries a default of its own")
+    QTest::newRow("the type includes a default")
         << QStringList({"field", "c", "BOOLEAN DEFAULT 1"}) << ""
         << QStringList(
                {"CREATE TABLE field (id INTEGER, name TEXT, c BOOLEAN DEFAULT 1)", "1, 'a', 1"});
-    QTest::newRow("a default text in its quotes, markers in it are data")
+    QTest::newRow("markers in a quoted default text are data")
         << QStringList({"field", "c", "varchar(40)", "'%1 %2 %3'"}) << ""
         << QStringList(
                {"CREATE TABLE field (id INTEGER, name TEXT, c varchar(40) DEFAULT '%1 %2 %3')",
                 "1, 'a', '%1 %2 %3'"});
-    QTest::newRow("a default word without quotes, which the database takes as a text")
+    QTest::newRow("SQLite takes a default word without quotes as a text")
         << QStringList({"field", "c", "TEXT", "none"}) << ""
         << QStringList(
                {"CREATE TABLE field (id INTEGER, name TEXT, c TEXT DEFAULT none)",
@@ -481,18 +464,21 @@ void ColumnsAndTablesTest::setColumnValue_data()
     QTest::addColumn<QString>("log");
     QTest::addColumn<QStringList>("rows");
 
-    QTest::newRow("without a condition every row") << QStringList({"field", "name", "'b'"}) << ""
-                                                   << QStringList({"1, 'b'", "2, 'b'", "3, 'b'"});
-    QTest::newRow("an empty condition is none") << QStringList({"field", "name", "'b'", ""}) << ""
-                                                << QStringList({"1, 'b'", "2, 'b'", "3, 'b'"});
-    QTest::newRow("the rows that meet the condition")
+    QTest::newRow("without a condition every row changes")
+        << QStringList({"field", "name", "'b'"}) << ""
+        << QStringList({"1, 'b'", "2, 'b'", "3, 'b'"});
+    QTest::newRow("an empty condition counts as none")
+        << QStringList({"field", "name", "'b'", ""}) << ""
+        << QStringList({"1, 'b'", "2, 'b'", "3, 'b'"});
+    QTest::newRow("only the rows that meet the condition change")
         << QStringList({"field", "name", "'b'", "id > 1 AND name = 'a'"}) << ""
         << QStringList({"1, 'a'", "2, 'b'", "3, NULL"});
     QTest::newRow("no row meets the condition")
         << QStringList({"field", "name", "'b'", "id = 7"}) << ""
         << QStringList({"1, 'a'", "2, 'a'", "3, NULL"});
-    QTest::newRow("an expression") << QStringList({"field", "name", "name || id", "id < 3"}) << ""
-                                   << QStringList({"1, 'a1'", "2, 'a2'", "3, NULL"});
+    QTest::newRow("the value is an expression")
+        << QStringList({"field", "name", "name || id", "id < 3"}) << ""
+        << QStringList({"1, 'a1'", "2, 'a2'", "3, NULL"});
     QTest::newRow("markers in values and conditions are data")
         << QStringList({"field", "name", "'%1 %2 %3'", "'%1' = '%1' AND id = 1"}) << ""
         << QStringList({"1, '%1 %2 %3'", "2, 'a'", "3, NULL"});
@@ -522,7 +508,7 @@ void ColumnsAndTablesTest::setColumnValue_data()
            "DatabaseMigrator::setColumnValue - near \"WHERE\": syntax error "
            "Unable to execute statement\n"
         << QStringList({"1, 'a'", "2, 'a'", "3, NULL"});
-    QTest::newRow("a row that is refused takes the others back")
+    QTest::newRow("when one row is refused no row changes")
         << QStringList({"field", "name", "'forbidden'"})
         << "DatabaseMigrator::setColumnValue - Failed to set column named name to 'forbidden'\n"
            "DatabaseMigrator::setColumnValue - refused Unable to fetch row\n"
@@ -559,7 +545,7 @@ void ColumnsAndTablesTest::dropTable_data()
     const QByteArray field = "CREATE TABLE field (id INTEGER PRIMARY KEY)";
     const QByteArray part = "CREATE TABLE part (fieldId REFERENCES field(id))";
 
-    QTest::newRow("the table goes with its index and trigger")
+    QTest::newRow("the table is dropped with its index and trigger")
         << field +
                ";CREATE INDEX fieldIndex ON field(id);"
                "CREATE TRIGGER fieldTrigger AFTER DELETE ON field BEGIN SELECT 1; END;" +
@@ -577,7 +563,7 @@ void ColumnsAndTablesTest::dropTable_data()
            "DatabaseMigrator::dropTable - use DROP VIEW to delete view fieldView "
            "Unable to execute statement\n"
         << QStringList({field, "CREATE VIEW fieldView AS SELECT * FROM field"});
-    QTest::newRow("a row refers to one of the table's")
+    QTest::newRow("a row of another table refers to it")
         << field + ";INSERT INTO field VALUES(1);" + part + ";INSERT INTO part VALUES(1)"
         << "field"
         << "DatabaseMigrator::dropTable - Failed to drop table named field\n"

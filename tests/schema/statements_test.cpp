@@ -1,50 +1,40 @@
 #include "schema/statements.h"
 
-#include "support/scratch_device.h"
+#include "support/device_test.h"
 
-#include <QtTest>
+#include <QSqlError>
 
-class StatementsTest : public QObject
+class StatementsTest : public DeviceTest
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
+    void init() override;
 
-    void executeRunsOneStatement();
+    void executeQuietlyRunsOneStatement();
     void queryOnlyWalksForward();
     void countRows_data();
     void countRows();
-    void limitedWalk_data();
-    void limitedWalk();
+    void executeWithBindsValues();
     void firstValue_data();
     void firstValue();
     void firstValueLeavesNothingLocked();
     void allSucceeded();
     void allSucceededEvaluatesEverything();
-
-private:
-    std::unique_ptr<ScratchDevice> device;
 };
 
 void StatementsTest::init()
 {
-    device = std::make_unique<ScratchDevice>();
+    DeviceTest::init();
     device->sql("CREATE TABLE field (id INTEGER, name TEXT);"
                 "INSERT INTO field VALUES(9007199254740993, 'Größe'), (2, NULL)");
     device->start();
 }
 
-void StatementsTest::cleanup()
+void StatementsTest::executeQuietlyRunsOneStatement()
 {
-    device.reset();
-}
-
-void StatementsTest::executeRunsOneStatement()
-{
-    QVERIFY(execute("DELETE FROM field WHERE id = 2"));
-    QVERIFY(!execute("DELETE FROM missing"));
+    QVERIFY(executeQuietly("DELETE FROM field WHERE id = 2"));
+    QVERIFY(!executeQuietly("DELETE FROM missing"));
 
     COMPARE_LINES(device->rows("SELECT * FROM field"), QStringList("9007199254740993, 'Größe'"));
 }
@@ -63,11 +53,11 @@ void StatementsTest::countRows_data()
     QTest::addColumn<int>("rows");
 
     QTest::newRow("every row") << "SELECT id FROM field" << 2;
-    QTest::newRow("those of a value") << "SELECT id FROM field WHERE name = :name" << 1;
-    QTest::newRow("no row") << "SELECT id FROM field WHERE id < 0" << 0;
-    QTest::newRow("until one cannot be read")
+    QTest::newRow("the rows with a value") << "SELECT id FROM field WHERE name = :name" << 1;
+    QTest::newRow("there is no row") << "SELECT id FROM field WHERE id < 0" << 0;
+    QTest::newRow("only the rows before one that cannot be read")
         << "SELECT abs(CASE id WHEN 2 THEN -9223372036854775807 - 1 END) FROM field" << 1;
-    QTest::newRow("no table") << "SELECT id FROM missing" << 0;
+    QTest::newRow("there is no table") << "SELECT id FROM missing" << 0;
 }
 
 void StatementsTest::countRows()
@@ -77,49 +67,15 @@ void StatementsTest::countRows()
     QTEST(static_cast<int>(::countRows(select, {{":name", "Größe"}})), "rows");
 }
 
-void StatementsTest::limitedWalk_data()
+void StatementsTest::executeWithBindsValues()
 {
-    QTest::addColumn<QString>("select");
-    QTest::addColumn<int>("rowsAdded");
-    QTest::addColumn<int>("rowsMet");
-    QTest::addColumn<bool>("toTheEnd");
+    QSqlQuery query;
 
-    const int few = LimitedWalk::uncountedRows;
-    const QString all = "SELECT id FROM field";
-    const QString some = "SELECT id FROM field WHERE id > :least";
-    QTest::newRow("no row") << all + " WHERE id < 0" << 0 << 0 << true;
-    QTest::newRow("every row") << all << 0 << 2 << true;
-    QTest::newRow("no table") << "SELECT id FROM missing" << 0 << 0 << false;
-    QTest::newRow("a row that cannot be read")
-        << "SELECT abs(CASE id WHEN 2 THEN -9223372036854775807 - 1 END) FROM field" << 0 << 1
-        << false;
-    // When they are counted, a row less has been added than were met.
-    QTest::newRow("as many as are allowed") << all << 3 * few << 3 * few + 2 << true;
-    QTest::newRow("one more") << all << 3 * few + 1 << 3 * few + 2 << false;
-    QTest::newRow("those of a value are counted") << some << 4 * few << 3 * few << false;
-}
-
-void StatementsTest::limitedWalk()
-{
-    QFETCH(QString, select);
-    QFETCH(int, rowsAdded);
-    LimitedWalk rows;
-    QVERIFY(rows.isForwardOnly());
-    execute("BEGIN");
-    rows.prepare(select);
-    rows.bindValue(":least", 2);
-    rows.exec();
-
-    int rowsMet = 0;
-    while (rows.next()) {
-        if (++rowsMet <= rowsAdded) {
-            execute("INSERT INTO field VALUES(7, 'new')");
-        }
-    }
-
-    QTEST(rowsMet, "rowsMet");
-    QTEST(readToTheEnd(rows), "toTheEnd");
-    QVERIFY(!rows.next());
+    QVERIFY(executeWith(
+        query, "INSERT INTO field VALUES(:id, :name)", {{":name", "it's"}, {":id", 3}}));
+    QVERIFY(!executeWith(query, "INSERT INTO missing VALUES(:id)", {{":id", 4}}));
+    QCOMPARE(query.lastError().databaseText(), QString("no such table: missing"));
+    COMPARE_LINES(device->rows("SELECT * FROM field WHERE id = 3"), QStringList("3, 'it''s'"));
 }
 
 void StatementsTest::firstValue_data()
@@ -127,12 +83,12 @@ void StatementsTest::firstValue_data()
     QTest::addColumn<QString>("sql");
     QTest::addColumn<QVariant>("value");
 
-    QTest::newRow("column 0 of the first row")
+    QTest::newRow("the first column of the first row")
         << "SELECT name, id FROM field ORDER BY id DESC" << QVariant("Größe");
-    QTest::newRow("64 bits") << "SELECT max(id) FROM field"
-                             << QVariant(qlonglong{9007199254740993});
-    QTest::newRow("no row") << "SELECT id FROM field WHERE id = 7" << QVariant();
-    QTest::newRow("a failure") << "SELECT id FROM missing" << QVariant();
+    QTest::newRow("a value of 64 bits")
+        << "SELECT max(id) FROM field" << QVariant(qlonglong{9007199254740993});
+    QTest::newRow("there is no row") << "SELECT id FROM field WHERE id = 7" << QVariant();
+    QTest::newRow("the statement fails") << "SELECT id FROM missing" << QVariant();
 }
 
 void StatementsTest::firstValue()
@@ -146,7 +102,7 @@ void StatementsTest::firstValueLeavesNothingLocked()
 {
     ::firstValue("SELECT id FROM field");
 
-    QVERIFY(execute("DROP TABLE field"));
+    QVERIFY(executeQuietly("DROP TABLE field"));
 }
 
 void StatementsTest::allSucceeded()
@@ -161,9 +117,9 @@ void StatementsTest::allSucceeded()
 void StatementsTest::allSucceededEvaluatesEverything()
 {
     QVERIFY(!::allSucceeded({
-        execute("DELETE FROM missing"),
-        execute("INSERT INTO field VALUES(3, 'a')"),
-        execute("UPDATE field SET name = 'b' WHERE id = 3"),
+        executeQuietly("DELETE FROM missing"),
+        executeQuietly("INSERT INTO field VALUES(3, 'a')"),
+        executeQuietly("UPDATE field SET name = 'b' WHERE id = 3"),
     }));
 
     COMPARE_LINES(
