@@ -1,4 +1,4 @@
-"""The place where the program runs: its own paths, nothing of the guard's, an end with the guard."""
+"""The place where the program runs: its own paths, none of the guard's, an end with the guard."""
 
 import os
 import signal
