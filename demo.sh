@@ -64,7 +64,7 @@ if [ -n "$fresh" ]; then
     rm -rf "$device"
 fi
 if [ ! -e "$database" ]; then
-    echo "Making a scratch device with a database at version 1: $device"
+    echo "Making a scratch device with a database at version 1${worn:+ whose rows say 2}: $device"
     mkdir -p "$device"/{app/databases,app/quillmoor,etc/harlo,Harlo,pool}
     echo 4.2.0 >"$device/app/quillmoor/softwareversion.txt"
     echo TORVIK >"$device/etc/harlo/platform"
