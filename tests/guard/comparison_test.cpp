@@ -211,8 +211,10 @@ void ComparisonTest::compares_data()
         equal);
     add("objects may be listed in another order",
         "",
-        "CREATE TABLE a (x); CREATE TABLE b (x); CREATE INDEX i ON a (x); CREATE VIEW v AS SELECT 1",
-        "CREATE VIEW v AS SELECT 1; CREATE TABLE b (x); CREATE TABLE a (x); CREATE INDEX i ON a (x)",
+        "CREATE TABLE a (x); CREATE TABLE b (x); CREATE INDEX i ON a (x);"
+        "CREATE VIEW v AS SELECT 1",
+        "CREATE VIEW v AS SELECT 1; CREATE TABLE b (x); CREATE TABLE a (x);"
+        "CREATE INDEX i ON a (x)",
         equal);
     add("a built index is equal to one that grew",
         many,
@@ -383,6 +385,21 @@ void ComparisonTest::compares_data()
         "CREATE TABLE t (a DEFAULT 1); INSERT INTO t VALUES (1)",
         "CREATE TABLE t (a, b); INSERT INTO t VALUES (1, 1)",
         {"before: table t", "after: table t", "rows: t"});
+    add("another default of rows that do not store it is found",
+        "CREATE TABLE t (a); INSERT INTO t VALUES (1)",
+        "ALTER TABLE t ADD COLUMN b DEFAULT 1",
+        "ALTER TABLE t ADD COLUMN b DEFAULT 2",
+        {"before: table t", "after: table t", "rows: t"});
+    add("a default that is stored under another definition is equal",
+        "CREATE TABLE t (a); INSERT INTO t VALUES (1); ALTER TABLE t ADD COLUMN b DEFAULT 1",
+        "",
+        "DROP TABLE t; CREATE TABLE t (a, b); INSERT INTO t VALUES (1, 1)",
+        {"before: table t", "after: table t"});
+    add("tables whose root pages were exchanged are found",
+        t + "CREATE TABLE u (a, b); INSERT INTO u VALUES (3, 'z')",
+        "",
+        "PRAGMA writable_schema=ON; UPDATE sqlite_schema SET rootpage = 5 - rootpage",
+        {"rows: t", "rows: u"});
     add("a blank in a definition counts",
         "",
         "CREATE TABLE t (a)",
@@ -560,6 +577,14 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
     add("damage after is a difference", small, "", After, "t", 0, noPageType, onlyT);
     add("a damaged table that was moved differs", small, moved, Both, "t", 0, noPageType, onlyT);
     add("a table's page in an index is damage", indexed, "", After, "i", 0, "\x0d", {"entries: i"});
+    add("an empty index in a table's page is damage",
+        "CREATE TABLE t (a); CREATE INDEX i ON t (a)",
+        "",
+        After,
+        "i",
+        0,
+        "\x0d",
+        {"entries: i"});
     add("another entry of an index is found", indexed, "", After, "i", -2, "y", {"entries: i"});
     add("a rowid that divides children wrongly is damage", deep, "", After, "t", -1, "\x7f", onlyT);
     add("a child that the file has not is damage", deep, "", After, "t", 8, farPage, onlyT);
@@ -838,7 +863,7 @@ void ComparisonTest::findsWhatWasPlanted()
         }
         QStringList found = differences();
         if (planted.value(0).startsWith("before: table")) {
-            // Rows of another definition are compared as they are stored.
+            // A new default changes the rows that do not store it; whether there are any is chance.
             found = found.mid(0, 2);
         }
         QVERIFY2(found == planted, qPrintable(told(seed, planted)));
