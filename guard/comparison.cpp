@@ -207,18 +207,14 @@ private:
         m_differences.settings = differentSettings(m_before, m_after);
         const QVector<CommonObject> objects = compareSchemas(*before, *after);
         PageOwners owners(m_before, differ);
-        const auto mayDiffer = [&](const CommonObject &object) {
-            return object.isRedefined || object.before.rootPage != object.after.rootPage ||
-                   (object.before.rootPage != 0 && owners.ownsPageOfSet(object.before.rootPage));
-        };
         for (const CommonObject &object : objects) {
-            if (object.before.object.type == "table" && mayDiffer(object)) {
-                compareTable(object);
+            if (object.before.object.type == "table") {
+                compareTable(object, owners);
             }
         }
         for (const CommonObject &object : objects) {
-            if (object.before.object.type != "table" && mayDiffer(object)) {
-                compareIndex(object);
+            if (object.before.object.type != "table") {
+                compareIndex(object, owners);
             }
         }
     }
@@ -270,32 +266,44 @@ private:
         return redefined;
     }
 
-    void compareTable(const CommonObject &table)
+    void compareTable(const CommonObject &table, PageOwners &owners)
     {
         const QByteArray &name = table.before.object.name;
-        const Entries entries = compareTrees(table);
-        // The same bytes may be other values under another definition.
+        const Entries entries = compareTrees(table, owners);
+        // The same bytes may be other values under another definition. A virtual table has no tree
+        // and is not read.
         const bool haveToBeRead =
-            entries == Entries::OtherBytes || (entries == Entries::Equal && table.isRedefined);
+            entries == Entries::OtherBytes ||
+            (entries == Entries::Equal && table.isRedefined && table.before.rootPage != 0);
         if (entries == Entries::Different || (haveToBeRead && !m_values.haveEqualRows(name))) {
             m_differences.tables << name;
             m_differentTables.insert(name);
         }
     }
 
-    void compareIndex(const CommonObject &index)
+    void compareIndex(const CommonObject &index, PageOwners &owners)
     {
         if (!m_differentTables.contains(index.before.object.table) &&
-            compareTrees(index) != Entries::Equal) {
+            compareTrees(index, owners) != Entries::Equal) {
             m_differences.indexes << index.before.object.name;
         }
     }
 
-    Entries compareTrees(const CommonObject &object) const
+    Entries compareTrees(const CommonObject &object, PageOwners &owners) const
     {
-        return compareEntries(
-            BTreeCursor(m_before, object.before.rootPage),
-            BTreeCursor(m_after, object.after.rootPage));
+        const quint32 before = object.before.rootPage;
+        const quint32 after = object.after.rootPage;
+        if (before == 0 && after == 0) {
+            return Entries::Equal;
+        }
+        const PageOwners::Answer answer = owners.ask(before);
+        if (before == after && !answer.ownsPageOfSet) {
+            return Entries::Equal;
+        }
+        // Trees with common pages are damaged, and could be read once for every table.
+        return answer.sharesPages
+                   ? Entries::Different
+                   : compareEntries(BTreeCursor(m_before, before), BTreeCursor(m_after, after));
     }
 
     DatabaseFile m_before;

@@ -125,6 +125,7 @@ private slots:
     void readsUntouchedTablesForTheirPagesOnly();
     void holdsNoValueInFull();
     void comparesManyTables();
+    void readsATreeOfManyTablesOnce();
     void findsWhatWasPlanted_data();
     void findsWhatWasPlanted();
     void missesNoDamage();
@@ -464,6 +465,13 @@ void ComparisonTest::compares_data()
         "CREATE TABLE x AS SELECT * FROM t; DROP TABLE x; VACUUM",
         equal);
 
+    add("a virtual table with another definition is not read",
+        "CREATE VIRTUAL TABLE v USING fts5(x); PRAGMA writable_schema=ON;",
+        "",
+        "PRAGMA writable_schema=ON; UPDATE sqlite_schema SET sql = "
+        "'CREATE VIRTUAL TABLE v USING missing' WHERE name = 'v'",
+        {"before: table v", "after: table v"});
+
     // What SQLite cannot prepare or must not run
     add("a table with an unknown collation may be moved",
         "CREATE TABLE t (a COLLATE unknown PRIMARY KEY); INSERT INTO t VALUES ('a');" + other,
@@ -612,6 +620,14 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         8,
         QByteArray("\0\0\0\2", 4),
         {"rows: other", "rows: t"});
+    add("a tree that leads to another one is no difference where no page of it differs",
+        deep + "CREATE TABLE u (a);",
+        "INSERT INTO u VALUES (1)",
+        Both,
+        "t",
+        8,
+        QByteArray("\0\0\0\2", 4),
+        {"rows: u"});
     add("more cells than the page has room for are damage",
         small,
         "",
@@ -832,6 +848,22 @@ void ComparisonTest::comparesManyTables()
         "",
         "DROP TABLE t5000; INSERT INTO t7 VALUES (1); UPDATE t9999 SET a = 1");
     QCOMPARE(differences(), QStringList({"before: table t5000", "rows: t7"}));
+}
+
+void ComparisonTest::readsATreeOfManyTablesOnce()
+{
+    make(
+        "CREATE TABLE t (a);" + numbersTo2000 +
+            "INSERT INTO t SELECT zeroblob(1000) FROM n; PRAGMA writable_schema=ON;" +
+            numbersTo2000 +
+            "INSERT INTO sqlite_schema SELECT 'table', 't' || i, 't' || i, 2, "
+            "'CREATE TABLE t' || i || ' (a)' FROM n",
+        "",
+        "DELETE FROM t WHERE rowid = 2000");
+    const qint64 size = contentsOf(m_before).size();
+    const qint64 begin = bytesRead();
+    QCOMPARE(differences().size(), 2001);
+    QVERIFY2(bytesRead() - begin < 6 * size, "read too much");
 }
 
 void ComparisonTest::findsWhatWasPlanted_data()
