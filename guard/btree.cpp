@@ -169,9 +169,7 @@ bool BTreeCursor::stopDamaged()
 
 bool BTreeCursor::acceptEntry(const BTreePage::Cell &cell)
 {
-    const qint64 fileSize = qint64(m_file.pageCount()) * m_file.pageSize();
-    if (!cell.isValid || cell.payloadSize > fileSize ||
-        (m_isTable && m_hasLowerBound && cell.rowid <= m_lowerBound)) {
+    if (!cell.isValid || (m_isTable && m_hasLowerBound && cell.rowid <= m_lowerBound)) {
         return stopDamaged();
     }
     m_cell = cell;

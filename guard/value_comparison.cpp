@@ -96,8 +96,7 @@ ValueComparison::ValueComparison(const QString &before, const QString &after)
 
 bool ValueComparison::haveEqualRows(const QByteArray &table)
 {
-    // SQLite would read a shorter name.
-    if (table.contains('\0') || !open(m_before, m_beforePath) || !open(m_after, m_afterPath)) {
+    if (!open(m_before, m_beforePath) || !open(m_after, m_afterPath)) {
         return false;
     }
     const Statement before = prepareRows(m_before.get(), table);

@@ -265,6 +265,7 @@ void ComparisonTest::compares_data()
         "UPDATE t SET a = 1e999",
         "UPDATE t SET a = 1.7976931348623157e308",
         rows);
+    add("0.0 is not -0.0", t, "UPDATE t SET a = 0.0", "UPDATE t SET a = -0.0", rows);
     add("what comes after a NUL counts",
         t,
         "UPDATE t SET b = CAST(x'410042' AS TEXT)",
@@ -280,11 +281,10 @@ void ComparisonTest::compares_data()
         "UPDATE t SET b = CAST(x'00D8' AS TEXT)",
         "UPDATE t SET b = CAST(x'01D8' AS TEXT)",
         rows);
-    add("halves of UTF-16 characters count where a default is not stored",
-        "PRAGMA encoding='UTF-16le'; CREATE TABLE t (b); INSERT INTO t VALUES (1);"
-        "ALTER TABLE t ADD COLUMN c DEFAULT 1",
-        "UPDATE t SET b = CAST(x'00D8' AS TEXT), c = c",
-        "UPDATE t SET b = CAST(x'01D8' AS TEXT), c = c",
+    add("bytes that are read as the same UTF-16 character count",
+        "PRAGMA encoding='UTF-16le';" + t,
+        "UPDATE t SET b = CAST(x'00D84100' AS TEXT)",
+        "UPDATE t SET b = CAST(x'00D84104' AS TEXT)",
         rows);
     add("another rowid is found", t, "", "UPDATE t SET rowid = 7 WHERE a = 2", rows);
     add("another rowid is found where no column can tell it",
@@ -585,6 +585,14 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
     add("damage after is a difference", small, "", After, "t", 0, noPageType, onlyT);
     add("a damaged table that was moved differs", small, moved, Both, "t", 0, noPageType, onlyT);
     add("a table's page in an index is damage", indexed, "", After, "i", 0, "\x0d", {"entries: i"});
+    add("a value is read from the table, not from an index that has all columns",
+        indexed,
+        "",
+        After,
+        "t",
+        -1,
+        "y",
+        onlyT);
     add("an empty index in a table's page is damage",
         "CREATE TABLE t (a); CREATE INDEX i ON t (a)",
         "",
@@ -595,6 +603,38 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         {"entries: i"});
     add("another entry of an index is found", indexed, "", After, "i", -2, "y", {"entries: i"});
     add("a rowid that divides children wrongly is damage", deep, "", After, "t", -1, "\x7f", onlyT);
+    add("a rowid below those that it divides is damage",
+        deep,
+        "",
+        After,
+        "t",
+        -1,
+        QByteArray(1, '\0'),
+        onlyT);
+    add("a tree that leads downwards without end is damage",
+        deep,
+        "",
+        After,
+        "t",
+        -6,
+        QByteArray("\0\0\0\3", 4),
+        onlyT);
+    add("a cell beyond the page's end is damage in a table that was moved",
+        small,
+        moved,
+        Both,
+        "t",
+        8,
+        "\x0f\xfe",
+        onlyT);
+    add("a value beyond the page's end is damage in a table that was moved",
+        small,
+        moved,
+        Both,
+        "t",
+        -5,
+        "\x7e",
+        onlyT);
     add("a child that the file has not is damage", deep, "", After, "t", 8, farPage, onlyT);
     add("a child that the file has not is no difference in both",
         deep,
