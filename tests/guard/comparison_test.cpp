@@ -117,6 +117,7 @@ private slots:
     void compares();
     void readsRowsOfDamagedFiles_data();
     void readsRowsOfDamagedFiles();
+    void readsFilesThatEndEarly();
     void tellsWhyItCannotRead();
     void tellsFilesThatAreNoDatabases();
     void takesEmptyFilesForDatabases();
@@ -433,6 +434,28 @@ void ComparisonTest::compares_data()
         "INSERT INTO \"Fläche\" VALUES (1)",
         {"rows: Fläche"});
 
+    const auto addSchemaRow = [](const QByteArray &rootPage, const QByteArray &sql) {
+        return "PRAGMA writable_schema=ON; INSERT INTO sqlite_schema VALUES ('view', 'v', 'v', " +
+               rootPage + ", " + sql + ")";
+    };
+    const QStringList otherView = {"before: view v", "after: view v"};
+    add("halves of UTF-16 characters count in a definition",
+        "PRAGMA encoding='UTF-16le';" + t,
+        addSchemaRow("0", "CAST(x'00D8' AS TEXT)"),
+        addSchemaRow("0", "CAST(x'01D8' AS TEXT)"),
+        otherView);
+    add("no definition is not an empty one",
+        t,
+        addSchemaRow("0", "NULL"),
+        addSchemaRow("0", "''"),
+        otherView);
+    add("a schema row that holds a BLOB is damage",
+        t,
+        "",
+        addSchemaRow("0", "x'41'"),
+        {"schema damaged"});
+    add("a negative root page is damage", t, "", addSchemaRow("-1", "''"), {"schema damaged"});
+
     // Settings
     add("the user version counts", t, "", "PRAGMA user_version=7", {"user_version"});
     add("the application id counts", t, "", "PRAGMA application_id=7", {"application_id"});
@@ -725,6 +748,22 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         100,
         "\x0a",
         schema);
+    add("an empty schema in an index's page is damage",
+        "PRAGMA user_version=1",
+        "",
+        After,
+        "sqlite_schema",
+        100,
+        "\x0a",
+        schema);
+    add("a schema whose last page the file has not is damage",
+        wideTable(2000) + wideTable(2000).replace("wide", "wider"),
+        "",
+        After,
+        "sqlite_schema",
+        108,
+        farPage,
+        schema);
     add("a header that SQLite does not accept is damage",
         small,
         "",
@@ -732,6 +771,14 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         "sqlite_schema",
         0,
         "s",
+        schema);
+    add("fractions of a page that SQLite does not accept are damage",
+        small,
+        "",
+        After,
+        "sqlite_schema",
+        21,
+        "A",
         schema);
     add("a page size that SQLite does not accept is damage",
         small,
@@ -778,6 +825,25 @@ void ComparisonTest::readsRowsOfDamagedFiles()
         damage(m_after);
     }
     QCOMPARE(differences(), expected);
+}
+
+void ComparisonTest::readsFilesThatEndEarly()
+{
+    const QByteArray value = "INSERT INTO t VALUES (zeroblob(4300) || 'x')";
+    make("CREATE TABLE t (a);" + value, "", "");
+    const QByteArray contents = contentsOf(m_after);
+    // The file's last page is the value's, and is not full: what is missing is read as zeros.
+    write(m_after, contents.left(contents.size() - 1));
+    QCOMPARE(differences(), QStringList());
+    const int unused = contents.size() - contents.lastIndexOf('x') - 1;
+    write(m_after, contents.left(contents.size() - unused));
+    QCOMPARE(differences(), QStringList());
+    write(m_after, contents.left(contents.size() - unused - 1));
+    QCOMPARE(differences(), QStringList("rows: t"));
+    write(m_after, contents.left(contents.size() - 4096));
+    QCOMPARE(differences(), QStringList("rows: t"));
+    write(m_before, contents.left(contents.size() - 4096));
+    QCOMPARE(differences(), QStringList());
 }
 
 void ComparisonTest::tellsWhyItCannotRead()
