@@ -22,7 +22,7 @@ bool BTreePage::read(const DatabaseFile &file, quint32 number)
         m_type = 0;
         return false;
     }
-    m_type = m_bytes[m_headerOffset];
+    m_type = static_cast<quint8>(m_bytes[m_headerOffset]);
     m_cellCount = qFromBigEndian<quint16>(m_bytes.constData() + m_headerOffset + 3);
     const int pointers = m_headerOffset + (isLeaf() ? 8 : 12);
     m_mostCells = (m_usableSize - pointers) / 2;
@@ -37,9 +37,9 @@ quint32 BTreePage::rightChild() const
 BTreePage::Cell BTreePage::cell(int index) const
 {
     Cell cell;
-    const char *pointer = bytes() + m_headerOffset + (isLeaf() ? 8 : 12) + 2 * index;
+    const int pointer = m_headerOffset + (isLeaf() ? 8 : 12) + 2 * index;
     // SQLite cuts an offset that is too great in the same way.
-    int offset = qFromBigEndian<quint16>(pointer) & (m_bytes.size() - 1);
+    int offset = qFromBigEndian<quint16>(bytes() + pointer) & (m_bytes.size() - 1);
     if (!isLeaf()) {
         if (offset + 4 > m_usableSize) {
             return cell;

@@ -137,9 +137,8 @@ private:
 
     const DatabaseFile &m_file;
     const std::vector<bool> &m_pages;
-    std::vector<quint32>
-        m_owners; ///< by page: 0 without a tree, or its number; for an overflow page
-                  ///< one more
+    /// By page: 0 where no tree is known, or the tree's number; for an overflow page one more.
+    std::vector<quint32> m_owners;
     std::vector<bool> m_ownsPageOfSet; ///< by tree
     Answer m_answer;                   ///< on the current tree
     quint32 m_tree = 0;                ///< its number, an even one

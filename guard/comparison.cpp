@@ -170,30 +170,29 @@ public:
 
     DatabaseDifferences run()
     {
-        if (!m_before.readError().isEmpty() || !m_after.readError().isEmpty()) {
-            return failure();
+        if (readError().isEmpty()) {
+            const std::vector<bool> differ = differentPages(m_before, m_after);
+            if (std::find(differ.begin(), differ.end(), true) != differ.end()) {
+                compareContents(differ);
+            }
         }
-        const std::vector<bool> differ = differentPages(m_before, m_after);
-        const bool anyDiffers = std::find(differ.begin(), differ.end(), true) != differ.end();
-        if (anyDiffers) {
-            compareContents(differ);
+        if (readError().isEmpty()) {
+            return m_differences;
         }
-        const bool failed = !m_before.readError().isEmpty() || !m_after.readError().isEmpty() ||
-                            !m_values.readError().isEmpty();
-        return failed ? failure() : m_differences;
+        DatabaseDifferences failure;
+        failure.readError = readError();
+        return failure;
     }
 
 private:
-    DatabaseDifferences failure() const
+    QString readError() const
     {
-        DatabaseDifferences differences;
-        for (const QString &error :
-             {m_before.readError(), m_after.readError(), m_values.readError()}) {
-            if (differences.readError.isEmpty()) {
-                differences.readError = error;
+        for (const QString &error : {m_before.readError(), m_after.readError()}) {
+            if (!error.isEmpty()) {
+                return error;
             }
         }
-        return differences;
+        return m_values.readError();
     }
 
     void compareContents(const std::vector<bool> &differ)

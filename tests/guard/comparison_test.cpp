@@ -724,6 +724,14 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         -4,
         QByteArray("\0\0\0\2", 4),
         {"rows: other", "rows: t"});
+    add("a tree whose first page is in another one's value is read all the same",
+        "CREATE TABLE a (x);" + deep.mid(other.size()) + "INSERT INTO a VALUES (zeroblob(20000))",
+        "UPDATE t SET a = 'y' WHERE rowid = 2000",
+        Both,
+        "a",
+        -4,
+        QByteArray("\0\0\0\3", 4),
+        onlyT);
     add("a damaged schema is a difference where a page differs",
         small,
         changed,
