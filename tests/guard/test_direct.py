@@ -2,8 +2,10 @@
 
 import os
 import shutil
+import subprocess
 
 import pytest
+from conftest import SECONDS
 from support.versions import NEWEST
 
 NO_NAMESPACES = """#!/usr/bin/dash
@@ -67,6 +69,19 @@ def test_as_an_ordinary_user(device, expected):
     assert (device.contents(), device.log()) == expected(1, NEWEST)
     assert device.last_run()["staging"] == "memory"
     assert device.kept.stat().st_mode & 0o077 == device.database.stat().st_mode & 0o077
+
+
+def test_as_root_where_user_namespaces_are_switched_off(device, expected):
+    """Root needs none. The setting is that of a user namespace of the test's own."""
+    device.install(1)
+    switch_off = 'echo 0 >/proc/sys/user/max_user_namespaces && exec "$@"'
+    command = device.command("run", NEWEST)
+    command["args"] = ["unshare", "--user", "--map-root-user", "--mount", "/bin/sh", "-c", switch_off,
+                       "sh", *map(str, command["args"])]
+    run = subprocess.run(**command, capture_output=True, text=True, timeout=SECONDS)
+    assert run.returncode == 0, run.stderr
+    assert (device.contents(), device.log()) == expected(1, NEWEST)
+    assert device.last_run()["staging"] == "memory"
 
 
 def test_no_database_yet(device, other_device):
