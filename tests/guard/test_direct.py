@@ -76,8 +76,8 @@ def test_as_root_where_user_namespaces_are_switched_off(device, expected):
     device.install(1)
     switch_off = 'echo 0 >/proc/sys/user/max_user_namespaces && exec "$@"'
     command = device.command("run", NEWEST)
-    command["args"] = ["unshare", "--user", "--map-root-user", "--mount", "/bin/sh", "-c", switch_off,
-                       "sh", *map(str, command["args"])]
+    command["args"] = ["unshare", "--user", "--map-root-user", "--mount", "/bin/sh", "-c",
+                       switch_off, "sh", *map(str, command["args"])]
     run = subprocess.run(**command, capture_output=True, text=True, timeout=SECONDS)
     assert run.returncode == 0, run.stderr
     assert (device.contents(), device.log()) == expected(1, NEWEST)
