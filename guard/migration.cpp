@@ -157,6 +157,10 @@ Migration::Try Migration::runLocked()
     if (bubblewrapPath().isEmpty()) {
         return directly("no-bubblewrap");
     }
+    if (m_options.noNamespaces) {
+        // Nothing is copied to the disk at every start for a program that could not be started then.
+        return directly("no-namespaces");
+    }
     return runGuarded();
 }
 

@@ -56,7 +56,10 @@ def test_without_bubblewrap(device, expected):
 def test_without_namespaces(device, expected, script):
     device.install(1)
     options = dict(bubblewrap=False, options=bubblewrap(device, script))
+    # Nothing is copied for it, at every start again.
+    device.replace_program('ls /app/databases >/app/files; exec /app/migrator "$@"')
     assert direct_run(device, "no-namespaces", **options) == 4
+    assert (device.app / "files").read_text().split() == ["lastMigration.json", "my.db.sqlite"]
     assert (device.contents(), device.log()) == expected(1, NEWEST)
 
 
