@@ -46,7 +46,7 @@ int showVersion(const DevicePaths &device)
 /// @return the size of a memory of the guard's own, nothing when staging has to be on the disk
 std::optional<qint64> ownMemorySize(const DevicePaths &device, const CommandLine &line)
 {
-    const bool possible = line.stagingDirectory.isEmpty() && !device.database.isEmpty() &&
+    const bool possible = line.stagingDirectory.isEmpty() && QFileInfo(device.database).isFile() &&
                           !bubblewrapPath().isEmpty();
     if (!possible) {
         return std::nullopt;

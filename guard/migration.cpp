@@ -154,6 +154,9 @@ Migration::Try Migration::runLocked()
     if (m_device.database.isEmpty()) {
         return directly("no-database");
     }
+    if (!QFileInfo(m_device.database).isFile()) {
+        return directly("not-copied", "not a file");
+    }
     if (bubblewrapPath().isEmpty()) {
         return directly("no-bubblewrap");
     }

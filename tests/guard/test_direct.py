@@ -132,11 +132,16 @@ def test_a_database_that_was_cut_goes_direct(device):
     assert not (device.app / "empty").exists()
 
 
-def test_a_directory_in_the_place_of_the_database(device):
-    device.database.mkdir()
+@pytest.mark.parametrize("make", [lambda path: path.mkdir(),
+                                  lambda path: path.symlink_to("/dev/null")])
+def test_something_else_in_the_place_of_the_database(device, other_device, make):
+    for each in (device, other_device):
+        make(each.database)
     assert device.migrate("--strict", NEWEST) == 3
-    assert device.migrate(NEWEST) in (3, 4)
-    assert device.database.is_dir()
+    assert device.migrate(NEWEST) == 4
+    assert (device.last_run()["way"], device.last_run()["reason"]) == ("direct", "not-copied")
+    other_device.run_program(NEWEST)
+    assert device.log() == other_device.log()
 
 
 def test_nothing_writable(device):
