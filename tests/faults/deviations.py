@@ -133,11 +133,13 @@ class Deviations:
                 for step, differences in answer["differences"].items()
                 for difference in differences if step not in known.get((walk, difference), ())]
 
-    def no_longer_met(self, done):
-        met = self._met(done)
+    def no_longer_met(self, done, scenarios):
+        """What the list has for the walks of these scenarios, and the answers do not."""
+        met, walks = self._met(done), set(map(walk_of, scenarios))
         return [f"{walk}: {difference} after a fault in step {', '.join(gone)}"
                 for (walk, difference), steps in self.steps.items()
-                for gone in [[step for step in steps if step not in met[walk, difference]]] if gone]
+                for gone in [[step for step in steps if step not in met[walk, difference]]]
+                if gone and walk in walks]
 
     @staticmethod
     def _met(done):

@@ -35,6 +35,8 @@ from collections import Counter, defaultdict
 from difflib import SequenceMatcher
 from typing import NamedTuple
 
+from support.versions import NEWEST
+
 MIGRATED = "Database migration to version {} completed successfully!"
 SUCCESS = "Migration to version {} was successful."
 FAILURE = "Migration to version {} FAILED!"
@@ -52,7 +54,7 @@ CLOSINGS = {
                for table in ("PC_Carrier", "PC_Mix", "PC_PlanterVariety"))
          + ("Migration to version 31 FAILED! Failed to synch default carrier uuids",)),
     **{version: (SUCCESS.format(version), (f"Migration to version {version} failed",))
-       for version in (32, 33, 34)},
+       for version in range(32, NEWEST + 1)},
     -24: (None, ("Failed to revert from version 24 to 23",)),
     -26: (None, ("Reverting from version 26 FAILED!!",)),
     **{-version: (f"Reverting from version {version} was successful.",

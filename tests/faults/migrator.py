@@ -24,12 +24,14 @@ class Subject:
     def __init__(self, name, target):
         self.target = target
         self._first_version = int(name.split()[0])
-        self.invariant = None
+        self._invariant = None
 
     def command(self, target=None):
+        """What a run starts; without a target, with that of the scenario."""
         return ["/app/database-migrator", str(target or self.target)]
 
     def prepare_device(self):
+        """Makes what the device needs besides the database and what the worker provides."""
         device.software_version("1.2.3")
 
     def learn(self, scenario, first):
@@ -60,8 +62,12 @@ class Subject:
 
     def gather(self, state):
         """Takes the states of the undisturbed run one by one."""
-        self.invariant = self.invariant or Invariant(state)
-        self.invariant.gather(state)
+        self._invariant = self._invariant or Invariant(state)
+        self._invariant.gather(state)
+
+    def lost_for_a_time(self, first, last):
+        """The tables with rows that the states at both ends have, but not every state between."""
+        return self._invariant.lost_for_a_time(first, last)
 
     def step(self, statements):
         """The step of the last of this many statements; None if nobody can say how many."""
@@ -81,11 +87,11 @@ class Subject:
 
     def wrong_state(self, state, step, cascaded, memory_lacks=False):
         """What is wrong with the state that a fault left."""
-        return self.invariant.violations(state, step, cascaded, memory_lacks)
+        return self._invariant.violations(state, step, cascaded, memory_lacks)
 
     def losses(self, state, step, cascaded=frozenset()):
         """What the state lacks for good."""
-        return self.invariant.losses(state, step, cascaded)
+        return self._invariant.losses(state, step, cascaded)
 
     def outcome(self, state):
         """What the second run has reached: an outcome, and how the state differs from what an

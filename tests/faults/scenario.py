@@ -27,7 +27,7 @@ class Scenario:
         self.settled = self.reader.read(DATABASE)
         subject.learn(self, first)
         self._replay()
-        self.lost_for_a_time = subject.invariant.lost_for_a_time(first, self.reference)
+        self.lost_for_a_time = subject.lost_for_a_time(first, self.reference)
 
     def run(self, switches=None):
         """A run on the device as it is; returns its exit status and the number of operations."""

@@ -27,6 +27,7 @@ class Scenario:
     passes: int  # a power of two: the first passes are spread over the whole run
     kinds: tuple = KINDS  # of faults
     switches: tuple = ()  # of the shim
+    sample: tuple = ()  # the number of turns and the kinds that a campaign tries, if not all
 
 
 @dataclass(frozen=True)
@@ -52,7 +53,8 @@ MIGRATOR = Subject(
         **there_and_back(4, passes=8),
         **there_and_back(NEWEST, suffix=", secure_delete off", passes=1, kinds=("full disk",),
                          switches=(("FAULT_SECURE_DELETE", "OFF"),)),
-        **there_and_back(NEWEST, "ten", ", ten times the rows", passes=1024),
+        **there_and_back(NEWEST, "ten", ", ten times the rows", passes=1024,
+                         sample=(8, ("power cut", "kill"))),
     })
 # What a case does and how it is judged. The rules of the log are not among them: after a change of
 # those only the cases with complaints about the log are tried again.

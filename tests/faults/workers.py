@@ -8,7 +8,7 @@ import threading
 from contextlib import ExitStack, contextmanager, suppress
 
 from support.device import Device
-from support.places import DEMO, TESTS, scratch_directory
+from support.places import DEMO, ROOT, TESTS, scratch_directory
 
 PYTHON = "/usr/bin/python3"
 SMALL_DISK = 16 * 1024 * 1024  # bytes for the largest database, its journal and the log
@@ -22,6 +22,8 @@ class Worker:
             shutil.copy2(DEMO / file.name, file)
         options = [
             "--ro-bind", program, f"/app/{program.name}", "--ro-bind", TESTS, "/tests",
+            # The newest version is read from the registry.
+            "--ro-bind", ROOT / "app" / "registry.cpp", "/app/registry.cpp",
             "--ro-bind", shim, "/faults/shim.so", "--bind", kept, "/kept",
             "--size", SMALL_DISK, "--tmpfs", "/disk",
             "--setenv", "PYTHONPATH", "/tests:/tests/faults",
