@@ -67,4 +67,4 @@ tests/support/on_device.sh "$device" build/release/database-migrator "$target"
 
 printf '\nLog of this run\n'
 tail --bytes +$((log_size + 1)) "$log" | sed 's/^./  &/'
-tools/show_changes.sh "$before" "$database"
+tools/show_changes.py "$before" "$database"

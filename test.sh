@@ -1,13 +1,13 @@
 #!/bin/bash
-# Builds everything with its tests and runs them all; ends with the summary of ctest and its exit
-# status.
+# Builds everything and runs all tests; tests/README.md says what they are. It ends with the summary
+# of ctest and its exit status.
 #
 #   ./test.sh             the preset dev
 #   ./test.sh --asan      the same under the address and undefined-behaviour sanitizers
-#   ./test.sh --coverage  the same with counters; fails below what tests/coverage/gcovr.cfg asks for
-#   ./test.sh --campaign [MINUTES]  only the tests that look at a sample, but at all their cases,
-#                         then every tests/*/campaign.py, each for so many minutes at most; takes
-#                         hours, but goes on where it stopped
+#   ./test.sh --coverage  the same with counters; fails below the limits of tests/coverage/gcovr.cfg
+#   ./test.sh --campaign [MINUTES]  all cases of the tests that try only a sample without it, then
+#                         every tests/*/campaign.py, each for so many minutes at most; takes
+#                         hours, and goes on where it stopped
 set -euo pipefail
 
 usage() {
@@ -42,7 +42,7 @@ install_packages test
 export PYTHONDONTWRITEBYTECODE=1
 cmake --preset "$preset"
 cmake --build --preset "$preset"
-find "build/$preset" -name '*.gcda' -delete # what an earlier run has counted
+find "build/$preset" -name '*.gcda' -delete # the counters of an earlier run
 status=0
 ctest --test-dir "build/$preset" --parallel "$(nproc)" --output-on-failure "${tests[@]}" || status=$?
 if [ "$preset" = coverage ]; then

@@ -26,7 +26,7 @@ GROUPING = """
 
 
 def fill(device, size, changes):
-    """Gives the device so many fields, 100 on a farm, and as many files, 100 of a type and field."""
+    """Gives the device size fields, 100 on a farm, and size files, 100 of a type and field."""
     device.sql(f"""
         DELETE FROM files; DELETE FROM fields; DELETE FROM farms; DELETE FROM growers;
         CREATE TEMP TABLE numbers AS
@@ -52,7 +52,7 @@ def instructions(size, changes, *program):
 
 
 def beyond_empty_tables(changes, *program):
-    """Instructions for each size, less those for empty tables."""
+    """Instructions for each size, minus those for empty tables."""
     empty = instructions(0, "", *program)
     return [instructions(size, changes, *program) - empty for size in SIZES]
 

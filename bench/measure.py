@@ -9,19 +9,24 @@ import shutil
 import statistics
 import subprocess
 import sys
-import tempfile
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(ROOT / "tests"))
+
+from support import device as scratch
+from support import places, versions
+from support.device import SHELL
+
 BUILD = ROOT / "build" / "bench"
 PROGRAM = BUILD / "database-migrator"
 MINIMAL_RUN = BUILD / "bench" / "minimal_run"
 RECORD_STATEMENTS = BUILD / "bench" / "librecord_statements.so"
 REBUILD = BUILD / "bench" / "rebuild"
 STEP = BUILD / "bench" / "step"
-SHELL = pathlib.Path("/usr/bin/sqlite3")
-RAM_DISK = "/dev/shm"
+RAM_DISK = places.RAM_DISK
 DISK = BUILD
+NEWEST = versions.NEWEST
 
 
 def build():
@@ -37,43 +42,31 @@ def build():
         "record_statements", "rebuild", "step", "duplicate_names")
 
 
-class Device:
+class Device(scratch.Device):
     """A scratch device with a database at version 1."""
 
     def __init__(self, root):
-        self.root = pathlib.Path(root)
-        self.app = self.root / "app"
-        self.database = self.app / "databases" / "my.db.sqlite"
-        self.database.parent.mkdir(parents=True)
-        (self.app / "quillmoor").mkdir()
-        (self.app / "quillmoor" / "softwareversion.txt").write_text("4.2.0\n")
-        self.sql((ROOT / "tests" / "data" / "version_01.sql").read_text(encoding="utf-8"))
-
-    def sql(self, statements):
-        """Runs statements and returns what they yield."""
-        return subprocess.run([SHELL, "-bail", self.database], input=statements, check=True,
-                              stdout=subprocess.PIPE, encoding="utf-8").stdout
-
-    def set_platform(self, name):
-        (self.root / "etc" / "harlo").mkdir(parents=True, exist_ok=True)
-        (self.root / "etc" / "harlo" / "platform").write_text(name + "\n")
+        super().__init__(root)
+        self.make_folders()
+        self.software_version.write_text("4.2.0\n")
+        self.sql(versions.dump_of(1))
 
     def run(self, program, *arguments, options=""):
         """Runs a program; the options are further ones for the sandbox."""
-        subprocess.run(
-            [ROOT / "tests" / "support" / "on_device.sh", self.root, program, *arguments],
-            env=dict(os.environ, DEVICE_OPTIONS=options),
-            check=True, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
+        run = self.start(program, *arguments, options=options, stdin=subprocess.DEVNULL,
+                         stdout=subprocess.DEVNULL)
+        if run.wait() != 0:
+            sys.exit(f"{program} ended with {run.returncode}")
 
     def record_statements(self, program, *arguments):
-        """Runs a program and returns the file with the statements that it ran."""
+        """Runs a program; returns the file with the statements that it ran."""
         shutil.copy(RECORD_STATEMENTS, self.app)
         self.run(program, *arguments, options="--setenv RECORDED_STATEMENTS /app/statements "
                  "--setenv LD_PRELOAD /app/" + RECORD_STATEMENTS.name)
         return "/app/statements"
 
     def run_under(self, tool, *options_program_arguments):
-        """Runs a program under a tool that writes /app/report, and returns the report."""
+        """Runs a program under a tool that writes /app/report; returns the report."""
         words = list(options_program_arguments)
         for position, word in enumerate(words):
             if isinstance(word, pathlib.Path):
@@ -88,8 +81,8 @@ class Device:
         return int(re.search(r"^totals: (\d+)", report, re.MULTILINE)[1])
 
     def system_calls(self, names, program, *arguments):
-        report = self.run_under("/usr/bin/strace", "-f", "-e", "trace=" + names, "-e", "signal=none",
-                                "-o", "/app/report", program, *arguments)
+        report = self.run_under("/usr/bin/strace", "-f", "-e", f"trace={names}", "-e",
+                                "signal=none", "-o", "/app/report", program, *arguments)
         return len(re.findall(r"^\d+ +\w+\(", report, re.MULTILINE))
 
     def megabytes(self, program, *arguments):
@@ -104,10 +97,10 @@ class Device:
         return time.monotonic() - begin
 
     def against_shell(self, figure, runs, program, *arguments):
-        """A figure of a program and of the sqlite3 shell that runs the same statements from a file.
+        """The medians of a figure of a program, and of the sqlite3 shell with the same statements.
 
-        Both begin with the database as it is now, in turn, and have to end with the same one.
-        Returns the medians."""
+        They take turns, begin with the database as it is now and must end with the same one.
+        """
         original = self.root / "original.sqlite"
         shutil.copy(self.database, original)
         self.record_statements(program, *arguments)
@@ -121,23 +114,23 @@ class Device:
             os.sync()
             return figure(*run)
 
+        shell = (SHELL, "-init", "/dev/null", "-bail", "/app/databases/my.db.sqlite",
+                 ".read /app/statements.sql")
         program_figures, shell_figures = [], []
         for _ in range(runs):
             program_figures.append(measure(program, *arguments))
-            shell_figures.append(measure(SHELL, "-init", "/dev/null", "-bail",
-                                         "/app/databases/my.db.sqlite", ".read /app/statements.sql"))
+            shell_figures.append(measure(*shell))
         if self.content() != content:
             sys.exit("The sqlite3 shell did not end with the database of the program.")
         return statistics.median(program_figures), statistics.median(shell_figures)
 
     def content(self):
-        dump = subprocess.run([SHELL, self.database, ".dump"], check=True, capture_output=True)
-        return hashlib.sha256(dump.stdout).digest()
+        return hashlib.sha256(self.dump().encode()).digest()
 
 
 @contextlib.contextmanager
 def device(directory):
-    with tempfile.TemporaryDirectory(prefix="device.", dir=directory) as root:
+    with places.scratch_directory(directory) as root:
         yield Device(root)
 
 

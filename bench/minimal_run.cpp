@@ -3,7 +3,7 @@
 #include <QSqlDatabase>
 #include <QSqlQuery>
 
-/// The least that a Qt program needs for running statements on a database:
+/// The least that a Qt program needs to run statements on a database:
 /// minimal_run DATABASE STATEMENTS, the statements as record_statements writes them.
 int main(int argc, char **argv)
 {

@@ -3,8 +3,8 @@
 
 import measure
 
-# The newest at which nothing is to be done: version 33 takes away the column that the probe of
-# version 30 asks for, so from there on every run applies both again.
+# The newest at which a run has nothing to do. Version 33 removes the column that the probe of 30
+# looks for: from there on every run applies both again.
 VERSION = "32"
 
 measure.build()

@@ -4,9 +4,9 @@
 #include <cstdlib>
 #include <dlfcn.h>
 
-// Preloaded, stands before the two functions of SQLite that Qt runs every statement with, and
-// appends each run to the file RECORDED_STATEMENTS: in UTF-8, with the values that are bound, ended
-// by a zero character. A statement that SQLite refuses to prepare does nothing and is left out.
+// Preloaded, it replaces the two functions of SQLite that Qt runs every statement with. It appends
+// each statement to the file RECORDED_STATEMENTS, in UTF-8, with its bound values, ended by a zero
+// character. A statement that SQLite refuses to prepare does nothing and is left out.
 
 static void record(sqlite3_stmt *statement)
 {
@@ -19,7 +19,7 @@ static void record(sqlite3_stmt *statement)
     }
 }
 
-/// Records what has no parameters: Qt runs it once, and at once.
+/// Records a statement without parameters: Qt runs it once, right after this.
 extern "C" int sqlite3_prepare16_v2(
     sqlite3 *connection, const void *sql, int size, sqlite3_stmt **statement, const void **tail)
 {
@@ -32,8 +32,8 @@ extern "C" int sqlite3_prepare16_v2(
     return result;
 }
 
-/// Records what has parameters, once for each set of values. SQLite itself also steps through here,
-/// for its own ends and never with parameters.
+/// Records a statement with parameters, once for each set of values. SQLite itself calls this too,
+/// never with parameters.
 extern "C" int sqlite3_step(sqlite3_stmt *statement)
 {
     static const auto step =

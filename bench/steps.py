@@ -33,7 +33,7 @@ measure.build()
 table = measure.Table("Steps over many rows")
 for version, platform, rows, filling in STEPS:
     with measure.device(measure.RAM_DISK) as device:
-        device.set_platform(platform)
+        device.platform.write_text(platform + "\n")
         device.run(measure.PROGRAM, str(int(version) - 1))
         device.sql(filling)
         program, shell = device.against_shell(device.seconds, 11, measure.STEP, version)

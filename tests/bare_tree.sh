@@ -1,8 +1,8 @@
 #!/bin/bash
-# Tries what a newcomer does on a bare Debian: installs a minimal system into a scratch directory,
-# clones the committed state of this tree into it and runs there, as root, a plain build of the
-# program, ./demo.sh and ./test.sh. Takes root, debootstrap, git and the network, some 4 GB and a
-# quarter of an hour; it is no part of ./test.sh.
+# Does what a newcomer does on a bare Debian. It installs a minimal system into a scratch directory,
+# clones the committed state of this tree into it, and runs a plain build of the program, ./demo.sh
+# and ./test.sh there, as root. It needs root, debootstrap, git, the network, some 4 GB and a quarter
+# of an hour. ./test.sh does not run it.
 #
 #   bare_tree.sh [MIRROR]
 set -euo pipefail
@@ -10,8 +10,8 @@ set -euo pipefail
 root=$(cd "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/.." && pwd)
 mirror=${1:-http://deb.debian.org/debian}
 
-# What is mounted here is gone with the process, and nothing of the machine can be removed through
-# a mount that stayed behind.
+# The mounts end with the process: no mount is left through which the removal below could delete
+# files of the machine.
 if [ -z "${BARE_TREE:-}" ]; then
     tree=$(mktemp -d "${TMPDIR:-/tmp}/bare_tree.XXXXXX")
     trap 'rm -rf --one-file-system "$tree"' EXIT
@@ -50,5 +50,5 @@ in_tree "/root/clone/demo.sh 1"
 in_tree "/root/clone/test.sh"
 in_tree "cd /root/clone && ./demo.sh --fresh 2"
 
-# All that they leave is in build/, which git ignores.
+# They leave files only in build/, which git ignores.
 [ -z "$(git -C "$tree/root/clone" status --short)" ]

@@ -1,8 +1,8 @@
 # shellcheck shell=bash
-# Sourced by the commands that a newcomer starts: installs what is missing on a bare Debian.
+# The commands that a newcomer starts source this file; it installs what a bare Debian lacks.
 
-# Installs the packages that packages.txt lists for a command; nothing is asked of the network when
-# they are all there.
+# Installs the packages that packages.txt lists for a command. It does not use the network when none
+# is missing.
 install_packages() {
     local list needed missing
     list=$(dirname "${BASH_SOURCE[0]}")/../packages.txt
@@ -11,8 +11,8 @@ install_packages() {
     [ ${#missing[@]} -gt 0 ] || return 0
 
     echo "Installing the Debian packages ${missing[*]}; this takes a while"
-    # The lists of a bare system are empty or old. A source that is out of reach may be one that
-    # nothing is needed from: what counts is whether the packages come.
+    # The lists of a bare system are empty or old. An update may fail for a source that has none of
+    # these packages: only their installation counts.
     as_root apt-get -qq update || true
     as_root apt-get -qq install --yes --no-install-recommends "${missing[@]}" >/dev/null && return 0
 

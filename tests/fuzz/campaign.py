@@ -78,7 +78,7 @@ class Runs:
                 if self.campaign.is_over():
                     return
                 if self.campaign.answer(self.task(first)) is None:
-                    seeds = range(first, min(first + RUNS_IN_A_TASK, end))
+                    seeds = range(first, first + RUNS_IN_A_TASK)
                     self.campaign.note(self.task(first), self.answer(started, seeds))
 
     @staticmethod

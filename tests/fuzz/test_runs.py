@@ -66,7 +66,7 @@ def test_damaged_input_does_no_harm(server, first):
 
 
 @pytest.mark.parametrize("files", FOUND_BEFORE.values(), ids=FOUND_BEFORE)
-def test_what_once_did_harm_does_no_more(server, files):
+def test_what_once_did_harm_does_none_now(server, files):
     device = good_device(random.Random(0), small=True)
     device.files |= files
     run = server.run(device)

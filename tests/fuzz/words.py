@@ -59,15 +59,16 @@ ARGUMENTS = encoded(
     f"{NEWEST} ", f"{NEWEST:#x}", f"0{NEWEST}", "3e1", f"{NEWEST}.0",
     "2147483647", "-2147483648", "2147483648", "-2147483649", "9" * 400, "abc", "--help",
     "-version", "-h", "--", "-", "-platform", "-qmljsdebugger=port:1", "-style", "'",
-    f"{NEWEST}'; DROP TABLE growers", "%1", "٣٤", f"{NEWEST}\n", b"\xff", b"\xed\xa0\x80", b"3" * 100_000)
+    f"{NEWEST}'; DROP TABLE growers", "%1", "٣٤", f"{NEWEST}\n",
+    b"\xff", b"\xed\xa0\x80", b"3" * 100_000)
 
 NUMBERS = (0, 1, 2, 7, 127, 128, 255, 256, 32767, 65535, 65536, 2 ** 31 - 1, 2 ** 31, 2 ** 32 - 1)
 
 VALUES = (
-    *CHARACTERS, None, "", "''", "a'b", "%1%2%3", "a\0b", "ttyS9", "ttyUSB", f"{NEWEST}", "abc", "-1",
-    "1e999", "x" * 70_000, "Miller", "miller ", "/", "../../x", 0, -1, 1, 2, NEWEST, NEWEST + 1, 2 ** 31 - 1,
-    2 ** 31, 2 ** 63 - 1, -2 ** 63, 1e308, -1e-308, float("inf"), 1.5, b"", b"\0", b"\xff\xfe",
-    bytes(70_000))
+    *CHARACTERS, None, "", "''", "a'b", "%1%2%3", "a\0b", "ttyS9", "ttyUSB", f"{NEWEST}", "abc",
+    "-1", "1e999", "x" * 70_000, "Miller", "miller ", "/", "../../x", 0, -1, 1, 2, NEWEST,
+    NEWEST + 1, 2 ** 31 - 1, 2 ** 31, 2 ** 63 - 1, -2 ** 63, 1e308, -1e-308, float("inf"), 1.5,
+    b"", b"\0", b"\xff\xfe", bytes(70_000))
 
 COLUMNS = (
     "extra TEXT DEFAULT 'it''s FOREIGN KEY (a, b)'", '"a b" TEXT', "[x,y] INT", "'q' TEXT", "a.b",

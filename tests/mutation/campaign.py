@@ -3,18 +3,16 @@
 
     campaign.py [--minutes M] [--mutants N]
 
-Works on a copy of the tree with a build of its own in build/mutation/: the program's code is a
-shared library there, so that a fault costs one compilation and one link. The tests of the file run
-first; what they leave goes to the others when every fault has been tried. The first failure ends a
-trial, and what hangs has failed. Answers are kept: a campaign goes on where the last one stopped. A
-fault that was not noticed is tried again when a test has changed; survivors.txt tells of those that
-make no difference, and why. Ends with an error when another one survives, or less than 98 % are
-noticed.
+It works on a copy of the tree with its own build, in build/mutation/. The program's code is a
+shared library there: a fault costs one compilation and one link. The tests of the file run first.
+When every fault has been tried there, the other tests get those that were not noticed. The first
+failure ends a trial; a test that hangs has failed. Answers are kept: a campaign goes on where the
+last one stopped. A fault that was not noticed is tried again when a test has changed. survivors.txt
+lists the faults that make no difference, and why. The campaign fails when any other fault survives,
+or when less than 98 % are noticed.
 """
 
-import argparse
 import hashlib
-import json
 import os
 import pathlib
 import re
@@ -22,33 +20,33 @@ import shlex
 import shutil
 import subprocess
 import sys
-import time
 from collections import Counter, defaultdict
 from contextlib import contextmanager
 from functools import lru_cache
 
-from mutants import FOLDERS, all_mutants
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
+
+from mutants import all_mutants
+from support.campaign import Campaign, fingerprint, parser
+from support.places import PRODUCT, RAM_DISK, ROOT, TESTS
 
 HERE = pathlib.Path(__file__).resolve().parent
-ROOT = HERE.parent.parent
 KEPT = ROOT / "build" / "mutation"
 TREE = KEPT / "tree"
 BUILD = KEPT / "build"
-ANSWERS = KEPT / "answers.jsonl"
 HEADERS = KEPT / "headers.h"
 SURVIVORS = HERE / "survivors.txt"
-# These look at the source, at other programs or at the disk; the mutants are what they look at.
-OTHER_TESTS = "^(format|shellcheck|install|show_changes|faults|mutants)$|^fuzz_"
-# Of processor time, for one process; tests set other limits to the programs that they start. Twice
-# that for a whole test.
+# Tests of the source text, of other programs and of the disk: a fault in the program is not theirs.
+OTHER_TESTS = ("^(format|shellcheck|flake8|clang_tidy|install|show_changes|faults|mutants"
+               "|support|pages)$|^fuzz_")
+# Processor time of one process. A whole test gets twice that; tests set their own limits for the
+# programs that they start.
 MOST_SECONDS = 30
-
-
-@lru_cache(maxsize=None)
-def digest(*paths):
-    files = sorted(file for path in paths for file in ([path] if path.is_file() else path.rglob("*"))
-                   if file.is_file() and "__pycache__" not in file.parts)
-    return hashlib.sha256(b"".join(file.read_bytes() for file in files)).hexdigest()[:16]
+# A fault that the tests of its file do not notice is left, one that no test notices has survived;
+# the outcome that a fault has before it is tried for this one.
+BEFORE = {"left": "not tried", "survived": "left"}
+NOT_TRIED = {"outcome": "not tried", "tests": ""}
+digest = lru_cache(maxsize=None)(fingerprint)
 
 
 def run(command, **options):
@@ -56,11 +54,10 @@ def run(command, **options):
 
 
 def ctest(*arguments):
-    """Whether the tests pass, and the first one that does not."""
-    temporary = "/dev/shm" if os.access("/dev/shm", os.W_OK) else "/tmp"
+    """Whether the tests pass, and the name of the first that fails."""
     result = run(["prlimit", f"--cpu={MOST_SECONDS}:", "ctest", "--test-dir", BUILD,
                   "--stop-on-failure", "--exclude-regex", OTHER_TESTS, *arguments],
-                 env={**os.environ, "TMPDIR": temporary})
+                 env={**os.environ, "TMPDIR": RAM_DISK})
     failed = [line.split()[3] for line in result.stdout.splitlines() if "***" in line]
     return result.returncode == 0, failed[0] if failed else "nothing"
 
@@ -73,13 +70,13 @@ class Tree:
         shutil.copytree(ROOT, TREE, ignore=shutil.ignore_patterns("build", ".git", "__pycache__"))
         self.edit(TREE / "CMakeLists.txt", "database_migrator STATIC", "database_migrator SHARED")
         self.edit(TREE / "tests" / "CMakeLists.txt", r"TIMEOUT \d+", f"TIMEOUT {MOST_SECONDS * 2}")
-        # Not optimized, and without warnings: a fault may well raise one.
+        # Not optimized, and without warnings: a fault may cause one.
         self.check(["cmake", "-S", TREE, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
                     "-DCMAKE_CXX_FLAGS=-w", "-DDATABASE_MIGRATOR_TESTS=ON"])
         self.commands = self.check(["ninja", "-C", BUILD, "-t", "commands"]).splitlines()
-        # A campaign that was killed has left a fault in one of them.
+        # A campaign that was killed may have left a fault in one of them.
         for compilation in self.commands:
-            if any(f" -c {TREE / folder}/" in compilation for folder in FOLDERS):
+            if any(f" -c {TREE / folder}/" in compilation for folder in PRODUCT):
                 self.product(compilation).unlink(missing_ok=True)
         self.check(["cmake", "--build", BUILD])
         self.precompile()
@@ -89,9 +86,9 @@ class Tree:
             sys.exit(f"Without a fault the tests fail: {failed}")
 
     def precompile(self):
-        """The library's headers are most of what is compiled."""
+        """The headers of Qt are most of what is compiled."""
         command = self.compilations("app/driver.cpp")[0].partition(" -MD ")[0]
-        texts = (path.read_text(encoding="utf-8") for folder in FOLDERS
+        texts = (path.read_text(encoding="utf-8") for folder in PRODUCT
                  for path in (TREE / folder).iterdir())
         includes = {line for text in texts for line in text.splitlines()
                     if line.startswith("#include <")}
@@ -110,7 +107,7 @@ class Tree:
         return result.stdout
 
     def compilations(self, file):
-        """The commands that compile a file, a header by way of what is made of it."""
+        """The commands that compile a file; for a header, those of the files that include it."""
         if file.endswith(".h"):
             return [command for user in self.users(file) for command in self.compilations(user)]
         return [command for command in self.commands if command.endswith(f"-c {TREE / file}")]
@@ -118,7 +115,7 @@ class Tree:
     def users(self, header):
         if header == "app/database_migrator.h":
             return ["app/construction.cpp", "tests/app/construction_test.cpp"]
-        return [str(path.relative_to(TREE)) for folder in FOLDERS
+        return [str(path.relative_to(TREE)) for folder in PRODUCT
                 for path in (TREE / folder).glob("*.cpp")
                 if f'"{header}"' in path.read_text(encoding="utf-8")]
 
@@ -128,7 +125,7 @@ class Tree:
 
     @contextmanager
     def with_fault(self, mutant):
-        """Puts a fault into the program; yields whether it could be compiled."""
+        """The program with a fault in it; the value is true when it could be compiled."""
         source = TREE / mutant.file
         original = source.read_text(encoding="utf-8")
         compilations = self.compilations(mutant.file)
@@ -138,20 +135,20 @@ class Tree:
                  if " -c " not in command
                  and any(f" {path.relative_to(BUILD)} " in command for path in objects)]
         source.write_text(mutant.text(original), encoding="utf-8")
+        compilations = [f"{command} -include {HEADERS}" for command in compilations]
         try:
             yield all(run(command, shell=True, cwd=BUILD).returncode == 0
-                      for command in [*(f"{command} -include {HEADERS}" for command in compilations),
-                                      *dict.fromkeys([*self.stale, *links])])
+                      for command in [*compilations, *dict.fromkeys([*self.stale, *links])])
         finally:
             source.write_text(original, encoding="utf-8")
             for path, content in objects.items():
                 path.write_bytes(content)
-            # What was linked holds the fault until it is linked again.
+            # What was linked has the fault until it is linked again.
             self.stale = links
 
 
 def first_tests(file):
-    """The tests of a file, by its name or by those who use it."""
+    """The tests of a file: those of its name, or of the files that use it."""
     stem = pathlib.Path(file).stem
     return {"database_migrator": "^(construction|driver)_test$",
             "duplicate_names": "^(duplicate|equal)_names_test$",
@@ -165,7 +162,7 @@ def first_tests(file):
 
 
 def judge(tree, mutant, *arguments):
-    """What becomes of a mutant in some of the tests, and the first one that notices it."""
+    """The outcome for a mutant in some of the tests, and the first one that notices it."""
     with tree.with_fault(mutant) as compiled:
         if not compiled:
             return "not compiled", ""
@@ -189,30 +186,35 @@ def identity(mutant):
     return hashlib.sha256(f"{digest(ROOT / mutant.file)}{mutant}".encode()).hexdigest()[:16]
 
 
-def trials(chosen, answers, tests, end):
-    """Tries what has no answer: in the tests of its file first, what is left then in the others."""
+def go_on(campaign, chosen):
+    """Tries every mutant without an answer: first in the tests of its file, and when all have been
+    tried there, the unnoticed ones in the others."""
+    tests = digest(*(path for path in TESTS.iterdir() if path != HERE))
     explained = explanations()
     tree = None
-    for stage in "left", "survived":
+    for stage in BEFORE:
         for mutant in chosen:
-            outcome, tested = answers.get(identity(mutant), ("not tried", tests))
-            if tested != tests and outcome in ("left", "survived"):
+            known = campaign.answer(identity(mutant), NOT_TRIED)
+            outcome = known["outcome"]
+            if known["tests"] != tests and outcome in ("left", "survived"):
                 outcome = "not tried"
-            if outcome != {"left": "not tried", "survived": "left"}[stage] or mutant.key() in explained:
+            if outcome != BEFORE[stage] or mutant.key() in explained:
                 continue
-            if time.monotonic() > end:
+            if campaign.is_over():
                 return
             tree = tree or Tree()
             own = ["--tests-regex", first_tests(mutant.file)]
             outcome, by = judge(tree, mutant, *(own if stage == "left" else ["--parallel", "2"]))
-            yield mutant, stage if outcome == "unnoticed" else outcome, by
+            campaign.note(identity(mutant), {
+                "outcome": stage if outcome == "unnoticed" else outcome, "by": by, "tests": tests,
+                "mutant": mutant.key()})
 
 
-def print_figures(chosen, answers):
+def print_figures(campaign, chosen):
     explained = explanations()
     figures, survivors = defaultdict(Counter), []
     for mutant in chosen:
-        outcome, _ = answers.get(identity(mutant), ("not tried", ""))
+        outcome = campaign.answer(identity(mutant), NOT_TRIED)["outcome"]
         if mutant.key() in explained:
             outcome = "explained"
         elif outcome in ("left", "survived"):
@@ -234,25 +236,14 @@ def print_figures(chosen, answers):
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--minutes", type=float, default=float("inf"))
-    parser.add_argument("--mutants", type=int, default=500,
-                        help="the first so many, which are spread over the files and the kinds")
-    arguments = parser.parse_args()
-    end = time.monotonic() + arguments.minutes * 60
-    KEPT.mkdir(parents=True, exist_ok=True)
+    options = parser(__doc__)
+    options.add_argument("--mutants", type=int, default=500,
+                         help="the first so many, which are spread over the files and the kinds")
+    arguments = options.parse_args()
+    campaign = Campaign("mutation", arguments.minutes)
     chosen = all_mutants(ROOT)[:arguments.mutants]
-    tests = digest(*(path for path in (ROOT / "tests").iterdir() if path != HERE))
-    with ANSWERS.open("a+") as file:
-        file.seek(0)
-        answers = {answer["id"]: (answer["outcome"], answer["tests"])
-                   for answer in map(json.loads, file)}
-        for mutant, outcome, by in trials(chosen, answers, tests, end):
-            answers[identity(mutant)] = outcome, tests
-            file.write(json.dumps({"id": identity(mutant), "outcome": outcome, "by": by,
-                                   "tests": tests, "mutant": mutant.key()}) + "\n")
-            file.flush()
-    return 0 if print_figures(chosen, answers) else 1
+    go_on(campaign, chosen)
+    return 0 if print_figures(campaign, chosen) else 1
 
 
 if __name__ == "__main__":

@@ -5,24 +5,25 @@ import re
 from dataclasses import dataclass, field
 from itertools import zip_longest
 
-FOLDERS = ("app", "schema", "migrations", "maintenance")
+from support.places import PRODUCT
+
 COMMENT = r"//[^\n]*|/\*.*?\*/"
 STRING = r'R"\((?:.*?)\)"|"(?:\\.|[^"\\\n])*"'
 CHARACTER = r"(?<![0-9])'(?:\\.|[^'\\])'"
 WORDLESS = re.compile(r"#include|static_assert|extern")
-# What begins a unit that is no statement to drop: a declaration or the head of a block.
+# The beginning of a unit that cannot be dropped: a declaration or the head of a block.
 NO_STATEMENT = re.compile(
-    r"(if|for|while|else|case|return \S|const|constexpr|using|struct|auto|explicit|[\w:<>, ]+ \*?&?\w+"
-    r"( = .*|\(.*|\{.*)?;|[}#:(&])")
-# A call that does something, while others only look.
+    r"(if|for|while|else|case|return \S|const|constexpr|using|struct|auto|explicit"
+    r"|[\w:<>, ]+ \*?&?\w+( = .*|\(.*|\{.*)?;|[}#:(&])")
+# A call that changes something; others only look.
 CHANGING = r"(?:add|set|drop|rename|execute)\w*\(|query\.exec"
-# A value that is set or added to: as good before its neighbour as behind it.
+# A value that is set or added to: its order with its neighbour makes no difference.
 SETTING = re.compile(r"\s*[\w.]+ (=\s[^()]*|(<<|\+=)\s[^;]*);")
 
 
 @dataclass(frozen=True)
 class Mutant:
-    """One place in a file and what stands there instead."""
+    """One place in a file, and the text that replaces it."""
 
     file: str
     kind: str
@@ -38,7 +39,7 @@ class Mutant:
         return source[:self.start] + self.replacement + source[self.end:]
 
     def key(self):
-        """What stays the same when lines above come or go; a dropped one with the line above."""
+        """What stays the same when other lines change; for a dropped line, also the line above."""
         if not self.after:
             return self.file, self.function, f"{self.above} {self.before}", self.above
         return self.file, self.function, self.before, self.after
@@ -50,9 +51,9 @@ class Source:
     def __init__(self, file, text):
         self.file = file
         self.text = text
-        # A string is looked for from outside a comment, a comment from outside a string.
+        # One search finds both: a comment has no strings, and a string no comments.
         parts = f"(?P<comment>{COMMENT})|(?P<string>{STRING})|(?P<character>{CHARACTER})"
-        # Without what stands in strings and comments; every place stays the same.
+        # The text with blanks for comments and strings; every position stays the same.
         self.code = re.sub(parts, lambda match: " " * len(match[0]) if match["comment"] else
                            '"' + "_" * (len(match[0]) - 2) + '"', self.text, flags=re.S)
         self.strings = []
@@ -81,9 +82,9 @@ class Source:
         return found
 
     def texts(self):
-        """A character of a message or of a statement: the next letter or digit, or none."""
+        """A character of a message or of a statement becomes the next one, or is removed."""
         for match in self.strings:
-            # A long text gets several, one in every 60 characters.
+            # One in every 60 characters of a long text.
             for begin in range(match.start(), match.end(), 60):
                 piece = range(max(begin, match.start() + 1), min(begin + 60, match.end() - 1))
                 places = [place for place in piece if self.text[place - 1] != "\\"
@@ -96,10 +97,10 @@ class Source:
                 yield "text", place, place + 1, following if character.isalnum() else ""
 
     def letter_cases(self):
-        """A letter of a name that stands alone, as tables and columns do."""
+        """A letter of a string that is just a name, such as a table's or a column's."""
         for match in self.strings:
-            behind = self.text[match.end():self.text.find("\n", match.end())]
-            if re.fullmatch(r'"[A-Za-z]\w*"', match[0]) and "CaseInsensitive" not in behind:
+            rest = self.text[match.end():self.text.find("\n", match.end())]
+            if re.fullmatch(r'"[A-Za-z]\w*"', match[0]) and "CaseInsensitive" not in rest:
                 places = [place for place in range(match.start() + 1, match.end() - 1)
                           if self.text[place].isalpha()]
                 place = choose(places, match[0])
@@ -153,7 +154,7 @@ class Source:
                 blanked = self.code[match.end() + place]
                 depth += (blanked in "({") - (blanked in ")}")
                 joined += " &&" if blanked == "," and depth == 0 else character
-            # Comments stand at the ends of lines of their own, and do no harm there.
+            # A comment ends its line, and does no harm there.
             yield "run-all list", match.start(), end + 2, "(" + joined + ")"
         for match in re.finditer(r"(\w+) &= (?!readToTheEnd)", self.code):
             yield "run-all list", match.start(), match.end(), f"{match[1]} = {match[1]} && "
@@ -202,7 +203,7 @@ class Source:
 
 
 def choose(values, text):
-    """The same choice at every run, wherever the text stands."""
+    """The same choice in every run, wherever the text is."""
     return random.Random(text).choice(values)
 
 
@@ -212,7 +213,7 @@ def one_line(text):
 
 def sources(root):
     return [Source(str(path.relative_to(root)), path.read_text(encoding="utf-8"))
-            for folder in FOLDERS for path in sorted((root / folder).iterdir())
+            for folder in PRODUCT for path in sorted((root / folder).iterdir())
             if path.suffix in (".cpp", ".h")]
 
 
@@ -222,7 +223,7 @@ def in_turns(lists):
 
 
 def all_mutants(root):
-    """All faults, in an order whose every beginning is spread over the files and the kinds."""
+    """All faults, in an order in which the first N are spread over the files and the kinds."""
     files = []
     for source in sources(root):
         kinds = {}

@@ -1,12 +1,10 @@
-"""The faults that campaign.py makes, without making them."""
-
-import pathlib
+"""The faults that campaign.py would make."""
 
 import pytest
 from campaign import explanations
 from mutants import Source, all_mutants, sources
+from support.places import ROOT
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 MUTANTS = all_mutants(ROOT)
 
 STEP = '''
@@ -25,7 +23,7 @@ void M::updateToVersion4()
     return fail(7, "x");
 }
 '''
-# What stands in the place of a line, or of several.
+# What replaces a line, or several.
 FAULTS = {
     "statement dropped": ["", "", "", "", ""],
     "statements swapped": ['return; logMessage("Done!");', 'dropTable("b"), dropTable("a"),'],

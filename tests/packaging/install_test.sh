@@ -1,5 +1,5 @@
 #!/bin/bash
-# Installs a build the way an image builder does, and tries what an image then holds.
+# Installs a build as the builder of an image does, and tries what is in the image then.
 #
 #   install_test.sh BUILD_DIRECTORY
 set -euo pipefail

@@ -1,4 +1,4 @@
-"""The device on which the tests run the built program, and the log that a run must leave there."""
+"""The device on which the tests run the built program, and the log that a run must write."""
 
 import os
 import pathlib
@@ -13,8 +13,8 @@ from support.places import scratch_directory
 
 PROGRAM = pathlib.Path(os.environ["DATABASE_MIGRATOR"])
 
-# A device database in good order: every table that a run reads or cleans on its way, whatever the
-# versions are, and one, soilSamples, that no run ever touches.
+# A device database in good order: every table that each run reads or cleans, and soilSamples, which
+# no run touches.
 DEVICE_TABLES = """
 CREATE TABLE tableVersion (tableName TEXT PRIMARY KEY, version INTEGER, MirelVersion TEXT);
 CREATE TABLE MC_MachineConfig (id INTEGER PRIMARY KEY, name TEXT);
@@ -42,7 +42,7 @@ INSERT INTO soilSamples VALUES(1, 'Straße', 6.123456789012345, X'00FF'), (2, NU
 CREATE INDEX soilSamplesByPlace ON soilSamples (place);
 """
 
-# The product settings in their shapes at the versions 1 and 2.
+# The table of product settings at the versions 1 and 2.
 PRODUCT_SETTINGS = {
     1: "CREATE TABLE productControl_productSettings (productId varchar(40) primary key, "
        "displayName varchar(40), tankCapacity REAL, machineConfigId INTEGER, "
@@ -55,7 +55,7 @@ PRODUCT_SETTINGS = {
        "FOREIGN KEY (machineConfigId) REFERENCES MC_MachineConfig(id) ON DELETE CASCADE);",
 }
 
-# Values that the steps copy as they are: a real number of more than six digits would be rounded.
+# Values that the steps copy unchanged: a real number with more than six digits would be rounded.
 PRODUCT_ROWS = """
 INSERT INTO productControl_productSettings (productId, displayName, tankCapacity, machineConfigId,
     maxAchievableRate, timeToApplication, lastAppliedRate)
@@ -126,7 +126,7 @@ def orphans_not_removed(*errors):
 
 
 def every_statement_fails(error):
-    """The trouble of a database that opens, but answers every statement of a run with an error."""
+    """The trouble of a database that opens, but in which every statement fails."""
     return Trouble(
         start_up=column_not_added(error),
         integrity=f"{error}\n" + orphans_not_removed(error, error, error),
@@ -160,7 +160,7 @@ def opening_line(current, target):
 
 
 def expected_log(current, target, steps="", update=None, trouble=NO_TROUBLE):
-    """The whole log of one run: the steps' own lines between those of the other stages.
+    """The whole log of one run: the lines of the steps between those of the other stages.
 
     update is the version that the run records with the software version, None when it records
     nothing.

@@ -1,14 +1,15 @@
-"""Dumps of the device database, and in what one departs from another.
+"""Dumps of the device database, and how one departs from another.
 
 tests/data/version_NN.sql is the whole database at a version, as the walk forward from version 1
-leaves it. What another way to the same version leaves otherwise stands in tests/data/*.diff:
+leaves it. Another way to the same version may leave some tables differently. tests/data/*.diff says
+how:
 
     == userProfiles: 8.. -> 1..7
     -INSERT INTO userProfiles VALUES(1,'Default', ...
     +INSERT INTO userProfiles VALUES(1,'Default', ...
 
-Every walk from version 8 or a later one to one of the versions 1 to 7 leaves the table userProfiles
-without the lines marked - of the version that it reaches, and with those marked + in their place.
+Every walk from version 8 or later to one of the versions 1 to 7 leaves the table userProfiles
+without the lines marked - of the version that it reaches, and with the lines marked + instead.
 """
 
 import collections
@@ -31,7 +32,7 @@ RANDOM_IDENTIFIER = re.compile(
 def with_stand_ins(dump):
     """The dump with every random identifier replaced by one that names its table and its row.
 
-    An identifier of another form, or one that stands twice, stays as it is and so shows.
+    An identifier of another form, or the second of two equal ones, stays and so shows.
     """
     tables = {"PC_Carrier": 1, "PC_Mix": 2, "PC_PlanterVariety": 3}
     seen = set()
@@ -57,13 +58,13 @@ def statements_by_name(dump):
             if about:
                 statements[about[1]].append(pending)
             pending = ""
-    # Its rows come in the order in which the tables were made, as those of no other table do.
+    # Its rows are in the order in which the tables were made.
     statements["sqlite_sequence"].sort()
     return statements
 
 
 def departures(expected, actual, without=("tableVersion",)):
-    """The lines in which two dumps differ, - for the expected and + for the actual, by table."""
+    """The different lines of two dumps by table: - for expected ones, + for actual ones."""
     expected, actual = statements_by_name(expected), statements_by_name(actual)
     result = {}
     for name in {*expected, *actual}.difference(without):
@@ -100,7 +101,7 @@ def blocks(walks):
 
 
 def as_text(run, newest):
-    """A run as text; one up to the newest version has no end and holds for the next too."""
+    """A run as text; one up to the newest version has no end and holds for later versions too."""
     first, last = run
     if last == newest:
         return f"{first}.."
@@ -113,7 +114,7 @@ def from_text(text):
 
 
 class Departures:
-    """What walks leave otherwise than the dump of the version that they reach: one file of it."""
+    """A file that says how walks depart from the dump of the version that they reach."""
 
     HEADING = re.compile(r"^== (\w+): (\S+) -> (\S+)\n", re.MULTILINE)
 

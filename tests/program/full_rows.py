@@ -1,14 +1,14 @@
-"""Databases that show what a step does to every column, and to what hangs on a table."""
+"""Databases that show what a step does to every column, and to indexes and triggers."""
 
 import contextlib
 import sqlite3
 
 # Two rows more for every table: a full one with values that are no column's default, and one with
-# NULL wherever that may stand. A reference is never NULL: version 2 makes 0 of it, SQLite refuses
-# that, and the step fails.
+# NULL wherever a column allows it. A reference is never NULL: version 2 would make 0 of it, SQLite
+# would refuse that, and the step would fail.
 FULL, SPARSE = 901, 902
 
-# The first row tells what device it is.
+# Their first row says which device it is.
 LEFT_OUT = ("registrationInfo", "tableVersion")
 
 
@@ -37,7 +37,8 @@ def with_full_rows(dump):
         return "X'00ff'" if declared == "BLOB" else f"'{column} {row}'"
 
     return dump + "".join(
-        f"INSERT INTO {name} VALUES({', '.join(value(name, column, row) for column in of_table)});\n"
+        f"INSERT INTO {name} VALUES("
+        f"{', '.join(value(name, column, row) for column in of_table)});\n"
         for name, of_table in columns.items() for row in (FULL, SPARSE))
 
 

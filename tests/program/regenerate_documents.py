@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Writes docs/versions.md and docs/probes.md anew from what the built program does.
+"""Writes docs/versions.md and docs/probes.md again, from what the built program does.
 
     tests/program/regenerate_documents.py build/dev/database-migrator
 

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Writes tests/data anew from what the built program does: the dump of every version, and in the
-*.diff files what other walks leave otherwise. It takes some minutes.
+"""Writes tests/data again, from what the built program does: the dump of every version, and in the
+*.diff files how other walks depart from it. It takes some minutes.
 
     tests/program/regenerate_dumps.py build/dev/database-migrator
 
@@ -38,8 +38,8 @@ def write_dumps():
     by_key(write, [(version,) for version in VERSIONS[1:]])
 
 
-def otherwise(by_walk, usual):
-    """The departures that are not the usual ones, the usual ones that fail to appear as nothing."""
+def unusual(by_walk, usual):
+    """The departures that are not the usual ones; a usual one that is missing is an empty text."""
     return {walked: {table: by_table.get(table, "") for table in {*by_table, *usual[walked]}
                      if by_table.get(table, "") != usual[walked].get(table, "")}
             for walked, by_table in by_walk.items()}
@@ -51,22 +51,22 @@ def write_walks():
             dump_of(end), walk(database_at(start, platform), end, platform).dump)
 
     walks = by_key(on("TORVIK"), PAIRS)
-    WALKS.write("What a walk leaves otherwise than the walk from version 1 to the same version.\n"
-                "FROM -> TO: - is what version_TO.sql has, + what there is in its place.",
+    WALKS.write("How a walk departs from the walk from version 1 to the same version.\n"
+                "FROM -> TO: - is what version_TO.sql has, + what there is instead.",
                 walks, NEWEST)
     WALKS_ON_TORVIKMAX.write(
-        "What a walk on TORVIKMAX leaves otherwise, where that is not what walks.diff says.\n"
-        "FROM -> TO: - is what version_TO.sql has, + what there is in its place.",
-        otherwise(by_key(on("TORVIKMAX"), PAIRS), walks), NEWEST)
+        "How a walk on TORVIKMAX departs, where that is not what walks.diff says.\n"
+        "FROM -> TO: - is what version_TO.sql has, + what there is instead.",
+        unusual(by_key(on("TORVIKMAX"), PAIRS), walks), NEWEST)
 
     again = by_key(lambda start, end: departures(dump_of(end), walk(walked_back_to_1(), end).dump),
                    [(1, version) for version in VERSIONS[1:]])
     WALKS_AGAIN.write(
-        "What the walk forward leaves otherwise a second time, after a walk from the newest\n"
-        "version back to 1, where that is not what the walk back has left there (walks.diff).\n"
-        "1 -> TO: - is what version_TO.sql has, + what there is in its place. A heading without\n"
+        "How the second walk forward departs, after a walk from the newest version back to 1,\n"
+        "where that is not what the walk back has left there (walks.diff).\n"
+        "1 -> TO: - is what version_TO.sql has, + what there is instead. A heading without\n"
         "lines: the table is as in version_TO.sql.",
-        otherwise(again, {(1, end): walks[NEWEST, end] for _, end in again}), NEWEST)
+        unusual(again, {(1, end): walks[NEWEST, end] for _, end in again}), NEWEST)
 
 
 if __name__ == "__main__":

@@ -1,12 +1,12 @@
-"""The versions of the catalogue, a row for each in every table: what the steps log on the device
-database, and how the change of a version is taken out of it again."""
+"""One row per version in each table: what its steps log on the device database, and statements
+that take its change out again."""
 
 import functools
 
 from dumps import statements_by_name
 from support.versions import VERSIONS, dump_of
 
-# version: what its step logs on the device database, on the way forward and on the way back.
+# version: what its forward and its backward step log on the device database.
 STEPS = {
     2: ("Database migration to version 2 completed successfully!\n", ""),
     3: ("Database migration to version 3 completed successfully!\n", ""),
@@ -47,9 +47,9 @@ STEPS = {
     34: ("Migration to version 34 was successful.\n", ""),
 }
 
-# What the steps forward log otherwise on a database that was walked back to version 1: the columns
-# of the versions 6 and 8 have stayed, and the tables that the versions 7, 12 and 16 need have not
-# come back, so those three do not complete.
+# What the forward steps log instead on a database that was walked back to version 1. The columns of
+# the versions 6 and 8 have stayed. The tables that 7, 12 and 16 need have not come back: these
+# three do not complete.
 STEPS_AGAIN = {
     6: "DatabaseMigrator::addColumn - Failed to add column named isoNodeName"
        " to MC_EquipmentSectionGroup\n"
@@ -68,8 +68,7 @@ STEPS_AGAIN = {
 }
 INCOMPLETE_AGAIN = (7, 12, 16)
 
-# Version 33 removes the column of version 30, so from there on every run applies 30 and then 33
-# again.
+# Version 33 removes the column of 30: from there on every run applies 30 and then 33 again.
 ALWAYS_REAPPLIED = {version: (30, 33) if version >= 33 else () for version in VERSIONS}
 
 
@@ -79,7 +78,7 @@ def statements_at(version):
 
 
 def as_at(version, *names):
-    """Statements that bring tables back as they are at a version, rows and all."""
+    """Statements that bring tables back as they are at a version, with their rows."""
     return "".join(f"DROP TABLE IF EXISTS {name};\n" + "".join(statements_at(version)[name])
                    for name in names)
 
@@ -94,7 +93,7 @@ def dropped(*tables):
 
 @functools.cache
 def taken_out():
-    """version: statements that take out exactly what the version changed and no later one undid."""
+    """version: statements that take out all of its change that no later version undid."""
     return {
         2: as_at(1, "productControl_productSettings"),
         3: without("ombrixMasterSettings", "ombrixEnabled"),

@@ -1,4 +1,4 @@
-"""The program works on the database beside which it lies, wherever that is."""
+"""The program works on the database beside itself, in any directory."""
 
 import pytest
 from conftest import expected_log

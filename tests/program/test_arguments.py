@@ -7,7 +7,7 @@ from conftest import expected_log, opening_line
 @pytest.mark.parametrize("argument, target", [
     pytest.param("abc", 0, id="a text is 0"),
     pytest.param("", 0, id="an empty text is 0"),
-    pytest.param("12abc", 0, id="a number with letters behind it is 0"),
+    pytest.param("12abc", 0, id="a number with letters after it is 0"),
     pytest.param("1.5", 0, id="a number with a fraction is 0"),
     pytest.param("0x2", 0, id="a number in another base is 0"),
     pytest.param("-5", -5, id="a negative number"),
@@ -26,7 +26,7 @@ def test_target_below_the_oldest_version_changes_no_table(device, argument, targ
 
 
 @pytest.mark.parametrize("argument, target", [
-    pytest.param(" 12", 12, id="a blank in front of the number"),
+    pytest.param(" 12", 12, id="a blank before the number"),
     pytest.param("+5", 5, id="a number with a plus sign"),
     pytest.param("007", 7, id="a number with leading zeros"),
     pytest.param("40", 40, id="a number above the newest version"),
@@ -44,8 +44,8 @@ def test_target_above_the_current_version_is_taken_whole(device, argument, targe
 
 @pytest.mark.parametrize("arguments", [
     pytest.param(["2"], id="the number alone"),
-    pytest.param([" 2"], id="a blank in front of the number"),
-    pytest.param(["2 "], id="a blank behind the number"),
+    pytest.param([" 2"], id="a blank before the number"),
+    pytest.param(["2 "], id="a blank after the number"),
     pytest.param(["+2"], id="a plus sign"),
     pytest.param(["002"], id="leading zeros"),
     pytest.param(["2", "1"], id="further arguments are ignored"),
@@ -72,7 +72,7 @@ def test_without_an_argument_every_run_goes_back_to_the_version_before(device):
     assert device.contents() == contents
 
 
-def test_without_an_argument_the_same_version_before_is_recorded_anew(device):
+def test_without_an_argument_the_same_version_before_is_recorded_again(device):
     device.install(version=2, alternate=2)
     contents = device.contents()
     device.run()

@@ -1,4 +1,4 @@
-"""Whatever stands in the database's place, a run ends well and loses nothing."""
+"""Whatever the database is, a run ends well and loses nothing."""
 
 import random
 

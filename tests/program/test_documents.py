@@ -1,4 +1,4 @@
-"""The generated pages tell what the program does."""
+"""The generated pages say what the program does."""
 
 import pytest
 from ledger import LEDGER, ledger

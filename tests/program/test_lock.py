@@ -15,8 +15,8 @@ def test_version_that_cannot_be_read_in_time_counts_as_0(device):
             ThreadPoolExecutor() as thread:
         other.execute("BEGIN EXCLUSIVE")
         run = thread.submit(device.run, "2")
-        # The log is opened right before the database. The program waits 5 seconds with every
-        # statement: the lock goes in the middle of the second one's wait.
+        # The log is opened right before the database. Every statement waits up to 5 seconds: the
+        # lock is released while the second one waits.
         while not device.log_file.exists() and not run.done():
             time.sleep(0.01)
         time.sleep(7)

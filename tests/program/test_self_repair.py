@@ -10,8 +10,8 @@ from support.versions import NEWEST, dump_of
 from walks import (assert_same, database_at, device_with, log_of_repairs, outcome_of,
                    version_rows, walk)
 
-# (the version whose change is missing, the version of the database). At 34 nothing is left of the
-# versions 14 and 30 to take out: 21 has dropped the table of the one, 33 the column of the other.
+# (the version whose change is missing, the version of the database). From 33 on nothing is left of
+# 14 and 30: version 21 has dropped the table of 14, and version 33 the column of 30.
 MISSING = [*((version, 20) for version in range(2, 21)), (30, 32),
            *((version, NEWEST) for version in range(2, NEWEST + 1) if version not in (14, 30))]
 
@@ -24,13 +24,13 @@ REAPPLIED = {
     12: (12, 19),
     # The step brings the columns back that version 25 has replaced.
     22: (22, 25),
-    # The step makes the table anew, without the columns of version 34.
+    # The step makes a new table, without the columns of version 34.
     32: (32, 34),
 }
 
 
 def last(table, *columns):
-    """The columns moved behind all others."""
+    """The columns moved to the end of the table."""
     return (without(table, *(column.split()[0] for column in columns)) +
             "".join(f"ALTER TABLE {table} ADD COLUMN {column};\n" for column in columns))
 
@@ -43,10 +43,10 @@ def remade(table, definition, columns):
 
 
 @functools.cache
-def left_otherwise():
-    """What a repair leaves otherwise than in a database where nothing was missing."""
+def left_by_repair():
+    """What a repair makes different from a database where nothing was missing."""
     return {
-        # A column that comes back stands behind those of later versions.
+        # A column that comes back is after those of later versions.
         3: last("ombrixMasterSettings", "ombrixEnabled BOOLEAN DEFAULT 1"),
         (4, NEWEST): remade(
             "systemControl",
@@ -90,7 +90,7 @@ def left_otherwise():
             " OR id IN (SELECT mixId FROM PC_IngredientToMixBridge WHERE quantity != 0);\n"
             "UPDATE PC_IngredientToMixBridge SET displayUnit ="
             " (SELECT unit FROM PC_Ingredient WHERE id = productId);\n",
-        # The rebuild of every other run has not come by yet.
+        # The second run applies 30 and 33 again, as every run does; the first one did not.
         33: as_at(33, "systemControl"),
         # Nothing is repaired.
         7: taken_out()[7],
@@ -125,8 +125,8 @@ def test_one_run_repairs_and_the_next_finds_nothing_to_repair(missing, at):
         assert first.versions == version_rows(at, 1)
         assert first.pool == (("readme.txt",) if missing == 26
                               else ("implement.iop", "readme.txt"))
-        otherwise = left_otherwise().get((missing, at)) or left_otherwise().get(missing, "")
-        assert_same_contents(first.dump, changed(left_intact(at), otherwise))
+        different = left_by_repair().get((missing, at)) or left_by_repair().get(missing, "")
+        assert_same_contents(first.dump, changed(left_intact(at), different))
 
         second = outcome_of(device, str(at))
         assert_same(second.log, expected_log(at, at, log_of_repairs(ALWAYS_REAPPLIED[at])))
@@ -160,7 +160,7 @@ def parts():
             yield without(table, column), (22, 25)
         yield f"ALTER TABLE {table} ADD COLUMN isoName TEXT;\n", (25,)
     yield as_at(20, "preferredGpsSolutions"), (21,)
-    # 32 makes the table anew, without the columns of 34.
+    # 32 makes a new table, without the columns of 34.
     yield without("SM_Preferences", "enableCloudJobs"), (32, 34)
 
     # Nothing looks for these.
@@ -180,10 +180,11 @@ def parts():
 @pytest.mark.parametrize("taken_out_part, reapplied", [
     pytest.param(*part, id=part[0].partition(";")[0]) for part in parts()])
 def test_part_of_a_change_is_missing(taken_out_part, reapplied):
-    outcome = walk(dump_of(34) + taken_out_part, 34)
-    assert_same(outcome.log, expected_log(34, 34, log_of_repairs(sorted({30, 33, *reapplied}))))
+    outcome = walk(dump_of(NEWEST) + taken_out_part, NEWEST)
+    assert_same(outcome.log, expected_log(
+        NEWEST, NEWEST, log_of_repairs(sorted({*ALWAYS_REAPPLIED[NEWEST], *reapplied}))))
     if not reapplied:
-        assert_same_contents(outcome.dump, changed(left_intact(34), taken_out_part))
+        assert_same_contents(outcome.dump, changed(left_intact(NEWEST), taken_out_part))
 
 
 def test_repair_of_32_loses_the_rates_of_34():
@@ -208,7 +209,7 @@ def test_repair_of_12_fails_once_where_its_old_tables_have_gone(at):
             "Migration to version 12 FAILED!\n" +
             log_of_repairs((19, *ALWAYS_REAPPLIED[at]))))
         # The columns are back all the same, and 19 has removed the tables of 12 again.
-        assert_same_contents(first.dump, changed(left_intact(at), left_otherwise()[12]))
+        assert_same_contents(first.dump, changed(left_intact(at), left_by_repair()[12]))
 
         second = outcome_of(device, str(at))
         assert_same(second.log, expected_log(at, at, log_of_repairs(ALWAYS_REAPPLIED[at])))

@@ -6,7 +6,7 @@ from support.versions import dump_of
 
 MEGABYTE = "7" * 1024 * 1024
 
-# What stands in a text file, and its first line.
+# The content of a text file, and its first line.
 TEXTS = [
     pytest.param(None, "", id="missing"),
     pytest.param(b"", "", id="empty"),
@@ -105,7 +105,7 @@ def database_at_version_24():
     pytest.param(b"TORVIKMAX\r\n", True, id="CRLF"),
     pytest.param(b"TORVIKMAX", True, id="no final newline"),
     pytest.param(b"torvikmax\n", False, id="in other letters"),
-    pytest.param(b"TORVIKMAX \n", False, id="a blank behind it"),
+    pytest.param(b"TORVIKMAX \n", False, id="a blank after it"),
     pytest.param(b"TORVIKMAX\xff\n", False, id="not valid UTF-8"),
     pytest.param(b"\nTORVIKMAX\n", False, id="empty first line"),
     pytest.param(b"", False, id="empty"),

@@ -1,4 +1,4 @@
-"""The run takes the version rows as it finds them, odd values and missing rows included."""
+"""A run works with any version rows: odd values, and missing ones."""
 
 import pytest
 from conftest import (NO_VERSION_TABLE, PRODUCT_ROWS, PRODUCT_SETTINGS, Trouble, column_not_added,
@@ -37,7 +37,7 @@ def test_missing_main_row_is_not_added(device):
 
 
 def store(device, row, literal):
-    """Gives a row exactly this value: the column has no type that would convert it."""
+    """Gives a row exactly this value. The column gets no type, since that would convert it."""
     device.sql("ALTER TABLE tableVersion RENAME TO typed;"
                "CREATE TABLE tableVersion (tableName TEXT PRIMARY KEY, version, MirelVersion TEXT);"
                "INSERT INTO tableVersion SELECT * FROM typed; DROP TABLE typed;"
@@ -47,7 +47,7 @@ def store(device, row, literal):
 @pytest.mark.parametrize("literal, version", [
     pytest.param("NULL", 0, id="NULL is 0"),
     pytest.param("'two'", 0, id="a text is 0"),
-    pytest.param("'2nd'", 0, id="a number with letters behind it is 0"),
+    pytest.param("'2nd'", 0, id="a number with letters after it is 0"),
     pytest.param("''", 0, id="an empty text is 0"),
     pytest.param("-2147483648", -2147483648, id="the smallest number"),
     pytest.param("4294967297", 1, id="of a number beyond 32 bits the lower 32 count"),
@@ -64,7 +64,7 @@ def test_stored_version_below_2_meets_the_step_to_2(device, literal, version):
     assert device.contents() == contents
 
 
-def test_version_that_the_tables_have_not_reached_is_made_good(device):
+def test_version_that_the_tables_have_not_reached_is_applied_again(device):
     device.install(version=2)
     contents = device.contents()
     device.sql("DROP TABLE productControl_productSettings;" + PRODUCT_SETTINGS[1] + PRODUCT_ROWS)
@@ -116,7 +116,7 @@ def test_smallest_number_as_version_and_target_changes_nothing(device):
 @pytest.mark.parametrize("literal, version", [
     pytest.param("NULL", 0, id="NULL is 0"),
     pytest.param("'one'", 0, id="a text is 0"),
-    pytest.param("'1st'", 0, id="a number with letters behind it is 0"),
+    pytest.param("'1st'", 0, id="a number with letters after it is 0"),
     pytest.param("-2147483648", -2147483648, id="the smallest number"),
     pytest.param("4294967297", 1, id="of a number beyond 32 bits the lower 32 count"),
     pytest.param("'4294967297'", 1, id="of the text of such a number as well"),

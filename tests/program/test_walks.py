@@ -18,7 +18,7 @@ BEYOND = (-1, 0, NEWEST + 1, 40, 2147483647)
 
 
 def sample(departing):
-    """A few walks that show every entry of a file of departures between them."""
+    """A few walks that together show every entry of a file of departures."""
     entries = {pair: {number for number, (_, starts, ends, _) in enumerate(departing.entries)
                       if starts[0] <= pair[0] <= starts[1] and ends[0] <= pair[1] <= ends[1]}
                for pair in PAIRS}
@@ -77,7 +77,7 @@ def test_steps_from_30_to_34_run_in_their_order():
     assert outcome.versions == "mainSqlDb|34|'4.1.0'\naltSqlDb|30|NULL\n"
 
 
-# Version 32 takes a view for no table of its own and leaves it; version 34 cannot add to it.
+# Version 32 leaves a view of this name as it is; version 34 cannot add a column to it.
 VIEW_OF_MAPS = ("ALTER TABLE workOrderRxMaps RENAME TO officeMaps;"
                 "CREATE VIEW workOrderRxMaps AS SELECT * FROM officeMaps;")
 

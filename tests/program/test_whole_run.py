@@ -1,4 +1,4 @@
-"""One run of the built program that meets everything at once."""
+"""One run of the built program over everything that a device can have wrong."""
 
 import os
 import shutil
@@ -52,7 +52,7 @@ INSERT INTO MC_Machine (id, displayName, machineType) VALUES (101, 'Mähdrescher
     (102, 'Forage harvester', 4), (103, 'Self-propelled sprayer', 2);
 INSERT INTO PC_Ingredient (id, displayName, category) VALUES (101, 'Kieserit', 2);
 INSERT INTO PC_Carrier (id, displayName) VALUES (101, 'Gülle');
--- names that were there already; the third Smith is renamed twice, Smith_2 is taken as well
+-- names that were there already; the third Smith is renamed twice, since Smith_2 exists too
 UPDATE files SET displayName = 'North 80 Boundary_2' WHERE id = 250;
 UPDATE growers SET displayName = 'Smith_2_2' WHERE id = 18;
 UPDATE growers SET displayName = 'Müller Landwirtschaft_2' WHERE id = 19;

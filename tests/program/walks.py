@@ -1,4 +1,4 @@
-"""Walks of the built program over the device database, and what each must leave."""
+"""Walks of the built program over the device database, and what each must leave there."""
 
 import contextlib
 import dataclasses
@@ -14,8 +14,8 @@ from support.versions import NEWEST, dump_of
 SOFTWARE = "4.1.0"
 PLATFORMS = ("TORVIK", "TORVIKMAX")
 
-# What walks leave otherwise than the walk forward from version 1. The other two files hold what is
-# not as in the first: on a device with on-board ports, and on the way forward a second time.
+# How walks depart from the walk forward from version 1. The other two files say what differs from
+# the first: on a device with on-board ports, and on the way forward a second time.
 WALKS = Departures("walks.diff")
 WALKS_ON_TORVIKMAX = Departures("walks_on_torvikmax.diff")
 WALKS_AGAIN = Departures("walks_again.diff")
@@ -43,7 +43,7 @@ class Outcome:
     pool: tuple
 
     def as_text(self, departures_by_table):
-        """Everything, with the departures in the place of the dump."""
+        """Everything, with the departures instead of the dump."""
         return (f"{self.log}== versions\n{self.versions}== pool\n{self.pool}\n" +
                 "".join(f"== {table}\n{difference}\n"
                         for table, difference in sorted(departures_by_table.items())))
@@ -54,7 +54,7 @@ def assert_same(actual, expected):
     difference = "\n".join(difflib.unified_diff(expected.splitlines(), actual.splitlines(),
                                                 "expected", "actual", n=0, lineterm=""))
     if difference or actual != expected:
-        pytest.fail(difference or "the texts end otherwise", pytrace=False)
+        pytest.fail(difference or "the texts have different ends", pytrace=False)
 
 
 def outcome_of(device, *arguments):
@@ -84,7 +84,7 @@ def walked_back_to_1():
 
 
 def reached(target):
-    """The version that a walk ends at whose steps all complete."""
+    """The version that a walk ends at when all its steps complete."""
     return min(max(target, 1), NEWEST)
 
 
@@ -120,13 +120,13 @@ def overridden(usual, special):
 
 
 def outcome_of_walk(start, target, platform="TORVIK"):
-    """What the program makes of this walk, as one text."""
+    """What the program leaves after this walk, as one text."""
     outcome = walk(database_at(start, platform), target, platform)
     return outcome.as_text(departures(dump_of(reached(target)), outcome.dump))
 
 
 def expected_of_walk(start, target, platform="TORVIK"):
-    """What it must make of it."""
+    """What it must leave."""
     end = reached(target)
     # The database of version 1 has no column for the software version yet.
     migrates = start != target or start == 1

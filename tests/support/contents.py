@@ -35,6 +35,10 @@ class Table:
         return {tuple(row[column] for column in key): row for row in rows}
 
 
+def identifier(name):
+    return '"' + name.replace('"', '""') + '"'
+
+
 def read(database, without=NO_WORK_OF_STEPS):
     """The tables and views of an open database by name, but for some."""
     schema = database.execute("SELECT type, name, tbl_name, sql FROM sqlite_master").fetchall()
@@ -45,17 +49,16 @@ def read(database, without=NO_WORK_OF_STEPS):
     result = {}
     for kind, name, _, sql in schema:
         if kind in ("table", "view") and name not in without:
-            # SQLite lets nobody create its own tables.
-            own_text = kind == "table" and not name.startswith("sqlite_")
-            shape = shape_of_table(name, sql) if own_text else shape_of(database, name, sql)
+            own = kind == "table" and not name.startswith("sqlite_")
+            shape = shape_of_table(name, sql) if own else shape_of(database, name, sql)
             rows, row_ids = [], []
             if kind == "table":
-                selected = ", ".join(f'quote("{column}")' for column in shape[0])
+                selected = ", ".join(f"quote({identifier(column)})" for column in shape[0])
                 if "WITHOUT ROWID" in sql:
-                    rows = database.execute(f'SELECT {selected} FROM "{name}"').fetchall()
+                    rows = database.execute(f"SELECT {selected} FROM {identifier(name)}").fetchall()
                 else:
                     found = database.execute(
-                        f'SELECT {selected}, quote(rowid) FROM "{name}"').fetchall()
+                        f"SELECT {selected}, quote(rowid) FROM {identifier(name)}").fetchall()
                     rows = [row[:-1] for row in found]
                     row_ids = [row[-1] for row in found]
             result[name] = Table(sql, *shape, attached[name], rows, row_ids)
@@ -64,7 +67,7 @@ def read(database, without=NO_WORK_OF_STEPS):
 
 @functools.cache
 def shape_of_table(name, sql):
-    """The shape of a table, which its own text tells."""
+    """The shape of a table; its CREATE statement alone decides it."""
     with contextlib.closing(sqlite3.connect(":memory:")) as database:
         database.execute(sql)
         return shape_of(database, name, sql)
@@ -72,7 +75,7 @@ def shape_of_table(name, sql):
 
 def shape_of(database, name, sql):
     """The columns, the key and the constraints of a table or a view."""
-    info = database.execute(f'PRAGMA table_info("{name}")').fetchall()
+    info = database.execute(f"PRAGMA table_info({identifier(name)})").fetchall()
     columns = {column: declared + " NOT NULL" * not_null +
                (f" DEFAULT {default}" if default is not None else "")
                for _, column, declared, not_null, default, _ in info}
@@ -88,12 +91,13 @@ def constraints_of(database, name, sql, key):
         yield f"PRIMARY KEY ({', '.join(key)})"
     if "AUTOINCREMENT" in sql:
         yield "AUTOINCREMENT"
-    for index in rows(f'PRAGMA index_list("{name}")'):
+    for index in rows(f"PRAGMA index_list({identifier(name)})"):
         if index[3] == "u":
-            columns = ", ".join(line[2] for line in rows(f'PRAGMA index_info("{index[1]}")'))
+            parts = rows(f"PRAGMA index_info({identifier(index[1])})")
+            columns = ", ".join(line[2] for line in parts)
             yield f"UNIQUE ({columns})"
     foreign_keys = collections.defaultdict(list)
-    for line in rows(f'PRAGMA foreign_key_list("{name}")'):
+    for line in rows(f"PRAGMA foreign_key_list({identifier(name)})"):
         foreign_keys[line[0]].append(line)
     for lines in foreign_keys.values():
         _, _, parent, _, _, update, delete, _ = lines[0]
@@ -211,6 +215,21 @@ def compare(before, after):
         moved=kept != [column for column in after.columns if column in kept],
         rows_gained=len(rows_after.keys() - rows.keys()),
         rows_lost=len(rows.keys() - rows_after.keys()), rows=len(rows), values=values)
+
+
+def in_the_spelling_of(other, contents):
+    """Contents with the names of tables and columns in the letter case that they have in other."""
+    def spelled(names, mapping):
+        spelling = {name.lower(): name for name in names}
+        return {spelling.get(name.lower(), name): value for name, value in mapping.items()}
+
+    result = spelled(other, contents)
+    for name in result.keys() & other.keys():
+        columns = spelled(other[name].columns, result[name].columns)
+        names = dict(zip(result[name].columns, columns))
+        result[name] = dataclasses.replace(
+            result[name], columns=columns, key=tuple(names[column] for column in result[name].key))
+    return result
 
 
 @dataclasses.dataclass

@@ -1,14 +1,14 @@
 #!/bin/bash
-# Runs a program on a scratch device: a directory whose app/, Harlo/, etc/harlo/ and pool/ stand
-# where the field computer's fixed paths are. The program can write there and nowhere else.
+# Runs a program on a scratch device: a directory whose app/, Harlo/, etc/harlo/ and pool/ are mounted
+# at the field computer's fixed paths. The program can write there and nowhere else.
 #
 #   on_device.sh DEVICE PROGRAM [ARGUMENT...]
 #
-# DEVICE is the directory, made where it is missing; "--scratch" stands for a new one that is
-# removed afterwards. A program that lies in the device's app/ runs where it lies, another one as if
-# it lay directly in app/. DEVICE_LOCALE is the program's locale (default C), DEVICE_OPTIONS holds
-# further options for bubblewrap, COVERAGE_DIRECTORY a place that stays writable for counters. The
-# sanitizers' options reach the program, and CAMPAIGN, by which tests look at all their cases.
+# DEVICE is the directory, which is made if it is missing; "--scratch" means a new one that is removed
+# afterwards. A program in the device's app/ runs in its place, any other one as if it were directly
+# in app/. DEVICE_LOCALE is the program's locale (default C), DEVICE_OPTIONS has further options for
+# bubblewrap, COVERAGE_DIRECTORY is a place that stays writable for counters. The sanitizers' options
+# reach the program, and so does CAMPAIGN, which makes tests try all their cases.
 set -eu
 
 device=$1 program=$(realpath "$2")

@@ -34,7 +34,7 @@ INSERT INTO edited VALUES(1, 'x', NULL, 0.5), (2, 'other', NULL, 0.5);
 CREATE VIEW shown AS SELECT name FROM same;
 END
 
-diff - <("$root/tools/show_changes.sh" "$before" "$after") <<'END'
+diff - <("$root/tools/show_changes.py" "$before" "$after") <<'END'
 
 Recorded versions
 
@@ -46,17 +46,18 @@ Recorded versions
 Tables and columns: new (+), gone (-), changed (~)
 
   table   change
-  ------  -------------------------------------------------------------------------------
-  edited  + column size: REAL
-          + foreign key parent: to same.id ON DELETE CASCADE ON UPDATE NO ACTION
+  ------  ------------------------------------------------------------------------------
+  edited  + column size REAL
+          + PRIMARY KEY (id, size)
+          + FOREIGN KEY (parent) REFERENCES same(id) ON DELETE CASCADE
           - column kind
+          - PRIMARY KEY (id)
           - index byKind
           ~ column a "name": TEXT -> TEXT NOT NULL DEFAULT ''
-          ~ primary key: id -> id, size
   new     + new table: id, text
   old     - table is gone
-  shown   ~ view shown: CREATE VIEW shown AS SELECT id FROM same -> CREATE VIEW shown AS
-          SELECT name FROM same
+  shown   ~ CREATE VIEW shown AS SELECT id FROM same -> CREATE VIEW shown AS SELECT name
+          FROM same
 
 Rows of the tables that changed, and of all
 
