@@ -162,6 +162,8 @@ def print_violations(done, deviations):
 
 
 def complains_about_log(_, answer):
+    """True for an answer to try again, since the rules of the log may have been corrected. After a
+    rule was made stricter, delete build/faults/."""
     return any(": log of " in text for text in answer["violations"])
 
 

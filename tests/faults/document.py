@@ -78,9 +78,9 @@ HOW_OFTEN = """\
 ## How often
 
 Every operation meets every kind of fault that it can meet, and every tenth allocation fails; with
-ten times the rows it is a sample. Equal states after a fault in the same step are recovered once and
-count each. Power cuts take turns: what was not synced is dropped, kept, kept up to some write, kept
-in part, only its end is kept, or it is torn at 512 bytes.
+ten times the rows it is a sample. Equal states after a fault in the same step are recovered once
+and count each. Power cuts take turns: what was not synced is dropped, kept, kept up to some write,
+kept in part, only its end is kept, or it is torn at 512 bytes.
 
 """
 

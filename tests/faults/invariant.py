@@ -26,9 +26,9 @@ NULL, EMPTY = "NULL", "''"
 
 
 class Invariant:
-    """What is in every state of an undisturbed run. gather() takes the states one by one and keeps:
-    the tables that no state changes; the columns and the keys of rows that some table always has,
-    be it a copy; and by column every value that was ever there."""
+    """What is in every state of an undisturbed run. gather() takes the states one by one and keeps
+    the tables that no state changes, the columns and the keys of rows that the table or a copy of
+    it always has, and by column every value that was ever there."""
 
     def __init__(self, start):
         self.untouched = {name: table.rows for name, table in start.tables.items()}

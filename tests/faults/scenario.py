@@ -23,7 +23,8 @@ class Scenario:
         assert status == 0, status
         self.reference = self.reader.read(DATABASE)
         self.final = DATABASE.read_bytes()
-        assert self.run()[0] == 0
+        status, operations = self.run()
+        assert status == 0 and operations > 0
         self.settled = self.reader.read(DATABASE)
         subject.learn(self, first)
         self._replay()

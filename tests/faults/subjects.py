@@ -3,7 +3,7 @@
 import pathlib
 from dataclasses import dataclass
 
-from support.places import DATA, ROOT, product_sources
+from support.places import DATA, ROOT, TESTS, product_sources
 from support.versions import NEWEST
 
 BUILD = ROOT / "build" / "dev"
@@ -14,7 +14,7 @@ OPERATIONS = ("power cut", "kill", "kill in a write", "EIO once", "EIO from then
               "ENOSPC once", "ENOSPC from then on", "short write once",
               "short writes from then on")
 ALLOCATIONS = ("no memory once", "no memory from then on")
-# These are tried so many times.
+# How many cases there are of these.
 TIMES = {"full disk": 12, "locked throughout": 3, "locked for some statements": 300,
          "pair of faults": 1000}
 KINDS = (*OPERATIONS, *ALLOCATIONS, *TIMES)
@@ -58,6 +58,7 @@ MIGRATOR = Subject(
     })
 # What a case does and how it is judged. The rules of the log are not among them: after a change of
 # those only the cases with complaints about the log are tried again.
-JUDGES = tuple(sorted((HERE / "shim").iterdir())) + tuple(HERE / f"{name}.py" for name in (
-    "cascades", "cases", "device", "disks", "invariant", "migrator", "multiply", "recording",
-    "recovery", "runs", "scenario", "states"))
+JUDGES = (TESTS / "support" / "contents.py", *sorted((HERE / "shim").iterdir()),
+          *(HERE / f"{name}.py" for name in (
+              "cascades", "cases", "device", "disks", "invariant", "migrator", "multiply",
+              "recording", "recovery", "runs", "scenario", "states")))

@@ -16,7 +16,7 @@ from invariant import Invariant
 from log_rules import LogRules
 from multiply import multiply
 from recording import Event, Recording
-from states import Reader
+from states import Reader, differences, lost_rows
 from subjects import MIGRATOR
 from support.places import scratch_directory
 from support.versions import dump_of
@@ -58,6 +58,9 @@ def test_faults_leave_a_sound_database_that_the_next_run_accepts(sandbox, walk, 
     answer = run_cases(sandbox, walk, kind, sandbox[2][walk]["operations"], stride)
     assert answer["cases"] > 0
     assert complaints(walk, answer) == []
+    if not kind.endswith("once"):  # A single error may do no harm.
+        recovered = sum(counts.get("recovered", 0) for counts in answer["outcomes"].values())
+        assert recovered < answer["cases"]
 
 
 @pytest.mark.parametrize("walk", WALKS)
@@ -182,6 +185,28 @@ def test_only_lack_of_memory_excuses_an_empty_text(sandbox, tmp_path):
     assert "languages: code has a value of its own" not in found
 
 
+@pytest.mark.parametrize("statement, lines, lost", [
+    ("DELETE FROM languages", ["languages rows missing"], ["languages"]),
+    ("UPDATE languages SET code = 'xx' WHERE code = 'el'", ["languages other values"], []),
+    ("ALTER TABLE languages ADD COLUMN further",
+     ["languages column further more", "languages other definition"], []),
+    ("ALTER TABLE languages RENAME TO languages_old",
+     ["languages missing with its rows", "languages_old left over with rows"], []),
+    ("CREATE TABLE languages_temp (id)", ["languages_temp left over with no rows"], []),
+    ("CREATE INDEX codes ON languages (code)", ["languages index codes differs"], [])])
+def test_difference_from_an_undisturbed_run_is_noticed(sandbox, tmp_path, statement, lines, lost):
+    copy = tmp_path / "copy.sqlite"
+    copy.write_bytes((sandbox[1] / "start.sqlite").read_bytes())
+    reference = Reader().read(copy)
+    with closing(sqlite3.connect(copy)) as database:
+        database.execute(statement)
+        database.commit()
+    state = Reader().read(copy)
+    assert (differences(state, reference), lost_rows(state, reference)) == (lines, lost)
+    assert state.hash != reference.hash
+    assert differences(reference, reference) == []
+
+
 def test_left_file_is_noticed(tmp_path, monkeypatch):
     monkeypatch.setattr(device, "DATABASES", tmp_path)
     (tmp_path / "etilqs_1").touch()
@@ -238,7 +263,7 @@ def test_every_deviation_has_a_cause():
     assert [key for key in Deviations().steps if cause_of(*key) is None] == []
 
 
-# What goes with the campaign.
+# The parts of the campaign.
 
 
 @pytest.mark.parametrize("name, texts, other", [
