@@ -5,7 +5,7 @@
 #
 # TARGET is the schema version to go to, by default the newest one. The device is the directory
 # build/demo-device: made at the first call with a database at version 1 that has known better days
-# (tests/data/blemishes.sql says what is wrong with it), kept from call to call, made anew with
+# (tests/data/blemishes.sql says what is wrong with it), kept from call to call, made again with
 # --fresh. ./demo.sh 1 goes back; what that loses is in the comparison.
 set -euo pipefail
 

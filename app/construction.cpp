@@ -36,29 +36,10 @@ DatabaseMigrator::~DatabaseMigrator()
     m_logFile.close();
 }
 
-void DatabaseMigrator::logMessage(const QString &text)
-{
-    if (!m_logStream.device()) {
-        return;
-    }
-    // What could not be written goes before the next line: a full disk may have room again.
-    m_logStream.resetStatus();
-    m_logStream << text << "\n";
-    m_logStream.flush();
-}
-
 QString DatabaseMigrator::readSoftwareVersion() const
 {
     TextFileReader versionFile(applicationDirPath() + "/quillmoor/softwareversion.txt");
     return versionFile.open() ? versionFile.readFirstLine() : QString();
-}
-
-void DatabaseMigrator::openLog()
-{
-    if (m_logFile.open(QIODevice::WriteOnly | QIODevice::Append)) {
-        m_logStream.setDevice(&m_logFile);
-        m_logStream.setCodec("UTF-8");
-    }
 }
 
 void DatabaseMigrator::openDatabase()
@@ -68,7 +49,7 @@ void DatabaseMigrator::openDatabase()
         logMessage(m_database.lastError().text());
         return;
     }
-    execute("PRAGMA foreign_keys = ON");
+    executeQuietly("PRAGMA foreign_keys = ON");
     m_currentVersion =
         firstValue("SELECT version FROM tableVersion WHERE tableName = 'mainSqlDb'").toInt();
     addColumnIfNotExists("tableVersion", "MirelVersion", "TEXT");

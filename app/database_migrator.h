@@ -8,23 +8,14 @@
 #include <QSqlDatabase>
 #include <QString>
 #include <QTextStream>
-#include <QVector>
 
-#include <optional>
-
-class EqualNames;
-class QSqlQuery;
-struct RecreationFailure;
-struct RenameTexts;
-struct TableRecreation;
-
-/// The whole migrator: brings the device's database from the schema version that it holds to a
-/// target version, one step at a time, and keeps it sound. It reports only into its log file.
+/// The whole migrator: brings the device's database from its schema version to a target version, one
+/// step at a time, and repairs it. It reports only into its log file.
 class DatabaseMigrator : public QCoreApplication
 {
 public:
     /// Opens the log and the database, reads the versions that the database records, chooses the
-    /// target version and writes the opening line. Whatever cannot be opened or read is left out.
+    /// target version and writes the opening line. Files that cannot be opened or read are left out.
     /// @param argumentCount,arguments the command line; the first argument after the program's name
     /// is the target version, without it the target is the version before the last migration
     DatabaseMigrator(int &argumentCount, char **arguments);
@@ -33,9 +24,6 @@ public:
     ~DatabaseMigrator() override;
 
     // ---- The run ------------------------------------------------------------------------------
-
-    /// Writes one line to the log and flushes it; without an open log the line is lost.
-    void logMessage(const QString &text);
 
     /// @return the first line of the device's software version file, empty without such a file
     QString readSoftwareVersion() const;
@@ -46,7 +34,7 @@ public:
 
     /// Removes rows that break foreign keys, logs whether the database is sound, removes product
     /// configurations that nothing refers to, and applies again every step up to the current
-    /// version whose change has gone missing. No failure stops it.
+    /// version whose change is missing. No failure stops it.
     void checkDatabaseIntegrity();
 
     /// Calls the forward steps above the current version, up to the target version.
@@ -58,8 +46,26 @@ public:
     /// Records the version reached, the software version and the version before this migration.
     void updateDatabaseVersion();
 
-    /// The schema version that the database is at; every step that has done its work moves it.
+    /// @return the schema version that the database is at, as the last successful step left it
     int currentVersion() const { return m_currentVersion; }
+
+    // ---- The log ------------------------------------------------------------------------------
+
+    /// Writes one line to the log and flushes it; without an open log the line is lost.
+    void logMessage(const QString &text);
+
+    /// Runs a statement; on failure logs the error's text, Qt's and the database's.
+    void executeOrLogText(const QString &sql);
+
+    /// Runs a statement; on failure logs one line, the failure's words followed by the database's
+    /// own text.
+    /// @return false when the statement failed
+    bool executeOrLogDatabaseText(const QString &sql, const QString &failure = QString());
+
+    /// Runs a statement; on failure logs two lines, with the error's text for the second's %1.
+    /// @return false when the statement failed
+    bool executeOrLogTwoLines(
+        const QString &sql, const QString &failureLine, const QString &errorLine);
 
     // ---- Maintenance --------------------------------------------------------------------------
 
@@ -74,7 +80,7 @@ public:
     QString readRegistrationPartNumber(const QString &path);
 
     /// Executes the statements of a script; each that fails is one line in the log.
-    /// @param path absolute path of the file; a file that cannot be opened is skipped in silence
+    /// @param path absolute path of the file; nothing is done or logged if it cannot be opened
     void runSqlScript(const QString &path);
 
     /// Gives every file but the first of those that share type, grower, farm, field and name a
@@ -86,8 +92,8 @@ public:
 
     // ---- The schema toolkit -------------------------------------------------------------------
     // Names, types, values and conditions go into the statements as they are: a caller quotes its
-    // text values. Every operation that fails to change something logs two lines, its own and the
-    // database's, and answers false.
+    // text values. An operation that fails to change something logs two lines, its own and the
+    // database's, and returns false.
 
     /// @return true when there is a table of exactly this name
     bool tableExists(const QString &table) const;
@@ -100,14 +106,14 @@ public:
 
     /// Adds a column, nullable without a default value and NOT NULL with one.
     /// @param type the type text, which may carry constraints of its own
-    /// @return false when it failed, also because the column is already there
+    /// @return false on failure, also because the column is already there
     bool addColumn(
         const QString &table, const QString &column, const QString &type,
         const QString &defaultValue = QString());
 
     /// Adds a column, always nullable, unless one of exactly this name is there.
     /// @param type the type text, which may carry constraints of its own
-    /// @return false when it failed, also because of a column that differs only in letter case
+    /// @return false on failure, also because of a column that differs only in letter case
     bool addColumnIfNotExists(
         const QString &table, const QString &column, const QString &type,
         const QString &defaultValue = QString());
@@ -115,24 +121,25 @@ public:
     /// Sets a column in every row that meets the condition, in every row without one.
     /// @param value an SQL expression
     /// @param condition an SQL condition without the word WHERE
-    /// @return false when the statement failed; no row at all is no failure
+    /// @return false when the statement failed; it may change no row and succeed
     bool setColumnValue(
         const QString &table, const QString &column, const QString &value,
         const QString &condition = QString());
 
-    /// @return false when the table could not be dropped; no such table is no failure
+    /// @return false when the table could not be dropped; true also when there is no such table
     bool dropTable(const QString &table);
 
     /// Rebuilds a table without one column, matched in any letter case. Names, types, NOT NULL,
     /// defaults, the primary key and the FOREIGN KEY clauses that do not name the column are kept,
-    /// everything else goes. A failure leaves what was done until then, there is no way back.
-    /// @return false when a statement failed, as it does for a table without a primary key
+    /// everything else goes. A failure leaves what was done before it; nothing is undone.
+    /// @return false when a statement failed, as it does for a table without a primary key, or when
+    /// the table's structure could be read only in part; nothing is changed then
     bool dropColumnSaveParameters(const QString &table, const QString &column);
 
     // ---- The catalogue ------------------------------------------------------------------------
     // A forward operation sets the current version to N when it has done its work, a backward one
-    // to N-1; a probe only looks whether version N's change is there. What counts as done, and
-    // which failures stop a step, is each step's own. What has shipped is never edited for another
+    // to N-1; a probe only looks whether version N's change is there. Each step decides what counts
+    // as done and which failures stop it. A step that has shipped is never edited for another
     // step's sake.
 
     // Version 2: product settings per machine configuration.
@@ -160,7 +167,7 @@ public:
     void revertFromVersion6();
     bool getUpdate6Applied() const;
 
-    // Version 7: files move under the program directory, transfers start afresh.
+    // Version 7: files move under the program directory, file transfers are forgotten.
     void updateToVersion7();
     void revertFromVersion7();
     bool getUpdate7Applied() const;
@@ -309,69 +316,26 @@ private:
     void openDatabase();
     void chooseTargetVersion();
     QString readPlatform() const;
-
-    void removeForeignKeyViolations();
-    void logIntegrityVerdict();
-    void removeOrphanedProductConfigurations();
     void reapplyMissingSteps();
 
-    void renameEqualFiles(EqualNames &files, const QSqlQuery &file);
-    void renameEqualGrowers(EqualNames &growers, const QString &name);
-    void renameEqualFarms(EqualNames &farms, qint64 growerId, const QString &name);
-    void renameEqualFields(EqualNames &fields, qint64 farmId, const QString &name);
-    void renameAllButFirst(
-        EqualNames &names, const QVector<qint64> &scope, const QString &name,
-        const RenameTexts &texts);
-
-    /// Runs a statement; on failure logs both lines, with the error's text for the second's %1.
-    bool executeOrLogFailure(
-        const QString &sql, const QString &failureLine, const QString &errorLine);
-
-    /// Runs a statement; on failure logs the error's combined driver and database text.
-    void executeOrLogError(const QString &sql);
-
-    /// Runs a statement; on failure logs the failure's words followed by the database's own text.
-    bool executeOrLogDatabaseError(const QString &sql, const QString &failure = QString());
-
-    /// Moves a table aside, creates it anew and copies every row.
-    /// @return what failed, nothing when every row was copied
-    std::optional<RecreationFailure> recreateTable(const TableRecreation &recreation);
-
-    /// Closes a forward step: logs its line and, when it has succeeded, sets the current version.
+    /// Ends a forward step: logs its line and, when it has succeeded, sets the current version.
     void closeForwardStep(
         bool succeeded, int version, const QString &successLine, const QString &failureLine);
 
-    // What single versions are made of: what it does is in its name, false is a failure of the step.
-    using PortName = QString (*)(QString name);
-    bool moveSwitchesToSwitchboxConfig();
-    bool labelSwitchboxSwitches();
-    bool replaceSolutionsByReceivers();
-    bool mapMachineToNewestReceiver(const QString &machineConfigId);
-    bool restorePreferredSolutions();
-    bool renameSerialDevicePorts(PortName newName, const QString &failure);
-    bool renameReceiverPorts(PortName newName, const QString &failure);
-    bool updatePortNames(
-        const QString &update, const QMap<qint64, QString> &names, PortName newName,
-        const QString &failure);
-    void renameReverseSenseToHardwired();
-    bool renameReverseSenseToRemote();
-    bool fillUuids(const QString &table);
-    bool recreateWorkOrderMaps(const TableRecreation &maps);
-
     QFile m_logFile;
-    QTextStream m_logStream;
-    int m_currentVersion = 0;
-    int m_alternateVersion = 0;
-    int m_targetVersion = 0;
-    QSqlDatabase m_database;
-    QString m_databasePath;
-    QString m_fieldComputerId;
-    QMap<int, Probe> m_probes;
-    QMap<int, Step> m_forwardSteps;
-    QMap<int, Step> m_backwardSteps;
-    QString m_softwareVersion;
-    QString m_storedMirelVersion;
-    bool m_targetTakenFromAlternate = false;
-    bool m_migrationNeeded = false;
-    QString m_platform;
+    QTextStream m_logStream;                 ///< has no device while the log is not open
+    int m_currentVersion = 0;                ///< the schema version that the database is at
+    int m_alternateVersion = 0;              ///< the version before the last migration
+    int m_targetVersion = 0;                 ///< the schema version to go to
+    QSqlDatabase m_database;                 ///< the default connection
+    QString m_databasePath;                  ///< empty without the directory "databases"
+    QString m_fieldComputerId;               ///< from the registration file, as text
+    QMap<int, Probe> m_probes;               ///< tell whether a version's change is there
+    QMap<int, Step> m_forwardSteps;          ///< from the version before to this one
+    QMap<int, Step> m_backwardSteps;         ///< from this version to the one before
+    QString m_softwareVersion;               ///< of the device software that is installed
+    QString m_storedMirelVersion;            ///< of the device software that last migrated
+    bool m_targetTakenFromAlternate = false; ///< the command line gave no target
+    bool m_migrationNeeded = false;          ///< the database was not at the target at the start
+    QString m_platform;                      ///< the hardware platform's name
 };

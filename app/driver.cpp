@@ -22,7 +22,7 @@ void DatabaseMigrator::runMigration()
 }
 
 // Both walks follow the registries, not the current version: a step that fails stops nothing, and
-// version numbers that nothing is registered for cost nothing.
+// version numbers without a step cost nothing.
 
 void DatabaseMigrator::migrateForward()
 {
@@ -44,27 +44,16 @@ void DatabaseMigrator::migrateBackward()
 void DatabaseMigrator::updateDatabaseVersion()
 {
     if (m_targetTakenFromAlternate) {
-        // The next run finds another software version than its own and migrates again.
+        // Without a recorded software version the next run migrates again.
         m_softwareVersion.clear();
     }
     const QString version = QString::number(m_currentVersion);
     logMessage(QString("\n*****Updating version in DB to: %1 with software version: %2")
                    .arg(version, m_softwareVersion));
-    executeOrLogError(
+    executeOrLogText(
         QString(
             "UPDATE tableVersion SET version = %1, MirelVersion = '%2' WHERE tableName = 'mainSqlDb'")
             .arg(version, m_softwareVersion));
-    executeOrLogError(QString("UPDATE tableVersion SET version = %1 WHERE tableName = 'altSqlDb'")
-                          .arg(m_alternateVersion));
-}
-
-void DatabaseMigrator::closeForwardStep(
-    bool succeeded, int version, const QString &successLine, const QString &failureLine)
-{
-    if (succeeded) {
-        m_currentVersion = version;
-        logMessage(successLine);
-    } else {
-        logMessage(failureLine);
-    }
+    executeOrLogText(QString("UPDATE tableVersion SET version = %1 WHERE tableName = 'altSqlDb'")
+                         .arg(m_alternateVersion));
 }

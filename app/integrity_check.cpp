@@ -5,23 +5,17 @@
 
 #include <utility>
 
-void DatabaseMigrator::checkDatabaseIntegrity()
+namespace
 {
-    removeForeignKeyViolations();
-    logIntegrityVerdict();
-    removeOrphanedProductConfigurations();
-    reapplyMissingSteps();
-}
-
-void DatabaseMigrator::removeForeignKeyViolations()
+void removeForeignKeyViolations(DatabaseMigrator &migrator)
 {
     QSqlQuery violations = forwardOnlyQuery();
     if (!violations.exec("PRAGMA foreign_key_check;")) {
-        logMessage(violations.lastError().databaseText());
+        migrator.logMessage(violations.lastError().databaseText());
         return;
     }
-    // Within a table the results rise by row and key. In a damaged one the walk can come back to a
-    // row that could not be removed, again and again: it would never end.
+    // Within a table the results rise by row and key. In a damaged table the reading can return again
+    // and again to a row that could not be removed, and would never end.
     QString keptTable;
     std::pair<qint64, int> kept;
     while (violations.next()) {
@@ -33,7 +27,7 @@ void DatabaseMigrator::removeForeignKeyViolations()
             return;
         }
         const QString rowId = QString::number(row.first);
-        if (!executeOrLogDatabaseError(
+        if (!migrator.executeOrLogDatabaseText(
                 QString("DELETE FROM %1 WHERE rowid=%2").arg(table, rowId))) {
             keptTable = table;
             kept = row;
@@ -41,27 +35,27 @@ void DatabaseMigrator::removeForeignKeyViolations()
     }
 }
 
-void DatabaseMigrator::logIntegrityVerdict()
+void logIntegrityVerdict(DatabaseMigrator &migrator)
 {
     QSqlQuery verdict = forwardOnlyQuery();
     if (!verdict.exec("PRAGMA integrity_check;") || !verdict.next()) {
         return;
     }
     if (verdict.value(0).toString() == "ok") {
-        logMessage("Integrity check passed.");
+        migrator.logMessage("Integrity check passed.");
         return;
     }
-    logMessage("Integrity check FAILED! Integrity check results...");
-    // Kept on purpose, shipped devices rely on it: it asks for further result sets, not for rows,
-    // and SQLite never has any, so the header stands alone.
+    migrator.logMessage("Integrity check FAILED! Integrity check results...");
+    // Kept on purpose: it asks for further result sets, not for rows. SQLite never has any, so the
+    // header is the only line.
     while (verdict.nextResult()) {
-        logMessage(verdict.value(0).toString());
+        migrator.logMessage(verdict.value(0).toString());
     }
 }
 
-void DatabaseMigrator::removeOrphanedProductConfigurations()
+void removeOrphanedProductConfigurations(DatabaseMigrator &migrator)
 {
-    executeOrLogDatabaseError(
+    migrator.executeOrLogDatabaseText(
         "DELETE FROM PC_ProductConfig WHERE id NOT IN    "
         "(SELECT ProductConfigId FROM PC_MixToProductConfigBridge INNER JOIN PC_ProductConfig     "
         "ON PC_ProductConfig.id=PC_MixToProductConfigBridge.productConfigId "
@@ -75,19 +69,28 @@ void DatabaseMigrator::removeOrphanedProductConfigurations()
         "ON PC_ProductConfig.id=PC_ProductConfigToMachineConfigBridge.activeProductConfigId "
         "AND PC_ProductConfigToMachineConfigBridge.machineConfigId IS NOT NULL    );",
         "Failure 1 while removing extraneous product config data. Error was: ");
-    executeOrLogDatabaseError(
+    migrator.executeOrLogDatabaseText(
         "DELETE FROM PC_MixToProductConfigBridge WHERE productConfigId IN"
         "(SELECT PC_MixToProductConfigBridge.productConfigId FROM PC_MixToProductConfigBridge "
         "WHERE PC_MixToProductConfigBridge.productConfigId NOT IN     "
         "( SELECT id FROM PC_ProductConfig ));",
         "Failure 2 while removing extraneous product config data. Error was: ");
-    executeOrLogDatabaseError(
+    migrator.executeOrLogDatabaseText(
         "DELETE FROM PC_PlanterVarietyToProductConfigBridge WHERE productConfigId IN"
         "(SELECT PC_PlanterVarietyToProductConfigBridge.productConfigId "
         "FROM PC_PlanterVarietyToProductConfigBridge "
         "WHERE PC_PlanterVarietyToProductConfigBridge.productConfigId NOT IN    "
         "(SELECT id FROM PC_ProductConfig));",
         "Failure 3 while removing extraneous product config data. Error was: ");
+}
+} // namespace
+
+void DatabaseMigrator::checkDatabaseIntegrity()
+{
+    removeForeignKeyViolations(*this);
+    logIntegrityVerdict(*this);
+    removeOrphanedProductConfigurations(*this);
+    reapplyMissingSteps();
 }
 
 void DatabaseMigrator::reapplyMissingSteps()

@@ -2,8 +2,8 @@
 
 namespace
 {
-// The toolkit warns of every statement on a connection that is not open and of every empty one.
-// Nobody reads the terminal of a field computer: what there is to say stands in the log.
+// Qt prints a warning for every empty statement and for every statement on a closed connection. A
+// field computer has no terminal that somebody reads; the log says everything.
 void discardMessage(QtMsgType, const QMessageLogContext &, const QString &) {}
 } // namespace
 
@@ -15,8 +15,7 @@ int main(int argc, char **argv)
         migrator.syncPartNumber();
         migrator.runMigration();
     } catch (...) {
-        // Without a handler the stack would not be unwound: the connection and the log would stay
-        // open.
+        // Without a handler the stack need not be unwound: the connection and the log would stay open.
         throw;
     }
     return 0;

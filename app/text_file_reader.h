@@ -4,7 +4,8 @@
 #include <QString>
 #include <QTextStream>
 
-/// Reads a text file of the device line by line, as UTF-8 whatever locale the device boots with.
+/// Reads a text file of the device line by line. A byte order mark tells the encoding; without one
+/// it is UTF-8, whatever locale the device boots with.
 class TextFileReader
 {
 public:
@@ -18,7 +19,6 @@ public:
             return false;
         }
         m_stream.setDevice(&m_file);
-        m_stream.setAutoDetectUnicode(false);
         m_stream.setCodec("UTF-8");
         return true;
     }

@@ -51,7 +51,8 @@ void DatabaseMigrator::syncPartNumber()
     if (storedPartNumber.compare(filePartNumber, Qt::CaseInsensitive) == 0) {
         return;
     }
-    // The id goes in as it came from the file: without one the statement fails, which is all right.
-    execute(QString("UPDATE registrationInfo SET partNumber = '%1' WHERE fieldComputerId = %2")
-                .arg(filePartNumber, m_fieldComputerId));
+    // The id is used as it came from the file. Without an id the statement fails, which is required.
+    executeQuietly(
+        QString("UPDATE registrationInfo SET partNumber = '%1' WHERE fieldComputerId = %2")
+            .arg(filePartNumber, m_fieldComputerId));
 }

@@ -5,7 +5,7 @@
 
 namespace
 {
-// A script on one line is read piece by piece, so that only its statements cost memory.
+// A script on one line is read piece by piece: only its statements cost memory.
 constexpr qint64 longestPiece = 65536;
 } // namespace
 
@@ -15,8 +15,8 @@ void DatabaseMigrator::runSqlScript(const QString &path)
     if (!script.open()) {
         return;
     }
-    // Kept on purpose, shipped devices rely on it: lines are joined with nothing between them, and
-    // a ";" ends a statement wherever it stands, also within a literal or a trigger's body.
+    // Kept on purpose: lines are joined with nothing between them, and every ";" ends a statement,
+    // even in a literal or a trigger's body.
     QString pending;
     QString line;
     while (script.readLine(&line, longestPiece)) {
@@ -27,8 +27,8 @@ void DatabaseMigrator::runSqlScript(const QString &path)
         QStringList statements = pending.split(';');
         pending = statements.takeLast();
         for (const QString &statement : qAsConst(statements)) {
-            executeOrLogError(statement);
+            executeOrLogText(statement);
         }
     }
-    executeOrLogError(pending);
+    executeOrLogText(pending);
 }

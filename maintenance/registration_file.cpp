@@ -24,7 +24,7 @@ bool isAbsurd(const QString &xml)
     // A "(" counts as a tag: the parser recurses into the groups of a content model as well.
     const qint64 tags = xml.count('<') + xml.count('(');
     // Every reference to a declared entity could repeat the whole file, and the parser looks for
-    // every entity in every other one; one that is made of others it keeps short itself.
+    // every entity in every other one. It limits entities made of other entities itself.
     const qint64 declarations = xml.count("<!ENTITY");
     const qint64 references = declarations > 0 ? xml.count('&') + xml.count('%') : 0;
     const qint64 repetitions = 1 + declarations + references;

@@ -1,5 +1,8 @@
 #include "app/database_migrator.h"
+#include "schema/limited_walk.h"
 #include "schema/statements.h"
+
+// ---- Version 13: acceptance of the end-user agreement. ------------------------------------------
 
 void DatabaseMigrator::updateToVersion13()
 {
@@ -16,8 +19,8 @@ void DatabaseMigrator::updateToVersion13()
 
 void DatabaseMigrator::revertFromVersion13()
 {
-    // Kept on purpose, shipped devices rely on it: drops two tables that the forward step never
-    // touches, and does not re-create the one that it dropped.
+    // Kept on purpose: drops two tables that the forward step never touches, and does not re-create
+    // the one that it dropped.
     const bool succeeded = allSucceeded({
         dropTable("SoftwareVersion"),
         dropTable("SoftwareUpdates"),
@@ -33,10 +36,13 @@ bool DatabaseMigrator::getUpdate13Applied() const
     return getTableInfo("userProfiles").columnNames.contains("acceptedEULA");
 }
 
+// ---- Version 14: GPS filter level in the preferred solutions. -----------------------------------
+
 void DatabaseMigrator::updateToVersion14()
 {
+    const bool succeeded = addColumn("preferredGpsSolutions", "filterLevel", "INTEGER DEFAULT 1");
     closeForwardStep(
-        addColumn("preferredGpsSolutions", "filterLevel", "INTEGER DEFAULT 1"),
+        succeeded,
         14,
         "Migration to version 14 was successful.",
         "Migration to version 14 FAILED!");
@@ -56,10 +62,14 @@ bool DatabaseMigrator::getUpdate14Applied() const
     return solutions.createText.isEmpty() || solutions.columnNames.contains("filterLevel");
 }
 
+// ---- Version 15: ECU offsets of section groups. -------------------------------------------------
+
 void DatabaseMigrator::updateToVersion15()
 {
+    const bool succeeded =
+        addColumn("MC_EquipmentSectionGroup", "useEcuOffsets", "BOOLEAN DEFAULT 1");
     closeForwardStep(
-        addColumn("MC_EquipmentSectionGroup", "useEcuOffsets", "BOOLEAN DEFAULT 1"),
+        succeeded,
         15,
         "Migration to version 15 was successful.",
         "Migration to version 15 FAILED!");
@@ -74,24 +84,24 @@ void DatabaseMigrator::revertFromVersion15()
 
 bool DatabaseMigrator::getUpdate15Applied() const
 {
-    // Kept on purpose, shipped devices rely on it: unlike version 14, a missing table counts as a
-    // missing change.
+    // Kept on purpose: unlike version 14, a missing table counts as a missing change.
     return getTableInfo("MC_EquipmentSectionGroup").columnNames.contains("useEcuOffsets");
 }
 
+// ---- Version 16: full locale codes for the language of the user profiles. -----------------------
+
 void DatabaseMigrator::updateToVersion16()
 {
-    // Kept on purpose, shipped devices rely on it: SQLite takes a text in double quotes that names
-    // no column as a text.
+    // Kept on purpose: SQLite reads a name in double quotes as a text if there is no such column.
     const bool succeeded = allSucceeded({
-        execute(R"(UPDATE UserProfiles SET language = "en-US" WHERE language = "en")"),
-        execute(R"(UPDATE UserProfiles SET language = "es-ES" WHERE language = "es")"),
-        execute(R"(UPDATE UserProfiles SET language = "fr-FR" WHERE language = "fr")"),
-        execute(R"(UPDATE UserProfiles SET language = "de-DE" WHERE language = "de")"),
-        execute(R"(UPDATE UserProfiles SET language = "ru-RU" WHERE language = "ru")"),
-        execute(R"(UPDATE UserProfiles SET language = "pt-BR" WHERE language = "pt")"),
-        // Kept on purpose, shipped devices rely on it: fails where the table has gone already.
-        execute("DROP TABLE languages"),
+        executeQuietly(R"(UPDATE UserProfiles SET language = "en-US" WHERE language = "en")"),
+        executeQuietly(R"(UPDATE UserProfiles SET language = "es-ES" WHERE language = "es")"),
+        executeQuietly(R"(UPDATE UserProfiles SET language = "fr-FR" WHERE language = "fr")"),
+        executeQuietly(R"(UPDATE UserProfiles SET language = "de-DE" WHERE language = "de")"),
+        executeQuietly(R"(UPDATE UserProfiles SET language = "ru-RU" WHERE language = "ru")"),
+        executeQuietly(R"(UPDATE UserProfiles SET language = "pt-BR" WHERE language = "pt")"),
+        // Kept on purpose: fails when the table is already gone.
+        executeQuietly("DROP TABLE languages"),
     });
     closeForwardStep(
         succeeded,
@@ -102,15 +112,15 @@ void DatabaseMigrator::updateToVersion16()
 
 void DatabaseMigrator::revertFromVersion16()
 {
-    execute(R"(UPDATE UserProfiles SET language = "en" WHERE language = "en-US")");
-    execute(R"(UPDATE UserProfiles SET language = "es" WHERE language = "es-ES")");
-    execute(R"(UPDATE UserProfiles SET language = "fr" WHERE language = "fr-FR")");
-    // Kept on purpose, shipped devices rely on it: the forward step never writes this one.
-    execute(R"(UPDATE UserProfiles SET language = "fr" WHERE language = "fr-CA")");
-    execute(R"(UPDATE UserProfiles SET language = "de" WHERE language = "de-DE")");
-    execute(R"(UPDATE UserProfiles SET language = "ru" WHERE language = "ru-RU")");
-    execute(R"(UPDATE UserProfiles SET language = "pt" WHERE language = "pt-BR")");
-    // Kept on purpose, shipped devices rely on it: the table of languages is not re-created.
+    executeQuietly(R"(UPDATE UserProfiles SET language = "en" WHERE language = "en-US")");
+    executeQuietly(R"(UPDATE UserProfiles SET language = "es" WHERE language = "es-ES")");
+    executeQuietly(R"(UPDATE UserProfiles SET language = "fr" WHERE language = "fr-FR")");
+    // Kept on purpose: the forward step never writes this one.
+    executeQuietly(R"(UPDATE UserProfiles SET language = "fr" WHERE language = "fr-CA")");
+    executeQuietly(R"(UPDATE UserProfiles SET language = "de" WHERE language = "de-DE")");
+    executeQuietly(R"(UPDATE UserProfiles SET language = "ru" WHERE language = "ru-RU")");
+    executeQuietly(R"(UPDATE UserProfiles SET language = "pt" WHERE language = "pt-BR")");
+    // Kept on purpose: the table of languages is not re-created.
     m_currentVersion = 15;
 }
 
@@ -119,12 +129,15 @@ bool DatabaseMigrator::getUpdate16Applied() const
     return !tableExists("languages");
 }
 
+// ---- Version 17: the internal GPS receiver's settings become those of supported receivers. ------
+
 void DatabaseMigrator::updateToVersion17()
 {
-    // Kept on purpose, shipped devices rely on it: the column is added also where the rename failed,
-    // and its type has square brackets.
+    // Kept on purpose: the column is added even if the rename failed, and its type has square
+    // brackets.
     const bool succeeded = allSucceeded({
-        execute("ALTER TABLE internalGpsReceiverSettings RENAME TO supportedHarloReceiverSettings"),
+        executeQuietly(
+            "ALTER TABLE internalGpsReceiverSettings RENAME TO supportedHarloReceiverSettings"),
         addColumn("supportedHarloReceiverSettings", "firmwareVersion", "VARCHAR[40]"),
     });
     closeForwardStep(
@@ -136,22 +149,26 @@ void DatabaseMigrator::updateToVersion17()
 
 void DatabaseMigrator::revertFromVersion17()
 {
-    // Kept on purpose, shipped devices rely on it: counts as done whatever fails.
+    // Kept on purpose: counts as done whatever fails.
     dropColumnSaveParameters("supportedHarloReceiverSettings", "firmwareVersion");
-    execute("ALTER TABLE supportedHarloReceiverSettings RENAME TO internalGpsReceiverSettings");
+    executeQuietly(
+        "ALTER TABLE supportedHarloReceiverSettings RENAME TO internalGpsReceiverSettings");
     m_currentVersion = 16;
 }
 
 bool DatabaseMigrator::getUpdate17Applied() const
 {
-    // Kept on purpose, shipped devices rely on it: only the old table is looked for, in this case.
+    // Kept on purpose: looks only for the old table, in exactly this letter case.
     return !tableExists("internalGpsReceiverSettings");
 }
 
+// ---- Version 18: guidance type of job profiles. -------------------------------------------------
+
 void DatabaseMigrator::updateToVersion18()
 {
+    const bool succeeded = addColumn("JP_JobProfile", "guidanceType", "INTEGER DEFAULT 2");
     closeForwardStep(
-        addColumn("JP_JobProfile", "guidanceType", "INTEGER DEFAULT 2"),
+        succeeded,
         18,
         "Migration to version 18 was successful.",
         "Migration to version 18 FAILED!");
@@ -169,9 +186,11 @@ bool DatabaseMigrator::getUpdate18Applied() const
     return getTableInfo("JP_JobProfile").columnNames.contains("guidanceType");
 }
 
+// ---- Version 19: the on-screen switchbox per machine configuration. -----------------------------
+
 void DatabaseMigrator::updateToVersion19()
 {
-    if (!execute(
+    if (!executeQuietly(
             "CREATE TABLE IF NOT EXISTS onScreenSwitchboxToMachineMapping("
             "machineConfigId INTEGER PRIMARY KEY, boomStringRepresentation TEXT, "
             "FOREIGN KEY (machineConfigId) REFERENCES MC_MachineConfig(id) ON DELETE CASCADE)")) {
@@ -179,25 +198,25 @@ void DatabaseMigrator::updateToVersion19()
         return;
     }
     LimitedWalk machineConfigs;
-    // Kept on purpose, shipped devices rely on it: without that table there is nothing to map.
+    // Kept on purpose: a missing table is no failure, there is nothing to map.
     if (machineConfigs.exec("SELECT DISTINCT machineConfigId FROM onScreenSwitchboxConfig")) {
         bool machineConfigsMapped = true;
         while (machineConfigs.next()) {
             const QString machineConfigId = QString::number(machineConfigs.value(0).toLongLong());
             machineConfigsMapped &=
-                execute(QString("INSERT OR REPLACE INTO onScreenSwitchboxToMachineMapping "
-                                "(machineConfigId,boomStringRepresentation) "
-                                "VALUES('%1', 'Invalid Configuration')")
-                            .arg(machineConfigId));
+                executeQuietly(QString("INSERT OR REPLACE INTO onScreenSwitchboxToMachineMapping "
+                                       "(machineConfigId,boomStringRepresentation) "
+                                       "VALUES('%1', 'Invalid Configuration')")
+                                   .arg(machineConfigId));
         }
-        machineConfigsMapped &= readToTheEnd(machineConfigs);
+        const bool machineConfigsRead = machineConfigs.readToTheEnd();
         machineConfigs.finish();
-        if (!machineConfigsMapped) {
+        if (!machineConfigsMapped || !machineConfigsRead) {
             logMessage("Migration to version 19 FAILED!");
             return;
         }
     }
-    // Kept on purpose, shipped devices rely on it: tables that cannot be dropped are no failure.
+    // Kept on purpose: tables that cannot be dropped are no failure.
     dropTable("onScreenSwitchboxConfig");
     dropTable("onScreenSwitchboxSwitchLabels");
     logMessage("Migration to version 19 was successful.");
@@ -206,7 +225,7 @@ void DatabaseMigrator::updateToVersion19()
 
 void DatabaseMigrator::revertFromVersion19()
 {
-    // Kept on purpose, shipped devices rely on it: the tables of version 12 are not re-created.
+    // Kept on purpose: the tables of version 12 are not re-created.
     dropTable("onScreenSwitchboxConfig");
     dropTable("onScreenSwitchboxSwitchLabels");
     dropTable("onScreenSwitchboxToMachineMapping");
@@ -219,15 +238,16 @@ bool DatabaseMigrator::getUpdate19Applied() const
     if (!tableExists("onScreenSwitchboxSwitchLabels")) {
         return mappingExists;
     }
-    // Kept on purpose, shipped devices rely on it: labels with a switch state are not those that
-    // version 12 made.
+    // Kept on purpose: labels with a switch state are not those that version 12 made.
     return mappingExists &&
            getTableInfo("onScreenSwitchboxSwitchLabels").columnNames.contains("switchState");
 }
 
+// ---- Version 20: backing-up warning and audio volume in the user profiles. ----------------------
+
 void DatabaseMigrator::updateToVersion20()
 {
-    // Kept on purpose, shipped devices rely on it: columns that are already there are set again.
+    // Kept on purpose: columns that are already there are set again.
     const bool succeeded = allSucceeded({
         addColumnIfNotExists("userProfiles", "audibleBackingUpWarningEnabled", "BOOLEAN"),
         addColumnIfNotExists("userProfiles", "audioVolumePercent", "REAL"),

@@ -1,6 +1,8 @@
 #include "app/database_migrator.h"
 #include "schema/statements.h"
 
+// ---- Version 22: ISO identifiers and names of growers, farms and fields. ------------------------
+
 void DatabaseMigrator::updateToVersion22()
 {
     const bool succeeded = allSucceeded({
@@ -42,8 +44,8 @@ bool DatabaseMigrator::getUpdate22Applied() const
         if (info.createText.isEmpty()) {
             continue;
         }
-        // Version 25 gives the name column another name. Kept on purpose, shipped devices rely on
-        // it: tables that are not there have nothing missing.
+        // Version 25 renames isoName to originalName. Kept on purpose: a missing table has nothing
+        // missing.
         const bool nameExists =
             info.columnNames.contains("isoName") || info.columnNames.contains("originalName");
         if (!info.columnNames.contains("isoId") || !nameExists) {
@@ -56,6 +58,8 @@ bool DatabaseMigrator::getUpdate22Applied() const
     return true;
 }
 
+// ---- Version 23: mix set-up of product control. -------------------------------------------------
+
 void DatabaseMigrator::updateToVersion23()
 {
     const bool succeeded = allSucceeded({
@@ -66,7 +70,7 @@ void DatabaseMigrator::updateToVersion23()
         addColumnIfNotExists("PC_IngredientToMixBridge", "rate", "REAL"),
         addColumnIfNotExists("PC_IngredientToMixBridge", "displayUnit", "INTEGER", "0"),
         addColumnIfNotExists("productControl_userProfile", "mixSetupMode", "INTEGER"),
-        // The display units below take over the units as renumbered here.
+        // This comes before the display units below, which copy the new numbers.
         setColumnValue("PC_Ingredient", "unit", "2", "unit=1"),
         setColumnValue(
             "PC_IngredientToMixBridge",
@@ -98,7 +102,7 @@ void DatabaseMigrator::revertFromVersion23()
         dropColumnSaveParameters("PC_IngredientToMixBridge", "rate"),
         dropColumnSaveParameters("PC_IngredientToMixBridge", "displayUnit"),
         dropColumnSaveParameters("productControl_userProfile", "mixSetupMode"),
-        // Kept on purpose, shipped devices rely on it: not the inverse of the forward step.
+        // Kept on purpose: not the inverse of the forward step.
         setColumnValue("PC_Ingredient", "unit", "0", "unit=1"),
         setColumnValue("PC_Ingredient", "unit", "1", "unit=2"),
     });
@@ -116,6 +120,8 @@ bool DatabaseMigrator::getUpdate23Applied() const
            mix.contains("totalRate") && bridge.contains("rate") && bridge.contains("displayUnit") &&
            profile.contains("mixSetupMode");
 }
+
+// ---- Version 24: corrected coverage in the Ombrix master settings. ------------------------------
 
 void DatabaseMigrator::updateToVersion24()
 {
@@ -137,8 +143,7 @@ void DatabaseMigrator::updateToVersion24()
 
 void DatabaseMigrator::revertFromVersion24()
 {
-    // Kept on purpose, shipped devices rely on it: the columns go in the reverse order, and a failed
-    // way back has its line.
+    // Kept on purpose: the columns go in the reverse order, and a failed way back has its line.
     const bool succeeded =
         !tableExists("ombrixMasterSettings") ||
         allSucceeded({

@@ -1,21 +1,33 @@
 #include "app/database_migrator.h"
 #include "schema/statements.h"
 
-#include <QDir>
 #include <QSqlError>
 #include <QUuid>
 #include <QVariantList>
 
+#include <filesystem>
+#include <system_error>
+
+#include <unistd.h>
+
+// ---- Version 26: standard deviations of correction services, and an empty pool. -----------------
+
 namespace
 {
-/// Removes the pool's "*.iop" files, in any letter case; directories and hidden files stay. Kept on
-/// purpose, shipped devices rely on it: both directions do, whatever else has failed.
+/// Removes the pool's "*.iop" files, in any letter case; directories and hidden files stay.
+/// Kept on purpose: both directions remove them, even if the step failed.
 void removePoolFiles()
 {
-    QDir pool("/usr/bin/harlo/pool", "*.iop", QDir::NoSort, QDir::Files);
-    const QStringList files = pool.entryList();
-    for (const QString &file : files) {
-        pool.remove(file);
+    // Qt's list of a directory leaves out names that are no valid UTF-8.
+    std::error_code ignored;
+    std::filesystem::directory_iterator file("/usr/bin/harlo/pool", ignored);
+    while (file != std::filesystem::directory_iterator()) {
+        const QByteArray name = file->path().filename().c_str();
+        if (name.toLower().endsWith(".iop") && !name.startsWith('.') &&
+            file->is_regular_file(ignored)) {
+            unlink(file->path().c_str());
+        }
+        file.increment(ignored);
     }
 }
 } // namespace
@@ -46,7 +58,7 @@ void DatabaseMigrator::revertFromVersion26()
     if (columnsDropped) {
         m_currentVersion = 25;
     } else {
-        // Kept on purpose, shipped devices rely on it: two exclamation marks on the way back.
+        // Kept on purpose: two exclamation marks on the way back.
         logMessage("Reverting from version 26 FAILED!!");
     }
 }
@@ -58,22 +70,26 @@ bool DatabaseMigrator::getUpdate26Applied() const
            columnExists("supportedHarloReceiverSettings", "terraStarL_STD_DEV");
 }
 
+// ---- Version 27: a primary key for the ingredients of a mix. ------------------------------------
+
 void DatabaseMigrator::updateToVersion27()
 {
     if (!getUpdate27Applied()) {
-        // Kept on purpose, shipped devices rely on it: all four run, also after a failure, and a
-        // half-done rebuild stays as it is.
+        // Kept on purpose: all four run, even after a failure, and a half-done rebuild is left as it
+        // is.
         const bool tableRebuilt = allSucceeded({
-            execute("CREATE TABLE IF NOT EXISTS PC_IngredientToMixBridge_temp (mixId INTEGER, "
-                    "productId INTEGER, quantity REAL, rate REAL,displayUnit INTEGER DEFAULT 0,"
-                    "FOREIGN KEY (mixId) REFERENCES PC_Mix(id) ON DELETE CASCADE, "
-                    "FOREIGN KEY (productId) REFERENCES PC_Ingredient(id) ON DELETE CASCADE, "
-                    "PRIMARY KEY (mixId, productId) )"),
-            execute("INSERT INTO PC_IngredientToMixBridge_temp "
-                    "SELECT mixId, productId, quantity, rate, displayUnit "
-                    "FROM PC_IngredientToMixBridge;"),
-            execute("DROP TABLE PC_IngredientToMixBridge"),
-            execute("ALTER TABLE PC_IngredientToMixBridge_temp RENAME TO PC_IngredientToMixBridge"),
+            executeQuietly(
+                "CREATE TABLE IF NOT EXISTS PC_IngredientToMixBridge_temp (mixId INTEGER, "
+                "productId INTEGER, quantity REAL, rate REAL,displayUnit INTEGER DEFAULT 0,"
+                "FOREIGN KEY (mixId) REFERENCES PC_Mix(id) ON DELETE CASCADE, "
+                "FOREIGN KEY (productId) REFERENCES PC_Ingredient(id) ON DELETE CASCADE, "
+                "PRIMARY KEY (mixId, productId) )"),
+            executeQuietly("INSERT INTO PC_IngredientToMixBridge_temp "
+                           "SELECT mixId, productId, quantity, rate, displayUnit "
+                           "FROM PC_IngredientToMixBridge;"),
+            executeQuietly("DROP TABLE PC_IngredientToMixBridge"),
+            executeQuietly(
+                "ALTER TABLE PC_IngredientToMixBridge_temp RENAME TO PC_IngredientToMixBridge"),
         });
         if (!tableRebuilt) {
             logMessage("Migration to version 27 FAILED!");
@@ -86,7 +102,7 @@ void DatabaseMigrator::updateToVersion27()
 
 void DatabaseMigrator::revertFromVersion27()
 {
-    // Kept on purpose, shipped devices rely on it: the table keeps its primary key.
+    // Kept on purpose: the table keeps its primary key.
     m_currentVersion = 26;
 }
 
@@ -96,11 +112,14 @@ bool DatabaseMigrator::getUpdate27Applied() const
     return positions.size() - positions.count("0") == 2;
 }
 
+// ---- Version 28: the camera's reverse pop-up. ---------------------------------------------------
+
 void DatabaseMigrator::updateToVersion28()
 {
+    const bool succeeded = addColumnIfNotExists(
+        "VideoCaptureConfigurationSetup", "cameraReversePopupEnabled", "INTEGER", "0");
     closeForwardStep(
-        addColumnIfNotExists(
-            "VideoCaptureConfigurationSetup", "cameraReversePopupEnabled", "INTEGER", "0"),
+        succeeded,
         28,
         "Migration to version 28 was successful.",
         "Migration to version 28 FAILED!");
@@ -108,8 +127,7 @@ void DatabaseMigrator::updateToVersion28()
 
 void DatabaseMigrator::revertFromVersion28()
 {
-    // Kept on purpose, shipped devices rely on it: of the steps around it only this one and version
-    // 29 tell of a successful way back.
+    // Kept on purpose: only this step and version 29 log that the way back was successful.
     if (dropColumnSaveParameters("VideoCaptureConfigurationSetup", "cameraReversePopupEnabled")) {
         m_currentVersion = 27;
         logMessage("Reverting from version 28 was successful.");
@@ -123,35 +141,29 @@ bool DatabaseMigrator::getUpdate28Applied() const
     return columnExists("VideoCaptureConfigurationSetup", "cameraReversePopupEnabled");
 }
 
-void DatabaseMigrator::updateToVersion29()
-{
-    if (!getUpdate29Applied()) {
-        renameReverseSenseToHardwired();
-    }
-    // Kept on purpose, shipped devices rely on it: a dropped table counts as migrated, because the
-    // device software creates it anew.
-    m_currentVersion = 29;
-    logMessage("Migration to version 29 was successful.");
-}
+// ---- Version 29: reverse sense is hardwired, no longer remote. ----------------------------------
 
-void DatabaseMigrator::renameReverseSenseToHardwired()
+namespace
 {
-    if (!execute("ALTER TABLE reverseSenseSettings RENAME TO reverseSenseSettings_temp")) {
-        // Kept on purpose, shipped devices rely on it: the line names one table, both go.
-        logMessage(
+void renameReverseSenseToHardwired(DatabaseMigrator &migrator)
+{
+    if (!executeQuietly("ALTER TABLE reverseSenseSettings RENAME TO reverseSenseSettings_temp")) {
+        // Kept on purpose: the line names one table, but both are dropped.
+        migrator.logMessage(
             "Could not rename table to reverseSenseSettings_temp. Dropping temp table to allow Mirel to create new empty table.");
-        dropTable("reverseSenseSettings");
-        dropTable("reverseSenseSettings_temp");
+        migrator.dropTable("reverseSenseSettings");
+        migrator.dropTable("reverseSenseSettings_temp");
         return;
     }
-    if (!execute("CREATE TABLE IF NOT EXISTS reverseSenseSettings ("
-                 "mc_sqlId INTEGER PRIMARY KEY NOT NULL,"
-                 "enableHardwiredReverseSense INTEGER NOT NULL,"
-                 "overrideHardwiredReverseSenseDefaultDirection INTEGER NOT NULL)")) {
-        if (!execute("ALTER TABLE reverseSenseSettings_temp RENAME TO reverseSenseSettings")) {
-            logMessage(
+    if (!executeQuietly("CREATE TABLE IF NOT EXISTS reverseSenseSettings ("
+                        "mc_sqlId INTEGER PRIMARY KEY NOT NULL,"
+                        "enableHardwiredReverseSense INTEGER NOT NULL,"
+                        "overrideHardwiredReverseSenseDefaultDirection INTEGER NOT NULL)")) {
+        if (!executeQuietly(
+                "ALTER TABLE reverseSenseSettings_temp RENAME TO reverseSenseSettings")) {
+            migrator.logMessage(
                 "Could not rename table back to reverseSenseSettings while attempting to clean up upgrade failure. Dropping temp table to allow Mirel to create new empty table.");
-            dropTable("reverseSenseSettings_temp");
+            migrator.dropTable("reverseSenseSettings_temp");
         }
         return;
     }
@@ -160,59 +172,72 @@ void DatabaseMigrator::renameReverseSenseToHardwired()
                    "overrideHardwiredReverseSenseDefaultDirection)"
                    "SELECT mc_sqlId, enableRemoteReverseSense, "
                    "overrideRemoteReverseSenseDefaultDirection FROM reverseSenseSettings_temp")) {
-        dropTable("reverseSenseSettings");
-        logMessage(
+        migrator.dropTable("reverseSenseSettings");
+        migrator.logMessage(
             "Failed inserting data from reverseSenseSettings_temp into new reverseSenseSettings.  Error was " +
             copy.lastError().databaseText());
     }
-    dropTable("reverseSenseSettings_temp");
+    migrator.dropTable("reverseSenseSettings_temp");
+}
+
+bool renameReverseSenseToRemote(DatabaseMigrator &migrator)
+{
+    // Kept on purpose: no probe is asked. If the columns are already remote, they cannot be copied
+    // and the table is dropped.
+    if (!executeQuietly("ALTER TABLE reverseSenseSettings RENAME TO reverseSenseSettings_temp")) {
+        migrator.logMessage(
+            "Could not rename table to reverseSenseSettings_temp. Attempting to drop both tables to allow Mirel to create new empty table.");
+        migrator.dropTable("reverseSenseSettings");
+        migrator.dropTable("reverseSenseSettings_temp");
+        return false;
+    }
+    if (!executeQuietly("CREATE TABLE IF NOT EXISTS reverseSenseSettings ("
+                        "mc_sqlId INTEGER PRIMARY KEY NOT NULL,"
+                        "enableRemoteReverseSense INTEGER NOT NULL,"
+                        "overrideRemoteReverseSenseDefaultDirection INTEGER NOT NULL)")) {
+        if (!executeQuietly(
+                "ALTER TABLE reverseSenseSettings_temp RENAME TO reverseSenseSettings")) {
+            migrator.logMessage(
+                "Could not rename table back to reverseSenseSettings while attempting to clean up revert failure. Dropping temp table to allow Mirel to create new empty table.");
+            migrator.dropTable("reverseSenseSettings_temp");
+        }
+        return false;
+    }
+    const bool rowsCopied = executeQuietly(
+        "INSERT INTO reverseSenseSettings(mc_sqlId, enableRemoteReverseSense, "
+        "overrideRemoteReverseSenseDefaultDirection)"
+        "SELECT mc_sqlId, enableHardwiredReverseSense, "
+        "overrideHardwiredReverseSenseDefaultDirection FROM reverseSenseSettings_temp");
+    if (!rowsCopied) {
+        // Kept on purpose: no error text, unlike the forward step.
+        migrator.dropTable("reverseSenseSettings");
+        migrator.logMessage(
+            "Failed inserting data from reverseSenseSettings_temp into new reverseSenseSettings");
+    }
+    migrator.dropTable("reverseSenseSettings_temp");
+    return rowsCopied;
+}
+} // namespace
+
+void DatabaseMigrator::updateToVersion29()
+{
+    if (!getUpdate29Applied()) {
+        renameReverseSenseToHardwired(*this);
+    }
+    // Kept on purpose: a dropped table counts as migrated, because the device software creates it
+    // again.
+    m_currentVersion = 29;
+    logMessage("Migration to version 29 was successful.");
 }
 
 void DatabaseMigrator::revertFromVersion29()
 {
-    if (renameReverseSenseToRemote()) {
+    if (renameReverseSenseToRemote(*this)) {
         m_currentVersion = 28;
         logMessage("Reverting from version 29 was successful.");
     } else {
         logMessage("Reverting from version 29 FAILED!!");
     }
-}
-
-bool DatabaseMigrator::renameReverseSenseToRemote()
-{
-    // Kept on purpose, shipped devices rely on it: no probe is asked, so that columns which are
-    // remote already cannot be copied and the table goes.
-    if (!execute("ALTER TABLE reverseSenseSettings RENAME TO reverseSenseSettings_temp")) {
-        logMessage(
-            "Could not rename table to reverseSenseSettings_temp. Attempting to drop both tables to allow Mirel to create new empty table.");
-        dropTable("reverseSenseSettings");
-        dropTable("reverseSenseSettings_temp");
-        return false;
-    }
-    if (!execute("CREATE TABLE IF NOT EXISTS reverseSenseSettings ("
-                 "mc_sqlId INTEGER PRIMARY KEY NOT NULL,"
-                 "enableRemoteReverseSense INTEGER NOT NULL,"
-                 "overrideRemoteReverseSenseDefaultDirection INTEGER NOT NULL)")) {
-        if (!execute("ALTER TABLE reverseSenseSettings_temp RENAME TO reverseSenseSettings")) {
-            logMessage(
-                "Could not rename table back to reverseSenseSettings while attempting to clean up revert failure. Dropping temp table to allow Mirel to create new empty table.");
-            dropTable("reverseSenseSettings_temp");
-        }
-        return false;
-    }
-    const bool rowsCopied =
-        execute("INSERT INTO reverseSenseSettings(mc_sqlId, enableRemoteReverseSense, "
-                "overrideRemoteReverseSenseDefaultDirection)"
-                "SELECT mc_sqlId, enableHardwiredReverseSense, "
-                "overrideHardwiredReverseSenseDefaultDirection FROM reverseSenseSettings_temp");
-    if (!rowsCopied) {
-        // Kept on purpose, shipped devices rely on it: no error text, unlike on the way forward.
-        dropTable("reverseSenseSettings");
-        logMessage(
-            "Failed inserting data from reverseSenseSettings_temp into new reverseSenseSettings");
-    }
-    dropTable("reverseSenseSettings_temp");
-    return rowsCopied;
 }
 
 bool DatabaseMigrator::getUpdate29Applied() const
@@ -221,10 +246,13 @@ bool DatabaseMigrator::getUpdate29Applied() const
            columnExists("reverseSenseSettings", "overrideHardwiredReverseSenseDefaultDirection");
 }
 
+// ---- Version 30: the wireless switch. -----------------------------------------------------------
+
 void DatabaseMigrator::updateToVersion30()
 {
+    const bool succeeded = addColumnIfNotExists("systemControl", "wirelessEnabled", "BOOLEAN", "0");
     closeForwardStep(
-        addColumnIfNotExists("systemControl", "wirelessEnabled", "BOOLEAN", "0"),
+        succeeded,
         30,
         "Migration to version 30 was successful.",
         "Migration to version 30 FAILED!");
@@ -242,37 +270,11 @@ bool DatabaseMigrator::getUpdate30Applied() const
     return columnExists("systemControl", "wirelessEnabled");
 }
 
-void DatabaseMigrator::updateToVersion31()
-{
-    for (const QString table : {"PC_Carrier", "PC_Mix", "PC_PlanterVariety"}) {
-        // Kept on purpose, shipped devices rely on it: only filling the column can fail.
-        addColumnIfNotExists(table, "uuid", "TEXT");
-        if (!fillUuids(table)) {
-            logMessage(
-                QString("Migration to version 31 FAILED! Failed to add and populate %1 uuid column")
-                    .arg(table));
-            return;
-        }
-    }
-    // Kept on purpose, shipped devices rely on it: the default carriers' identifiers have no
-    // braces, they replace whatever these carriers had, and there is none for carrier 7.
-    const bool carriersIdentified = allSucceeded({
-        execute("UPDATE PC_Carrier SET uuid = '6925f16e-e25c-4768-bc50-8885c4baaa8f' WHERE id = 1"),
-        execute("UPDATE PC_Carrier SET uuid = '6f5e4750-b686-4d5a-ac6f-0dc2e3099b34' WHERE id = 2"),
-        execute("UPDATE PC_Carrier SET uuid = '0cdc8424-a0a6-4b01-aa23-8a6fe777f9db' WHERE id = 3"),
-        execute("UPDATE PC_Carrier SET uuid = 'b502fba8-3905-4e80-a9e4-25656ee30ac2' WHERE id = 4"),
-        execute("UPDATE PC_Carrier SET uuid = 'f036f28b-08cc-46c2-bfa7-1622ccc13636' WHERE id = 5"),
-        execute("UPDATE PC_Carrier SET uuid = 'a35c4042-30d1-4c80-9f89-350805a41ed1' WHERE id = 6"),
-        execute("UPDATE PC_Carrier SET uuid = '9457de07-8236-4840-81d8-e8c9011c0f56' WHERE id = 8"),
-    });
-    closeForwardStep(
-        carriersIdentified,
-        31,
-        "Migration to version 31 was successful.",
-        "Migration to version 31 FAILED! Failed to synch default carrier uuids");
-}
+// ---- Version 31: identifiers of carriers, mixes and planter varieties. --------------------------
 
-bool DatabaseMigrator::fillUuids(const QString &table)
+namespace
+{
+bool fillUuids(const QString &table)
 {
     QVariantList ids;
     QVariantList uuids;
@@ -283,13 +285,51 @@ bool DatabaseMigrator::fillUuids(const QString &table)
         uuids << QUuid::createUuid().toString();
     }
     rows.finish();
-    // Kept on purpose, shipped devices rely on it: the batch decides, and with empty lists it
-    // succeeds even when there is no such table.
+    // Kept on purpose: only the batch decides. With empty lists it succeeds even if there is no such
+    // table.
     QSqlQuery update;
     update.prepare(QString("UPDATE %1 SET uuid=:uuid WHERE id=:id").arg(table));
     update.bindValue(":uuid", uuids);
     update.bindValue(":id", ids);
     return update.execBatch();
+}
+} // namespace
+
+void DatabaseMigrator::updateToVersion31()
+{
+    for (const QString table : {"PC_Carrier", "PC_Mix", "PC_PlanterVariety"}) {
+        // Kept on purpose: the step fails only if the column cannot be filled.
+        addColumnIfNotExists(table, "uuid", "TEXT");
+        if (!fillUuids(table)) {
+            logMessage(
+                QString("Migration to version 31 FAILED! Failed to add and populate %1 uuid column")
+                    .arg(table));
+            return;
+        }
+    }
+    // Kept on purpose: the default carriers' identifiers have no braces, replace whatever these
+    // carriers had, and leave out carrier 7.
+    const bool carriersIdentified = allSucceeded({
+        executeQuietly(
+            "UPDATE PC_Carrier SET uuid = '6925f16e-e25c-4768-bc50-8885c4baaa8f' WHERE id = 1"),
+        executeQuietly(
+            "UPDATE PC_Carrier SET uuid = '6f5e4750-b686-4d5a-ac6f-0dc2e3099b34' WHERE id = 2"),
+        executeQuietly(
+            "UPDATE PC_Carrier SET uuid = '0cdc8424-a0a6-4b01-aa23-8a6fe777f9db' WHERE id = 3"),
+        executeQuietly(
+            "UPDATE PC_Carrier SET uuid = 'b502fba8-3905-4e80-a9e4-25656ee30ac2' WHERE id = 4"),
+        executeQuietly(
+            "UPDATE PC_Carrier SET uuid = 'f036f28b-08cc-46c2-bfa7-1622ccc13636' WHERE id = 5"),
+        executeQuietly(
+            "UPDATE PC_Carrier SET uuid = 'a35c4042-30d1-4c80-9f89-350805a41ed1' WHERE id = 6"),
+        executeQuietly(
+            "UPDATE PC_Carrier SET uuid = '9457de07-8236-4840-81d8-e8c9011c0f56' WHERE id = 8"),
+    });
+    closeForwardStep(
+        carriersIdentified,
+        31,
+        "Migration to version 31 was successful.",
+        "Migration to version 31 FAILED! Failed to synch default carrier uuids");
 }
 
 void DatabaseMigrator::revertFromVersion31()

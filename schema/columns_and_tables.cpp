@@ -5,8 +5,6 @@
 #include <QSqlQuery>
 #include <QSqlRecord>
 
-#include <functional>
-
 bool DatabaseMigrator::tableExists(const QString &table) const
 {
     QSqlQuery query = forwardOnlyQuery();
@@ -24,35 +22,37 @@ bool DatabaseMigrator::columnExists(const QString &table, const QString &column)
 
 TableInfo DatabaseMigrator::getTableInfo(const QString &table) const
 {
-    TableInfo info;
     QSqlQuery query = forwardOnlyQuery();
-    // What a statement that fails on its way has read is of no use: it leaves its part empty.
-    const auto readRows = [&](const QString &statement, const std::function<void()> &readRow) {
-        const TableInfo before = info;
-        bool read = query.exec(statement);
-        while (read && query.next()) {
-            readRow();
-        }
-        if (!readToTheEnd(query)) {
-            info = before;
-            info.readError = query.lastError().text();
-        }
-    };
-    readRows(QString("PRAGMA foreign_key_list('%1')").arg(table), [&] {
-        info.foreignKeyColumns << query.value(3).toString();
-    });
-    readRows(QString("PRAGMA table_info('%1')").arg(table), [&] {
+    QStringList foreignKeyColumns;
+    query.exec(QString("PRAGMA foreign_key_list('%1')").arg(table));
+    while (query.next()) {
+        foreignKeyColumns << query.value(3).toString();
+    }
+    if (!readToTheEnd(query)) {
+        foreignKeyColumns.clear();
+    }
+
+    TableInfo info;
+    query.exec(QString("PRAGMA table_info('%1')").arg(table));
+    while (query.next()) {
         info.columnNames << query.value(1).toString();
         info.columnTypes << query.value(2).toString();
         info.notNullFlags << query.value(3).toString();
         info.defaultValues << query.value(4).toString();
         info.primaryKeyPositions << query.value(5).toString();
-    });
-    if (query.exec(QString("SELECT sql FROM (SELECT * FROM sqlite_master) WHERE tbl_name = '%1'")
-                       .arg(table)) &&
-        query.next()) {
+    }
+    if (!readToTheEnd(query)) {
+        const bool readInPart = !info.columnNames.isEmpty();
+        info = TableInfo();
+        info.readError = readInPart ? query.lastError().text() : QString();
+    }
+    info.foreignKeyColumns = foreignKeyColumns;
+
+    query.exec(
+        QString("SELECT sql FROM (SELECT * FROM sqlite_master) WHERE tbl_name = '%1'").arg(table));
+    if (query.next()) {
         info.createText = query.value(0).toString();
-    } else if (!readToTheEnd(query)) {
+    } else if (!readToTheEnd(query) && !info.columnNames.isEmpty()) {
         info.readError = query.lastError().text();
     }
     return info;
@@ -65,7 +65,7 @@ bool DatabaseMigrator::addColumn(
     if (!defaultValue.isEmpty()) {
         statement += QString(" NOT NULL DEFAULT(%1)").arg(defaultValue);
     }
-    return executeOrLogFailure(
+    return executeOrLogTwoLines(
         statement,
         QString("DatabaseMigrator::addColumn - Failed to add column named %1 to %2")
             .arg(column, table),
@@ -80,11 +80,10 @@ bool DatabaseMigrator::addColumnIfNotExists(
     }
     QString statement = QString("ALTER TABLE %1 ADD COLUMN %2 %3").arg(table, column, type);
     if (!defaultValue.isEmpty()) {
-        // Kept on purpose, shipped devices rely on it: unlike addColumn, neither NOT NULL nor
-        // parentheses.
+        // Kept on purpose: unlike addColumn, neither NOT NULL nor parentheses.
         statement += QString(" DEFAULT %1").arg(defaultValue);
     }
-    return executeOrLogFailure(
+    return executeOrLogTwoLines(
         statement,
         QString("DatabaseMigrator::addColumnIfNotExists - Failed to add column named %1 to %2")
             .arg(column, table),
@@ -98,7 +97,7 @@ bool DatabaseMigrator::setColumnValue(
     if (!condition.isEmpty()) {
         statement += QString(" WHERE %1").arg(condition);
     }
-    return executeOrLogFailure(
+    return executeOrLogTwoLines(
         statement,
         QString("DatabaseMigrator::setColumnValue - Failed to set column named %1 to %2")
             .arg(column, value),
@@ -107,7 +106,7 @@ bool DatabaseMigrator::setColumnValue(
 
 bool DatabaseMigrator::dropTable(const QString &table)
 {
-    return executeOrLogFailure(
+    return executeOrLogTwoLines(
         QString("DROP TABLE IF EXISTS %1").arg(table),
         QString("DatabaseMigrator::dropTable - Failed to drop table named %1").arg(table),
         "DatabaseMigrator::dropTable - %1");

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-bool execute(const QString &sql)
+bool executeQuietly(const QString &sql)
 {
     return QSqlQuery().exec(sql);
 }
@@ -16,6 +16,17 @@ QSqlQuery forwardOnlyQuery()
     return query;
 }
 
+bool executeWith(QSqlQuery &query, const QString &sql, const QMap<QString, QVariant> &values)
+{
+    if (!query.prepare(sql)) {
+        return false;
+    }
+    for (auto value = values.begin(); value != values.end(); ++value) {
+        query.bindValue(value.key(), value.value());
+    }
+    return query.exec();
+}
+
 bool readToTheEnd(const QSqlQuery &rows)
 {
     return !rows.lastError().isValid();
@@ -24,38 +35,13 @@ bool readToTheEnd(const QSqlQuery &rows)
 qint64 countRows(const QString &select, const QMap<QString, QVariant> &values)
 {
     QSqlQuery rows = forwardOnlyQuery();
-    rows.prepare(select);
-    for (auto value = values.begin(); value != values.end(); ++value) {
-        rows.bindValue(value.key(), value.value());
-    }
-    rows.exec();
-    // One by one: a count in SQL would fail where the rows merely break off.
+    executeWith(rows, select, values);
+    // One by one: a count in SQL fails where the reading merely stops early.
     qint64 rowsRead = 0;
     while (rows.next()) {
         ++rowsRead;
     }
     return rowsRead;
-}
-
-LimitedWalk::LimitedWalk()
-{
-    setForwardOnly(true);
-}
-
-bool LimitedWalk::next()
-{
-    if (m_rowsMet > m_limit || !QSqlQuery::next()) {
-        return false;
-    }
-    if (++m_rowsMet == uncountedRows) {
-        m_limit += 2 * countRows(lastQuery(), boundValues());
-    }
-    return m_rowsMet <= m_limit;
-}
-
-bool readToTheEnd(const LimitedWalk &rows)
-{
-    return rows.m_rowsMet <= rows.m_limit && !rows.lastError().isValid();
 }
 
 QVariant firstValue(const QString &sql)

@@ -11,7 +11,9 @@ struct TableInfo {
     QStringList columnTypes;         ///< as declared
     QStringList notNullFlags;        ///< "0" or "1"
     QStringList defaultValues;       ///< as written in the declaration, empty without a default
-    QStringList primaryKeyPositions; ///< "0" outside the primary key, otherwise from "1"
+    QStringList primaryKeyPositions; ///< "0" outside the primary key, from "1" in it
     QString createText;              ///< the CREATE statement, empty when there is no such table
-    QString readError;               ///< why a part could not be read, empty when all of it was
+    /// Why only a part could be read: some columns, or the columns without the CREATE statement.
+    /// Empty when all of it was read, and when there are no columns at all.
+    QString readError;
 };

@@ -5,14 +5,14 @@
 
 #include <QSqlError>
 
-std::optional<RecreationFailure> DatabaseMigrator::recreateTable(const TableRecreation &recreation)
+std::optional<RecreationFailure> recreateTable(
+    DatabaseMigrator &migrator, const TableRecreation &recreation)
 {
     QSqlQuery query = forwardOnlyQuery();
     if (!query.exec(recreation.rename)) {
         return RecreationFailure{recreation.renameFailure, query.lastError().databaseText()};
     }
-    // Kept on purpose, shipped devices rely on it: from here to the first row a failure leaves the
-    // rows in the table aside.
+    // Kept on purpose: a failure from here to the first row leaves the rows in the renamed table.
     if (!query.exec(recreation.create)) {
         return RecreationFailure{recreation.createFailure, query.lastError().databaseText()};
     }
@@ -29,14 +29,14 @@ std::optional<RecreationFailure> DatabaseMigrator::recreateTable(const TableRecr
     if (!failure && !readToTheEnd(query)) {
         failure = {recreation.selectFailure, query.lastError().databaseText()};
     }
-    // The tables are locked against the drop and the rename while one of them is read.
+    // A table that is still being read can be neither dropped nor renamed.
     query.finish();
     if (failure) {
-        dropTable(recreation.table);
-        execute(recreation.renameBack);
+        migrator.dropTable(recreation.table);
+        executeQuietly(recreation.renameBack);
         return failure;
     }
-    // Kept on purpose, shipped devices rely on it: a table that cannot be dropped is no failure.
-    dropTable(recreation.tableAside);
+    // Kept on purpose: a table that cannot be dropped is no failure.
+    migrator.dropTable(recreation.tableAside);
     return std::nullopt;
 }

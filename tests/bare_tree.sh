@@ -5,10 +5,14 @@
 # of an hour. ./test.sh does not run it.
 #
 #   bare_tree.sh [MIRROR]
+#
+# MIRROR is where the packages come from, by default where this machine's own come from.
 set -euo pipefail
 
 root=$(cd "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/.." && pwd)
-mirror=${1:-http://deb.debian.org/debian}
+# shellcheck disable=SC2016 # apt-get expands it
+mirror=${1:-$(apt-get indextargets --format '$(SITE)' 'Created-By: Packages' 'Codename: bookworm' |
+    head -n 1)}
 
 # The mounts end with the process: no mount is left through which the removal below could delete
 # files of the machine.

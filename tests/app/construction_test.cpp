@@ -1,4 +1,5 @@
 #include "schema/statements.h"
+#include "support/encodings.h"
 #include "support/scratch_device.h"
 
 #include <QDir>
@@ -475,8 +476,14 @@ void ConstructionTest::readSoftwareVersion_data()
     QTest::newRow("not only ASCII") << QByteArray("Größe 冬\n") << "Größe 冬";
     QTest::newRow("not valid UTF-8")
         << QByteArray("1.\xff.3\n") << QString("1.%1.3").arg(QChar(0xfffd));
-    QTest::newRow("a byte order mark of another encoding is not valid UTF-8 either")
-        << QByteArray("\xff\xfev12\n") << QString("%1%1").arg(QChar(0xfffd)) + "v12";
+    QTest::newRow("UTF-8 with a byte order mark")
+        << QByteArray("\xef\xbb\xbfGröße č\n1.2\n") << "Größe č";
+    for (const char *encoding : {"UTF-16LE", "UTF-16BE", "UTF-32LE", "UTF-32BE"}) {
+        QTest::addRow("%s with a byte order mark", encoding)
+            << encodedWithMark(encoding, "Größe č\n1.2\n") << "Größe č";
+    }
+    QTest::newRow("UTF-16 without a byte order mark is read as UTF-8")
+        << encodedWithMark("UTF-16LE", "1.2").mid(2) << QString::fromLatin1("1\0.\0002\0", 6);
     QTest::newRow("a megabyte on one line") << QByteArray(1 << 20, '7') + "\n1.2.3\n"
                                             << QString(1 << 20, '7');
 }

@@ -8,18 +8,33 @@ namespace
 {
 QStringList executed;
 
-/// What a script's statements are: the ends of lines go, then every ";" separates two.
+QByteArray encodingOf(const QByteArray &script)
+{
+    // The mark of UTF-32LE begins like that of UTF-16LE.
+    if (script.startsWith(QByteArray("\xff\xfe\0\0", 4))) {
+        return "UTF-32LE";
+    }
+    if (script.startsWith(QByteArray("\0\0\xfe\xff", 4))) {
+        return "UTF-32BE";
+    }
+    if (script.startsWith("\xff\xfe")) {
+        return "UTF-16LE";
+    }
+    return script.startsWith("\xfe\xff") ? "UTF-16BE" : "UTF-8";
+}
+
+/// The statements of a script: the ends of lines go, then every ";" separates two.
 QStringList statementsOf(const QByteArray &script)
 {
     // A decoder, unlike fromUtf8, leaves out a character that the end of the file cuts short.
-    QTextDecoder decoder(QTextCodec::codecForName("UTF-8"));
+    QTextDecoder decoder(QTextCodec::codecForName(encodingOf(script)));
     return decoder.toUnicode(script).remove('\r').remove('\n').split(';');
 }
 } // namespace
 
 // The splitter stands here beside a migrator that only records the statements.
 
-void DatabaseMigrator::executeOrLogError(const QString &sql)
+void DatabaseMigrator::executeOrLogText(const QString &sql)
 {
     executed << sql;
 }

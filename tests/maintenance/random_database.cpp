@@ -110,6 +110,27 @@ const Texts oddReferences = {
 
 const Texts oddIds = {"NULL", "1", "2", "2", "3", "'x'", "'2'", "2.5", "x'32'", "1e300"};
 
+// Ids of a key that is no row id: NULL, and texts that read as 0, as each other or as an integer.
+const Texts textIds = {
+    "NULL",
+    "NULL",
+    "'{a}'",
+    "'{b}'",
+    "'{c}'",
+    "''",
+    "'1'",
+    "'1x'",
+    "' 2'",
+    "'3'",
+    "'4'",
+    "'5'",
+    "6",
+    "7",
+    "2.5",
+    "x'33'",
+    "x'7B61'",
+    "'{1000}'"};
+
 struct Column {
     QByteArray name;
     QByteArray definition;
@@ -124,6 +145,7 @@ struct Table {
     Texts constraints = {};
     QByteArray options = {};
     Texts afterwards = {}; ///< statements that follow the rows
+    bool textIds = false;  ///< most ids are texts
 
     Column &column(const QByteArray &columnName)
     {
@@ -147,6 +169,19 @@ void makeIdOdd(Dice &dice, Table &table, QVector<Table> &)
         "REAL",
         "NUMERIC",
         ""});
+}
+
+/// A key that is no row id, as where identifiers are texts.
+void makeIdText(Dice &dice, Table &table, QVector<Table> &)
+{
+    table.column("id").definition = dice.pick(Texts{
+        "INT PRIMARY KEY",
+        "TEXT PRIMARY KEY",
+        "BLOB PRIMARY KEY",
+        "VARCHAR(40) PRIMARY KEY",
+        "INTEGER PRIMARY KEY DESC"});
+    table.options = dice.pick(Texts{"", "", " WITHOUT ROWID"});
+    table.textIds = true;
 }
 
 void useOtherKey(Dice &, Table &table, QVector<Table> &)
@@ -343,6 +378,9 @@ using Oddity = void (*)(Dice &, Table &table, QVector<Table> &tables);
 const QVector<Oddity> oddities = {
     makeIdOdd,
     makeIdOdd,
+    makeIdText,
+    makeIdText,
+    makeIdText,
     useOtherKey,
     makeNameOdd,
     makeNameOdd,
@@ -488,6 +526,8 @@ Texts insertions(Dice &dice, const Table &table, const Values &values, const Tex
             columns << column.name;
             if (column.name.toLower() != "id") {
                 row << values.value(dice, column.name);
+            } else if (table.textIds && !dice.oneIn(4)) {
+                row << dice.pick(textIds);
             } else {
                 row << (values.idsOdd && dice.oneIn(4) ? dice.pick(oddIds) : id);
             }

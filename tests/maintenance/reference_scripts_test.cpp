@@ -1,3 +1,4 @@
+#include "support/encodings.h"
 #include "support/peak_memory.h"
 #include "support/scratch_device.h"
 
@@ -66,7 +67,7 @@ void ReferenceScriptsTest::statementsRunOneByOne_data()
     QTest::addColumn<QString>("log");
     QTest::addColumn<QStringList>("rows");
 
-    const auto row = [](const char *name,
+    const auto row = [](const QByteArray &name,
                         const QByteArray &script,
                         const QString &log,
                         const QStringList &rows) { QTest::newRow(name) << script << log << rows; };
@@ -148,9 +149,17 @@ void ReferenceScriptsTest::statementsRunOneByOne_data()
         "INSERT INTO makers VALUES(1,'M\xfcller',NULL);",
         "\n",
         {"1, 'M\xef\xbf\xbdller', NULL"});
-    row("UTF-16 is no UTF-8",
-        QTextCodec::codecForName("UTF-16LE")->fromUnicode("\ufeffINSERT INTO makers"),
-        "near \"\xef\xbf\xbd\xef\xbf\xbdI\": syntax error Unable to execute statement\n",
+    for (const QByteArray encoding : {"UTF-16LE", "UTF-16BE", "UTF-32LE", "UTF-32BE"}) {
+        row("a byte order mark tells the encoding: " + encoding,
+            encodedWithMark(
+                encoding,
+                "INSERT INTO makers\r\n VALUES(1,'Moč',NULL);\nINSERT INTO makers VALUES(2,'ഁ',NULL);\n"),
+            "\n",
+            {"1, 'Moč', NULL", "2, 'ഁ', NULL"});
+    }
+    row("UTF-16 without a byte order mark is read as UTF-8",
+        encodedWithMark("UTF-16LE", "SELECT 1").mid(2),
+        "near \"S\": syntax error Unable to execute statement\n",
         {});
     row("percent signs are text",
         "INSERT INTO makers VALUES(1,'%1 %2',NULL);",

@@ -1,4 +1,4 @@
-#include "schema/statements.h"
+#include "schema/limited_walk.h"
 #include "support/step_test.h"
 
 #include <QtTest>
@@ -14,6 +14,7 @@ private slots:
 
     void stepsEnd_data();
     void stepsEnd();
+    void growthThatEndsIsReadToItsEnd();
 
 private:
     std::unique_ptr<ScratchDevice> device;
@@ -28,8 +29,8 @@ QByteArray adding(const QByteArray &event, const QByteArray &table, const QByteA
            row + "); END;";
 }
 
-/// Of one row become two, and so on; when they are counted there are as many as have been met.
-const qint64 rowsMet = 3 * LimitedWalk::uncountedRows;
+/// One row becomes two, and so on; when they are counted there are as many as were read.
+const qint64 rowsRead = (1 + LimitedWalk::growth) * LimitedWalk::uncountedRows;
 } // namespace
 
 void LongWalksTest::init()
@@ -69,7 +70,7 @@ void LongWalksTest::stepsEnd_data()
     QTest::addColumn<Step>("step");
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<QStringList>("log");
-    QTest::addColumn<QByteArray>("rowsMet");
+    QTest::addColumn<QByteArray>("rowsRead");
 
     QTest::newRow("7, files")
         << Step(&DatabaseMigrator::updateToVersion7)
@@ -166,8 +167,37 @@ void LongWalksTest::stepsEnd()
 
     COMPARE_LINES(takeLogLines(*device), log);
     QCOMPARE(migrator.currentVersion(), versionUnmoved);
-    QFETCH(QByteArray, rowsMet);
-    COMPARE_LINES(device->rows(rowsMet), QStringList(QString::number(::rowsMet)));
+    QFETCH(QByteArray, rowsRead);
+    COMPARE_LINES(device->rows(rowsRead), QStringList(QString::number(::rowsRead)));
+}
+
+/// A trigger of the database's own that adds rows, but stops by itself.
+void LongWalksTest::growthThatEndsIsReadToItsEnd()
+{
+    device->sql(
+        "CREATE TABLE files "
+        "(id INTEGER PRIMARY KEY, displayName TEXT, typeId INTEGER, absolutePath TEXT);"
+        "CREATE TABLE OutgoingFiles (id INTEGER);CREATE TABLE IncomingFiles (id INTEGER);"
+        "CREATE TABLE FileTransferHistory (id INTEGER);CREATE TABLE systemFiles (id INTEGER);"
+        "WITH RECURSIVE number(n) AS (VALUES(1) UNION ALL SELECT n + 1 FROM number "
+        "WHERE n < 1500) INSERT INTO files SELECT n, 'file', 3, 'userFiles/file' FROM number;"
+        "CREATE TRIGGER growing AFTER UPDATE ON files "
+        "WHEN (SELECT max(id) FROM files) < 20000 BEGIN "
+        "INSERT INTO files (displayName, typeId, absolutePath) VALUES('more', 3, 'userFiles/1'), "
+        "('more', 3, 'userFiles/2'), ('more', 3, 'userFiles/3'), ('more', 3, 'userFiles/4'), "
+        "('more', 3, 'userFiles/5'); END;");
+    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
+
+    migrator.updateToVersion7();
+
+    COMPARE_LINES(
+        takeLogLines(*device),
+        QStringList("Database migration to version 7 completed successfully!"));
+    QCOMPARE(migrator.currentVersion(), 7);
+    COMPARE_LINES(
+        device->rows(
+            "SELECT count(*), sum(absolutePath LIKE '/usr/bin/harlo/userFiles/%') FROM files"),
+        QStringList("20000, 20000"));
 }
 
 QTEST_APPLESS_MAIN(LongWalksTest)

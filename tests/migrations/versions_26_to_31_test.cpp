@@ -318,6 +318,7 @@ void Versions26To31Test::version26EmptiesThePool()
     device->sql(before);
     DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
     const QString pool = ScratchDevice::poolPath + "/";
+    const std::string notUtf8 = "/usr/bin/harlo/pool/\xff.iop";
     const QStringList goes = {"a.iop", "B.IOP", "c d.Iop", "e.iop.iop"};
     const QStringList stays = {".hidden.iop", ".iop", "f.iop.bak", "g.iopx", "hiop", "iop"};
     for (const QString &file : goes + stays) {
@@ -325,6 +326,7 @@ void Versions26To31Test::version26EmptiesThePool()
     }
     // Not through the toolkit: in the locale "C" it cannot write such a name.
     QVERIFY((std::ofstream("/usr/bin/harlo/pool/Übersicht.iop") << "content").good());
+    QVERIFY((std::ofstream(notUtf8) << "content").good());
     ScratchDevice::writeFile(pool + "directory.iop/inside.iop", "content");
     ScratchDevice::writeFile(pool + "directory/inside.iop", "content");
     ScratchDevice::writeFile("/app/target", "content");
@@ -347,6 +349,7 @@ void Versions26To31Test::version26EmptiesThePool()
              "hiop",
              "iop",
              "linkToDirectory.iop"}));
+    QVERIFY(!std::ifstream(notUtf8).good());
     QVERIFY(QFile::exists(pool + "directory/inside.iop"));
     QVERIFY(QFile::exists(pool + "directory.iop/inside.iop"));
     QVERIFY(QFile::exists("/app/target"));
@@ -778,6 +781,11 @@ void Versions26To31Test::revertFromVersion30_data()
         << StepRun{controlAt29, {}, 29, {controlRebuilt, "systemControl"}};
     QTest::newRow("no table") << StepRun{
         "", columnStays("wirelessEnabled", "systemControl", rebuildRefused), versionUnmoved, {}};
+    QTest::newRow("a view of something that is gone has the table's name") << StepRun{
+        "CREATE VIEW systemControl AS SELECT * FROM gone",
+        columnStays("wirelessEnabled", "systemControl", rebuildRefused),
+        versionUnmoved,
+        {"CREATE VIEW systemControl AS SELECT * FROM gone"}};
 }
 
 void Versions26To31Test::updateToVersion31_data()

@@ -37,7 +37,7 @@ BUILD = KEPT / "build"
 HEADERS = KEPT / "headers.h"
 SURVIVORS = HERE / "survivors.txt"
 # Tests of the source text, of other programs and of the disk: a fault in the program is not theirs.
-OTHER_TESTS = ("^(format|shellcheck|flake8|clang_tidy|install|show_changes|faults|mutants"
+OTHER_TESTS = ("^(format|shellcheck|flake8|clang_tidy|install|show_changes|faults|mutants|catalogue"
                "|support|pages)$|^fuzz_")
 # Processor time of one process. A whole test gets twice that; tests set their own limits for the
 # programs that they start.
@@ -148,7 +148,7 @@ class Tree:
 
 
 def first_tests(file):
-    """The tests of a file: those of its name, or of the files that use it."""
+    """The tests of a file, by its name or by those who use it."""
     stem = pathlib.Path(file).stem
     return {"database_migrator": "^(construction|driver)_test$",
             "duplicate_names": "^(duplicate|equal)_names_test$",

@@ -6,6 +6,14 @@ from support.versions import dump_of
 
 MEGABYTE = "7" * 1024 * 1024
 
+# A byte order mark tells the encoding; č and ഁ hold the bytes of an end of line in UTF-16.
+ENCODINGS_WITH_MARK = ["utf-8", "utf-16-le", "utf-16-be", "utf-32-le", "utf-32-be"]
+
+
+def with_mark(text, encoding):
+    return f"\ufeff{text}".encode(encoding)
+
+
 # The content of a text file, and its first line.
 TEXTS = [
     pytest.param(None, "", id="missing"),
@@ -18,6 +26,8 @@ TEXTS = [
     pytest.param(b"1.2\xff.3\n", "1.2\N{REPLACEMENT CHARACTER}.3", id="not valid UTF-8"),
     pytest.param(b"%1 %2 %3\n", "%1 %2 %3", id="markers of the messages"),
     pytest.param(MEGABYTE.encode() + b"\n", MEGABYTE, id="a megabyte on one line"),
+    *(pytest.param(with_mark("1.2.3-č-ഁ-größer\r\nold\r\n", encoding), "1.2.3-č-ഁ-größer",
+                   id=f"{encoding} with a byte order mark") for encoding in ENCODINGS_WITH_MARK),
 ]
 CONTENTS = [pytest.param(text.values[0], id=text.id) for text in TEXTS]
 
@@ -111,6 +121,9 @@ def database_at_version_24():
     pytest.param(b"", False, id="empty"),
     pytest.param(None, False, id="missing"),
     pytest.param(b"TORVIKMAX" * 120000 + b"\n", False, id="a megabyte on one line"),
+    *(pytest.param(with_mark("TORVIKMAX\nold\n", encoding), True,
+                   id=f"{encoding} with a byte order mark") for encoding in ENCODINGS_WITH_MARK),
+    pytest.param("TORVIKMAX\n".encode("utf-16-le"), False, id="UTF-16 without a mark"),
 ])
 def test_only_the_platform_torvikmax_has_its_ports_on_board(
         device, database_at_version_24, content, on_board):
@@ -139,6 +152,9 @@ INSERTION = b"INSERT INTO soilSamples (place) VALUES('Wegrain')"
                  id="not valid UTF-8"),
     pytest.param(INSERTION.replace(b"Wegrain", MEGABYTE.encode()), "", [MEGABYTE],
                  id="a megabyte on one line"),
+    *(pytest.param(with_mark("INSERT INTO soilSamples (place)\r\n VALUES('Moč-ഁ');", encoding),
+                   "\n", ["Moč-ഁ"], id=f"{encoding} with a byte order mark")
+      for encoding in ENCODINGS_WITH_MARK),
 ])
 def test_script_is_run_as_it_is_read(device, script, content, log, places):
     device.install(version=2)

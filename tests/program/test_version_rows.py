@@ -44,7 +44,7 @@ def store(device, row, literal):
                f"UPDATE tableVersion SET version = {literal} WHERE tableName = '{row}';")
 
 
-@pytest.mark.parametrize("literal, version", [
+ODD_VERSIONS = pytest.mark.parametrize("literal, version", [
     pytest.param("NULL", 0, id="NULL is 0"),
     pytest.param("'two'", 0, id="a text is 0"),
     pytest.param("'2nd'", 0, id="a number with letters after it is 0"),
@@ -54,6 +54,9 @@ def store(device, row, literal):
     pytest.param("'4294967297'", 1, id="of the text of such a number as well"),
     pytest.param("'1'", 1, id="the text of a number is the number"),
 ])
+
+
+@ODD_VERSIONS
 def test_stored_version_below_2_meets_the_step_to_2(device, literal, version):
     device.install(version=2)
     contents = device.contents()
@@ -113,15 +116,7 @@ def test_smallest_number_as_version_and_target_changes_nothing(device):
     assert device.database.read_bytes() == database
 
 
-@pytest.mark.parametrize("literal, version", [
-    pytest.param("NULL", 0, id="NULL is 0"),
-    pytest.param("'one'", 0, id="a text is 0"),
-    pytest.param("'1st'", 0, id="a number with letters after it is 0"),
-    pytest.param("-2147483648", -2147483648, id="the smallest number"),
-    pytest.param("4294967297", 1, id="of a number beyond 32 bits the lower 32 count"),
-    pytest.param("'4294967297'", 1, id="of the text of such a number as well"),
-    pytest.param("'1'", 1, id="the text of a number is the number"),
-])
+@ODD_VERSIONS
 def test_alternate_version_is_the_target_without_an_argument(device, literal, version):
     device.install(version=1)
     contents = device.contents()

@@ -2,6 +2,7 @@
 
 #include "support/scratch_device.h"
 
+#include <QSqlError>
 #include <QtTest>
 
 class StatementsTest : public QObject
@@ -12,12 +13,11 @@ private slots:
     void init();
     void cleanup();
 
-    void executeRunsOneStatement();
+    void executeQuietlyRunsOneStatement();
     void queryOnlyWalksForward();
     void countRows_data();
     void countRows();
-    void limitedWalk_data();
-    void limitedWalk();
+    void executeWithBindsValues();
     void firstValue_data();
     void firstValue();
     void firstValueLeavesNothingLocked();
@@ -41,10 +41,10 @@ void StatementsTest::cleanup()
     device.reset();
 }
 
-void StatementsTest::executeRunsOneStatement()
+void StatementsTest::executeQuietlyRunsOneStatement()
 {
-    QVERIFY(execute("DELETE FROM field WHERE id = 2"));
-    QVERIFY(!execute("DELETE FROM missing"));
+    QVERIFY(executeQuietly("DELETE FROM field WHERE id = 2"));
+    QVERIFY(!executeQuietly("DELETE FROM missing"));
 
     COMPARE_LINES(device->rows("SELECT * FROM field"), QStringList("9007199254740993, 'Größe'"));
 }
@@ -77,49 +77,15 @@ void StatementsTest::countRows()
     QTEST(static_cast<int>(::countRows(select, {{":name", "Größe"}})), "rows");
 }
 
-void StatementsTest::limitedWalk_data()
+void StatementsTest::executeWithBindsValues()
 {
-    QTest::addColumn<QString>("select");
-    QTest::addColumn<int>("rowsAdded");
-    QTest::addColumn<int>("rowsMet");
-    QTest::addColumn<bool>("toTheEnd");
+    QSqlQuery query;
 
-    const int few = LimitedWalk::uncountedRows;
-    const QString all = "SELECT id FROM field";
-    const QString some = "SELECT id FROM field WHERE id > :least";
-    QTest::newRow("no row") << all + " WHERE id < 0" << 0 << 0 << true;
-    QTest::newRow("every row") << all << 0 << 2 << true;
-    QTest::newRow("no table") << "SELECT id FROM missing" << 0 << 0 << false;
-    QTest::newRow("a row that cannot be read")
-        << "SELECT abs(CASE id WHEN 2 THEN -9223372036854775807 - 1 END) FROM field" << 0 << 1
-        << false;
-    // When they are counted, a row less has been added than were met.
-    QTest::newRow("as many as are allowed") << all << 3 * few << 3 * few + 2 << true;
-    QTest::newRow("one more") << all << 3 * few + 1 << 3 * few + 2 << false;
-    QTest::newRow("those of a value are counted") << some << 4 * few << 3 * few << false;
-}
-
-void StatementsTest::limitedWalk()
-{
-    QFETCH(QString, select);
-    QFETCH(int, rowsAdded);
-    LimitedWalk rows;
-    QVERIFY(rows.isForwardOnly());
-    execute("BEGIN");
-    rows.prepare(select);
-    rows.bindValue(":least", 2);
-    rows.exec();
-
-    int rowsMet = 0;
-    while (rows.next()) {
-        if (++rowsMet <= rowsAdded) {
-            execute("INSERT INTO field VALUES(7, 'new')");
-        }
-    }
-
-    QTEST(rowsMet, "rowsMet");
-    QTEST(readToTheEnd(rows), "toTheEnd");
-    QVERIFY(!rows.next());
+    QVERIFY(executeWith(
+        query, "INSERT INTO field VALUES(:id, :name)", {{":name", "it's"}, {":id", 3}}));
+    QVERIFY(!executeWith(query, "INSERT INTO missing VALUES(:id)", {{":id", 4}}));
+    QCOMPARE(query.lastError().databaseText(), QString("no such table: missing"));
+    COMPARE_LINES(device->rows("SELECT * FROM field WHERE id = 3"), QStringList("3, 'it''s'"));
 }
 
 void StatementsTest::firstValue_data()
@@ -146,7 +112,7 @@ void StatementsTest::firstValueLeavesNothingLocked()
 {
     ::firstValue("SELECT id FROM field");
 
-    QVERIFY(execute("DROP TABLE field"));
+    QVERIFY(executeQuietly("DROP TABLE field"));
 }
 
 void StatementsTest::allSucceeded()
@@ -161,9 +127,9 @@ void StatementsTest::allSucceeded()
 void StatementsTest::allSucceededEvaluatesEverything()
 {
     QVERIFY(!::allSucceeded({
-        execute("DELETE FROM missing"),
-        execute("INSERT INTO field VALUES(3, 'a')"),
-        execute("UPDATE field SET name = 'b' WHERE id = 3"),
+        executeQuietly("DELETE FROM missing"),
+        executeQuietly("INSERT INTO field VALUES(3, 'a')"),
+        executeQuietly("UPDATE field SET name = 'b' WHERE id = 3"),
     }));
 
     COMPARE_LINES(

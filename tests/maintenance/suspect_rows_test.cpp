@@ -156,7 +156,7 @@ int countOperations(void *)
 }
 } // namespace
 
-class EqualNamesTest : public QObject
+class SuspectRowsTest : public QObject
 {
     Q_OBJECT
 
@@ -174,7 +174,7 @@ private slots:
     void costGrowsWithTheRows();
 };
 
-void EqualNamesTest::outcomeIsThePlainWalks_data()
+void SuspectRowsTest::outcomeIsThePlainWalks_data()
 {
     const int cases = qEnvironmentVariableIsSet("CAMPAIGN") ? 20'000 : 1'000;
 
@@ -184,7 +184,7 @@ void EqualNamesTest::outcomeIsThePlainWalks_data()
     QTest::newRow("UTF-16") << QByteArray("UTF-16le") << cases / 10;
 }
 
-void EqualNamesTest::outcomeIsThePlainWalks()
+void SuspectRowsTest::outcomeIsThePlainWalks()
 {
     QFETCH(QByteArray, encoding);
     QFETCH(int, cases);
@@ -217,7 +217,7 @@ void EqualNamesTest::outcomeIsThePlainWalks()
     }
 }
 
-void EqualNamesTest::outcomeIsThePlainWalksForOddTables_data()
+void SuspectRowsTest::outcomeIsThePlainWalksForOddTables_data()
 {
     QTest::addColumn<QByteArray>("tables");
     QTest::addColumn<QByteArray>("rows");
@@ -270,6 +270,21 @@ void EqualNamesTest::outcomeIsThePlainWalksForOddTables_data()
         "INSERT INTO growers VALUES (1, 'C'), (2, 'D');"
         "INSERT INTO farms VALUES (1, 'A', 1, 1), (2, 'A', 1, 2), (2, 'B', 2, 3), "
         "(3, 'A_2', 2, 4);");
+    row("a key of texts, of which two read as 0",
+        "CREATE TABLE growers (id TEXT PRIMARY KEY, displayName TEXT);",
+        "INSERT INTO growers VALUES ('{a}', 'A'), ('{b}', 'A'), ('3', 'B'), ('4', 'B');");
+    row("a key of texts without a row id",
+        "CREATE TABLE growers (id TEXT PRIMARY KEY, displayName TEXT) WITHOUT ROWID;",
+        "INSERT INTO growers VALUES ('(a)', 'A'), ('(b)', 'A'), ('3', 'B'), ('4', 'B');");
+    row("a descending key, which is no row id and may be NULL",
+        "CREATE TABLE farms (id INTEGER PRIMARY KEY DESC, displayName TEXT, growerId INTEGER);",
+        "INSERT INTO growers VALUES (1, 'C');"
+        "INSERT INTO farms VALUES (NULL, 'A', 1), (NULL, 'A', 1), (3, 'B', 1), (4, 'B', 1);");
+    // Every row has a name of its own again, which the index moves ahead of the reading.
+    row("an index by name, and a name that finds every row",
+        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
+        "CREATE INDEX growersByName ON growers (displayName COLLATE NOCASE);",
+        "INSERT INTO growers VALUES (7, '%1'), (14, '%1'), (31, 'x'' OR ''1''=''1');");
     row("names that follow those of another table",
         "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT, notes TEXT, "
         "UNIQUE (displayName, notes));"
@@ -300,7 +315,7 @@ void EqualNamesTest::outcomeIsThePlainWalksForOddTables_data()
         "ANALYZE;");
 }
 
-void EqualNamesTest::outcomeIsThePlainWalksForOddTables()
+void SuspectRowsTest::outcomeIsThePlainWalksForOddTables()
 {
     QFETCH(QByteArray, tables);
     QFETCH(QByteArray, rows);
@@ -322,7 +337,7 @@ void EqualNamesTest::outcomeIsThePlainWalksForOddTables()
     COMPARE_LINES(content(), expected);
 }
 
-void EqualNamesTest::outcomeIsThePlainWalksForDamagedTables_data()
+void SuspectRowsTest::outcomeIsThePlainWalksForDamagedTables_data()
 {
     const QByteArray fields = filesAndFields(400) +
                               "UPDATE fields SET displayName = 'O''Brien' WHERE id = 1;"
@@ -351,7 +366,7 @@ void EqualNamesTest::outcomeIsThePlainWalksForDamagedTables_data()
         << QByteArray("far behind") << "Failed to rename file A_2\n";
 }
 
-void EqualNamesTest::outcomeIsThePlainWalksForDamagedTables()
+void SuspectRowsTest::outcomeIsThePlainWalksForDamagedTables()
 {
     QFETCH(QByteArray, statements);
     QFETCH(QByteArray, damagedText);
@@ -375,7 +390,7 @@ void EqualNamesTest::outcomeIsThePlainWalksForDamagedTables()
     COMPARE_LINES(content(), expected);
 }
 
-void EqualNamesTest::databaseIsNotWrittenWithNothingToDo()
+void SuspectRowsTest::databaseIsNotWrittenWithNothingToDo()
 {
     ScratchDevice device;
     device.recordVersion(34);
@@ -388,7 +403,7 @@ void EqualNamesTest::databaseIsNotWrittenWithNothingToDo()
     QCOMPARE(device.readFile(device.databasePath), file);
 }
 
-void EqualNamesTest::nothingIsCreated_data()
+void SuspectRowsTest::nothingIsCreated_data()
 {
     QTest::addColumn<QByteArray>("statements");
     QTest::newRow("nothing to do") << QByteArray();
@@ -401,7 +416,7 @@ void EqualNamesTest::nothingIsCreated_data()
                "CREATE TRIGGER idle AFTER UPDATE ON files BEGIN SELECT 1; END;";
 }
 
-void EqualNamesTest::nothingIsCreated()
+void SuspectRowsTest::nothingIsCreated()
 {
     QFETCH(QByteArray, statements);
     ScratchDevice device;
@@ -423,7 +438,7 @@ void EqualNamesTest::nothingIsCreated()
     }
 }
 
-void EqualNamesTest::costGrowsWithTheRows_data()
+void SuspectRowsTest::costGrowsWithTheRows_data()
 {
     QTest::addColumn<QByteArray>("statements");
     QTest::newRow("nothing to do") << QByteArray();
@@ -444,7 +459,7 @@ void EqualNamesTest::costGrowsWithTheRows_data()
 
 /// Ten times the rows: at most thirteen times the work, where every row of a plain walk would
 /// bring a hundred times.
-void EqualNamesTest::costGrowsWithTheRows()
+void SuspectRowsTest::costGrowsWithTheRows()
 {
     QFETCH(QByteArray, statements);
     QList<int> costs;
@@ -465,5 +480,5 @@ void EqualNamesTest::costGrowsWithTheRows()
         QByteArray::number(costs[0]) + ", then " + QByteArray::number(costs[1]));
 }
 
-QTEST_APPLESS_MAIN(EqualNamesTest)
-#include "equal_names_test.moc"
+QTEST_APPLESS_MAIN(SuspectRowsTest)
+#include "suspect_rows_test.moc"

@@ -1,0 +1,128 @@
+#include "schema/limited_walk.h"
+
+#include "schema/statements.h"
+#include "support/scratch_device.h"
+
+#include <QtTest>
+
+class LimitedWalkTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void endsAtTheLimit_data();
+    void endsAtTheLimit();
+    void startsAgainWithEveryStatement();
+    void tellsTheDatabasesText();
+    void locksNothingWhenFinished();
+
+private:
+    std::unique_ptr<ScratchDevice> device;
+};
+
+void LimitedWalkTest::init()
+{
+    device = std::make_unique<ScratchDevice>();
+    device->sql("CREATE TABLE field (id INTEGER, name TEXT);"
+                "INSERT INTO field VALUES(1, 'Größe'), (2, NULL)");
+    device->start();
+}
+
+void LimitedWalkTest::cleanup()
+{
+    device.reset();
+}
+
+void LimitedWalkTest::endsAtTheLimit_data()
+{
+    QTest::addColumn<QString>("select");
+    QTest::addColumn<QStringList>("least");
+    QTest::addColumn<int>("rowsAdded");
+    QTest::addColumn<int>("rowsRead");
+    QTest::addColumn<bool>("toTheEnd");
+
+    const int few = LimitedWalk::uncountedRows;
+    const int growth = LimitedWalk::growth;
+    const QString all = "SELECT id FROM field";
+    const QString some = "SELECT id FROM field WHERE id > :least";
+    // When the rows are counted there are the first two, and one more for each row read but one.
+    const int limit = few + growth * (few + 1);
+    QTest::newRow("no row") << all + " WHERE id < 0" << QStringList() << 0 << 0 << true;
+    QTest::newRow("every row") << all << QStringList() << 0 << 2 << true;
+    QTest::newRow("no table") << "SELECT id FROM missing" << QStringList() << 0 << 0 << false;
+    QTest::newRow("a row that cannot be read")
+        << "SELECT abs(CASE id WHEN 2 THEN -9223372036854775807 - 1 END) FROM field"
+        << QStringList() << 0 << 1 << false;
+    QTest::newRow("as many rows as are allowed")
+        << all << QStringList() << limit - 2 << limit << true;
+    QTest::newRow("one row more") << all << QStringList() << limit - 1 << limit << false;
+    QTest::newRow("only rows with the bound value are counted")
+        << some << QStringList("1") << 2 * limit << few + growth * few << false;
+}
+
+void LimitedWalkTest::endsAtTheLimit()
+{
+    QFETCH(QString, select);
+    QFETCH(QStringList, least);
+    QFETCH(int, rowsAdded);
+    LimitedWalk rows;
+    executeQuietly("BEGIN");
+    rows.exec(
+        select,
+        least.isEmpty() ? QMap<QString, QVariant>()
+                        : QMap<QString, QVariant>({{":least", least[0].toInt()}}));
+
+    int rowsRead = 0;
+    while (rows.next()) {
+        if (++rowsRead <= rowsAdded) {
+            executeQuietly("INSERT INTO field VALUES(7, 'new')");
+        }
+    }
+
+    QTEST(rowsRead, "rowsRead");
+    QTEST(rows.readToTheEnd(), "toTheEnd");
+    QVERIFY(!rows.next());
+}
+
+void LimitedWalkTest::startsAgainWithEveryStatement()
+{
+    LimitedWalk rows;
+    QVERIFY(!rows.exec("SELECT id FROM missing"));
+    QVERIFY(!rows.readToTheEnd());
+
+    QVERIFY(rows.exec("SELECT name FROM field WHERE id = :id", {{":id", 1}}));
+
+    QVERIFY(rows.next());
+    QCOMPARE(rows.value(0).toString(), QString("Größe"));
+    QVERIFY(!rows.next());
+    QVERIFY(rows.readToTheEnd());
+}
+
+void LimitedWalkTest::tellsTheDatabasesText()
+{
+    LimitedWalk rows;
+    QVERIFY(rows.exec("SELECT id FROM field"));
+    QCOMPARE(rows.databaseText(), QString());
+
+    QVERIFY(!rows.exec("SELECT id FROM missing"));
+
+    QCOMPARE(rows.databaseText(), QString("no such table: missing"));
+}
+
+void LimitedWalkTest::locksNothingWhenFinished()
+{
+    LimitedWalk rows;
+    QVERIFY(rows.exec("SELECT id FROM field"));
+    QVERIFY(rows.next());
+    QVERIFY(!executeQuietly("DROP TABLE field"));
+
+    rows.finish();
+
+    QVERIFY(executeQuietly("DROP TABLE field"));
+}
+
+QTEST_APPLESS_MAIN(LimitedWalkTest)
+#include "limited_walk_test.moc"

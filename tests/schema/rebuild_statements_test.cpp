@@ -1,0 +1,118 @@
+#include "schema/rebuild_statements.h"
+
+#include <QtTest>
+
+Q_DECLARE_METATYPE(TableInfo)
+
+// The composition alone, without a database. What SQLite makes of it is in table_rebuild_test.
+class RebuildStatementsTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void composesTheCreateStatement_data();
+    void composesTheCreateStatement();
+    void composesTheOtherStatements();
+};
+
+namespace
+{
+/// A column as PRAGMA table_info describes it.
+struct Column {
+    QString name;
+    QString type;
+    QString notNull;
+    QString defaultValue;
+    QString keyPosition;
+};
+
+TableInfo table(const QVector<Column> &columns, const QString &createText = QString())
+{
+    TableInfo info;
+    for (const Column &column : columns) {
+        info.columnNames << column.name;
+        info.columnTypes << column.type;
+        info.notNullFlags << column.notNull;
+        info.defaultValues << column.defaultValue;
+        info.primaryKeyPositions << column.keyPosition;
+    }
+    info.createText = createText;
+    return info;
+}
+
+const Column id = {"id", "INTEGER", "0", "", "1"};
+const Column old = {"old", "INT", "0", "", "0"};
+} // namespace
+
+void RebuildStatementsTest::composesTheCreateStatement_data()
+{
+    QTest::addColumn<TableInfo>("info");
+    QTest::addColumn<QString>("create");
+
+    QTest::newRow("NOT NULL, a default and the key are kept")
+        << table({{"id", "INTEGER", "1", "", "1"}, {"name", "TEXT", "0", "'x'", "0"}, old})
+        << "CREATE TABLE t_temp (id INTEGER NOT NULL  , name TEXT DEFAULT 'x' , PRIMARY KEY(id) )";
+    QTest::newRow("NOT NULL and a default follow each other")
+        << table({id, {"a", "REAL", "1", "0.5", "0"}, old})
+        << "CREATE TABLE t_temp (id INTEGER , a REAL NOT NULL  DEFAULT 0.5 , PRIMARY KEY(id) )";
+    QTest::newRow("a column without a type keeps the blank after its name")
+        << table({id, {"a", "", "0", "", "0"}, old})
+        << "CREATE TABLE t_temp (id INTEGER , a  , PRIMARY KEY(id) )";
+    QTest::newRow("the column goes in any letter case")
+        << table({id, {"OLD", "INT", "1", "1", "0"}})
+        << "CREATE TABLE t_temp (id INTEGER , PRIMARY KEY(id) )";
+    QTest::newRow("a column that is not there changes nothing")
+        << table({id, {"older", "INT", "0", "", "0"}})
+        << "CREATE TABLE t_temp (id INTEGER , older INT , PRIMARY KEY(id) )";
+    QTest::newRow("the key is in its own order")
+        << table(
+               {{"a", "INT", "0", "", "2"},
+                old,
+                {"b", "INT", "0", "", "3"},
+                {"c", "INT", "0", "", "1"}})
+        << "CREATE TABLE t_temp (a INT , b INT , c INT , PRIMARY KEY(c,a,b) )";
+    QTest::newRow("a key that loses a column has an empty name in its place")
+        << table(
+               {{"a", "INT", "0", "", "1"},
+                {"old", "INT", "0", "", "2"},
+                {"b", "INT", "0", "", "3"}})
+        << "CREATE TABLE t_temp (a INT , b INT , PRIMARY KEY(a,) )";
+    QTest::newRow("without a key its clause is empty")
+        << table({{"a", "INT", "0", "", "0"}, old})
+        << "CREATE TABLE t_temp (a INT , PRIMARY KEY() )";
+    QTest::newRow("without a column nothing but the empty key is left")
+        << TableInfo() << "CREATE TABLE t_temp (PRIMARY KEY() )";
+    QTest::newRow("of two columns with one position the later one is in the key")
+        << table({id, {"a", "INT", "0", "", "1"}})
+        << "CREATE TABLE t_temp (id INTEGER , a INT , PRIMARY KEY(a) )";
+    QTest::newRow("foreign keys follow the key, without those of the column")
+        << table(
+               {id, {"a", "INT", "0", "", "0"}, old},
+               "CREATE TABLE t (id INTEGER PRIMARY KEY, a INT, old INT, "
+               "FOREIGN KEY (old) REFERENCES p(x), FOREIGN KEY (a) REFERENCES q(x))")
+        << "CREATE TABLE t_temp (id INTEGER , a INT , PRIMARY KEY(id) , "
+           "FOREIGN KEY (a) REFERENCES q(x))";
+    QTest::newRow("markers in a default are text")
+        << table({id, {"a", "TEXT", "0", "'%1 %2'", "0"}, old})
+        << "CREATE TABLE t_temp (id INTEGER , a TEXT DEFAULT '%1 %2' , PRIMARY KEY(id) )";
+}
+
+void RebuildStatementsTest::composesTheCreateStatement()
+{
+    QFETCH(TableInfo, info);
+
+    QTEST(composeRebuild("t", info, "old").create, "create");
+}
+
+void RebuildStatementsTest::composesTheOtherStatements()
+{
+    const RebuildStatements rebuild =
+        composeRebuild("t", table({id, old, {"a", "INT", "0", "", "0"}}), "old");
+
+    QCOMPARE(rebuild.copyRows, QString("INSERT INTO t_temp SELECT id,a FROM t"));
+    QCOMPARE(rebuild.drop, QString("DROP TABLE t"));
+    QCOMPARE(rebuild.rename, QString("ALTER TABLE t_temp RENAME TO t"));
+}
+
+QTEST_APPLESS_MAIN(RebuildStatementsTest)
+#include "rebuild_statements_test.moc"
