@@ -1,11 +1,10 @@
 #include "schema/statements.h"
+#include "support/device_test.h"
 #include "support/encodings.h"
-#include "support/scratch_device.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QTextCodec>
-#include <QtTest>
 
 #include <csignal>
 
@@ -20,15 +19,20 @@ void keepMessage(QtMsgType, const QMessageLogContext &, const QString &text)
     toolkitMessages << text;
 }
 
-/// Keeps what the toolkit would print to the terminal, in its scope.
+/// Collects, during its lifetime, what Qt would print to the terminal.
 class ToolkitMessages
 {
 public:
     ToolkitMessages() : m_handlerBefore(qInstallMessageHandler(keepMessage))
     {
+        QLoggingCategory::setFilterRules("default.warning=true");
         toolkitMessages.clear();
     }
-    ~ToolkitMessages() { qInstallMessageHandler(m_handlerBefore); }
+    ~ToolkitMessages()
+    {
+        qInstallMessageHandler(m_handlerBefore);
+        QLoggingCategory::setFilterRules("default.warning=false");
+    }
     ToolkitMessages(const ToolkitMessages &) = delete;
     ToolkitMessages &operator=(const ToolkitMessages &) = delete;
 
@@ -36,7 +40,7 @@ private:
     QtMessageHandler m_handlerBefore;
 };
 
-/// Lets no file of this process grow, in its scope, beyond what the log has and some bytes more.
+/// During its lifetime no file of this process can grow larger than the log and some bytes.
 class FullDisk
 {
 public:
@@ -57,7 +61,7 @@ private:
     rlimit m_before{};
 };
 
-/// The files in the databases directory that this process holds open.
+/// @return the files in the databases directory that this process has open
 QStringList openFiles()
 {
     QStringList files;
@@ -72,13 +76,12 @@ QStringList openFiles()
 }
 } // namespace
 
-class ConstructionTest : public QObject
+class ConstructionTest : public DeviceTest
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
+    void init() override;
 
     void readsTheVersions_data();
     void readsTheVersions();
@@ -108,23 +111,16 @@ private slots:
 private:
     void recordVersions(const QByteArray &main, const QByteArray &alternate);
     QStringList messagesOfARun(const QStringList &arguments);
-
-    std::unique_ptr<ScratchDevice> device;
 };
 
 void ConstructionTest::init()
 {
-    // Whatever locale the device boots with, its files and the log are UTF-8.
+    // Files and log are UTF-8 even when the locale has another encoding.
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
     device = std::make_unique<ScratchDevice>();
 }
 
-void ConstructionTest::cleanup()
-{
-    device.reset();
-}
-
-/// Makes the table of versions, which takes values of any type; an empty value is no row.
+/// Makes the table of versions with values of any type; an empty value adds no row.
 void ConstructionTest::recordVersions(const QByteArray &main, const QByteArray &alternate)
 {
     device->sql(
@@ -148,17 +144,21 @@ void ConstructionTest::readsTheVersions_data()
         [](const char *name, const char *main, const char *alternate, int current, int target) {
             QTest::newRow(name) << QByteArray(main) << QByteArray(alternate) << current << target;
         };
-    row("both", "34", "12", 34, 12);
-    row("the same twice", "12", "12", 12, 12);
-    row("no rows", "", "", 0, 0);
+    row("both rows", "34", "12", 34, 12);
+    row("both rows with the same version", "12", "12", 12, 12);
+    row("there is no row", "", "", 0, 0);
     row("only the main row", "34", "", 34, 0);
     row("only the alternate row", "", "12", 0, 12);
     row("numbers as texts", "'34'", "'12'", 34, 12);
     row("texts that are no numbers", "'newest'", "'12 or so'", 0, 0);
     row("NULL", "NULL", "NULL", 0, 0);
     row("negative", "-5", "-1", -5, -1);
-    row("the ends of 32 bits", "2147483647", "-2147483648", 2147483647, -2147483647 - 1);
-    row("the low 32 bits of larger numbers", "4294967330", "-4294967284", 34, 12);
+    row("the largest and the smallest 32-bit number",
+        "2147483647",
+        "-2147483648",
+        2147483647,
+        -2147483647 - 1);
+    row("of larger numbers the lowest 32 bits are read", "4294967330", "-4294967284", 34, 12);
 }
 
 void ConstructionTest::readsTheVersions()
@@ -184,8 +184,8 @@ void ConstructionTest::choosesTheTarget_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("target");
 
-    QTest::newRow("without an argument the alternate version") << QStringList() << 12;
-    QTest::newRow("the first argument") << QStringList("20") << 20;
+    QTest::newRow("without an argument the target is the alternate version") << QStringList() << 12;
+    QTest::newRow("the first argument is the target") << QStringList("20") << 20;
     QTest::newRow("further arguments do not count") << QStringList({"20", "21"}) << 20;
     QTest::newRow("not a number") << QStringList("abc") << 0;
     QTest::newRow("empty") << QStringList("") << 0;
@@ -306,7 +306,7 @@ void ConstructionTest::databaseThatCannotBeOpened_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("log");
 
-    // The update that follows shows that the software version is read all the same.
+    // The update shows that the software version is still read.
     QTest::newRow("without an argument")
         << QStringList()
         << "unable to open database file Error opening database\n"
@@ -337,8 +337,7 @@ void ConstructionTest::operationsOnADatabaseThatIsNotOpen()
 {
     QVERIFY(QDir().mkpath(ScratchDevice::databasePath));
     const ToolkitMessages kept;
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     QVERIFY(!migrator.tableExists("field"));
     QVERIFY(!migrator.columnExists("field", "id"));
@@ -349,7 +348,7 @@ void ConstructionTest::operationsOnADatabaseThatIsNotOpen()
     QVERIFY(!migrator.dropTable("field"));
     QVERIFY(!migrator.dropColumnSaveParameters("field", "area"));
 
-    // Without a connection there is no error text.
+    // Without a connection the error has no text.
     QCOMPARE(
         device->takeLog(),
         QString(
@@ -369,7 +368,7 @@ void ConstructionTest::missingDatabasesDirectory_data()
 {
     QTest::addColumn<bool>("aFileHasTheName");
 
-    QTest::newRow("there is nothing of the name") << false;
+    QTest::newRow("the name does not exist") << false;
     QTest::newRow("a file has the name") << true;
 }
 
@@ -381,7 +380,7 @@ void ConstructionTest::missingDatabasesDirectory()
         ScratchDevice::writeFile("/app/databases", "no directory");
     }
 
-    // Neither the target nor the software version is looked for: there is nothing to migrate.
+    // Target and software version are not read: there is nothing to migrate.
     const QStringList messagesWithoutMigration = messagesOfARun({"0"});
     ScratchDevice::writeFile(ScratchDevice::softwareVersionPath, "1.2.3\n");
     COMPARE_LINES(messagesOfARun({"20"}), messagesWithoutMigration);
@@ -392,7 +391,7 @@ void ConstructionTest::missingDatabasesDirectory()
     QCOMPARE(QFileInfo::exists("/app/databases"), aFileHasTheName);
 }
 
-/// What the toolkit would print in a run: a line for every statement on the closed connection.
+/// @return what Qt would print in a run: a line for every statement on the closed connection
 QStringList ConstructionTest::messagesOfARun(const QStringList &arguments)
 {
     const ToolkitMessages kept;
@@ -434,8 +433,7 @@ void ConstructionTest::logThatCannotBeOpened()
 
 void ConstructionTest::logMessage()
 {
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     migrator.logMessage("Größe, Озимая рожь, 冬小麦 %1");
     QCOMPARE(device->takeLog(), QString("Größe, Озимая рожь, 冬小麦 %1\n"));
@@ -447,8 +445,7 @@ void ConstructionTest::logMessage()
 
 void ConstructionTest::logThatCannotBeWrittenForATime()
 {
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
     {
         const FullDisk fullDisk(4);
         migrator.logMessage("written in part");
@@ -467,13 +464,12 @@ void ConstructionTest::readSoftwareVersion_data()
     QTest::addColumn<QString>("version");
 
     QTest::newRow("the first line") << QByteArray("1.2.3\n4.5.6\n") << "1.2.3";
-    QTest::newRow("no end of line") << QByteArray("1.2.3") << "1.2.3";
-    QTest::newRow("the end of line of another system")
-        << QByteArray("1.2.3\r\n4.5.6\r\n") << "1.2.3";
-    QTest::newRow("blanks belong to it") << QByteArray(" 1.2.3\t \n") << " 1.2.3\t ";
+    QTest::newRow("the line has no end") << QByteArray("1.2.3") << "1.2.3";
+    QTest::newRow("the line ends with CR LF") << QByteArray("1.2.3\r\n4.5.6\r\n") << "1.2.3";
+    QTest::newRow("blanks belong to the version") << QByteArray(" 1.2.3\t \n") << " 1.2.3\t ";
     QTest::newRow("an empty file") << QByteArray("") << "";
     QTest::newRow("an empty first line") << QByteArray("\n1.2.3\n") << "";
-    QTest::newRow("not only ASCII") << QByteArray("Größe 冬\n") << "Größe 冬";
+    QTest::newRow("letters outside ASCII") << QByteArray("Größe 冬\n") << "Größe 冬";
     QTest::newRow("not valid UTF-8")
         << QByteArray("1.\xff.3\n") << QString("1.%1.3").arg(QChar(0xfffd));
     QTest::newRow("UTF-8 with a byte order mark")
@@ -510,7 +506,7 @@ void ConstructionTest::addsTheLibraryPath_data()
 {
     QTest::addColumn<bool>("exists");
 
-    // The toolkit takes no path that does not exist.
+    // Qt ignores a path that does not exist.
     QTest::newRow("the directory exists") << true;
     QTest::newRow("the directory is missing") << false;
 }

@@ -1,6 +1,4 @@
-#include "support/scratch_device.h"
-
-#include <QtTest>
+#include "support/device_test.h"
 
 #include <limits>
 
@@ -8,10 +6,10 @@ namespace
 {
 const int smallest = std::numeric_limits<int>::min();
 const int largest = std::numeric_limits<int>::max();
-/// Above every version that there will be.
+/// Higher than any version.
 const int newest = 1000;
 
-// What every run looks at, so that it has nothing else to report.
+// The tables that every run reads: without them it would report errors.
 const QByteArray maintainedTables =
     "CREATE TABLE PC_ProductConfig (id INTEGER PRIMARY KEY);"
     "CREATE TABLE PC_MixToProductConfigBridge (mixId INTEGER, productConfigId INTEGER);"
@@ -31,14 +29,11 @@ const QByteArray settingsAtVersion1 = settingsTable + ");";
 const QByteArray settingsAtVersion2 = settingsTable + ", calibratedInUsUnits);";
 } // namespace
 
-class DriverTest : public QObject
+class DriverTest : public DeviceTest
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
-
     void runMigration_data();
     void runMigration();
     void runsItsStagesInOrder();
@@ -52,19 +47,7 @@ private:
     void recordVersions(int main, int alternate, const QByteArray &mirelVersion);
     QStringList versions() { return device->rows("SELECT * FROM tableVersion"); }
     QStringList walk(int from, int to);
-
-    std::unique_ptr<ScratchDevice> device;
 };
-
-void DriverTest::init()
-{
-    device = std::make_unique<ScratchDevice>();
-}
-
-void DriverTest::cleanup()
-{
-    device.reset();
-}
 
 void DriverTest::recordVersions(int main, int alternate, const QByteArray &mirelVersion)
 {
@@ -86,15 +69,15 @@ void DriverTest::runMigration_data()
     QTest::addColumn<QString>("log");
     QTest::addColumn<QStringList>("after");
 
-    QTest::newRow("up to date, nothing is written")
+    QTest::newRow("up to date: nothing is written")
         << settingsAtVersion2 << 2 << 7 << QByteArray("'1.2.3'") << QByteArray("1.2.3\n")
         << QStringList("2") << "Integrity check passed.\n"
         << QStringList({"'mainSqlDb', 2, '1.2.3'", "'altSqlDb', 7, NULL"});
-    QTest::newRow("up to date, with no software version on either side")
+    QTest::newRow("up to date, neither the file nor the database has a software version")
         << settingsAtVersion2 << 2 << 7 << QByteArray("NULL") << QByteArray() << QStringList("2")
         << "Integrity check passed.\n"
         << QStringList({"'mainSqlDb', 2, NULL", "'altSqlDb', 7, NULL"});
-    QTest::newRow("another software version, the versions are written")
+    QTest::newRow("another software version: the versions are written")
         << settingsAtVersion2 << 2 << 7 << QByteArray("'1.2.3'") << QByteArray("1.2.4\n")
         << QStringList("2")
         << "Integrity check passed.\n"
@@ -112,7 +95,7 @@ void DriverTest::runMigration_data()
                                 "Database migration to version 2 completed successfully!\n"
                                 "\n*****Updating version in DB to: 2 with software version: 1.2.3\n"
                              << QStringList({"'mainSqlDb', 2, '1.2.3'", "'altSqlDb', 1, NULL"});
-    QTest::newRow("forward, the step fails and the version reached is written")
+    QTest::newRow("forward: the step fails, the version reached is written")
         << QByteArray() << 1 << 7 << QByteArray("'1.2.3'") << QByteArray("1.2.4\n")
         << QStringList("2")
         << "Integrity check passed.\n"
@@ -132,7 +115,7 @@ void DriverTest::runMigration_data()
         << "Integrity check passed.\n"
            "\n*****Updating version in DB to: 1 with software version: 1.2.3\n"
         << QStringList({"'mainSqlDb', 1, '1.2.3'", "'altSqlDb', 2, NULL"});
-    QTest::newRow("backward, the step fails and the version reached is written")
+    QTest::newRow("backward: the step fails, the version reached is written")
         << QByteArray() << 2 << 7 << QByteArray("'1.2.3'") << QByteArray("1.2.4\n")
         << QStringList("1")
         << "Integrity check passed.\n"
@@ -140,7 +123,8 @@ void DriverTest::runMigration_data()
            "no such table: productControl_productSettings\n"
            "\n*****Updating version in DB to: 2 with software version: 1.2.4\n"
         << QStringList({"'mainSqlDb', 2, '1.2.4'", "'altSqlDb', 2, NULL"});
-    QTest::newRow("without an argument back to the alternate version, no software version is left")
+    QTest::newRow(
+        "without an argument back to the alternate version: no software version is recorded")
         << settingsAtVersion2 << 2 << 1 << QByteArray("'1.2.3'") << QByteArray("1.2.3\n")
         << QStringList()
         << "Integrity check passed.\n"
@@ -153,13 +137,13 @@ void DriverTest::runMigration_data()
            "Database migration to version 2 completed successfully!\n"
            "\n*****Updating version in DB to: 2 with software version: \n"
         << QStringList({"'mainSqlDb', 2, ''", "'altSqlDb', 1, NULL"});
-    QTest::newRow("without an argument the versions are written even if all are equal")
+    QTest::newRow("without an argument the versions are written even when all are equal")
         << settingsAtVersion2 << 2 << 2 << QByteArray("'1.2.3'") << QByteArray("1.2.3\n")
         << QStringList()
         << "Integrity check passed.\n"
            "\n*****Updating version in DB to: 2 with software version: \n"
         << QStringList({"'mainSqlDb', 2, ''", "'altSqlDb', 2, NULL"});
-    QTest::newRow("between versions that no step belongs to")
+    QTest::newRow("no version between has a step")
         << settingsAtVersion1 << -3 << 7 << QByteArray("'1.2.3'") << QByteArray("1.2.3\n")
         << QStringList("1")
         << "Integrity check passed.\n"
@@ -178,8 +162,7 @@ void DriverTest::runMigration()
     device->sql(maintainedTables + before);
     recordVersions(main, alternate, mirelVersion);
     ScratchDevice::writeFile(ScratchDevice::softwareVersionPath, softwareVersion);
-    DatabaseMigrator &migrator = device->start(arguments);
-    device->takeLog();
+    DatabaseMigrator &migrator = start(arguments);
 
     migrator.runMigration();
 
@@ -205,8 +188,7 @@ void DriverTest::runsItsStagesInOrder()
     ScratchDevice::writeFile(
         "/app/refProducts.sql",
         "INSERT INTO growers VALUES(2, 'North'); INSERT INTO products VALUES(1)");
-    DatabaseMigrator &migrator = device->start({"2"});
-    device->takeLog();
+    DatabaseMigrator &migrator = start({"2"});
 
     migrator.runMigration();
 
@@ -223,8 +205,8 @@ void DriverTest::runsItsStagesInOrder()
                 "Failed to rename grower: North\n"));
 }
 
-/// Walks on a database of its own.
-/// @return the version reached, the log and the database afterwards
+/// Walks on a new database.
+/// @return the version reached, the log and the database after the walk
 QStringList DriverTest::walk(int from, int to)
 {
     device = std::make_unique<ScratchDevice>();
@@ -234,8 +216,7 @@ QStringList DriverTest::walk(int from, int to)
         "INSERT INTO productControl_productSettings VALUES('p', 'A', 1, 1, 1, 1, 1";
     device->sql(row + (from < to ? ")" : ", 1)"));
     recordVersions(from, from, "''");
-    DatabaseMigrator &migrator = device->start({QString::number(to)});
-    device->takeLog();
+    DatabaseMigrator &migrator = start({QString::number(to)});
 
     from < to ? migrator.migrateForward() : migrator.migrateBackward();
 
@@ -274,8 +255,7 @@ void DriverTest::walksNowhere()
 {
     device->sql(settingsAtVersion2);
     recordVersions(2, 2, "''");
-    DatabaseMigrator &migrator = device->start({"2"});
-    device->takeLog();
+    DatabaseMigrator &migrator = start({"2"});
     const QStringList before = device->dump();
 
     migrator.migrateForward();
@@ -301,7 +281,7 @@ void DriverTest::updateDatabaseVersion_data()
         "CREATE TRIGGER keepAlternate BEFORE UPDATE ON tableVersion "
         "WHEN NEW.tableName = 'altSqlDb' BEGIN SELECT RAISE(ABORT, 'refused alternate'); END;";
 
-    QTest::newRow("both rows, whatever others there are")
+    QTest::newRow("both rows change, other rows stay")
         << QByteArray("INSERT INTO tableVersion VALUES('otherDb', 9, 'x');") << 3
         << QByteArray("1.2.3\n")
         << "\n*****Updating version in DB to: 3 with software version: 1.2.3\n"
@@ -318,7 +298,7 @@ void DriverTest::updateDatabaseVersion_data()
         << QByteArray() << 3 << QByteArray("%1.%2%3\n")
         << "\n*****Updating version in DB to: 3 with software version: %1.%2%3\n"
         << QStringList({"'mainSqlDb', 3, '%1.%2%3'", "'altSqlDb', 7, NULL"});
-    QTest::newRow("a quote in the software version, only the second statement runs")
+    QTest::newRow("a quote in the software version: only the second statement runs")
         << QByteArray() << 3 << QByteArray("1.2'beta\n")
         << "\n*****Updating version in DB to: 3 with software version: 1.2'beta\n"
            "near \"beta\": syntax error Unable to execute statement\n"
@@ -343,7 +323,7 @@ void DriverTest::updateDatabaseVersion_data()
            "refused main Unable to fetch row\n"
            "refused alternate Unable to fetch row\n"
         << QStringList({"'mainSqlDb', 8, '1.0'", "'altSqlDb', 8, NULL"});
-    QTest::newRow("there are no rows to update")
+    QTest::newRow("there is no row to update")
         << QByteArray("DELETE FROM tableVersion;") << 3 << QByteArray("1.2.3\n")
         << "\n*****Updating version in DB to: 3 with software version: 1.2.3\n"
         << QStringList();
@@ -356,9 +336,8 @@ void DriverTest::updateDatabaseVersion()
     QFETCH(QByteArray, softwareVersion);
     recordVersions(version, 7, "''");
     ScratchDevice::writeFile(ScratchDevice::softwareVersionPath, softwareVersion);
-    DatabaseMigrator &migrator = device->start({"2"});
-    device->takeLog();
-    // Both rows hold other values than those that construction has read.
+    DatabaseMigrator &migrator = start({"2"});
+    // Both rows change after construction has read them.
     device->sql("UPDATE tableVersion SET version = 8;"
                 "UPDATE tableVersion SET MirelVersion = '1.0' WHERE tableName = 'mainSqlDb';");
     device->sql(before);

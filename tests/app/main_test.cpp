@@ -8,8 +8,8 @@
 #include <exception>
 #include <stdexcept>
 
-// main.cpp stands here beside a migrator that only records its calls. The test program starts
-// itself: with a call to throw from in its environment it runs the main function under test.
+// Tests main.cpp with a migrator that only records its calls. The test program starts itself: when
+// its environment names a call that throws, it runs the main function under test.
 int migratorMain(int argumentCount, char **arguments);
 
 namespace
@@ -80,13 +80,13 @@ void MainTest::callsTheMigrator_data()
                                                     "runMigration\n"
                                                     "destroyed\n")
                                       << 0;
-    QTest::newRow("an exception leaves the first call")
+    QTest::newRow("the first call throws")
         << "syncPartNumber"
         << QByteArray("constructed with /app/main_test, 34, more\n"
                       "syncPartNumber\n"
                       "destroyed\n")
         << uncaughtException;
-    QTest::newRow("an exception leaves the last call")
+    QTest::newRow("the last call throws")
         << "runMigration"
         << QByteArray("constructed with /app/main_test, 34, more\n"
                       "syncPartNumber\n"
@@ -115,7 +115,7 @@ void MainTest::callsTheMigrator()
 int main(int argc, char **argv)
 {
     if (qEnvironmentVariableIsSet(throwingCall)) {
-        // No handler anywhere: what the main function under test does not catch ends the program.
+        // An exception that the main function under test does not catch ends the program.
         std::set_terminate(endOnException);
         return migratorMain(argc, argv);
     }

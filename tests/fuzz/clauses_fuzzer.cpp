@@ -7,8 +7,8 @@
 
 namespace
 {
-/// Where a character stands, in the order in which the lockstep searches meet it: behind its last
-/// place they find it nowhere, and then begin anew.
+/// The places of a character, in the order in which the lockstep searches find them: after the last
+/// one a search finds nothing, then it starts again.
 class Places
 {
 public:
@@ -41,7 +41,7 @@ int clauseEndOf(const QString &text)
     return text.length() - 1;
 }
 
-/// All clauses of a CREATE text; behind the first one the keyword may be written in any letters.
+/// All clauses of a CREATE text; after the first one the keyword may have any letter case.
 QStringList clausesOf(const QString &createText)
 {
     QStringList clauses;
@@ -59,7 +59,7 @@ QStringList clausesOf(const QString &createText)
 
 void fuzz(const QByteArray &input)
 {
-    // The first line is the column that goes.
+    // The first line is the column to drop.
     const QString column = QString::fromUtf8(input.left(input.indexOf('\n')));
     const QString createText = QString::fromUtf8(input.mid(input.indexOf('\n') + 1));
     QString expected;

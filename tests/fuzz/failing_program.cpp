@@ -7,7 +7,7 @@ namespace
 int *volatile lost = nullptr;
 }
 
-// In the program's place: fails in the way that its argument tells, to prove that it is noticed.
+// Replaces the program: fails in the way that its argument names, to prove that this is noticed.
 int migratorMain(int argumentCount, char **arguments)
 {
     const std::string way = argumentCount > 1 ? arguments[1] : "";

@@ -10,8 +10,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// Runs the program again and again, each time in a process of its own that starts where the loader,
-// the sanitizers and SQLite stand ready. A request is a line with the processor time in seconds
+// Runs the program again and again, each time in a new process in which the loader, the sanitizers
+// and SQLite are ready. A request is a line with the processor time in seconds
 // that the run may take and the number of its arguments, then each argument and a NUL. The answer
 // is a line with the status that wait() gives, the processor time in milliseconds, the peak memory
 // in kilobytes and the number of bytes that the run printed, then these bytes.

@@ -31,7 +31,7 @@ void require(bool holds, const char *rule)
     }
 }
 
-// What libFuzzer calls; its name is not ours.
+// libFuzzer calls this function by its name.
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *bytes, size_t size)
 {
     fuzz(QByteArray(reinterpret_cast<const char *>(bytes), static_cast<int>(size)));

@@ -9,7 +9,7 @@ void fuzz(const QByteArray &input);
 /// Ends the program, and says which rule an input has broken.
 void require(bool holds, const char *rule);
 
-/// A file that lies nowhere.
+/// A file without a place in the file system.
 class MemoryFile
 {
 public:

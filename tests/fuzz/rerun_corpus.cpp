@@ -2,7 +2,7 @@
 
 #include <QDir>
 
-// In libFuzzer's place: tries the files of the directory that is given.
+// Replaces libFuzzer: tries the files of the given directory.
 int main(int argumentCount, char **arguments)
 {
     const QDir corpus(argumentCount > 1 ? arguments[1] : "");

@@ -32,7 +32,7 @@ QStringList statementsOf(const QByteArray &script)
 }
 } // namespace
 
-// The splitter stands here beside a migrator that only records the statements.
+// Runs the splitter with a migrator that only records the statements.
 
 void DatabaseMigrator::executeOrLogText(const QString &sql)
 {

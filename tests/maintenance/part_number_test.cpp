@@ -1,11 +1,9 @@
+#include "support/device_test.h"
 #include "support/peak_memory.h"
-#include "support/scratch_device.h"
 
 #include <QDir>
 #include <QElapsedTimer>
-#include <QLoggingCategory>
 #include <QSqlDatabase>
-#include <QtTest>
 
 #include <sys/stat.h>
 
@@ -21,14 +19,12 @@ QByteArray registration(const QByteArray &partNumber, const QByteArray &id = "2"
 }
 } // namespace
 
-class PartNumberTest : public QObject
+class PartNumberTest : public DeviceTest
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void init();
-    void cleanup();
+    void init() override;
 
     void fileIsRead_data();
     void fileIsRead();
@@ -41,29 +37,15 @@ private slots:
     void linkIsFollowed();
     void hugeFileIsNotRead();
     void closedDatabaseIsNoFailure();
-
-private:
-    std::unique_ptr<ScratchDevice> device;
 };
-
-void PartNumberTest::initTestCase()
-{
-    // The toolkit warns of every statement on a connection that is not open.
-    QLoggingCategory::setFilterRules("default.warning=false");
-}
 
 void PartNumberTest::init()
 {
-    device = std::make_unique<ScratchDevice>();
+    DeviceTest::init();
     device->recordVersion(1);
     device->sql("CREATE TABLE registrationInfo (fieldComputerId INTEGER PRIMARY KEY, "
                 "partNumber TEXT);"
                 "INSERT INTO registrationInfo VALUES(1, '1000A'), (2, '2000B'), (3, NULL)");
-}
-
-void PartNumberTest::cleanup()
-{
-    device.reset();
 }
 
 void PartNumberTest::fileIsRead_data()
@@ -78,7 +60,7 @@ void PartNumberTest::fileIsRead_data()
     row("number and suffix",
         "<LVData><PartNumber>94071</PartNumber><PartNumberSuffix>-A</PartNumberSuffix></LVData>",
         "94071-A");
-    row("the suffix stands first",
+    row("the suffix comes first",
         "<LVData><PartNumberSuffix>-A</PartNumberSuffix><PartNumber>94071</PartNumber></LVData>",
         "94071-A");
     row("no suffix", "<LVData><PartNumber>94071</PartNumber></LVData>", "94071");
@@ -99,19 +81,19 @@ void PartNumberTest::fileIsRead_data()
     row("an element twice: the last one is empty",
         "<LVData><PartNumber>94071</PartNumber><PartNumber/></LVData>",
         "");
-    row("deeper elements are others",
+    row("elements at a deeper level do not count",
         "<LVData><Device><PartNumber>1</PartNumber></Device><PartNumber>2</PartNumber>"
         "<Device><PartNumber>3</PartNumber></Device></LVData>",
         "2");
-    row("a number as an attribute is none", "<LVData PartNumber='94071'/>", "");
-    row("text of the document element is none", "<LVData>94071</LVData>", "");
+    row("an attribute is not a number", "<LVData PartNumber='94071'/>", "");
+    row("text of the document element is not a number", "<LVData>94071</LVData>", "");
     row("an element within the number",
         "<LVData><PartNumber>940<b>7</b>1</PartNumber></LVData>",
         "94071");
     row("blanks belong to number and suffix",
         "<LVData><PartNumber> 94071\n</PartNumber><PartNumberSuffix> A </PartNumberSuffix></LVData>",
         " 94071\n A ");
-    row("nothing but blanks is nothing", "<LVData><PartNumber> \n </PartNumber></LVData>", "");
+    row("only blanks count as nothing", "<LVData><PartNumber> \n </PartNumber></LVData>", "");
     row("CDATA", "<LVData><PartNumber><![CDATA[940<7>&1]]>A</PartNumber></LVData>", "940<7>&1A");
     row("entities of XML itself",
         "<LVData><PartNumber>&lt;9&amp;4&gt;&quot;0&apos;&#55;&#x31;</PartNumber></LVData>",
@@ -120,7 +102,7 @@ void PartNumberTest::fileIsRead_data()
         "<!DOCTYPE LVData [<!ENTITY series \"940\"><!ENTITY model \"&series;71\">]>"
         "<LVData><PartNumber>&model;-&series;</PartNumber></LVData>",
         "94071-940");
-    row("an entity that nobody declared", "<LVData><PartNumber>9&a;4</PartNumber></LVData>", "94");
+    row("an entity that is not declared", "<LVData><PartNumber>9&a;4</PartNumber></LVData>", "94");
     row("comments and instructions within a text",
         "<LVData><PartNumber>94<!-- the series -->0<?page break?>71</PartNumber></LVData>",
         "94071");
@@ -149,7 +131,7 @@ void PartNumberTest::fileIsRead_data()
     row("an element without an end", "<LVData><PartNumber>94071</PartNumber>", "");
     row("elements that overlap", "<LVData><PartNumber>94071</LVData></PartNumber>", "");
     row("two document elements", "<LVData><PartNumber>94071</PartNumber></LVData><LVData/>", "");
-    row("text behind the document", "<LVData><PartNumber>94071</PartNumber></LVData>94071", "");
+    row("text after the document", "<LVData><PartNumber>94071</PartNumber></LVData>94071", "");
     row("an ampersand alone", "<LVData><PartNumber>9&4</PartNumber></LVData>", "");
     row("UTF-8 with a byte order mark",
         "\xef\xbb\xbf<LVData><PartNumber>94071Ä</PartNumber></LVData>",
@@ -170,8 +152,7 @@ void PartNumberTest::fileIsRead()
 {
     QFETCH(QByteArray, content);
     device->writeFile(ScratchDevice::registrationPath, content);
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     const QString partNumber = migrator.readRegistrationPartNumber(ScratchDevice::registrationPath);
 
@@ -197,7 +178,7 @@ void PartNumberTest::numberIsCopied_data()
         registration("94071A"),
         "",
         {"1, '1000A'", "2, '94071A'", "3, NULL"});
-    row("the number of the first row is compared, whoever's it is",
+    row("the number of the first row is compared, even if it is another field computer's",
         registration("1000A"),
         "",
         asBefore);
@@ -217,17 +198,20 @@ void PartNumberTest::numberIsCopied_data()
         "CREATE TABLE registrationInfo (fieldComputerId INTEGER PRIMARY KEY, partNumber INTEGER);"
         "INSERT INTO registrationInfo VALUES(1, 1000), (2, 2000)",
         {"1, 1000", "2, 2000"});
-    row("no row", registration("94071A"), "DELETE FROM registrationInfo", {});
-    row("a field computer that is not there", registration("94071A", "4"), "", asBefore);
-    row("an empty number", registration(""), "", asBefore);
-    row("no field computer's id", "<LVData><PartNumber>94071A</PartNumber></LVData>", "", asBefore);
-    row("an empty id", registration("94071A", ""), "", asBefore);
+    row("there is no row", registration("94071A"), "DELETE FROM registrationInfo", {});
+    row("the field computer does not exist", registration("94071A", "4"), "", asBefore);
+    row("the number is empty", registration(""), "", asBefore);
+    row("there is no id of a field computer",
+        "<LVData><PartNumber>94071A</PartNumber></LVData>",
+        "",
+        asBefore);
+    row("the id is empty", registration("94071A", ""), "", asBefore);
     row("an id that is no number", registration("94071A", "two"), "", asBefore);
     row("an id with blanks",
         registration("94071A", " 2\n"),
         "",
         {"1, '1000A'", "2, '94071A'", "3, NULL"});
-    row("an id is part of the statement as it stands",
+    row("an id becomes part of the statement unchanged",
         registration("94071A", "1 + 1"),
         "",
         {"1, '1000A'", "2, '94071A'", "3, NULL"});
@@ -249,11 +233,11 @@ void PartNumberTest::numberIsCopied_data()
         registration("Größe 播种"),
         "",
         {"1, '1000A'", "2, 'Größe 播种'", "3, NULL"});
-    row("a file that cannot be parsed",
+    row("the file cannot be parsed",
         "<LVData><PartNumber>94071A</PartNumber><fieldComputerId>2</fieldComputerId>",
         "",
         asBefore);
-    row("a trigger refuses it",
+    row("a trigger refuses the update",
         registration("94071A"),
         "CREATE TRIGGER refuse BEFORE UPDATE ON registrationInfo "
         "BEGIN SELECT RAISE(ABORT, 'refused'); END",
@@ -271,8 +255,7 @@ void PartNumberTest::numberIsCopied()
     QFETCH(QByteArray, setUp);
     device->writeFile(ScratchDevice::registrationPath, content);
     device->sql(setUp);
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     migrator.syncPartNumber();
 
@@ -297,8 +280,7 @@ void PartNumberTest::idOfAnEarlierFileIsKept()
 void PartNumberTest::missingFileIsNoFailure()
 {
     const QStringList before = device->dump();
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     migrator.syncPartNumber();
 
@@ -311,8 +293,7 @@ void PartNumberTest::directoryIsNoFile()
 {
     QDir().mkdir(ScratchDevice::registrationPath);
     const QStringList before = device->dump();
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     migrator.syncPartNumber();
 
@@ -323,11 +304,10 @@ void PartNumberTest::directoryIsNoFile()
 
 void PartNumberTest::pipeIsNoFile()
 {
-    // Nobody writes into it: whoever opened it would wait for ever.
+    // Nobody writes into it: opening it would wait forever.
     QCOMPARE(mkfifo(ScratchDevice::registrationPath.toUtf8(), 0600), 0);
     const QStringList before = device->dump();
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     migrator.syncPartNumber();
 
@@ -354,8 +334,7 @@ void PartNumberTest::hugeFileIsNotRead()
         registration("94071A").replace(
             "</LVData>", QByteArray("<a>x</a>").repeated(elements) + "</LVData>"));
     const QStringList before = device->dump();
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
     const PeakMemory memory;
     QElapsedTimer time;
     time.start();
@@ -372,8 +351,7 @@ void PartNumberTest::closedDatabaseIsNoFailure()
 {
     device->writeFile(ScratchDevice::registrationPath, registration("94071A"));
     const QStringList before = device->dump();
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
     QSqlDatabase::database().close();
 
     migrator.syncPartNumber();

@@ -4,8 +4,8 @@
 #include <QString>
 #include <QVariant>
 
-/// The renaming passes written down as they are described, without a thought for their cost: every
-/// row is read, and every row's equals are looked for in the whole table.
+/// The renaming passes exactly as they are described, whatever they cost: every row is read, and the
+/// equals of every row are searched in the whole table.
 class PlainWalk
 {
 public:

@@ -35,7 +35,7 @@ const Texts plainNames = {"'A'",    "'A'",   "'A'",   "'a'",     "'B'",         
 const QVector<Texts> oddNames = {
     // Single quotes: most statements fail, some are read as another name.
     {"'O''Brien'", "''''", "''''''", "'A'''", "'A''''A'", "'A''A'"},
-    // Quotes after which the statement is a valid one again.
+    // Names with quotes that leave the statement valid.
     {"'x'' OR ''1''=''1'",
      "'x'' -- '",
      "'x'' OR 1 -- '",
@@ -53,7 +53,7 @@ const QVector<Texts> oddNames = {
      "'A'' IS NOT ''B'",
      "'A'' || ''_2'",
      "'x''; DELETE FROM farms; -- '"},
-    // Bytes that are no UTF-8, and what they are read as.
+    // Bytes that are not valid UTF-8, and the characters that they are read as.
     {"CAST(x'FF' AS TEXT)",
      "CAST(x'FE' AS TEXT)",
      "CAST(x'EFBFBD' AS TEXT)",
@@ -64,13 +64,13 @@ const QVector<Texts> oddNames = {
      "CAST(x'F0908080' AS TEXT)",
      "CAST(x'F7BFBFBF' AS TEXT)",
      "CAST(x'EFBBBF41' AS TEXT)"},
-    // Characters that are read as another one from a text, not from a BLOB.
+    // Characters that are read as another character from a text, but not from a BLOB.
     {"CAST(x'EFBFBD' AS TEXT)",
      "CAST(x'EFBFBE' AS TEXT)",
      "CAST(x'EFBFBF' AS TEXT)",
      "x'EFBFBE'",
      "x'EFBFBF'"},
-    // In a UTF-16 database: halves of surrogate pairs, which swallow what follows.
+    // In a UTF-16 database: halves of surrogate pairs, which hide the next character.
     {"CAST(x'00D8' AS TEXT)",
      "CAST(x'410000D8' AS TEXT)",
      "CAST(x'00D82700' AS TEXT)",
@@ -83,7 +83,7 @@ const QVector<Texts> oddNames = {
      "CAST(x'412700' AS TEXT)",
      "CAST(x'41270042' AS TEXT)",
      "CAST(x'410027' AS TEXT)"},
-    // Values that are no texts.
+    // Values that are not texts.
     {"NULL", "NULL", "x''", "''", "x'FFFF'"},
     {"x'41'", "x'41'", "x'27'", "x'4100'", "x'412700'", "x'EFBBBF41'"},
     {"1", "1", "1.0", "'1'", "'01'", "x'31'", "x'3031'", "x'2031'", "1.5", "-0.0", "0"}};
@@ -110,7 +110,7 @@ const Texts oddReferences = {
 
 const Texts oddIds = {"NULL", "1", "2", "2", "3", "'x'", "'2'", "2.5", "x'32'", "1e300"};
 
-// Ids of a key that is no row id: NULL, and texts that read as 0, as each other or as an integer.
+// Ids of a key that is no row id: NULL, and texts that are read as 0, as an integer or as equal.
 const Texts textIds = {
     "NULL",
     "NULL",
@@ -171,7 +171,7 @@ void makeIdOdd(Dice &dice, Table &table, QVector<Table> &)
         ""});
 }
 
-/// A key that is no row id, as where identifiers are texts.
+/// Makes the key a text, which is no row id.
 void makeIdText(Dice &dice, Table &table, QVector<Table> &)
 {
     table.column("id").definition = dice.pick(Texts{
@@ -337,7 +337,7 @@ void makeView(Dice &dice, Table &table, QVector<Table> &)
     if (dice.oneIn(2)) {
         table.afterwards << "CREATE VIEW " + table.name + " AS SELECT * FROM stored";
     } else {
-        // Its halves compare names in different ways.
+        // Its two halves compare names differently.
         table.afterwards << "CREATE TABLE other AS SELECT * FROM stored WHERE false"
                          << "CREATE VIEW " + table.name +
                                 " AS SELECT * FROM other UNION ALL SELECT * FROM stored";

@@ -1,10 +1,8 @@
+#include "support/device_test.h"
 #include "support/encodings.h"
 #include "support/peak_memory.h"
-#include "support/scratch_device.h"
 
 #include <QElapsedTimer>
-#include <QLoggingCategory>
-#include <QtTest>
 
 namespace
 {
@@ -16,14 +14,12 @@ const char *const readMakers = "SELECT * FROM makers";
 const char *const noStatement = "No query Unable to fetch row\n";
 } // namespace
 
-class ReferenceScriptsTest : public QObject
+class ReferenceScriptsTest : public DeviceTest
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void init();
-    void cleanup();
+    void init() override;
 
     void statementsRunOneByOne_data();
     void statementsRunOneByOne();
@@ -37,28 +33,14 @@ private slots:
     void memoryIsThatOfTheLongestStatement_data();
     void memoryIsThatOfTheLongestStatement();
     void timeGrowsWithTheLinesOfAStatement();
-
-private:
-    std::unique_ptr<ScratchDevice> device;
 };
-
-void ReferenceScriptsTest::initTestCase()
-{
-    // The toolkit warns of every empty statement.
-    QLoggingCategory::setFilterRules("default.warning=false");
-}
 
 void ReferenceScriptsTest::init()
 {
-    device = std::make_unique<ScratchDevice>();
+    DeviceTest::init();
     device->recordVersion(1);
     device->sql("CREATE TABLE makers (id INTEGER PRIMARY KEY, name TEXT, "
                 "ownerId INTEGER REFERENCES makers(id))");
-}
-
-void ReferenceScriptsTest::cleanup()
-{
-    device.reset();
 }
 
 void ReferenceScriptsTest::statementsRunOneByOne_data()
@@ -72,9 +54,9 @@ void ReferenceScriptsTest::statementsRunOneByOne_data()
                         const QString &log,
                         const QStringList &rows) { QTest::newRow(name) << script << log << rows; };
 
-    row("of an empty file the empty remainder is executed", "", "\n", {});
-    row("an empty line is no end", "\n\n", "\n", {});
-    row("a blank remainder has the driver's own text", "  \n\t", noStatement, {});
+    row("the empty remainder of an empty file is executed", "", "\n", {});
+    row("an empty line does not end the script", "\n\n", "\n", {});
+    row("a blank remainder fails with a text of the driver", "  \n\t", noStatement, {});
     row("two statements on one line and an empty remainder",
         "INSERT INTO makers VALUES(1,'Ost',NULL);INSERT INTO makers VALUES(2,'West',NULL);",
         "\n",
@@ -83,19 +65,19 @@ void ReferenceScriptsTest::statementsRunOneByOne_data()
         "INSERT INTO makers VALUES(1,'Ost',NULL);\n",
         "\n",
         {"1, 'Ost', NULL"});
-    row("a remainder without a semicolon runs as well",
+    row("a remainder without a semicolon runs too",
         "INSERT INTO makers VALUES(1,'Ost',NULL);\nINSERT INTO makers VALUES(2,'West',NULL)",
         "",
         {"1, 'Ost', NULL", "2, 'West', NULL"});
-    row("a remainder that fails",
+    row("the remainder fails",
         "INSERT INTO makers VALUES(1,'Ost')",
         "table makers has 3 columns but 2 values were supplied Unable to execute statement\n",
         {});
-    row("a statement over several lines with blanks of its own",
+    row("a statement over several lines with blanks at their ends",
         "INSERT INTO makers \nVALUES(1,\n\n'Ost',\n NULL)\n;\n",
         "\n",
         {"1, 'Ost', NULL"});
-    row("lines are glued without a blank",
+    row("lines are joined without a blank",
         "INSERT INTO makers\nVALUES(1,'Ost',NULL);",
         "near \"1\": syntax error Unable to execute statement\n\n",
         {});
@@ -103,24 +85,24 @@ void ReferenceScriptsTest::statementsRunOneByOne_data()
         "INSERT INTO makers VALUES(1,'O\nst',NULL);",
         "\n",
         {"1, 'Ost', NULL"});
-    row("a semicolon within a literal cuts it",
+    row("a semicolon in a literal ends the statement",
         "INSERT INTO makers VALUES(1,'O;st',NULL);",
         "unrecognized token: \"'O\" Unable to execute statement\n"
         "near \"st\": syntax error Unable to execute statement\n\n",
         {});
-    row("empty pieces are executed like any other",
+    row("empty pieces are executed like any other piece",
         ";;INSERT INTO makers VALUES(1,'Ost',NULL);;",
         "\n\n\n\n",
         {"1, 'Ost', NULL"});
-    row("a blank piece", " ;", QString(noStatement) + "\n", {});
-    row("a failure in the middle stops nothing",
+    row("a blank piece is executed too", " ;", QString(noStatement) + "\n", {});
+    row("after a failure the next statements run",
         "INSERT INTO makers VALUES(1,'Ost',NULL);INSERT INTO makers VALUES(1,'West',NULL);\n"
         "INSERT INTO owners VALUES(1);\n"
         "INSERT INTO makers VALUES(3,'Süd',NULL);",
         "UNIQUE constraint failed: makers.id Unable to fetch row\n"
         "no such table: owners Unable to execute statement\n\n",
         {"1, 'Ost', NULL", "3, 'Süd', NULL"});
-    row("a comment swallows what is glued to it",
+    row("a comment hides the lines that are joined to it",
         "-- the makers\nINSERT INTO makers VALUES(1,'Ost',NULL);\n"
         "/* more */\nINSERT INTO makers VALUES(2,'West',NULL);",
         QString(noStatement) + "\n",
@@ -129,15 +111,15 @@ void ReferenceScriptsTest::statementsRunOneByOne_data()
         "-- makers; INSERT INTO makers VALUES(1,'Ost',NULL);",
         QString(noStatement) + "\n",
         {"1, 'Ost', NULL"});
-    row("carriage returns are no part of a line",
+    row("CR LF ends a line",
         "INSERT INTO makers \r\nVALUES(1,'Ost',NULL);\r\nINSERT INTO makers VALUES(2,'We\r\nst',NULL);\r\n",
         "\n",
         {"1, 'Ost', NULL", "2, 'West', NULL"});
-    row("nor are carriage returns alone",
+    row("CR alone ends a line",
         "INSERT INTO makers VALUES(1,'O\rst',NULL);",
         "\n",
         {"1, 'Ost', NULL"});
-    row("a byte order mark is no part of the text",
+    row("a byte order mark is not part of the text",
         "\xef\xbb\xbfINSERT INTO makers VALUES(1,'Ost',NULL);",
         "\n",
         {"1, 'Ost', NULL"});
@@ -161,7 +143,7 @@ void ReferenceScriptsTest::statementsRunOneByOne_data()
         encodedWithMark("UTF-16LE", "SELECT 1").mid(2),
         "near \"S\": syntax error Unable to execute statement\n",
         {});
-    row("percent signs are text",
+    row("percent signs are data",
         "INSERT INTO makers VALUES(1,'%1 %2',NULL);",
         "\n",
         {"1, '%1 %2', NULL"});
@@ -170,7 +152,7 @@ void ReferenceScriptsTest::statementsRunOneByOne_data()
                           "INSERT INTO makers VALUES(2,'W\0est',NULL);"),
         "unrecognized token: \"'W\" Unable to execute statement\n\n",
         {"1, 'Ost', NULL"});
-    row("a query's rows interest nobody",
+    row("the rows of a query are ignored",
         "SELECT * FROM makers;SELECT owner FROM makers;",
         "no such column: owner Unable to execute statement\n\n",
         {});
@@ -196,7 +178,7 @@ void ReferenceScriptsTest::statementsRunOneByOne_data()
         "PRAGMA foreign_keys = OFF;INSERT INTO makers VALUES(1,'Ost',9);",
         "\n",
         {"1, 'Ost', 9"});
-    row("a trigger's body is cut at each semicolon",
+    row("the body of a trigger is split at each semicolon",
         "CREATE TRIGGER shout AFTER INSERT ON makers BEGIN UPDATE makers SET name = upper(name); END;\n"
         "INSERT INTO makers VALUES(1,'Ost',NULL);",
         "incomplete input Unable to execute statement\n"
@@ -208,8 +190,7 @@ void ReferenceScriptsTest::statementsRunOneByOne()
 {
     QFETCH(QByteArray, script);
     device->writeFile(machinesPath, script);
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     migrator.runSqlScript(machinesPath);
 
@@ -247,15 +228,14 @@ void ReferenceScriptsTest::linesAreReadWhole()
 {
     QFETCH(int, length);
     QFETCH(QByteArray, lineEnd);
-    // Four bytes, two UTF-16 units: some piece of the line ends within one.
+    // Four bytes, two UTF-16 units: one piece of the line ends between them.
     const QByteArray wide = "🚜";
     QByteArray line = "INSERT INTO makers VALUES(1,'x";
     const int units = length - line.size() - 8;
     line += wide.repeated(units / 2) + QByteArray("x").repeated(units % 2) + "',NULL);";
     device->writeFile(
         machinesPath, line + lineEnd + "INSERT INTO makers VALUES(2,'West',NULL);" + lineEnd);
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     migrator.runSqlScript(machinesPath);
 
@@ -270,16 +250,15 @@ void ReferenceScriptsTest::scriptThatCannotBeReadIsSkipped_data()
 {
     QTest::addColumn<QString>("path");
 
-    QTest::newRow("missing") << "/app/refMachines.sql";
-    QTest::newRow("a directory") << "/app/databases";
-    QTest::newRow("no path at all") << "";
+    QTest::newRow("the file is missing") << "/app/refMachines.sql";
+    QTest::newRow("the path is a directory") << "/app/databases";
+    QTest::newRow("the path is empty") << "";
 }
 
 void ReferenceScriptsTest::scriptThatCannotBeReadIsSkipped()
 {
     QFETCH(QString, path);
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
 
     migrator.runSqlScript(path);
 
@@ -290,8 +269,7 @@ void ReferenceScriptsTest::machinesComeBeforeProducts()
 {
     device->writeFile(machinesPath, "INSERT INTO makers VALUES(1,'Ost',NULL);");
     device->writeFile(productsPath, "INSERT INTO makers VALUES(2,'West',1)");
-    DatabaseMigrator &migrator = device->start({"1"});
-    device->takeLog();
+    DatabaseMigrator &migrator = start({"1"});
 
     migrator.runMigration();
 
@@ -336,8 +314,7 @@ void ReferenceScriptsTest::memoryIsThatOfTheLongestStatement()
         machinesPath,
         statement.repeated(megabytes * 1024 * 1024 / statement.size()) +
             "INSERT INTO makers VALUES(1,'Ost',NULL)");
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
+    DatabaseMigrator &migrator = start();
     const PeakMemory memory;
 
     migrator.runSqlScript(machinesPath);
@@ -359,8 +336,7 @@ void ReferenceScriptsTest::timeGrowsWithTheLinesOfAStatement()
 
     migrator.runSqlScript(machinesPath);
 
-    // A second in the worst of cases; looking through the whole statement at every line would take
-    // minutes.
+    // At most a second; searching the whole statement at every line would take minutes.
     QVERIFY2(time.elapsed() < 20000, QByteArray::number(time.elapsed()));
     COMPARE_LINES(
         device->rows("SELECT id, length(name), ownerId FROM makers"),

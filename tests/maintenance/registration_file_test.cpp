@@ -9,8 +9,8 @@
 
 namespace
 {
-/// What the parser makes of a file: its document element's name, in brackets its children's names,
-/// and its text; empty when the file counts as one that cannot be parsed.
+/// What the parser reads from a file: the name of its document element, the names of its children in
+/// brackets, and its text; empty when the file counts as one that cannot be parsed.
 QString summary(const QDomDocument &document)
 {
     const QDomElement root = document.documentElement();
@@ -81,8 +81,8 @@ QByteArray filled(const QByteArray &start, const QByteArray &piece, const QByteA
 }
 } // namespace
 
-/// Ordinary files, and files that could bring the parser down. Every one must be done with in a
-/// moment, in far less than 64 MB and on a stack of 8 MB.
+/// Ordinary files, and files that could make the parser fail. Each must be parsed quickly, in far
+/// less than 64 MB and on a stack of 8 MB.
 class RegistrationFileTest : public QObject
 {
     Q_OBJECT
@@ -260,7 +260,7 @@ void RegistrationFileTest::absurdFileIsNotParsed_data()
                QByteArray("+ADw-/a+AD4-").repeated(2500) + "</LVData>";
     QTest::newRow("nested elements in EBCDIC")
         << encoded("IBM037", declared("IBM037") + nested(4000, ""));
-    QTest::newRow("nested elements in EBCDIC behind a readable declaration")
+    QTest::newRow("nested elements in EBCDIC after a readable declaration")
         << declared("IBM037") + encoded("IBM037", nested(4000, ""));
     QTest::newRow("30,000 nested groups of a content model") << declaring(
         "<!ELEMENT a " + QByteArray(30000, '(') + "b" + QByteArray(30000, ')') + ">",
@@ -274,7 +274,7 @@ void RegistrationFileTest::absurdFileIsNotParsed_data()
     QTest::newRow("an entity of 100 elements, 1,000 times") << declaring(
         entity("a", QByteArray("<b/>").repeated(100)),
         "<LVData>" + QByteArray("&a;").repeated(1000) + "</LVData>");
-    QTest::newRow("nested elements out of an entity") << declaring(
+    QTest::newRow("nested elements from an entity") << declaring(
         entity("a", QByteArray("<b>").repeated(100)), number(QByteArray("&a;").repeated(50)));
     QTest::newRow("a large parameter entity, 1,000 times") << declaring(
         "<!ENTITY % a '" + QByteArray(30000, ' ') + "'>" + QByteArray("%a;").repeated(1000),
@@ -310,7 +310,7 @@ void RegistrationFileTest::strangeFileDoesNoHarm_data()
     for (const char *piece :
          {"<a>", "<?a?>", "<!---->", "&amp;", "&#65;", "]]>", ">", "&", "<", "'", "\xff", "\xfe"}) {
         QTest::addRow("full of %s", piece) << filled("<LVData>", piece, "</LVData>");
-        QTest::addRow("nothing but %s", piece) << filled("", piece, "");
+        QTest::addRow("only %s", piece) << filled("", piece, "");
     }
     for (const char *piece : {"%a;", "(", "[", "<!ELEMENT a (", "<!ATTLIST a b (c|d) #IMPLIED>"}) {
         QTest::addRow("a DOCTYPE full of %s", piece)

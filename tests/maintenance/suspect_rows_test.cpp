@@ -1,10 +1,9 @@
 #include "maintenance/plain_walk.h"
 #include "maintenance/random_database.h"
-#include "support/scratch_device.h"
+#include "support/device_test.h"
 
 #include <QSqlDatabase>
 #include <QSqlDriver>
-#include <QtTest>
 
 #include <sqlite3.h>
 
@@ -79,7 +78,7 @@ QStringList content()
            rows("SELECT * FROM farms") + rows("SELECT * FROM fields") + rows("SELECT * FROM files");
 }
 
-/// The tables as the device software makes them, as far as they are not there yet.
+/// The tables of the device software that are not there yet.
 const char *const missingTables =
     "CREATE TABLE IF NOT EXISTS growers (id INTEGER PRIMARY KEY, displayName TEXT);"
     "CREATE TABLE IF NOT EXISTS farms (id INTEGER PRIMARY KEY, displayName TEXT, growerId INTEGER);"
@@ -102,7 +101,7 @@ QByteArray filesAndFields(int count)
            "SELECT id, displayName, 3, 1, 1, 1 FROM fields;";
 }
 
-/// @return statements that give fields, and the files of the same name, another name
+/// @return statements that rename fields, and the files with the same name
 QByteArray giveName(const QByteArray &name, const QByteArray &condition)
 {
     return "UPDATE fields SET displayName = " + name + " WHERE " + condition +
@@ -131,7 +130,7 @@ QString renameByMigrator(ScratchDevice &device, DatabaseMigrator &migrator)
 
 QList<int> refusedActions;
 
-/// Lets the migrator's connection look at everything and change rows, nothing more.
+/// Lets the migrator's connection read everything and change rows, but nothing else.
 int allowRowsOnly(void *, int action, const char *, const char *, const char *, const char *)
 {
     switch (action) {
@@ -156,7 +155,7 @@ int countOperations(void *)
 }
 } // namespace
 
-class SuspectRowsTest : public QObject
+class SuspectRowsTest : public DeviceTest
 {
     Q_OBJECT
 
@@ -189,9 +188,8 @@ void SuspectRowsTest::outcomeIsThePlainWalks()
     QFETCH(QByteArray, encoding);
     QFETCH(int, cases);
     const QByteArray setEncoding = "PRAGMA encoding = '" + encoding + "'";
-    ScratchDevice device;
-    device.sql(setEncoding + "; CREATE TABLE first (id)");
-    DatabaseMigrator &migrator = device.start();
+    device->sql(setEncoding + "; CREATE TABLE first (id)");
+    DatabaseMigrator &migrator = device->start();
     QSqlQuery("PRAGMA synchronous = OFF");
     QSqlQuery("PRAGMA journal_mode = MEMORY");
     QSqlQuery("PRAGMA locking_mode = EXCLUSIVE");
@@ -204,7 +202,7 @@ void SuspectRowsTest::outcomeIsThePlainWalks()
         const QStringList expected = content() + expectedLog.split('\n');
 
         database.copy();
-        const QString log = renameByMigrator(device, migrator);
+        const QString log = renameByMigrator(*device, migrator);
         const QStringList actual = content() + log.split('\n');
         if (actual != expected) {
             qWarning(
@@ -232,35 +230,35 @@ void SuspectRowsTest::outcomeIsThePlainWalksForOddTables_data()
         "INSERT INTO texts VALUES (1, '5');"
         "INSERT INTO integers VALUES (2, 5);");
     // Read by position, file 1 looks for the equals of files 2 and 3.
-    row("a generated column, which moves those behind it",
+    row("a generated column, which moves the columns after it",
         "CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, label TEXT AS ('B'), "
         "displayName TEXT, absolutePath TEXT, fileSize INTEGER, typeId INTEGER, created TEXT, "
         "growerId INTEGER, farmId INTEGER, fieldId INTEGER);",
         "INSERT INTO files (id, displayName, fileSize, typeId, created, growerId, farmId, fieldId) "
         "VALUES (1, 'A', 3, 3, '1', 1, 1, 1), (2, 'B', 9, 3, '1', 1, 1, 1), "
         "(3, 'B', 9, 3, '1', 1, 1, 1);");
-    row("names that become integers, and a BLOB that is looked for as one",
+    row("names are stored as integers, and a BLOB is searched as an integer",
         "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName CHARINT);",
         "INSERT INTO growers VALUES (1, x'2031'), (2, 1), (3, 1);");
-    row("names that become numbers, and a BLOB that is looked for as one",
+    row("names are stored as numbers, and a BLOB is searched as a number",
         "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName NUMERIC);",
         "INSERT INTO growers VALUES (1, x'2031'), (2, 1), (3, 1);");
-    row("a BLOB that reads as U+FFFE, and texts that read otherwise",
+    row("a BLOB is read as U+FFFE, equal texts are read differently",
         "",
         "INSERT INTO growers VALUES (1, x'EFBFBE'), (2, CAST(x'EFBFBE' AS TEXT)), "
         "(3, CAST(x'EFBFBE' AS TEXT));");
-    row("a BLOB that reads as U+FFFF, and texts that read otherwise",
+    row("a BLOB is read as U+FFFF, equal texts are read differently",
         "",
         "INSERT INTO growers VALUES (1, x'EFBFBF'), (2, CAST(x'EFBFBF' AS TEXT)), "
         "(3, CAST(x'EFBFBF' AS TEXT));");
-    row("types that are texts, of which 3 is not between 1 and 11",
+    row("types are texts: 3 is not between 1 and 11",
         "CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, displayName TEXT, "
         "absolutePath TEXT, fileSize INTEGER, typeId TEXT, created TEXT, growerId INTEGER, "
         "farmId INTEGER, fieldId INTEGER);",
         "INSERT INTO files (id, displayName, typeId, growerId, farmId, fieldId) VALUES "
         "(1, 'A', 3, 1, 1, 1), (2, 'A', 3, 1, 1, 1);");
     // Farm 2.5 is renamed as farm 3, which belongs to the grower whose farm 4 then has an equal.
-    row("an id that is no integer and stands for that of another row",
+    row("an id that is no integer is read as the id of another row",
         "CREATE TABLE farms (id INT PRIMARY KEY, displayName TEXT, growerId INTEGER);",
         "INSERT INTO growers VALUES (1, 'C'), (2, 'D');"
         "INSERT INTO farms VALUES (1, 'A', 1), (2.5, 'A', 1), (3, 'B', 2), (4, 'A_2', 2);");
@@ -270,7 +268,7 @@ void SuspectRowsTest::outcomeIsThePlainWalksForOddTables_data()
         "INSERT INTO growers VALUES (1, 'C'), (2, 'D');"
         "INSERT INTO farms VALUES (1, 'A', 1, 1), (2, 'A', 1, 2), (2, 'B', 2, 3), "
         "(3, 'A_2', 2, 4);");
-    row("a key of texts, of which two read as 0",
+    row("a key of texts, of which two are read as 0",
         "CREATE TABLE growers (id TEXT PRIMARY KEY, displayName TEXT);",
         "INSERT INTO growers VALUES ('{a}', 'A'), ('{b}', 'A'), ('3', 'B'), ('4', 'B');");
     row("a key of texts without a row id",
@@ -280,12 +278,12 @@ void SuspectRowsTest::outcomeIsThePlainWalksForOddTables_data()
         "CREATE TABLE farms (id INTEGER PRIMARY KEY DESC, displayName TEXT, growerId INTEGER);",
         "INSERT INTO growers VALUES (1, 'C');"
         "INSERT INTO farms VALUES (NULL, 'A', 1), (NULL, 'A', 1), (3, 'B', 1), (4, 'B', 1);");
-    // Every row has a name of its own again, which the index moves ahead of the reading.
+    // Every row gets a new name, which the index moves to a place that is read later.
     row("an index by name, and a name that finds every row",
         "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
         "CREATE INDEX growersByName ON growers (displayName COLLATE NOCASE);",
         "INSERT INTO growers VALUES (7, '%1'), (14, '%1'), (31, 'x'' OR ''1''=''1');");
-    row("names that follow those of another table",
+    row("a foreign key changes names together with those of another table",
         "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT, notes TEXT, "
         "UNIQUE (displayName, notes));"
         "CREATE TABLE farms (id INTEGER PRIMARY KEY, displayName TEXT, growerId INTEGER, "
@@ -293,20 +291,20 @@ void SuspectRowsTest::outcomeIsThePlainWalksForOddTables_data()
         "ON UPDATE CASCADE);",
         "INSERT INTO growers VALUES (1, 'A', 'm'), (2, 'A', 'n');"
         "INSERT INTO farms VALUES (1, 'A', 2, 'n'), (2, 'A_2', 2, NULL);");
-    row("a trigger that changes the names of another table",
+    row("a trigger changes the names of another table",
         "",
         "CREATE TRIGGER follow AFTER UPDATE ON growers "
         "BEGIN UPDATE farms SET displayName = 'B' WHERE id = 1; END;"
         "INSERT INTO growers VALUES (1, 'A'), (2, 'A');"
         "INSERT INTO farms VALUES (1, 'A', 2), (2, 'B', 2);");
-    row("a name of blanks that equals an empty one",
+    row("a name of blanks equals an empty one",
         "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT COLLATE RTRIM);",
         "INSERT INTO growers VALUES (1, ''), (2, '  ');");
-    // Row 4 gets the name of row 1, and only then has an equal.
-    row("a new name that makes an equal of a row that had none",
+    // Row 4 gets the name of row 1: from then on it has an equal.
+    row("a new name equals that of a row that had no equal",
         "",
         "INSERT INTO growers VALUES (1, 'A_2_2'), (2, 'A'), (3, 'A'), (4, 'A_2');");
-    row("an index of some rows, which are met in its order",
+    row("a partial index decides on the order of the rows",
         "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT, rank INTEGER);",
         "WITH RECURSIVE number(n) AS (VALUES(1) UNION ALL SELECT n + 1 FROM number WHERE n < 200) "
         "INSERT INTO growers SELECT n, iif(n > 100, 'A' || n, NULL), n FROM number;"
@@ -319,19 +317,18 @@ void SuspectRowsTest::outcomeIsThePlainWalksForOddTables()
 {
     QFETCH(QByteArray, tables);
     QFETCH(QByteArray, rows);
-    ScratchDevice device;
-    device.recordVersion(34);
-    device.sql(tables + missingTables + rows);
-    const QByteArray file = device.readFile(device.databasePath);
-    device.start();
+    device->recordVersion(34);
+    device->sql(tables + missingTables + rows);
+    const QByteArray file = device->readFile(device->databasePath);
+    device->start();
     const QStringList before = content();
     const QString expectedLog = renamePlainly();
     const QStringList expected = content();
     QVERIFY(expected != before || !expectedLog.isEmpty());
-    device.stop();
-    device.writeFile(device.databasePath, file);
+    device->stop();
+    device->writeFile(device->databasePath, file);
 
-    const QString log = renameByMigrator(device, device.start());
+    const QString log = renameByMigrator(*device, device->start());
 
     QCOMPARE(log, expectedLog);
     COMPARE_LINES(content(), expected);
@@ -347,23 +344,23 @@ void SuspectRowsTest::outcomeIsThePlainWalksForDamagedTables_data()
     QTest::addColumn<QByteArray>("damagedText");
     QTest::addColumn<QString>("log");
 
-    QTest::newRow("damage that the search for equal names meets")
+    QTest::newRow("the search for equal names reads the damage")
         << fields << QByteArray("Field_300")
         << "Query for duplicate field names failed\n"
            "Query for fields of the farm failed\n";
-    // The names themselves are in the index, whose rows are not all of the table's.
-    QTest::newRow("damage that only the reading of suspects meets")
+    // The names are in the index, which does not have all rows of the table.
+    QTest::newRow("only the reading of suspects reads the damage")
         << fields + "CREATE INDEX named ON fields (farmId, displayName) "
                     "WHERE displayName IS NOT NULL AND farmId IS NOT NULL;"
         << QByteArray("Field_300")
         << "Query for duplicate field names failed\n"
            "Query for fields of the farm failed\n";
-    QTest::newRow("damage that only a suspect's own row meets")
+    QTest::newRow("only the row of a suspect is damaged")
         << filesAndFields(4) + giveName("'A'", "id IN (1, 2)") + giveName("'B'", "id IN (3, 4)") +
                "ALTER TABLE files ADD COLUMN notes TEXT;"
-               "UPDATE files SET notes = hex(zeroblob(400)) || 'far behind' || hex(zeroblob(400)) "
+               "UPDATE files SET notes = hex(zeroblob(400)) || 'far away' || hex(zeroblob(400)) "
                "WHERE id = 2;"
-        << QByteArray("far behind") << "Failed to rename file A_2\n";
+        << QByteArray("far away") << "Failed to rename file A_2\n";
 }
 
 void SuspectRowsTest::outcomeIsThePlainWalksForDamagedTables()
@@ -371,43 +368,41 @@ void SuspectRowsTest::outcomeIsThePlainWalksForDamagedTables()
     QFETCH(QByteArray, statements);
     QFETCH(QByteArray, damagedText);
     QFETCH(QString, log);
-    ScratchDevice device;
-    device.recordVersion(34);
-    device.sql("PRAGMA page_size = 512; VACUUM;" + statements);
-    QByteArray file = device.readFile(device.databasePath);
+    device->recordVersion(34);
+    device->sql("PRAGMA page_size = 512; VACUUM;" + statements);
+    QByteArray file = device->readFile(device->databasePath);
     const int damage = file.indexOf(damagedText);
     QVERIFY(damage > 0);
     file.replace(damage / 512 * 512, 512, QByteArray(512, 'x'));
-    device.writeFile(device.databasePath, file);
-    device.start();
+    device->writeFile(device->databasePath, file);
+    device->start();
     QCOMPARE(renamePlainly(), log);
     const QStringList expected = content();
-    device.stop();
-    device.writeFile(device.databasePath, file);
+    device->stop();
+    device->writeFile(device->databasePath, file);
 
-    QCOMPARE(renameByMigrator(device, device.start()), log);
+    QCOMPARE(renameByMigrator(*device, device->start()), log);
 
     COMPARE_LINES(content(), expected);
 }
 
 void SuspectRowsTest::databaseIsNotWrittenWithNothingToDo()
 {
-    ScratchDevice device;
-    device.recordVersion(34);
-    device.sql(filesAndFields(100) + giveName("'O''Brien'", "id = 7"));
-    DatabaseMigrator &migrator = device.start();
-    const QByteArray file = device.readFile(device.databasePath);
+    device->recordVersion(34);
+    device->sql(filesAndFields(100) + giveName("'O''Brien'", "id = 7"));
+    DatabaseMigrator &migrator = device->start();
+    const QByteArray file = device->readFile(device->databasePath);
 
-    renameByMigrator(device, migrator);
+    renameByMigrator(*device, migrator);
 
-    QCOMPARE(device.readFile(device.databasePath), file);
+    QCOMPARE(device->readFile(device->databasePath), file);
 }
 
 void SuspectRowsTest::nothingIsCreated_data()
 {
     QTest::addColumn<QByteArray>("statements");
     QTest::newRow("nothing to do") << QByteArray();
-    QTest::newRow("names that fail") << giveName("'O''Brien'", "id IN (1, 5)");
+    QTest::newRow("names make statements fail") << giveName("'O''Brien'", "id IN (1, 5)");
     QTest::newRow("names to change") << giveName("'A'", "id IN (2, 5, 9)");
     QTest::newRow("names to change, with an index")
         << giveName("'A'", "id IN (2, 5, 9)") + "CREATE INDEX filesByType ON files (typeId);";
@@ -419,19 +414,18 @@ void SuspectRowsTest::nothingIsCreated_data()
 void SuspectRowsTest::nothingIsCreated()
 {
     QFETCH(QByteArray, statements);
-    ScratchDevice device;
-    device.recordVersion(34);
-    device.sql(filesAndFields(50) + statements);
-    DatabaseMigrator &migrator = device.start();
+    device->recordVersion(34);
+    device->sql(filesAndFields(50) + statements);
+    DatabaseMigrator &migrator = device->start();
     refusedActions.clear();
     sqlite3_set_authorizer(migratorsConnection(), allowRowsOnly, nullptr);
 
-    renameByMigrator(device, migrator);
+    renameByMigrator(*device, migrator);
 
     QCOMPARE(refusedActions, QList<int>());
     for (const QByteArray &table : QByteArrayList{"fields", "files"}) {
         COMPARE_LINES(
-            device.rows(
+            device->rows(
                 "SELECT displayName, count(*) FROM " + table +
                 " WHERE displayName NOT LIKE '%''%' GROUP BY 1 HAVING count(*) > 1"),
             QStringList());
@@ -444,8 +438,8 @@ void SuspectRowsTest::costGrowsWithTheRows_data()
     QTest::newRow("nothing to do") << QByteArray();
     QTest::newRow("one pair") << giveName("'A'", "id IN (2, 250)");
     QTest::newRow("1 in 100") << giveName("'Field_' || (id + 1)", "id % 100 = 1");
-    QTest::newRow("a name that fails") << giveName("'O''Brien'", "id = 100");
-    QTest::newRow("a name that fails, with indexes")
+    QTest::newRow("a name makes its statement fail") << giveName("'O''Brien'", "id = 100");
+    QTest::newRow("a name makes its statement fail, with indexes")
         << giveName("'O''Brien'", "id = 100") +
                "CREATE INDEX filesByType ON files (typeId, displayName);"
                "CREATE INDEX filesByField ON files (fieldId);"
@@ -453,26 +447,25 @@ void SuspectRowsTest::costGrowsWithTheRows_data()
     QTest::newRow("nothing to do, with triggers")
         << QByteArray("CREATE TRIGGER nothingInFiles AFTER UPDATE ON files BEGIN SELECT 1; END;"
                       "CREATE TRIGGER nothingInFields AFTER UPDATE ON fields BEGIN SELECT 1; END;");
-    QTest::newRow("a name that finds every row") << giveName("'x'' OR ''1''=''1'", "id = 100");
-    QTest::newRow("everything equal") << giveName("'A'", "true");
+    QTest::newRow("a name finds every row") << giveName("'x'' OR ''1''=''1'", "id = 100");
+    QTest::newRow("all names are equal") << giveName("'A'", "true");
 }
 
-/// Ten times the rows: at most thirteen times the work, where every row of a plain walk would
-/// bring a hundred times.
+/// Ten times the rows cost at most thirteen times the work; a plain walk would cost a hundred times.
 void SuspectRowsTest::costGrowsWithTheRows()
 {
     QFETCH(QByteArray, statements);
     QList<int> costs;
     for (const int count : {300, 3000}) {
-        ScratchDevice device;
-        device.recordVersion(34);
-        device.sql(filesAndFields(count) + statements);
-        DatabaseMigrator &migrator = device.start();
+        init();
+        device->recordVersion(34);
+        device->sql(filesAndFields(count) + statements);
+        DatabaseMigrator &migrator = device->start();
         QSqlQuery("PRAGMA synchronous = OFF");
         operations = 0;
         sqlite3_progress_handler(migratorsConnection(), 1, countOperations, nullptr);
 
-        renameByMigrator(device, migrator);
+        renameByMigrator(*device, migrator);
         costs << operations;
     }
     QVERIFY2(

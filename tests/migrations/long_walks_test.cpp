@@ -1,47 +1,30 @@
 #include "schema/limited_walk.h"
 #include "support/step_test.h"
 
-#include <QtTest>
-
-/// Walks over rows that would never end, because every row that is met leads to a new one.
-class LongWalksTest : public QObject
+/// Walks that would never end, because every row that is read adds another one.
+class LongWalksTest : public StepTest
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
-
     void stepsEnd_data();
     void stepsEnd();
     void growthThatEndsIsReadToItsEnd();
-
-private:
-    std::unique_ptr<ScratchDevice> device;
 };
 
 namespace
 {
-/// @return a trigger that adds a row to a table for every row that another one gets or changes
+/// @return a trigger that adds a row to a table for every event in another table
 QByteArray adding(const QByteArray &event, const QByteArray &table, const QByteArray &row)
 {
     return ";CREATE TRIGGER addition AFTER " + event + " BEGIN INSERT INTO " + table + " VALUES(" +
            row + "); END;";
 }
 
-/// One row becomes two, and so on; when they are counted there are as many as were read.
+/// Every row that is read adds one. When the walk counts the table, there are as many rows as it has
+/// read; it stops after `growth` times that many more.
 const qint64 rowsRead = (1 + LimitedWalk::growth) * LimitedWalk::uncountedRows;
 } // namespace
-
-void LongWalksTest::init()
-{
-    device = std::make_unique<ScratchDevice>();
-}
-
-void LongWalksTest::cleanup()
-{
-    device.reset();
-}
 
 void LongWalksTest::stepsEnd_data()
 {
@@ -72,8 +55,8 @@ void LongWalksTest::stepsEnd_data()
     QTest::addColumn<QStringList>("log");
     QTest::addColumn<QByteArray>("rowsRead");
 
-    QTest::newRow("7, files")
-        << Step(&DatabaseMigrator::updateToVersion7)
+    QTest::newRow("version 7 reads files")
+        << Step(&M::updateToVersion7)
         << QByteArray(
                "CREATE TABLE files "
                "(id INTEGER PRIMARY KEY, displayName TEXT, typeId INTEGER, absolutePath TEXT);"
@@ -84,8 +67,8 @@ void LongWalksTest::stepsEnd_data()
                adding("UPDATE ON files", "files", "NEW.id + 1, 'more', 3, 'userFiles/more'")
         << QStringList()
         << QByteArray("SELECT count(*) FROM files WHERE absolutePath LIKE '/usr%'");
-    QTest::newRow("12, switches")
-        << Step(&DatabaseMigrator::updateToVersion12)
+    QTest::newRow("version 12 reads switches")
+        << Step(&M::updateToVersion12)
         << machinery + config + labels + bridge +
                "INSERT INTO switchToSectionBridge VALUES(1, 1, 0)" +
                adding("INSERT ON onScreenSwitchboxConfig", "switchToSectionBridge", "1, 1, 0")
@@ -94,8 +77,8 @@ void LongWalksTest::stepsEnd_data()
                "The query error was: ",
                "Migration to version 12 FAILED!"}
         << QByteArray("SELECT count(*) FROM onScreenSwitchboxConfig");
-    QTest::newRow("12, labels")
-        << Step(&DatabaseMigrator::updateToVersion12)
+    QTest::newRow("version 12 makes labels")
+        << Step(&M::updateToVersion12)
         << machinery + config + labels + bridge +
                "INSERT INTO switchToSectionBridge VALUES(1, 1, 0)" +
                adding("INSERT ON onScreenSwitchboxSwitchLabels", "onScreenSwitchboxConfig", "1, 1, 0")
@@ -104,8 +87,8 @@ void LongWalksTest::stepsEnd_data()
                "version 12!",
                "Migration to version 12 FAILED!"}
         << QByteArray("SELECT count(*) FROM onScreenSwitchboxSwitchLabels");
-    QTest::newRow("19, switches")
-        << Step(&DatabaseMigrator::updateToVersion19)
+    QTest::newRow("version 19 reads switches")
+        << Step(&M::updateToVersion19)
         << config +
                "CREATE TABLE onScreenSwitchboxToMachineMapping "
                "(machineConfigId INTEGER PRIMARY KEY, boomStringRepresentation TEXT);"
@@ -117,8 +100,8 @@ void LongWalksTest::stepsEnd_data()
         << QStringList("Migration to version 19 FAILED!")
         << QByteArray("SELECT count(*) FROM onScreenSwitchboxToMachineMapping");
     // Every solution has a device.
-    QTest::newRow("21, solutions")
-        << Step(&DatabaseMigrator::updateToVersion21)
+    QTest::newRow("version 21 reads solutions")
+        << Step(&M::updateToVersion21)
         << receivers + mapping + solutions +
                "CREATE VIEW serialDevices AS SELECT mc_id, 'ttyS0' AS portName, "
                "'BePluginGPS' AS deviceHandlerName FROM preferredGpsSolutions;"
@@ -129,15 +112,15 @@ void LongWalksTest::stepsEnd_data()
                    "NEW.machineConfigId + 1, 0, 3")
         << QStringList("Migration to version 21 FAILED!")
         << QByteArray("SELECT count(*) FROM gpsReceivers");
-    QTest::newRow("21, devices")
-        << Step(&DatabaseMigrator::updateToVersion21)
+    QTest::newRow("version 21 reads devices")
+        << Step(&M::updateToVersion21)
         << receivers + mapping + solutions + devices + oneDevice +
                ";INSERT INTO preferredGpsSolutions VALUES(1, 0, 3)" +
                adding("INSERT ON gpsReceivers", "serialDevices", "1, 'ttyS0', 'BePluginGPS'")
         << QStringList("Migration to version 21 FAILED!")
         << QByteArray("SELECT count(*) FROM gpsReceivers");
-    QTest::newRow("21 back, receivers")
-        << Step(&DatabaseMigrator::revertFromVersion21)
+    QTest::newRow("the way back from version 21 reads receivers")
+        << Step(&M::revertFromVersion21)
         << receivers + mapping + solutions + oneReceiver + ";" +
                "CREATE VIEW serialDevices AS SELECT 'ttyS0' AS portName, machineConfigId AS mc_id, "
                "'BePluginGPS' AS deviceHandlerName FROM gpsReceivers" +
@@ -147,8 +130,8 @@ void LongWalksTest::stepsEnd_data()
                    "NEW.mc_id + 1, NEW.mc_id + 1, '', 'ttyS0', 3, ''); "
                    "INSERT INTO machineToGpsReceiverMapping VALUES(10, NEW.mc_id + 1")
         << QStringList() << QByteArray("SELECT count(*) FROM preferredGpsSolutions");
-    QTest::newRow("21 back, devices")
-        << Step(&DatabaseMigrator::revertFromVersion21)
+    QTest::newRow("the way back from version 21 reads devices")
+        << Step(&M::revertFromVersion21)
         << receivers + mapping + solutions + devices + oneReceiver + ";" + oneDevice +
                adding(
                    "INSERT ON preferredGpsSolutions", "serialDevices", "1, 'ttyS0', 'BePluginGPS'")
@@ -161,17 +144,17 @@ void LongWalksTest::stepsEnd()
     QFETCH(QByteArray, before);
     QFETCH(QStringList, log);
     device->sql(before);
-    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
+    DatabaseMigrator &migrator = startAt(versionUnmoved);
 
     (migrator.*step)();
 
-    COMPARE_LINES(takeLogLines(*device), log);
+    COMPARE_LINES(device->takeLogLines(), log);
     QCOMPARE(migrator.currentVersion(), versionUnmoved);
     QFETCH(QByteArray, rowsRead);
     COMPARE_LINES(device->rows(rowsRead), QStringList(QString::number(::rowsRead)));
 }
 
-/// A trigger of the database's own that adds rows, but stops by itself.
+/// A trigger adds rows, but stops by itself.
 void LongWalksTest::growthThatEndsIsReadToItsEnd()
 {
     device->sql(
@@ -186,12 +169,12 @@ void LongWalksTest::growthThatEndsIsReadToItsEnd()
         "INSERT INTO files (displayName, typeId, absolutePath) VALUES('more', 3, 'userFiles/1'), "
         "('more', 3, 'userFiles/2'), ('more', 3, 'userFiles/3'), ('more', 3, 'userFiles/4'), "
         "('more', 3, 'userFiles/5'); END;");
-    DatabaseMigrator &migrator = startAt(*device, versionUnmoved);
+    DatabaseMigrator &migrator = startAt(versionUnmoved);
 
     migrator.updateToVersion7();
 
     COMPARE_LINES(
-        takeLogLines(*device),
+        device->takeLogLines(),
         QStringList("Database migration to version 7 completed successfully!"));
     QCOMPARE(migrator.currentVersion(), 7);
     COMPARE_LINES(

@@ -147,17 +147,31 @@ class Tree:
             self.stale = links
 
 
+def versions_of(stem):
+    """The versions that a file of the catalogue, or a test of it, has in its name."""
+    numbers = [int(number) for number in re.findall(r"\d+", stem)]
+    return set(range(numbers[0], numbers[-1] + 1))
+
+
 def first_tests(file):
     """The tests of a file, by its name or by those who use it."""
     stem = pathlib.Path(file).stem
+    if stem.startswith("versions_"):
+        tests = [path.stem for path in (ROOT / "tests" / "migrations").glob("versions_*_test.cpp")
+                 if versions_of(path.stem) & versions_of(stem)]
+        return f"^({'|'.join(tests)}|added_columns_test|column_probes_test)$"
     return {"database_migrator": "^(construction|driver)_test$",
-            "duplicate_names": "^(duplicate|equal)_names_test$",
-            "equal_names": "^(duplicate|equal)_names_test$",
-            "logged_statements": "^(columns_and_tables|driver|integrity_check|version_25)_test$",
+            "duplicate_names": "^(duplicate_.*|suspect_rows)_test$",
+            "integrity_check": "^integrity_(check|repairs)_test$",
+            "limited_walk": "^(limited_walk|long_walks|statements)_test$",
+            "log": "^(columns_and_tables|driver|integrity_.*|versions_25.*)_test$",
+            "name_table": "^(duplicate_.*|suspect_rows)_test$",
+            "rebuild_statements": "^(rebuild_statements|table_rebuild)_test$",
             "registry": "^(registry|driver)_test$",
             "statements": "^(statements|long_walks|duplicate_names)_test$",
-            "table_recreation": "^(version_2|versions_32_to_34)_test$",
-            "text_file_reader": "^(construction|reference_scripts)_test$"
+            "suspect_rows": "^(duplicate_.*|suspect_rows)_test$",
+            "table_recreation": "^versions_(02|32)_test$",
+            "text_file_reader": "^(construction|reference_scripts)_test$",
             }.get(stem, f"^{stem}_test$")
 
 

@@ -1,16 +1,13 @@
-#include "support/scratch_device.h"
-
-#include <QtTest>
+#include "support/device_test.h"
 
 #include <sqlite3.h>
 
-class ColumnsAndTablesTest : public QObject
+class ColumnsAndTablesTest : public DeviceTest
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
+    void init() override;
 
     void tableExists_data();
     void tableExists();
@@ -30,11 +27,6 @@ private slots:
     void setColumnValue();
     void dropTable_data();
     void dropTable();
-
-private:
-    DatabaseMigrator &start();
-
-    std::unique_ptr<ScratchDevice> device;
 };
 
 namespace
@@ -55,20 +47,8 @@ QStringList lines(const TableInfo &info)
 
 void ColumnsAndTablesTest::init()
 {
-    device = std::make_unique<ScratchDevice>();
+    DeviceTest::init();
     device->recordVersion(1);
-}
-
-void ColumnsAndTablesTest::cleanup()
-{
-    device.reset();
-}
-
-DatabaseMigrator &ColumnsAndTablesTest::start()
-{
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
-    return migrator;
 }
 
 void ColumnsAndTablesTest::tableExists_data()
@@ -162,7 +142,7 @@ void ColumnsAndTablesTest::getTableInfo_data()
     QTest::addColumn<QString>("table");
     QTest::addColumn<QStringList>("info");
 
-    QTest::newRow("columns in the order of declaration, the key in its own")
+    QTest::newRow("columns in the order of their declaration, the key in its own order")
         << QByteArray("CREATE TABLE field (name varchar(40) NOT NULL, id INTEGER, plain, "
                       "area REAL DEFAULT -1.5, Farm TEXT NOT NULL DEFAULT 'none', "
                       "made DEFAULT CURRENT_TIMESTAMP, gone TEXT DEFAULT NULL, "
@@ -180,7 +160,7 @@ void ColumnsAndTablesTest::getTableInfo_data()
                 "made DEFAULT CURRENT_TIMESTAMP, gone TEXT DEFAULT NULL, "
                 "text TEXT DEFAULT '', sum INT DEFAULT (1 + 2), PRIMARY KEY (id, name))"});
     // The database lists the keys from the last to the first.
-    QTest::newRow("a column of two foreign keys twice, a key of two columns with both")
+    QTest::newRow("a column of two foreign keys is listed twice, a key of two columns with both")
         << QByteArray("CREATE TABLE field (a REFERENCES p(x), b, c, "
                       "FOREIGN KEY (b, c) REFERENCES q(y, z), FOREIGN KEY (b) REFERENCES p(x))")
         << "field"
@@ -207,7 +187,7 @@ void ColumnsAndTablesTest::getTableInfo_data()
                 "defaults: ",
                 "primary key: 1",
                 "CREATE TABLE field (id INTEGER PRIMARY KEY)"});
-    QTest::newRow("in another letter case only the text is missing")
+    QTest::newRow("in another letter case only the CREATE text is missing")
         << QByteArray("CREATE TABLE field (id INTEGER PRIMARY KEY REFERENCES p(x))") << "Field"
         << QStringList(
                {"foreign keys: id",
@@ -314,7 +294,7 @@ void ColumnsAndTablesTest::getTableInfoKeepsNoHalfReadPart()
     const QStringList whole = lines(migrator.getTableInfo("field"));
     const QStringList empty = lines(TableInfo());
 
-    // Wherever the reading is interrupted, until it ends before that.
+    // Interrupts the reading at every instruction, until it ends before.
     QMap<QString, int> interruptions;
     QStringList read;
     for (int instructions = 1; read != whole; ++instructions) {
@@ -353,19 +333,19 @@ void ColumnsAndTablesTest::addColumn_data()
     QTest::newRow("without a default the column is nullable")
         << QStringList({"field", "c", "REAL"}) << ""
         << QStringList({"CREATE TABLE field (id INTEGER, name TEXT, c REAL)", "1, 'a', NULL"});
-    QTest::newRow("an empty default is none")
+    QTest::newRow("an empty default counts as none")
         << QStringList({"field", "c", "REAL", ""}) << ""
         << QStringList({"CREATE TABLE field (id INTEGER, name TEXT, c REAL)", "1, 'a', NULL"});
-    QTest::newRow("with a default the column is NOT NULL, the default in parentheses")
+    QTest::newRow("with a default the column is NOT NULL, the default has parentheses")
         << QStringList({"field", "c", "REAL", "0"}) << ""
         << QStringList(
                {"CREATE TABLE field (id INTEGER, name TEXT, c REAL NOT NULL DEFAULT(0))",
                 "1, 'a', 0.0"});
-    QTest::newRow("the type carries a default of its own")
+    QTest::newRow("the type includes a default")
         << QStringList({"field", "c", "BOOLEAN DEFAULT 1"}) << ""
         << QStringList(
                {"CREATE TABLE field (id INTEGER, name TEXT, c BOOLEAN DEFAULT 1)", "1, 'a', 1"});
-    QTest::newRow("a default text in its quotes, markers in it are data")
+    QTest::newRow("markers in a quoted default text are data")
         << QStringList({"field", "c", "varchar(40)", "'%1 %2 %3'"}) << ""
         << QStringList(
                {"CREATE TABLE field (id INTEGER, name TEXT, "
@@ -420,23 +400,23 @@ void ColumnsAndTablesTest::addColumnIfNotExists_data()
     QTest::newRow("without a default")
         << QStringList({"field", "c", "REAL"}) << ""
         << QStringList({"CREATE TABLE field (id INTEGER, name TEXT, c REAL)", "1, 'a', NULL"});
-    QTest::newRow("an empty default is none")
+    QTest::newRow("an empty default counts as none")
         << QStringList({"field", "c", "REAL", ""}) << ""
         << QStringList({"CREATE TABLE field (id INTEGER, name TEXT, c REAL)", "1, 'a', NULL"});
-    QTest::newRow("with a default the column is nullable, the default as it is")
+    QTest::newRow("with a default the column is nullable, the default is unchanged")
         << QStringList({"field", "c", "REAL", "0"}) << ""
         << QStringList(
                {"CREATE TABLE field (id INTEGER, name TEXT, c REAL DEFAULT 0)", "1, 'a', 0.0"});
-    QTest::newRow("the type carries a default of its own")
+    QTest::newRow("the type includes a default")
         << QStringList({"field", "c", "BOOLEAN DEFAULT 1"}) << ""
         << QStringList(
                {"CREATE TABLE field (id INTEGER, name TEXT, c BOOLEAN DEFAULT 1)", "1, 'a', 1"});
-    QTest::newRow("a default text in its quotes, markers in it are data")
+    QTest::newRow("markers in a quoted default text are data")
         << QStringList({"field", "c", "varchar(40)", "'%1 %2 %3'"}) << ""
         << QStringList(
                {"CREATE TABLE field (id INTEGER, name TEXT, c varchar(40) DEFAULT '%1 %2 %3')",
                 "1, 'a', '%1 %2 %3'"});
-    QTest::newRow("a default word without quotes, which the database takes as a text")
+    QTest::newRow("SQLite takes a default word without quotes as a text")
         << QStringList({"field", "c", "TEXT", "none"}) << ""
         << QStringList(
                {"CREATE TABLE field (id INTEGER, name TEXT, c TEXT DEFAULT none)",
@@ -490,18 +470,21 @@ void ColumnsAndTablesTest::setColumnValue_data()
     QTest::addColumn<QString>("log");
     QTest::addColumn<QStringList>("rows");
 
-    QTest::newRow("without a condition every row") << QStringList({"field", "name", "'b'"}) << ""
-                                                   << QStringList({"1, 'b'", "2, 'b'", "3, 'b'"});
-    QTest::newRow("an empty condition is none") << QStringList({"field", "name", "'b'", ""}) << ""
-                                                << QStringList({"1, 'b'", "2, 'b'", "3, 'b'"});
-    QTest::newRow("the rows that meet the condition")
+    QTest::newRow("without a condition every row changes")
+        << QStringList({"field", "name", "'b'"}) << ""
+        << QStringList({"1, 'b'", "2, 'b'", "3, 'b'"});
+    QTest::newRow("an empty condition counts as none")
+        << QStringList({"field", "name", "'b'", ""}) << ""
+        << QStringList({"1, 'b'", "2, 'b'", "3, 'b'"});
+    QTest::newRow("only the rows that meet the condition change")
         << QStringList({"field", "name", "'b'", "id > 1 AND name = 'a'"}) << ""
         << QStringList({"1, 'a'", "2, 'b'", "3, NULL"});
     QTest::newRow("no row meets the condition")
         << QStringList({"field", "name", "'b'", "id = 7"}) << ""
         << QStringList({"1, 'a'", "2, 'a'", "3, NULL"});
-    QTest::newRow("an expression") << QStringList({"field", "name", "name || id", "id < 3"}) << ""
-                                   << QStringList({"1, 'a1'", "2, 'a2'", "3, NULL"});
+    QTest::newRow("the value is an expression")
+        << QStringList({"field", "name", "name || id", "id < 3"}) << ""
+        << QStringList({"1, 'a1'", "2, 'a2'", "3, NULL"});
     QTest::newRow("markers in values and conditions are data")
         << QStringList({"field", "name", "'%1 %2 %3'", "'%1' = '%1' AND id = 1"}) << ""
         << QStringList({"1, '%1 %2 %3'", "2, 'a'", "3, NULL"});
@@ -531,7 +514,7 @@ void ColumnsAndTablesTest::setColumnValue_data()
            "DatabaseMigrator::setColumnValue - near \"WHERE\": syntax error "
            "Unable to execute statement\n"
         << QStringList({"1, 'a'", "2, 'a'", "3, NULL"});
-    QTest::newRow("a row that is refused takes the others back")
+    QTest::newRow("when one row is refused no row changes")
         << QStringList({"field", "name", "'forbidden'"})
         << "DatabaseMigrator::setColumnValue - Failed to set column named name to 'forbidden'\n"
            "DatabaseMigrator::setColumnValue - refused Unable to fetch row\n"
@@ -568,7 +551,7 @@ void ColumnsAndTablesTest::dropTable_data()
     const QByteArray field = "CREATE TABLE field (id INTEGER PRIMARY KEY)";
     const QByteArray part = "CREATE TABLE part (fieldId REFERENCES field(id))";
 
-    QTest::newRow("the table goes with its index and trigger")
+    QTest::newRow("the table is dropped with its index and trigger")
         << field +
                ";CREATE INDEX fieldIndex ON field(id);"
                "CREATE TRIGGER fieldTrigger AFTER DELETE ON field BEGIN SELECT 1; END;" +
@@ -586,7 +569,7 @@ void ColumnsAndTablesTest::dropTable_data()
            "DatabaseMigrator::dropTable - use DROP VIEW to delete view fieldView "
            "Unable to execute statement\n"
         << QStringList({field, "CREATE VIEW fieldView AS SELECT * FROM field"});
-    QTest::newRow("a row refers to one of the table's")
+    QTest::newRow("a row of another table refers to it")
         << field + ";INSERT INTO field VALUES(1);" + part + ";INSERT INTO part VALUES(1)"
         << "field"
         << "DatabaseMigrator::dropTable - Failed to drop table named field\n"

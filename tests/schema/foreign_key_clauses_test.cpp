@@ -9,43 +9,45 @@ class ForeignKeyClausesTest : public QObject
 private slots:
     void findsClauseEnd_data();
     void findsClauseEnd();
-    void endOfAnEmptyTextLiesBeforeIt();
+    void endOfAnEmptyTextIsBeforeIt();
     void extractsForeignKeys_data();
     void extractsForeignKeys();
 };
 
 void ForeignKeyClausesTest::findsClauseEnd_data()
 {
-    // The bar stands before the character at which the clause ends.
+    // The bar marks the place before the character at which the clause ends.
     QTest::addColumn<QString>("text");
 
-    QTest::newRow("the comma behind the clause") << "FOREIGN KEY (a) REFERENCES p(id)|, x";
-    QTest::newRow("the last character without a comma") << "FOREIGN KEY (a) REFERENCES p(id)|)";
-    QTest::newRow("the last character of a text without parentheses") << "a, b, |c";
+    QTest::newRow("the clause ends at the comma after it")
+        << "FOREIGN KEY (a) REFERENCES p(id)|, x";
+    QTest::newRow("without a comma it ends at the last character")
+        << "FOREIGN KEY (a) REFERENCES p(id)|)";
+    QTest::newRow("a text without parentheses ends at its last character") << "a, b, |c";
     QTest::newRow("a comma before the first parenthesis does not count") << "a, b (c|)";
-    QTest::newRow("commas inside parentheses do not count, the clause being the last")
+    QTest::newRow("commas inside parentheses do not count in the last clause")
         << "FOREIGN KEY (a, b) REFERENCES p(x, y)|)";
     QTest::newRow("a comma inside the second parentheses ends a clause of one column")
         << "FOREIGN KEY (a) REFERENCES p(x|, y), z";
-    QTest::newRow("one comma inside the first parentheses does no harm")
+    QTest::newRow("one comma inside the first parentheses does not count")
         << "FOREIGN KEY (a, b) REFERENCES p(x)|, FOREIGN KEY (c) REFERENCES q(y)";
-    QTest::newRow("commas inside both parentheses cost the end of the clause")
+    QTest::newRow("with commas inside both parentheses the end of the clause is missed")
         << "FOREIGN KEY (a, b) REFERENCES p(x, y), FOREIGN KEY (c) REFERENCES q(z|)";
-    QTest::newRow("two commas inside the first parentheses cost the clause behind as well")
+    QTest::newRow("with two commas inside the first parentheses the next clause is missed too")
         << "FOREIGN KEY (a, b, c) REFERENCES p(x), FOREIGN KEY (d) REFERENCES q(y)|, "
            "FOREIGN KEY (e) REFERENCES r(z), f";
-    QTest::newRow("without a closing parenthesis the first comma") << "f(a|, b, c(d";
-    QTest::newRow("closing parentheses that ran out let a comma inside others count")
+    QTest::newRow("without a closing parenthesis it ends at the first comma") << "f(a|, b, c(d";
+    QTest::newRow("after the last closing parenthesis a comma inside others counts")
         << "f(a, b) g(c|, d";
     QTest::newRow("without an opening parenthesis no comma counts") << "a), b), |c";
-    QTest::newRow("opening parentheses that ran out let the comma behind the clause go")
+    QTest::newRow("after the last opening parenthesis the comma after the clause is missed")
         << "f(a, b), |c";
-    QTest::newRow("both that ran out begin anew and find the comma behind the clause")
+    QTest::newRow("both searches start again and find the comma after the clause")
         << "f(a, b, c)|, d";
-    QTest::newRow("both that ran out begin anew and stand inside the clause again")
+    QTest::newRow("both searches start again and miss the comma after the clause")
         << "f(a, b, c, d), |e";
-    QTest::newRow("both that ran out begin anew twice") << "f(a, b, c, d, e)|, g";
-    QTest::newRow("opening parentheses begin anew while closing ones go on")
+    QTest::newRow("both searches start again twice") << "f(a, b, c, d, e)|, g";
+    QTest::newRow("the search for opening parentheses starts again, the other one goes on")
         << "f(a, b) c), d)|, e";
     QTest::newRow("opening parentheses side by side count one by one") << "f((a, b), c), |d";
     QTest::newRow("closing parentheses side by side count one by one") << "f(a, (b))|, c)";
@@ -61,7 +63,7 @@ void ForeignKeyClausesTest::findsClauseEnd()
     QCOMPARE(findClauseEnd(text), end);
 }
 
-void ForeignKeyClausesTest::endOfAnEmptyTextLiesBeforeIt()
+void ForeignKeyClausesTest::endOfAnEmptyTextIsBeforeIt()
 {
     QCOMPARE(findClauseEnd(QString()), -1);
 }
@@ -82,7 +84,7 @@ void ForeignKeyClausesTest::extractsForeignKeys_data()
         << "CREATE TABLE t (a INT, b INT, FOREIGN KEY (a) REFERENCES p(id))"
         << "b"
         << "FOREIGN KEY (a) REFERENCES p(id),";
-    QTest::newRow("one clause, another constraint behind it")
+    QTest::newRow("one clause, followed by another constraint")
         << "CREATE TABLE t (a INT, b INT, FOREIGN KEY (a) REFERENCES p(id), UNIQUE (a))"
         << "b"
         << "FOREIGN KEY (a) REFERENCES p(id),";
@@ -92,41 +94,41 @@ void ForeignKeyClausesTest::extractsForeignKeys_data()
         << "zz"
         << "FOREIGN KEY (b) REFERENCES q(id) ON DELETE CASCADE ,"
            "FOREIGN KEY (a) REFERENCES p(id),FOREIGN KEY(a)REFERENCES r(id),";
-    QTest::newRow("the column's own clause goes, the first one")
+    QTest::newRow("the column's own clause is dropped, the first one")
         << "CREATE TABLE t (w1 INT, w2 INT, FOREIGN KEY (w1) REFERENCES p(id), "
            "FOREIGN KEY (w2) REFERENCES p(id))"
         << "w1"
         << "FOREIGN KEY (w2) REFERENCES p(id),";
-    QTest::newRow("the column's own clause goes, the last one")
+    QTest::newRow("the column's own clause is dropped, the last one")
         << "CREATE TABLE t (w1 INT, w2 INT, FOREIGN KEY (w1) REFERENCES p(id), "
            "FOREIGN KEY (w2) REFERENCES p(id))"
         << "w2"
         << "FOREIGN KEY (w1) REFERENCES p(id),";
-    QTest::newRow("every clause goes")
+    QTest::newRow("every clause is dropped")
         << "CREATE TABLE t (w INT, FOREIGN KEY (w) REFERENCES p(id), FOREIGN KEY (w) REFERENCES q(id))"
         << "w"
         << "";
-    QTest::newRow("a clause goes whose column's name holds the name")
+    QTest::newRow("a clause is dropped when its column's name contains the name")
         << "CREATE TABLE t (id INT, fieldId INT, FOREIGN KEY (fieldId) REFERENCES p(x))"
         << "id"
         << "";
-    QTest::newRow("a clause goes whose table's name holds the name")
+    QTest::newRow("a clause is dropped when its table's name contains the name")
         << "CREATE TABLE t (id INT, a INT, FOREIGN KEY (a) REFERENCES grid(x))"
         << "id"
         << "";
-    QTest::newRow("a clause goes whose column referred to holds the name")
+    QTest::newRow("a clause is dropped when the column it refers to contains the name")
         << "CREATE TABLE t (id INT, a INT, FOREIGN KEY (a) REFERENCES p(uuid))"
         << "ID"
         << "";
-    QTest::newRow("a clause goes whose action holds the name")
+    QTest::newRow("a clause is dropped when its action contains the name")
         << "CREATE TABLE t (case_ INT, a INT, FOREIGN KEY (a) REFERENCES p(x) ON DELETE CASCADE)"
         << "cascade"
         << "";
-    QTest::newRow("a clause goes whose keywords hold the name")
+    QTest::newRow("a clause is dropped when its keywords contain the name")
         << "CREATE TABLE t (key INT, a INT, FOREIGN KEY (a) REFERENCES p(x))"
         << "key"
         << "";
-    QTest::newRow("every clause holds an empty name")
+    QTest::newRow("every clause contains an empty name")
         << "CREATE TABLE t (a INT, FOREIGN KEY (a) REFERENCES p(x))"
         << ""
         << "";
@@ -138,7 +140,7 @@ void ForeignKeyClausesTest::extractsForeignKeys_data()
         << "CREATE TABLE t (a INT, foreign key (a) references p(x), Foreign Key (a) REFERENCES q(x))"
         << "zz"
         << "";
-    QTest::newRow("of clauses in small letters those behind one in capitals are found")
+    QTest::newRow("clauses in small letters are found after one in capitals")
         << "CREATE TABLE t (a INT, foreign key (a) REFERENCES p(x), FOREIGN KEY (a) REFERENCES q(x), "
            "foreign key (a) references r(x), Foreign Key (a) REFERENCES s(x))"
         << "zz"
@@ -148,17 +150,17 @@ void ForeignKeyClausesTest::extractsForeignKeys_data()
         << "CREATE TABLE t (a INT, b INT, FOREIGN KEY (a, b) REFERENCES p(x, y))"
         << "zz"
         << "FOREIGN KEY (a, b) REFERENCES p(x, y),";
-    QTest::newRow("a clause of two columns takes the rest of the table with it")
+    QTest::newRow("a clause of two columns includes the rest of the table")
         << "CREATE TABLE t (a INT, b INT, FOREIGN KEY (a, b) REFERENCES p(x, y), "
            "FOREIGN KEY (b) REFERENCES q(z))"
         << "w"
         << "FOREIGN KEY (a, b) REFERENCES p(x, y), FOREIGN KEY (b) REFERENCES q(z),";
-    QTest::newRow("a clause that took another with it goes with it")
+    QTest::newRow("a clause of two columns is dropped together with the next one")
         << "CREATE TABLE t (a INT, w INT, FOREIGN KEY (a, b) REFERENCES p(x, y), "
            "FOREIGN KEY (w) REFERENCES q(z))"
         << "w"
         << "";
-    QTest::newRow("a clause of two columns behind others")
+    QTest::newRow("a clause of two columns after others")
         << "CREATE TABLE t (a INT, b INT, FOREIGN KEY (b) REFERENCES q(z), "
            "FOREIGN KEY (a, b) REFERENCES p(x, y))"
         << "w"
@@ -167,7 +169,7 @@ void ForeignKeyClausesTest::extractsForeignKeys_data()
         << "CREATE TABLE t (a INT, FOREIGN KEY (a) REFERENCES p(x, y))"
         << "w"
         << "FOREIGN KEY (a) REFERENCES p(x,";
-    QTest::newRow("what stands behind the last clause stays on it but for one character")
+    QTest::newRow("the text after the last clause is kept with it, except for its last character")
         << "CREATE TABLE t (a INT PRIMARY KEY, FOREIGN KEY (a) REFERENCES p(x)\n) WITHOUT ROWID"
         << "zz"
         << "FOREIGN KEY (a) REFERENCES p(x)\n) WITHOUT ROWI,";

@@ -1,39 +1,28 @@
 #include "schema/limited_walk.h"
 
 #include "schema/statements.h"
-#include "support/scratch_device.h"
+#include "support/device_test.h"
 
-#include <QtTest>
-
-class LimitedWalkTest : public QObject
+class LimitedWalkTest : public DeviceTest
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
+    void init() override;
 
     void endsAtTheLimit_data();
     void endsAtTheLimit();
     void startsAgainWithEveryStatement();
-    void tellsTheDatabasesText();
+    void returnsTheDatabaseText();
     void locksNothingWhenFinished();
-
-private:
-    std::unique_ptr<ScratchDevice> device;
 };
 
 void LimitedWalkTest::init()
 {
-    device = std::make_unique<ScratchDevice>();
+    DeviceTest::init();
     device->sql("CREATE TABLE field (id INTEGER, name TEXT);"
                 "INSERT INTO field VALUES(1, 'Größe'), (2, NULL)");
     device->start();
-}
-
-void LimitedWalkTest::cleanup()
-{
-    device.reset();
 }
 
 void LimitedWalkTest::endsAtTheLimit_data()
@@ -48,17 +37,19 @@ void LimitedWalkTest::endsAtTheLimit_data()
     const int growth = LimitedWalk::growth;
     const QString all = "SELECT id FROM field";
     const QString some = "SELECT id FROM field WHERE id > :least";
-    // When the rows are counted there are the first two, and one more for each row read but one.
+    // When the rows are counted, there are the first two and one for each row read except the last.
     const int limit = few + growth * (few + 1);
-    QTest::newRow("no row") << all + " WHERE id < 0" << QStringList() << 0 << 0 << true;
-    QTest::newRow("every row") << all << QStringList() << 0 << 2 << true;
-    QTest::newRow("no table") << "SELECT id FROM missing" << QStringList() << 0 << 0 << false;
+    QTest::newRow("there is no row") << all + " WHERE id < 0" << QStringList() << 0 << 0 << true;
+    QTest::newRow("every row is read") << all << QStringList() << 0 << 2 << true;
+    QTest::newRow("there is no table")
+        << "SELECT id FROM missing" << QStringList() << 0 << 0 << false;
     QTest::newRow("a row that cannot be read")
         << "SELECT abs(CASE id WHEN 2 THEN -9223372036854775807 - 1 END) FROM field"
         << QStringList() << 0 << 1 << false;
     QTest::newRow("as many rows as are allowed")
         << all << QStringList() << limit - 2 << limit << true;
-    QTest::newRow("one row more") << all << QStringList() << limit - 1 << limit << false;
+    QTest::newRow("one row more than allowed")
+        << all << QStringList() << limit - 1 << limit << false;
     QTest::newRow("only rows with the bound value are counted")
         << some << QStringList("1") << 2 * limit << few + growth * few << false;
 }
@@ -101,7 +92,7 @@ void LimitedWalkTest::startsAgainWithEveryStatement()
     QVERIFY(rows.readToTheEnd());
 }
 
-void LimitedWalkTest::tellsTheDatabasesText()
+void LimitedWalkTest::returnsTheDatabaseText()
 {
     LimitedWalk rows;
     QVERIFY(rows.exec("SELECT id FROM field"));

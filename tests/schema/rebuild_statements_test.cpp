@@ -4,7 +4,7 @@
 
 Q_DECLARE_METATYPE(TableInfo)
 
-// The composition alone, without a database. What SQLite makes of it is in table_rebuild_test.
+// Only the texts, without a database. table_rebuild_test executes them.
 class RebuildStatementsTest : public QObject
 {
     Q_OBJECT
@@ -58,41 +58,41 @@ void RebuildStatementsTest::composesTheCreateStatement_data()
     QTest::newRow("a column without a type keeps the blank after its name")
         << table({id, {"a", "", "0", "", "0"}, old})
         << "CREATE TABLE t_temp (id INTEGER , a  , PRIMARY KEY(id) )";
-    QTest::newRow("the column goes in any letter case")
+    QTest::newRow("the column is dropped in any letter case")
         << table({id, {"OLD", "INT", "1", "1", "0"}})
         << "CREATE TABLE t_temp (id INTEGER , PRIMARY KEY(id) )";
     QTest::newRow("a column that is not there changes nothing")
         << table({id, {"older", "INT", "0", "", "0"}})
         << "CREATE TABLE t_temp (id INTEGER , older INT , PRIMARY KEY(id) )";
-    QTest::newRow("the key is in its own order")
+    QTest::newRow("the key keeps its own order")
         << table(
                {{"a", "INT", "0", "", "2"},
                 old,
                 {"b", "INT", "0", "", "3"},
                 {"c", "INT", "0", "", "1"}})
         << "CREATE TABLE t_temp (a INT , b INT , c INT , PRIMARY KEY(c,a,b) )";
-    QTest::newRow("a key that loses a column has an empty name in its place")
+    QTest::newRow("a dropped column leaves an empty name in the key")
         << table(
                {{"a", "INT", "0", "", "1"},
                 {"old", "INT", "0", "", "2"},
                 {"b", "INT", "0", "", "3"}})
         << "CREATE TABLE t_temp (a INT , b INT , PRIMARY KEY(a,) )";
-    QTest::newRow("without a key its clause is empty")
+    QTest::newRow("a table without a key gets an empty key clause")
         << table({{"a", "INT", "0", "", "0"}, old})
         << "CREATE TABLE t_temp (a INT , PRIMARY KEY() )";
-    QTest::newRow("without a column nothing but the empty key is left")
+    QTest::newRow("without columns only the empty key clause is left")
         << TableInfo() << "CREATE TABLE t_temp (PRIMARY KEY() )";
     QTest::newRow("of two columns with one position the later one is in the key")
         << table({id, {"a", "INT", "0", "", "1"}})
         << "CREATE TABLE t_temp (id INTEGER , a INT , PRIMARY KEY(a) )";
-    QTest::newRow("foreign keys follow the key, without those of the column")
+    QTest::newRow("foreign keys follow the key, except those with the column")
         << table(
                {id, {"a", "INT", "0", "", "0"}, old},
                "CREATE TABLE t (id INTEGER PRIMARY KEY, a INT, old INT, "
                "FOREIGN KEY (old) REFERENCES p(x), FOREIGN KEY (a) REFERENCES q(x))")
         << "CREATE TABLE t_temp (id INTEGER , a INT , PRIMARY KEY(id) , "
            "FOREIGN KEY (a) REFERENCES q(x))";
-    QTest::newRow("markers in a default are text")
+    QTest::newRow("markers in a default are data")
         << table({id, {"a", "TEXT", "0", "'%1 %2'", "0"}, old})
         << "CREATE TABLE t_temp (id INTEGER , a TEXT DEFAULT '%1 %2' , PRIMARY KEY(id) )";
 }

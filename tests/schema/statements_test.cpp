@@ -1,17 +1,15 @@
 #include "schema/statements.h"
 
-#include "support/scratch_device.h"
+#include "support/device_test.h"
 
 #include <QSqlError>
-#include <QtTest>
 
-class StatementsTest : public QObject
+class StatementsTest : public DeviceTest
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
+    void init() override;
 
     void executeQuietlyRunsOneStatement();
     void queryOnlyWalksForward();
@@ -23,22 +21,14 @@ private slots:
     void firstValueLeavesNothingLocked();
     void allSucceeded();
     void allSucceededEvaluatesEverything();
-
-private:
-    std::unique_ptr<ScratchDevice> device;
 };
 
 void StatementsTest::init()
 {
-    device = std::make_unique<ScratchDevice>();
+    DeviceTest::init();
     device->sql("CREATE TABLE field (id INTEGER, name TEXT);"
                 "INSERT INTO field VALUES(9007199254740993, 'Größe'), (2, NULL)");
     device->start();
-}
-
-void StatementsTest::cleanup()
-{
-    device.reset();
 }
 
 void StatementsTest::executeQuietlyRunsOneStatement()
@@ -63,11 +53,11 @@ void StatementsTest::countRows_data()
     QTest::addColumn<int>("rows");
 
     QTest::newRow("every row") << "SELECT id FROM field" << 2;
-    QTest::newRow("those of a value") << "SELECT id FROM field WHERE name = :name" << 1;
-    QTest::newRow("no row") << "SELECT id FROM field WHERE id < 0" << 0;
-    QTest::newRow("until one cannot be read")
+    QTest::newRow("the rows with a value") << "SELECT id FROM field WHERE name = :name" << 1;
+    QTest::newRow("there is no row") << "SELECT id FROM field WHERE id < 0" << 0;
+    QTest::newRow("only the rows before one that cannot be read")
         << "SELECT abs(CASE id WHEN 2 THEN -9223372036854775807 - 1 END) FROM field" << 1;
-    QTest::newRow("no table") << "SELECT id FROM missing" << 0;
+    QTest::newRow("there is no table") << "SELECT id FROM missing" << 0;
 }
 
 void StatementsTest::countRows()
@@ -93,12 +83,12 @@ void StatementsTest::firstValue_data()
     QTest::addColumn<QString>("sql");
     QTest::addColumn<QVariant>("value");
 
-    QTest::newRow("column 0 of the first row")
+    QTest::newRow("the first column of the first row")
         << "SELECT name, id FROM field ORDER BY id DESC" << QVariant("Größe");
-    QTest::newRow("64 bits") << "SELECT max(id) FROM field"
-                             << QVariant(qlonglong{9007199254740993});
-    QTest::newRow("no row") << "SELECT id FROM field WHERE id = 7" << QVariant();
-    QTest::newRow("a failure") << "SELECT id FROM missing" << QVariant();
+    QTest::newRow("a value of 64 bits")
+        << "SELECT max(id) FROM field" << QVariant(qlonglong{9007199254740993});
+    QTest::newRow("there is no row") << "SELECT id FROM field WHERE id = 7" << QVariant();
+    QTest::newRow("the statement fails") << "SELECT id FROM missing" << QVariant();
 }
 
 void StatementsTest::firstValue()

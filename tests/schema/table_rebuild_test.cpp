@@ -1,8 +1,6 @@
 #include "schema/statements.h"
 
-#include "support/scratch_device.h"
-
-#include <QtTest>
+#include "support/device_test.h"
 
 #include <sqlite3.h>
 
@@ -18,14 +16,11 @@ const QString failure =
     "DatabaseMigrator::dropColumnSaveParameters - %1\n";
 } // namespace
 
-class TableRebuildTest : public QObject
+class TableRebuildTest : public DeviceTest
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
-
     void rebuildsTheTable_data();
     void rebuildsTheTable();
     void leavesReferringRowsAlone();
@@ -37,33 +32,11 @@ private slots:
     void structureThatIsReadInPart();
     void virtualTableWithoutItsModule();
     void listOfForeignKeysThatCannotBeRead();
-    void copyLeftBehindBlocksTheNextRebuild();
+    void copyOfAFailedRebuildBlocksTheNext();
     void switchesForeignKeysOn_data();
     void switchesForeignKeysOn();
     void foreignKeysThatStayOnDeleteRows();
-
-private:
-    DatabaseMigrator &start();
-
-    std::unique_ptr<ScratchDevice> device;
 };
-
-void TableRebuildTest::init()
-{
-    device = std::make_unique<ScratchDevice>();
-}
-
-void TableRebuildTest::cleanup()
-{
-    device.reset();
-}
-
-DatabaseMigrator &TableRebuildTest::start()
-{
-    DatabaseMigrator &migrator = device->start();
-    device->takeLog();
-    return migrator;
-}
 
 void TableRebuildTest::rebuildsTheTable_data()
 {
@@ -83,10 +56,10 @@ void TableRebuildTest::rebuildsTheTable_data()
                 "1, NULL",
                 "2, 'b'",
                 "9007199254740993, x'00ff'"});
-    QTest::newRow("a column is matched in any letter case")
+    QTest::newRow("the column is found in any letter case")
         << QByteArray("CREATE TABLE t (width REAL, Id INTEGER PRIMARY KEY)") << "WIDTH"
         << QStringList({"CREATE TABLE \"t\" (Id INTEGER , PRIMARY KEY(Id) )", "t"});
-    QTest::newRow("a column is matched whole")
+    QTest::newRow("a longer name with the column's name in it is another column")
         << QByteArray("CREATE TABLE t (id INTEGER PRIMARY KEY, old, older, cold)") << "old"
         << QStringList(
                {"CREATE TABLE \"t\" (id INTEGER , older  , cold  , PRIMARY KEY(id) )", "t"});
@@ -103,7 +76,7 @@ void TableRebuildTest::rebuildsTheTable_data()
                 "f TEXT DEFAULT 'it''s %1' , g TEXT DEFAULT \"none\" , PRIMARY KEY(id) )",
                 "t",
                 "'k', '', -1.5, NULL, 'then', 0, 'it''s %1', 'none'"});
-    QTest::newRow("a key of several columns in its own order")
+    QTest::newRow("a key of several columns keeps its order")
         << QByteArray("CREATE TABLE t (a INT, old INT, b INT, c INT, PRIMARY KEY(c, a, b));"
                       "INSERT INTO t VALUES(1, 2, 3, 4)")
         << "old"
@@ -115,7 +88,7 @@ void TableRebuildTest::rebuildsTheTable_data()
         << QByteArray("CREATE TABLE t (a INT, old INT, PRIMARY KEY(a, old));"
                       "INSERT INTO t VALUES(1, 2), (2, 2)")
         << "old" << QStringList({"CREATE TABLE \"t\" (a INT , PRIMARY KEY(a) )", "t", "1", "2"});
-    QTest::newRow("a column that is not there changes no column")
+    QTest::newRow("without the column no other column changes")
         << QByteArray(
                "CREATE TABLE t (id INTEGER PRIMARY KEY, a TEXT); INSERT INTO t VALUES(1, 'x')")
         << "old"
@@ -168,7 +141,7 @@ void TableRebuildTest::rebuildsTheTable_data()
                 "FOREIGN KEY (a) REFERENCES q(x) ON DELETE CASCADE,FOREIGN KEY(a)REFERENCES r(y))",
                 "t",
                 "1, 2"});
-    QTest::newRow("a foreign key of two columns takes the constraint behind it along")
+    QTest::newRow("a foreign key of two columns includes the constraint after it")
         << QByteArray("CREATE TABLE t (id INTEGER PRIMARY KEY, a INT, b INT, old INT, "
                       "FOREIGN KEY (a, b) REFERENCES p(x, y), UNIQUE (b))")
         << "old"
@@ -176,7 +149,7 @@ void TableRebuildTest::rebuildsTheTable_data()
                {"CREATE TABLE \"t\" (id INTEGER , a INT , b INT , PRIMARY KEY(id) , "
                 "FOREIGN KEY (a, b) REFERENCES p(x, y), UNIQUE (b))",
                 "t"});
-    QTest::newRow("foreign key clauses that hold the column's name anywhere are lost")
+    QTest::newRow("foreign key clauses that contain the column's name are lost")
         << QByteArray("CREATE TABLE t (key INTEGER PRIMARY KEY, fieldId INT, id INT, "
                       "FOREIGN KEY (fieldId) REFERENCES p(x))")
         << "id"
@@ -225,12 +198,12 @@ void TableRebuildTest::fails_data()
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<QString>("column");
     QTest::addColumn<QString>("error");
-    // What is left behind, nothing where all stays as it was.
+    // The database afterwards; empty when it does not change.
     QTest::addColumn<QStringList>("after");
 
     const QStringList unchanged;
 
-    QTest::newRow("create: a copy was left behind")
+    QTest::newRow("create: an earlier rebuild left its copy")
         << QByteArray("CREATE TABLE t (id INTEGER PRIMARY KEY, old INT);"
                       "INSERT INTO t VALUES(1, 2);"
                       "CREATE TABLE t_temp (id INTEGER); INSERT INTO t_temp VALUES(7)")
@@ -262,12 +235,12 @@ void TableRebuildTest::fails_data()
     QTest::newRow("create: a column's name needs quotes")
         << QByteArray("CREATE TABLE t (id INTEGER PRIMARY KEY, \"order\" INT, old INT)") << "old"
         << "near \"order\": syntax error Unable to execute statement" << unchanged;
-    QTest::newRow("create: a table option behind a foreign key goes into its clause")
+    QTest::newRow("create: a table option after a foreign key becomes part of its clause")
         << QByteArray("CREATE TABLE t (id INT PRIMARY KEY, old INT, "
                       "FOREIGN KEY (id) REFERENCES p(x)) WITHOUT ROWID")
         << "old"
         << "near \")\": syntax error Unable to execute statement" << unchanged;
-    QTest::newRow("create: a view of something that is gone has the table's name")
+    QTest::newRow("create: a view of a missing table has the table's name")
         << QByteArray("CREATE VIEW t AS SELECT * FROM gone") << "old"
         << "near \"PRIMARY\": syntax error Unable to execute statement" << unchanged;
     QTest::newRow("copy: rows differ only in the column, which was in the key")
@@ -368,7 +341,7 @@ void TableRebuildTest::structureThatCannotBeRead_data()
     QTest::newRow("no column is read: the create statement fails")
         << SQLITE_PRAGMA << QByteArray("table_info")
         << "near \"PRIMARY\": syntax error Unable to execute statement";
-    QTest::newRow("the text is not read, which has the foreign keys")
+    QTest::newRow("the CREATE text is not read: its foreign keys would be lost")
         << SQLITE_READ << QByteArray("sqlite_master")
         << "access to sqlite_master.type is prohibited Unable to execute statement";
 }
@@ -444,7 +417,7 @@ void TableRebuildTest::listOfForeignKeysThatCannotBeRead()
              "1, NULL"}));
 }
 
-void TableRebuildTest::copyLeftBehindBlocksTheNextRebuild()
+void TableRebuildTest::copyOfAFailedRebuildBlocksTheNext()
 {
     device->sql("CREATE TABLE t (a INT, old INT, other INT, PRIMARY KEY(a, old));"
                 "INSERT INTO t VALUES(4, 1, 0), (4, 2, 0)");
@@ -475,10 +448,10 @@ void TableRebuildTest::switchesForeignKeysOn_data()
     QTest::addColumn<bool>("rebuilt");
     QTest::addColumn<QString>("before");
 
-    QTest::newRow("off before, the table is rebuilt") << "t" << true << "OFF";
-    QTest::newRow("off before, the rebuild fails") << "missing" << false << "OFF";
-    QTest::newRow("on before, the table is rebuilt") << "t" << true << "ON";
-    QTest::newRow("on before, the rebuild fails") << "missing" << false << "ON";
+    QTest::newRow("they were off, the table is rebuilt") << "t" << true << "OFF";
+    QTest::newRow("they were off, the rebuild fails") << "missing" << false << "OFF";
+    QTest::newRow("they were on, the table is rebuilt") << "t" << true << "ON";
+    QTest::newRow("they were on, the rebuild fails") << "missing" << false << "ON";
 }
 
 void TableRebuildTest::switchesForeignKeysOn()

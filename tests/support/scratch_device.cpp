@@ -238,6 +238,18 @@ QString ScratchDevice::createText(const QByteArray &table)
         .value(0);
 }
 
+QStringList ScratchDevice::contents(const QList<QByteArray> &tables)
+{
+    QStringList lines;
+    for (const QByteArray &table : tables) {
+        const QString text = createText(table);
+        if (!text.isEmpty()) {
+            lines << text << rows("SELECT * FROM " + table);
+        }
+    }
+    return lines;
+}
+
 QStringList ScratchDevice::dump()
 {
     Connection connection;
@@ -318,4 +330,11 @@ QString ScratchDevice::takeLog()
     m_logTaken += news.size();
     // With its size: without it the text would end at a NUL.
     return QString::fromUtf8(news.constData(), news.size());
+}
+
+QStringList ScratchDevice::takeLogLines()
+{
+    QStringList lines = takeLog().split("\n");
+    const QString unfinished = lines.takeLast();
+    return unfinished.isEmpty() ? lines : lines << unfinished + " (without an end)";
 }

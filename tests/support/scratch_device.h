@@ -19,8 +19,8 @@
 /// @return the lines that differ, marked as actual and expected, empty when there are none
 QByteArray differenceOf(const QStringList &actual, const QStringList &expected);
 
-/// The field computer that a test program runs on: an empty one at the start of every test. The
-/// fixed paths are a scratch directory's own, see on_device.sh; elsewhere the test program ends.
+/// The field computer that a test program runs on. The fixed paths belong to a scratch directory, see
+/// on_device.sh; a test program that was not started by it ends.
 class ScratchDevice
 {
 public:
@@ -28,7 +28,7 @@ public:
     ScratchDevice();
     ~ScratchDevice();
 
-    /// Where things stand on the device.
+    /// The fixed paths.
     static const QString databasePath;
     static const QString logPath;
     static const QString softwareVersionPath;
@@ -42,7 +42,7 @@ public:
     static QByteArray readFile(const QString &path);
 
     /// Runs statements on the database, over a connection of their own; a failure ends the test
-    /// program. Foreign keys are off there, so that rows can be broken on purpose.
+    /// program. Foreign keys are off there: a test can break rows on purpose.
     void sql(const QByteArray &statements);
     /// Makes `tableVersion` with both rows, with a MirelVersion column.
     void recordVersion(int version);
@@ -53,14 +53,18 @@ public:
     QStringList schema();
     /// @return the CREATE text of one table, empty without it
     QString createText(const QByteArray &table);
+    /// @return the CREATE text and the rows of each of the tables that is there
+    QStringList contents(const QList<QByteArray> &tables);
     /// @return the schema, then every table's name with its rows
     QStringList dump();
 
     /// Overwrites a page that holds rows of a table, with another one of them or with nonsense.
     void overwriteLeaf(const QByteArray &table, int leaf, int copiedLeaf = -1);
 
-    /// Constructs the migrator, as `main` does; the one before it, if any, ends first.
+    /// Constructs the migrator, as `main` does; an earlier one is destroyed first.
     DatabaseMigrator &start(const QStringList &arguments = {});
+    /// @return the migrator that was started
+    DatabaseMigrator &migrator() { return *m_migrator; }
     /// Destroys the migrator.
     void stop();
 
@@ -69,14 +73,16 @@ public:
     /// @param object its first argument, mostly the table's name; empty for every one
     /// @param part its second argument, mostly the column's name; empty for every one
     void refuse(int action, const QByteArray &object, const QByteArray &part = QByteArray());
-    /// Lets SQLite break off the migrator's statement that runs after so many more of its virtual
-    /// machine's instructions, once.
+    /// Lets SQLite interrupt, once, the migrator's statement that runs after so many more
+    /// instructions of its virtual machine.
     void interruptAfter(int instructions);
     /// Ends every refusal.
     void allowAll();
 
     /// @return the log's text since the last call
     QString takeLog();
+    /// @return the same as lines; a last line without an end of line is marked
+    QStringList takeLogLines();
 
 private:
     std::vector<QByteArray> m_arguments;

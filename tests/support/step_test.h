@@ -1,13 +1,12 @@
 #pragma once
 
-#include "support/scratch_device.h"
+#include "support/device_test.h"
 
-#include <QSqlDatabase>
-#include <QSqlQuery>
-#include <QtTest>
+#include <functional>
 
 // What tests of single migration steps share.
 
+using M = DatabaseMigrator;
 using Step = void (DatabaseMigrator::*)();
 using Probe = bool (DatabaseMigrator::*)() const;
 Q_DECLARE_METATYPE(Step)
@@ -20,6 +19,8 @@ struct Refusal {
     QByteArray part = QByteArray();
 };
 
+enum class Connection { Open, Closed };
+
 /// One run of a step: what it finds and what it leaves.
 struct StepRun {
     QByteArray before; ///< statements that make the tables
@@ -27,101 +28,65 @@ struct StepRun {
     int version;       ///< the current version that it leaves
     QStringList after; ///< what the test reads of the database, mostly its dump
     QList<Refusal> refusals = {};
+    Connection connection = Connection::Open;
 };
 Q_DECLARE_METATYPE(StepRun)
 
 /// A version that no step of the catalogue sets.
 const int versionUnmoved = 99;
 
-/// Starts the migrator at a version and takes the log of its start. The versions' table is dropped
-/// then, so that the device's dump holds what the step works on and nothing else; what the step
-/// writes need not outlive a power cut.
-inline DatabaseMigrator &startAt(ScratchDevice &device, int version)
+/// A test program of migration steps.
+class StepTest : public DeviceTest
 {
-    device.recordVersion(version);
-    DatabaseMigrator &migrator = device.start();
-    QSqlQuery("PRAGMA synchronous = OFF");
-    device.sql("DROP TABLE tableVersion");
-    device.takeLog();
-    return migrator;
+protected:
+    /// Starts the migrator at a version and takes the log of its start. Then drops the versions'
+    /// table: the device's dump holds only what the step works on. What the step writes need not
+    /// survive a power cut.
+    DatabaseMigrator &startAt(int version);
+
+    /// Checks a step against the test's row, a "run".
+    /// @param read what the run's "after" is compared with
+    void checkStep(
+        Step step, const std::function<QStringList()> &read,
+        const QList<QByteArray> &untouched = {});
+    /// @param tables the tables that the run's "after" shows, see ScratchDevice::contents; without
+    /// any it is the dump of all
+    /// @param untouched tables that the step leaves as they are
+    void checkStep(
+        Step step, const QList<QByteArray> &tables = {}, const QList<QByteArray> &untouched = {});
+
+    /// Runs the "step" of the test's row twice: the second run leaves the row's "version", adds
+    /// its "log" and changes nothing.
+    void checkSecondRun(DatabaseMigrator &migrator);
+
+    /// Checks a probe against the test's row: what is there "before", and whether it is "applied".
+    void checkProbe(Probe probe);
+
+    /// Checks what each probe answers on a connection that is not open.
+    void checkProbesOnAClosedConnection(const QVector<QPair<Probe, bool>> &answers);
+};
+
+/// Adds a row for a run on a connection that is not open: every statement fails there, without a
+/// text for its error.
+inline void addRowOfClosedConnection(const QStringList &log, int version = versionUnmoved)
+{
+    QTest::newRow("the database is not open")
+        << StepRun{"", log, version, {}, {}, Connection::Closed};
 }
 
-/// @return the lines that the log has gained since it was last taken
-inline QStringList takeLogLines(ScratchDevice &device)
+/// @return a trigger that refuses an event, such as "UPDATE ON t" or "INSERT ON t WHEN NEW.id = 1"
+inline QByteArray refusal(const QByteArray &event)
 {
-    QStringList lines = device.takeLog().split("\n");
-    const QString unfinished = lines.takeLast();
-    return unfinished.isEmpty() ? lines : lines << unfinished + " (without an end)";
+    return "CREATE TRIGGER refusal BEFORE " + event + " BEGIN SELECT RAISE(ABORT, 'refused'); END";
 }
 
-/// @return the CREATE text and the rows of every one of the tables that is there
-inline QStringList contents(ScratchDevice &device, const QList<QByteArray> &tables)
+/// @return a view that has a table's name
+inline QByteArray viewInPlaceOf(const QByteArray &table)
 {
-    QStringList lines;
-    for (const QByteArray &table : tables) {
-        const QString createText = device.createText(table);
-        if (!createText.isEmpty()) {
-            lines << createText << device.rows("SELECT * FROM " + table);
-        }
-    }
-    return lines;
+    return "CREATE VIEW " + table + " AS SELECT 1 AS id";
 }
 
-inline QStringList dump(ScratchDevice &device)
-{
-    return device.dump();
-}
-
-/// Checks a step against the test's row, a "run".
-inline void checkStep(
-    ScratchDevice &device, Step step, QStringList (*read)(ScratchDevice &device) = dump)
-{
-    QFETCH(StepRun, run);
-    device.sql(run.before);
-    DatabaseMigrator &migrator = startAt(device, versionUnmoved);
-    for (const Refusal &refusal : run.refusals) {
-        device.refuse(refusal.action, refusal.object, refusal.part);
-    }
-
-    (migrator.*step)();
-
-    COMPARE_LINES(takeLogLines(device), run.log);
-    QCOMPARE(migrator.currentVersion(), run.version);
-    COMPARE_LINES(read(device), run.after);
-}
-
-/// Checks what a step of the test's row does on a connection that is not open.
-inline void checkStepOnAClosedConnection(ScratchDevice &device)
-{
-    QFETCH(Step, step);
-    QFETCH(int, version);
-    QFETCH(QStringList, log);
-    DatabaseMigrator &migrator = startAt(device, versionUnmoved);
-    QSqlDatabase::database().close();
-
-    (migrator.*step)();
-
-    COMPARE_LINES(takeLogLines(device), log);
-    QCOMPARE(migrator.currentVersion(), version);
-}
-
-/// Checks a probe against the test's row: what is there "before", and whether it is "applied".
-inline void checkProbe(ScratchDevice &device, Probe probe)
-{
-    QFETCH(QByteArray, before);
-    device.sql(before);
-    const DatabaseMigrator &migrator = startAt(device, versionUnmoved);
-    const QStringList dumpBefore = device.dump();
-
-    QTEST((migrator.*probe)(), "applied");
-
-    COMPARE_LINES(takeLogLines(device), QStringList());
-    QCOMPARE(migrator.currentVersion(), versionUnmoved);
-    COMPARE_LINES(device.dump(), dumpBefore);
-}
-
-/// The declaration of a column that cannot be read in some rows: a walk over the rows breaks off
-/// there.
+/// The declaration of a column that cannot be read in some rows: reading a table stops there.
 /// @param declaration the column's name and its type; its values are those of "stored"
 inline QByteArray unreadableColumn(const QByteArray &declaration, const QByteArray &condition)
 {
@@ -129,8 +94,8 @@ inline QByteArray unreadableColumn(const QByteArray &declaration, const QByteArr
            " THEN abs(-9223372036854775807 - (" + condition + ")) ELSE stored END)";
 }
 
-/// @return statements that put an unreadable column in the place of one, in the CREATE text alone:
-/// the rows stay
+/// @return statements that replace a column by an unreadable one, in the CREATE text alone: the
+/// rows stay
 inline QByteArray makeUnreadable(
     const QByteArray &table, const QByteArray &declaration, const QByteArray &condition)
 {
@@ -139,14 +104,20 @@ inline QByteArray makeUnreadable(
            table + "';";
 }
 
-// What SQLite answers: where a column cannot be read; to a rebuild without a column of the key, and of a table that is not there;
-// where a trigger refuses; where an earlier rebuild has left its copy; without the table.
+// SQLite's errors, as the toolkit logs them.
 
+/// A column that is unreadable was read.
 inline const QString unreadable = "integer overflow";
+/// A rebuild dropped a column of the primary key.
 inline const QString keyRefused = "near \")\": syntax error Unable to execute statement";
+/// There was no table to rebuild.
 inline const QString rebuildRefused = "near \"PRIMARY\": syntax error Unable to execute statement";
+/// A trigger refused.
 inline const QString rowRefused = "refused Unable to fetch row";
+/// The test refused, see ScratchDevice::refuse.
+inline const QString notAuthorized = "not authorized Unable to execute statement";
 
+/// An earlier rebuild has left its copy.
 inline QString copyInTheWay(const QString &table)
 {
     return "table " + table + "_temp already exists Unable to execute statement";
@@ -155,6 +126,22 @@ inline QString copyInTheWay(const QString &table)
 inline QString noSuchTable(const QString &table)
 {
     return "no such table: " + table + " Unable to execute statement";
+}
+
+/// The connection is not open, whatever the table.
+inline QString noText(const QString &)
+{
+    return QString();
+}
+
+inline QString noSuchColumn(const QString &column)
+{
+    return "no such column: " + column + " Unable to execute statement";
+}
+
+inline QString duplicateColumn(const QString &column)
+{
+    return "duplicate column name: " + column + " Unable to execute statement";
 }
 
 // The two lines of a failure in the schema toolkit.
@@ -170,8 +157,7 @@ inline QStringList newColumnNotAdded(
 
 inline QStringList addedBefore(const QString &column, const QString &table)
 {
-    return newColumnNotAdded(
-        column, table, "duplicate column name: " + column + " Unable to execute statement");
+    return newColumnNotAdded(column, table, duplicateColumn(column));
 }
 
 inline QStringList addedToNothing(const QString &column, const QString &table)
@@ -185,6 +171,16 @@ inline QStringList notAdded(const QString &column, const QString &table, const Q
         "DatabaseMigrator::addColumnIfNotExists - Failed to add column named " + column + " to " +
             table,
         "DatabaseMigrator::addColumnIfNotExists - " + error};
+}
+
+inline QStringList duplicateNotAdded(const QString &column, const QString &table)
+{
+    return notAdded(column, table, duplicateColumn(column));
+}
+
+inline QStringList notAddedToNothing(const QString &column, const QString &table)
+{
+    return notAdded(column, table, noSuchTable(table));
 }
 
 inline QStringList notSet(const QString &column, const QString &value, const QString &error)
@@ -207,4 +203,24 @@ inline QStringList tableStays(const QString &table, const QString &error)
     return {
         "DatabaseMigrator::dropTable - Failed to drop table named " + table,
         "DatabaseMigrator::dropTable - " + error};
+}
+
+inline QStringList viewStays(const QString &view)
+{
+    return tableStays(
+        view, "use DROP VIEW to delete view " + view + " Unable to execute statement");
+}
+
+/// A table's name and a column's.
+using Columns = QVector<QPair<QByteArray, QByteArray>>;
+
+/// @return the lines of one of the functions above for every column
+template <typename Lines, typename... Error>
+QStringList forEach(const Columns &columns, Lines lines, const Error &...error)
+{
+    QStringList log;
+    for (const auto &[table, column] : columns) {
+        log << lines(column, table, error...);
+    }
+    return log;
 }
