@@ -69,12 +69,13 @@ def start_databases(folder):
                 multiply(database, times)
 
 
-def prepare(subject, folder, worker, names):
-    """Records the undisturbed runs; returns what they took, by scenario."""
+def prepare(subject, folder, worker, names, is_over=lambda: False):
+    """Records the undisturbed runs; returns what they took, by scenario. None is begun once
+    is_over() is true."""
     plan_file = folder / "plan.json"
     plan = json.loads(plan_file.read_text()) if plan_file.exists() else {}
     for name in names:
-        if name in plan:
+        if name in plan or is_over():
             continue
         scenario = subject.scenarios[name]
         before, final, _ = scenario.start.partition("/final")
@@ -181,14 +182,15 @@ def main():
                          help="add what a second run leaves different to deviations.json")
     arguments = options.parse_args()
     signal.signal(signal.SIGTERM, lambda *_: sys.exit("ended"))  # with the workers' devices
-    names = arguments.walks.split(";")
     campaign = Campaign("faults", arguments.minutes)
     campaign.start_over_unless(fingerprint(subject))
     campaign.forget(complains_about_log)
     start_databases(campaign.folder)
     with workers(arguments.workers, campaign.folder, subject.module, subject.program,
                  SHIM) as started:
-        plan = prepare(subject, campaign.folder, started[0], names)
+        names = arguments.walks.split(";")
+        plan = prepare(subject, campaign.folder, started[0], names, campaign.is_over)
+        names = [name for name in names if name in plan]
         run_tasks(campaign, started, tasks(
             subject, plan, arguments.kinds.split(","), names, arguments.every_case))
     done = campaign.answers()
