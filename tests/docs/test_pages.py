@@ -1,4 +1,5 @@
-"""What docs/kept-on-purpose.md names exists: files, functions, test functions and test rows."""
+"""What docs/kept-on-purpose.md names exists: files, functions, test functions and test rows; and
+tests/README.md has a row for every folder of tests."""
 
 import re
 
@@ -17,9 +18,10 @@ BETWEEN_LITERALS = re.compile(r'"\s+(?:QStringLiteral\()?"')
 def rows_of(page):
     """The rows of the page's tables: where, pinned by, and the test that a heading names."""
     heading = ""
-    for line in page.splitlines():
+    lines = page.splitlines()
+    for line, following in zip(lines, [*lines[1:], ""]):
         cells = [cell.strip() for cell in line.strip("|").split(" | ")]
-        if line.startswith("| The oddity"):
+        if following.startswith("|---"):
             heading = cells[2]
         elif line.startswith("|") and not line.startswith("|---"):
             yield pytest.param(*cells[1:], heading, id=cells[0])
@@ -67,3 +69,11 @@ def test_what_does_not_exist_is_noticed():
     assert [*missing_tests('gone_test: `gone`, program/test_walks.py; "gone row"', "")] == [
         "gone_test", "gone", "gone row"]
     assert [*missing_tests("`gone`", "Pinned by (registry_test)")] == ["gone"]
+
+
+def test_every_folder_of_tests_has_a_row_in_the_readme():
+    readme = (TESTS / "README.md").read_text(encoding="utf-8")
+    cells = re.findall(r"^\| ([a-z, ]+) \|", readme, re.MULTILINE)
+    named = [folder for cell in cells for folder in cell.split(", ")]
+    assert sorted(named) == sorted(path.name for path in TESTS.iterdir()
+                                   if path.is_dir() and path.name != "__pycache__")

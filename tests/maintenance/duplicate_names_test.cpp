@@ -37,6 +37,7 @@ private slots:
     void endsInADamagedTable();
     void endsWhereATriggerAddsRows_data();
     void endsWhereATriggerAddsRows();
+    void endsWhereAnIndexReturnsTheRenamedRows();
 };
 
 void DuplicateNamesTest::init()
@@ -558,6 +559,24 @@ void DuplicateNamesTest::endsWhereATriggerAddsRows()
 
     QCOMPARE(device->takeLog(), QString());
     COMPARE_LINES(device->rows("SELECT id, displayName FROM growers"), expected);
+}
+
+/// Both rows have the id, so each rename changes both. The index then returns them once more, by their
+/// new name, to be renamed again.
+void DuplicateNamesTest::endsWhereAnIndexReturnsTheRenamedRows()
+{
+    device->sql(farms + fields);
+    device->sql("CREATE TABLE growers (id INTEGER, displayName TEXT, notes TEXT);"
+                "CREATE INDEX named ON growers (displayName, id);"
+                "INSERT INTO growers VALUES (1, 'A', NULL), (1, 'A', NULL);");
+    DatabaseMigrator &migrator = start();
+
+    migrator.renameDuplicateNames();
+
+    QCOMPARE(device->takeLog(), QString());
+    COMPARE_LINES(
+        device->rows("SELECT id, displayName FROM growers"),
+        QStringList({"1, 'A_2_2_2_2'", "1, 'A_2_2_2_2'"}));
 }
 
 QTEST_APPLESS_MAIN(DuplicateNamesTest)

@@ -28,7 +28,7 @@ def parser(description):
 
 
 class Campaign:
-    """The answers to tasks, kept in build/NAME/answers.jsonl.
+    """The answers to tasks, kept in build/NAME/trials.jsonl.
 
     A task and its answer are anything that JSON can hold. An answer is written as soon as it is
     there, so a campaign that was stopped loses nothing. A task that holds a fingerprint is a new
@@ -39,7 +39,7 @@ class Campaign:
         self.folder = ROOT / "build" / name
         self.folder.mkdir(parents=True, exist_ok=True)
         self.end = time.monotonic() + minutes * 60
-        self._file = self.folder / "answers.jsonl"
+        self._file = self.folder / "trials.jsonl"
         self._answers = {}
         if self._file.exists():
             for line in self._file.read_text(encoding="utf-8").splitlines():
