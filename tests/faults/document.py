@@ -52,7 +52,7 @@ What the second run left, compared with an undisturbed run, is one of these. Tab
 of cases in this order:
 
 - recovered: the same tables, definitions and rows
-- copy left over: a table's `_temp` or `_old` copy is still there, with rows that the table lacks
+- copy left over: a copy aside (`_temp`, `_old`) is still there, with rows that the table lacks
 - rows lost: rows, by their keys, are in no table
 - other difference: no row is missing, but a value, a column or a definition differs
 """
