@@ -102,7 +102,7 @@ class ProgramDevice(Device):
 
 @dataclass(frozen=True)
 class Trouble:
-    """What the stages of a run log of a database that is not in good order."""
+    """What the stages of a run log when the database is not in good order."""
 
     start_up: str = ""
     integrity: str = "Integrity check passed.\n"

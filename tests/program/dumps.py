@@ -48,7 +48,7 @@ def with_stand_ins(dump):
 
 
 def statements_by_name(dump):
-    """The statements of a dump by the table, index, trigger or view that they are about."""
+    """The statements of a dump, by the table, index, trigger or view that they belong to."""
     statements = collections.defaultdict(list)
     pending = ""
     for line in dump.splitlines(keepends=True):

@@ -3,7 +3,7 @@
 import contextlib
 import sqlite3
 
-# Two rows more for every table: a full one with values that are no column's default, and one with
+# Two more rows for every table: a full one with values that are no column's default, and one with
 # NULL wherever a column allows it. A reference is never NULL: version 2 would make 0 of it, SQLite
 # would refuse that, and the step would fail.
 FULL, SPARSE = 901, 902

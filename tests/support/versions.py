@@ -5,7 +5,7 @@ import re
 from support.places import DATA, ROOT
 
 ROW = re.compile(r"^\s*\{(\d+), &M::updateToVersion\d+,", re.MULTILINE)
-# The one place that tests, campaigns and benchmarks know the newest version from.
+# Tests, campaigns and benchmarks all take the newest version from here.
 NEWEST = max(map(int, ROW.findall((ROOT / "app" / "registry.cpp").read_text(encoding="utf-8"))))
 VERSIONS = range(1, NEWEST + 1)
 
