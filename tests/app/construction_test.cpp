@@ -12,29 +12,29 @@
 
 namespace
 {
-QStringList toolkitMessages;
+QStringList qtMessages;
 
 void keepMessage(QtMsgType, const QMessageLogContext &, const QString &text)
 {
-    toolkitMessages << text;
+    qtMessages << text;
 }
 
 /// Collects, during its lifetime, what Qt would print to the terminal.
-class ToolkitMessages
+class QtMessages
 {
 public:
-    ToolkitMessages() : m_handlerBefore(qInstallMessageHandler(keepMessage))
+    QtMessages() : m_handlerBefore(qInstallMessageHandler(keepMessage))
     {
         QLoggingCategory::setFilterRules("default.warning=true");
-        toolkitMessages.clear();
+        qtMessages.clear();
     }
-    ~ToolkitMessages()
+    ~QtMessages()
     {
         qInstallMessageHandler(m_handlerBefore);
         QLoggingCategory::setFilterRules("default.warning=false");
     }
-    ToolkitMessages(const ToolkitMessages &) = delete;
-    ToolkitMessages &operator=(const ToolkitMessages &) = delete;
+    QtMessages(const QtMessages &) = delete;
+    QtMessages &operator=(const QtMessages &) = delete;
 
 private:
     QtMessageHandler m_handlerBefore;
@@ -324,7 +324,7 @@ void ConstructionTest::databaseThatCannotBeOpened()
     QFETCH(QStringList, arguments);
     QVERIFY(QDir().mkpath(ScratchDevice::databasePath));
     ScratchDevice::writeFile(ScratchDevice::softwareVersionPath, "1.2.3\n");
-    const ToolkitMessages kept;
+    const QtMessages kept;
 
     DatabaseMigrator &migrator = device->start(arguments);
     QVERIFY(!QSqlDatabase::database(QSqlDatabase::defaultConnection, false).isOpen());
@@ -336,7 +336,7 @@ void ConstructionTest::databaseThatCannotBeOpened()
 void ConstructionTest::operationsOnADatabaseThatIsNotOpen()
 {
     QVERIFY(QDir().mkpath(ScratchDevice::databasePath));
-    const ToolkitMessages kept;
+    const QtMessages kept;
     DatabaseMigrator &migrator = start();
 
     QVERIFY(!migrator.tableExists("field"));
@@ -394,9 +394,9 @@ void ConstructionTest::missingDatabasesDirectory()
 /// @return what Qt would print in a run: a line for every statement on the closed connection
 QStringList ConstructionTest::messagesOfARun(const QStringList &arguments)
 {
-    const ToolkitMessages kept;
+    const QtMessages kept;
     device->start(arguments).runMigration();
-    return toolkitMessages;
+    return qtMessages;
 }
 
 void ConstructionTest::appendsToTheLog()
@@ -419,13 +419,13 @@ void ConstructionTest::logThatCannotBeOpened()
     recordVersions("3", "2");
     ScratchDevice::writeFile(ScratchDevice::softwareVersionPath, "1.2.3\n");
     QVERIFY(QDir().mkpath(ScratchDevice::logPath));
-    const ToolkitMessages kept;
+    const QtMessages kept;
 
     DatabaseMigrator &migrator = device->start({"5"});
     migrator.logMessage("lost");
     migrator.updateDatabaseVersion();
 
-    COMPARE_LINES(toolkitMessages, QStringList());
+    COMPARE_LINES(qtMessages, QStringList());
     COMPARE_LINES(
         device->rows("SELECT * FROM tableVersion"),
         QStringList({"'mainSqlDb', 3, '1.2.3'", "'altSqlDb', 2, ''"}));

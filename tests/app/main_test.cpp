@@ -21,7 +21,7 @@ void record(const char *call)
 {
     std::puts(call);
     std::fflush(stdout);
-    qWarning("a warning of the toolkit in %s", call);
+    qWarning("a warning of Qt in %s", call);
 }
 
 void recordOrThrow(const char *call)

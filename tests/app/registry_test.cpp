@@ -1,5 +1,5 @@
-// The catalogue's table is the source's own; pointers to members cannot be compared at compile time
-// under the undefined-behaviour sanitizer.
+// The catalogue's table is local to the source. Pointers to members cannot be compared at compile time
+// under the undefined-behaviour sanitizer, so this test does it.
 #include "app/registry.cpp" // NOLINT(bugprone-suspicious-include)
 
 #include <QtTest>
@@ -9,10 +9,10 @@ class RegistryTest : public QObject
     Q_OBJECT
 
 private slots:
-    void everyOperationStandsOnce();
+    void everyOperationIsListedOnce();
 };
 
-void RegistryTest::everyOperationStandsOnce()
+void RegistryTest::everyOperationIsListedOnce()
 {
     QList<void (M::*)()> steps;
     QList<bool (M::*)() const> probes;

@@ -23,10 +23,10 @@ QByteArray encodingOf(const QByteArray &script)
     return script.startsWith("\xfe\xff") ? "UTF-16BE" : "UTF-8";
 }
 
-/// The statements of a script: the ends of lines go, then every ";" separates two.
+/// The statements of a script: line ends are removed, then every ";" separates two statements.
 QStringList statementsOf(const QByteArray &script)
 {
-    // A decoder, unlike fromUtf8, leaves out a character that the end of the file cuts short.
+    // Unlike fromUtf8, a decoder ignores an incomplete character at the end of the file.
     QTextDecoder decoder(QTextCodec::codecForName(encodingOf(script)));
     return decoder.toUnicode(script).remove('\r').remove('\n').split(';');
 }
@@ -41,8 +41,8 @@ void DatabaseMigrator::executeOrLogText(const QString &sql)
 
 void fuzz(const QByteArray &input)
 {
-    // What stands behind a "*" lies where the first piece of a long line ends. Bad characters and
-    // byte order marks go: how the toolkit reads them depends on where a block of the file ends.
+    // A "*" moves the rest of the input to the place where the first piece of a long line ends. Bad
+    // characters and byte order marks are removed: Qt reads them differently at the end of a block.
     QByteArray script = input;
     if (input.startsWith('*')) {
         script = QString::fromUtf8(input.mid(1)).remove(QChar::ByteOrderMark).toUtf8();

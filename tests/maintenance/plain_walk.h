@@ -4,8 +4,8 @@
 #include <QString>
 #include <QVariant>
 
-/// The renaming passes exactly as they are described, whatever they cost: every row is read, and the
-/// equals of every row are searched in the whole table.
+/// The renaming passes exactly as they are described, without regard to cost: every row is read, and
+/// its equals are searched in the whole table.
 class PlainWalk
 {
 public:

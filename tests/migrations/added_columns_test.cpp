@@ -14,7 +14,7 @@ const struct {
     QByteArray type;
     QByteArray value; ///< what every row gets
     QStringList successLog;
-    QStringList failureLog; ///< after the lines of the toolkit
+    QStringList failureLog; ///< after the schema toolkit's lines
     int versionAfterFailure;
 } addedColumns[] = {
     {3,
@@ -110,9 +110,9 @@ struct Version {
     QByteArray otherTables; ///< what its success needs besides
     Tables found;           ///< what its tables have before
     Tables added;           ///< what it adds to them
-    QStringList updateLog;  ///< after the lines of the toolkit where one column was not added
-    QStringList revertLog;  ///< the same where one column stays
-    int revertedTo;         ///< the version where one column stays
+    QStringList updateLog;  ///< what follows the failure to add one column
+    QStringList revertLog;  ///< what follows the failure to drop one
+    int revertedTo;         ///< the version after that failure
 };
 const QMap<int, Version> versions = {
     {11,

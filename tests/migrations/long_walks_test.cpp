@@ -99,10 +99,11 @@ void LongWalksTest::stepsEnd_data()
                    "NEW.machineConfigId + 1, 1, 0")
         << QStringList("Migration to version 19 FAILED!")
         << QByteArray("SELECT count(*) FROM onScreenSwitchboxToMachineMapping");
-    // Every solution has a device.
+    // Every solution has a device. The index makes it quick to find.
     QTest::newRow("version 21 reads solutions")
         << Step(&M::updateToVersion21)
         << receivers + mapping + solutions +
+               "CREATE INDEX solutionsByConfiguration ON preferredGpsSolutions (mc_id);"
                "CREATE VIEW serialDevices AS SELECT mc_id, 'ttyS0' AS portName, "
                "'BePluginGPS' AS deviceHandlerName FROM preferredGpsSolutions;"
                "INSERT INTO preferredGpsSolutions VALUES(1, 0, 3)" +
@@ -122,6 +123,7 @@ void LongWalksTest::stepsEnd_data()
     QTest::newRow("the way back from version 21 reads receivers")
         << Step(&M::revertFromVersion21)
         << receivers + mapping + solutions + oneReceiver + ";" +
+               "CREATE INDEX receiversByConfiguration ON gpsReceivers (machineConfigId);"
                "CREATE VIEW serialDevices AS SELECT 'ttyS0' AS portName, machineConfigId AS mc_id, "
                "'BePluginGPS' AS deviceHandlerName FROM gpsReceivers" +
                adding(

@@ -87,27 +87,21 @@ void ColumnsAndTablesTest::columnExists_data()
     QTest::addColumn<QString>("table");
     QTest::addColumn<QString>("column");
     QTest::addColumn<bool>("exists");
+    const auto row =
+        [](const char *sentence, const QString &table, const QString &column, bool exists) {
+            QTest::newRow(sentence) << table << column << exists;
+        };
 
-    QTest::newRow("the first column of a table without rows") << "empty"
-                                                              << "id" << true;
-    QTest::newRow("the last column of a table without rows") << "empty"
-                                                             << "Name" << true;
-    QTest::newRow("a column in another letter case") << "empty"
-                                                     << "nAME" << true;
-    QTest::newRow("a column of a table with rows") << "field"
-                                                   << "name" << true;
-    QTest::newRow("a table in another letter case") << "FIELD"
-                                                    << "name" << true;
-    QTest::newRow("a column of a view") << "fieldView"
-                                        << "label" << true;
-    QTest::newRow("no column") << "field"
-                               << "area" << false;
-    QTest::newRow("a part of a column's name") << "field"
-                                               << "nam" << false;
-    QTest::newRow("no table") << "missing"
-                              << "id" << false;
-    QTest::newRow("a name that needs quotes makes the statement fail") << "order"
-                                                                       << "id" << false;
+    row("the first column of a table without rows", "empty", "id", true);
+    row("the last column of a table without rows", "empty", "Name", true);
+    row("a column in another letter case", "empty", "nAME", true);
+    row("a column of a table with rows", "field", "name", true);
+    row("a table in another letter case", "FIELD", "name", true);
+    row("a column of a view", "fieldView", "label", true);
+    row("no column", "field", "area", false);
+    row("a part of a column's name", "field", "nam", false);
+    row("no table", "missing", "id", false);
+    row("a name that needs quotes makes the statement fail", "order", "id", false);
 }
 
 void ColumnsAndTablesTest::columnExists()

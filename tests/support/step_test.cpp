@@ -8,6 +8,7 @@ DatabaseMigrator &StepTest::startAt(int version)
     device->recordVersion(version);
     DatabaseMigrator &migrator = device->start();
     QSqlQuery("PRAGMA synchronous = OFF");
+    QSqlQuery("PRAGMA journal_mode = MEMORY");
     device->sql("DROP TABLE tableVersion");
     device->takeLog();
     return migrator;

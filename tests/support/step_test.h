@@ -104,7 +104,7 @@ inline QByteArray makeUnreadable(
            table + "';";
 }
 
-// SQLite's errors, as the toolkit logs them.
+// SQLite's errors, as the schema toolkit logs them.
 
 /// A column that is unreadable was read.
 inline const QString unreadable = "integer overflow";
@@ -128,7 +128,7 @@ inline QString noSuchTable(const QString &table)
     return "no such table: " + table + " Unable to execute statement";
 }
 
-/// The connection is not open, whatever the table.
+/// The connection is not open: the error has no text, whichever table it is about.
 inline QString noText(const QString &)
 {
     return QString();
