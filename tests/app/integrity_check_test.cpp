@@ -58,7 +58,7 @@ private slots:
     void versionIsSetBackAfterwards();
     void laterVersionsAreNotProbed_data();
     void laterVersionsAreNotProbed();
-    void impossibleVersionEndsAsFastAsTheNewest();
+    void impossibleVersionAsksEveryProbeOnce();
     void everyStageRunsAfterFailuresOfOthers();
     void databaseThatIsNotOpen();
     void missingDatabaseDirectory();
@@ -317,10 +317,10 @@ void IntegrityCheckTest::laterVersionsAreNotProbed()
     COMPARE_LINES(device->dump(), before);
 }
 
-void IntegrityCheckTest::impossibleVersionEndsAsFastAsTheNewest()
+void IntegrityCheckTest::impossibleVersionAsksEveryProbeOnce()
 {
     QStringList logs;
-    for (const int version : {34, 35, std::numeric_limits<int>::max()}) {
+    for (const int version : {1'000, std::numeric_limits<int>::max()}) {
         device = std::make_unique<ScratchDevice>();
         device->recordVersion(version);
         device->sql(settingsOfVersion1);
@@ -336,7 +336,6 @@ void IntegrityCheckTest::impossibleVersionEndsAsFastAsTheNewest()
     }
     QVERIFY2(logs[0].contains(reapplied2), qPrintable(logs[0]));
     QCOMPARE(logs[1], logs[0]);
-    QCOMPARE(logs[2], logs[0]);
 }
 
 void IntegrityCheckTest::everyStageRunsAfterFailuresOfOthers()

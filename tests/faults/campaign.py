@@ -1,22 +1,19 @@
 #!/usr/bin/python3
 """Runs the program into faults of the disk, lets it recover, and tells what came of it.
 
-    campaign.py [--minutes M] [--workers N] [--kinds KIND,...] [--walks WALK;...]
-                [--document] [--pin]
-
-Every kind of fault is tried at every operation of the walks from version 1 to 34 and back, in
-passes that are spread over the whole walk; SQLite's memory fails at every tenth allocation. Answers
-are kept in build/faults/: a campaign goes on where the last one stopped, and starts anew when the
-program or what judges it has changed. --minutes ends it early. --document writes
-docs/power-cut.md from what was run so far, --pin what a second run leaves otherwise than an
-undisturbed one into deviations.json. Needs the preset dev built.
+Every kind of fault is tried at every operation of the walks from version 1 to the newest and back,
+in passes that are spread over the whole walk; SQLite's memory fails at every tenth allocation. With
+ten times the rows a sample of kills and power cuts is tried. The answers are kept in build/faults/,
+and a campaign goes on where the last one stopped. It starts over when the program, its data, the
+shim or the code that judges has changed; comments do not count. Needs the preset dev to be built.
 """
 
-import argparse
+import ast
 import hashlib
 import json
 import os
-import shutil
+import pathlib
+import re
 import signal
 import sqlite3
 import sys
@@ -24,80 +21,70 @@ import time
 from collections import defaultdict
 from contextlib import closing
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
+
 from deviations import Deviations
 from document import Figures, write_document
 from multiply import multiply
-from workers import TESTS, answers, workers
+from subjects import ALLOCATIONS, JUDGES, KINDS, MIGRATOR, SHIM, TIMES
+from support.campaign import Campaign, parser
+from support.versions import dump_of
+from workers import answers, workers
 
-ROOT = TESTS.parent
-BUILD = ROOT / "build" / "dev"
-PROGRAM = BUILD / "database-migrator"
-SHIM = BUILD / "tests" / "libfault_shim.so"
-KEPT = ROOT / "build" / "faults"
-ANSWERS = KEPT / "answers.jsonl"
-DOCUMENT = ROOT / "docs" / "power-cut.md"
-
-OPERATIONS = ("power cut", "kill", "kill in a write", "EIO once", "EIO from then on",
-              "ENOSPC once", "ENOSPC from then on", "short write once",
-              "short writes from then on")
-ALLOCATIONS = ("no memory once", "no memory from then on")
-CASES = {"full disk": 12, "locked throughout": 3, "locked for some statements": 300,
-         "pair of faults": 1000}
-KINDS = (*OPERATIONS, *ALLOCATIONS, *CASES)
-SECURE_DELETE_OFF = {"FAULT_SECURE_DELETE": "OFF"}
-# walk: what it starts from, SQLite's switches, the kinds of fault, and in how many passes (a power
-# of two).
-WALKS = {
-    "1 to 34": ("start", {}, KINDS, 128),
-    "34 to 1": ("1 to 34/final", {}, KINDS, 128),
-    "1 to 4": ("start", {}, KINDS, 8),
-    "4 to 1": ("1 to 4/final", {}, KINDS, 8),
-    "1 to 34, secure_delete off": ("start", SECURE_DELETE_OFF, ("full disk",), 1),
-    "34 to 1, secure_delete off": ("1 to 34/final", SECURE_DELETE_OFF, ("full disk",), 1),
-    "1 to 34, ten times the rows": ("ten", {}, KINDS, 1024),
-    "34 to 1, ten times the rows": ("1 to 34, ten times the rows/final", {}, KINDS, 1024),
-}
+DISTANCE_OF_ALLOCATIONS = 10
+SECONDS_BETWEEN_REPORTS = 60
+LITERAL_OR_COMMENT = re.compile(
+    r"""("(?:\\.|[^"\\\n])*"|'(?:\\.|[^'\\\n])+')|//[^\n]*|/\*.*?\*/""", re.DOTALL)
 
 
-def fingerprint():
-    """What the answers hold for: the program's sources, the data and the code that judges, but for
-    the rules of the log."""
-    sources = (file for folder in ("app", "schema", "migrations", "maintenance")
-               for file in sorted((ROOT / folder).iterdir()))
-    harness = (TESTS / "faults" / name for name in (
-        "shim.c", "worker.py", "device.py", "contents.py", "cascades.py", "recording.py",
-        "multiply.py"))
-    files = [*sources, *harness, TESTS / "data" / "version_01.sql"]
-    return hashlib.sha256(b"".join(file.read_bytes() for file in files)).hexdigest()
+def without_comments(file):
+    """The text of a source, without its comments and the white space at the ends of lines."""
+    text = file.read_text(encoding="utf-8")
+    if file.suffix in (".c", ".cpp", ".h"):
+        text = LITERAL_OR_COMMENT.sub(lambda match: match[1] or "", text)
+        return "\n".join(filter(None, map(str.strip, text.splitlines())))
+    if file.suffix != ".py":
+        return text
+    tree = ast.parse(text)
+    for node in ast.walk(tree):
+        match getattr(node, "body", None):
+            case [ast.Expr(value=ast.Constant()), *_]:
+                del node.body[0]
+    return ast.dump(tree)
 
 
-def start_databases():
-    text = (TESTS / "data" / "version_01.sql").read_text(encoding="utf-8")
+def fingerprint(subject):
+    """What the answers hold for: the sources and data of the subject, the shim and the code that
+    runs and judges a case (JUDGES), each without its comments."""
+    texts = map(without_comments, (*subject.sources, *JUDGES))
+    return hashlib.sha256("\0".join(texts).encode()).hexdigest()
+
+
+def start_databases(folder):
     for name, times in (("start", 1), ("ten", 10)):
-        with closing(sqlite3.connect(KEPT / f"{name}.sqlite")) as database:
-            database.executescript(text)
-            multiply(database, times)
+        file = folder / f"{name}.sqlite"
+        if not file.exists():
+            with closing(sqlite3.connect(file)) as database:
+                database.executescript(dump_of(1))
+                multiply(database, times)
 
 
-def prepare(worker, walks):
-    """Records the undisturbed walks; what they are is kept with the answers."""
-    plan_file = KEPT / "plan.json"
+def prepare(subject, folder, worker, names, is_over=lambda: False):
+    """Records the undisturbed runs; returns what they took, by scenario. None is begun once
+    is_over() is true."""
+    plan_file = folder / "plan.json"
     plan = json.loads(plan_file.read_text()) if plan_file.exists() else {}
-    if plan.get("fingerprint") != fingerprint():
-        for left in KEPT.iterdir():
-            shutil.rmtree(left) if left.is_dir() else left.unlink()
-        start_databases()
-        plan = {"fingerprint": fingerprint()}
-    for name in walks:
-        if name in plan:
+    for name in names:
+        if name in plan or is_over():
             continue
-        start, switches, *_ = WALKS[name]
-        prepare(worker, [start.split("/")[0]] if "/" in start else [])
-        plan = json.loads(plan_file.read_text()) if plan_file.exists() else plan
+        scenario = subject.scenarios[name]
+        before, final, _ = scenario.start.partition("/final")
+        if final:
+            plan = prepare(subject, folder, worker, [before])
         print(f"Recording the walk from {name}", flush=True)
         plan[name] = worker.answer({
-            "kind": "prepare", "scenario": name, "switches": switches,
-            "target": int(name.split(",")[0].split()[2]), "start": f"/kept/{start}.sqlite"})
+            "kind": "prepare", "scenario": name, "switches": dict(scenario.switches),
+            "target": scenario.target, "start": f"/kept/{scenario.start}.sqlite"})
         for table in plan[name]["lost for a time"]:
             print(f"  {table}: between two statements some rows are nowhere")
         plan_file.write_text(json.dumps(plan))
@@ -105,94 +92,120 @@ def prepare(worker, walks):
 
 
 def number_of_cases(figures, kind):
-    """How many cases there are, and at which distance they are tried."""
+    """Returns how many cases there are, and at which distance they are tried."""
     if kind in ALLOCATIONS:
-        return figures["allocations"], 10
-    return CASES.get(kind, figures["operations"]), 1
+        return figures["allocations"], DISTANCE_OF_ALLOCATIONS
+    return TIMES.get(kind, figures["operations"]), 1
 
 
 def turn(number, passes):
-    """When a pass has its turn: such that the first ones are spread over the whole walk."""
+    """The turn of a pass: the first turns are spread over the whole walk."""
     bits = passes.bit_length() - 1
     return int(f"{number:0{bits}b}"[::-1], 2)
 
 
-def tasks(plan, kinds, walks):
-    """All of them, such that the walks come forward together, and every kind on them."""
+def tasks(subject, plan, kinds, names, every_case=False):
+    """All tasks, of sampled scenarios only the sample unless every case is asked for. All scenarios
+    and all kinds advance together."""
     found = []
-    for place, name in enumerate(walks):
-        *_, walk_kinds, passes = WALKS[name]
-        for kind in (kind for kind in kinds if kind in walk_kinds):
+    for place, name in enumerate(names):
+        scenario = subject.scenarios[name]
+        turns, scenario_kinds = scenario.passes, scenario.kinds
+        if scenario.sample and not every_case:
+            turns, scenario_kinds = scenario.sample
+        for kind in (kind for kind in kinds if kind in scenario_kinds):
             end, distance = number_of_cases(plan[name], kind)
-            for number in range(passes):
-                if number * distance < end:
-                    numbers = number * distance, end, passes * distance
-                    found.append((turn(number, passes), place, {
+            for number in range(scenario.passes):
+                if number * distance < end and turn(number, scenario.passes) < turns:
+                    numbers = number * distance, end, scenario.passes * distance
+                    found.append((turn(number, scenario.passes), place, {
                         "kind": kind, "scenario": name, "numbers": numbers}))
     return [task for *_, task in sorted(found, key=lambda entry: entry[:2])]
 
 
-def read_answers():
-    if not ANSWERS.exists():
-        return []
-    return [json.loads(line) for line in ANSWERS.read_text().splitlines()]
+def places(task):
+    """The number of operations, allocations or times that a task looks at."""
+    return len(range(*task["numbers"]))
 
 
-def forget_complaints(done):
-    """Leaves the answers without complaints about the log: its rules may have been mended. Where
-    one was made stricter, build/faults/ has to go."""
-    kept = [(task, answer) for task, answer in done
-            if not any(": log of " in text for text in answer["violations"])]
-    ANSWERS.write_text("".join(json.dumps(entry) + "\n" for entry in kept))
-    return kept
+def report(done, all_tasks, begun, places_at_begin):
+    """Prints how far the campaign is."""
+    here, of = sum(map(places, done)), sum(map(places, all_tasks))
+    rate = (here - places_at_begin) / (time.monotonic() - begun)
+    print(f"{here:,} of {of:,} places, {rate:.1f} per second, about"
+          f" {(of - here) / max(rate, 0.1) / 60:.0f} minutes left", flush=True)
+
+
+def run_tasks(campaign, started, all_tasks):
+    done = [task for task in all_tasks if campaign.answer(task) is not None]
+    missing = [task for task in all_tasks if campaign.answer(task) is None]
+    begun, places_at_begin = time.monotonic(), sum(map(places, done))
+    next_report = begun + SECONDS_BETWEEN_REPORTS
+    for task, answer in answers(started, missing, campaign.is_over):
+        campaign.note(task, answer)
+        done.append(task)
+        if time.monotonic() > next_report:
+            next_report += SECONDS_BETWEEN_REPORTS
+            report(done, all_tasks, begun, places_at_begin)
 
 
 def print_violations(done, deviations):
-    """Tells what must not be, each with the number of its cases and the first of them."""
+    """Prints what must not be, each with the number of its cases and the first of them."""
     violations = defaultdict(list)
     for task, answer in done:
         for text in answer["violations"] + deviations.unlisted(task["scenario"], answer):
             place, _, rest = text.partition(": ")
             violations[task["scenario"], task["kind"], rest.split(" [")[0]].append(int(place))
     print(f"{sum(map(len, violations.values()))} violations")
-    for (name, kind, text), places in sorted(violations.items()):
-        print(f"  {name}, {kind}: {text} ({len(places)} cases, first at {min(places)})")
+    for (name, kind, text), numbers in sorted(violations.items()):
+        print(f"  {name}, {kind}: {text} ({len(numbers)} cases, first at {min(numbers)})")
     return bool(violations)
 
 
+def complains_about_log(_, answer):
+    """True for an answer to try again, since the rules of the log may have been corrected. After a
+    rule was made stricter, delete build/faults/."""
+    return any(": log of " in text for text in answer["violations"])
+
+
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--minutes", type=float, default=float("inf"))
-    parser.add_argument("--workers", type=int, default=os.cpu_count())
-    parser.add_argument("--kinds", default=",".join(KINDS))
-    parser.add_argument("--walks", default=";".join(WALKS))
-    parser.add_argument("--document", action="store_true")
-    parser.add_argument("--pin", action="store_true")
-    arguments = parser.parse_args()
-    end = time.monotonic() + arguments.minutes * 60
+    subject = MIGRATOR
+    options = parser(__doc__)
+    options.add_argument("--workers", type=int, default=os.cpu_count(), help="one for each core")
+    options.add_argument("--kinds", default=",".join(KINDS), help="of faults, with commas")
+    options.add_argument("--walks", default=";".join(subject.scenarios), help="with semicolons")
+    options.add_argument("--every-case", action="store_true",
+                         help="with ten times the rows too: a million cases, which take weeks")
+    options.add_argument("--document", action="store_true",
+                         help="write docs/power-cut.md from what was run so far")
+    options.add_argument("--pin", action="store_true",
+                         help="add what a second run leaves different to deviations.json")
+    arguments = options.parse_args()
     signal.signal(signal.SIGTERM, lambda *_: sys.exit("ended"))  # with the workers' devices
-    walks = arguments.walks.split(";")
-    KEPT.mkdir(parents=True, exist_ok=True)
-    with workers(arguments.workers, KEPT, PROGRAM, SHIM) as started:
-        plan = prepare(started[0], walks)
-        known = {json.dumps(task) for task, _ in forget_complaints(read_answers())}
-        missing = [task for task in tasks(plan, arguments.kinds.split(","), walks)
-                   if json.dumps(task) not in known]
-        with ANSWERS.open("a") as file:
-            for task, answer in answers(started, missing, end):
-                file.write(json.dumps((task, answer)) + "\n")
-                file.flush()
-    done = read_answers()
+    campaign = Campaign("faults", arguments.minutes)
+    campaign.start_over_unless(fingerprint(subject))
+    campaign.forget(complains_about_log)
+    start_databases(campaign.folder)
+    with workers(arguments.workers, campaign.folder, subject.module, subject.program,
+                 SHIM) as started:
+        names = arguments.walks.split(";")
+        plan = prepare(subject, campaign.folder, started[0], names, campaign.is_over)
+        names = [name for name in names if name in plan]
+        run_tasks(campaign, started, tasks(
+            subject, plan, arguments.kinds.split(","), names, arguments.every_case))
+    done = campaign.answers()
     deviations = Deviations()
     if arguments.pin:
         deviations.pin(done)
     figures = Figures.of(plan, done)
     print(figures.table())
     broken = print_violations(done, deviations)
-    for line in deviations.no_longer_met(done):
-        print(f"  no longer met: {line}")
+    all_tasks = tasks(subject, plan, KINDS, names)
+    if all(campaign.answer(task) is not None for task in all_tasks):
+        for line in deviations.no_longer_met(done, names):
+            print(f"  no longer met: {line}")
     if arguments.document:
-        write_document(DOCUMENT, figures, deviations)
+        write_document(figures, deviations)
     return broken
 
 

@@ -1,19 +1,19 @@
-"""What a rebuild deletes along with a table when foreign keys could not be turned off before."""
+"""The rows that a rebuild deletes with a table if foreign keys could not be turned off."""
 
 import re
 
-REASON = ("a rebuild does not look whether foreign keys could be turned off; where SQLite had no"
-          " memory for that, dropping the table deletes the rows that refer to it")
+REASON = ("a rebuild does not check that foreign keys are off; if SQLite had no memory to turn them"
+          " off, dropping the table deletes the rows that refer to it")
 
 REFERENCE = re.compile(r"REFERENCES\s*\"?(\w+)", re.IGNORECASE)
-# The repair at the next start takes the product configurations that have lost their rows there.
+# The next start removes the product configurations that have lost their rows there.
 PRODUCT_CONFIGURATION = "pc_productconfig"
 PARTS_OF_IT = ("pc_mixtoproductconfigbridge", "pc_plantervarietytoproductconfigbridge")
 
 
 def rebuilt_with_foreign_keys(events, begun):
-    """The tables that were dropped after a failure to turn foreign keys off; begun is the statement
-    that the first event can be about."""
+    """The tables that were dropped after foreign keys could not be turned off. begun: the statement
+    that runs when the first event comes."""
     tables, on = set(), False
     for event in events:
         if event.kind == "E" and (event.statement or begun) == "PRAGMA foreign_keys = OFF":
@@ -27,14 +27,14 @@ def rebuilt_with_foreign_keys(events, begun):
 
 
 class Cascades:
-    """Which tables change when others lose rows, by the foreign keys of some databases."""
+    """Which tables change when others lose rows, by the foreign keys of some states."""
 
-    def __init__(self, *databases):
+    def __init__(self, *states):
         self._children = {}
-        for contents in databases:
-            for kind, name, _, text in contents.schema:
-                for reference in REFERENCE.finditer(text or "") if kind == "table" else ():
-                    self._children.setdefault(reference[1].lower(), set()).add(name.lower())
+        for state in states:
+            for name, table in state.tables.items():
+                for reference in REFERENCE.finditer(table.sql or ""):
+                    self._children.setdefault(reference[1].lower(), set()).add(name)
         for part in PARTS_OF_IT:
             self._children.setdefault(part, set()).add(PRODUCT_CONFIGURATION)
 

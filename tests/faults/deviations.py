@@ -1,4 +1,4 @@
-"""What a second run leaves otherwise than an undisturbed one, with the cause: a list that may only
+"""What a second run leaves different from an undisturbed one, with the cause: a list that may only
 get shorter."""
 
 import json
@@ -7,155 +7,162 @@ import re
 from collections import defaultdict
 
 import cascades
+from support.versions import NEWEST
 
 FILE = pathlib.Path(__file__).parent / "deviations.json"
 
-RECREATED = ("Version {} moves the table aside, and cannot a second time while the table aside is"
-             " there: the rows stay in the `_old` copy.")
-REBUILT = ("A rebuild that stopped on its way leaves its `_temp` copy, and with it every later"
-           " rebuild of the table fails: the rows stay in the copy, or the column in the table.")
+RECREATED = ("Version {} keeps the old table as `_old` and cannot do so again while that is there:"
+             " the rows stay in `_old`.")
+REBUILT = ("A rebuild that stopped half-way leaves its `_temp` copy. Every later rebuild of the"
+           " table then fails: the rows stay in the copy, or the column stays in the table.")
 
-# The first that fits what differs, on the way forward (+), back (-) or both ways.
+# The first that fits a difference, on the way forward (+), back (-) or both ways.
 CAUSES = (
-    ("+-", "tableversion",
-     "A step that fails, or that cannot be done a second time, leaves an earlier version recorded;"
-     " the next run starts from there."),
+    ("+-", "^tableVersion",
+     "A step that fails, or that cannot be done twice, leaves an earlier version recorded; the next"
+     " run starts from there."),
     ("+-", "^files other values",
-     "Version 7 sets its prefix before every path: a walk that starts over sets it twice before"
-     " paths without userFiles."),
-    ("+-", "productcontrol_productsettings", RECREATED.format(2)),
-    ("+-", "workorderrxmaps(_old| rows| missing| other definition)", RECREATED.format(32)),
-    ("+", "^(outgoingfiles|incomingfiles|filetransferhistory) (other values|rows)",
-     "Version 7 deletes once: its probe answers true also when that failed."),
-    ("+", "^mc_machinesystem", "Version 9 counts a deletion that failed as done."),
-    ("+", "^onscreenswitchboxtomachinemapping rows",
-     "Version 19 takes switches that cannot be read for none, and drops them; version 12 copies the"
-     " switches until one fails and cannot begin again."),
-    ("+", "switchtosectionbridge|onscreenswitchbox",
-     "Version 12 copies the switches until one fails and cannot begin again; the next run's"
-     " version 19 maps what was copied."),
-    ("+", "^gpsreceivers|gpsreceivermapping|preferredgpssolutions",
-     "Version 21 drops the preferred solutions also when their receivers could not be inserted;"
-     " when it is stopped before, it inserts them again under further numbers."),
-    ("-", "^gpsreceivers|gpsreceivermapping|preferredgpssolutions",
-     "Version 21 leaves the receivers where it could not turn all of them into preferred solutions,"
-     " and the walk goes on. A rebuild for version 14 that stopped leaves its `_temp` copy."),
-    ("+", "^pc_mix other values",
-     "Version 23 marks the mixes that are in use once; version 31 gives identifiers at random to"
-     " mixes that have none."),
-    ("+", "^(pc_ingredient|productcontrol_userprofile) other values",
-     "Version 23 renumbers units and sets values once: its probe looks for columns alone."),
-    ("+", "pc_ingredienttomixbridge",
-     "Version 27 runs its four statements whatever fails, so that the table is dropped also when"
-     " its rows could not be copied. Version 23 takes the unit of an ingredient as it stands."),
-    ("+-", "reversesensesettings",
-     "Version 29 drops what it cannot move, for the device software to create anew."),
-    ("+", "^pc_(carrier|plantervariety) other values",
-     "Version 31 gives identifiers to rows that have none: those that it could not write are given"
-     " at random by the next run, or not at all."),
-    ("+", "^(userprofiles|mc_equipmentsectiongroup) other values",
-     "The values that versions 6, 8, 11, 16 and 20 set are set once: their probes look for columns"
-     " and tables alone."),
-    ("+", "^(softwareupdatetable|languages|systemfiles) left behind",
+     "Version 7 puts its prefix before every path. A walk that starts over does so twice with paths"
+     " without userFiles."),
+    ("+-", "^productControl_productSettings", RECREATED.format(2)),
+    ("+-", "^workOrderRxMaps(_old| rows| missing| other definition)", RECREATED.format(32)),
+    ("+", "^(outgoingFiles|incomingFiles|fileTransferHistory) (other values|rows)",
+     "Version 7 deletes rows once: its probe answers true even if that failed."),
+    ("+", "^MC_MachineSystem", "Version 9 counts a deletion that failed as done."),
+    ("+", "^onScreenSwitchboxToMachineMapping rows",
+     "Version 19 drops switches that it cannot read; version 12 copies switches until one fails and"
+     " cannot start again."),
+    ("+", "^(switchToSectionBridge|onScreenSwitchbox)",
+     "Version 12 copies switches until one fails and cannot start again. In the next run version 19"
+     " maps what was copied."),
+    ("+", "^(gpsReceivers|machineToGpsReceiverMapping|preferredGpsSolutions)",
+     "Version 21 drops the preferred solutions even if their receivers could not be inserted. If it"
+     " is stopped before that, the next run inserts the receivers again under other numbers."),
+    ("-", "^(gpsReceivers|machineToGpsReceiverMapping|preferredGpsSolutions)",
+     "Version 21 keeps the receivers if it could not turn all of them into preferred solutions, and"
+     " the walk goes on. A rebuild for version 14 that stopped leaves its `_temp` copy."),
+    ("+", "^PC_Mix other values",
+     "Version 23 marks the mixes in use once; version 31 gives mixes without an identifier a random"
+     " one."),
+    ("+", "^(PC_Ingredient|productControl_userProfile) other values",
+     "Version 23 renumbers units and sets values once: its probe looks at columns only."),
+    ("+", "^PC_IngredientToMixBridge",
+     "Version 27 runs its four statements whatever fails: the table is dropped even if its rows"
+     " could not be copied. Version 23 copies the unit of an ingredient as it is."),
+    ("+-", "^reverseSenseSettings",
+     "Version 29 drops what it cannot move. The device software creates an empty table."),
+    ("+", "^(PC_Carrier|PC_PlanterVariety) other values",
+     "Version 31 gives identifiers to rows without one. If that failed, the next run gives them a"
+     " random one, or none."),
+    ("+", "^(userProfiles|MC_EquipmentSectionGroup) other values",
+     "Versions 6, 8, 11, 16 and 20 set values once: their probes look at columns and tables only."),
+    ("+", "^(softwareUpdateTable|languages|systemFiles) left over",
      "The table could not be dropped, and the probe of its version does not look for it."),
-    ("+", "^systemcontrol other values",
+    ("+", "^systemControl other values",
      "Version 33 adds its columns once, with the registration as it could be read then."),
-    ("+-", "sqlite_sequence",
-     "The counter of a table with AUTOINCREMENT goes on from rows that were inserted twice, or"
-     " stays with the copy of a table."),
-    ("+-", "_temp left behind|missing with its rows$|^\\w+ missing$| column \\w+ more$", REBUILT),
-    ("+-", "^index ",
-     "A rebuild loses the constraints that bring indexes along, and a copy has them as well."),
+    ("+-", "^sqlite_sequence",
+     "The counter of a table with AUTOINCREMENT counts rows that were inserted twice, or stays with"
+     " a copy of the table."),
+    ("+-", "_temp left over|missing with its rows$|^\\w+ missing$| column \\w+ more$", REBUILT),
     ("+", " column \\w+ missing$",
-     "The column could not be added, and the probe of its version looks for another one or none."),
-    ("+", "other columns$|other definition$",
-     "A column that could not be added, or not be removed, is by the next run: it stands behind"
-     " those of later versions, or the table has another text."),
-    ("-", "other columns$|other definition$",
+     "The column could not be added, and the probe of its version looks for another column or for"
+     " none."),
+    ("+", "other order of columns$|other definition$",
+     "A column that could not be added or removed at its version is so in the next run: it comes"
+     " after those of later versions, or the table has another text."),
+    ("-", "other order of columns$|other definition$| column \\w+ missing$",
      "The table is rebuilt once more or once less than in an undisturbed walk, or steps are applied"
-     " again before it: its columns have another order or text."),
-    ("-", "^\\w+ left behind",
+     " again before that: its columns have another order or text."),
+    ("-", "^\\w+ left over",
      "The table could not be dropped; the step back that drops it is done once."),
-    ("+-", "^(jp_jobprofile|pc_mix) other values| rows( missing| in no table)$",
-     f"Lack of memory: {cascades.REASON}. Product configurations without their rows go at the next"
-     " start."),
-    ("-", "other values",
-     "A step back converts values once more, or not at all."),
+    ("+-", "^(JP_JobProfile|PC_Mix) other values| rows( missing| in no table)$",
+     f"Lack of memory: {cascades.REASON}. The next start removes product configurations without"
+     " rows."),
+    ("-", "other values", "A step back converts values once more, or not at all."),
 )
 
 
-def single(line):
-    """A difference in several columns as one for each."""
-    table, others, columns = line.partition(" other columns, ")
-    if not others:
-        return [line]
-    return [f"{table} column {column[1:]} {'more' if column[0] == '+' else 'missing'}"
-            for column in columns.split(", ")]
+def walk_of(scenario):
+    """The walk by its ends. Other data and other settings of SQLite leave no other differences."""
+    return scenario.split(",")[0].replace(str(NEWEST), "newest")
 
 
 def cause_of(walk, difference):
-    start, _, end = walk.split()
-    way = "+" if int(start) < int(end) else "-"
+    """The text of the cause, None for a difference that no cause is known for."""
+    way = "+" if walk.startswith("1 ") else "-"
     return next((cause for ways, pattern, cause in CAUSES
-                 if way in ways and re.search(pattern, difference)), None)
+                 if way in ways and re.search(pattern, difference, re.IGNORECASE)), None)
 
 
-def walk_of(scenario):
-    """Other data and other switches of SQLite leave nothing else."""
-    return scenario.split(",")[0]
+def rows_of_json(value, depth):
+    """An object as JSON, with a line for each entry at this depth."""
+    if depth == 0:
+        return json.dumps(value, ensure_ascii=False)
+    entries = (f"{json.dumps(key)}: {rows_of_json(entry, depth - 1)}"
+               for key, entry in value.items())
+    return "{\n" + ",\n".join(entries) + "\n}"
 
 
 class Deviations:
+    """The list: by walk and difference, the steps after a fault in which it was met."""
+
     def __init__(self, file=FILE):
         self._file = file
-        entries = json.loads(file.read_text(encoding="utf-8")) if file.exists() else []
-        self.entries = {(entry["walk"], entry["difference"]): entry for entry in entries}
+        tables = json.loads(file.read_text(encoding="utf-8")) if file.exists() else {}
+        self.steps = {(walk, f"{table} {difference}"): steps.split()
+                      for walk, by_table in tables.items()
+                      for table, differences in by_table.items()
+                      for difference, steps in differences.items()}
 
-    def __contains__(self, key):
-        walk, difference, step = key
-        entry = self.entries.get((walk, difference))
-        # Of some faults nobody can say in which step they were.
-        return entry is not None and (step == "any" or step in entry["steps"])
-
-    def of(self, walk):
-        return [entry for (of, _), entry in self.entries.items() if of == walk]
+    def by_cause(self, walk):
+        """The causes, each with its steps and tables."""
+        found = {cause: (set(), set()) for _, _, cause in CAUSES}
+        for (of, difference), steps in self.steps.items():
+            if of == walk:
+                all_steps, tables = found[cause_of(walk, difference)]
+                all_steps.update(steps)
+                tables.add(re.sub("_(temp|old)$", "", difference.split()[0]))
+        return found
 
     def unlisted(self, scenario, answer):
-        """As violations; a difference has no number of a case."""
+        """As violations; a difference has no number of a case. A case that no step can be said for
+        may leave what any step leaves."""
         walk = walk_of(scenario)
+        known = {key: ["any", *steps] for key, steps in self.steps.items()}
         return [f"0: not in the list after a fault in step {step}: {difference}"
-                for step, lines in answer["differences"].items() for line in lines
-                for difference in single(line) if (walk, difference, step) not in self]
+                for step, differences in answer["differences"].items()
+                for difference in differences if step not in known.get((walk, difference), ())]
 
-    def no_longer_met(self, done):
-        met = self._of(done)
+    def no_longer_met(self, done, scenarios):
+        """What the list has for the walks of these scenarios, and the answers do not."""
+        met, walks = self._met(done), set(map(walk_of, scenarios))
         return [f"{walk}: {difference} after a fault in step {', '.join(gone)}"
-                for (walk, difference), entry in self.entries.items()
-                for gone in [[step for step in entry["steps"]
-                              if step not in met[walk, difference]]] if gone]
+                for (walk, difference), steps in self.steps.items()
+                for gone in [[step for step in steps if step not in met[walk, difference]]]
+                if gone and walk in walks]
 
     @staticmethod
-    def _of(done):
+    def _met(done):
         met = defaultdict(set)
         for task, answer in done:
-            for step, lines in answer["differences"].items():
-                for difference in (found for line in lines for found in single(line)):
+            for step, differences in answer["differences"].items():
+                for difference in differences:
                     met[walk_of(task["scenario"]), difference].add(step)
         return met
 
     def pin(self, done):
-        """Adds what was met to the list; what no cause is known for stays out."""
-        for (walk, difference), steps in self._of(done).items():
-            cause = cause_of(walk, difference)
-            if cause:
-                entry = self.entries.setdefault(
-                    (walk, difference), {"walk": walk, "difference": difference, "steps": []})
-                entry["cause"] = cause
-                entry["steps"] = sorted({*entry["steps"], *steps}, key=in_order)
-        entries = sorted(self.entries.values(),
-                         key=lambda entry: (entry["walk"], entry["cause"], entry["difference"]))
-        lines = ",\n".join(json.dumps(entry, ensure_ascii=False) for entry in entries)
-        self._file.write_text(f"[\n{lines}\n]\n", encoding="utf-8")
+        """Adds what was met to the list. A difference without a known cause is left out."""
+        for key, steps in self._met(done).items():
+            if cause_of(*key):
+                self.steps[key] = {*self.steps.get(key, ()), *steps}
+        self.write()
+
+    def write(self):
+        tables = defaultdict(lambda: defaultdict(dict))
+        for (walk, difference), steps in sorted(self.steps.items(), key=str):
+            table, _, rest = difference.partition(" ")
+            tables[walk][table][rest] = " ".join(sorted(steps, key=in_order))
+        self._file.write_text(rows_of_json(tables, 2) + "\n", encoding="utf-8")
 
 
 def in_order(step):

@@ -1,13 +1,32 @@
-"""What the log of a run holds in which statements failed.
+"""What the log of a run says, given the statements that failed.
 
-- Before the first failure: what the undisturbed run logs.
-- Every failed statement whose failure is logged at all has its lines: ANSWERS.
+An example. Step 4 adds a column, and the disk fails at that statement:
+
+    ALTER TABLE systemControl ADD COLUMN languageSelected BOOLEAN DEFAULT 0    disk I/O error
+
+ANSWERS has the lines that a failed statement is due. The first entry that fits is the toolkit's:
+
+    DatabaseMigrator::addColumn - Failed to add column named languageSelected to systemControl
+    DatabaseMigrator::addColumn - disk I/O error Unable to fetch row
+
+CLOSINGS has the line with which the step ends. Version 4 logs one only when it succeeds:
+
+    Database migration to version 4 completed successfully!
+
+So the log must have the first two lines in step 4 and must not have the third. It is wrong if one
+of the two is missing, if it reports success, or if it has a line that the undisturbed run does not
+have and that no failure explains.
+
+The rules:
+
+- Before the first failure the log is that of the undisturbed run.
+- Every failed statement has its lines, if its failure is logged at all: ANSWERS.
 - A step with a failed statement that counts logs its failure line, if it has one, and not its
   success line: CLOSINGS. Any other step logs one of the two.
-- Nothing else stands in the log but what the undisturbed run logs, what a statement that failed
-  can cause indirectly, and closing lines of steps after the first failure.
+- Any further line is one of the undisturbed run, one that a failed statement can cause indirectly
+  (CONSEQUENCES), or the closing line of a step after the first failure.
 
-A step here is a number, negative on the way back; "before" and "after" are what comes before and
+A step here is a number, negative on the way back. "before" and "after" are what comes before and
 after the walk. The lines are written out here, and not taken from the program.
 """
 
@@ -16,11 +35,13 @@ from collections import Counter, defaultdict
 from difflib import SequenceMatcher
 from typing import NamedTuple
 
+from support.versions import NEWEST
+
 MIGRATED = "Database migration to version {} completed successfully!"
 SUCCESS = "Migration to version {} was successful."
 FAILURE = "Migration to version {} FAILED!"
 
-# step: the success line and the failure lines, of which it logs one.
+# step: the success line, and the failure lines of which it logs one.
 CLOSINGS = {
     **{version: (MIGRATED.format(version), ()) for version in range(2, 10)},
     3: (MIGRATED.format(3), ("Database migration to version 3 failed! Error was: ",)),
@@ -33,25 +54,27 @@ CLOSINGS = {
                for table in ("PC_Carrier", "PC_Mix", "PC_PlanterVariety"))
          + ("Migration to version 31 FAILED! Failed to synch default carrier uuids",)),
     **{version: (SUCCESS.format(version), (f"Migration to version {version} failed",))
-       for version in (32, 33, 34)},
+       for version in range(32, NEWEST + 1)},
     -24: (None, ("Failed to revert from version 24 to 23",)),
     -26: (None, ("Reverting from version 26 FAILED!!",)),
     **{-version: (f"Reverting from version {version} was successful.",
                   (f"Reverting from version {version} FAILED!!",)) for version in (28, 29)},
 }
 ALL_CLOSINGS = {line for success, failures in CLOSINGS.values() for line in (success, *failures)}
-# A failure is no failure of the step, or only sometimes.
+# These steps succeed although a statement failed, always or sometimes.
 SUCCESSFUL_ALL_THE_SAME = (6, 8, 9, 29)
+# If this statement fails, the step finds no table and succeeds without doing anything.
+LOOKS_FOR_TABLE = {-24: "SELECT name FROM sqlite_master "}
 
 
 class Answer(NamedTuple):
-    """The lines that a failed statement is due. {error} stands for the error's text, {text} for
-    that with the words of the SQL layer, {1} for the first group, {any} for anything."""
+    """The lines that a failed statement is due. In them {error} is the error's text, {text} that
+    text with the words of the SQL layer, {1} the first group of the statement, {any} anything."""
 
-    steps: tuple  # none for all
+    steps: tuple  # empty for all steps
     statement: str
     lines: tuple
-    counts: bool = True  # whether the step has failed then
+    counts: bool = True  # true if the step has failed then
 
 
 def toolkit(operation, line):
@@ -59,7 +82,7 @@ def toolkit(operation, line):
 
 
 def recreation(version, table, way):
-    """Of the two versions that make a table anew row by row."""
+    """The answers of a version that creates a table again and copies it row by row."""
     operation = f"{way}Version{version}()"
     query = f"query in {operation} failed!  The query error was: {{error}}"
     return [
@@ -70,7 +93,7 @@ def recreation(version, table, way):
         Answer((), rf"SELECT \* FROM {table}_old$", (f"SELECT * FROM {table}_old {query}",)),
         Answer((), rf"INSERT OR REPLACE INTO {table} ",
                (f"Database migration failed in {operation}!  The error was: {{error}}",)),
-        # Of the way back after a failed insertion.
+        # After a failed insertion the old table gets its name back.
         Answer((), rf"ALTER TABLE {table}_old RENAME TO {table}$", ()),
     ]
 
@@ -94,7 +117,7 @@ ANSWERS = [
            "PC_PlanterVarietyToProductConfigBridge"), 1)),
     *for_steps((2,), recreation(2, "productControl_productSettings", "updateTo")),
     *for_steps((-2,), recreation(2, "productControl_productSettings", "revertFrom")),
-    # The one statement where there is no table yet, and then without a line of its own.
+    # Without the table this is the only statement, and it has no line of its own.
     Answer((32,), "CREATE TABLE IF NOT EXISTS workOrderRxMaps ", ()),
     *for_steps((32,), recreation(32, "workOrderRxMaps", "updateTo")),
     *for_steps((-32,), recreation(32, "workOrderRxMaps", "revertFrom")),
@@ -129,7 +152,7 @@ ANSWERS = [
            ("updateToVersion21 - Failed to create {1} table.",)),
     Answer((21,), "SELECT mc_id,",
            ("updateToVersion21 - Failed to select entries from preferredGpsSolutions",)),
-    # Without a line when it breaks off behind its first row.
+    # Without a line if reading stops on an error after the first row.
     Answer((21, -21), "SELECT portName", ()),
     Answer((21,), "INSERT INTO gpsReceivers",
            ("updateToVersion21 - Failed to populate gpsReceivers table with new entries",)),
@@ -164,7 +187,7 @@ ANSWERS = [
     Answer((-29,), "INSERT INTO",
            ("Failed inserting data from reverseSenseSettings_temp into new reverseSenseSettings",)),
     Answer((31,), "SELECT |UPDATE ", (), False),
-    # Without the column there is nothing to fill, and that is done then.
+    # Without the column there is nothing to fill: the step succeeds.
     Answer((31,), ADD_COLUMN, COLUMN_NOT_ADDED, False),
     Answer(("after",), "UPDATE (?:files|growers|farms|fields) ",
            ("Failed to rename {any}",)),
@@ -183,7 +206,7 @@ ANSWERS = [
     Answer((), "PRAGMA |SELECT |DELETE FROM|UPDATE ", (), False),
 ]
 
-# What a read that failed can lead to, as its result is taken for an empty one.
+# What a failed read can lead to: the program takes its result for an empty one.
 CONSEQUENCES = [
     "DatabaseMigrator::addColumn(?:IfNotExists)? - .*",
     "DatabaseMigrator::dropColumnSaveParameters - .*",
@@ -197,12 +220,11 @@ CONSEQUENCES = [
     "The CREATE TABLE IF NOT EXISTS query in updateToVersion32\\(\\) failed!"
     "  The query error was: .*",
     "SELECT \\* FROM \\w+_old query in \\w+\\(\\) failed!  The query error was: .*",
-    " ?Unable to execute statement",  # There was no memory for the text.
+    " ?Unable to execute statement",  # There was no memory for the error's text.
     "duplicate file query failed", "Query for .* failed",
 ]
 
-
-BROKEN_OFF = "a read broke off while other statements ran"
+READING_STOPPED = "reading stopped on an error while other statements ran"
 
 
 class LogRules:
@@ -212,8 +234,8 @@ class LogRules:
         self._known = {}
 
     def violations(self, position, events, memory_lacks=False):
-        """What is wrong with the log of a run that went as the undisturbed one up to a position
-        among its events, and then so. For want of memory SQLite can also fail without a word."""
+        """What is wrong with the log of a run that had the events of the undisturbed run up to a
+        position, and then these. memory_lacks: SQLite may have failed without an error."""
         key = position, tuple(events), memory_lacks
         if key not in self._known:
             self._known[key] = self._violations(*key)
@@ -223,7 +245,7 @@ class LogRules:
         if any(event.kind == "L" and not event.text for event in events):
             return []  # The log itself could not be written.
         if position == 0 and not any(event.kind == "S" for event in events):
-            return []  # A database that cannot be opened: there are no statements to go by.
+            return []  # The database could not be opened: no statement shows where the run was.
         begun = [event.text for event in self._events[:position] if event.kind == "S"]
         expected = self._by_step(begun, self._events[position:], self._steps_as_usual(len(begun)))
         actual = self._by_step(begun, events, self._steps_of(len(begun), events))
@@ -250,11 +272,13 @@ class LogRules:
                 found.append(f"log of {step}: nothing says that {statement[:60]} failed")
         lines -= Counter(expected.lines)
         success, closings = CLOSINGS.get(step, (None, ()))
-        found += [f"log of {step}: {line[:80]} stands there without a reason"
+        found += [f"log of {step}: {line[:80]} has no reason"
                   for line in lines.elements()
                   if line not in closings and not self._can_follow(step, line, errors)]
         counts = step != "before" and any(possible[0][0].counts for possible, _ in answers)
-        if counts and step not in SUCCESSFUL_ALL_THE_SAME:
+        look = LOOKS_FOR_TABLE.get(step)
+        found_no_table = look and any(statement.startswith(look) for _, statement in answers)
+        if counts and not found_no_table and step not in SUCCESSFUL_ALL_THE_SAME:
             if success in actual.lines:
                 found.append(f"log of {step}: success in spite of a failure")
             if closings and not set(closings) & set(actual.lines):
@@ -267,15 +291,15 @@ class LogRules:
         # Steps are applied again when their probe fails, before the walk or at its beginning.
         if (step == "before" or not self._forward) and line in ALL_CLOSINGS:
             return True
-        # A step that fails at once is taken for the end of the one before.
+        # If a step fails at once, its lines are counted for the step before.
         return any(matches(due, line, None, errors)
                    for answer in ANSWERS for due in answer.lines if "{error}" in due)
 
     def _of_a_later_step(self, step, actual, expected):
-        """Nothing failed in it, but it may have begun from another state."""
+        """Nothing failed in this step, but it may have begun from another state."""
         _, failures = CLOSINGS.get(step, (None, ()))
         lines = Counter(actual.lines) - Counter(expected.lines)
-        return [f"log of {step}: {line[:80]} stands there without a reason"
+        return [f"log of {step}: {line[:80]} has no reason"
                 for line in lines
                 if line not in failures and not self._can_follow(step, line, ())]
 
@@ -286,7 +310,7 @@ class LogRules:
             yield self._signed(self._step(number))
 
     def _steps_of(self, begun, events):
-        """The steps of statements, by the statements that the undisturbed run has as well."""
+        """The steps of statements, found by the statements that the undisturbed run has too."""
         usual = [event.text for event in self._events if event.kind == "S"][begun:]
         actual = [event.text for event in events if event.kind == "S"]
         step, place = self._signed(self._step(begun)), 0
@@ -309,9 +333,9 @@ class LogRules:
             if event.kind == "S":
                 step, statement = next(steps), event.text
             elif event.kind == "E":
-                reads_on = event.statement not in ("", statement)
+                reading = event.statement not in ("", statement)
                 found[step].failures.append(
-                    (BROKEN_OFF if reads_on else statement, event.text))
+                    (READING_STOPPED if reading else statement, event.text))
             else:
                 found[step].lines += filter(None, event.text.split("\n"))
         return found
@@ -326,7 +350,7 @@ class Part:
 
 
 def answers_to(step, statement):
-    """What a failed statement can be due, most lines first. Before the walk it can be one of a
+    """What a failed statement can be due, most lines first. Before the walk it can belong to any
     step that is applied again."""
     found = []
     for answer in ANSWERS:
@@ -342,7 +366,7 @@ def answers_to(step, statement):
 
 
 def take(answer, match, lines, errors):
-    """Takes the lines of an answer out of those of a step; tells whether they are there."""
+    """Takes the lines of an answer out of those of a step; false if one is not there."""
     taken = []
     for due in answer.lines:
         line = next((line for line in lines.elements() if matches(due, line, match, errors)), None)
@@ -356,10 +380,10 @@ def take(answer, match, lines, errors):
 
 
 def matches(line, actual, match, errors):
-    """Whether a line is the one that is due."""
+    """True if a line is the one that is due."""
     texts = [*errors]
     if any("memory" in error for error in errors):
-        texts += ["out of memory", ""]  # There was none for the text either.
+        texts += ["out of memory", ""]  # There was no memory for the text either.
     text = f"(?:{'|'.join(map(re.escape, texts))})"
     placeholders = {
         "error": text, "text": f"{text}(?: ?Unable to (?:execute statement|fetch row))?",

@@ -1,4 +1,4 @@
-"""A device database with more of everything."""
+"""More rows for a device database."""
 
 from collections import defaultdict
 
@@ -8,7 +8,7 @@ LEFT_ALONE = ("tableVersion", "sqlite_sequence")
 
 
 def keys_of(database, tables):
-    """The columns by table that identify rows or refer to such columns."""
+    """By table, the columns that identify rows or refer to columns that do."""
     keys = defaultdict(set)
     for table in tables:
         for index in database.execute(f"PRAGMA index_list({table})").fetchall():
@@ -35,7 +35,7 @@ def another(value, number):
 
 
 def multiply(database, times):
-    """Adds every row of every table again and again, under keys of its own."""
+    """Adds rows until every table has so many times as many. New rows get keys of their own."""
     tables = [name for name, in database.execute(
         "SELECT name FROM sqlite_master WHERE type = 'table'") if name not in LEFT_ALONE]
     keys = keys_of(database, tables)

@@ -1,40 +1,37 @@
 """Workers on scratch devices of their own, and the tasks that they share."""
 
 import json
-import os
-import pathlib
 import queue
 import shutil
 import subprocess
-import tempfile
 import threading
-import time
-from contextlib import contextmanager, suppress
+from contextlib import ExitStack, contextmanager, suppress
 
-TESTS = pathlib.Path(__file__).parent.parent
-MEMORY = pathlib.Path("/dev/shm")
+from support.device import Device
+from support.places import DEMO, ROOT, TESTS, scratch_directory
+
 PYTHON = "/usr/bin/python3"
-SMALL_DISK = 16 * 1024 * 1024  # room for the largest database, its journal and the log
+SMALL_DISK = 16 * 1024 * 1024  # bytes for the largest database, its journal and the log
 
 
 class Worker:
-    def __init__(self, device, kept, program, shim):
-        for file in ("refMachines.sql", "refProducts.sql"):
-            (device / "app").mkdir(exist_ok=True)
-            shutil.copy2(TESTS / "data" / "demo" / file, device / "app")
-        (device / "Harlo").mkdir(exist_ok=True)
-        shutil.copy2(TESTS / "data" / "demo" / "registration.xml", device / "Harlo")
-        shutil.copy2(shim, device / "shim.so")
+    def __init__(self, root, kept, subject, program, shim):
+        """kept: the folder that all workers share; subject: the module that worker.py takes."""
+        device = Device(root).make_folders()
+        for file in (device.machines, device.products, device.registration):
+            shutil.copy2(DEMO / file.name, file)
         options = [
-            "--ro-bind", program, "/app/database-migrator", "--ro-bind", TESTS / "faults", "/code",
-            "--ro-bind", device / "shim.so", "/faults/shim.so", "--bind", kept, "/kept",
+            "--ro-bind", program, f"/app/{program.name}", "--ro-bind", TESTS, "/tests",
+            # The newest version is read from the registry.
+            "--ro-bind", ROOT / "app" / "registry.cpp", "/app/registry.cpp",
+            "--ro-bind", shim, "/faults/shim.so", "--bind", kept, "/kept",
             "--size", SMALL_DISK, "--tmpfs", "/disk",
-            "--setenv", "PYTHONPATH", "/code", "--setenv", "PYTHONDONTWRITEBYTECODE", "1"]
-        environment = dict(os.environ, DEVICE_OPTIONS=" ".join(map(str, options)))
+            "--setenv", "PYTHONPATH", "/tests:/tests/faults",
+            "--setenv", "PYTHONDONTWRITEBYTECODE", "1"]
         self.busy = False
-        self.process = subprocess.Popen(
-            [TESTS / "support" / "on_device.sh", device, PYTHON, "/code/worker.py"],
-            env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self.process = device.start(
+            PYTHON, "/tests/faults/worker.py", subject, options=" ".join(map(str, options)),
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
 
     def answer(self, task):
         self.busy = True
@@ -55,29 +52,26 @@ class Worker:
 
 
 @contextmanager
-def workers(number, kept, program, shim):
-    with tempfile.TemporaryDirectory(prefix="faults.", dir=MEMORY) as devices:
-        started = []
-        try:
-            for i in range(number):
-                device = pathlib.Path(devices, str(i))
-                device.mkdir()
-                started.append(Worker(device, kept, program, shim))
-            yield started
-        finally:
-            for worker in started:
-                worker.end()
+def workers(number, *arguments):
+    """So many workers; the arguments are those of a Worker after its root."""
+    with ExitStack() as started:
+        devices = [started.enter_context(scratch_directory()) for _ in range(number)]
+        running = []
+        for device in devices:
+            running.append(Worker(device, *arguments))
+            started.callback(running[-1].end)
+        yield running
 
 
-def answers(started, tasks, end=float("inf")):
-    """Yields each task with its answer, as they come; none is begun after the end."""
+def answers(started, tasks, is_over=lambda: False):
+    """Each task with its answer, as they come. None is begun once is_over() is true."""
     waiting, done = queue.SimpleQueue(), queue.SimpleQueue()
     for task in tasks:
         waiting.put(task)
 
     def work(worker):
         try:
-            while time.monotonic() < end:
+            while not is_over():
                 task = waiting.get_nowait()
                 done.put((task, worker.answer(task)))
         except queue.Empty:

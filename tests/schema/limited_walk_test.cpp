@@ -2,6 +2,7 @@
 
 #include "schema/statements.h"
 #include "support/device_test.h"
+#include "support/peak_memory.h"
 
 class LimitedWalkTest : public DeviceTest
 {
@@ -15,6 +16,7 @@ private slots:
     void startsAgainWithEveryStatement();
     void returnsTheDatabaseText();
     void locksNothingWhenFinished();
+    void keepsNoRowsInMemory();
 };
 
 void LimitedWalkTest::init()
@@ -113,6 +115,23 @@ void LimitedWalkTest::locksNothingWhenFinished()
     rows.finish();
 
     QVERIFY(executeQuietly("DROP TABLE field"));
+}
+
+/// Rows of 1,000 characters each: kept, they would take 200 MB.
+void LimitedWalkTest::keepsNoRowsInMemory()
+{
+    LimitedWalk rows;
+    const PeakMemory memory;
+    QVERIFY(rows.exec("WITH RECURSIVE number(n) AS (VALUES(1) UNION ALL SELECT n + 1 FROM number) "
+                      "SELECT printf('%01000d', n) FROM number LIMIT 100000"));
+
+    int rowsRead = 0;
+    while (rows.next()) {
+        ++rowsRead;
+    }
+
+    QCOMPARE(rowsRead, 100000);
+    QVERIFY2(memory.growth() < 10'000'000, QByteArray::number(memory.growth()));
 }
 
 QTEST_APPLESS_MAIN(LimitedWalkTest)

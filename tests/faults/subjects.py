@@ -1,0 +1,64 @@
+"""The programs that a campaign runs into faults."""
+
+import pathlib
+from dataclasses import dataclass
+
+from support.places import DATA, ROOT, TESTS, product_sources
+from support.versions import NEWEST
+
+BUILD = ROOT / "build" / "dev"
+SHIM = BUILD / "tests" / "libfault_shim.so"
+HERE = pathlib.Path(__file__).parent
+
+OPERATIONS = ("power cut", "kill", "kill in a write", "EIO once", "EIO from then on",
+              "ENOSPC once", "ENOSPC from then on", "short write once",
+              "short writes from then on")
+ALLOCATIONS = ("no memory once", "no memory from then on")
+# How many cases there are of these.
+TIMES = {"full disk": 12, "locked throughout": 3, "locked for some statements": 300,
+         "pair of faults": 1000}
+KINDS = (*OPERATIONS, *ALLOCATIONS, *TIMES)
+
+
+@dataclass(frozen=True)
+class Scenario:
+    start: str  # a database in the campaign's folder, without ".sqlite"
+    target: int  # the version
+    passes: int  # a power of two: the first passes are spread over the whole run
+    kinds: tuple = KINDS  # of faults
+    switches: tuple = ()  # of the shim
+    sample: tuple = ()  # the number of turns and the kinds that a campaign tries, if not all
+
+
+@dataclass(frozen=True)
+class Subject:
+    module: str  # with the class Subject, which the workers import
+    program: pathlib.Path
+    sources: tuple  # what the program is made of
+    scenarios: dict  # by name
+
+
+def there_and_back(version, start="start", suffix="", **options):
+    """A walk from version 1 to another one, and the walk back."""
+    there = f"1 to {version}{suffix}"
+    return {there: Scenario(start, version, **options),
+            f"{version} to 1{suffix}": Scenario(f"{there}/final", 1, **options)}
+
+
+MIGRATOR = Subject(
+    module="migrator", program=BUILD / "database-migrator",
+    sources=(*product_sources(), DATA / "version_01.sql"),
+    scenarios={
+        **there_and_back(NEWEST, passes=128),
+        **there_and_back(4, passes=8),
+        **there_and_back(NEWEST, suffix=", secure_delete off", passes=1, kinds=("full disk",),
+                         switches=(("FAULT_SECURE_DELETE", "OFF"),)),
+        **there_and_back(NEWEST, "ten", ", ten times the rows", passes=1024,
+                         sample=(8, ("power cut", "kill"))),
+    })
+# What a case does and how it is judged. The rules of the log are not among them: after a change of
+# those only the cases with complaints about the log are tried again.
+JUDGES = (TESTS / "support" / "contents.py", *sorted((HERE / "shim").iterdir()),
+          *(HERE / f"{name}.py" for name in (
+              "cascades", "cases", "device", "disks", "invariant", "migrator", "multiply",
+              "recording", "recovery", "runs", "scenario", "states")))
