@@ -1,6 +1,7 @@
 #include "guard/staging.h"
 #include "guard/descriptor.h"
 #include "guard/device_paths.h"
+#include "guard/durable_file.h"
 
 #include <QDir>
 #include <QFile>
@@ -115,8 +116,15 @@ QByteArrayList deletedFiles(const QByteArrayList &names, const QString &staged)
 
 void deleteFiles(const QString &pool, const QByteArrayList &names)
 {
+    bool deleted = false;
     for (const QByteArray &name : names) {
-        unlink(inDirectory(pool, name).constData());
+        // A note of an earlier run may hold anything.
+        if (!name.contains('/')) {
+            deleted = unlink(inDirectory(pool, name).constData()) == 0 || deleted;
+        }
+    }
+    if (deleted) {
+        durable::flushDirectory(pool);
     }
 }
 } // namespace stagedPool
