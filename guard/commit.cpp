@@ -92,6 +92,6 @@ CommitEnd commitResult(
         return end;
     }
     end.kept = end.kept && kept.accept();
-    stagedPool::deleteFiles(device.pool, attempt.poolFiles);
+    end.poolIsSettled = stagedPool::deleteFiles(device.pool, attempt.poolFiles);
     return end;
 }

@@ -21,7 +21,8 @@ struct CommitEnd {
     /// After NotFlushed the database has changed; after Unknown it may have, and the next run finds
     /// out; after any other failure nothing has.
     RealDatabase::Failure failure;
-    bool kept = false; ///< the database of before is kept
+    bool kept = false;         ///< the database of before is kept
+    bool poolIsSettled = true; ///< false: the next run tries again to delete files in the pool
 };
 
 /// Deletes in the pool what a run was to delete after its commit, if it was cut in between.

@@ -19,6 +19,8 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <cerrno>
+
 namespace
 {
 using Place = Staging::Place;
@@ -238,8 +240,14 @@ Migration::Try Migration::runProgram(RealDatabase &database, const Staging &stag
     if (m_earlier && m_earlier->failed) {
         m_attempt.runsInARow = m_earlier->runsInARow + 1;
     }
-    if (m_attempt.write(m_device.attempt, false) != 0) {
+    const int error = m_attempt.write(m_device.attempt, false);
+    if (error == EROFS || error == EACCES || error == EPERM || error == EISDIR) {
         return directly("not-writable", "beside the database");
+    }
+    if (error != 0) {
+        // A disk that is full or fails is no place for a program without a guard.
+        const bool noRoom = error == ENOSPC || error == EDQUOT;
+        return nothingChanged(noRoom ? "no-room" : "commit-failed", "note of the run");
     }
     const ProgramRun run =
         runOnStaging(m_device, staging, m_options.target, sizing::reserve(m_size));
@@ -302,6 +310,7 @@ Migration::Try Migration::commit(
         database, m_device, {staging.original(), staging.database(), log, keep, m_attempt});
     m_record.kept = end.kept;
     m_flushDirectory = m_flushDirectory || end.kept;
+    m_noteStays = !end.poolIsSettled;
     if (!end.failure) {
         return Try::Ended;
     }
@@ -310,7 +319,7 @@ Migration::Try Migration::commit(
         return takeCommitFailure(*end.failure);
     }
     // The next run finds out, from the note and from the database that may be kept.
-    m_noteStays = unknown;
+    m_noteStays = m_noteStays || unknown;
     m_record.status = Status::LookAtIt;
     m_record.reason = unknown ? "commit-unknown" : "not-flushed";
     m_record.detail = end.failure->text;

@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QFile>
 
+#include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
@@ -114,17 +115,22 @@ QByteArrayList deletedFiles(const QByteArrayList &names, const QString &staged)
     return deleted;
 }
 
-void deleteFiles(const QString &pool, const QByteArrayList &names)
+bool deleteFiles(const QString &pool, const QByteArrayList &names)
 {
+    bool allGone = true;
     bool deleted = false;
     for (const QByteArray &name : names) {
         // A note of an earlier run may hold anything.
-        if (!name.contains('/')) {
-            deleted = unlink(inDirectory(pool, name).constData()) == 0 || deleted;
+        if (name.contains('/')) {
+            continue;
         }
+        const int error = unlink(inDirectory(pool, name).constData()) == 0 ? 0 : errno;
+        deleted = deleted || error == 0;
+        allGone = allGone && (error == 0 || error == ENOENT);
     }
     if (deleted) {
         durable::flushDirectory(pool);
     }
+    return allGone;
 }
 } // namespace stagedPool
