@@ -21,7 +21,7 @@ meaning() {
         2) echo "the call was wrong, nothing was started" ;;
         3) echo "nothing has changed, the database is as it was" ;;
         4) echo "the database has changed, but look at it" ;;
-        *) echo "the guard was ended, the database is as it was" ;;
+        *) echo "the guard was ended; the database is as it was unless the run was direct" ;;
     esac
 }
 

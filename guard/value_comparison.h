@@ -16,7 +16,7 @@ public:
     ValueComparison(const QString &before, const QString &after);
 
     /// Compares the rows one by one in the order in which they are stored. Computed columns that
-    /// are not stored are left out, so that nothing in the schema is evaluated.
+    /// are not stored are left out: nothing in the schema is evaluated.
     /// @param table a table of both databases
     /// @return true when the tables have as many rows and columns, and every value has the same
     /// storage class and the same bytes; false also when a table cannot be read
