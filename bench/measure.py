@@ -39,7 +39,7 @@ def build():
     run("bash", "-euc", ". tools/packages.sh; install_packages bench")
     run("cmake", "--preset", "release", "-B", BUILD, "-DDATABASE_MIGRATOR_TESTS=ON")
     run("cmake", "--build", BUILD, "--target", "database-migrator", "minimal_run",
-        "record_statements", "rebuild", "step", "duplicate_names")
+        "record_statements", "rebuild", "step", "duplicate_names", "migration-guard")
 
 
 class Device(scratch.Device):

@@ -16,8 +16,11 @@ expect() {
 }
 
 DESTDIR=$scratch/image cmake --install "$1" --prefix /usr >"$scratch/output"
-expect "the program is all that is installed" \
-    "$(cd "$scratch/image" && find . -type f)" ./usr/bin/database-migrator
+expect "the programs and what the guard knows of the other one are all that is installed" \
+    "$(cd "$scratch/image" && find . -type f | sort)" \
+    "./usr/bin/database-migrator
+./usr/bin/migration-guard
+./usr/bin/schema-versions.json"
 
 device=$scratch/device
 mkdir -p "$device/app/databases"
@@ -26,31 +29,22 @@ expect "the installed program runs" \
     "$(grep Beginning "$device/app/databases/sqlMigrationErrorLog.txt")" \
     "*****Beginning database migration from version: 0 to version: 1"
 
-# The start-up step, with a program that shows how it was called.
-app=$scratch/app
-mkdir "$app"
-cp "$root/packaging/migrate-database.sh" "$app"
-printf '#!/bin/sh\nprintf "started with:"\nprintf " <%%s>" "$@"\n' >"$app/database-migrator"
-chmod +x "$app/database-migrator"
+# The start-up step of an image: the guard beside the program, with the image's schema version.
+rm -r "$device/app/databases"/*
+cp "$scratch/image/usr/bin/"* "$device/app"
+newest=$(sed 's/[^0-9]//g' "$device/app/schema-versions.json")
+sqlite3 -bail "$device/app/databases/my.db.sqlite" <"$root/tests/data/version_01.sql"
+export DEVICE_OPTIONS="--ro-bind /usr/bin/bwrap /usr/bin/bwrap"
 
 start_up() {
-    "$app/migrate-database.sh" 2>/dev/null || echo "not started"
+    local status=0
+    "$root/tests/support/on_device.sh" "$device" "$device/app/migration-guard" run \
+        2>"$scratch/output" || status=$?
+    echo "$status: $(tail -n 1 "$scratch/output")"
 }
 
-expect "no version file" "$(start_up)" "not started"
-while IFS='|' read -r content outcome; do
-    printf %b "$content" >"$app/schemaversion.txt"
-    expect "version file holds '$content'" "$(start_up)" "$outcome"
-done <<'END'
-34|started with: <34>
-34\n|started with: <34>
-2\n|started with: <2>
-|not started
-\n|not started
-0\n|not started
--5\n|not started
-abc\n|not started
-12abc\n|not started
-12 13\n|not started
-34\n35\n|not started
-END
+expect "no version file" "$(start_up)" \
+    "2: migration-guard: no schema version in schemaversion.txt"
+echo "$newest" >"$device/app/schemaversion.txt"
+expect "the installed guard runs" "$(start_up)" \
+    "0: migration-guard: from 1 to $newest, target $newest, guarded, changed, status 0"

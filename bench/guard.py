@@ -1,0 +1,279 @@
+#!/usr/bin/python3
+"""The guard against the program alone: flushes and bytes that reach a disk, times, memory, staging.
+
+Takes root: the disk is a loop device with a file system of its own, and nothing else is counted.
+Arguments choose parts; "growth" is what a walk adds to the staged files (guard/limits.h)."""
+
+import contextlib
+import os
+import pathlib
+import re
+import shutil
+import sqlite3
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+import measure
+
+from measure import NEWEST
+from support.versions import dump_of
+
+sys.path.insert(0, str(measure.ROOT / "tests" / "faults"))
+from multiply import multiply  # noqa: E402
+
+GUARD = measure.BUILD / "guard" / "migration-guard"
+VERSIONS = measure.BUILD / "schema-versions.json"
+LIMITS = (measure.ROOT / "guard" / "limits.h").read_text()
+CACHE_MIB = int(re.search(r"commitCache = (\d+) \* mebibyte", LIMITS)[1])
+MIB = 1 << 20
+# Rows of the demonstration database, multiplied: 0.3, 3 and 80 MB.
+TIMES = {"0.3 MB": 1, "3 MB": 30, "80 MB": 850}
+WRITTEN_SECTORS, FLUSHES = 6, 15  # of a block device's stat, from 0
+SECTOR = 512
+
+
+def run(*command, **options):
+    return subprocess.run([str(word) for word in command], check=True, **options)
+
+
+class Disk:
+    """A file system on a loop device. Without a journal each flush that a program asks for is one
+    that reaches the device; with one it is up to two, around the journal's commit record."""
+
+    def __init__(self, directory, size, journal):
+        self.image, self.place = directory / "image", directory / "disk"
+        with open(self.image, "wb") as image:
+            image.truncate(size)
+        run("mkfs.ext4", "-q", "-F", *([] if journal else ["-O", "^has_journal"]), self.image)
+        self.device = run("losetup", "--find", "--show", self.image, capture_output=True,
+                          text=True).stdout.strip()
+        self.place.mkdir()
+        run("mount", self.device, self.place)
+
+    def counters(self):
+        """Flushes and bytes so far."""
+        name = pathlib.Path(self.device).name
+        fields = pathlib.Path("/sys/block", name, "stat").read_text().split()
+        return int(fields[FLUSHES]), int(fields[WRITTEN_SECTORS]) * SECTOR
+
+    def remove(self):
+        run("umount", self.place)
+        run("losetup", "--detach", self.device)
+
+
+@contextlib.contextmanager
+def disk(size=2 << 30, journal=True):
+    with tempfile.TemporaryDirectory(prefix="guard.", dir=measure.DISK) as directory:
+        made = Disk(pathlib.Path(directory), size, journal)
+        try:
+            yield made
+        finally:
+            made.remove()
+
+
+class GuardedDevice:
+    def __init__(self, place):
+        self.root = place / "device"
+        shutil.rmtree(self.root, ignore_errors=True)
+        self.app = self.root / "app"
+        self.databases = self.app / "databases"
+        self.database = self.databases / "my.db.sqlite"
+        self.databases.mkdir(parents=True)
+        (self.app / "quillmoor").mkdir()
+        (self.app / "quillmoor" / "softwareversion.txt").write_text("4.2.0\n")
+        for file in (measure.PROGRAM, GUARD, VERSIONS):
+            shutil.copy(file, self.app)
+
+    def install(self, database):
+        for path in self.databases.iterdir():
+            path.unlink()
+        shutil.copy(database, self.database)
+        os.sync()
+
+    @staticmethod
+    def environment():
+        return dict(os.environ, DEVICE_OPTIONS="--ro-bind /usr/bin/bwrap /usr/bin/bwrap")
+
+    def command(self, program, *arguments):
+        return [measure.ROOT / "tests" / "support" / "on_device.sh", self.root, self.app / program,
+                *arguments]
+
+    def run(self, way, target):
+        """Runs the program alone or under the guard; returns the seconds."""
+        command = {"direct": ("database-migrator", str(target)),
+                   "guarded": ("migration-guard", "run", str(target))}[way]
+        begin = time.monotonic()
+        status = subprocess.run(
+            self.command(*command), stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+            env=self.environment()).returncode
+        if status != 0:
+            sys.exit(f"{way} to {target} ended with {status}")
+        return time.monotonic() - begin
+
+    def peak(self, target):
+        """The most memory that a process of a guarded run has used, in bytes."""
+        shutil.copy("/usr/bin/time", self.app)
+        run(*self.command("time", "-f", "%M", "-o", "/app/peak", "/app/migration-guard", "run",
+                          str(target)), stderr=subprocess.DEVNULL, env=self.environment())
+        return int((self.app / "peak").read_text()) * 1024
+
+
+def make_database(path, version, times, mode="delete"):
+    with contextlib.closing(sqlite3.connect(path)) as database:
+        database.execute("PRAGMA synchronous = OFF")
+        database.execute(f"PRAGMA journal_mode = {mode}")
+        database.executescript(dump_of(version))
+        multiply(database, times)
+    return path
+
+
+def flushes_and_bytes(table, directory):
+    """Bounds hold where a flush is one; figures with a journal are what most devices have."""
+    for journal, sizes in ((False, TIMES), (True, ("0.3 MB", "3 MB"))):
+        with disk(journal=journal) as loop:
+            for size in sizes:
+                database = make_database(directory / f"{journal} {size}", 1, TIMES[size])
+                label = f"{size}, {'journal' if journal else 'no journal'}: "
+                flushes_of_one(table, label, loop, database, bounded=not journal)
+
+
+def flushes_of_one(table, label, loop, database, bounded):
+    device = GuardedDevice(loop.place)
+
+    def cost(way):
+        # Twice: what the first one leaves is not to be counted.
+        os.sync(), os.sync()
+        before = loop.counters()
+        device.run(way, NEWEST)
+        flushes = loop.counters()[0] - before[0]
+        os.sync()
+        return flushes, loop.counters()[1] - before[1]
+
+    if database.stat().st_size < 4 * MIB:  # A larger one takes minutes.
+        device.install(database)
+        table.add(f"{label}flushes of the program alone, 1 to {NEWEST}", cost("direct")[0])
+    device.install(database)
+    flushes, written = cost("guarded")
+    size = device.database.stat().st_size
+    table.add(f"{label}flushes of the guard, 1 to {NEWEST}", flushes,
+              at_most=int(10 + 2 * size / (CACHE_MIB * MIB)) if bounded else None)
+    # Besides the log, the record and what the file system itself writes.
+    table.add(f"{label}bytes written by the guard to those of its database",
+              (written - MIB // 4) / size, digits=2, at_most=3 if bounded else None)
+    for _ in range(2):
+        device.run("guarded", NEWEST)
+    content = device.database.read_bytes()
+    table.add(f"{label}flushes of an ordinary boot", cost("guarded")[0], at_most=0)
+    table.add(f"{label}bytes of the database that an ordinary boot changes",
+              sum(a != b for a, b in zip(device.database.read_bytes(), content)), at_most=0)
+
+
+def times(table, directory):
+    with disk() as loop:
+        device = GuardedDevice(loop.place)
+        for target, label in ((NEWEST, "walk"), (NEWEST, "ordinary boot")):
+            database = make_database(directory / label, 1 if label == "walk" else NEWEST, 10)
+            seconds = {"direct": [], "guarded": []}
+            for way, known in seconds.items():
+                device.install(database)
+                for _ in range(5):
+                    if label == "walk":
+                        device.install(database)
+                    known.append(device.run(way, target))
+            direct, guarded = (statistics.median(seconds[way]) for way in ("direct", "guarded"))
+            if label == "walk":
+                table.add("ten times the rows: time of the walk to that of the program alone",
+                          guarded / direct, digits=2, at_most=0.15)
+            else:
+                table.add("ten times the rows: milliseconds more at an ordinary boot",
+                          (guarded - direct) * 1000, at_most=60)
+
+
+def boots(table, directory):
+    """A large database whose pages are out of order, with and without the page cache."""
+    database = make_database(directory / "large", NEWEST, TIMES["80 MB"])
+    with contextlib.closing(sqlite3.connect(database)) as connection:
+        # Rows that are deleted and added again take pages from everywhere.
+        connection.execute("PRAGMA synchronous = OFF")
+        for (name,) in connection.execute(
+                "SELECT name FROM sqlite_schema WHERE type = 'table' AND name IN "
+                "('files', 'fields', 'guidanceLines', 'PC_IngredientToMixBridge')").fetchall():
+            connection.execute(f"CREATE TEMP TABLE moved AS SELECT * FROM {name} ORDER BY random()")
+            connection.execute(f"DELETE FROM {name}")
+            connection.execute(f"INSERT INTO {name} SELECT * FROM moved")
+            connection.execute("DROP TABLE moved")
+        connection.commit()
+    with disk() as loop:
+        device = GuardedDevice(loop.place)
+        device.install(database)
+        for _ in range(2):
+            device.run("guarded", NEWEST)
+        for label, cold, bound in (("cold", True, 0.8), ("warm", False, 1.4)):
+            seconds = {"direct": [], "guarded": []}
+            for _ in range(3):
+                for way, known in seconds.items():
+                    if cold:
+                        os.sync()
+                        pathlib.Path("/proc/sys/vm/drop_caches").write_text("3")
+                    known.append(device.run(way, NEWEST))
+            direct, guarded = (statistics.median(seconds[way]) for way in ("direct", "guarded"))
+            table.add(f"80 MB, {label} boot: time to that of the program alone", guarded / direct,
+                      digits=2, at_most=bound)
+        table.add("80 MB: MB of memory of the largest process, besides the staged files",
+                  device.peak(1) / MIB, at_most=30 + CACHE_MIB)
+
+
+def growth(table, directory):
+    """What a walk adds to the files that the program works on, to the size of its database."""
+    place = directory / "memory"
+    place.mkdir()
+    run("mount", "-t", "tmpfs", "-o", "size=4G", "none", place)
+    try:
+        for mode in ("delete", "wal"):
+            for shape in ("farms", "one table"):
+                if (mode, shape) == ("wal", "one table"):
+                    continue
+                for start, target in ((1, NEWEST), (NEWEST, 1)):
+                    device = GuardedDevice(place)
+                    make_database(device.database, start, 60 if shape == "farms" else 1, mode)
+                    if shape == "one table":
+                        with contextlib.closing(sqlite3.connect(device.database)) as database:
+                            database.execute(
+                                "INSERT INTO fields (displayName, farmId) WITH RECURSIVE n(i) AS "
+                                "(VALUES(1) UNION ALL SELECT i + 1 FROM n WHERE i < 50000) SELECT "
+                                "'field ' || i || hex(zeroblob(60)), "
+                                "(SELECT min(id) FROM farms) FROM n")
+                            database.commit()
+                    (device.databases / "temporary").mkdir()
+                    size = device.database.stat().st_size
+                    most = os.statvfs(place).f_bfree
+                    least = most
+                    temporary = "/app/databases/temporary"
+                    process = subprocess.Popen(
+                        device.command("database-migrator", str(target)), stdin=subprocess.DEVNULL,
+                        env=dict(os.environ, DEVICE_OPTIONS=f"--setenv TMPDIR {temporary} "
+                                                            f"--setenv SQLITE_TMPDIR {temporary}"))
+                    while process.poll() is None:
+                        least = min(least, os.statvfs(place).f_bfree)
+                    table.add(f"{mode}, {shape}, {start} to {target}: growth in % of the database",
+                              round((most - least) * os.statvfs(place).f_frsize / size * 100),
+                              at_most=200 if mode == "delete" else 1000)
+    finally:
+        run("umount", place)
+
+
+def main():
+    measure.build()
+    table = measure.Table("The guard")
+    parts = {"flushes": flushes_and_bytes, "times": times, "boots": boots, "growth": growth}
+    for name in sys.argv[1:] or parts:
+        with tempfile.TemporaryDirectory(prefix="guard.", dir=measure.DISK) as directory:
+            parts[name](table, pathlib.Path(directory))
+    table.end()
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,337 @@
+#include "guard/comparison.h"
+
+#include "guard/btree.h"
+#include "guard/database_file.h"
+#include "guard/stored_schema.h"
+#include "guard/value_comparison.h"
+
+#include <QFileInfo>
+#include <QHash>
+#include <QPair>
+#include <QSet>
+
+#include <algorithm>
+#include <cstring>
+
+namespace
+{
+// Places in the header of a database file.
+constexpr int writeVersionOffset = 18;
+constexpr int readVersionOffset = 19;
+constexpr int reservedBytesOffset = 20;
+constexpr int defaultCacheSizeOffset = 48;
+constexpr int largestRootPageOffset = 52;
+constexpr int encodingOffset = 56;
+constexpr int userVersionOffset = 60;
+constexpr int incrementalVacuumOffset = 64;
+constexpr int applicationIdOffset = 68;
+
+/// So much of each file is read at once to find the pages that differ.
+constexpr int bytesReadAtOnce = 256 * 1024;
+
+/// @return 0 without auto_vacuum, 1 with it, 2 when it is incremental
+int autoVacuum(const DatabaseFile &file)
+{
+    if (file.headerNumber(largestRootPageOffset) == 0) {
+        return 0;
+    }
+    return file.headerNumber(incrementalVacuumOffset) == 0 ? 1 : 2;
+}
+
+QStringList differentSettings(const DatabaseFile &before, const DatabaseFile &after)
+{
+    const auto differAt = [&](int offset) {
+        return before.headerNumber(offset) != after.headerNumber(offset);
+    };
+    const auto byteDiffersAt = [&](int offset) {
+        return before.header()[offset] != after.header()[offset];
+    };
+    const QVector<QPair<bool, QString>> settings = {
+        {before.pageSize() != after.pageSize(), "page_size"},
+        {byteDiffersAt(reservedBytesOffset), "reserved_bytes"},
+        {byteDiffersAt(writeVersionOffset) || byteDiffersAt(readVersionOffset), "journal_mode"},
+        {differAt(encodingOffset), "encoding"},
+        {autoVacuum(before) != autoVacuum(after), "auto_vacuum"},
+        {differAt(userVersionOffset), "user_version"},
+        {differAt(applicationIdOffset), "application_id"},
+        {differAt(defaultCacheSizeOffset), "default_cache_size"}};
+    QStringList names;
+    for (const auto &[differs, name] : settings) {
+        if (differs) {
+            names << name;
+        }
+    }
+    return names;
+}
+
+/// @return by page number, to the last page of the longer file, whether the page differs or only
+/// one of the files has it
+std::vector<bool> differentPages(const DatabaseFile &before, const DatabaseFile &after)
+{
+    const quint32 all = std::max(before.pageCount(), after.pageCount());
+    std::vector<bool> differ(size_t(all) + 1, true);
+    differ[0] = false;
+    const int pageSize = before.pageSize();
+    if (pageSize != after.pageSize()) {
+        return differ;
+    }
+    const quint32 common = std::min(before.pageCount(), after.pageCount());
+    const quint32 pagesAtOnce = static_cast<quint32>(bytesReadAtOnce / pageSize);
+    QByteArray beforeBytes(bytesReadAtOnce, Qt::Uninitialized);
+    QByteArray afterBytes(bytesReadAtOnce, Qt::Uninitialized);
+    for (quint32 first = 1; first <= common; first += pagesAtOnce) {
+        const int pages = static_cast<int>(std::min(pagesAtOnce, common - first + 1));
+        if (!before.read(first, beforeBytes.data(), pages * pageSize) ||
+            !after.read(first, afterBytes.data(), pages * pageSize)) {
+            return differ;
+        }
+        for (int page = 0; page < pages; ++page) {
+            const int begin = page * pageSize;
+            differ[first + static_cast<quint32>(page)] = std::memcmp(
+                                                             beforeBytes.constData() + begin,
+                                                             afterBytes.constData() + begin,
+                                                             static_cast<size_t>(pageSize)) != 0;
+        }
+    }
+    return differ;
+}
+
+/// Reads two records piece by piece. The pieces of the two need not be of the same size.
+bool haveEqualPayload(BTreeCursor &before, BTreeCursor &after)
+{
+    if (before.payloadSize() != after.payloadSize()) {
+        return false;
+    }
+    int beforeSize = 0;
+    int afterSize = 0;
+    const char *beforeBytes = before.nextPiece(beforeSize);
+    const char *afterBytes = after.nextPiece(afterSize);
+    while (beforeSize > 0 && afterSize > 0) {
+        const int size = std::min(beforeSize, afterSize);
+        if (std::memcmp(beforeBytes, afterBytes, static_cast<size_t>(size)) != 0) {
+            return false;
+        }
+        beforeBytes += size;
+        beforeSize -= size;
+        afterBytes += size;
+        afterSize -= size;
+        if (beforeSize == 0) {
+            beforeBytes = before.nextPiece(beforeSize);
+        }
+        if (afterSize == 0) {
+            afterBytes = after.nextPiece(afterSize);
+        }
+    }
+    return !before.isDamaged() && !after.isDamaged();
+}
+
+enum class Entries {
+    Equal,
+    OtherBytes, ///< as many entries with the same rowids, but not all are stored in the same bytes
+    Different   ///< other entries, or a damaged tree
+};
+
+Entries compareEntries(BTreeCursor before, BTreeCursor after)
+{
+    if (before.isTable() != after.isTable()) {
+        return Entries::Different;
+    }
+    bool hasSameBytes = true;
+    for (;;) {
+        const bool isEntry = before.next();
+        if (after.next() != isEntry || before.isDamaged() || after.isDamaged()) {
+            return Entries::Different;
+        }
+        if (!isEntry) {
+            return hasSameBytes ? Entries::Equal : Entries::OtherBytes;
+        }
+        if (before.rowid() != after.rowid()) {
+            return Entries::Different;
+        }
+        hasSameBytes = hasSameBytes && haveEqualPayload(before, after);
+    }
+}
+
+/// An object that both databases have.
+struct CommonObject {
+    StoredObject before;
+    StoredObject after;
+    bool isRedefined = false; ///< only type and name are the same
+};
+
+class Comparison
+{
+public:
+    Comparison(const QString &before, const QString &after)
+        : m_before(before), m_after(after), m_values(before, after)
+    {
+    }
+
+    DatabaseDifferences run()
+    {
+        if (!m_before.readError().isEmpty() || !m_after.readError().isEmpty()) {
+            return failure();
+        }
+        const std::vector<bool> differ = differentPages(m_before, m_after);
+        const bool anyDiffers = std::find(differ.begin(), differ.end(), true) != differ.end();
+        if (anyDiffers) {
+            compareContents(differ);
+        }
+        const bool failed = !m_before.readError().isEmpty() || !m_after.readError().isEmpty() ||
+                            !m_values.readError().isEmpty();
+        return failed ? failure() : m_differences;
+    }
+
+private:
+    DatabaseDifferences failure() const
+    {
+        DatabaseDifferences differences;
+        for (const QString &error :
+             {m_before.readError(), m_after.readError(), m_values.readError()}) {
+            if (differences.readError.isEmpty()) {
+                differences.readError = error;
+            }
+        }
+        return differences;
+    }
+
+    void compareContents(const std::vector<bool> &differ)
+    {
+        const auto before = readStoredSchema(m_before);
+        const auto after = readStoredSchema(m_after);
+        if (!before || !after) {
+            m_differences.schemaDamaged = true;
+            return;
+        }
+        m_differences.settings = differentSettings(m_before, m_after);
+        const QVector<CommonObject> objects = compareSchemas(*before, *after);
+        PageOwners owners(m_before, differ);
+        const auto mayDiffer = [&](const CommonObject &object) {
+            return object.before.rootPage != object.after.rootPage ||
+                   (object.before.rootPage != 0 && owners.ownsPageOfSet(object.before.rootPage));
+        };
+        for (const CommonObject &object : objects) {
+            if (object.before.object.type == "table" && mayDiffer(object)) {
+                compareTable(object);
+            }
+        }
+        for (const CommonObject &object : objects) {
+            if (object.before.object.type != "table" && mayDiffer(object)) {
+                compareIndex(object);
+            }
+        }
+    }
+
+    /// @return what both databases have
+    QVector<CommonObject> compareSchemas(
+        const QVector<StoredObject> &before, const QVector<StoredObject> &after)
+    {
+        QVector<CommonObject> common;
+        QVector<StoredObject> onlyBefore;
+        QVector<StoredObject> onlyAfter;
+        int next = 0;
+        for (const StoredObject &object : before) {
+            while (next < after.size() && precedes(after[next].object, object.object)) {
+                onlyAfter << after[next++];
+            }
+            if (next < after.size() && !precedes(object.object, after[next].object)) {
+                common << CommonObject{object, after[next++]};
+            } else {
+                onlyBefore << object;
+            }
+        }
+        onlyAfter += after.mid(next);
+        for (const StoredObject &object : onlyBefore) {
+            m_differences.objectsOnlyBefore << object.object;
+        }
+        for (const StoredObject &object : onlyAfter) {
+            m_differences.objectsOnlyAfter << object.object;
+        }
+        return common + redefinedTables(onlyBefore, onlyAfter);
+    }
+
+    static QVector<CommonObject> redefinedTables(
+        const QVector<StoredObject> &before, const QVector<StoredObject> &after)
+    {
+        QHash<QByteArray, StoredObject> tables;
+        for (const StoredObject &object : after) {
+            if (object.object.type == "table") {
+                tables.insert(object.object.name, object);
+            }
+        }
+        QVector<CommonObject> redefined;
+        for (const StoredObject &object : before) {
+            const auto table = tables.constFind(object.object.name);
+            if (object.object.type == "table" && table != tables.constEnd()) {
+                redefined << CommonObject{object, *table, true};
+            }
+        }
+        return redefined;
+    }
+
+    void compareTable(const CommonObject &table)
+    {
+        const QByteArray &name = table.before.object.name;
+        Entries entries = compareTrees(table);
+        if (entries == Entries::OtherBytes && !table.isRedefined && m_values.haveEqualRows(name)) {
+            entries = Entries::Equal;
+        }
+        if (entries != Entries::Equal) {
+            m_differences.tables << name;
+            m_differentTables.insert(name);
+        }
+    }
+
+    void compareIndex(const CommonObject &index)
+    {
+        if (!m_differentTables.contains(index.before.object.table) &&
+            compareTrees(index) != Entries::Equal) {
+            m_differences.indexes << index.before.object.name;
+        }
+    }
+
+    Entries compareTrees(const CommonObject &object) const
+    {
+        return compareEntries(
+            BTreeCursor(m_before, object.before.rootPage),
+            BTreeCursor(m_after, object.after.rootPage));
+    }
+
+    DatabaseFile m_before;
+    DatabaseFile m_after;
+    ValueComparison m_values;
+    DatabaseDifferences m_differences;
+    QSet<QByteArray> m_differentTables;
+};
+
+/// @return the journal or write-ahead log that is left beside a database, or nothing
+QString leftJournal(const QString &path)
+{
+    for (const QString &suffix : {QString("-journal"), QString("-wal")}) {
+        if (QFileInfo(path + suffix).size() > 0) {
+            return path + suffix;
+        }
+    }
+    return {};
+}
+} // namespace
+
+bool DatabaseDifferences::isEmpty() const
+{
+    return readError.isEmpty() && !schemaDamaged && settings.isEmpty() &&
+           objectsOnlyBefore.isEmpty() && objectsOnlyAfter.isEmpty() && tables.isEmpty() &&
+           indexes.isEmpty();
+}
+
+DatabaseDifferences compareDatabases(const QString &before, const QString &after)
+{
+    for (const QString &path : {before, after}) {
+        const QString journal = leftJournal(path);
+        if (!journal.isEmpty()) {
+            DatabaseDifferences differences;
+            differences.readError = "not at rest: " + journal + " is left";
+            return differences;
+        }
+    }
+    return Comparison(before, after).run();
+}

@@ -1,0 +1,101 @@
+#include "guard/database_file.h"
+
+#include <QFile>
+#include <QtEndian>
+
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+// SQLite refuses smaller pages.
+constexpr int smallestUsableSize = 480;
+
+int reservedBytes(const QByteArray &header)
+{
+    return static_cast<quint8>(header[20]);
+}
+
+/// @return the page size that a header states, 0 when SQLite does not accept the header
+int acceptedPageSize(const QByteArray &header)
+{
+    const int stated = qFromBigEndian<quint16>(header.constData() + 16);
+    const int size = stated == 1 ? 65536 : stated;
+    const bool isPowerOfTwo = (size & (size - 1)) == 0;
+    // The literal's own NUL is the last byte of the magic; after the reserved bytes come the only
+    // payload fractions that there are.
+    const bool isAccepted = std::memcmp(header.constData(), "SQLite format 3", 16) == 0 &&
+                            std::memcmp(header.constData() + 21, "\x40\x20\x20", 3) == 0 &&
+                            isPowerOfTwo && size - reservedBytes(header) >= smallestUsableSize;
+    return isAccepted ? size : 0;
+}
+} // namespace
+
+DatabaseFile::DatabaseFile(const QString &path)
+    : m_descriptor(open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC)),
+      m_header(headerSize, '\0')
+{
+    struct stat status = {};
+    if (m_descriptor < 0 || fstat(m_descriptor, &status) != 0) {
+        m_readError = QString::fromLocal8Bit(std::strerror(errno));
+        return;
+    }
+    readHeader(status.st_size);
+}
+
+DatabaseFile::~DatabaseFile()
+{
+    if (m_descriptor >= 0) {
+        close(m_descriptor);
+    }
+}
+
+void DatabaseFile::readHeader(qint64 fileSize)
+{
+    if (!read(1, m_header.data(), headerSize)) {
+        return;
+    }
+    const int pageSize = acceptedPageSize(m_header);
+    m_isDatabase = fileSize == 0 || pageSize != 0;
+    if (pageSize != 0) {
+        m_pageSize = pageSize;
+    }
+    m_pageCount = static_cast<quint32>((fileSize + m_pageSize - 1) / m_pageSize);
+}
+
+quint32 DatabaseFile::headerNumber(int offset) const
+{
+    return qFromBigEndian<quint32>(m_header.constData() + offset);
+}
+
+int DatabaseFile::usableSize() const
+{
+    return m_isDatabase ? m_pageSize - reservedBytes(m_header) : m_pageSize;
+}
+
+bool DatabaseFile::read(quint32 number, char *pages, int size) const
+{
+    const qint64 begin = (qint64(number) - 1) * m_pageSize;
+    qint64 done = 0;
+    while (done < size) {
+        const ssize_t bytes =
+            pread(m_descriptor, pages + done, static_cast<size_t>(size - done), begin + done);
+        if (bytes < 0 && errno == EINTR) {
+            continue;
+        }
+        if (bytes < 0) {
+            m_readError = QString::fromLocal8Bit(std::strerror(errno));
+            return false;
+        }
+        if (bytes == 0) {
+            std::memset(pages + done, 0, static_cast<size_t>(size - done));
+            break;
+        }
+        done += bytes;
+    }
+    return true;
+}

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+/// A database file at rest, read page by page without SQLite. A page that the file ends within is
+/// filled up with zeros.
+class DatabaseFile
+{
+public:
+    static constexpr int headerSize = 100; ///< bytes at the start of page 1
+
+    /// Opens the file, whatever is in it; readError() tells when that failed.
+    explicit DatabaseFile(const QString &path);
+    ~DatabaseFile();
+    DatabaseFile(const DatabaseFile &) = delete;
+    DatabaseFile &operator=(const DatabaseFile &) = delete;
+
+    /// @return the first failure to open or read, empty when there was none
+    const QString &readError() const { return m_readError; }
+
+    /// @return whether the header is one that SQLite accepts, or the file is empty, which SQLite
+    /// takes for a database without tables
+    bool isDatabase() const { return m_isDatabase; }
+
+    /// @return the first bytes of the file, zeros where it is shorter
+    const QByteArray &header() const { return m_header; }
+
+    /// @param offset of a big-endian number of four bytes in the header
+    quint32 headerNumber(int offset) const;
+
+    quint32 pageCount() const { return m_pageCount; }
+
+    /// @return bytes of a page; 4096 when the file is no database
+    int pageSize() const { return m_pageSize; }
+
+    /// @return bytes of a page that b-trees use
+    int usableSize() const;
+
+    /// Reads pages that follow each other.
+    /// @param number of the first page, from 1
+    /// @param[out] pages size bytes: whole pages, or the beginning of one
+    /// @return false when the disk failed
+    bool read(quint32 number, char *pages, int size) const;
+
+private:
+    void readHeader(qint64 fileSize);
+
+    int m_descriptor;
+    mutable QString m_readError;
+    QByteArray m_header;
+    bool m_isDatabase = false;
+    int m_pageSize = 4096;
+    quint32 m_pageCount = 0;
+};

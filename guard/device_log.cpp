@@ -1,0 +1,52 @@
+#include "guard/device_log.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+DeviceLog::DeviceLog(const QString &path) : m_path(path) {}
+
+int DeviceLog::append(const QByteArray &text, bool flush)
+{
+    const QByteArray name = QFile::encodeName(m_path);
+    const int flags = O_WRONLY | O_APPEND | O_CLOEXEC | O_NONBLOCK;
+    m_file = Descriptor(open(name.constData(), flags));
+    m_isNew = !m_file.isOpen() && errno == ENOENT;
+    if (m_isNew) {
+        m_file = Descriptor(open(name.constData(), flags | O_CREAT, 0666));
+    }
+    if (!m_file.isOpen()) {
+        const bool noRoom = errno == ENOSPC || errno == EDQUOT;
+        return noRoom ? errno : 0;
+    }
+    struct stat status;
+    if (fstat(m_file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        m_file.close();
+        return 0;
+    }
+    m_length = status.st_size;
+    int error = m_file.writeAll(text.constData(), text.size());
+    if (error == 0 && flush && fsync(m_file.get()) != 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        cutBack();
+    }
+    return error;
+}
+
+QString DeviceLog::newIn() const
+{
+    // The name may be a link's, and the file elsewhere.
+    const bool made = m_isNew && m_file.isOpen();
+    return made ? QFileInfo(QFileInfo(m_path).canonicalFilePath()).absolutePath() : QString();
+}
+
+void DeviceLog::cutBack()
+{
+    if (m_file.isOpen() && ftruncate(m_file.get(), m_length) == 0) {
+        m_file.close();
+    }
+}

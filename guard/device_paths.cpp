@@ -1,0 +1,47 @@
+#include "guard/device_paths.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+const char *const databaseName = "my.db.sqlite";
+const char *const logName = "sqlMigrationErrorLog.txt";
+
+namespace
+{
+const char *const programName = "database-migrator";
+const char *const poolPath = "/usr/bin/harlo/pool";
+
+QString existingDirectory(const QString &path)
+{
+    const QFileInfo directory(path);
+    return directory.isDir() ? directory.canonicalFilePath() : QString();
+}
+} // namespace
+
+DevicePaths::DevicePaths(const QString &application)
+{
+    const QFileInfo executable(QDir(application).filePath(programName));
+    QString directory = QFileInfo(application).canonicalFilePath();
+    if (executable.isFile() && executable.isExecutable()) {
+        program = executable.canonicalFilePath();
+        // The program looks for its files where it really is, not where a link to it is.
+        directory = QFileInfo(program).absolutePath();
+    }
+    knownVersions = directory + "/schema-versions.json";
+    pool = existingDirectory(poolPath);
+    databases = existingDirectory(directory + "/databases");
+    if (databases.isEmpty()) {
+        return;
+    }
+    const QDir beside(databases);
+    const QFileInfo file(beside.filePath(databaseName));
+    if (file.exists() && !(file.isFile() && file.size() == 0)) {
+        database = file.canonicalFilePath();
+    }
+    log = beside.filePath(logName);
+    lastMigration = beside.filePath("lastMigration.json");
+    kept = beside.filePath("before-migration.sqlite");
+    replaced = beside.filePath("replaced-by-restore.sqlite");
+    attempt = beside.filePath("migration-guard.attempt");
+    staging = beside.filePath("migration-guard.staging");
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QString>
+
+/// Where things are on the device, links resolved.
+struct DevicePaths {
+    /// @param application the application directory, as the caller names it
+    explicit DevicePaths(const QString &application);
+
+    QString program;       ///< the migrator, empty when there is none that can be started
+    QString knownVersions; ///< what the installed program knows, beside it
+    QString databases;     ///< the directory of the database, empty when there is none
+    QString database;      ///< the database's file, empty when there is none or nothing in it
+    QString pool;          ///< the directory whose files a step deletes, empty when there is none
+
+    // Beside the database's entry, in `databases`:
+    QString log;           ///< what the program appends to
+    QString lastMigration; ///< how the last runs ended
+    QString kept;          ///< the database of before
+    QString replaced;      ///< what a restore has replaced
+    QString attempt;       ///< the run that is under way, or did not end
+    QString staging;       ///< the staged files when memory cannot hold them
+};
+
+/// The names of the staged files are the program's own.
+extern const char *const databaseName;
+extern const char *const logName;

@@ -1,0 +1,108 @@
+#include "guard/durable_file.h"
+#include "guard/descriptor.h"
+
+#include <QFile>
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace durable
+{
+namespace
+{
+const int copiedPiece = 1 << 20;
+
+/// Makes a new file that nobody else can open before it has its owner and mode.
+Descriptor create(const QString &path, const Ownership &ownership)
+{
+    const QByteArray name = QFile::encodeName(path);
+    unlink(name.constData());
+    Descriptor file(
+        open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!file.isOpen()) {
+        return file;
+    }
+    // A group that cannot be given must not become another one's right to read.
+    const bool owned = fchown(file.get(), ownership.owner, ownership.group) == 0;
+    const mode_t groupRights = 0070;
+    fchmod(file.get(), owned ? ownership.mode : ownership.mode & ~groupRights);
+    return file;
+}
+
+/// Ends a new file; one that is not whole goes.
+int finish(Descriptor &file, const QString &path, int error, bool flush)
+{
+    if (error == 0 && flush && fsync(file.get()) != 0) {
+        error = errno;
+    }
+    if (file.close() != 0 && error == 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        unlink(QFile::encodeName(path).constData());
+    }
+    return error;
+}
+} // namespace
+
+Ownership ownershipOf(const QString &path)
+{
+    struct stat status;
+    if (stat(QFile::encodeName(path).constData(), &status) != 0) {
+        return {};
+    }
+    return {status.st_uid, status.st_gid, status.st_mode & 0777};
+}
+
+int write(const QString &path, const QByteArray &content, const Ownership &ownership, bool flush)
+{
+    Descriptor file = create(path, ownership);
+    if (!file.isOpen()) {
+        return errno;
+    }
+    return finish(file, path, file.writeAll(content.constData(), content.size()), flush);
+}
+
+int copy(const QString &from, const QString &to, const Ownership &ownership, bool flush)
+{
+    Descriptor source(open(QFile::encodeName(from).constData(), O_RDONLY | O_CLOEXEC));
+    if (!source.isOpen()) {
+        return errno;
+    }
+    Descriptor file = create(to, ownership);
+    if (!file.isOpen()) {
+        return errno;
+    }
+    QByteArray piece(copiedPiece, '\0');
+    int error = 0;
+    while (error == 0) {
+        const ssize_t size = ::read(source.get(), piece.data(), size_t(piece.size()));
+        if (size == 0) {
+            break;
+        }
+        if (size > 0) {
+            error = file.writeAll(piece.constData(), size);
+        } else if (errno != EINTR) {
+            error = errno;
+        }
+    }
+    return finish(file, to, error, flush);
+}
+
+int rename(const QString &from, const QString &to)
+{
+    const QByteArray source = QFile::encodeName(from);
+    const QByteArray place = QFile::encodeName(to);
+    return ::rename(source.constData(), place.constData()) == 0 ? 0 : errno;
+}
+
+int flushDirectory(const QString &directory)
+{
+    const Descriptor opened(
+        open(QFile::encodeName(directory).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return opened.isOpen() && fsync(opened.get()) == 0 ? 0 : errno;
+}
+} // namespace durable

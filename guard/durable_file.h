@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <unistd.h>
+
+/// Files that survive a power cut. All operations return 0 or the error number of the system.
+namespace durable
+{
+/// Owner and mode that a new file gets.
+struct Ownership {
+    unsigned owner = geteuid();
+    unsigned group = getegid();
+    unsigned mode = 0600;
+};
+
+/// @return the ownership of a file, that of a file for this user alone when it cannot be read
+Ownership ownershipOf(const QString &path);
+
+/// Writes a file in place of another; a failure leaves no half file.
+/// @param flush whether the file is flushed
+int write(const QString &path, const QByteArray &content, const Ownership &ownership, bool flush);
+
+/// Copies a file in place of another.
+/// @param flush whether the copy is flushed
+int copy(const QString &from, const QString &to, const Ownership &ownership, bool flush);
+
+/// Renames a file over another one.
+int rename(const QString &from, const QString &to);
+
+/// Makes what was created, renamed or removed in a directory durable.
+int flushDirectory(const QString &directory);
+} // namespace durable

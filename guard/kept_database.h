@@ -1,0 +1,40 @@
+#pragma once
+
+#include "guard/durable_file.h"
+
+#include <QString>
+
+/// A database that is kept beside the real one when a commit replaces that. It is whole before the
+/// commit and gets its name after it: whenever the power goes, the one of before stays or the new
+/// one is there.
+class KeptDatabase
+{
+public:
+    /// @param path where it is kept, such as before-migration.sqlite
+    explicit KeptDatabase(const QString &path) : m_path(path) {}
+
+    /// Before the commit: writes the database that is going to be replaced, and flushes it.
+    /// @param from a database at rest
+    /// @return 0 or the error number of the system
+    int prepare(const QString &from, const durable::Ownership &ownership);
+
+    /// After the commit: gives it its name. The caller flushes the directory.
+    bool accept();
+
+    /// When there is no commit.
+    void discard();
+
+    /// @return true when a run that was cut has left a prepared one
+    bool isPrepared() const;
+
+    /// Settles what a run that was cut has left.
+    /// @param current the database as it is now, at rest
+    /// @return true when something was renamed or removed
+    bool settle(const QString &current);
+
+private:
+    QString prepared() const { return m_path + ".new"; }
+    QString unfinished() const { return m_path + ".tmp"; }
+
+    QString m_path;
+};

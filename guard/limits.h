@@ -1,0 +1,61 @@
+#pragma once
+
+#include <QtGlobal>
+
+/// The guard's sizes and times, each with its reason.
+namespace limits
+{
+constexpr qint64 kibibyte = 1024;
+constexpr qint64 mebibyte = 1024 * kibibyte;
+
+/// Bytes of the page cache of the connection that commits. The backup interface rewrites every
+/// page, and each time the cache is full the journal is flushed. Larger: fewer flushes, more memory.
+constexpr qint64 commitCache = 20 * mebibyte;
+
+/// What staging holds from the start: the copy, and the database that the program works on.
+constexpr int stagedCopies = 2;
+
+/// The most that a walk was measured to add to the staged files at any moment, in hundredths of the
+/// database's size (bench/guard.py): 20 on databases of farms, 200 where a single table that is
+/// rebuilt is the whole database.
+constexpr qint64 measuredGrowthPercent = 200;
+
+/// The same where the database has a write-ahead log, which grows while a query is being read.
+constexpr qint64 measuredGrowthPercentWithWriteAheadLog = 1000;
+
+/// And a fixed part of it, in bytes, that small databases show.
+constexpr qint64 measuredGrowthBase = 1 * mebibyte;
+
+/// Staging has so many times the measured growth, since a write that fails for want of room can look
+/// like success.
+constexpr qint64 growthFactor = 3;
+
+/// So many times the measured growth has to be free whenever the guard looks, or the result is thrown
+/// away. It looks again and again, not all the time: what a run takes and gives back between two
+/// looks is less than its whole growth.
+constexpr qint64 reserveFactor = 1;
+
+/// Memory that is left to the program, the guard and the rest of the device, in bytes.
+constexpr qint64 memoryForProcesses = 48 * mebibyte + commitCache;
+
+/// What the log may gain in a run, in bytes; a walk writes a few kB.
+constexpr qint64 logRoom = 1 * mebibyte;
+
+/// How often the staged files are looked at while the program runs, in milliseconds.
+constexpr int watchInterval = 5;
+
+/// How often a lock that somebody else holds is tried again, in milliseconds.
+constexpr int lockRetryInterval = 20;
+
+/// How long locks are waited for in all, in seconds, unless --wait says something else.
+constexpr int waitSeconds = 30;
+
+/// How often a copy is taken again because somebody wrote before the commit.
+constexpr int mostCopies = 3;
+
+/// The largest schema version that is taken for one.
+constexpr int largestVersion = 999999;
+
+/// How many keys of a table `restore` prints; the rest is counted.
+constexpr int printedKeys = 20;
+} // namespace limits

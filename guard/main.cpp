@@ -1,0 +1,148 @@
+#include "guard/available_memory.h"
+#include "guard/bubblewrap.h"
+#include "guard/command_line.h"
+#include "guard/known_versions.h"
+#include "guard/limits.h"
+#include "guard/messages.h"
+#include "guard/migration.h"
+#include "guard/own_memory.h"
+#include "guard/restoration.h"
+#include "guard/sizing.h"
+#include "guard/status_report.h"
+#include "guard/target.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QTextCodec>
+#include <QTextStream>
+
+#include <sqlite3.h>
+
+namespace
+{
+int exitStatus(Status status)
+{
+    return static_cast<int>(status);
+}
+
+void print(const QStringList &lines)
+{
+    QTextStream output(stdout);
+    output.setCodec("UTF-8");
+    output << lines.join('\n') << '\n';
+}
+
+int showVersion(const DevicePaths &device)
+{
+    const std::optional<int> newest = newestKnownVersion(device.knownVersions);
+    print(
+        {"migration-guard " + QCoreApplication::applicationVersion(),
+         "newest schema version " + (newest ? QString::number(*newest) : QString("unknown")),
+         QString("SQLite library ") + sqlite3_libversion()});
+    return exitStatus(Status::Success);
+}
+
+/// Starts the guard again in a memory of its own, where there is enough of it.
+/// @return the exit status of that run, nothing when this process has to do the work
+std::optional<int> runInOwnMemory(const DevicePaths &device, const CommandLine &line)
+{
+    const bool possible = line.stagingDirectory.isEmpty() && !device.database.isEmpty() &&
+                          !bubblewrapPath().isEmpty();
+    if (!possible) {
+        return std::nullopt;
+    }
+    const qint64 room = sizing::stagingRoom(sizing::measure(device.database));
+    if (availableMemory() < room + limits::memoryForProcesses) {
+        tell(QString("not enough memory, staging on the disk"));
+        return std::nullopt;
+    }
+    // The root of the file system takes a page itself.
+    return ownMemory::runInside(
+        room + limits::mebibyte,
+        QStringList(QString("--") + insideOwnMemoryOption) + QCoreApplication::arguments().mid(1));
+}
+
+int run(const QString &application, const DevicePaths &device, const CommandLine &line)
+{
+    const std::optional<int> target =
+        line.hasTarget ? parseTarget(line.target.toUtf8())
+                       : readTarget(QDir(application).filePath("schemaversion.txt"));
+    if (!target) {
+        tell(
+            line.hasTarget ? "not a schema version: " + line.target
+                           : QString("no schema version in schemaversion.txt"));
+        return exitStatus(Status::WrongCall);
+    }
+    if (device.program.isEmpty()) {
+        tell("no program that can be started in " + application);
+        return exitStatus(Status::NothingChanged);
+    }
+    if (!line.insideOwnMemory) {
+        if (const std::optional<int> status = runInOwnMemory(device, line)) {
+            return *status;
+        }
+    }
+    MigrationOptions options;
+    options.target = *target;
+    options.strict = line.strict;
+    options.keepDatabase = line.keepDatabase;
+    options.waitSeconds = line.waitSeconds;
+    if (line.insideOwnMemory) {
+        options.memoryStaging = ownMemory::place;
+    } else if (!line.stagingDirectory.isEmpty()) {
+        options.stagingParent = QFileInfo(line.stagingDirectory).absoluteFilePath();
+        if (sizing::isInMemory(options.stagingParent)) {
+            options.memoryStaging = options.stagingParent;
+        }
+    }
+    const RunRecord record = migrate(device, options);
+    tell(record.line());
+    return exitStatus(record.status);
+}
+
+int restoreDatabase(const DevicePaths &device, const CommandLine &line)
+{
+    RestorationOptions options;
+    options.dryRun = line.dryRun;
+    options.waitSeconds = line.waitSeconds;
+    const RunRecord record = restore(device, options);
+    tell(record.line());
+    return exitStatus(record.status);
+}
+} // namespace
+
+int main(int argc, char **argv)
+{
+    closeInheritedDescriptorsOnStart();
+    // Paths are UTF-8 whatever locale the device boots with.
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    QCoreApplication guard(argc, argv);
+    QCoreApplication::setApplicationName("migration-guard");
+    QCoreApplication::setApplicationVersion(MIGRATION_GUARD_VERSION);
+
+    const CommandLine line = parseCommandLine(QCoreApplication::arguments());
+    const QString application = line.applicationDirectory.isEmpty()
+                                    ? QCoreApplication::applicationDirPath()
+                                    : QFileInfo(line.applicationDirectory).absoluteFilePath();
+    const DevicePaths device(application);
+    switch (line.command) {
+    case CommandLine::Command::Run:
+        return run(application, device, line);
+    case CommandLine::Command::Status:
+        print(statusReport(device));
+        return exitStatus(Status::Success);
+    case CommandLine::Command::Restore:
+        return restoreDatabase(device, line);
+    case CommandLine::Command::ShowVersion:
+        return showVersion(device);
+    case CommandLine::Command::ShowHelp:
+        print({line.help.trimmed()});
+        return exitStatus(Status::Success);
+    case CommandLine::Command::Wrong:
+        break;
+    }
+    tell(line.error);
+    tell(QString("migration-guard --help says more"));
+    return exitStatus(Status::WrongCall);
+}

@@ -1,0 +1,11 @@
+#include "guard/messages.h"
+
+#include <cstdio>
+
+void tell(const QByteArray &text)
+{
+    // One call, one write: lines of two programs do not mix.
+    const QByteArray line = "migration-guard: " + text + '\n';
+    std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stderr);
+    std::fflush(stderr);
+}

@@ -1,0 +1,499 @@
+#include "guard/migration.h"
+#include "guard/attempt.h"
+#include "guard/bubblewrap.h"
+#include "guard/comparison.h"
+#include "guard/device_log.h"
+#include "guard/directory_lock.h"
+#include "guard/kept_database.h"
+#include "guard/limits.h"
+#include "guard/messages.h"
+#include "guard/program_run.h"
+#include "guard/real_database.h"
+#include "guard/run_log.h"
+#include "guard/sizing.h"
+#include "guard/staging.h"
+
+#include <QCryptographicHash>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cerrno>
+#include <cstring>
+
+namespace
+{
+using Place = Staging::Place;
+using FailureKind = DatabaseFailure::Kind;
+
+QString systemText(int error)
+{
+    return QString::fromLocal8Bit(std::strerror(error));
+}
+
+std::optional<int> versionOfStaged(const QString &database)
+{
+    SqliteConnection connection;
+    connection.open(database, SQLITE_OPEN_READWRITE);
+    return recordedVersion(connection);
+}
+
+std::optional<int> versionOfReal(const QString &database)
+{
+    if (database.isEmpty()) {
+        return std::nullopt;
+    }
+    WaitBudget noWaiting(0);
+    RealDatabase real(database, noWaiting);
+    real.open();
+    return recordedVersion(real.connection());
+}
+
+/// What tells that a file was written to, without reading it.
+QString stampOf(const QString &file)
+{
+    const QFileInfo info(file);
+    return QString("%1 %2").arg(info.size()).arg(info.lastModified().toMSecsSinceEpoch());
+}
+
+/// One run, from the lock to the record of how it ended.
+class Migration
+{
+public:
+    Migration(const DevicePaths &device, const MigrationOptions &options);
+
+    RunRecord run();
+
+private:
+    /// What one try has come to.
+    enum class Try { Ended, WrittenMeanwhile, StageOnDisk, RunDirectly };
+
+    Try runLocked();
+    Try runGuarded();
+    Try tryOnce(Place place);
+    Try runProgram(RealDatabase &database, const Staging &staging);
+    Try accept(RealDatabase &database, const Staging &staging, const QByteArray &log);
+    Try commit(RealDatabase &database, const Staging &staging, const QByteArray &log);
+    int flushDirectories(const RealDatabase &database, const DeviceLog &log) const;
+    void finishCommit();
+
+    Try withoutStaging(Place place, const QString &detail);
+    Try directly(const QString &reason, const QString &detail = QString());
+    Try nothingChanged(const QString &reason, const QString &detail = QString());
+    Try takeCopyFailure(const DatabaseFailure &failure, Place place);
+    Try takeCommitFailure(const DatabaseFailure &failure);
+
+    void settleEarlierRun(const RealDatabase &database, const Staging &staging);
+    bool hasRoomToCommit(Place place);
+    bool versionChanges() const { return m_record.from != m_record.to; }
+    QString stagingParent(Place place) const;
+    void noteFailure();
+    void runOnRealDatabase();
+
+    const DevicePaths &m_device;
+    const MigrationOptions &m_options;
+    WaitBudget m_budget;
+    DirectoryLock m_lock;
+    KeptDatabase m_kept;
+    std::optional<Attempt> m_earlier;
+    Attempt m_attempt;
+    QByteArrayList m_poolFiles;
+    sizing::Database m_size;
+    bool m_databaseInOrder = true;
+    bool m_keep = false;
+    bool m_noteStays = false;
+    bool m_flushDirectory = false;
+    RunRecord m_record;
+};
+
+Migration::Migration(const DevicePaths &device, const MigrationOptions &options)
+    : m_device(device), m_options(options), m_budget(options.waitSeconds), m_kept(device.kept)
+{
+    m_record.target = options.target;
+}
+
+RunRecord Migration::run()
+{
+    if (m_device.databases.isEmpty()) {
+        if (directly("no-database") == Try::RunDirectly) {
+            runOnRealDatabase();
+        }
+        return m_record;
+    }
+    switch (m_lock.take(m_device.databases, m_budget)) {
+    case DirectoryLock::Result::Taken:
+        break;
+    case DirectoryLock::Result::HeldByAnother:
+        nothingChanged("locked", "another guard is at work");
+        return m_record;
+    case DirectoryLock::Result::Impossible:
+        if (directly("no-lock") == Try::RunDirectly) {
+            runOnRealDatabase();
+        }
+        return m_record;
+    }
+    LastMigration lastMigration(m_device.lastMigration);
+    m_databaseInOrder = lastMigration.databaseInOrder();
+    Staging::remove(m_device.staging);
+    if (runLocked() == Try::RunDirectly) {
+        runOnRealDatabase();
+    }
+    if (!m_noteStays) {
+        QFile::remove(m_device.attempt);
+    }
+    if (!lastMigration.record(m_record, m_flushDirectory)) {
+        tell(QString("lastMigration.json could not be written"));
+    }
+    return m_record;
+}
+
+Migration::Try Migration::runLocked()
+{
+    m_earlier = Attempt::read(m_device.attempt);
+    // What is left to delete in the pool is known from this note alone.
+    m_noteStays = m_earlier && !m_earlier->poolFiles.isEmpty();
+    if (m_device.database.isEmpty()) {
+        return directly("no-database");
+    }
+    if (bubblewrapPath().isEmpty()) {
+        return directly("no-bubblewrap");
+    }
+    return runGuarded();
+}
+
+Migration::Try Migration::runGuarded()
+{
+    // After a run that died in memory the disk; after one that failed on the disk as well, none.
+    if (m_earlier && m_earlier->stagedOnDisk && m_earlier->failed && !m_options.strict) {
+        return directly("earlier-runs-failed");
+    }
+    Place place = m_options.memoryStaging.isEmpty() || m_earlier ? Place::Disk : Place::Memory;
+    for (int copies = 0; copies < limits::mostCopies;) {
+        const Try result = tryOnce(place);
+        if (result == Try::StageOnDisk) {
+            tell(QString("not enough room in memory, staging on the disk"));
+            place = Place::Disk;
+        } else if (result == Try::WrittenMeanwhile) {
+            tell(QString("somebody else has written to the database"));
+            ++copies;
+        } else {
+            return result;
+        }
+    }
+    return nothingChanged("written-meanwhile");
+}
+
+Migration::Try Migration::tryOnce(Place place)
+{
+    m_record = RunRecord();
+    m_record.target = m_options.target;
+    m_size = sizing::measure(m_device.database);
+    const QString parent = stagingParent(place);
+    if (sizing::freeRoom(parent) < sizing::stagingRoom(m_size)) {
+        return withoutStaging(place, "for staging");
+    }
+    // In memory that is this run's own, the root of the file system is the directory itself.
+    const bool ownMemory = place == Place::Memory && m_options.stagingParent.isEmpty();
+    const QByteArray name =
+        QCryptographicHash::hash(m_device.databases.toUtf8(), QCryptographicHash::Sha1).toHex();
+    QString directory = m_device.staging;
+    if (ownMemory) {
+        directory = parent;
+    } else if (!m_options.stagingParent.isEmpty() && parent == m_options.stagingParent) {
+        directory = parent + "/migration-guard." + name;
+    }
+    Staging staging(directory, place);
+    if (!staging.prepare()) {
+        return withoutStaging(place, "no directory for staging");
+    }
+    qputenv("SQLITE_TMPDIR", QFile::encodeName(staging.temporary()));
+
+    RealDatabase database(m_device.database, m_budget);
+    RealDatabase::Failure failure = database.open();
+    if (!failure) {
+        failure = database.copyTo(staging.original());
+    }
+    if (failure) {
+        return takeCopyFailure(*failure, place);
+    }
+    settleEarlierRun(database, staging);
+    m_record.from = versionOfStaged(staging.original());
+
+    const std::optional<QByteArrayList> poolFiles = stagedPool::fill(m_device.pool, staging.pool());
+    if (!poolFiles ||
+        durable::copy(staging.original(), staging.database(), durable::Ownership(), false) != 0 ||
+        sizing::freeRoom(staging.directory()) < sizing::roomForProgram(m_size)) {
+        return withoutStaging(place, "for staging");
+    }
+    m_poolFiles = *poolFiles;
+    if (!hasRoomToCommit(place)) {
+        return directly("no-room", "for the commit");
+    }
+    m_record.staging = place == Place::Memory ? "memory" : "disk";
+    return runProgram(database, staging);
+}
+
+Migration::Try Migration::runProgram(RealDatabase &database, const Staging &staging)
+{
+    m_attempt = Attempt();
+    m_attempt.stagedOnDisk = staging.place() == Place::Disk;
+    if (m_attempt.write(m_device.attempt, false) != 0) {
+        return directly("not-writable", "beside the database");
+    }
+    const ProgramRun run =
+        runOnStaging(m_device, staging, m_options.target, sizing::reserve(m_size));
+    switch (run.end) {
+    case ProgramRun::End::NeverStarted:
+        return directly("no-namespaces");
+    case ProgramRun::End::LackOfRoom:
+        return withoutStaging(staging.place(), "while the program ran");
+    case ProgramRun::End::Broken:
+        noteFailure();
+        return nothingChanged("program-broken", "the program did not end by itself");
+    case ProgramRun::End::Whole:
+        break;
+    }
+    return accept(database, staging, run.log);
+}
+
+Migration::Try Migration::accept(
+    RealDatabase &database, const Staging &staging, const QByteArray &log)
+{
+    const DatabaseDifferences differences =
+        compareDatabases(staging.original(), staging.database());
+    if (!differences.readError.isEmpty()) {
+        return nothingChanged("comparison-failed", differences.readError);
+    }
+    m_record.to = versionOfStaged(staging.database());
+    m_record.changed = !differences.isEmpty();
+    const bool targetReached = m_record.to == m_record.target;
+    if (!m_record.changed) {
+        DeviceLog(m_device.log).append(log, false);
+        stagedPool::deleteFiles(
+            m_device.pool, stagedPool::deletedFiles(m_poolFiles, staging.pool()));
+        return targetReached ? Try::Ended : nothingChanged("target-missed");
+    }
+    if (!targetReached) {
+        m_record.status = Status::LookAtIt;
+        m_record.reason = "target-missed";
+    } else if (runLog::hasFailedStep(log, m_record.from.value_or(0), m_options.target)) {
+        m_record.status = Status::LookAtIt;
+        m_record.reason = "step-failed";
+    }
+    if (m_options.strict && m_record.status == Status::LookAtIt) {
+        return nothingChanged(m_record.reason, "thrown away");
+    }
+    const bool otherLayout =
+        differences.settings.contains("page_size") || differences.settings.contains("journal_mode");
+    if (database.hasWriteAheadLog() && otherLayout) {
+        // SQLite's backup interface refuses it, and would at every start.
+        return directly("layout-changed", differences.settings.join(", "));
+    }
+    return commit(database, staging, log);
+}
+
+Migration::Try Migration::commit(
+    RealDatabase &database, const Staging &staging, const QByteArray &log)
+{
+    m_record.kept = m_keep && versionChanges();
+    if (m_record.kept) {
+        const int error =
+            m_kept.prepare(staging.original(), durable::ownershipOf(m_device.database));
+        if (error != 0) {
+            tell("the database of before is not kept: " + systemText(error));
+            m_kept.discard();
+            m_record.kept = false;
+        }
+    }
+    m_attempt.poolFiles = stagedPool::deletedFiles(m_poolFiles, staging.pool());
+    if (!m_attempt.poolFiles.isEmpty()) {
+        m_attempt.schemaCookie = database.schemaCookie();
+        if (m_attempt.write(m_device.attempt, true) != 0) {
+            return takeCommitFailure({FailureKind::NoRoom, "for the note of the run"});
+        }
+    }
+    DeviceLog deviceLog(m_device.log);
+    const RealDatabase::Failure failure =
+        database.replaceContent(staging.database(), [&]() -> RealDatabase::Failure {
+            int error = deviceLog.append(log, true);
+            if (error == 0) {
+                error = flushDirectories(database, deviceLog);
+            }
+            if (error == 0) {
+                return std::nullopt;
+            }
+            const bool noRoom = error == ENOSPC || error == EDQUOT;
+            return DatabaseFailure{
+                noRoom ? FailureKind::NoRoom : FailureKind::Unreadable,
+                "log: " + systemText(error)};
+        });
+    if (failure && failure->kind != FailureKind::NotFlushed) {
+        deviceLog.cutBack();
+        return takeCommitFailure(*failure);
+    }
+    if (failure) {
+        m_record.status = Status::LookAtIt;
+        m_record.reason = "not-flushed";
+        m_record.detail = failure->text;
+    }
+    finishCommit();
+    return Try::Ended;
+}
+
+int Migration::flushDirectories(const RealDatabase &database, const DeviceLog &log) const
+{
+    // SQLite flushes the directory of a new journal before it writes the first page.
+    const bool journalIsBeside =
+        QFileInfo(m_device.database).absolutePath() == m_device.databases &&
+        !database.hasWriteAheadLog();
+    const int error = journalIsBeside ? 0 : durable::flushDirectory(m_device.databases);
+    const QString newLogIn = log.newIn();
+    if (error != 0 || newLogIn.isEmpty() || newLogIn == m_device.databases) {
+        return error;
+    }
+    return durable::flushDirectory(newLogIn);
+}
+
+void Migration::finishCommit()
+{
+    if (m_record.kept) {
+        m_record.kept = m_kept.accept();
+        m_flushDirectory = true;
+    }
+    stagedPool::deleteFiles(m_device.pool, m_attempt.poolFiles);
+}
+
+Migration::Try Migration::withoutStaging(Place place, const QString &detail)
+{
+    return place == Place::Memory ? Try::StageOnDisk : directly("no-room", detail);
+}
+
+Migration::Try Migration::directly(const QString &reason, const QString &detail)
+{
+    if (m_options.strict) {
+        return nothingChanged(reason, detail);
+    }
+    m_record.guarded = false;
+    m_record.staging.clear();
+    m_record.reason = reason;
+    m_record.detail = detail;
+    return Try::RunDirectly;
+}
+
+Migration::Try Migration::nothingChanged(const QString &reason, const QString &detail)
+{
+    m_record.status = Status::NothingChanged;
+    m_record.changed = false;
+    m_record.kept = false;
+    m_record.to = m_record.from;
+    m_record.reason = reason;
+    m_record.detail = detail;
+    return Try::Ended;
+}
+
+Migration::Try Migration::takeCopyFailure(const DatabaseFailure &failure, Place place)
+{
+    switch (failure.kind) {
+    case FailureKind::Locked:
+        return nothingChanged("locked", failure.text);
+    case FailureKind::Replaced:
+        return nothingChanged("replaced", failure.text);
+    case FailureKind::NoRoom:
+        return withoutStaging(place, failure.text);
+    case FailureKind::NotWritable:
+        return directly("not-writable", failure.text);
+    default:
+        return directly("not-copied", failure.text);
+    }
+}
+
+Migration::Try Migration::takeCommitFailure(const DatabaseFailure &failure)
+{
+    m_kept.discard();
+    switch (failure.kind) {
+    case FailureKind::Written:
+        return Try::WrittenMeanwhile;
+    case FailureKind::Locked:
+        return nothingChanged("locked", failure.text);
+    case FailureKind::Replaced:
+        return nothingChanged("replaced", failure.text);
+    case FailureKind::NoRoom:
+        noteFailure();
+        return nothingChanged("no-room", failure.text);
+    default:
+        noteFailure();
+        return nothingChanged("commit-failed", failure.text);
+    }
+}
+
+void Migration::settleEarlierRun(const RealDatabase &database, const Staging &staging)
+{
+    if (m_noteStays && m_earlier->schemaCookie != database.schemaCookie()) {
+        // Its commit has happened.
+        stagedPool::deleteFiles(m_device.pool, m_earlier->poolFiles);
+    }
+    m_noteStays = false;
+    for (const QString &path : {m_device.kept, m_device.replaced}) {
+        m_flushDirectory = KeptDatabase(path).settle(staging.original()) || m_flushDirectory;
+    }
+}
+
+bool Migration::hasRoomToCommit(Place place)
+{
+    const QString directory = QFileInfo(m_device.database).absolutePath();
+    qint64 free = sizing::freeRoom(directory);
+    if (place == Place::Disk) {
+        // It may well be the same file system.
+        free -= sizing::roomForProgram(m_size);
+    }
+    const bool walks = m_record.from != m_record.target;
+    const bool mayReplace = m_databaseInOrder || !QFileInfo::exists(m_device.kept);
+    m_keep = m_options.keepDatabase && walks && mayReplace;
+    if (m_keep && free < sizing::commitRoom(m_size, true)) {
+        tell(QString("no room to keep the database of before"));
+        m_keep = false;
+    }
+    // Where nothing is to be walked the content will most likely be equal, and needs no room.
+    return !walks || free >= sizing::commitRoom(m_size, false);
+}
+
+QString Migration::stagingParent(Place place) const
+{
+    if (place == Place::Memory) {
+        return m_options.memoryStaging;
+    }
+    const bool named =
+        !m_options.stagingParent.isEmpty() && m_options.stagingParent != m_options.memoryStaging;
+    return named ? m_options.stagingParent : m_device.databases;
+}
+
+void Migration::noteFailure()
+{
+    m_attempt.failed = true;
+    m_attempt.poolFiles.clear();
+    m_attempt.schemaCookie = -1;
+    m_noteStays = m_attempt.write(m_device.attempt, false) == 0;
+}
+
+void Migration::runOnRealDatabase()
+{
+    const QString before = stampOf(m_device.database);
+    if (!m_record.from) {
+        m_record.from = versionOfReal(m_device.database);
+    }
+    const ProgramRun run = runDirectly(m_device, m_options.target);
+    // The program may have made the database.
+    const QString database = m_device.database.isEmpty() && !m_device.databases.isEmpty()
+                                 ? m_device.databases + "/" + databaseName
+                                 : m_device.database;
+    m_record.to = versionOfReal(database);
+    m_record.changed = stampOf(m_device.database) != before || m_record.from != m_record.to;
+    const bool nothingToLose =
+        m_record.reason == "no-database" && run.end == ProgramRun::End::Whole;
+    m_record.status = nothingToLose ? Status::Success : Status::LookAtIt;
+}
+} // namespace
+
+RunRecord migrate(const DevicePaths &device, const MigrationOptions &options)
+{
+    return Migration(device, options).run();
+}

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "guard/device_paths.h"
+#include "guard/last_migration.h"
+
+#include <QString>
+
+/// What the caller asks of a run.
+struct MigrationOptions {
+    int target = 0;
+    bool strict = false;      ///< nothing rather than something to look at
+    bool keepDatabase = true; ///< keep the database of before
+    int waitSeconds = 0;      ///< for locks of others, in all
+    QString memoryStaging;    ///< an empty directory in memory that is this run's own, or empty
+    QString stagingParent;    ///< a directory that the caller named for staging, or empty
+};
+
+/// Migrates the device's database in one transaction, or not at all.
+/// @return how it ended; it is recorded beside the database and durable
+RunRecord migrate(const DevicePaths &device, const MigrationOptions &options);

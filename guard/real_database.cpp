@@ -1,0 +1,205 @@
+#include "guard/real_database.h"
+#include "guard/limits.h"
+
+#include <QFile>
+
+#include <sys/stat.h>
+
+namespace
+{
+const char *const mainDatabase = "main";
+
+/// One run of SQLite's backup interface.
+class Backup
+{
+public:
+    Backup(const SqliteConnection &to, const SqliteConnection &from)
+        : m_to(to),
+          m_backup(sqlite3_backup_init(to.handle(), mainDatabase, from.handle(), mainDatabase))
+    {
+    }
+    ~Backup() { sqlite3_backup_finish(m_backup); }
+    Q_DISABLE_COPY(Backup)
+
+    /// @param pages 0 to lock only, -1 for all
+    int step(int pages)
+    {
+        return m_backup ? sqlite3_backup_step(m_backup, pages) : sqlite3_errcode(m_to.handle());
+    }
+
+    /// Ends it; after an error the destination is rolled back.
+    int finish()
+    {
+        const int result = sqlite3_backup_finish(m_backup);
+        m_backup = nullptr;
+        return result;
+    }
+
+private:
+    const SqliteConnection &m_to;
+    sqlite3_backup *m_backup;
+};
+} // namespace
+
+RealDatabase::RealDatabase(const QString &path, WaitBudget &budget) : m_path(path), m_budget(budget)
+{
+}
+
+RealDatabase::~RealDatabase() = default;
+
+int RealDatabase::waitForLock(void *database, int)
+{
+    return static_cast<RealDatabase *>(database)->m_budget.waitAMoment() ? 1 : 0;
+}
+
+RealDatabase::Failure RealDatabase::open()
+{
+    const int result = m_connection.open(m_path, SQLITE_OPEN_READWRITE);
+    if (result != SQLITE_OK) {
+        return failure(result, m_connection.errorText());
+    }
+    sqlite3_busy_handler(m_connection.handle(), waitForLock, this);
+    // Closing a database that has a write-ahead log would write to it.
+    sqlite3_db_config(m_connection.handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    if (sqlite3_db_readonly(m_connection.handle(), mainDatabase) != 0) {
+        return DatabaseFailure{DatabaseFailure::Kind::NotWritable, "the database is read-only"};
+    }
+    return std::nullopt;
+}
+
+RealDatabase::Failure RealDatabase::copyTo(const QString &path)
+{
+    m_copiedIdentity = identity();
+    SqliteConnection copy;
+    int result = copy.open(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    if (result == SQLITE_OK) {
+        // The copy need not survive a power cut.
+        result = copy.run("PRAGMA synchronous = OFF; PRAGMA journal_mode = OFF");
+    }
+    if (result != SQLITE_OK) {
+        return failure(result, copy.errorText());
+    }
+    Backup backup(copy, m_connection);
+    result = backup.step(-1);
+    if (result != SQLITE_DONE) {
+        backup.finish();
+        return failure(result, copy.errorText());
+    }
+    m_copiedVersion = dataVersion();
+    result = backup.finish();
+    m_schemaCookie = m_connection.number("PRAGMA schema_version").value_or(-1);
+    int moved = 0;
+    sqlite3_file_control(m_connection.handle(), mainDatabase, SQLITE_FCNTL_HAS_MOVED, &moved);
+    if (moved != 0 || !m_copiedIdentity || !(identity() == m_copiedIdentity)) {
+        return DatabaseFailure{DatabaseFailure::Kind::Replaced, "the database was replaced"};
+    }
+    if (result != SQLITE_OK) {
+        return failure(result, copy.errorText());
+    }
+    copy.close();
+
+    QFile file(path);
+    const int readVersionPlace = 19;
+    const char writeAheadLog = 2;
+    if (!file.open(QIODevice::ReadOnly)) {
+        return DatabaseFailure{DatabaseFailure::Kind::Unreadable, "the copy cannot be read"};
+    }
+    const QByteArray header = file.read(readVersionPlace + 1);
+    if (header.size() <= readVersionPlace) {
+        return DatabaseFailure{DatabaseFailure::Kind::Unreadable, "the copy is empty"};
+    }
+    m_hasWriteAheadLog = header[readVersionPlace] == writeAheadLog;
+    return std::nullopt;
+}
+
+RealDatabase::Failure RealDatabase::replaceContent(
+    const QString &source, const std::function<Failure()> &underLock)
+{
+    SqliteConnection content;
+    int result = content.open(source, SQLITE_OPEN_READWRITE);
+    if (result != SQLITE_OK) {
+        return failure(result, content.errorText());
+    }
+    const QByteArray cache =
+        "PRAGMA cache_size = -" + QByteArray::number(limits::commitCache / limits::kibibyte);
+    // With less than EXTRA the removal of the journal, which is the commit, is not flushed.
+    for (const char *setting : {"PRAGMA synchronous = EXTRA", cache.constData()}) {
+        result = m_connection.setPragma(setting);
+        if (result != SQLITE_OK) {
+            return failure(result, m_connection.errorText());
+        }
+    }
+    // Every page is read once: keeping them would only take memory.
+    content.setPragma("PRAGMA cache_size = 10");
+
+    Backup backup(m_connection, content);
+    result = backup.step(0);
+    if (result != SQLITE_OK && result != SQLITE_DONE) {
+        backup.finish();
+        return failure(result, m_connection.errorText());
+    }
+    if (dataVersion() != m_copiedVersion) {
+        return DatabaseFailure{DatabaseFailure::Kind::Written, "somebody else has written"};
+    }
+    if (!(identity() == m_copiedIdentity)) {
+        return DatabaseFailure{DatabaseFailure::Kind::Replaced, "the database was replaced"};
+    }
+    if (const Failure ended = underLock()) {
+        return ended;
+    }
+    result = backup.step(-1);
+    const QString text = m_connection.errorText();
+    const int finished = backup.finish();
+    if (result != SQLITE_DONE || finished != SQLITE_OK) {
+        if (!hasOldContent()) {
+            return DatabaseFailure{DatabaseFailure::Kind::NotFlushed, text};
+        }
+        return failure(result != SQLITE_DONE ? result : finished, text);
+    }
+    sqlite3_db_config(m_connection.handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+    return std::nullopt;
+}
+
+bool RealDatabase::hasOldContent()
+{
+    // A commit can fail at its last flush, when the journal is gone. A connection of its own sees
+    // what the next process will see, and rolls back what is to be rolled back.
+    m_connection.close();
+    SqliteConnection reader;
+    reader.open(m_path, SQLITE_OPEN_READWRITE);
+    return reader.number("PRAGMA schema_version") == m_schemaCookie;
+}
+
+std::optional<RealDatabase::Identity> RealDatabase::identity() const
+{
+    struct stat status;
+    if (stat(QFile::encodeName(m_path).constData(), &status) != 0) {
+        return std::nullopt;
+    }
+    return Identity{status.st_dev, status.st_ino};
+}
+
+unsigned RealDatabase::dataVersion() const
+{
+    unsigned version = 0;
+    sqlite3_file_control(m_connection.handle(), mainDatabase, SQLITE_FCNTL_DATA_VERSION, &version);
+    return version;
+}
+
+DatabaseFailure RealDatabase::failure(int result, const QString &text) const
+{
+    using Kind = DatabaseFailure::Kind;
+    switch (result & 0xff) {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        return {Kind::Locked, text};
+    case SQLITE_FULL:
+        return {Kind::NoRoom, text};
+    case SQLITE_READONLY:
+    case SQLITE_PERM:
+    case SQLITE_CANTOPEN:
+        return {Kind::NotWritable, text};
+    default:
+        return {Kind::Unreadable, text};
+    }
+}

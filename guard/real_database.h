@@ -1,0 +1,86 @@
+#pragma once
+
+#include "guard/sqlite_connection.h"
+#include "guard/wait_budget.h"
+
+#include <QString>
+
+#include <functional>
+#include <optional>
+#include <sys/types.h>
+
+/// Why the real database could not be read or changed.
+struct DatabaseFailure {
+    enum class Kind {
+        Locked,     ///< somebody else held it for longer than the budget
+        Written,    ///< somebody else has written since it was copied
+        Replaced,   ///< at its path there is another file now, or none
+        NoRoom,     ///< the disk is full
+        NotFlushed, ///< it has the new content, but a power cut may bring the old one back
+        NotWritable,
+        Unreadable ///< damaged, no database, or the disk fails
+    };
+    Kind kind;
+    QString text;
+};
+
+/// The database of the device: the only place where it is read and changed. Everything goes through
+/// SQLite, since closing any other descriptor of the file would drop SQLite's locks.
+class RealDatabase
+{
+public:
+    /// @param path resolved
+    RealDatabase(const QString &path, WaitBudget &budget);
+    ~RealDatabase();
+    Q_DISABLE_COPY(RealDatabase)
+
+    using Failure = std::optional<DatabaseFailure>;
+
+    /// Opens it for reading and writing. A hot journal is rolled back by the first copy.
+    Failure open();
+
+    /// Copies it as it is, damage included. What is committed later has to be made from this copy.
+    /// @param path a file that is not there yet
+    Failure copyTo(const QString &path);
+
+    /// Replaces the content in one transaction, under SQLite's own journal: the same file, in which
+    /// processes that have it open find the new content. Durable when it returns.
+    /// @param source a database at rest
+    /// @param underLock called when nobody else can write any more and the database is still the one
+    /// that was copied; what it returns but nothing ends the change
+    /// @return the failure; what was done under the lock may be taken back unless it is NotFlushed
+    Failure replaceContent(const QString &source, const std::function<Failure()> &underLock);
+
+    /// @return true when the database has a write-ahead log; known after the copy
+    bool hasWriteAheadLog() const { return m_hasWriteAheadLog; }
+
+    /// @return SQLite's counter of schema changes, which a commit changes; known after the copy
+    qint64 schemaCookie() const { return m_schemaCookie; }
+
+    /// @return the connection, for queries that change nothing
+    SqliteConnection &connection() { return m_connection; }
+
+private:
+    struct Identity {
+        dev_t device;
+        ino_t inode;
+        bool operator==(const Identity &other) const
+        {
+            return device == other.device && inode == other.inode;
+        }
+    };
+
+    bool hasOldContent();
+    std::optional<Identity> identity() const;
+    unsigned dataVersion() const;
+    DatabaseFailure failure(int result, const QString &text) const;
+    static int waitForLock(void *database, int);
+
+    QString m_path;
+    WaitBudget &m_budget;
+    SqliteConnection m_connection;
+    std::optional<Identity> m_copiedIdentity;
+    unsigned m_copiedVersion = 0;
+    qint64 m_schemaCookie = 0;
+    bool m_hasWriteAheadLog = false;
+};

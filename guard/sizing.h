@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QString>
+
+/// How much room a run needs, and how much there is. All sizes are bytes.
+namespace sizing
+{
+/// A database as far as room is concerned.
+struct Database {
+    qint64 bytes = 0; ///< with its write-ahead log
+    bool hasWriteAheadLog = false;
+};
+
+/// Looks at a database that this process has no connection to: closing its file would end SQLite's
+/// locks.
+Database measure(const QString &path);
+
+/// @return what staging has to offer before anything is copied: the copies and several times what a
+/// run was measured to add
+qint64 stagingRoom(const Database &database);
+
+/// @return what has to be free in staging when the copies are made and the program is to start
+qint64 roomForProgram(const Database &database);
+
+/// @return what has to stay free in staging while the program runs
+qint64 reserve(const Database &database);
+
+/// @param withKept whether the database of before is kept
+/// @return what the commit can take on the real database's file system
+qint64 commitRoom(const Database &database, bool withKept);
+
+/// @return free bytes for this user on the file system of a path, 0 when that cannot be told
+qint64 freeRoom(const QString &path);
+
+/// @return true when the files of this directory are in memory; a directory that is meant to be may
+/// be one on flash early in the boot
+bool isInMemory(const QString &path);
+} // namespace sizing

@@ -1,0 +1,39 @@
+#include "guard/sqlite_connection.h"
+
+#include <QFile>
+
+int SqliteConnection::open(const QString &path, int flags)
+{
+    close();
+    return sqlite3_open_v2(QFile::encodeName(path).constData(), &m_handle, flags, nullptr);
+}
+
+void SqliteConnection::close()
+{
+    sqlite3_close(m_handle);
+    m_handle = nullptr;
+}
+
+int SqliteConnection::setPragma(const char *sql)
+{
+    sqlite3_db_config(m_handle, SQLITE_DBCONFIG_WRITABLE_SCHEMA, 1, nullptr);
+    const int result = run(sql);
+    sqlite3_db_config(m_handle, SQLITE_DBCONFIG_WRITABLE_SCHEMA, 0, nullptr);
+    return result;
+}
+
+std::optional<qint64> SqliteConnection::number(const char *sql)
+{
+    SqliteStatement query(*this, sql);
+    if (!query.step() || sqlite3_column_type(query.handle(), 0) == SQLITE_NULL) {
+        return std::nullopt;
+    }
+    return sqlite3_column_int64(query.handle(), 0);
+}
+
+std::optional<int> recordedVersion(SqliteConnection &connection)
+{
+    const std::optional<qint64> version =
+        connection.number("SELECT version FROM tableVersion WHERE tableName = 'mainSqlDb'");
+    return version ? std::optional<int>(static_cast<int>(*version)) : std::nullopt;
+}

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <optional>
+#include <sqlite3.h>
+
+/// A connection to a database file.
+class SqliteConnection
+{
+public:
+    SqliteConnection() = default;
+    ~SqliteConnection() { close(); }
+    Q_DISABLE_COPY(SqliteConnection)
+
+    /// @param flags SQLITE_OPEN_...
+    /// @return an SQLite result code
+    int open(const QString &path, int flags);
+    void close();
+
+    sqlite3 *handle() const { return m_handle; }
+    QString errorText() const { return QString::fromUtf8(sqlite3_errmsg(m_handle)); }
+
+    /// Runs statements that return nothing of interest.
+    /// @return an SQLite result code
+    int run(const char *sql) { return sqlite3_exec(m_handle, sql, nullptr, nullptr, nullptr); }
+
+    /// Sets a pragma also where the schema cannot be understood, which SQLite reads first.
+    int setPragma(const char *sql);
+
+    /// @return the number that a query returns first, nothing when it fails or has no row
+    std::optional<qint64> number(const char *sql);
+
+private:
+    sqlite3 *m_handle = nullptr;
+};
+
+/// A prepared statement.
+class SqliteStatement
+{
+public:
+    SqliteStatement(const SqliteConnection &connection, const QByteArray &sql)
+    {
+        m_result = sqlite3_prepare_v2(
+            connection.handle(), sql.constData(), sql.size(), &m_handle, nullptr);
+    }
+    ~SqliteStatement() { sqlite3_finalize(m_handle); }
+    Q_DISABLE_COPY(SqliteStatement)
+
+    /// @return true with a row, false at the end or on an error
+    bool step()
+    {
+        if (m_result == SQLITE_OK || m_result == SQLITE_ROW) {
+            m_result = sqlite3_step(m_handle);
+        }
+        return m_result == SQLITE_ROW;
+    }
+    int result() const { return m_result; }
+    sqlite3_stmt *handle() const { return m_handle; }
+
+    /// @return the bytes of a value, null for NULL
+    QByteArray value(int column) const
+    {
+        const void *bytes = sqlite3_column_blob(m_handle, column);
+        const int size = sqlite3_column_bytes(m_handle, column);
+        return bytes ? QByteArray(static_cast<const char *>(bytes), size) : QByteArray();
+    }
+
+private:
+    sqlite3_stmt *m_handle = nullptr;
+    int m_result = SQLITE_ERROR;
+};
+
+/// @return the schema version that a database records, nothing when it records none
+std::optional<int> recordedVersion(SqliteConnection &connection);

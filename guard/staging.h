@@ -1,0 +1,54 @@
+#pragma once
+
+#include <QByteArrayList>
+#include <QString>
+
+#include <optional>
+
+/// The directory that holds what a run works on. It is removed with this object.
+class Staging
+{
+public:
+    enum class Place { Memory, Disk };
+
+    /// @param directory made by `prepare`, after what an earlier run left there is removed; a mounted
+    /// file system of its own is emptied instead
+    Staging(const QString &directory, Place place) : m_directory(directory), m_place(place) {}
+    ~Staging();
+    Q_DISABLE_COPY(Staging)
+
+    /// Makes the empty directories.
+    /// @return false when they cannot be made
+    bool prepare();
+
+    Place place() const { return m_place; }
+    QString directory() const { return m_directory; }
+    QString original() const { return m_directory + "/original.sqlite"; } ///< the copy, untouched
+    QString databases() const { return m_directory + "/databases"; }      ///< what the program sees
+    QString database() const;
+    QString log() const;
+    QString pool() const { return m_directory + "/pool"; }
+    QString temporary() const { return m_directory + "/temporary"; } ///< for the guard's own
+
+    /// Removes what a run that died has left at this place.
+    static void remove(const QString &directory);
+
+private:
+    QString m_directory;
+    Place m_place;
+};
+
+/// The staged pool: an empty file for every file of the real one.
+namespace stagedPool
+{
+/// @param pool the real directory, may be empty for none
+/// @return the names of the files, nothing when one cannot be made
+std::optional<QByteArrayList> fill(const QString &pool, const QString &staged);
+
+/// @param names the files that there were
+/// @return those that the program has deleted
+QByteArrayList deletedFiles(const QByteArrayList &names, const QString &staged);
+
+/// Deletes these files in the real pool; one that cannot be deleted stays, as it does without a guard.
+void deleteFiles(const QString &pool, const QByteArrayList &names);
+} // namespace stagedPool

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "guard/comparison.h"
+#include "guard/database_file.h"
+
+#include <QVector>
+
+#include <optional>
+
+/// A schema's object and the first page of its b-tree.
+struct StoredObject {
+    SchemaObject object;
+    quint32 rootPage = 0; ///< 0 for what has no b-tree: views, triggers, virtual tables
+};
+
+/// Reads sqlite_schema as it is stored: its definitions are not looked into.
+/// @return the objects in the order of precedes(); nothing when they cannot be read
+std::optional<QVector<StoredObject>> readStoredSchema(const DatabaseFile &file);
+
+/// An order by everything that an object is; its b-tree's place is no part of it.
+bool precedes(const SchemaObject &left, const SchemaObject &right);

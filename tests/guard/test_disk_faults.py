@@ -1,0 +1,99 @@
+"""Faults at the guard's own operations on the disk: the old database or the new one is left.
+
+The next run ends like an undisturbed one. A sample; every operation in a campaign."""
+
+import os
+import pathlib
+import shutil
+
+import pytest
+from conftest import GuardedDevice, contents, guarded_device
+from support.versions import NEWEST
+
+SHIM = pathlib.Path(os.environ["FAULT_SHIM"])
+WHOLE = "CAMPAIGN" in os.environ
+# More than a walk has; a fault beyond the last operation disturbs nothing.
+OPERATIONS = 64
+STRIDE = 1 if WHOLE else 12
+ACTIONS = ("kill", "half", "EIO", "ENOSPC", "short")
+# Only the guard meets the fault.
+PROGRAM = 'exec env -u LD_PRELOAD -u FAULT_AT -u FAULT_ACTION -u FAULT_FOREVER /app/migrator "$@"'
+
+
+class FaultyDevice:
+    """A device that begins again and again with the same files."""
+
+    def __init__(self, device: GuardedDevice, version, target, mode):
+        self.device = device
+        self.target = target
+        device.install(version, mode=mode)
+        device.replace_program(PROGRAM)
+        shutil.copy(SHIM, device.app / "shim.so")
+        self.start = device.database.read_bytes()
+        self.pool = device.pool_files()
+        self.old = device.contents()
+        self.run()
+        self.new, self.log = device.contents(), device.log()
+        self.new_pool = device.pool_files()
+        self.run()
+        self.settled = device.contents()
+
+    def begin(self):
+        for path in self.device.databases.iterdir():
+            path.unlink()
+        self.device.database.write_bytes(self.start)
+        for name in self.pool:
+            (self.device.pool / name).touch()
+
+    def run(self, **switches):
+        options = " ".join(f"--setenv {name} {value}" for name, value in switches.items())
+        if switches:
+            options += " --setenv LD_PRELOAD /app/shim.so"
+        return self.device.migrate(self.target, "--wait", 2, options=options)
+
+    def check(self, what, status):
+        device = self.device
+        found = device.contents()
+        assert found in (self.old, self.new), what
+        if found == self.new != self.old:
+            assert device.log().endswith(self.log), what
+            assert status not in (3,), what
+        if status in (0, 4):
+            assert found == self.new, what
+        for _ in range(3):
+            if self.run() == 0:
+                break
+        assert device.contents() in (self.new, self.settled), what
+        assert device.pool_files() == self.new_pool, what
+        left = [name for name in device.files()
+                if name.endswith((".new", ".tmp", ".attempt", "staging"))]
+        assert left == [], what
+        if device.kept.exists():
+            assert contents(device.kept) == self.old, what
+
+
+WALKS = {"forward": (1, NEWEST, "delete"), "back": (NEWEST, 1, "delete"),
+         "write-ahead log": (1, NEWEST, "wal")}
+if not WHOLE:
+    del WALKS["back"]
+
+
+@pytest.fixture(scope="module", params=WALKS)
+def faulty(request):
+    with guarded_device() as device:
+        yield FaultyDevice(device, *WALKS[request.param])
+
+
+@pytest.mark.parametrize("forever", (0, 1) if WHOLE else (0,))
+@pytest.mark.parametrize("action", ACTIONS)
+def test_a_fault_leaves_the_old_database_or_the_new_one(faulty, action, forever):
+    for number in range(1 + ACTIONS.index(action) % STRIDE, OPERATIONS, STRIDE):
+        faulty.begin()
+        status = faulty.run(FAULT_AT=number, FAULT_ACTION=action, FAULT_FOREVER=forever)
+        faulty.check((action, number, forever, status), status)
+
+
+def test_a_fault_is_met(faulty):
+    """The proof that the harness does something."""
+    faulty.begin()
+    assert faulty.run(FAULT_AT=12, FAULT_ACTION="kill") not in (0, 2, 3, 4)

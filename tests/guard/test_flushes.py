@@ -1,0 +1,133 @@
+"""The order in which files become durable, seen from outside by strace."""
+
+import os
+import re
+import shutil
+
+import pytest
+from support.versions import NEWEST
+
+CALLS = "execve,fsync,fdatasync,rename,renameat2,unlink,unlinkat,pwrite64,write,ftruncate"
+PLACES = {"/app/databases": "directory", "/app/databases/my.db.sqlite": "database",
+          "/app/databases/my.db.sqlite-journal": "journal",
+          "/app/databases/my.db.sqlite-wal": "write-ahead log",
+          "/app/databases/sqlMigrationErrorLog.txt": "log",
+          "/app/databases/before-migration.sqlite": "kept",
+          "/app/databases/before-migration.sqlite.new": "kept.new",
+          "/app/databases/before-migration.sqlite.tmp": "kept.tmp",
+          "/app/databases/lastMigration.json": "record",
+          "/app/databases/lastMigration.json.new": "record.new",
+          "/app/databases/migration-guard.attempt": "note"}
+
+
+def operations(device, *arguments):
+    """What the guard itself does to the files beside the database, repeated writes as one."""
+    trace = device.app / "trace"
+    options = ("--ro-bind /usr/bin/strace /usr/bin/strace")
+    status = device.run("-f", "-y", "-qq", "-e", f"trace={CALLS}", "-e", "signal=none", "-o",
+                        "/app/trace", "/app/migration-guard", "run", *arguments,
+                        guard="/usr/bin/strace", options=options).returncode
+    found, programs = [], {}
+    for line in trace.read_text(errors="replace").splitlines():
+        pid, call, rest = re.match(r"(\d+) +(?:<\.\.\. )?(\w+)[( ](.*)", line).groups()
+        if call == "execve":
+            programs[pid] = "database-migrator" in rest
+        if programs.get(pid):
+            continue
+        paths = re.findall(r'<(/[^>]*)>', rest.split(",")[0]) or re.findall(r'"([^"]*)"', rest)
+        names = [PLACES[path] for path in paths if path in PLACES]
+        if names and "= 0" in line or "write" in call and names:
+            verb = {"pwrite64": "write", "fdatasync": "flush", "fsync": "flush",
+                    "unlinkat": "unlink"}.get(call, call)
+            entry = " ".join([verb, *names])
+            if not found or found[-1] != entry:
+                found.append(entry)
+    return status, found
+
+
+@pytest.fixture(autouse=True)
+def tools():
+    if not shutil.which("strace"):
+        pytest.skip("strace is not installed")
+
+
+def test_of_a_walk(device):
+    device.install(1)
+    status, found = operations(device, NEWEST)
+    assert status == 0
+    found = [entry for entry in found if not entry.startswith("unlink kept")
+             and entry not in ("unlink record.new", "unlink note")]
+    assert found == [
+        "write note",
+        "write kept.tmp", "flush kept.tmp", "rename kept.tmp kept.new",
+        "write note", "flush note",
+        "write log", "flush log",
+        "write journal", "flush journal", "flush directory", "write journal", "flush journal",
+        "write database", "flush database", "unlink journal", "flush directory",
+        "rename kept.new kept",
+        "write record.new", "flush record.new", "rename record.new record",
+        "flush directory"]
+
+
+def test_of_a_walk_with_a_write_ahead_log(device):
+    device.install(1, mode="wal")
+    status, found = operations(device, NEWEST)
+    assert status == 0
+    committed = found.index("flush write-ahead log")
+    assert found.index("flush kept.tmp") < found.index("flush directory") < committed
+    assert found.index("flush log") < committed < found.index("rename kept.new kept")
+    assert "write database" not in found[:committed]
+
+
+def test_of_an_ordinary_boot(device):
+    device.install(NEWEST)
+    for _ in range(2):
+        assert device.migrate(NEWEST) == 0
+    status, found = operations(device, NEWEST)
+    assert (status, [entry for entry in found if "note" not in entry]) == (0, ["write log"])
+
+
+@pytest.mark.parametrize("mode", ["delete", "wal"])
+def test_an_ordinary_boot_flushes_nothing(device, mode):
+    device.install(NEWEST, mode=mode)
+    for _ in range(2):
+        assert device.migrate(NEWEST) == 0
+    _, found = operations(device, NEWEST)
+    assert [entry for entry in found if "flush" in entry or "database" in entry] == []
+
+
+def test_a_log_that_is_a_directory_is_done_without(device, expected):
+    device.install(1)
+    device.log_file.mkdir()
+    assert device.migrate(NEWEST) == 0
+    assert device.contents() == expected(1, NEWEST)[0]
+    assert list(device.log_file.iterdir()) == []
+
+
+def test_a_log_that_is_a_link_is_followed_as_the_program_does(device, expected):
+    device.install(1)
+    elsewhere = device.app / "elsewhere.txt"
+    elsewhere.write_text("before\n")
+    device.log_file.symlink_to("../elsewhere.txt")
+    assert device.migrate(NEWEST) == 0
+    assert elsewhere.read_text() == "before\n" + expected(1, NEWEST)[1]
+    assert device.log_file.is_symlink()
+
+
+def test_a_log_that_is_a_broken_link_is_done_without(device, expected):
+    device.install(1)
+    device.log_file.symlink_to("/nowhere/at/all")
+    assert device.migrate(NEWEST) == 0
+    assert device.contents() == expected(1, NEWEST)[0]
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="takes root")
+def test_a_log_that_is_read_only_is_done_without(device, expected):
+    device.install(1)
+    for path in (device.root, *device.root.rglob("*")):
+        os.chown(path, 65534, 65534)
+    device.log_file.write_text("before\n")
+    device.log_file.chmod(0o444)
+    assert device.migrate(NEWEST, user=65534) == 0
+    assert device.contents() == expected(1, NEWEST)[0]
+    assert device.log() == "before\n"
