@@ -8,6 +8,8 @@ from support.versions import NEWEST
 
 BUILD = ROOT / "build" / "dev"
 SHIM = BUILD / "tests" / "libfault_shim.so"
+TREE_SHIM = BUILD / "tests" / "libfault_tree_shim.so"
+BUBBLEWRAP = pathlib.Path("/usr/bin/bwrap")
 HERE = pathlib.Path(__file__).parent
 
 OPERATIONS = ("power cut", "kill", "kill in a write", "EIO once", "EIO from then on",
@@ -32,8 +34,8 @@ class Scenario:
 
 @dataclass(frozen=True)
 class Subject:
-    module: str  # with the class Subject, which the workers import
-    program: pathlib.Path
+    module: str  # with the class Cases, which the workers import
+    files: dict  # what the workers need, by the place in their sandbox
     sources: tuple  # what the program is made of
     scenarios: dict  # by name
 
@@ -45,8 +47,18 @@ def there_and_back(version, start="start", suffix="", **options):
             f"{version} to 1{suffix}": Scenario(f"{there}/final", 1, **options)}
 
 
+def files_of_program(program, shim):
+    return {"/app/database-migrator": program, "/faults/shim.so": shim}
+
+
+def files_of_guard(program, guard, shim):
+    return {"/app/database-migrator": program, "/app/migration-guard": guard,
+            "/app/schema-versions.json": guard.parent.parent / "schema-versions.json",
+            "/faults/tree_shim.so": shim, "/usr/bin/bwrap": BUBBLEWRAP}
+
+
 MIGRATOR = Subject(
-    module="migrator", program=BUILD / "database-migrator",
+    module="alone", files=files_of_program(BUILD / "database-migrator", SHIM),
     sources=(*product_sources(), DATA / "version_01.sql"),
     scenarios={
         **there_and_back(NEWEST, passes=128),

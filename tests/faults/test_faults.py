@@ -17,7 +17,7 @@ from log_rules import LogRules
 from multiply import multiply
 from recording import Event, Recording
 from states import Reader, differences, lost_rows
-from subjects import MIGRATOR
+from subjects import MIGRATOR, files_of_program
 from support.places import scratch_directory
 from support.versions import dump_of
 from workers import workers
@@ -31,7 +31,7 @@ def sandbox():
     program, shim = (pathlib.Path(os.environ[name]) for name in ("DATABASE_MIGRATOR", "FAULT_SHIM"))
     with scratch_directory() as kept:
         start_databases(kept)
-        with workers(1, kept, MIGRATOR.module, program, shim) as (worker,):
+        with workers(1, kept, MIGRATOR.module, files_of_program(program, shim)) as (worker,):
             yield worker, kept, prepare(MIGRATOR, kept, worker, WALKS)
 
 
