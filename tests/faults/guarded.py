@@ -18,7 +18,7 @@ import device
 import tree
 from device import DATABASE, JOURNAL, LOG
 from directory_disk import DirectoryDisk
-from disks import SURVIVALS, without_syncs
+from disks import PAGE, SURVIVALS
 from guarded_device import (FOREIGN_TABLE, KEPT, LAST, POOL, READING, SHARED_MEMORY,
                             WRITE_AHEAD_LOG, Readings, empty_pool, fill, snapshot)
 from states import Reader, identifiers
@@ -55,7 +55,6 @@ ENDS = {
 }
 MEMORY = {"no memory once": {"ACTION": "memory"},
           "no memory from then on": {"ACTION": "memory", "FOREVER": 1}}
-WITHOUT_SYNCS = "power cut without syncs"  # only to prove that a missing sync is noticed
 
 
 def make_start(name, folder):
@@ -82,7 +81,7 @@ def make_start(name, folder):
             for table, in connection.execute(
                     "SELECT name FROM sqlite_master WHERE type = 'table'"
                     " AND name NOT LIKE 'sqlite%'").fetchall():
-                connection.execute(f"UPDATE {table} SET rowid = rowid + 1000000")
+                connection.execute(f"DELETE FROM {table} WHERE random() IS NOT NULL")
             paths.append(JOURNAL)
         files = {str(path): (folder / path.name).read_bytes() for path in paths}
     shutil.rmtree(folder)
@@ -92,6 +91,13 @@ def make_start(name, folder):
 
 def without_identifiers(text):
     return IDENTIFIER.sub(b"{}", text)
+
+
+def spread(items):
+    """The items in an order of which every beginning is spread over all of them, always the same."""
+    items = list(items)
+    random.Random(0).shuffle(items)
+    return items
 
 
 class Scenario:
@@ -113,6 +119,8 @@ class Scenario:
         first = self.reader.read(DATABASE)
         self.reader = Reader(identifiers(first))
         readings = Readings(self.reader)
+        if JOURNAL in map(pathlib.Path, self.start):
+            assert readings.read(self.start[str(DATABASE)]) != readings.database(self.start)
         self.old = readings.database(self.start)[0]
         fill(self.start)
         self.next_of_old = self._undisturbed(readings)
@@ -131,7 +139,7 @@ class Scenario:
         log = snapshot().log
         self._run = tree.run(self.command())
         found = snapshot()
-        assert self._run.status in (0, 4) and self._run.orphans == 0, self._run
+        assert self._run.status in (0, 4) and not self._run.orphans, self._run
         assert found.log.startswith(log)
         return readings and {
             "content": readings.database(found.files)[0], "status": self._run.status,
@@ -155,28 +163,23 @@ class Scenario:
         assert disk.files() == found, disk.files().keys() ^ found.keys()
 
     def _places(self):
-        """By kind of fault, the numbers at which it is tried: those of the guard's operations, then
-        those of the others, spread over the run."""
-        numbered = list(enumerate(self.recording, 1))
-        own = [(number, operation) for number, operation in numbered
-               if operation.process in GUARD_PROCESSES]
+        """By kind of fault, the numbers at which it is tried, in an order that tells most first:
+        the guard's operations but for its many writes, those writes, and the other operations. Each
+        part of it is spread over the run."""
+        numbered = spread(enumerate(self.recording, 1))
+        own = sorted((entry for entry in numbered if entry[1].process in GUARD_PROCESSES),
+                     key=lambda entry: entry[1].kind == "W" and ".sqlite" in entry[1].path)
         others = [entry for entry in numbered if entry[1].process not in GUARD_PROCESSES]
-        random.Random(0).shuffle(others)
         return {
             **{kind: [number for number, operation in own if operation.kind in kinds]
                for kind, (_, kinds) in ERRORS.items()},
             **{kind: [number for number, operation in own + others if operation.kind in kinds]
                for kind, (_, kinds) in ENDS.items()},
-            **dict.fromkeys(MEMORY, self._allocations()),
-            **dict.fromkeys(("power cut", WITHOUT_SYNCS),
-                            list(range((len(self.on_disk()) + 1) * len(SURVIVALS)))),
+            **dict.fromkeys(MEMORY, spread(range(1, self.allocations + 1,
+                                                 DISTANCE_OF_ALLOCATIONS))),
+            "power cut": spread(range((len(self.on_disk()) + 1) * len(SURVIVALS))),
             "another process writes": [number for number, _ in own],
             **dict.fromkeys(("full disk", "full memory", "small memory"), list(range(SIZES)))}
-
-    def _allocations(self):
-        numbers = list(range(1, self.allocations + 1, DISTANCE_OF_ALLOCATIONS))
-        random.Random(0).shuffle(numbers)
-        return numbers
 
     def describe(self, number):
         operation = self.recording[number - 1]
@@ -205,16 +208,17 @@ class Cases:
         self._readings = Readings(self.scenario.reader)
         self._recoveries = folder / "recoveries"
         self._recoveries.mkdir(exist_ok=True)
-        self.mistake = {}  # switches of the shim that plant one
+        self.mistake = {}  # switches of the shim that plant one, or UNSYNCED: no flush of a file
 
     def run(self, task):
-        """Runs the cases at these positions among the places of a kind."""
+        """Runs the cases at these positions among the places of a kind; with a planted mistake, up to
+        the first that is noticed."""
         self.violations, self.outcomes = [], Counter()
         kind, self.mistake = task["kind"], task.get("mistake", {})
         device.software_version("1.2.3")
         places = self.scenario.places[kind]
         for position in range(*task["numbers"]):
-            if position < len(places):
+            if position < len(places) and not (self.mistake and self.violations):
                 self._position = position
                 self._case(kind, places[position])
         return {"cases": sum(self.outcomes.values()), "violations": self.violations,
@@ -236,7 +240,7 @@ class Cases:
         elif kind == "another process writes":
             self._write_meanwhile(number)
         else:
-            self._power_cut(kind, number)
+            self._power_cut(number)
 
     def _fault(self, kind, number, switches):
         what = (f"allocation {number}" if kind in MEMORY else self.scenario.describe(number))
@@ -245,7 +249,7 @@ class Cases:
     def _run(self, kind, what, **switches):
         fill(self.scenario.start)
         with self._same_file() as replaced:
-            run = tree.run(self.scenario.command(), **switches)
+            run = tree.run(self.scenario.command(), **switches, **self.mistake)
         if run.faults > 0:
             self._note(kind, what, run, replaced)
 
@@ -260,7 +264,7 @@ class Cases:
             found.append("the database is another file, or its mode or owner has changed")
 
     def _full_disk(self, number):
-        room = sum(map(len, self.scenario.start.values())) // 4096 * 4096 + number * DISK_STEP
+        room = DirectoryDisk(self.scenario.start).size() + PAGE + number * DISK_STEP
         with device.small_disk(self.scenario.start, room):
             empty_pool(self.scenario.start)
             with self._same_file() as replaced:
@@ -282,7 +286,7 @@ class Cases:
             self._note("another process writes", self.scenario.describe(number), run, replaced,
                        is_written)
 
-    def _power_cut(self, kind, number):
+    def _power_cut(self, number):
         """The power goes before an operation on the disk, or after the last."""
         operations = self.scenario.on_disk()
         at, survival = divmod(number, len(SURVIVALS))
@@ -292,8 +296,10 @@ class Cases:
         else:
             operation = operations[at]
             what = f"{operation.process} {operation.kind} {operation.path}"
-        if kind == WITHOUT_SYNCS:
-            operations = without_syncs(operations)
+        unsynced = self.mistake.get("UNSYNCED")
+        if unsynced:
+            operations = [operation for operation in operations
+                          if operation.kind != "Y" or not operation.path.endswith(unsynced)]
         disk = DirectoryDisk(self.scenario.start)
         for operation in operations[:at]:
             disk.apply(operation)
@@ -322,23 +328,29 @@ class Cases:
             violations += self._wrong_end(kind, run, position)
         if position is not None:
             violations += self._wrong_files(found, position)
-        if violations:
-            violations = [f"{text}{how_it_ended(found)}" for text in violations]
+        is_direct = run is not None and run.ran_directly
+        violations = [f"{text}{how_it_ended(found)}" for text in violations]
         # The foreign table stays, and no undisturbed run has it.
-        if position is not None and not is_written:
+        if position is not None and not is_written and not self.mistake:
             violations += self._recovery(kind, position, found)
-        self.outcomes["wrong" if violations else position] += 1
+        if violations:
+            position = "direct" if is_direct else "wrong"
+        if is_direct:
+            violations = [f"run directly: {text}" for text in violations]
+        self.outcomes[position] += 1
         self.violations += [f"{self._position}: {text} [{what}]" for text in violations]
 
     def _wrong_end(self, kind, run, position):
         scenario = self.scenario
         if run.orphans:
-            yield f"{run.orphans} processes went on"
+            yield f"went on: {', '.join(run.orphans)}"
         if isinstance(run.status, str):
             yield run.status
         elif (run.status not in (0, 3, 4) and kind not in ENDS and kind not in MEMORY):
             yield f"ended with {run.status}"
-        if run.status in (0, 4) and position == "old" and scenario.old != scenario.new:
+        # After a direct run 4 only says that somebody should look.
+        answered = (0,) if run.ran_directly else (0, 4)
+        if run.status in answered and position == "old" and scenario.old != scenario.new:
             yield f"status {run.status}, but the database is the old one"
         if run.status == 3 and position == "new" and scenario.old != scenario.new:
             yield "status 3, but the database is the new one"
@@ -351,12 +363,18 @@ class Cases:
         text = without_identifiers(found.log[len(EARLIER_LOG):])
         if changes and position == "new" and text != scenario.next_of_old["text"]:
             yield "the log lacks what the database shows"
-        if str(KEPT) in found.files and self._readings.read(found.files[str(KEPT)]) != (
-                scenario.old, False):
+        if self._keeps_another(found):
             yield "the kept database is not the old one"
         if changes and position == "old" and found.pool != sorted(
                 path for path in scenario.start if path.startswith(str(POOL))):
             yield "files of the pool went before the commit"
+
+    def _keeps_another(self, found):
+        """True if the database of before is kept, but is another one."""
+        if str(KEPT) not in found.files:
+            return False
+        state = self._readings.read(found.files[str(KEPT)])
+        return state is None or state[0] != self.scenario.old
 
     def _recovery(self, kind, position, found):
         """What is wrong after the next run. Equal devices recover once."""
@@ -393,8 +411,7 @@ class Cases:
         lacking = own - names - ({KEPT.name} if may_lack_kept else set())
         if lacking:
             violations.append(f"lacks {', '.join(sorted(lacking))}")
-        if str(KEPT) in found.files and self._readings.read(found.files[str(KEPT)]) != (
-                scenario.old, False):
+        if self._keeps_another(found):
             violations.append("the kept database is not the old one after the next run")
         return [f"{text}{how_it_ended(found)}" for text in violations]
 

@@ -41,7 +41,8 @@ class Run(NamedTuple):
     operations: int
     allocations: int
     faults: int  # how many were met
-    orphans: int  # processes that had to be killed
+    orphans: list  # the names of processes that had to be killed
+    ran_directly: bool  # true if the program has worked on the device's own files
 
 
 def become_parent_of_orphans():
@@ -83,25 +84,31 @@ class Tree:
         status = end_of(self._process)
         orphans = self._end_orphans()
         operations, allocations, faults, *_ = COUNTS.unpack(SHARED.read_bytes())
-        return Run(status, operations, allocations, faults, orphans)
+        ran_directly = any(operation.process == "program" and operation.place == "disk"
+                           for operation in recording())
+        return Run(status, operations, allocations, faults, orphans, ran_directly)
 
     def _end_orphans(self):
-        """Waits for those that are left; returns how many had to be killed."""
-        end, killed = time.monotonic() + SECONDS_FOR_ORPHANS, set()
+        """Waits for those that are left; returns the names of those that had to be killed."""
+        end, killed = time.monotonic() + SECONDS_FOR_ORPHANS, {}
         with contextlib.suppress(ChildProcessError):
             while True:
                 if os.waitpid(-1, os.WNOHANG)[0] == 0:
                     if time.monotonic() > end:
                         for child in children():
+                            killed.setdefault(child, command_of(child))
                             os.kill(child, signal.SIGKILL)
-                            killed.add(child)
                     time.sleep(PAUSE)
-        return len(killed)
+        return sorted(killed.values())
 
 
 def children():
     own = pathlib.Path(f"/proc/self/task/{os.getpid()}/children")
     return [int(child) for child in own.read_text().split()]
+
+
+def command_of(process):
+    return " ".join(pathlib.Path(f"/proc/{process}/cmdline").read_text().split("\0")[:2])
 
 
 def run(command, **switches):

@@ -74,6 +74,13 @@ static enum Outcome countOperation(enum Place place, bool writes, bool needsRoom
     return outcome;
 }
 
+static void recordFailure(enum Place place, const char *path)
+{
+    const int error = errno;
+    recordOperation('F', place, path, NULL, 0, 0);
+    errno = error;
+}
+
 static int openCounted(
     const char *path, int flags, mode_t mode, int (*next)(const char *, int, ...))
 {
@@ -84,6 +91,7 @@ static int openCounted(
     struct stat status;
     const bool creates = (flags & O_CREAT) && stat(path, &status) != 0;
     if ((flags & O_CREAT) && countOperation(place, false, creates) != AS_USUAL) {
+        recordFailure(place, path);
         return -1;
     }
     const int file = next(path, flags, mode);
@@ -169,6 +177,7 @@ ssize_t write(int file, const void *data, size_t size)
 #define COUNTED(path, needsRoom)                                                                   \
     const enum Place place = placeOf(path);                                                        \
     if (place != NOWHERE && countOperation(place, false, needsRoom) != AS_USUAL) {                 \
+        recordFailure(place, path);                                                                \
         return -1;                                                                                 \
     }
 
@@ -292,17 +301,4 @@ void *calloc(size_t number, size_t size)
 void *realloc(void *place, size_t size)
 {
     return memoryFails() ? NULL : __libc_realloc(place, size);
-}
-
-/* The mistake of a guard that takes no locks. */
-int fcntl64(int file, int command, ...)
-{
-    va_list arguments;
-    va_start(arguments, command);
-    void *argument = va_arg(arguments, void *);
-    va_end(arguments);
-    if (command == F_SETLK && self == GUARD_IN_MEMORY && numberFrom("FAULT_NO_LOCKS") == 1) {
-        return 0;
-    }
-    return NEXT(fcntl64)(file, command, argument);
 }

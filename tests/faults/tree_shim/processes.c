@@ -190,4 +190,5 @@ __attribute__((constructor)) static void begin(void)
         fillMemory();
     }
     shared->processes[self] = getpid();
+    deleteJournal();
 }

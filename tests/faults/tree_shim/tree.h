@@ -18,12 +18,17 @@
  *   FAULT_PROCESS=P   the number of a process, see below
  *   FAULT_RECORD=F    F gets the operations, with their data if they are on the disk
  *   FAULT_ROOM=BYTES  the file system in memory has only so much
- *   FAULT_NO_LOCKS=1  the guard only seems to lock files: a mistake that has to be noticed
  *   FAULT_FILL=BYTES  when the program begins, something leaves only so much room in that
+ *
+ * Mistakes that the harness has to notice:
+ *   FAULT_NO_LOCKS=1  the guard only seems to lock files
+ *   FAULT_DELETES_JOURNAL=1  it begins with the journal's removal
+ *   FAULT_RENAMES=1   it ends with a copy renamed over the database
  *
  * operations.c  which operations there are, and how one fails
  * processes.c   the variables above, the processes, what they share, and the recording
  * rooms.c       memory that is full
+ * mistakes.c    the mistakes
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -93,6 +98,9 @@ void sendSignal(void);
 /* Kind, process, place, lengths of path and data, offset (a truncation's size), path, data. */
 void recordOperation(char kind, enum Place place, const char *path, const void *data,
                      uint32_t dataSize, uint64_t offset);
+
+/* FAULT_DELETES_JOURNAL. */
+void deleteJournal(void);
 
 /* Leaves only FAULT_FILL bytes where the program works. */
 void fillMemory(void);
