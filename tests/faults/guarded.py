@@ -19,8 +19,8 @@ import tree
 from device import DATABASE, JOURNAL, LOG
 from directory_disk import DirectoryDisk
 from disks import PAGE, SURVIVALS
-from guarded_device import (FOREIGN_TABLE, KEPT, LAST, POOL, READING, SHARED_MEMORY,
-                            WRITE_AHEAD_LOG, Readings, empty_pool, fill, snapshot)
+from guarded_device import (FOREIGN_TABLE, KEPT, LAST, POOL, PREPARED, READING,
+                            SHARED_MEMORY, WRITE_AHEAD_LOG, Readings, empty_pool, fill, snapshot)
 from states import Reader, identifiers
 from support.versions import dump_of
 
@@ -370,11 +370,10 @@ class Cases:
             yield "files of the pool went before the commit"
 
     def _keeps_another(self, found):
-        """True if the database of before is kept, but is another one."""
-        if str(KEPT) not in found.files:
-            return False
-        state = self._readings.read(found.files[str(KEPT)])
-        return state is None or state[0] != self.scenario.old
+        """True if the database of before is kept or prepared, but is another one."""
+        kept = [found.files[str(path)] for path in (KEPT, PREPARED) if str(path) in found.files]
+        states = [self._readings.read(content) for content in kept]
+        return any(state is None or state[0] != self.scenario.old for state in states)
 
     def _recovery(self, kind, position, found):
         """What is wrong after the next run. Equal devices recover once."""

@@ -12,6 +12,7 @@ from device import DATABASE, DATABASES, DEVICE, JOURNAL, LOG
 
 POOL = DEVICE.pool
 KEPT = DATABASES / "before-migration.sqlite"
+PREPARED = KEPT.with_name(f"{KEPT.name}.new")
 WRITE_AHEAD_LOG = DATABASE.with_name(f"{DATABASE.name}-wal")
 # SQLite makes it again from the write-ahead log.
 SHARED_MEMORY = DATABASE.with_name(f"{DATABASE.name}-shm")
