@@ -29,7 +29,7 @@ std::optional<Attempt> Attempt::read(const QString &path)
     attempt.failed =
         note.value("failed").toBool() || note.value("boot").toString() == bootIdentifier();
     attempt.schemaCookie = static_cast<qint64>(note.value("schemaCookie").toDouble(-1));
-    for (const QJsonValue &name : note.value("poolFiles").toArray()) {
+    for (const QJsonValue name : note.value("poolFiles").toArray()) {
         attempt.poolFiles << QByteArray::fromPercentEncoding(name.toString().toLatin1());
     }
     return attempt;

@@ -22,7 +22,7 @@ bool BTreePage::read(const DatabaseFile &file, quint32 number)
         m_type = 0;
         return false;
     }
-    m_type = m_bytes[m_headerOffset];
+    m_type = static_cast<quint8>(m_bytes[m_headerOffset]);
     m_cellCount = qFromBigEndian<quint16>(m_bytes.constData() + m_headerOffset + 3);
     const int pointers = m_headerOffset + (isLeaf() ? 8 : 12);
     m_mostCells = (m_usableSize - pointers) / 2;
@@ -37,9 +37,9 @@ quint32 BTreePage::rightChild() const
 BTreePage::Cell BTreePage::cell(int index) const
 {
     Cell cell;
-    const char *pointer = bytes() + m_headerOffset + (isLeaf() ? 8 : 12) + 2 * index;
+    const int pointer = m_headerOffset + (isLeaf() ? 8 : 12) + 2 * index;
     // SQLite cuts an offset that is too great in the same way.
-    int offset = qFromBigEndian<quint16>(pointer) & (m_bytes.size() - 1);
+    int offset = qFromBigEndian<quint16>(bytes() + pointer) & (m_bytes.size() - 1);
     if (!isLeaf()) {
         if (offset + 4 > m_usableSize) {
             return cell;
@@ -169,9 +169,7 @@ bool BTreeCursor::stopDamaged()
 
 bool BTreeCursor::acceptEntry(const BTreePage::Cell &cell)
 {
-    const qint64 fileSize = qint64(m_file.pageCount()) * m_file.pageSize();
-    if (!cell.isValid || cell.payloadSize > fileSize ||
-        (m_isTable && m_hasLowerBound && cell.rowid <= m_lowerBound)) {
+    if (!cell.isValid || (m_isTable && m_hasLowerBound && cell.rowid <= m_lowerBound)) {
         return stopDamaged();
     }
     m_cell = cell;
@@ -228,63 +226,65 @@ QByteArray BTreeCursor::payload()
 }
 
 PageOwners::PageOwners(const DatabaseFile &file, const std::vector<bool> &pages)
-    : m_file(file), m_pages(pages), m_owners(pages.size())
+    : m_file(file), m_pages(pages), m_owners(pages.size()), m_ownsPageOfSet(1)
 {
 }
 
-bool PageOwners::ownsPageOfSet(quint32 rootPage)
+PageOwners::Answer PageOwners::ask(quint32 rootPage)
 {
     m_tree += 2;
-    m_toVisit.clear();
-    if (visit(rootPage, false)) {
-        return true;
-    }
+    m_answer = {};
+    visit(rootPage, false);
     BTreePage page;
     while (!m_toVisit.empty()) {
         const quint32 number = m_toVisit.back();
         m_toVisit.pop_back();
+        // A page that cannot be read has no links; the file remembers the failure.
         if (m_owners[number] == m_tree) {
-            // A page that cannot be read has no links; the file remembers the failure.
-            if (page.read(m_file, number) && visitLinks(page)) {
-                return true;
+            if (page.read(m_file, number)) {
+                visitLinks(page);
             }
         } else {
             char next[4];
-            if (m_file.read(number, next, sizeof next) && visit(numberAt(next), true)) {
-                return true;
+            if (m_file.read(number, next, sizeof next)) {
+                visit(numberAt(next), true);
             }
         }
     }
-    return false;
+    m_ownsPageOfSet.push_back(m_answer.ownsPageOfSet);
+    return m_answer;
 }
 
-bool PageOwners::visitLinks(const BTreePage &page)
+void PageOwners::visitLinks(const BTreePage &page)
 {
     if (!page.isBTreePage()) {
-        return false;
+        return;
     }
     for (int index = 0; index < page.cellCount(); ++index) {
         const BTreePage::Cell cell = page.cell(index);
-        if (visit(cell.leftChild, false) || visit(cell.overflowPage, true)) {
-            return true;
-        }
+        visit(cell.leftChild, false);
+        visit(cell.overflowPage, true);
     }
-    return !page.isLeaf() && visit(page.rightChild(), false);
+    if (!page.isLeaf()) {
+        visit(page.rightChild(), false);
+    }
 }
 
-/// @return true when the page is of the set, or something else owns it
-bool PageOwners::visit(quint32 page, bool isOverflow)
+void PageOwners::visit(quint32 page, bool isOverflow)
 {
     if (page == 0 || page >= m_pages.size()) {
-        return false;
+        return;
     }
-    const quint32 owner = isOverflow ? m_tree + 1 : m_tree;
-    if (m_pages[page] || (m_owners[page] != 0 && m_owners[page] != owner)) {
-        return true;
-    }
-    if (m_owners[page] == 0) {
-        m_owners[page] = owner;
+    const quint32 visitor = isOverflow ? m_tree + 1 : m_tree;
+    const quint32 owner = m_owners[page];
+    if (owner == 0) {
+        m_owners[page] = visitor;
         m_toVisit.push_back(page);
+        m_answer.ownsPageOfSet = m_answer.ownsPageOfSet || m_pages[page];
+    } else if (owner != visitor) {
+        // Where the page leads to is known from its owner, when that has read it as the same kind.
+        const bool isKnown = owner / 2 != m_tree / 2 && owner % 2 == visitor % 2;
+        m_answer.sharesPages = true;
+        m_answer.ownsPageOfSet = m_answer.ownsPageOfSet || !isKnown || m_ownsPageOfSet[owner / 2];
     }
-    return false;
 }

@@ -118,22 +118,29 @@ private:
 class PageOwners
 {
 public:
+    struct Answer {
+        bool ownsPageOfSet = false; ///< also when that cannot be ruled out
+        bool sharesPages = false;   ///< another tree that was asked for before has a page of it
+    };
+
     /// @param file whose trees are looked at
     /// @param pages the set, by page number; the file has no pages beyond it
     PageOwners(const DatabaseFile &file, const std::vector<bool> &pages);
 
     /// Follows all that could be a link from page to page: in a damaged tree too, every page is
-    /// looked at that SQLite could read for it.
-    /// @return true also when another tree owns a page of this one, as in a damaged file
-    bool ownsPageOfSet(quint32 rootPage);
+    /// looked at that SQLite could read for it. All trees together take one look at every page.
+    Answer ask(quint32 rootPage);
 
 private:
-    bool visit(quint32 page, bool isOverflow);
-    bool visitLinks(const BTreePage &page);
+    void visit(quint32 page, bool isOverflow);
+    void visitLinks(const BTreePage &page);
 
     const DatabaseFile &m_file;
     const std::vector<bool> &m_pages;
-    std::vector<quint32> m_owners; ///< by page; 0 for a page that no tree has
-    quint32 m_tree = 0; ///< the current owner of b-tree pages; of overflow pages one more
+    /// By page: 0 where no tree is known, or the tree's number; for an overflow page one more.
+    std::vector<quint32> m_owners;
+    std::vector<bool> m_ownsPageOfSet; ///< by tree
+    Answer m_answer;                   ///< on the current tree
+    quint32 m_tree = 0;                ///< its number, an even one
     std::vector<quint32> m_toVisit;
 };

@@ -96,7 +96,8 @@ std::vector<bool> differentPages(const DatabaseFile &before, const DatabaseFile 
     return differ;
 }
 
-/// Reads two records piece by piece. The pieces of the two need not be of the same size.
+/// Reads two records piece by piece. The pieces of the two need not be of the same size. Damage is
+/// left to the next step of the cursors, which then fails.
 bool haveEqualPayload(BTreeCursor &before, BTreeCursor &after)
 {
     if (before.payloadSize() != after.payloadSize()) {
@@ -122,7 +123,7 @@ bool haveEqualPayload(BTreeCursor &before, BTreeCursor &after)
             afterBytes = after.nextPiece(afterSize);
         }
     }
-    return !before.isDamaged() && !after.isDamaged();
+    return true;
 }
 
 enum class Entries {
@@ -169,30 +170,29 @@ public:
 
     DatabaseDifferences run()
     {
-        if (!m_before.readError().isEmpty() || !m_after.readError().isEmpty()) {
-            return failure();
+        if (readError().isEmpty()) {
+            const std::vector<bool> differ = differentPages(m_before, m_after);
+            if (std::find(differ.begin(), differ.end(), true) != differ.end()) {
+                compareContents(differ);
+            }
         }
-        const std::vector<bool> differ = differentPages(m_before, m_after);
-        const bool anyDiffers = std::find(differ.begin(), differ.end(), true) != differ.end();
-        if (anyDiffers) {
-            compareContents(differ);
+        if (readError().isEmpty()) {
+            return m_differences;
         }
-        const bool failed = !m_before.readError().isEmpty() || !m_after.readError().isEmpty() ||
-                            !m_values.readError().isEmpty();
-        return failed ? failure() : m_differences;
+        DatabaseDifferences failure;
+        failure.readError = readError();
+        return failure;
     }
 
 private:
-    DatabaseDifferences failure() const
+    QString readError() const
     {
-        DatabaseDifferences differences;
-        for (const QString &error :
-             {m_before.readError(), m_after.readError(), m_values.readError()}) {
-            if (differences.readError.isEmpty()) {
-                differences.readError = error;
+        for (const QString &error : {m_before.readError(), m_after.readError()}) {
+            if (!error.isEmpty()) {
+                return error;
             }
         }
-        return differences;
+        return m_values.readError();
     }
 
     void compareContents(const std::vector<bool> &differ)
@@ -206,18 +206,14 @@ private:
         m_differences.settings = differentSettings(m_before, m_after);
         const QVector<CommonObject> objects = compareSchemas(*before, *after);
         PageOwners owners(m_before, differ);
-        const auto mayDiffer = [&](const CommonObject &object) {
-            return object.before.rootPage != object.after.rootPage ||
-                   (object.before.rootPage != 0 && owners.ownsPageOfSet(object.before.rootPage));
-        };
         for (const CommonObject &object : objects) {
-            if (object.before.object.type == "table" && mayDiffer(object)) {
-                compareTable(object);
+            if (object.before.object.type == "table") {
+                compareTable(object, owners);
             }
         }
         for (const CommonObject &object : objects) {
-            if (object.before.object.type != "table" && mayDiffer(object)) {
-                compareIndex(object);
+            if (object.before.object.type != "table") {
+                compareIndex(object, owners);
             }
         }
     }
@@ -269,32 +265,44 @@ private:
         return redefined;
     }
 
-    void compareTable(const CommonObject &table)
+    void compareTable(const CommonObject &table, PageOwners &owners)
     {
         const QByteArray &name = table.before.object.name;
-        Entries entries = compareTrees(table);
-        if (entries == Entries::OtherBytes && !table.isRedefined && m_values.haveEqualRows(name)) {
-            entries = Entries::Equal;
-        }
-        if (entries != Entries::Equal) {
+        const Entries entries = compareTrees(table, owners);
+        // The same bytes may be other values under another definition. A virtual table has no tree
+        // and is not read.
+        const bool haveToBeRead =
+            entries == Entries::OtherBytes ||
+            (entries == Entries::Equal && table.isRedefined && table.before.rootPage != 0);
+        if (entries == Entries::Different || (haveToBeRead && !m_values.haveEqualRows(name))) {
             m_differences.tables << name;
             m_differentTables.insert(name);
         }
     }
 
-    void compareIndex(const CommonObject &index)
+    void compareIndex(const CommonObject &index, PageOwners &owners)
     {
         if (!m_differentTables.contains(index.before.object.table) &&
-            compareTrees(index) != Entries::Equal) {
+            compareTrees(index, owners) != Entries::Equal) {
             m_differences.indexes << index.before.object.name;
         }
     }
 
-    Entries compareTrees(const CommonObject &object) const
+    Entries compareTrees(const CommonObject &object, PageOwners &owners) const
     {
-        return compareEntries(
-            BTreeCursor(m_before, object.before.rootPage),
-            BTreeCursor(m_after, object.after.rootPage));
+        const quint32 before = object.before.rootPage;
+        const quint32 after = object.after.rootPage;
+        if (before == 0 && after == 0) {
+            return Entries::Equal;
+        }
+        const PageOwners::Answer answer = owners.ask(before);
+        if (before == after && !answer.ownsPageOfSet) {
+            return Entries::Equal;
+        }
+        // Trees with common pages are damaged, and could be read once for every table.
+        return answer.sharesPages
+                   ? Entries::Different
+                   : compareEntries(BTreeCursor(m_before, before), BTreeCursor(m_after, after));
     }
 
     DatabaseFile m_before;

@@ -33,7 +33,8 @@ struct DatabaseDifferences {
     QVector<SchemaObject> objectsOnlyBefore;
     QVector<SchemaObject> objectsOnlyAfter;
 
-    /// Tables of both whose rows differ, or cannot be read and own a page that differs.
+    /// Tables of both whose rows differ, or cannot be read and own a page that differs. The values
+    /// of a table with another definition are compared column by column, in the order of both.
     QByteArrayList tables;
 
     /// Indexes of both, on tables that do not differ, whose entries do: one of them is damaged.

@@ -46,7 +46,13 @@ QString DeviceLog::newIn() const
 
 void DeviceLog::cutBack()
 {
-    if (m_file.isOpen() && ftruncate(m_file.get(), m_length) == 0) {
+    if (!m_file.isOpen()) {
+        return;
+    }
+    if (m_isNew) {
+        unlink(QFile::encodeName(QFileInfo(m_path).canonicalFilePath()).constData());
+        m_file.close();
+    } else if (ftruncate(m_file.get(), m_length) == 0) {
         m_file.close();
     }
 }

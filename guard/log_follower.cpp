@@ -5,12 +5,26 @@
 #include <QFile>
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <utility>
+
+namespace
+{
+/// @return not open when there is no file yet, or something that is none and might never end
+Descriptor openFile(const QString &path)
+{
+    Descriptor file(open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat status;
+    const bool isFile = file.isOpen() && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
+    return isFile ? std::move(file) : Descriptor();
+}
+} // namespace
 
 LogFollower::LogFollower(const QString &path) : m_path(path) {}
 
 void LogFollower::skipToEnd()
 {
-    m_file = Descriptor(open(QFile::encodeName(m_path).constData(), O_RDONLY | O_CLOEXEC));
+    m_file = openFile(m_path);
     if (m_file.isOpen()) {
         lseek(m_file.get(), 0, SEEK_END);
     }
@@ -19,7 +33,7 @@ void LogFollower::skipToEnd()
 void LogFollower::readOn()
 {
     if (!m_file.isOpen()) {
-        m_file = Descriptor(open(QFile::encodeName(m_path).constData(), O_RDONLY | O_CLOEXEC));
+        m_file = openFile(m_path);
     }
     char piece[8192];
     ssize_t size = 0;

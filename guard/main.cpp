@@ -43,11 +43,10 @@ int showVersion(const DevicePaths &device)
     return exitStatus(Status::Success);
 }
 
-/// Starts the guard again in a memory of its own, where there is enough of it.
-/// @return the exit status of that run, nothing when this process has to do the work
-std::optional<int> runInOwnMemory(const DevicePaths &device, const CommandLine &line)
+/// @return the size of a memory of the guard's own, nothing when staging has to be on the disk
+std::optional<qint64> ownMemorySize(const DevicePaths &device, const CommandLine &line)
 {
-    const bool possible = line.stagingDirectory.isEmpty() && !device.database.isEmpty() &&
+    const bool possible = line.stagingDirectory.isEmpty() && QFileInfo(device.database).isFile() &&
                           !bubblewrapPath().isEmpty();
     if (!possible) {
         return std::nullopt;
@@ -58,9 +57,7 @@ std::optional<int> runInOwnMemory(const DevicePaths &device, const CommandLine &
         return std::nullopt;
     }
     // The root of the file system takes a page itself.
-    return ownMemory::runInside(
-        room + limits::mebibyte,
-        QStringList(QString("--") + insideOwnMemoryOption) + QCoreApplication::arguments().mid(1));
+    return room + limits::mebibyte;
 }
 
 int run(const QString &application, const DevicePaths &device, const CommandLine &line)
@@ -78,12 +75,17 @@ int run(const QString &application, const DevicePaths &device, const CommandLine
         tell("no program that can be started in " + application);
         return exitStatus(Status::NothingChanged);
     }
-    if (!line.insideOwnMemory) {
-        if (const std::optional<int> status = runInOwnMemory(device, line)) {
+    MigrationOptions options;
+    const std::optional<qint64> size =
+        line.insideOwnMemory ? std::nullopt : ownMemorySize(device, line);
+    if (size) {
+        const QStringList arguments = QStringList(QString("--") + insideOwnMemoryOption) +
+                                      QCoreApplication::arguments().mid(1);
+        if (const std::optional<int> status = ownMemory::runInside(*size, arguments)) {
             return *status;
         }
+        options.noNamespaces = true;
     }
-    MigrationOptions options;
     options.target = *target;
     options.strict = line.strict;
     options.keepDatabase = line.keepDatabase;

@@ -1,8 +1,10 @@
 #include "guard/migration.h"
 #include "guard/attempt.h"
 #include "guard/bubblewrap.h"
+#include "guard/commit.h"
 #include "guard/comparison.h"
 #include "guard/device_log.h"
+#include "guard/direct_run.h"
 #include "guard/directory_lock.h"
 #include "guard/kept_database.h"
 #include "guard/limits.h"
@@ -17,42 +19,16 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include <cerrno>
-#include <cstring>
-
 namespace
 {
 using Place = Staging::Place;
 using FailureKind = DatabaseFailure::Kind;
-
-QString systemText(int error)
-{
-    return QString::fromLocal8Bit(std::strerror(error));
-}
 
 std::optional<int> versionOfStaged(const QString &database)
 {
     SqliteConnection connection;
     connection.open(database, SQLITE_OPEN_READWRITE);
     return recordedVersion(connection);
-}
-
-std::optional<int> versionOfReal(const QString &database)
-{
-    if (database.isEmpty()) {
-        return std::nullopt;
-    }
-    WaitBudget noWaiting(0);
-    RealDatabase real(database, noWaiting);
-    real.open();
-    return recordedVersion(real.connection());
-}
-
-/// What tells that a file was written to, without reading it.
-QString stampOf(const QString &file)
-{
-    const QFileInfo info(file);
-    return QString("%1 %2").arg(info.size()).arg(info.lastModified().toMSecsSinceEpoch());
 }
 
 /// One run, from the lock to the record of how it ended.
@@ -73,8 +49,6 @@ private:
     Try runProgram(RealDatabase &database, const Staging &staging);
     Try accept(RealDatabase &database, const Staging &staging, const QByteArray &log);
     Try commit(RealDatabase &database, const Staging &staging, const QByteArray &log);
-    int flushDirectories(const RealDatabase &database, const DeviceLog &log) const;
-    void finishCommit();
 
     Try withoutStaging(Place place, const QString &detail);
     Try directly(const QString &reason, const QString &detail = QString());
@@ -87,13 +61,11 @@ private:
     bool versionChanges() const { return m_record.from != m_record.to; }
     QString stagingParent(Place place) const;
     void noteFailure();
-    void runOnRealDatabase();
 
     const DevicePaths &m_device;
     const MigrationOptions &m_options;
     WaitBudget m_budget;
     DirectoryLock m_lock;
-    KeptDatabase m_kept;
     std::optional<Attempt> m_earlier;
     Attempt m_attempt;
     QByteArrayList m_poolFiles;
@@ -106,7 +78,7 @@ private:
 };
 
 Migration::Migration(const DevicePaths &device, const MigrationOptions &options)
-    : m_device(device), m_options(options), m_budget(options.waitSeconds), m_kept(device.kept)
+    : m_device(device), m_options(options), m_budget(options.waitSeconds)
 {
     m_record.target = options.target;
 }
@@ -115,7 +87,7 @@ RunRecord Migration::run()
 {
     if (m_device.databases.isEmpty()) {
         if (directly("no-database") == Try::RunDirectly) {
-            runOnRealDatabase();
+            runUnguarded(m_device, m_options.target, &m_record);
         }
         return m_record;
     }
@@ -127,7 +99,7 @@ RunRecord Migration::run()
         return m_record;
     case DirectoryLock::Result::Impossible:
         if (directly("no-lock") == Try::RunDirectly) {
-            runOnRealDatabase();
+            runUnguarded(m_device, m_options.target, &m_record);
         }
         return m_record;
     }
@@ -135,7 +107,7 @@ RunRecord Migration::run()
     m_databaseInOrder = lastMigration.databaseInOrder();
     Staging::remove(m_device.staging);
     if (runLocked() == Try::RunDirectly) {
-        runOnRealDatabase();
+        runUnguarded(m_device, m_options.target, &m_record);
     }
     if (!m_noteStays) {
         QFile::remove(m_device.attempt);
@@ -154,8 +126,15 @@ Migration::Try Migration::runLocked()
     if (m_device.database.isEmpty()) {
         return directly("no-database");
     }
+    if (!QFileInfo(m_device.database).isFile()) {
+        return directly("not-copied", "not a file");
+    }
     if (bubblewrapPath().isEmpty()) {
         return directly("no-bubblewrap");
+    }
+    if (m_options.noNamespaces) {
+        // Nothing is copied to the disk at every start for a program that could not be started then.
+        return directly("no-namespaces");
     }
     return runGuarded();
 }
@@ -294,72 +273,22 @@ Migration::Try Migration::accept(
 Migration::Try Migration::commit(
     RealDatabase &database, const Staging &staging, const QByteArray &log)
 {
-    m_record.kept = m_keep && versionChanges();
-    if (m_record.kept) {
-        const int error =
-            m_kept.prepare(staging.original(), durable::ownershipOf(m_device.database));
-        if (error != 0) {
-            tell("the database of before is not kept: " + systemText(error));
-            m_kept.discard();
-            m_record.kept = false;
-        }
-    }
     m_attempt.poolFiles = stagedPool::deletedFiles(m_poolFiles, staging.pool());
-    if (!m_attempt.poolFiles.isEmpty()) {
-        m_attempt.schemaCookie = database.schemaCookie();
-        if (m_attempt.write(m_device.attempt, true) != 0) {
-            return takeCommitFailure({FailureKind::NoRoom, "for the note of the run"});
-        }
+    const bool keep = m_keep && versionChanges();
+    const CommitEnd end = commitResult(
+        database, m_device, {staging.original(), staging.database(), log, keep, m_attempt});
+    m_record.kept = end.kept;
+    m_flushDirectory = m_flushDirectory || end.kept;
+    if (!end.failure) {
+        return Try::Ended;
     }
-    DeviceLog deviceLog(m_device.log);
-    const RealDatabase::Failure failure =
-        database.replaceContent(staging.database(), [&]() -> RealDatabase::Failure {
-            int error = deviceLog.append(log, true);
-            if (error == 0) {
-                error = flushDirectories(database, deviceLog);
-            }
-            if (error == 0) {
-                return std::nullopt;
-            }
-            const bool noRoom = error == ENOSPC || error == EDQUOT;
-            return DatabaseFailure{
-                noRoom ? FailureKind::NoRoom : FailureKind::Unreadable,
-                "log: " + systemText(error)};
-        });
-    if (failure && failure->kind != FailureKind::NotFlushed) {
-        deviceLog.cutBack();
-        return takeCommitFailure(*failure);
+    if (end.failure->kind != FailureKind::NotFlushed) {
+        return takeCommitFailure(*end.failure);
     }
-    if (failure) {
-        m_record.status = Status::LookAtIt;
-        m_record.reason = "not-flushed";
-        m_record.detail = failure->text;
-    }
-    finishCommit();
+    m_record.status = Status::LookAtIt;
+    m_record.reason = "not-flushed";
+    m_record.detail = end.failure->text;
     return Try::Ended;
-}
-
-int Migration::flushDirectories(const RealDatabase &database, const DeviceLog &log) const
-{
-    // SQLite flushes the directory of a new journal before it writes the first page.
-    const bool journalIsBeside =
-        QFileInfo(m_device.database).absolutePath() == m_device.databases &&
-        !database.hasWriteAheadLog();
-    const int error = journalIsBeside ? 0 : durable::flushDirectory(m_device.databases);
-    const QString newLogIn = log.newIn();
-    if (error != 0 || newLogIn.isEmpty() || newLogIn == m_device.databases) {
-        return error;
-    }
-    return durable::flushDirectory(newLogIn);
-}
-
-void Migration::finishCommit()
-{
-    if (m_record.kept) {
-        m_record.kept = m_kept.accept();
-        m_flushDirectory = true;
-    }
-    stagedPool::deleteFiles(m_device.pool, m_attempt.poolFiles);
 }
 
 Migration::Try Migration::withoutStaging(Place place, const QString &detail)
@@ -408,7 +337,6 @@ Migration::Try Migration::takeCopyFailure(const DatabaseFailure &failure, Place 
 
 Migration::Try Migration::takeCommitFailure(const DatabaseFailure &failure)
 {
-    m_kept.discard();
     switch (failure.kind) {
     case FailureKind::Written:
         return Try::WrittenMeanwhile;
@@ -472,24 +400,6 @@ void Migration::noteFailure()
     m_attempt.poolFiles.clear();
     m_attempt.schemaCookie = -1;
     m_noteStays = m_attempt.write(m_device.attempt, false) == 0;
-}
-
-void Migration::runOnRealDatabase()
-{
-    const QString before = stampOf(m_device.database);
-    if (!m_record.from) {
-        m_record.from = versionOfReal(m_device.database);
-    }
-    const ProgramRun run = runDirectly(m_device, m_options.target);
-    // The program may have made the database.
-    const QString database = m_device.database.isEmpty() && !m_device.databases.isEmpty()
-                                 ? m_device.databases + "/" + databaseName
-                                 : m_device.database;
-    m_record.to = versionOfReal(database);
-    m_record.changed = stampOf(m_device.database) != before || m_record.from != m_record.to;
-    const bool nothingToLose =
-        m_record.reason == "no-database" && run.end == ProgramRun::End::Whole;
-    m_record.status = nothingToLose ? Status::Success : Status::LookAtIt;
 }
 } // namespace
 

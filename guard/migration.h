@@ -8,11 +8,12 @@
 /// What the caller asks of a run.
 struct MigrationOptions {
     int target = 0;
-    bool strict = false;      ///< nothing rather than something to look at
-    bool keepDatabase = true; ///< keep the database of before
-    int waitSeconds = 0;      ///< for locks of others, in all
-    QString memoryStaging;    ///< an empty directory in memory that is this run's own, or empty
-    QString stagingParent;    ///< a directory that the caller named for staging, or empty
+    bool strict = false;       ///< nothing rather than something to look at
+    bool keepDatabase = true;  ///< keep the database of before
+    int waitSeconds = 0;       ///< for locks of others, in all
+    bool noNamespaces = false; ///< bubblewrap was tried, and could not make a place for a program
+    QString memoryStaging;     ///< an empty directory in memory that is this run's own, or empty
+    QString stagingParent;     ///< a directory that the caller named for staging, or empty
 };
 
 /// Migrates the device's database in one transaction, or not at all.

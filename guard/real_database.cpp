@@ -144,7 +144,7 @@ RealDatabase::Failure RealDatabase::replaceContent(
     if (!(identity() == m_copiedIdentity)) {
         return DatabaseFailure{DatabaseFailure::Kind::Replaced, "the database was replaced"};
     }
-    if (const Failure ended = underLock()) {
+    if (Failure ended = underLock()) {
         return ended;
     }
     result = backup.step(-1);

@@ -51,7 +51,7 @@ void print(const QStringList &lines)
     }
 }
 
-RunRecord nothingChangedBy(RunRecord record, const DatabaseFailure &failure)
+RunRecord nothingChangedBy(const RunRecord &record, const DatabaseFailure &failure)
 {
     switch (failure.kind) {
     case DatabaseFailure::Kind::Locked:

@@ -21,6 +21,8 @@ const QRegularExpression failureOfAStep(
 
 const QRegularExpression success("\\bto version (\\d+) (was successful|completed successfully)");
 
+const QRegularExpression closing("\\b(to|from) version \\d");
+
 /// Between these lines are the steps of a run.
 const char *const openingLine = "*****Beginning database migration from version: ";
 const char *const closingLine = "*****Updating version in DB to: ";
@@ -43,9 +45,7 @@ bool tellsOfLackOfRoom(const QByteArray &line)
 
 bool closesAStep(const QByteArray &line)
 {
-    const QString text = QString::fromUtf8(line);
-    return success.match(text).hasMatch() || line.startsWith("Reverting from version ") ||
-           isFailureOfAStep(line);
+    return !line.startsWith('*') && closing.match(QString::fromUtf8(line)).hasMatch();
 }
 
 bool hasFailedStep(const QByteArray &text, int from, int to)

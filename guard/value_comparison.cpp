@@ -58,6 +58,14 @@ QByteArray storedBytes(sqlite3_stmt *row, int column, bool isUtf16)
         static_cast<const char *>(sqlite3_column_blob(row, column)), size);
 }
 
+/// As bits, 0.0 is not -0.0.
+quint64 bitsOf(double number)
+{
+    quint64 bits = 0;
+    std::memcpy(&bits, &number, sizeof bits);
+    return bits;
+}
+
 bool haveEqualValue(sqlite3_stmt *before, sqlite3_stmt *after, int column, bool isUtf16)
 {
     const int type = sqlite3_column_type(before, column);
@@ -68,10 +76,8 @@ bool haveEqualValue(sqlite3_stmt *before, sqlite3_stmt *after, int column, bool 
         return sqlite3_column_int64(before, column) == sqlite3_column_int64(after, column);
     }
     if (type == SQLITE_FLOAT) {
-        const double numbers[] = {
-            sqlite3_column_double(before, column), sqlite3_column_double(after, column)};
-        // As bytes: 0.0 is not -0.0.
-        return std::memcmp(&numbers[0], &numbers[1], sizeof(double)) == 0;
+        return bitsOf(sqlite3_column_double(before, column)) ==
+               bitsOf(sqlite3_column_double(after, column));
     }
     return type == SQLITE_NULL ||
            storedBytes(before, column, isUtf16) == storedBytes(after, column, isUtf16);
@@ -96,8 +102,7 @@ ValueComparison::ValueComparison(const QString &before, const QString &after)
 
 bool ValueComparison::haveEqualRows(const QByteArray &table)
 {
-    // SQLite would read a shorter name.
-    if (table.contains('\0') || !open(m_before, m_beforePath) || !open(m_after, m_afterPath)) {
+    if (!open(m_before, m_beforePath) || !open(m_after, m_afterPath)) {
         return false;
     }
     const Statement before = prepareRows(m_before.get(), table);

@@ -17,9 +17,9 @@ public:
 
     /// Compares the rows one by one in the order in which they are stored. Computed columns that
     /// are not stored are left out, so that nothing in the schema is evaluated.
-    /// @param table a table that has the same definition in both databases
-    /// @return true when the tables have as many rows and every value has the same storage class and
-    /// the same bytes; false also when a table cannot be read
+    /// @param table a table of both databases
+    /// @return true when the tables have as many rows and columns, and every value has the same
+    /// storage class and the same bytes; false also when a table cannot be read
     bool haveEqualRows(const QByteArray &table);
 
     /// @return the first failure of the disk or the memory, empty when there was none

@@ -117,6 +117,7 @@ private slots:
     void compares();
     void readsRowsOfDamagedFiles_data();
     void readsRowsOfDamagedFiles();
+    void readsFilesThatEndEarly();
     void tellsWhyItCannotRead();
     void tellsFilesThatAreNoDatabases();
     void takesEmptyFilesForDatabases();
@@ -125,12 +126,16 @@ private slots:
     void readsUntouchedTablesForTheirPagesOnly();
     void holdsNoValueInFull();
     void comparesManyTables();
+    void readsATreeOfManyTablesOnce();
     void findsWhatWasPlanted_data();
     void findsWhatWasPlanted();
     void missesNoDamage();
 
 private:
     static constexpr int seedsOfARow = 50;
+
+    /// @return how many of the random databases are looked at
+    static int seeds(int sample) { return qEnvironmentVariableIsSet("CAMPAIGN") ? 20000 : sample; }
 
     QString told(int seed, const QStringList &expected) const
     {
@@ -208,8 +213,10 @@ void ComparisonTest::compares_data()
         equal);
     add("objects may be listed in another order",
         "",
-        "CREATE TABLE a (x); CREATE TABLE b (x); CREATE INDEX i ON a (x); CREATE VIEW v AS SELECT 1",
-        "CREATE VIEW v AS SELECT 1; CREATE TABLE b (x); CREATE TABLE a (x); CREATE INDEX i ON a (x)",
+        "CREATE TABLE a (x); CREATE TABLE b (x); CREATE INDEX i ON a (x);"
+        "CREATE VIEW v AS SELECT 1",
+        "CREATE VIEW v AS SELECT 1; CREATE TABLE b (x); CREATE TABLE a (x);"
+        "CREATE INDEX i ON a (x)",
         equal);
     add("a built index is equal to one that grew",
         many,
@@ -259,6 +266,7 @@ void ComparisonTest::compares_data()
         "UPDATE t SET a = 1e999",
         "UPDATE t SET a = 1.7976931348623157e308",
         rows);
+    add("0.0 is not -0.0", t, "UPDATE t SET a = 0.0", "UPDATE t SET a = -0.0", rows);
     add("what comes after a NUL counts",
         t,
         "UPDATE t SET b = CAST(x'410042' AS TEXT)",
@@ -274,11 +282,10 @@ void ComparisonTest::compares_data()
         "UPDATE t SET b = CAST(x'00D8' AS TEXT)",
         "UPDATE t SET b = CAST(x'01D8' AS TEXT)",
         rows);
-    add("halves of UTF-16 characters count where a default is not stored",
-        "PRAGMA encoding='UTF-16le'; CREATE TABLE t (b); INSERT INTO t VALUES (1);"
-        "ALTER TABLE t ADD COLUMN c DEFAULT 1",
-        "UPDATE t SET b = CAST(x'00D8' AS TEXT), c = c",
-        "UPDATE t SET b = CAST(x'01D8' AS TEXT), c = c",
+    add("bytes that are read as the same UTF-16 character count",
+        "PRAGMA encoding='UTF-16le';" + t,
+        "UPDATE t SET b = CAST(x'00D84100' AS TEXT)",
+        "UPDATE t SET b = CAST(x'00D84104' AS TEXT)",
         rows);
     add("another rowid is found", t, "", "UPDATE t SET rowid = 7 WHERE a = 2", rows);
     add("another rowid is found where no column can tell it",
@@ -380,6 +387,21 @@ void ComparisonTest::compares_data()
         "CREATE TABLE t (a DEFAULT 1); INSERT INTO t VALUES (1)",
         "CREATE TABLE t (a, b); INSERT INTO t VALUES (1, 1)",
         {"before: table t", "after: table t", "rows: t"});
+    add("another default of rows that do not store it is found",
+        "CREATE TABLE t (a); INSERT INTO t VALUES (1)",
+        "ALTER TABLE t ADD COLUMN b DEFAULT 1",
+        "ALTER TABLE t ADD COLUMN b DEFAULT 2",
+        {"before: table t", "after: table t", "rows: t"});
+    add("a default that is stored under another definition is equal",
+        "CREATE TABLE t (a); INSERT INTO t VALUES (1); ALTER TABLE t ADD COLUMN b DEFAULT 1",
+        "",
+        "DROP TABLE t; CREATE TABLE t (a, b); INSERT INTO t VALUES (1, 1)",
+        {"before: table t", "after: table t"});
+    add("tables whose root pages were exchanged are found",
+        t + "CREATE TABLE u (a, b); INSERT INTO u VALUES (3, 'z')",
+        "",
+        "PRAGMA writable_schema=ON; UPDATE sqlite_schema SET rootpage = 5 - rootpage",
+        {"rows: t", "rows: u"});
     add("a blank in a definition counts",
         "",
         "CREATE TABLE t (a)",
@@ -412,6 +434,28 @@ void ComparisonTest::compares_data()
         "INSERT INTO \"Fläche\" VALUES (1)",
         {"rows: Fläche"});
 
+    const auto addSchemaRow = [](const QByteArray &rootPage, const QByteArray &sql) {
+        return "PRAGMA writable_schema=ON; INSERT INTO sqlite_schema VALUES ('view', 'v', 'v', " +
+               rootPage + ", " + sql + ")";
+    };
+    const QStringList otherView = {"before: view v", "after: view v"};
+    add("halves of UTF-16 characters count in a definition",
+        "PRAGMA encoding='UTF-16le';" + t,
+        addSchemaRow("0", "CAST(x'00D8' AS TEXT)"),
+        addSchemaRow("0", "CAST(x'01D8' AS TEXT)"),
+        otherView);
+    add("no definition is not an empty one",
+        t,
+        addSchemaRow("0", "NULL"),
+        addSchemaRow("0", "''"),
+        otherView);
+    add("a schema row that holds a BLOB is damage",
+        t,
+        "",
+        addSchemaRow("0", "x'41'"),
+        {"schema damaged"});
+    add("a negative root page is damage", t, "", addSchemaRow("-1", "''"), {"schema damaged"});
+
     // Settings
     add("the user version counts", t, "", "PRAGMA user_version=7", {"user_version"});
     add("the application id counts", t, "", "PRAGMA application_id=7", {"application_id"});
@@ -443,6 +487,13 @@ void ComparisonTest::compares_data()
         "",
         "CREATE TABLE x AS SELECT * FROM t; DROP TABLE x; VACUUM",
         equal);
+
+    add("a virtual table with another definition is not read",
+        "CREATE VIRTUAL TABLE v USING fts5(x); PRAGMA writable_schema=ON;",
+        "",
+        "PRAGMA writable_schema=ON; UPDATE sqlite_schema SET sql = "
+        "'CREATE VIRTUAL TABLE v USING missing' WHERE name = 'v'",
+        {"before: table v", "after: table v"});
 
     // What SQLite cannot prepare or must not run
     add("a table with an unknown collation may be moved",
@@ -482,9 +533,8 @@ void ComparisonTest::compares_data()
         "",
         "UPDATE t SET c = c",
         equal);
-    const QByteArray addFailingColumn =
-        "PRAGMA writable_schema=ON; UPDATE sqlite_schema SET sql = "
-        "'CREATE TABLE t (a, c DEFAULT 1, b AS (abs(a)))'";
+    const QByteArray addFailingColumn = "PRAGMA writable_schema=ON; UPDATE sqlite_schema SET sql = "
+                                        "'CREATE TABLE t (a, c DEFAULT 1, b AS (abs(a)))'";
     add("an expression of the schema is not evaluated",
         "CREATE TABLE t (a); INSERT INTO t VALUES (-9223372036854775808);"
         "ALTER TABLE t ADD COLUMN c DEFAULT 1",
@@ -558,8 +608,57 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
     add("damage after is a difference", small, "", After, "t", 0, noPageType, onlyT);
     add("a damaged table that was moved differs", small, moved, Both, "t", 0, noPageType, onlyT);
     add("a table's page in an index is damage", indexed, "", After, "i", 0, "\x0d", {"entries: i"});
+    add("a value is read from the table, not from an index that has all columns",
+        indexed,
+        "",
+        After,
+        "t",
+        -1,
+        "y",
+        onlyT);
+    add("an empty index in a table's page is damage",
+        "CREATE TABLE t (a); CREATE INDEX i ON t (a)",
+        "",
+        After,
+        "i",
+        0,
+        "\x0d",
+        {"entries: i"});
     add("another entry of an index is found", indexed, "", After, "i", -2, "y", {"entries: i"});
     add("a rowid that divides children wrongly is damage", deep, "", After, "t", -1, "\x7f", onlyT);
+    add("a rowid below those that it divides is damage",
+        deep,
+        "",
+        After,
+        "t",
+        -1,
+        QByteArray(1, '\0'),
+        onlyT);
+    // The last child is the page itself, and so is the first: its cell is moved there.
+    add("a tree that leads downwards without end is damage",
+        deep,
+        "",
+        After,
+        "t",
+        8,
+        QByteArray("\0\0\0\3\0\x08", 6),
+        onlyT);
+    add("a cell beyond the page's end is damage in a table that was moved",
+        small,
+        moved,
+        Both,
+        "t",
+        8,
+        "\x0f\xfe",
+        onlyT);
+    add("a value beyond the page's end is damage in a table that was moved",
+        small,
+        moved,
+        Both,
+        "t",
+        -5,
+        "\x7e",
+        onlyT);
     add("a child that the file has not is damage", deep, "", After, "t", 8, farPage, onlyT);
     add("a child that the file has not is no difference in both",
         deep,
@@ -585,6 +684,14 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         8,
         QByteArray("\0\0\0\2", 4),
         {"rows: other", "rows: t"});
+    add("a tree that leads to another one is no difference where no page of it differs",
+        deep + "CREATE TABLE u (a);",
+        "INSERT INTO u VALUES (1)",
+        Both,
+        "t",
+        8,
+        QByteArray("\0\0\0\2", 4),
+        {"rows: u"});
     add("more cells than the page has room for are damage",
         small,
         "",
@@ -618,6 +725,14 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         -4,
         QByteArray("\0\0\0\2", 4),
         {"rows: other", "rows: t"});
+    add("a tree whose first page is in another one's value is read all the same",
+        "CREATE TABLE a (x);" + deep.mid(other.size()) + "INSERT INTO a VALUES (zeroblob(20000))",
+        "UPDATE t SET a = 'y' WHERE rowid = 2000",
+        Both,
+        "a",
+        -4,
+        QByteArray("\0\0\0\3", 4),
+        onlyT);
     add("a damaged schema is a difference where a page differs",
         small,
         changed,
@@ -642,6 +757,22 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         100,
         "\x0a",
         schema);
+    add("an empty schema in an index's page is damage",
+        "PRAGMA user_version=1",
+        "",
+        After,
+        "sqlite_schema",
+        100,
+        "\x0a",
+        schema);
+    add("a schema whose last page the file has not is damage",
+        wideTable(2000) + wideTable(2000).replace("wide", "wider"),
+        "",
+        After,
+        "sqlite_schema",
+        108,
+        farPage,
+        schema);
     add("a header that SQLite does not accept is damage",
         small,
         "",
@@ -649,6 +780,14 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         "sqlite_schema",
         0,
         "s",
+        schema);
+    add("fractions of a page that SQLite does not accept are damage",
+        small,
+        "",
+        After,
+        "sqlite_schema",
+        21,
+        "A",
         schema);
     add("a page size that SQLite does not accept is damage",
         small,
@@ -695,6 +834,25 @@ void ComparisonTest::readsRowsOfDamagedFiles()
         damage(m_after);
     }
     QCOMPARE(differences(), expected);
+}
+
+void ComparisonTest::readsFilesThatEndEarly()
+{
+    const QByteArray value = "INSERT INTO t VALUES (zeroblob(4300) || 'x')";
+    make("CREATE TABLE t (a);" + value, "", "");
+    const QByteArray contents = contentsOf(m_after);
+    // The file's last page is the value's, and is not full: what is missing is read as zeros.
+    write(m_after, contents.left(contents.size() - 1));
+    QCOMPARE(differences(), QStringList());
+    const int unused = contents.size() - contents.lastIndexOf('x') - 1;
+    write(m_after, contents.left(contents.size() - unused));
+    QCOMPARE(differences(), QStringList());
+    write(m_after, contents.left(contents.size() - unused - 1));
+    QCOMPARE(differences(), QStringList("rows: t"));
+    write(m_after, contents.left(contents.size() - 4096));
+    QCOMPARE(differences(), QStringList("rows: t"));
+    write(m_before, contents.left(contents.size() - 4096));
+    QCOMPARE(differences(), QStringList());
 }
 
 void ComparisonTest::tellsWhyItCannotRead()
@@ -807,10 +965,26 @@ void ComparisonTest::comparesManyTables()
     QCOMPARE(differences(), QStringList({"before: table t5000", "rows: t7"}));
 }
 
+void ComparisonTest::readsATreeOfManyTablesOnce()
+{
+    make(
+        "CREATE TABLE t (a);" + numbersTo2000 +
+            "INSERT INTO t SELECT zeroblob(1000) FROM n; PRAGMA writable_schema=ON;" +
+            numbersTo2000 +
+            "INSERT INTO sqlite_schema SELECT 'table', 't' || i, 't' || i, 2, "
+            "'CREATE TABLE t' || i || ' (a)' FROM n",
+        "",
+        "DELETE FROM t WHERE rowid = 2000");
+    const qint64 size = contentsOf(m_before).size();
+    const qint64 begin = bytesRead();
+    QCOMPARE(differences().size(), 2001);
+    QVERIFY2(bytesRead() - begin < 6 * size, "read too much");
+}
+
 void ComparisonTest::findsWhatWasPlanted_data()
 {
     QTest::addColumn<int>("firstSeed");
-    for (int seed = 0; seed < 500; seed += seedsOfARow) {
+    for (int seed = 0; seed < seeds(500); seed += seedsOfARow) {
         QTest::addRow("seeds from %d", seed) << seed;
     }
 }
@@ -836,7 +1010,7 @@ void ComparisonTest::findsWhatWasPlanted()
         }
         QStringList found = differences();
         if (planted.value(0).startsWith("before: table")) {
-            // Rows of another definition are compared as they are stored.
+            // A new default changes the rows that do not store it; whether there are any is chance.
             found = found.mid(0, 2);
         }
         QVERIFY2(found == planted, qPrintable(told(seed, planted)));
@@ -845,8 +1019,15 @@ void ComparisonTest::findsWhatWasPlanted()
 
 void ComparisonTest::missesNoDamage()
 {
-    for (int seed = 0; seed < 300; ++seed) {
+    for (int seed = 0; seed < seeds(300); ++seed) {
         QRandomGenerator generator(static_cast<quint32>(seed));
+        const auto damage = [&](QByteArray &contents) {
+            const int bits = 1 + generator.bounded(20);
+            for (int bit = 0; bit < bits; ++bit) {
+                const int offset = generator.bounded(contents.size());
+                contents[offset] = static_cast<char>(contents[offset] ^ 1 << generator.bounded(8));
+            }
+        };
         QFile::remove(m_before);
         RandomContent content(static_cast<quint32>(seed));
         {
@@ -854,15 +1035,14 @@ void ComparisonTest::missesNoDamage()
             content.make(before);
         }
         QByteArray contents = contentsOf(m_before);
-        const int changes = 1 + generator.bounded(20);
-        for (int change = 0; change < changes; ++change) {
-            const int offset = generator.bounded(contents.size());
-            contents[offset] = static_cast<char>(contents[offset] ^ 1 << generator.bounded(8));
+        if (generator.bounded(2) == 0) {
+            damage(contents);
+            write(m_before, contents);
         }
+        damage(contents);
         write(m_after, contents);
         const bool isFound = !differences().isEmpty();
-        const bool isRead = allRows(m_before) == allRows(m_after);
-        QVERIFY2(isFound || isRead, qPrintable(told(seed, {})));
+        QVERIFY2(isFound || allRows(m_before) == allRows(m_after), qPrintable(told(seed, {})));
         write(m_before, contents);
         QCOMPARE(differences(), QStringList());
     }

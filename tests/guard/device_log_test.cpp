@@ -96,6 +96,12 @@ void DeviceLogTest::cutsBackWhenAsked()
     QCOMPARE(log.append("one\n", true), 0);
     log.cutBack();
     QCOMPARE(read(path()), QByteArray("before\n"));
+
+    QVERIFY(QFile::remove(path()));
+    DeviceLog newLog(path());
+    QCOMPARE(newLog.append("one\n", true), 0);
+    newLog.cutBack();
+    QVERIFY2(!QFile::exists(path()), "there was none before");
 }
 
 void DeviceLogTest::doesWithoutALogThatCannotBeOpened()

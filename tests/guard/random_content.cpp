@@ -1,7 +1,5 @@
 #include "guard/random_content.h"
 
-#include <QSet>
-
 #include <algorithm>
 #include <limits>
 
@@ -25,6 +23,12 @@ QByteArray placeholders(int count)
 {
     return QByteArrayList(QVector<QByteArray>(count, "?").toList()).join(", ");
 }
+/// Of ASCII: no other has a case for SQLite.
+bool isLetter(char byte)
+{
+    return (byte | 0x20) >= 'a' && (byte | 0x20) <= 'z';
+}
+
 int countStatistics(Database &database)
 {
     const QByteArray statistics = "sqlite_stat1";
@@ -315,8 +319,7 @@ QStringList RandomContent::plantInValue(Database &database, const Table &table)
     const Row row = pick(rows);
     Value value = row[1];
     char *byte = value.bytes.isEmpty() ? nullptr : value.bytes.data() + below(value.bytes.size());
-    if (column == "n" && value.storageClass == SQLITE_TEXT && byte != nullptr &&
-        QByteArray(byte, 1).toLower() != QByteArray(byte, 1).toUpper()) {
+    if (column == "n" && value.storageClass == SQLITE_TEXT && byte != nullptr && isLetter(*byte)) {
         *byte = static_cast<char>(*byte ^ 0x20);
     } else if (column == "n") {
         return {};

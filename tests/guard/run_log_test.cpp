@@ -20,6 +20,8 @@ private slots:
     void findsFailedSteps();
     void findsLackOfRoom_data();
     void findsLackOfRoom();
+    void knowsTheLinesThatCloseAStep_data();
+    void knowsTheLinesThatCloseAStep();
     void knowsAWholeLog();
 };
 
@@ -97,6 +99,31 @@ void RunLogTest::findsLackOfRoom()
 {
     QFETCH(QByteArray, line);
     QTEST(runLog::tellsOfLackOfRoom(line), "tells");
+}
+
+void RunLogTest::knowsTheLinesThatCloseAStep_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    QTest::addColumn<bool>("closes");
+
+    QTest::newRow("forward") << QByteArray("Migration to version 26 was successful.") << true;
+    QTest::newRow("one of the first") << QByteArray("Database migration to version 2 completed "
+                                                    "successfully!")
+                                      << true;
+    QTest::newRow("failed") << QByteArray("Migration to version 33 failed") << true;
+    QTest::newRow("back") << QByteArray("Reverting from version 29 was successful.") << true;
+    QTest::newRow("the beginning of a run")
+        << QByteArray("*****Beginning database migration from version: 1 to version: 34") << false;
+    QTest::newRow("the end of one") << QByteArray("*****Updating version in DB to: 34") << false;
+    QTest::newRow("a part of a step")
+        << QByteArray("DatabaseMigrator::addColumn - Failed to add column named a to b") << false;
+    QTest::newRow("nothing") << QByteArray() << false;
+}
+
+void RunLogTest::knowsTheLinesThatCloseAStep()
+{
+    QFETCH(QByteArray, line);
+    QTEST(runLog::closesAStep(line), "closes");
 }
 
 void RunLogTest::knowsAWholeLog()

@@ -2,8 +2,10 @@
 
 import os
 import shutil
+import subprocess
 
 import pytest
+from conftest import SECONDS
 from support.versions import NEWEST
 
 NO_NAMESPACES = """#!/usr/bin/dash
@@ -54,7 +56,10 @@ def test_without_bubblewrap(device, expected):
 def test_without_namespaces(device, expected, script):
     device.install(1)
     options = dict(bubblewrap=False, options=bubblewrap(device, script))
+    # Nothing is copied for it, at every start again.
+    device.replace_program('ls /app/databases >/app/files; exec /app/migrator "$@"')
     assert direct_run(device, "no-namespaces", **options) == 4
+    assert (device.app / "files").read_text().split() == ["lastMigration.json", "my.db.sqlite"]
     assert (device.contents(), device.log()) == expected(1, NEWEST)
 
 
@@ -67,6 +72,19 @@ def test_as_an_ordinary_user(device, expected):
     assert (device.contents(), device.log()) == expected(1, NEWEST)
     assert device.last_run()["staging"] == "memory"
     assert device.kept.stat().st_mode & 0o077 == device.database.stat().st_mode & 0o077
+
+
+def test_as_root_where_user_namespaces_are_switched_off(device, expected):
+    """Root needs none. The setting is that of a user namespace of the test's own."""
+    device.install(1)
+    switch_off = 'echo 0 >/proc/sys/user/max_user_namespaces && exec "$@"'
+    command = device.command("run", NEWEST)
+    command["args"] = ["unshare", "--user", "--map-root-user", "--mount", "/bin/sh", "-c",
+                       switch_off, "sh", *map(str, command["args"])]
+    run = subprocess.run(**command, capture_output=True, text=True, timeout=SECONDS)
+    assert run.returncode == 0, run.stderr
+    assert (device.contents(), device.log()) == expected(1, NEWEST)
+    assert device.last_run()["staging"] == "memory"
 
 
 def test_no_database_yet(device, other_device):
@@ -114,11 +132,16 @@ def test_a_database_that_was_cut_goes_direct(device):
     assert not (device.app / "empty").exists()
 
 
-def test_a_directory_in_the_place_of_the_database(device):
-    device.database.mkdir()
+@pytest.mark.parametrize("make", [lambda path: path.mkdir(),
+                                  lambda path: path.symlink_to("/dev/null")])
+def test_something_else_in_the_place_of_the_database(device, other_device, make):
+    for each in (device, other_device):
+        make(each.database)
     assert device.migrate("--strict", NEWEST) == 3
-    assert device.migrate(NEWEST) in (3, 4)
-    assert device.database.is_dir()
+    assert device.migrate(NEWEST) == 4
+    assert (device.last_run()["way"], device.last_run()["reason"]) == ("direct", "not-copied")
+    other_device.run_program(NEWEST)
+    assert device.log() == other_device.log()
 
 
 def test_nothing_writable(device):

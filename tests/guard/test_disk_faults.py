@@ -14,7 +14,7 @@ SHIM = pathlib.Path(os.environ["FAULT_SHIM"])
 WHOLE = "CAMPAIGN" in os.environ
 # More than a walk has; a fault beyond the last operation disturbs nothing.
 OPERATIONS = 64
-STRIDE = 1 if WHOLE else 12
+STRIDE = 1 if WHOLE else 16
 ACTIONS = ("kill", "half", "EIO", "ENOSPC", "short")
 # Only the guard meets the fault.
 PROGRAM = 'exec env -u LD_PRELOAD -u FAULT_AT -u FAULT_ACTION -u FAULT_FOREVER /app/migrator "$@"'

@@ -121,6 +121,14 @@ def test_a_log_that_is_a_broken_link_is_done_without(device, expected):
     assert device.contents() == expected(1, NEWEST)[0]
 
 
+@pytest.mark.parametrize("bubblewrap", [True, False])
+def test_a_log_without_an_end_is_done_without(device, expected, bubblewrap):
+    device.install(1)
+    device.log_file.symlink_to("/dev/full")
+    assert device.migrate(NEWEST, bubblewrap=bubblewrap) == (0 if bubblewrap else 4)
+    assert device.contents() == expected(1, NEWEST)[0]
+
+
 @pytest.mark.skipif(os.geteuid() != 0, reason="takes root")
 def test_a_log_that_is_read_only_is_done_without(device, expected):
     device.install(1)

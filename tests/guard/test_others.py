@@ -291,6 +291,24 @@ def test_an_ordinary_boot_does_not_write_to_a_write_ahead_database(device):
     assert (device.database.read_bytes(), device.database.stat().st_mtime_ns) == before
 
 
+def test_an_ordinary_boot_leaves_a_write_ahead_log_as_it_is(device):
+    """What another process has left in its log when it died stays there."""
+    device.install(NEWEST, mode="wal")
+    for _ in range(2):
+        assert device.migrate(NEWEST) == 0
+    log = device.databases / "my.db.sqlite-wal"
+    with closing(sqlite3.connect(device.database, isolation_level=None)) as other:
+        other.execute("CREATE TABLE notes AS SELECT 1 AS a")
+        left = device.database.read_bytes(), log.read_bytes()
+    for path in device.databases.glob("my.db.sqlite*"):
+        path.unlink()
+    device.database.write_bytes(left[0])
+    log.write_bytes(left[1])
+    assert device.migrate(NEWEST) == 0
+    assert (device.database.read_bytes(), log.read_bytes()) == left
+    assert device.rows("SELECT * FROM notes") == [(1,)]
+
+
 def test_a_write_ahead_database_that_changes_its_layout_goes_direct(device):
     device.install(NEWEST, mode="wal")
     device.replace_program(

@@ -10,7 +10,7 @@ from conftest import SECONDS, wait_for
 from support.versions import NEWEST
 
 # The moments at which runs are killed, spread over a whole one.
-MOMENTS = 120 if "CAMPAIGN" in os.environ else 12
+MOMENTS = 120 if "CAMPAIGN" in os.environ else 8
 
 
 def test_the_program_sees_its_own_paths(device):

@@ -31,7 +31,8 @@ expect "the installed program runs" \
 
 # The start-up step of an image: the guard beside the program, with the image's schema version.
 rm -r "$device/app/databases"/*
-cp "$scratch/image/usr/bin/"* "$device/app"
+# The sandbox has left an empty file where it mounted the program.
+cp --remove-destination "$scratch/image/usr/bin/"* "$device/app"
 newest=$(sed 's/[^0-9]//g' "$device/app/schema-versions.json")
 sqlite3 -bail "$device/app/databases/my.db.sqlite" <"$root/tests/data/version_01.sql"
 export DEVICE_OPTIONS="--ro-bind /usr/bin/bwrap /usr/bin/bwrap"

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "guard/attempt.h"
+#include "guard/device_paths.h"
+#include "guard/real_database.h"
+
+#include <QByteArray>
+#include <QString>
+
+/// An accepted result.
+struct AcceptedResult {
+    QString original; ///< the copy of the database as it was, at rest
+    QString database; ///< what the program has made of it, at rest
+    QByteArray log;   ///< what the program has logged
+    bool keep;        ///< whether the database of before is to be kept
+    Attempt attempt;  ///< the note of the run, with the files that are to be deleted in the pool
+};
+
+/// What has come of it.
+struct CommitEnd {
+    RealDatabase::Failure failure; ///< after any but NotFlushed nothing has changed
+    bool kept = false;             ///< the database of before is kept
+};
+
+/// Brings a result into the real database. docs/guard.md explains the order of the flushes.
+/// @param database the one that was copied
+CommitEnd commitResult(
+    RealDatabase &database, const DevicePaths &device, const AcceptedResult &result);
