@@ -62,18 +62,19 @@ of cases in this order:
 UNDER_THE_GUARD = """\
 ## The program alone, and under the guard
 
-The same faults. Alone: how many cases the next run put right, and how many cost rows. Under the guard
-(docs/guard.md): "right" says that the database was the old or the new one, that the log lacked
-nothing that the database shows, and that the next run ended as an undisturbed one does. Kills are at
-operations of the guard and of the program, power cuts at operations on the disk, errors and lack of
-memory at the guard's own.
+The same faults. Alone: how many cases the next run put right, and how many cost rows. Under the
+guard (docs/guard.md): "right" says that the database was the old or the new one, that the log
+lacked nothing that the database shows, and that the next run ended as an undisturbed one does.
+"direct" are broken rules where the guard had run the program directly: there is no guard then.
+Kills are at operations of the guard and of the program, power cuts at operations on the disk,
+errors and lack of memory at the guard's own.
 
 """
 
 GUARD_KINDS = """\
-The cases under the guard: those that left the old database, the new one, or broke a rule. "of" tells
-how many places there are where not all were tried; at some of these the fault changes nothing, and
-they are no cases.
+The cases under the guard: those that left the old database, those that left the new one, those that
+broke a rule in a direct run, those that broke a rule under the guard. "of" tells how many places
+there are where not all were tried. Where a fault changes nothing there is no case.
 
 """
 
@@ -324,10 +325,11 @@ def under_the_guard(figures, guard):
         for group, kinds in GROUPS.items():
             alone = [sum(column) for column in zip(*(
                 row for kind, row in figures.kinds.get(walk, {}).items() if kind in kinds))]
-            old, new, wrong, _ = guard.total([walk], kinds)
+            *right, direct, wrong, _ = guard.total([walk], kinds)
+            guarded = sum(right) + direct + wrong
             rows.append([walk, group, f"{sum(alone):,}", percent(alone[0], sum(alone)),
-                         f"{sum(alone[2:3]):,}", f"{old + new + wrong:,}",
-                         percent(old + new, old + new + wrong), wrong])
+                         f"{sum(alone[2:3]):,}", f"{guarded:,}", percent(sum(right), guarded),
+                         direct, wrong])
     others = []
     for kind in dict.fromkeys(kind for by_kind in guard.kinds.values() for kind in by_kind):
         others.append([kind, *(guard_cell(guard, walk, kind) for walk in guard.kinds)])
@@ -337,7 +339,7 @@ def under_the_guard(figures, guard):
         others.append([unit, *(f"{guard.walks[walk][unit]:,}" for walk in guard.kinds)])
     return UNDER_THE_GUARD + table(
         ["walk", "fault", "alone: cases", "put right", "rows lost", "guarded: cases", "right",
-         "wrong"], rows, wide=True) + GUARD_KINDS + table(
+         "direct", "wrong"], rows, wide=True) + GUARD_KINDS + table(
         ["fault", *guard.kinds], others, wide=True)
 
 

@@ -2,14 +2,13 @@
 """Runs the guard, bubblewrap and the program into faults, lets the guard run again, and tells what
 came of it.
 
-Every kind of fault is tried at the operations of the guard and of the program below it, the most
-telling ones first and spread over the run, so that a campaign that was ended early is a sample. The
-answers are kept in build/faults-guard/, and a campaign goes on where the last one stopped. It starts
-over when the guard, the program, the shim or the code that judges has changed; comments do not count.
-Needs the preset dev to be built.
+Every kind of fault is tried at the operations of the guard and of the program below it. The most
+telling ones come first, spread over the run: a campaign that was ended early is a sample. The
+answers are kept in build/faults-guard/, and a campaign goes on where the last one stopped. It
+starts over when the guard, the program, the shim or the code that judges has changed; comments do
+not count. Needs the preset dev to be built.
 
-A case is repeated alone with --case "SCENARIO;KIND;POSITION", which is what the report of a violation
-names.
+A case is repeated alone with --case "WALK;KIND;POSITION", as the report of a violation names it.
 """
 
 import json

@@ -94,7 +94,7 @@ def without_identifiers(text):
 
 
 def spread(items):
-    """The items in an order of which every beginning is spread over all of them, always the same."""
+    """The items in an order, always the same, of which every beginning is spread over all."""
     items = list(items)
     random.Random(0).shuffle(items)
     return items
@@ -211,8 +211,8 @@ class Cases:
         self.mistake = {}  # switches of the shim that plant one, or UNSYNCED: no flush of a file
 
     def run(self, task):
-        """Runs the cases at these positions among the places of a kind; with a planted mistake, up to
-        the first that is noticed."""
+        """Runs the cases at these positions among the places of a kind. With a planted mistake it
+        ends at the first that is noticed."""
         self.violations, self.outcomes = [], Counter()
         kind, self.mistake = task["kind"], task.get("mistake", {})
         device.software_version("1.2.3")

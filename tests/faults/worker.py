@@ -2,8 +2,9 @@
 
     worker.py SUBJECT
 
-SUBJECT is a module with a function prepare and a class Cases: alone, guarded. The worker reads tasks
-as lines of JSON and answers each with a line. A task prepares a scenario, or runs some of its cases.
+SUBJECT is a module with a function prepare and a class Cases: alone, guarded. The worker reads
+tasks as lines of JSON and answers each with a line. A task prepares a scenario, or runs some of its
+cases.
 """
 
 import importlib

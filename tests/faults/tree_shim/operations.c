@@ -141,13 +141,13 @@ static ssize_t writeCounted(int file, const void *data, size_t size, off64_t off
     const size_t part = outcome == HALF_WAY ? size / 2 : size;
     ssize_t written = -1;
     if (outcome != FAILS) {
-        written = appends ? NEXT(write)(file, data, part) : NEXT(pwrite64)(file, data, part, offset);
+        written =
+            appends ? NEXT(write)(file, data, part) : NEXT(pwrite64)(file, data, part, offset);
     }
     if (outcome == HALF_WAY && switches.action == HALF) {
         endProcess();
     }
-    recordOperation(
-        'W', place, path, data, written > 0 ? (uint32_t)written : 0, (uint64_t)offset);
+    recordOperation('W', place, path, data, written > 0 ? (uint32_t)written : 0, (uint64_t)offset);
     return written;
 }
 

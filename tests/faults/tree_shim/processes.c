@@ -124,8 +124,9 @@ void sendSignal(void)
     asideFromTheRun = false;
 }
 
-void recordOperation(char kind, enum Place place, const char *path, const void *data,
-                     uint32_t dataSize, uint64_t offset)
+void recordOperation(
+    char kind, enum Place place, const char *path, const void *data, uint32_t dataSize,
+    uint64_t offset)
 {
     if (record < 0) {
         return;
@@ -137,8 +138,13 @@ void recordOperation(char kind, enum Place place, const char *path, const void *
         uint16_t pathSize;
         uint32_t dataSize;
         uint64_t offset;
-    } head = {kind, (uint8_t)self, (uint8_t)place, (uint16_t)strlen(path),
-              place == DISK ? dataSize : 0, offset};
+    } head = {
+        kind,
+        (uint8_t)self,
+        (uint8_t)place,
+        (uint16_t)strlen(path),
+        place == DISK ? dataSize : 0,
+        offset};
     const struct iovec parts[] = {
         {&head, sizeof head}, {(void *)path, head.pathSize}, {(void *)data, head.dataSize}};
     const size_t size = sizeof head + head.pathSize + head.dataSize;

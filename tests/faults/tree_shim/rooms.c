@@ -25,8 +25,8 @@ void fillMemory(void)
 }
 
 /* Bubblewrap mounts the file system in memory. */
-int mount(const char *source, const char *target, const char *type, unsigned long flags,
-          const void *data)
+int mount(
+    const char *source, const char *target, const char *type, unsigned long flags, const void *data)
 {
     const int64_t room = numberFrom("FAULT_ROOM");
     const char *size = data && type && strcmp(type, "tmpfs") == 0 ? strstr(data, "size=") : NULL;
@@ -34,8 +34,13 @@ int mount(const char *source, const char *target, const char *type, unsigned lon
         return NEXT(mount)(source, target, type, flags, data);
     }
     char options[128];
-    snprintf(options, sizeof options, "%.*ssize=%lld", (int)(size - (const char *)data),
-             (const char *)data, (long long)room);
+    snprintf(
+        options,
+        sizeof options,
+        "%.*ssize=%lld",
+        (int)(size - (const char *)data),
+        (const char *)data,
+        (long long)room);
     ++shared->faults;
     return NEXT(mount)(source, target, type, flags, options);
 }

@@ -51,7 +51,18 @@
 
 enum { FILES = 256, PATH_SIZE = 320 };
 
-enum Action { NO_ACTION, KILL, HALF, FAIL_EIO, FAIL_ENOSPC, SHORT, MEMORY, SEND_TERM, SEND_KILL, PAUSE };
+enum Action {
+    NO_ACTION,
+    KILL,
+    HALF,
+    FAIL_EIO,
+    FAIL_ENOSPC,
+    SHORT,
+    MEMORY,
+    SEND_TERM,
+    SEND_KILL,
+    PAUSE
+};
 
 enum Process { GUARD, BUBBLEWRAP, GUARD_IN_MEMORY, BUBBLEWRAP_IN_MEMORY, PROGRAM, PROCESSES, NONE };
 
@@ -62,9 +73,9 @@ enum Place { NOWHERE, DISK, STAGING_ON_DISK, STAGING_IN_MEMORY };
 struct Shared {
     int64_t operations;
     int64_t allocations; /* of the guard */
-    int64_t faults; /* how many were met */
-    int64_t inMemory; /* the place of the first one */
-    int64_t waits; /* 1 while a process waits for the harness */
+    int64_t faults;      /* how many were met */
+    int64_t inMemory;    /* the place of the first one */
+    int64_t waits;       /* 1 while a process waits for the harness */
     int64_t processes[PROCESSES];
 };
 extern struct Shared *shared;
@@ -96,8 +107,9 @@ void waitForHarness(void);
 void sendSignal(void);
 
 /* Kind, process, place, lengths of path and data, offset (a truncation's size), path, data. */
-void recordOperation(char kind, enum Place place, const char *path, const void *data,
-                     uint32_t dataSize, uint64_t offset);
+void recordOperation(
+    char kind, enum Place place, const char *path, const void *data, uint32_t dataSize,
+    uint64_t offset);
 
 /* FAULT_DELETES_JOURNAL. */
 void deleteJournal(void);
