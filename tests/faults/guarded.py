@@ -93,6 +93,11 @@ def without_identifiers(text):
     return IDENTIFIER.sub(b"{}", text)
 
 
+def is_page(operation):
+    """True for one of the many writes of a database or its journal."""
+    return operation.kind == "W" and ".sqlite" in operation.path
+
+
 def spread(items):
     """The items in an order, always the same, of which every beginning is spread over all."""
     items = list(items)
@@ -168,7 +173,7 @@ class Scenario:
         part of it is spread over the run."""
         numbered = spread(enumerate(self.recording, 1))
         own = sorted((entry for entry in numbered if entry[1].process in GUARD_PROCESSES),
-                     key=lambda entry: entry[1].kind == "W" and ".sqlite" in entry[1].path)
+                     key=lambda entry: is_page(entry[1]))
         others = [entry for entry in numbered if entry[1].process not in GUARD_PROCESSES]
         return {
             **{kind: [number for number, operation in own if operation.kind in kinds]
@@ -177,9 +182,16 @@ class Scenario:
                for kind, (_, kinds) in ENDS.items()},
             **dict.fromkeys(MEMORY, spread(range(1, self.allocations + 1,
                                                  DISTANCE_OF_ALLOCATIONS))),
-            "power cut": spread(range((len(self.on_disk()) + 1) * len(SURVIVALS))),
+            "power cut": self._power_cuts(),
             "another process writes": [number for number, _ in own],
             **dict.fromkeys(("full disk", "full memory", "small memory"), list(range(SIZES)))}
+
+    def _power_cuts(self):
+        """Every operation on the disk, and the end, with everything that can survive there."""
+        operations = self.on_disk()
+        return sorted(spread(range((len(operations) + 1) * len(SURVIVALS))),
+                      key=lambda number: number // len(SURVIVALS) < len(operations)
+                      and is_page(operations[number // len(SURVIVALS)]))
 
     def describe(self, number):
         operation = self.recording[number - 1]
