@@ -30,7 +30,8 @@ INTRODUCTION = """\
 
 For whoever decides how a device is protected during a migration (buffered power, a copy of the
 database, a second try), and for whoever repairs a database after an interrupted one: what the
-program alone leaves, how often, and why. Made by `tests/faults/campaign.py --document`.
+program alone leaves, how often, and why. Made by `tests/faults/campaign.py --document`, and
+`guard_campaign.py --document` for the program under the guard.
 
 The program met faults of the disk, of memory and of locks on the way from version 1 to {newest} and
 back, on the database of tests/data/version_01.sql and on one with ten times the rows. After each

@@ -5,9 +5,10 @@ import pathlib
 import random
 
 import pytest
+from deviations import Deviations
 from directory_disk import DirectoryDisk
 from disks import SURVIVALS, all_kept, none_kept
-from document import GuardFigures
+from document import Figures, GuardFigures, document
 from guard_campaign import tasks
 from subjects import ALLOCATIONS, GUARD, OPERATIONS, files_of_guard
 from support.places import scratch_directory
@@ -133,3 +134,18 @@ def test_figures_count_what_was_tried():
     assert figures.kinds == {FORWARD: {"kill": [6, 4, 0, 2, 16]}}
     assert figures.violations == 2
     assert figures.total([FORWARD], ["kill"]) == [6, 4, 0, 2, 16]
+
+
+def test_page_has_both_subjects_side_by_side():
+    kinds = {FORWARD: {"kill": [6, 4, 0, 2, 16]}, BOOT: {"kill": [0, 3, 1, 0, 4]}}
+    walks = {name: {"operations of the guard": 5, "operations of the program": 7,
+                    "of these on the disk": 2, "allocations of the guard": 11,
+                    "places": {"kill": number}} for name, number in ((FORWARD, 1200), (BOOT, 4))}
+    text = document(Figures.read(), Deviations(), GuardFigures(2, walks, kinds))
+    alone = Figures.read().kinds[FORWARD]
+    cases = sum(map(sum, (alone[kind] for kind in ("kill", "kill in a write", "power cut"))))
+    row = next(line for line in text.splitlines()
+               if line.startswith(f"| {FORWARD} | kill, power cut |"))
+    assert row.split(" | ")[2] == f"{cases:,}"
+    assert row.endswith(" | 12 | 83.33 % | 0 | 2 |")
+    assert "| kill | 6 / 4 / 0 / 2 of 1,200 | 0 / 3 / 1 / 0 |" in text.splitlines()
