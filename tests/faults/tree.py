@@ -2,6 +2,7 @@
 
 import contextlib
 import ctypes
+import fcntl
 import mmap
 import os
 import pathlib
@@ -95,8 +96,9 @@ class Tree:
             while True:
                 if os.waitpid(-1, os.WNOHANG)[0] == 0:
                     if time.monotonic() > end:
+                        lock = "" if killed or not is_locked() else ", with the guard's lock"
                         for child in children():
-                            killed.setdefault(child, command_of(child))
+                            killed.setdefault(child, command_of(child) + lock)
                             os.kill(child, signal.SIGKILL)
                     time.sleep(PAUSE)
         return sorted(killed.values())
@@ -105,6 +107,18 @@ class Tree:
 def children():
     own = pathlib.Path(f"/proc/self/task/{os.getpid()}/children")
     return [int(child) for child in own.read_text().split()]
+
+
+def is_locked():
+    """True if somebody has the guard's lock, which would let every later run end as locked."""
+    directory = os.open(DATABASES, os.O_RDONLY)
+    try:
+        fcntl.flock(directory, fcntl.LOCK_EX | fcntl.LOCK_NB)
+    except BlockingIOError:
+        return True
+    finally:
+        os.close(directory)
+    return False
 
 
 def command_of(process):
