@@ -279,7 +279,7 @@ def growth(table, directory):
                         least = min(least, os.statvfs(place).f_bfree)
                     table.add(f"{mode}, {shape}, {start} to {target}: growth in % of the database",
                               round((most - least) * os.statvfs(place).f_frsize / size * 100),
-                              at_most=200 if mode == "delete" else 1000)
+                              at_most=250 if mode == "delete" else 1000)
     finally:
         run("umount", place)
 

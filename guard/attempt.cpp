@@ -26,6 +26,7 @@ std::optional<Attempt> Attempt::read(const QString &path)
     const QJsonObject note = QJsonDocument::fromJson(file.readAll()).object();
     Attempt attempt;
     attempt.stagedOnDisk = note.value("staging").toString() == "disk";
+    attempt.runsInARow = note.value("runsInARow").toInt(1);
     attempt.failed =
         note.value("failed").toBool() || note.value("boot").toString() == bootIdentifier();
     attempt.schemaCookie = static_cast<qint64>(note.value("schemaCookie").toDouble(-1));
@@ -44,6 +45,7 @@ int Attempt::write(const QString &path, bool flush) const
     }
     const QJsonObject note = {
         {"staging", stagedOnDisk ? "disk" : "memory"},
+        {"runsInARow", runsInARow},
         {"failed", failed},
         {"boot", bootIdentifier()},
         {"schemaCookie", static_cast<double>(schemaCookie)},

@@ -9,6 +9,7 @@
 /// next start tells how far that run came.
 struct Attempt {
     bool stagedOnDisk = false;
+    int runsInARow = 1; ///< that did not end well, this one included
 
     /// It failed in a way that staging may be the reason of, or died while the device kept running.
     /// A run that a power cut has ended is none of these.

@@ -76,7 +76,8 @@ Bubblewrap::End Bubblewrap::end()
     }
     // Bubblewrap names the child before it has prepared the sandbox. Where it ends by itself without
     // the child's exit code, the preparation has failed.
-    const bool failedItself = exitStatus() == QProcess::NormalExit && !end.exitCode;
+    end.killed = exitStatus() == QProcess::CrashExit;
+    const bool failedItself = !end.killed && !end.exitCode;
     end.programStarted = programKnown && !failedItself;
     return end;
 }

@@ -20,7 +20,8 @@ public:
 
     /// What is known when the process has ended.
     struct End {
-        bool programStarted = false; ///< false: what failed was bubblewrap, before the program ran
+        bool programStarted = false; ///< false: bubblewrap failed before the program ran
+        bool killed = false;         ///< bubblewrap was ended by a signal
         std::optional<int> exitCode; ///< nothing: bubblewrap was ended before the program was
     };
     End end();

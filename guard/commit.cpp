@@ -54,6 +54,13 @@ int flushDirectories(const RealDatabase &database, const DevicePaths &device, co
 }
 } // namespace
 
+void finishCutCommit(const DevicePaths &device, const Attempt &note, qint64 schemaCookie)
+{
+    if (note.schemaCookie != schemaCookie) {
+        stagedPool::deleteFiles(device.pool, note.poolFiles);
+    }
+}
+
 CommitEnd commitResult(
     RealDatabase &database, const DevicePaths &device, const AcceptedResult &result)
 {
@@ -74,6 +81,10 @@ CommitEnd commitResult(
     const int noteError = attempt.poolFiles.isEmpty() ? 0 : attempt.write(device.attempt, true);
     end.failure = noteError != 0 ? systemFailure(noteError, "note of the run")
                                  : database.replaceContent(result.database, appendLog);
+    if (end.failure && end.failure->kind == FailureKind::Unknown) {
+        end.kept = false;
+        return end;
+    }
     if (end.failure && end.failure->kind != FailureKind::NotFlushed) {
         log.cutBack();
         kept.discard();
@@ -81,6 +92,6 @@ CommitEnd commitResult(
         return end;
     }
     end.kept = end.kept && kept.accept();
-    stagedPool::deleteFiles(device.pool, attempt.poolFiles);
+    end.poolIsSettled = stagedPool::deleteFiles(device.pool, attempt.poolFiles);
     return end;
 }

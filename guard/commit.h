@@ -18,9 +18,17 @@ struct AcceptedResult {
 
 /// What has come of it.
 struct CommitEnd {
-    RealDatabase::Failure failure; ///< after any but NotFlushed nothing has changed
-    bool kept = false;             ///< the database of before is kept
+    /// After NotFlushed the database has changed; after Unknown it may have, and the next run finds
+    /// out; after any other failure nothing has.
+    RealDatabase::Failure failure;
+    bool kept = false;         ///< the database of before is kept
+    bool poolIsSettled = true; ///< false: the next run tries again to delete files in the pool
 };
+
+/// Deletes in the pool what a run was to delete after its commit, if it was cut in between.
+/// @param note what that run has left
+/// @param schemaCookie the database's, which tells whether the commit has happened
+void finishCutCommit(const DevicePaths &device, const Attempt &note, qint64 schemaCookie);
 
 /// Brings a result into the real database. docs/guard.md explains the order of the flushes.
 /// @param database the one that was copied

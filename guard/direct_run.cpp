@@ -36,6 +36,17 @@ void runUnguarded(const DevicePaths &device, int target, RunRecord *record)
         record->from = versionOf(database);
     }
     const ProgramRun run = runDirectly(device, target);
+    if (run.end == ProgramRun::End::NeverStarted) {
+        record->to = record->from;
+        record->status = Status::NothingChanged;
+        record->reason = "program-broken";
+        record->detail = "the program cannot be started";
+        return;
+    }
+    if (run.end == ProgramRun::End::Broken) {
+        record->reason = "program-broken";
+        record->detail = "the program did not end by itself";
+    }
     record->to = versionOf(database);
     record->changed = stampOf(database) != before;
     const bool nothingToLose = record->reason == "no-database" && run.end == ProgramRun::End::Whole;

@@ -71,6 +71,10 @@ int run(const QString &application, const DevicePaths &device, const CommandLine
                            : QString("no schema version in schemaversion.txt"));
         return exitStatus(Status::WrongCall);
     }
+    if (!line.stagingDirectory.isEmpty() && !QFileInfo(line.stagingDirectory).isDir()) {
+        tell("no directory for staging: " + line.stagingDirectory);
+        return exitStatus(Status::WrongCall);
+    }
     if (device.program.isEmpty()) {
         tell("no program that can be started in " + application);
         return exitStatus(Status::NothingChanged);

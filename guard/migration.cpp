@@ -19,6 +19,8 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <cerrno>
+
 namespace
 {
 using Place = Staging::Place;
@@ -30,6 +32,22 @@ std::optional<int> versionOfStaged(const QString &database)
     connection.open(database, SQLITE_OPEN_READWRITE);
     return recordedVersion(connection);
 }
+
+/// SQLite's temporary files are in this directory while this object lives.
+class TemporaryFilesIn
+{
+public:
+    explicit TemporaryFilesIn(const QString &directory)
+    {
+        qputenv(variable, QFile::encodeName(directory));
+    }
+    ~TemporaryFilesIn() { m_before.isNull() ? qunsetenv(variable) : qputenv(variable, m_before); }
+    Q_DISABLE_COPY(TemporaryFilesIn)
+
+private:
+    static constexpr const char *variable = "SQLITE_TMPDIR";
+    QByteArray m_before = qgetenv(variable);
+};
 
 /// One run, from the lock to the record of how it ended.
 class Migration
@@ -108,6 +126,8 @@ RunRecord Migration::run()
     Staging::remove(m_device.staging);
     if (runLocked() == Try::RunDirectly) {
         runUnguarded(m_device, m_options.target, &m_record);
+        // The program has deleted in the pool what it wanted to.
+        m_noteStays = false;
     }
     if (!m_noteStays) {
         QFile::remove(m_device.attempt);
@@ -141,8 +161,10 @@ Migration::Try Migration::runLocked()
 
 Migration::Try Migration::runGuarded()
 {
-    // After a run that died in memory the disk; after one that failed on the disk as well, none.
-    if (m_earlier && m_earlier->stagedOnDisk && m_earlier->failed && !m_options.strict) {
+    // After a run that died the next one is staged on the disk; if that one dies too, staging may be
+    // the reason.
+    const bool failedOnDisk = m_earlier && m_earlier->stagedOnDisk && m_earlier->failed;
+    if (failedOnDisk && m_earlier->runsInARow > 1 && !m_options.strict) {
         return directly("earlier-runs-failed");
     }
     Place place = m_options.memoryStaging.isEmpty() || m_earlier ? Place::Disk : Place::Memory;
@@ -184,7 +206,7 @@ Migration::Try Migration::tryOnce(Place place)
     if (!staging.prepare()) {
         return withoutStaging(place, "no directory for staging");
     }
-    qputenv("SQLITE_TMPDIR", QFile::encodeName(staging.temporary()));
+    const TemporaryFilesIn temporaryFiles(staging.temporary());
 
     RealDatabase database(m_device.database, m_budget);
     RealDatabase::Failure failure = database.open();
@@ -215,8 +237,17 @@ Migration::Try Migration::runProgram(RealDatabase &database, const Staging &stag
 {
     m_attempt = Attempt();
     m_attempt.stagedOnDisk = staging.place() == Place::Disk;
-    if (m_attempt.write(m_device.attempt, false) != 0) {
+    if (m_earlier && m_earlier->failed) {
+        m_attempt.runsInARow = m_earlier->runsInARow + 1;
+    }
+    const int error = m_attempt.write(m_device.attempt, false);
+    if (error == EROFS || error == EACCES || error == EPERM || error == EISDIR) {
         return directly("not-writable", "beside the database");
+    }
+    if (error != 0) {
+        // A disk that is full or fails is no place for a program without a guard.
+        const bool noRoom = error == ENOSPC || error == EDQUOT;
+        return nothingChanged(noRoom ? "no-room" : "commit-failed", "note of the run");
     }
     const ProgramRun run =
         runOnStaging(m_device, staging, m_options.target, sizing::reserve(m_size));
@@ -279,14 +310,18 @@ Migration::Try Migration::commit(
         database, m_device, {staging.original(), staging.database(), log, keep, m_attempt});
     m_record.kept = end.kept;
     m_flushDirectory = m_flushDirectory || end.kept;
+    m_noteStays = !end.poolIsSettled;
     if (!end.failure) {
         return Try::Ended;
     }
-    if (end.failure->kind != FailureKind::NotFlushed) {
+    const bool unknown = end.failure->kind == FailureKind::Unknown;
+    if (end.failure->kind != FailureKind::NotFlushed && !unknown) {
         return takeCommitFailure(*end.failure);
     }
+    // The next run finds out, from the note and from the database that may be kept.
+    m_noteStays = m_noteStays || unknown;
     m_record.status = Status::LookAtIt;
-    m_record.reason = "not-flushed";
+    m_record.reason = unknown ? "commit-unknown" : "not-flushed";
     m_record.detail = end.failure->text;
     return Try::Ended;
 }
@@ -355,9 +390,8 @@ Migration::Try Migration::takeCommitFailure(const DatabaseFailure &failure)
 
 void Migration::settleEarlierRun(const RealDatabase &database, const Staging &staging)
 {
-    if (m_noteStays && m_earlier->schemaCookie != database.schemaCookie()) {
-        // Its commit has happened.
-        stagedPool::deleteFiles(m_device.pool, m_earlier->poolFiles);
+    if (m_noteStays) {
+        finishCutCommit(m_device, *m_earlier, database.schemaCookie());
     }
     m_noteStays = false;
     for (const QString &path : {m_device.kept, m_device.replaced}) {

@@ -5,7 +5,10 @@
 #include "guard/run_log.h"
 #include "guard/sizing.h"
 
-#include <QFile>
+#include <QFileInfo>
+
+#include <csignal>
+#include <sys/prctl.h>
 
 namespace
 {
@@ -26,10 +29,17 @@ QStringList sandboxArguments(const DevicePaths &device, const Staging &staging, 
     return arguments;
 }
 
+/// A program that dies with the guard: nobody would hold the lock for it.
+class Program : public QProcess
+{
+protected:
+    void setupChildProcess() override { prctl(PR_SET_PDEATHSIG, SIGKILL); }
+};
+
 ProgramRun::End endOf(const Bubblewrap::End &end, const QByteArray &log)
 {
     if (!end.programStarted) {
-        return ProgramRun::End::NeverStarted;
+        return end.killed ? ProgramRun::End::Broken : ProgramRun::End::NeverStarted;
     }
     return end.exitCode == 0 && runLog::isWhole(log) ? ProgramRun::End::Whole
                                                      : ProgramRun::End::Broken;
@@ -61,7 +71,7 @@ ProgramRun runOnStaging(
     if (!hadRoom || log.toldOfLackOfRoom()) {
         return {ProgramRun::End::LackOfRoom, log.text()};
     }
-    const bool databaseIsThere = QFile::exists(staging.database());
+    const bool databaseIsThere = QFileInfo(staging.database()).size() > 0;
     const ProgramRun::End end = endOf(sandbox.end(), log.text());
     const bool lost = end == ProgramRun::End::Whole && !databaseIsThere;
     return {lost ? ProgramRun::End::Broken : end, log.text()};
@@ -71,7 +81,7 @@ ProgramRun runDirectly(const DevicePaths &device, int target)
 {
     LogFollower log(device.log);
     log.skipToEnd();
-    QProcess program;
+    Program program;
     program.setProcessChannelMode(QProcess::ForwardedChannels);
     program.setStandardInputFile(QProcess::nullDevice());
     program.start(device.program, {QString::number(target)});

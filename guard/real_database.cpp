@@ -2,6 +2,7 @@
 #include "guard/limits.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <sys/stat.h>
 
@@ -115,6 +116,11 @@ RealDatabase::Failure RealDatabase::copyTo(const QString &path)
 RealDatabase::Failure RealDatabase::replaceContent(
     const QString &source, const std::function<Failure()> &underLock)
 {
+    // Of a source without a page the step that only takes the lock already copies everything: the
+    // real database would be empty.
+    if (QFileInfo(source).size() == 0) {
+        return DatabaseFailure{DatabaseFailure::Kind::Unreadable, "the new database is empty"};
+    }
     SqliteConnection content;
     int result = content.open(source, SQLITE_OPEN_READWRITE);
     if (result != SQLITE_OK) {
@@ -148,26 +154,29 @@ RealDatabase::Failure RealDatabase::replaceContent(
         return ended;
     }
     result = backup.step(-1);
-    const QString text = m_connection.errorText();
     const int finished = backup.finish();
-    if (result != SQLITE_DONE || finished != SQLITE_OK) {
-        if (!hasOldContent()) {
-            return DatabaseFailure{DatabaseFailure::Kind::NotFlushed, text};
-        }
-        return failure(result != SQLITE_DONE ? result : finished, text);
+    const int error = result != SQLITE_DONE ? result : finished;
+    if (error != SQLITE_OK) {
+        return commitFailure(error, QString::fromUtf8(sqlite3_errstr(error)));
     }
     sqlite3_db_config(m_connection.handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
     return std::nullopt;
 }
 
-bool RealDatabase::hasOldContent()
+DatabaseFailure RealDatabase::commitFailure(int error, const QString &text)
 {
     // A commit can fail at its last flush, when the journal is gone. A connection of its own sees
     // what the next process will see, and rolls back what is to be rolled back.
     m_connection.close();
     SqliteConnection reader;
     reader.open(m_path, SQLITE_OPEN_READWRITE);
-    return reader.number("PRAGMA schema_version") == m_schemaCookie;
+    const std::optional<qint64> schemaCookie = reader.number("PRAGMA schema_version");
+    if (!schemaCookie) {
+        return {DatabaseFailure::Kind::Unknown, text};
+    }
+    return *schemaCookie == m_schemaCookie
+               ? failure(error, text)
+               : DatabaseFailure{DatabaseFailure::Kind::NotFlushed, text};
 }
 
 std::optional<RealDatabase::Identity> RealDatabase::identity() const

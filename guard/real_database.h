@@ -17,6 +17,7 @@ struct DatabaseFailure {
         Replaced,   ///< at its path there is another file now, or none
         NoRoom,     ///< the disk is full
         NotFlushed, ///< it has the new content, but a power cut may bring the old one back
+        Unknown,    ///< the commit failed, and so did the look at what the database has now
         NotWritable,
         Unreadable ///< damaged, no database, or the disk fails
     };
@@ -48,7 +49,8 @@ public:
     /// @param source a database at rest
     /// @param underLock called when nobody else can write any more and the database is still the one
     /// that was copied; what it returns but nothing ends the change
-    /// @return the failure; what was done under the lock may be taken back unless it is NotFlushed
+    /// @return the failure; what was done under the lock may be taken back unless it is NotFlushed or
+    /// Unknown
     Failure replaceContent(const QString &source, const std::function<Failure()> &underLock);
 
     /// @return true when the database has a write-ahead log; known after the copy
@@ -70,7 +72,7 @@ private:
         }
     };
 
-    bool hasOldContent();
+    DatabaseFailure commitFailure(int error, const QString &text);
     std::optional<Identity> identity() const;
     unsigned dataVersion() const;
     DatabaseFailure failure(int result, const QString &text) const;

@@ -1,4 +1,6 @@
 #include "guard/restoration.h"
+#include "guard/attempt.h"
+#include "guard/commit.h"
 #include "guard/comparison.h"
 #include "guard/directory_lock.h"
 #include "guard/kept_database.h"
@@ -86,9 +88,16 @@ RunRecord restoreLocked(
     if (failure) {
         return nothingChangedBy(record, *failure);
     }
-    KeptDatabase(device.kept).settle(current.path());
     KeptDatabase replaced(device.replaced);
-    replaced.settle(current.path());
+    if (!options.dryRun) {
+        // What a run that was cut has left is settled by the database as it is now.
+        if (const std::optional<Attempt> note = Attempt::read(device.attempt)) {
+            finishCutCommit(device, *note, database.schemaCookie());
+            QFile::remove(device.attempt);
+        }
+        KeptDatabase(device.kept).settle(current.path());
+        replaced.settle(current.path());
+    }
 
     const bool undoes = lastMigration.lastRun().value("command").toString() == "restore" &&
                         QFile::exists(device.replaced);
@@ -101,7 +110,7 @@ RunRecord restoreLocked(
         return nothingChanged(record, "nothing-kept");
     }
     connection.open(source, SQLITE_OPEN_READWRITE);
-    if (!passesQuickCheck(connection)) {
+    if (QFileInfo(source).size() == 0 || !passesQuickCheck(connection)) {
         return nothingChanged(record, "kept-damaged");
     }
     record.to = recordedVersion(connection);
@@ -119,6 +128,14 @@ RunRecord restoreLocked(
         return nothingChanged(record, "no-room", "to keep what is replaced");
     }
     failure = database.replaceContent(source, [] { return std::nullopt; });
+    if (failure && failure->kind == DatabaseFailure::Kind::Unknown) {
+        // The next run finds out which of the two the database is.
+        record.changed = true;
+        record.status = Status::LookAtIt;
+        record.reason = "commit-unknown";
+        record.detail = failure->text;
+        return record;
+    }
     if (failure && failure->kind != DatabaseFailure::Kind::NotFlushed) {
         replaced.discard();
         return nothingChangedBy(record, *failure);

@@ -1,10 +1,12 @@
 #include "guard/staging.h"
 #include "guard/descriptor.h"
 #include "guard/device_paths.h"
+#include "guard/durable_file.h"
 
 #include <QDir>
 #include <QFile>
 
+#include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
@@ -113,10 +115,22 @@ QByteArrayList deletedFiles(const QByteArrayList &names, const QString &staged)
     return deleted;
 }
 
-void deleteFiles(const QString &pool, const QByteArrayList &names)
+bool deleteFiles(const QString &pool, const QByteArrayList &names)
 {
+    bool allGone = true;
+    bool deleted = false;
     for (const QByteArray &name : names) {
-        unlink(inDirectory(pool, name).constData());
+        // A note of an earlier run may hold anything.
+        if (name.contains('/')) {
+            continue;
+        }
+        const int error = unlink(inDirectory(pool, name).constData()) == 0 ? 0 : errno;
+        deleted = deleted || error == 0;
+        allGone = allGone && (error == 0 || error == ENOENT);
     }
+    if (deleted) {
+        durable::flushDirectory(pool);
+    }
+    return allGone;
 }
 } // namespace stagedPool

@@ -49,6 +49,8 @@ std::optional<QByteArrayList> fill(const QString &pool, const QString &staged);
 /// @return those that the program has deleted
 QByteArrayList deletedFiles(const QByteArrayList &names, const QString &staged);
 
-/// Deletes these files in the real pool; one that cannot be deleted stays, as it does without a guard.
-void deleteFiles(const QString &pool, const QByteArrayList &names);
+/// Deletes these files in the real pool and flushes the directory: the note that would repeat this is
+/// removed next.
+/// @return false when a file is still there, because of an error
+bool deleteFiles(const QString &pool, const QByteArrayList &names);
 } // namespace stagedPool

@@ -172,8 +172,8 @@ cp /small/databases/* /app/databases/
 
 
 @pytest.mark.parametrize("size, way, kept", [
-    (340_000, "direct", False), (1_500_000, "direct", False), (3_400_000, "guarded", False),
-    (3_700_000, "guarded", True), (8_000_000, "guarded", True)])
+    (340_000, "direct", False), (1_500_000, "direct", False), (3_600_000, "guarded", False),
+    (4_000_000, "guarded", True), (8_000_000, "guarded", True)])
 def test_room_on_the_database_partition(device, expected, size, way, kept):
     """Without room for the kept database first, then directly."""
     device.install(1)

@@ -203,3 +203,20 @@ def test_status_of_an_empty_device(device):
     assert run.stdout.splitlines() == [
         "recorded version: unknown", "newest version that the program knows: unknown",
         "kept database of before: none", "last run: none", "last change: none"]
+
+
+def test_an_empty_database_does_not_come_back(migrated):
+    migrated.kept.write_bytes(b"")
+    assert migrated.run("restore").returncode == 3
+    assert migrated.contents() == migrated.after
+
+
+def test_a_restore_ends_the_note_of_a_run_that_was_cut(migrated):
+    """The note names files in the pool; without its commit they stay."""
+    cookie = migrated.rows("PRAGMA schema_version")[0][0]
+    migrated.note.write_text(json.dumps({"staging": "memory", "boot": "another",
+                                         "schemaCookie": cookie, "poolFiles": ["readme.txt"]}))
+    assert migrated.run("restore").returncode == 0
+    assert not migrated.note.exists()
+    assert migrated.migrate(1) == 0
+    assert "readme.txt" in migrated.pool_files()

@@ -171,3 +171,28 @@ def test_killed_at_any_moment_it_is_the_old_or_the_new_database(device, expected
         assert device.log().endswith(log) or "from version: 34" in device.log()
         assert device.pool_files() == ["readme.txt"]
         assert not [name for name in device.files() if name.endswith((".new", ".tmp", "staging"))]
+
+
+def test_a_result_without_a_page_does_not_empty_the_database(device):
+    """SQLite copies an empty source in the step that only takes the lock."""
+    device.install(1)
+    before = device.contents()
+    device.replace_program(": > /app/databases/my.db.sqlite; "
+                           "echo done > /app/databases/sqlMigrationErrorLog.txt")
+    assert device.migrate(NEWEST) == 3
+    assert device.last_run()["reason"] == "program-broken"
+    assert (device.contents(), device.log()) == (before, "")
+
+
+def test_the_program_alone_dies_with_the_guard(device):
+    device.install(1)
+    device.replace_program("touch /app/started; exec sleep 600")
+    run = device.start("run", NEWEST, bubblewrap=False)
+    wait_for(device.app / "started")
+    family = list(descendants(run.pid))
+    os.kill(next(pid for pid in family if name_of(pid) == "migration-guard"), signal.SIGKILL)
+    run.communicate(timeout=60)
+    end = time.monotonic() + 30
+    while any(alive(pid) for pid in family) and time.monotonic() < end:
+        time.sleep(0.01)
+    assert [name_of(pid) for pid in family if alive(pid)] == []

@@ -149,3 +149,31 @@ def test_files_of_others_in_the_staging_directory_are_left_alone(device):
     (device.app / "work" / name).symlink_to("../precious")
     device.migrate(1, "--staging", "/app/work")
     assert (precious / "file").exists()
+
+
+@pytest.mark.parametrize("place", ["/app/missing", "/app/database-migrator"])
+def test_staging_that_is_no_directory_is_a_wrong_call(device, place):
+    device.install(1)
+    before = device.contents()
+    assert device.migrate(NEWEST, "--staging", place) == 2
+    assert (device.contents(), device.log()) == (before, "")
+
+
+def test_one_failure_on_the_disk_is_followed_by_another_guarded_run(device, expected):
+    device.install(1)
+    (device.app / "work").mkdir()
+    device.replace_program("[ -e /app/healthy ] || kill -9 $$; exec /app/migrator \"$@\"")
+    assert device.migrate(NEWEST, "--staging", "/app/work") == 3
+    (device.app / "healthy").touch()
+    assert device.migrate(NEWEST, "--staging", "/app/work") == 0
+    assert device.last_run()["way"] == "guarded"
+    assert device.contents() == expected(1, NEWEST)[0]
+
+
+def test_a_note_cannot_name_a_file_outside_the_pool(device):
+    device.install(1)
+    device.note.write_text('{"staging":"memory","boot":"another","schemaCookie":-1,'
+                           '"poolFiles":["..%2F..%2F..%2F..%2Fapp%2FrefMachines.sql","readme.txt"]}')
+    assert device.migrate(NEWEST) == 0
+    assert (device.app / "refMachines.sql").exists()
+    assert "readme.txt" not in device.pool_files()
