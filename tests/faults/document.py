@@ -7,6 +7,7 @@ from collections import defaultdict
 
 import cascades
 from deviations import CAUSES, Deviations, in_order, rows_of_json
+from guarded import GUARD_PROCESSES
 from invariant import MISREAD, REQUIRED_LOSSES, REQUIRED_VALUES
 from support.places import ROOT
 from support.versions import NEWEST
@@ -23,7 +24,6 @@ GROUPS = {
 }
 LOST = " rows in no table"
 GUARD_OUTCOMES = ("old", "new", "direct", "wrong")
-GUARD_PROCESSES = ("guard", "guard in memory")
 
 INTRODUCTION = """\
 # What a power cut leaves

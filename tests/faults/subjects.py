@@ -5,6 +5,7 @@ from dataclasses import dataclass
 
 from support.places import DATA, ROOT, TESTS, product_sources
 from support.versions import NEWEST, file_of
+from tree import PROCESSES
 
 BUILD = ROOT / "build" / "dev"
 SHIM = BUILD / "tests" / "libfault_shim.so"
@@ -21,7 +22,6 @@ TIMES = {"full disk": 12, "locked throughout": 3, "locked for some statements": 
          "pair of faults": 1000}
 KINDS = (*OPERATIONS, *ALLOCATIONS, *TIMES)
 # Of the guard.
-PROCESSES = ("guard", "outer bubblewrap", "guard in memory", "bubblewrap", "program")
 GUARD_KINDS = (*OPERATIONS, *ALLOCATIONS,
                *(f"{signal} to {process}" for signal in ("SIGTERM", "SIGKILL")
                  for process in PROCESSES),
