@@ -172,8 +172,9 @@ def test_one_failure_on_the_disk_is_followed_by_another_guarded_run(device, expe
 
 def test_a_note_cannot_name_a_file_outside_the_pool(device):
     device.install(1)
+    outside = "..%2F..%2F..%2F..%2Fapp%2FrefMachines.sql"
     device.note.write_text('{"staging":"memory","boot":"another","schemaCookie":-1,'
-                           '"poolFiles":["..%2F..%2F..%2F..%2Fapp%2FrefMachines.sql","readme.txt"]}')
+                           f'"poolFiles":["{outside}","readme.txt"]}}')
     assert device.migrate(NEWEST) == 0
     assert (device.app / "refMachines.sql").exists()
     assert "readme.txt" not in device.pool_files()
