@@ -53,7 +53,7 @@ SAMPLE = [
     *((walk, kind, (5, 7, 1)) for walk in OTHERS for kind in ("kill", "power cut")),
     *((FORWARD, kind, (0, 1, 1)) for kind in ALLOCATIONS),
     *((FORWARD, f"{signal} to {process}", (2, 3, 1)) for signal in ("SIGTERM", "SIGKILL")
-      for process in ("guard", "bubblewrap", "program")),
+      for process in ("guard in memory", "bubblewrap", "program")),
     (FORWARD, "another process writes", (0, 40, 20)),
     (FORWARD, "full memory", (0, 1, 1)), (FORWARD, "small memory", (9, 10, 1)),
     (FORWARD, "full disk", (11, 12, 1)),
