@@ -26,7 +26,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 from deviations import Deviations
 from document import Figures, write_document
 from multiply import multiply
-from subjects import ALLOCATIONS, JUDGES, KINDS, MIGRATOR, SHIM, TIMES
+from subjects import ALLOCATIONS, KINDS, MIGRATOR, TIMES
 from support.campaign import Campaign, parser
 from support.versions import dump_of
 from workers import answers, workers
@@ -55,8 +55,8 @@ def without_comments(file):
 
 def fingerprint(subject):
     """What the answers hold for: the sources and data of the subject, the shim and the code that
-    runs and judges a case (JUDGES), each without its comments."""
-    texts = map(without_comments, (*subject.sources, *JUDGES))
+    runs and judges a case, each without its comments."""
+    texts = map(without_comments, (*subject.sources, *subject.judges))
     return hashlib.sha256("\0".join(texts).encode()).hexdigest()
 
 
@@ -186,8 +186,7 @@ def main():
     campaign.start_over_unless(fingerprint(subject))
     campaign.forget(complains_about_log)
     start_databases(campaign.folder)
-    with workers(arguments.workers, campaign.folder, subject.module, subject.program,
-                 SHIM) as started:
+    with workers(arguments.workers, campaign.folder, subject.module, subject.files) as started:
         names = arguments.walks.split(";")
         plan = prepare(subject, campaign.folder, started[0], names, campaign.is_over)
         names = [name for name in names if name in plan]

@@ -6,7 +6,8 @@ import pathlib
 from collections import defaultdict
 
 import cascades
-from deviations import CAUSES, in_order, rows_of_json
+from deviations import CAUSES, Deviations, in_order, rows_of_json
+from guarded import GUARD_PROCESSES
 from invariant import MISREAD, REQUIRED_LOSSES, REQUIRED_VALUES
 from support.places import ROOT
 from support.versions import NEWEST
@@ -22,13 +23,15 @@ GROUPS = {
     "no memory": ("no memory once", "no memory from then on"),
 }
 LOST = " rows in no table"
+GUARD_OUTCOMES = ("old", "new", "direct", "wrong")
 
 INTRODUCTION = """\
 # What a power cut leaves
 
 For whoever decides how a device is protected during a migration (buffered power, a copy of the
 database, a second try), and for whoever repairs a database after an interrupted one: what the
-program alone leaves, how often, and why. Made by `tests/faults/campaign.py --document`.
+program alone leaves, how often, and why. Made by `tests/faults/campaign.py --document`, and
+`guard_campaign.py --document` for the program under the guard.
 
 The program met faults of the disk, of memory and of locks on the way from version 1 to {newest} and
 back, on the database of tests/data/version_01.sql and on one with ten times the rows. After each
@@ -55,6 +58,25 @@ of cases in this order:
 - copy left over: a copy aside (`_temp`, `_old`) is still there, with rows that the table lacks
 - rows lost: rows, by their keys, are in no table
 - other difference: no row is missing, but a value, a column or a definition differs
+"""
+
+UNDER_THE_GUARD = """\
+## The program alone, and under the guard
+
+The same faults. Alone: how many cases the next run put right, and how many cost rows. Under the
+guard (docs/guard.md): "right" says that the database was the old or the new one, that the log
+lacked nothing that the database shows, and that the next run ended as an undisturbed one does.
+"direct" are broken rules where the guard had run the program directly: there is no guard then.
+Kills are at operations of the guard and of the program, power cuts at operations on the disk,
+errors and lack of memory at the guard's own.
+
+"""
+
+GUARD_KINDS = """\
+The cases under the guard: those that left the old database, those that left the new one, those that
+broke a rule in a direct run, those that broke a rule under the guard. "of" tells how many places
+there are where not all were tried. Where a fault changes nothing there is no case.
+
 """
 
 LOST_ROWS = """\
@@ -123,13 +145,7 @@ class Figures:
 
     @classmethod
     def read(cls):
-        return cls(**json.loads(FIGURES.read_text(encoding="utf-8")))
-
-    def write(self):
-        depths = {"walks": 1, "kinds": 2, "steps": 2, "lost": 2}
-        entries = (f"{json.dumps(name)}: {rows_of_json(value, depths.get(name, 0))}"
-                   for name, value in vars(self).items())
-        FIGURES.write_text("{\n" + ",\n".join(entries) + "\n}\n", encoding="utf-8")
+        return cls(**read_figures()["program"])
 
     @property
     def ways(self):
@@ -148,6 +164,64 @@ class Figures:
                 unit = "allocations" if kind in GROUPS["no memory"] else "operations"
                 rows.append([walk, kind, f"{self.walks[walk][unit]:,} {unit}", sum(row), *row])
         return table(["walk", "fault", "of", "cases", *OUTCOMES], rows)
+
+
+class GuardFigures:
+    """What came of the cases of the program under the guard."""
+
+    def __init__(self, violations, walks, kinds):
+        self.violations = violations
+        self.walks = walks  # what an undisturbed run does, by walk
+        self.kinds = kinds  # by walk and kind of fault: old, new, wrong, and how many there are
+
+    @classmethod
+    def of(cls, plan, done):
+        kinds, violations = defaultdict(dict), 0
+        for task, answer in done:
+            walk, kind = task["scenario"], task["kind"]
+            violations += len(answer["violations"])
+            row = [answer["outcomes"].get(outcome, 0) for outcome in GUARD_OUTCOMES]
+            # Beyond the places that were not tried there are those that cannot have the fault.
+            tried = len(range(*task["numbers"]))
+            add(kinds[walk], kind, [*row, tried])
+        walks = {walk: {"operations of the guard": sum(
+                            plan[walk]["operations"].get(name, 0) for name in GUARD_PROCESSES),
+                        "operations of the program": plan[walk]["operations"].get("program", 0),
+                        "of these on the disk": plan[walk]["on the disk"],
+                        "allocations of the guard": plan[walk]["allocations"],
+                        "places": plan[walk]["places"]}
+                 for walk in kinds}
+        return cls(violations, walks, kinds)
+
+    @classmethod
+    def read(cls):
+        figures = read_figures().get("guard")
+        return figures and cls(**figures)
+
+    def table(self):
+        """Per walk and kind: the places for it, those that were tried, the cases and outcomes."""
+        return table(["walk", "fault", "places", "tried", *GUARD_OUTCOMES], [
+            [walk, kind, self.walks[walk]["places"][kind], row[-1], *row[:-1]]
+            for walk, by_kind in self.kinds.items() for kind, row in sorted(by_kind.items())])
+
+    def total(self, walks, kinds=None):
+        return [sum(column) for column in zip([0] * (len(GUARD_OUTCOMES) + 1), *(
+            row for walk in walks for kind, row in self.kinds.get(walk, {}).items()
+            if kinds is None or kind in kinds))]
+
+
+def read_figures():
+    return json.loads(FIGURES.read_text(encoding="utf-8"))
+
+
+def write_figures(by_subject):
+    depths = {"walks": 1, "kinds": 2, "steps": 2, "lost": 2}
+    subjects = []
+    for subject, figures in by_subject.items():
+        entries = (f"{json.dumps(name)}: {rows_of_json(value, depths.get(name, 0))}"
+                   for name, value in figures.items())
+        subjects.append(f"{json.dumps(subject)}: {{\n" + ",\n".join(entries) + "\n}")
+    FIGURES.write_text("{\n" + ",\n".join(subjects) + "\n}\n", encoding="utf-8")
 
 
 def add(rows, key, row):
@@ -245,7 +319,44 @@ def on_purpose():
          ["any", "texts", MISREAD]], wide=True)
 
 
-def document(figures, deviations):
+def under_the_guard(figures, guard):
+    """Both tables side by side, and what else the guard met."""
+    rows = []
+    for walk in figures.ways:
+        for group, kinds in GROUPS.items():
+            alone = [sum(column) for column in zip(*(
+                row for kind, row in figures.kinds.get(walk, {}).items() if kind in kinds))]
+            *right, direct, wrong, _ = guard.total([walk], kinds)
+            guarded = sum(right) + direct + wrong
+            rows.append([walk, group, f"{sum(alone):,}", percent(alone[0], sum(alone)),
+                         f"{sum(alone[2:3]):,}", f"{guarded:,}", percent(sum(right), guarded),
+                         direct, wrong])
+    others = []
+    for kind in dict.fromkeys(kind for by_kind in guard.kinds.values() for kind in by_kind):
+        others.append([kind, *(guard_cell(guard, walk, kind) for walk in guard.kinds)])
+    others.sort()
+    for unit in ("operations of the guard", "operations of the program", "of these on the disk",
+                 "allocations of the guard"):
+        others.append([unit, *(f"{guard.walks[walk][unit]:,}" for walk in guard.kinds)])
+    return UNDER_THE_GUARD + table(
+        ["walk", "fault", "alone: cases", "put right", "rows lost", "guarded: cases", "right",
+         "direct", "wrong"], rows, wide=True) + GUARD_KINDS + table(
+        ["fault", *guard.kinds], others, wide=True)
+
+
+def percent(part, whole):
+    return f"{100 * part / whole:.4g} %" if whole else ""
+
+
+def guard_cell(guard, walk, kind):
+    row = guard.kinds[walk].get(kind)
+    if row is None:
+        return ""
+    places = guard.walks[walk]["places"][kind]
+    return " / ".join(map(str, row[:-1])) + (f" of {places:,}" if row[-1] < places else "")
+
+
+def document(figures, deviations, guard=None):
     interrupted = figures.total(GROUPS["kill, power cut"])
     recovered, copies, lost, other, _ = interrupted
     costly = sorted({name for tables in figures.lost.values() for name, steps in tables.items()
@@ -254,10 +365,18 @@ def document(figures, deviations):
         newest=figures.newest, cases=sum(figures.total()), violations=figures.violations or "none",
         interrupted=sum(interrupted), recovered=recovered, copies=copies, lost=lost,
         tables=", ".join(costly), other=other)
-    return "".join((text, "\n", by_step(figures), lost_rows(figures), causes(deviations),
+    guarded = under_the_guard(figures, guard) if guard else ""
+    return "".join((text, "\n", guarded, by_step(figures), lost_rows(figures), causes(deviations),
                     how_often(figures), on_purpose())).rstrip("\n") + "\n"
 
 
-def write_document(figures, deviations):
-    figures.write()
-    DOCUMENT.write_text(document(figures, deviations), encoding="utf-8")
+def write_document(figures=None, deviations=None, guard=None):
+    """Writes the figures and the page. The figures of a subject that is not given stay."""
+    by_subject = read_figures()
+    if figures:
+        by_subject["program"] = vars(figures)
+    if guard:
+        by_subject["guard"] = vars(guard)
+    write_figures(by_subject)
+    DOCUMENT.write_text(document(Figures.read(), deviations or Deviations(), GuardFigures.read()),
+                        encoding="utf-8")

@@ -4,10 +4,13 @@ import pathlib
 from dataclasses import dataclass
 
 from support.places import DATA, ROOT, TESTS, product_sources
-from support.versions import NEWEST
+from support.versions import NEWEST, file_of
+from tree import PROCESSES
 
 BUILD = ROOT / "build" / "dev"
 SHIM = BUILD / "tests" / "libfault_shim.so"
+TREE_SHIM = BUILD / "tests" / "libfault_tree_shim.so"
+BUBBLEWRAP = pathlib.Path("/usr/bin/bwrap")
 HERE = pathlib.Path(__file__).parent
 
 OPERATIONS = ("power cut", "kill", "kill in a write", "EIO once", "EIO from then on",
@@ -18,6 +21,11 @@ ALLOCATIONS = ("no memory once", "no memory from then on")
 TIMES = {"full disk": 12, "locked throughout": 3, "locked for some statements": 300,
          "pair of faults": 1000}
 KINDS = (*OPERATIONS, *ALLOCATIONS, *TIMES)
+# Of the guard.
+GUARD_KINDS = (*OPERATIONS, *ALLOCATIONS,
+               *(f"{signal} to {process}" for signal in ("SIGTERM", "SIGKILL")
+                 for process in PROCESSES),
+               "another process writes", "full disk", "full memory", "small memory")
 
 
 @dataclass(frozen=True)
@@ -32,10 +40,11 @@ class Scenario:
 
 @dataclass(frozen=True)
 class Subject:
-    module: str  # with the class Subject, which the workers import
-    program: pathlib.Path
+    module: str  # with the class Cases, which the workers import
+    files: dict  # what the workers need, by the place in their sandbox
     sources: tuple  # what the program is made of
-    scenarios: dict  # by name
+    judges: tuple  # the code that runs and judges a case
+    scenarios: dict  # by name: a Scenario, or the target where that is all
 
 
 def there_and_back(version, start="start", suffix="", **options):
@@ -45,9 +54,26 @@ def there_and_back(version, start="start", suffix="", **options):
             f"{version} to 1{suffix}": Scenario(f"{there}/final", 1, **options)}
 
 
+def files_of_program(program, shim):
+    return {"/app/database-migrator": program, "/faults/shim.so": shim}
+
+
+def files_of_guard(program, guard, shim):
+    return {"/app/database-migrator": program, "/app/migration-guard": guard,
+            "/app/schema-versions.json": guard.parent.parent / "schema-versions.json",
+            "/faults/tree_shim.so": shim, "/usr/bin/bwrap": BUBBLEWRAP}
+
+
+# What a case does and how it is judged. The rules of the log are not among them: after a change of
+# those only the cases with complaints about the log are tried again.
+JUDGES = (TESTS / "support" / "contents.py", *sorted((HERE / "shim").iterdir()),
+          *(HERE / f"{name}.py" for name in (
+              "cascades", "cases", "device", "disks", "invariant", "migrator", "multiply",
+              "recording", "recovery", "runs", "scenario", "states")))
+
 MIGRATOR = Subject(
-    module="migrator", program=BUILD / "database-migrator",
-    sources=(*product_sources(), DATA / "version_01.sql"),
+    module="alone", files=files_of_program(BUILD / "database-migrator", SHIM),
+    sources=(*product_sources(), DATA / "version_01.sql"), judges=JUDGES,
     scenarios={
         **there_and_back(NEWEST, passes=128),
         **there_and_back(4, passes=8),
@@ -56,9 +82,17 @@ MIGRATOR = Subject(
         **there_and_back(NEWEST, "ten", ", ten times the rows", passes=1024,
                          sample=(8, ("power cut", "kill"))),
     })
-# What a case does and how it is judged. The rules of the log are not among them: after a change of
-# those only the cases with complaints about the log are tried again.
-JUDGES = (TESTS / "support" / "contents.py", *sorted((HERE / "shim").iterdir()),
-          *(HERE / f"{name}.py" for name in (
-              "cascades", "cases", "device", "disks", "invariant", "migrator", "multiply",
-              "recording", "recovery", "runs", "scenario", "states")))
+GUARD = Subject(
+    module="guarded",
+    files=files_of_guard(BUILD / "database-migrator", BUILD / "guard" / "migration-guard",
+                         TREE_SHIM),
+    sources=(*product_sources(), *sorted((ROOT / "guard").iterdir()), DATA / "version_01.sql",
+             file_of(NEWEST)),
+    judges=(TESTS / "support" / "contents.py", *sorted((HERE / "tree_shim").iterdir()),
+            *(HERE / f"{name}.py" for name in (
+                "device", "directory_disk", "disks", "guarded", "guarded_device", "runs", "states",
+                "tree"))),
+    scenarios={f"1 to {NEWEST}": NEWEST, f"{NEWEST} to 1": 1,
+               # An ordinary boot.
+               f"{NEWEST} to {NEWEST}": NEWEST,
+               f"1 to {NEWEST}, write-ahead log": NEWEST, f"1 to {NEWEST}, hot journal": NEWEST})

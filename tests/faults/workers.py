@@ -15,16 +15,18 @@ SMALL_DISK = 16 * 1024 * 1024  # bytes for the largest database, its journal and
 
 
 class Worker:
-    def __init__(self, root, kept, subject, program, shim):
-        """kept: the folder that all workers share; subject: the module that worker.py takes."""
+    def __init__(self, root, kept, subject, files):
+        """kept: the folder that all workers share; subject: the module that worker.py takes;
+        files: what it needs, by the place in the sandbox."""
         device = Device(root).make_folders()
         for file in (device.machines, device.products, device.registration):
             shutil.copy2(DEMO / file.name, file)
         options = [
-            "--ro-bind", program, f"/app/{program.name}", "--ro-bind", TESTS, "/tests",
+            *(part for place, file in files.items() for part in ("--ro-bind", file, place)),
+            "--ro-bind", TESTS, "/tests",
             # The newest version is read from the registry.
             "--ro-bind", ROOT / "app" / "registry.cpp", "/app/registry.cpp",
-            "--ro-bind", shim, "/faults/shim.so", "--bind", kept, "/kept",
+            "--bind", kept, "/kept",
             "--size", SMALL_DISK, "--tmpfs", "/disk",
             "--setenv", "PYTHONPATH", "/tests:/tests/faults",
             "--setenv", "PYTHONDONTWRITEBYTECODE", "1"]
