@@ -37,8 +37,10 @@ BUILD = KEPT / "build"
 HEADERS = KEPT / "headers.h"
 SURVIVORS = HERE / "survivors.txt"
 # Tests of the source text, of other programs and of the disk: a fault in the program is not theirs.
-OTHER_TESTS = ("^(format|shellcheck|flake8|clang_tidy|install|show_changes|faults|mutants|catalogue"
-               "|support|pages)$|^fuzz_")
+OTHER_TESTS = "|".join((
+    "^(fuzz|guard)_", "^(format|shellcheck|flake8|clang_tidy|install|show_changes|faults|mutants"
+    "|catalogue|support|pages)$",
+    *(f"^{path.stem}$" for path in (TESTS / "guard").glob("*_test.cpp"))))
 # Processor time of one process. A whole test gets twice that; tests set their own limits for the
 # programs that they start.
 MOST_SECONDS = 30
