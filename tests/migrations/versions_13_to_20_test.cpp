@@ -243,14 +243,14 @@ void Versions13To20Test::backFrom20To12AndForwardAgain()
     QCOMPARE(migrator.currentVersion(), 12);
     COMPARE_LINES(
         device->dump(),
-        QStringList{
-            machines,
-            "CREATE TABLE \"JP_JobProfile\" (id INTEGER , PRIMARY KEY(id) )",
-            "CREATE TABLE \"internalGpsReceiverSettings\"" + receiversRebuilt,
-            "CREATE TABLE \"MC_EquipmentSectionGroup\" (id INTEGER , PRIMARY KEY(id) )",
-            "CREATE TABLE \"preferredGpsSolutions\" (id INTEGER , PRIMARY KEY(id) )",
-            "CREATE TABLE \"userProfiles\" (id INTEGER , userName TEXT , language TEXT , "
-            "PRIMARY KEY(id) )"} +
+        QStringList(
+            {machines,
+             "CREATE TABLE \"JP_JobProfile\" (id INTEGER , PRIMARY KEY(id) )",
+             "CREATE TABLE \"internalGpsReceiverSettings\"" + receiversRebuilt,
+             "CREATE TABLE \"MC_EquipmentSectionGroup\" (id INTEGER , PRIMARY KEY(id) )",
+             "CREATE TABLE \"preferredGpsSolutions\" (id INTEGER , PRIMARY KEY(id) )",
+             "CREATE TABLE \"userProfiles\" (id INTEGER , userName TEXT , language TEXT , "
+             "PRIMARY KEY(id) )"}) +
             rowsOf("MC_MachineConfig", {"1"}) + rowsOf("JP_JobProfile", {"1"}) +
             rowsOf("internalGpsReceiverSettings", {"1, 38400"}) +
             rowsOf("MC_EquipmentSectionGroup", {"1"}) + rowsOf("preferredGpsSolutions", {"1"}) +
@@ -280,20 +280,20 @@ void Versions13To20Test::backFrom20To12AndForwardAgain()
     QCOMPARE(migrator.currentVersion(), 20);
     COMPARE_LINES(
         device->dump(),
-        QStringList{
-            machines,
-            "CREATE TABLE \"JP_JobProfile\" (id INTEGER , guidanceType INTEGER DEFAULT 2, "
-            "PRIMARY KEY(id) )",
-            "CREATE TABLE \"supportedHarloReceiverSettings\" (id INTEGER , baudRate INTEGER , "
-            "firmwareVersion VARCHAR[40], PRIMARY KEY(id) )",
-            "CREATE TABLE \"MC_EquipmentSectionGroup\" (id INTEGER , "
-            "useEcuOffsets BOOLEAN DEFAULT 1, PRIMARY KEY(id) )",
-            "CREATE TABLE \"preferredGpsSolutions\" (id INTEGER , "
-            "filterLevel INTEGER DEFAULT 1, PRIMARY KEY(id) )",
-            "CREATE TABLE \"userProfiles\" (id INTEGER , userName TEXT , language TEXT , "
-            "acceptedEULA BOOLEAN DEFAULT 0, audibleBackingUpWarningEnabled BOOLEAN, "
-            "audioVolumePercent REAL, PRIMARY KEY(id) )",
-            mapping} +
+        QStringList(
+            {machines,
+             "CREATE TABLE \"JP_JobProfile\" (id INTEGER , guidanceType INTEGER DEFAULT 2, "
+             "PRIMARY KEY(id) )",
+             "CREATE TABLE \"supportedHarloReceiverSettings\" (id INTEGER , baudRate INTEGER , "
+             "firmwareVersion VARCHAR[40], PRIMARY KEY(id) )",
+             "CREATE TABLE \"MC_EquipmentSectionGroup\" (id INTEGER , "
+             "useEcuOffsets BOOLEAN DEFAULT 1, PRIMARY KEY(id) )",
+             "CREATE TABLE \"preferredGpsSolutions\" (id INTEGER , "
+             "filterLevel INTEGER DEFAULT 1, PRIMARY KEY(id) )",
+             "CREATE TABLE \"userProfiles\" (id INTEGER , userName TEXT , language TEXT , "
+             "acceptedEULA BOOLEAN DEFAULT 0, audibleBackingUpWarningEnabled BOOLEAN, "
+             "audioVolumePercent REAL, PRIMARY KEY(id) )",
+             mapping}) +
             rowsOf("MC_MachineConfig", {"1"}) + rowsOf("JP_JobProfile", {"1, 2"}) +
             rowsOf("supportedHarloReceiverSettings", {"1, 38400, NULL"}) +
             rowsOf("MC_EquipmentSectionGroup", {"1, 1"}) +
