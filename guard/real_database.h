@@ -48,7 +48,7 @@ public:
     /// processes that have it open find the new content. Durable when it returns.
     /// @param source a database at rest
     /// @param underLock called when nobody else can write any more and the database is still the one
-    /// that was copied; what it returns but nothing ends the change
+    /// that was copied; a failure that it returns ends the change
     /// @return the failure; what was done under the lock may be taken back unless it is NotFlushed or
     /// Unknown
     Failure replaceContent(const QString &source, const std::function<Failure()> &underLock);

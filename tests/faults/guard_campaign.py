@@ -54,7 +54,7 @@ def tasks(plan, names, kinds, most_cases):
 
 
 def print_violations(done):
-    """Prints what must not be, each with the number of its cases and the first of them."""
+    """Prints the broken rules, each with the number of its cases and the first of them."""
     violations = defaultdict(list)
     for task, answer in done:
         for text in answer["violations"]:

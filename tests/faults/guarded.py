@@ -439,7 +439,7 @@ def write_as_other():
 
 
 def how_it_ended(found):
-    """Says it if the last run has not been an undisturbed one."""
+    """What the guard says of a disturbed last run, for a report; empty for an undisturbed one."""
     try:
         last = json.loads(found.files.get(str(LAST), b"{}")).get("lastRun", {})
     except ValueError:

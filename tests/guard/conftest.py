@@ -86,7 +86,7 @@ class GuardedDevice:
             database.executescript(dump_of(version) + extra)
 
     def replace_program(self, script):
-        """Puts a shell script into the program's place, which finds it as /app/migrator."""
+        """Puts a shell script into the program's place. It finds the program as /app/migrator."""
         self.program.rename(self.app / "migrator")
         self.program.write_text("#!/usr/bin/dash\n" + script)
         self.program.chmod(0o755)

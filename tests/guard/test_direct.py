@@ -56,7 +56,7 @@ def test_without_bubblewrap(device, expected):
 def test_without_namespaces(device, expected, script):
     device.install(1)
     options = dict(bubblewrap=False, options=bubblewrap(device, script))
-    # Nothing is copied for it, at every start again.
+    # The guard copies nothing at such a start.
     device.replace_program('ls /app/databases >/app/files; exec /app/migrator "$@"')
     assert direct_run(device, "no-namespaces", **options) == 4
     assert (device.app / "files").read_text().split() == ["lastMigration.json", "my.db.sqlite"]
@@ -75,7 +75,7 @@ def test_as_an_ordinary_user(device, expected):
 
 
 def test_as_root_where_user_namespaces_are_switched_off(device, expected):
-    """Root needs none. The setting is that of a user namespace of the test's own."""
+    """Root needs no user namespace. The test switches them off in one of its own."""
     device.install(1)
     switch_off = 'echo 0 >/proc/sys/user/max_user_namespaces && exec "$@"'
     command = device.command("run", NEWEST)

@@ -84,7 +84,7 @@ def test_one_that_a_cut_after_the_commit_has_left_gets_its_name(migrated):
 
 
 def cut_after_the_commit(device, names):
-    """The note that a run has left which was cut between its commit and the end."""
+    """The note of a run that was cut off between its commit and its end."""
     device.note.write_text(json.dumps(
         {"staging": "memory", "failed": False, "boot": "another", "schemaCookie": -2,
          "poolFiles": names}))
