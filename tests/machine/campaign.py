@@ -3,11 +3,11 @@
 
     campaign.py [--minutes M] [--cuts N]
 
-The computer starts a Debian with systemd from a read-only disk; the database is on another one. Each
-case says what the device software and the update engine find. Then the power is cut at moments that
-are spread over a migration: the next start has to find the old or the new database, and to end as an
-undisturbed one does. Answers are kept in build/machine/. Needs root, the network once, and the preset
-dev to be built.
+The computer starts a Debian with systemd from a read-only disk; the database is on another one.
+Each case says what the device software and the update engine find. Then the power is cut at moments
+that are spread over a migration: the next start has to find the old or the new database, and to end
+as an undisturbed one does. Answers are kept in build/machine/. Needs root, the network once, and the
+preset dev to be built.
 """
 
 import contextlib
@@ -43,7 +43,6 @@ class Case:
 
 # A migration that ends with something to look at: version 7 needs this table.
 LOOK_AT_IT = "DROP TABLE files;"
-# The program does not start on such a database, and nobody else may write to it.
 CASES = {
     "an ordinary start migrates": Case("", "", 0, NEWEST, True),
     "an ordinary start goes on after status 4": Case(LOOK_AT_IT, "", 4, NEWEST, True),
@@ -78,7 +77,8 @@ def try_case(machine, case):
         files = disk.files()
         found = {"status": last_run(files)["status"], "version": found_version(output),
                  "is_good": ENGINE in output}
-        wrong = [f"{name}: {value}" for name, value in found.items() if value != getattr(case, name)]
+        wrong = [f"{name}: {value}" for name, value in found.items()
+                 if value != getattr(case, name)]
         if case.status == 3 and content_of(files) != before:
             wrong.append("the database has changed")
         return wrong
