@@ -5,9 +5,9 @@
 
 The computer starts a Debian with systemd from a read-only disk; the database is on another one.
 Each case says what the device software and the update engine find. Then the power is cut at moments
-that are spread over a migration: the next start has to find the old or the new database, and to end
-as an undisturbed one does. Answers are kept in build/machine/. Needs root, the network once, and the
-preset dev to be built.
+that are spread over a migration: the next start has to find the old or the new database, and has to
+end as an undisturbed one does. Answers are kept in build/machine/. Needs root, the network once,
+and the preset dev to be built.
 """
 
 import contextlib
