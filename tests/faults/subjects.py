@@ -90,8 +90,8 @@ GUARD = Subject(
              file_of(NEWEST)),
     judges=(TESTS / "support" / "contents.py", *sorted((HERE / "tree_shim").iterdir()),
             *(HERE / f"{name}.py" for name in (
-                "device", "directory_disk", "disks", "guarded", "guarded_device", "runs", "states",
-                "tree"))),
+                "device", "directory_disk", "disks", "guarded", "guarded_device", "guarded_scenario",
+                "runs", "tree"))),
     scenarios={f"1 to {NEWEST}": NEWEST, f"{NEWEST} to 1": 1,
                # An ordinary boot.
                f"{NEWEST} to {NEWEST}": NEWEST,
