@@ -80,12 +80,13 @@ not all were tried. Where a fault changes nothing there is no case.
 """
 
 GUARD_UNITS = """\
-What an undisturbed run does. The program works in memory: between two operations on the disk a kill
-of everything leaves the same files, so there are only as many states as the last line but one
-tells. Every operation of the guard met a kill, and every write a kill half-way through; each left
-the very state that the recording tells. A kill of the program is answered by the guard: it left one
-state in each walk, tried at 200 to 400 of the program's operations. Signals met the first and the
-last of alike operations in a row.
+What an undisturbed run does. The program works in memory: between two operations on the disk a
+kill of everything leaves the same files. So there are few states of the disk for many operations.
+Every operation of the guard met a kill, and every write a kill half-way through; each left the very
+state that the recording tells. A kill of the program is answered by the guard, which leaves one
+state in each walk, whatever the operation; it was tried at some 200. Signals met the first and the
+last of alike operations in a row. Every tenth allocation of the guard failed once, every 50th with
+all after it.
 
 """
 

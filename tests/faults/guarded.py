@@ -9,7 +9,9 @@ import json
 import pathlib
 import pickle
 import random
+import signal
 import sqlite3
+import time
 from collections import Counter
 from contextlib import closing, contextmanager
 
@@ -27,6 +29,9 @@ OTHER_BOOT = b"00000000-0000-4000-8000-000000000000"
 DISK_STEP = 512 * 1024  # bytes; the guard wants some five times the database
 MEMORY_STEP = 128 * 1024  # bytes; a walk takes at most some 300 kB
 ROOM_STEP = 640 * 1024  # bytes; the guard's own size is some 7 MB
+MOMENT = 0.003  # seconds; a run takes some 0.3
+# After these the guard itself may be gone.
+MAY_DIE = (*KILLS, *SIGNALS, *MEMORY, "SIGKILL at any moment")
 
 
 def prepare(task, folder):
@@ -69,9 +74,11 @@ class Cases:
         elif kind in KILLS:
             self._kill(kind, number)
         elif kind in MEMORY:
-            self._run(kind, f"allocation {number}", AT=number, **MEMORY[kind])
+            self._run(kind, f"allocation {number}", AT=number, **MEMORY[kind][0])
         elif kind in SIGNALS:
             self._pause(kind, number, lambda run: run.send(*SIGNALS[kind]))
+        elif kind == "SIGKILL at any moment":
+            self._kill_guard(kind, number)
         elif kind == "another process writes":
             self._pause(kind, number, lambda _: write_as_other())
         elif kind == "full disk":
@@ -101,6 +108,16 @@ class Cases:
         self._run(kind, scenario.describe(number), lambda found: (
             [] if found.key == expected else ["left other files than the recording tells"]),
                   AT=number, **KILLS[kind][0])
+
+    def _kill_guard(self, kind, number):
+        """After a time, not before an operation: there are none while it starts a process."""
+        fill(self.scenario.start)
+        run = tree.Tree(self.scenario.command(), {})
+        with same_file() as replaced:
+            time.sleep(number * MOMENT)
+            run.send(signal.SIGKILL, "guard")
+            ended = run.result()
+        self._note(kind, f"after {number * MOMENT:.3f} s", snapshot(), ended, replaced)
 
     def _pause(self, kind, number, act):
         """Something happens while a process waits before an operation, if it can."""
@@ -200,7 +217,7 @@ class Cases:
             yield f"went on: {', '.join(run.orphans)}"
         if isinstance(run.status, str):
             yield run.status
-        elif run.status not in (0, 3, 4) and kind not in (*KILLS, *SIGNALS, *MEMORY):
+        elif run.status not in (0, 3, 4) and kind not in MAY_DIE:
             yield f"ended with {run.status}"
         # After a direct run 4 only says that somebody should look.
         answered = (0,) if run.ran_directly else (0, 4)

@@ -1,6 +1,5 @@
 """What is known of a walk of the guard before it meets a fault, and where it meets one."""
 
-import pathlib
 import random
 import shutil
 import signal
@@ -23,8 +22,8 @@ AROUND_PROGRAM = ("guard", "outer bubblewrap", "guard in memory")  # there witho
 WAIT = "2"  # seconds for locks that others hold
 EARLIER_LOG = b"a line of an earlier run\n"
 POOL_FILES = ("VT-01.iop", "VT-02.iop")
-DISTANCE_OF_ALLOCATIONS = 10
 SIZES = 12
+MOMENTS = 100
 # How many of the program's operations are tried: it works in memory, where they are all alike.
 KILLS_OF_PROGRAM = 200
 SIGNALS_AT_PROGRAM = 20
@@ -39,8 +38,9 @@ ERRORS = {
     "short writes from then on": ({"ACTION": "short", "FOREVER": 1}, "W"),
 }
 KILLS = {"kill": ({"ACTION": "kill"}, "COWTYUMR"), "kill in a write": ({"ACTION": "half"}, "W")}
-MEMORY = {"no memory once": {"ACTION": "memory"},
-          "no memory from then on": {"ACTION": "memory", "FOREVER": 1}}
+# The switches, and the distance between the allocations.
+MEMORY = {"no memory once": ({"ACTION": "memory"}, 10),
+          "no memory from then on": ({"ACTION": "memory", "FOREVER": 1}, 50)}
 # The signal, and the process that gets it.
 SIGNALS = {f"{number.name} to {process}": (number, process)
            for number in (signal.SIGTERM, signal.SIGKILL) for process in tree.PROCESSES}
@@ -212,8 +212,9 @@ class Scenario:
             **{kind: with_kinds(kinds, own + kills) for kind, (_, kinds) in KILLS.items()},
             **{kind: signals + (ends if process in AROUND_PROGRAM else [])
                for kind, (_, process) in SIGNALS.items()},
-            **dict.fromkeys(MEMORY, spread(range(1, self.allocations + 1,
-                                                 DISTANCE_OF_ALLOCATIONS))),
+            "SIGKILL at any moment": list(range(MOMENTS)),
+            **{kind: spread(range(1, self.allocations + 1, distance))
+               for kind, (_, distance) in MEMORY.items()},
             "power cut": self._power_cuts(),
             "another process writes": ends,
             **dict.fromkeys(("full disk", "full memory", "small memory"), list(range(SIZES)))}

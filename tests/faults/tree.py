@@ -86,15 +86,19 @@ class Tree:
             number.pack_into(shared, place, 2)
 
     def send(self, number, name):
-        """Sends a signal to a process and waits until it is gone; false if it is not there."""
-        process = self._processes().get(name)
-        if process is None:
-            return False
-        end = os.pidfd_open(process)
-        signal.pidfd_send_signal(end, number)
-        select.select([end], [], [], SECONDS_FOR_ORPHANS)
-        os.close(end)
-        return True
+        """Sends a signal to a process, lets one that waits go on at that moment, and waits until
+        the end of the process; false if it is not there."""
+        with contextlib.suppress(ProcessLookupError, FileNotFoundError):
+            process = self._processes().get(name)
+            end = process and os.pidfd_open(process)
+            if not end:
+                return False
+            self.go_on()
+            signal.pidfd_send_signal(end, number)
+            select.select([end], [], [], SECONDS_FOR_ORPHANS)
+            os.close(end)
+            return True
+        return False
 
     def _processes(self):
         """Their numbers by name. Each is the only child of the one before."""
