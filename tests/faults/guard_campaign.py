@@ -21,6 +21,7 @@ from collections import defaultdict
 # First: it finds the folder of the shared package.
 from campaign import fingerprint, run_tasks
 from document import GuardFigures, write_document
+from guarded import BOOT
 from subjects import GUARD, GUARD_KINDS
 from support.campaign import Campaign, parser
 from workers import workers
@@ -91,7 +92,8 @@ def main():
     arguments = options.parse_args()
     signal.signal(signal.SIGTERM, lambda *_: sys.exit("ended"))  # with the workers' devices
     campaign = Campaign("faults-guard", arguments.minutes)
-    campaign.start_over_unless(fingerprint(GUARD))
+    # The guard's note of a run tells one start of the machine from another.
+    campaign.start_over_unless(fingerprint(GUARD) + BOOT.read_text())
     number = 1 if arguments.case else arguments.workers
     with workers(number, campaign.folder, GUARD.module, GUARD.files) as started:
         names = arguments.walks.split(";")

@@ -90,13 +90,16 @@ class Cases:
         else:
             self._power_cut(number)
 
-    def _run(self, kind, what, violations=lambda _: (), **switches):
+    def _run(self, kind, what, expected=None, **switches):
+        """expected: the key of the files that the run has to leave."""
         fill(self.scenario.start)
         with same_file() as replaced:
             run = tree.run(self.scenario.command(), **switches, **self.mistake)
+        found = snapshot()
+        if expected not in (None, found.key):
+            replaced.append("left other files than the recording tells")
         if run.faults > 0:
-            found = snapshot()
-            self._note(kind, what, found, run, [*replaced, *violations(found)])
+            self._note(kind, what, found, run, replaced)
 
     def _kill(self, kind, number):
         """A kill of the guard leaves what is on the disk at that moment. What a kill of the program
@@ -105,9 +108,7 @@ class Cases:
         expected = scenario.key_without_program
         if scenario.is_guards(number):
             expected = scenario.key_before(number, half=kind == "kill in a write")
-        self._run(kind, scenario.describe(number), lambda found: (
-            [] if found.key == expected else ["left other files than the recording tells"]),
-                  AT=number, **KILLS[kind][0])
+        self._run(kind, scenario.describe(number), expected, AT=number, **KILLS[kind][0])
 
     def _kill_guard(self, kind, number):
         """After a time, not before an operation: there are none while it starts a process."""
