@@ -10,6 +10,7 @@ from deviations import CAUSES, Deviations, in_order, rows_of_json
 from invariant import MISREAD, REQUIRED_LOSSES, REQUIRED_VALUES
 from support.places import ROOT
 from support.versions import NEWEST
+from tree import SECONDS_FOR_ORPHANS
 
 FIGURES = pathlib.Path(__file__).parent / "figures.json"
 DOCUMENT = ROOT / "docs" / "power-cut.md"
@@ -64,18 +65,19 @@ UNDER_THE_GUARD = """\
 
 The same faults. Alone: how many cases the next run put right, and how many cost rows. Under the
 guard (docs/guard.md): "right" says that the database was the old or the new one, that the log
-lacked nothing that the database shows, and that the next run ended as an undisturbed one does.
-"direct" are broken rules where the guard had run the program directly: there is no guard then.
-Kills are at the guard's own operations and at some of the program's, power cuts at operations on
-the disk, errors and lack of memory at the guard's own.
+lacked nothing that the database shows, that no process was left for longer than {seconds} seconds,
+and that the next run ended as an undisturbed one does. "direct" are broken rules where the guard
+had run the program directly: there is no guard then. Kills are at the guard's own operations and at
+some of the program's, power cuts at operations on the disk, errors and lack of memory at the
+guard's own.
 
 """
 
 GUARD_KINDS = """\
 The cases under the guard: those that left the old database, those that left the new one, those that
 broke a rule in a direct run, those that broke a rule under the guard, and how many different states
-of the device they left. Each state was recovered once. "of" tells how many places there are where
-not all were tried. Where a fault changes nothing there is no case.
+of the device they left. Each state was recovered once. "24 of 445" tells how many places were tried
+where it is not all of them. Where a fault changes nothing there is no case.
 
 """
 
@@ -342,7 +344,7 @@ def under_the_guard(figures, guard):
     kinds = sorted(dict.fromkeys(kind for walk in guard.kinds.values() for kind in walk))
     units = [unit for unit in next(iter(walks.values())) if unit != "places"]
     others = [[kind, *(guard_cell(guard, walk, kind) for walk in walks)] for kind in kinds]
-    return UNDER_THE_GUARD + table(
+    return UNDER_THE_GUARD.format(seconds=SECONDS_FOR_ORPHANS) + table(
         ["walk", "fault", "alone: cases", "put right", "rows lost", "guarded: cases", "right",
          "direct", "wrong"], rows, wide=True) + GUARD_KINDS + table(
         ["fault", *walks], others, wide=True) + GUARD_UNITS + table(
@@ -361,7 +363,7 @@ def guard_cell(guard, walk, kind):
     *outcomes, states, tried = row
     places = guard.walks[walk]["places"][kind]
     return " / ".join(map(str, [*outcomes, states])) + (
-        f" of {places:,}" if tried < places else "")
+        f", {tried:,} of {places:,}" if tried < places else "")
 
 
 def document(figures, deviations, guard=None):

@@ -155,5 +155,5 @@ def test_page_has_both_subjects_side_by_side():
                if line.startswith(f"| {FORWARD} | kill, power cut |"))
     assert row.split(" | ")[2] == f"{cases:,}"
     assert row.endswith(" | 12 | 83.33 % | 0 | 2 |")
-    assert "| kill | 6 / 4 / 0 / 2 / 3 of 1,200 | 0 / 3 / 1 / 0 / 2 |" in text.splitlines()
+    assert "| kill | 6 / 4 / 0 / 2 / 3, 16 of 1,200 | 0 / 3 / 1 / 0 / 2 |" in text.splitlines()
     assert "| operations of the guard | 5 | 5 |" in text.splitlines()
