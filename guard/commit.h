@@ -1,6 +1,6 @@
 #pragma once
 
-#include "guard/attempt.h"
+#include "guard/run_note.h"
 #include "guard/device_paths.h"
 #include "guard/real_database.h"
 
@@ -13,7 +13,7 @@ struct AcceptedResult {
     QString database; ///< what the program has made of it, at rest
     QByteArray log;   ///< what the program has logged
     bool keep;        ///< whether the database of before is to be kept
-    Attempt attempt;  ///< the note of the run, with the files that are to be deleted in the pool
+    RunNote note;     ///< of the run, with the files that are to be deleted in the pool
 };
 
 /// What has come of it.
@@ -28,7 +28,8 @@ struct CommitEnd {
 /// Deletes in the pool what a run was to delete after its commit, if it was cut in between.
 /// @param note what that run has left
 /// @param schemaCookie the database's, which tells whether the commit has happened
-void finishCutCommit(const DevicePaths &device, const Attempt &note, qint64 schemaCookie);
+/// @return false when a file is still there, because of an error
+bool finishCutCommit(const DevicePaths &device, const RunNote &note, qint64 schemaCookie);
 
 /// Brings a result into the real database. docs/guard.md explains the order of the flushes.
 /// @param database the one that was copied

@@ -1,5 +1,5 @@
 #include "guard/restoration.h"
-#include "guard/attempt.h"
+#include "guard/run_note.h"
 #include "guard/commit.h"
 #include "guard/comparison.h"
 #include "guard/directory_lock.h"
@@ -12,6 +12,8 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QTextStream>
+
+#include <algorithm>
 
 namespace
 {
@@ -76,10 +78,12 @@ RunRecord restoreLocked(
     RunRecord record;
     record.command = "restore";
     const sizing::Database size = sizing::measure(device.database);
-    if (sizing::freeRoom(device.databases) < size.bytes + sizing::commitRoom(size, true)) {
+    const qint64 sourceBytes =
+        std::max(QFileInfo(device.kept).size(), QFileInfo(device.replaced).size());
+    if (sizing::freeRoom(device.databases) < 2 * size.bytes + sizing::roomForCommit(size, sourceBytes)) {
         return nothingChanged(record, "no-room", "for the commit");
     }
-    const TemporaryCopy current(device.databases + "/migration-guard.copy");
+    const TemporaryCopy current(device.copy);
     RealDatabase database(device.database, budget);
     RealDatabase::Failure failure = database.open();
     if (!failure) {
@@ -91,9 +95,9 @@ RunRecord restoreLocked(
     KeptDatabase replaced(device.replaced);
     if (!options.dryRun) {
         // What a run that was cut has left is settled by the database as it is now.
-        if (const std::optional<Attempt> note = Attempt::read(device.attempt)) {
+        if (const std::optional<RunNote> note = RunNote::read(device.note)) {
             finishCutCommit(device, *note, database.schemaCookie());
-            QFile::remove(device.attempt);
+            QFile::remove(device.note);
         }
         KeptDatabase(device.kept).settle(current.path());
         replaced.settle(current.path());
@@ -122,7 +126,7 @@ RunRecord restoreLocked(
     if (options.dryRun || compareDatabases(source, current.path()).isEmpty()) {
         return record;
     }
-    if (replaced.prepare(current.path(), durable::ownershipOf(device.database)) != 0 ||
+    if (!replaced.prepare(current.path(), durable::ownershipOf(device.database)) ||
         durable::flushDirectory(device.databases) != 0) {
         replaced.discard();
         return nothingChanged(record, "no-room", "to keep what is replaced");

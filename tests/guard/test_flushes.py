@@ -17,7 +17,7 @@ PLACES = {"/app/databases": "directory", "/app/databases/my.db.sqlite": "databas
           "/app/databases/before-migration.sqlite.tmp": "kept.tmp",
           "/app/databases/lastMigration.json": "record",
           "/app/databases/lastMigration.json.new": "record.new",
-          "/app/databases/migration-guard.attempt": "note"}
+          "/app/databases/migration-guard.note": "note"}
 
 
 def operations(device, *arguments):
