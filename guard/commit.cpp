@@ -26,10 +26,18 @@ int flushDirectories(const RealDatabase &database, const DevicePaths &device, co
 }
 } // namespace
 
-bool finishCutCommit(const DevicePaths &device, const RunNote &note, qint64 schemaCookie)
+bool hasRoomToCommit(
+    const DevicePaths &device, const sizing::Database &before, const AcceptedResult &result)
 {
-    const bool hasHappened = note.schemaCookie != schemaCookie;
-    return !hasHappened || stagedPool::deleteFiles(device.pool, note.poolFiles);
+    const QString directory = QFileInfo(device.database).absolutePath();
+    const qint64 free = sizing::freeRoom(directory);
+    const qint64 commit = sizing::roomForCommit(before, QFileInfo(result.database).size());
+    const qint64 kept = result.keep ? QFileInfo(result.original).size() : 0;
+    const qint64 beside = result.log.size() + kept;
+    // Where the database is a link its file may be on another partition.
+    return sizing::shareRoom(directory, device.databases)
+               ? free >= commit + beside
+               : free >= commit && sizing::freeRoom(device.databases) >= beside;
 }
 
 CommitEnd commitResult(
@@ -37,8 +45,7 @@ CommitEnd commitResult(
 {
     KeptDatabase kept(device.kept);
     CommitEnd end;
-    end.kept =
-        result.keep && kept.prepare(result.original, durable::ownershipOf(device.database));
+    end.kept = result.keep && kept.prepare(result.original, durable::ownershipOf(device.database));
 
     DeviceLog log(device.log);
     const auto appendLog = [&]() -> RealDatabase::Failure {

@@ -3,7 +3,7 @@
 #include "guard/comparison.h"
 #include "guard/device_log.h"
 #include "guard/durable_file.h"
-#include "guard/kept_database.h"
+#include "guard/earlier_run.h"
 #include "guard/limits.h"
 #include "guard/messages.h"
 #include "guard/program_run.h"
@@ -11,8 +11,6 @@
 #include "guard/run_log.h"
 #include "guard/sizing.h"
 #include "guard/staging_place.h"
-
-#include <QFileInfo>
 
 #include <algorithm>
 
@@ -31,7 +29,8 @@ RecordedVersion versionOfStaged(const QString &database)
 
 bool hasFailedStep(const QByteArray &log, const RunRecord &record)
 {
-    const qint64 from = std::clamp<qint64>(record.from.number.value_or(0), 0, limits::largestVersion);
+    const qint64 from =
+        std::clamp<qint64>(record.from.number.value_or(0), 0, limits::largestVersion);
     return runLog::hasFailedStep(log, static_cast<int>(from), record.target.value_or(0));
 }
 
@@ -66,7 +65,6 @@ private:
     Next endOfCopy(const DatabaseFailure &failure);
 
     void settleEarlierRun(const Staging &staging);
-    bool hasRoomToCommit(const Staging &staging, const QByteArray &log, bool keep) const;
     void noteFailure();
 
     const GuardedTask &m_task;
@@ -126,8 +124,8 @@ Next GuardedTry::runProgram(const Staging &staging)
         return failure.kind == FailureKind::NotWritable ? directly("not-writable", failure.text)
                                                         : endWith(failure, "commit-failed");
     }
-    const ProgramRun run = runOnStaging(
-        m_task.device, staging, m_task.options.target, sizing::reserve(m_size));
+    const ProgramRun run =
+        runOnStaging(m_task.device, staging, m_task.options.target, sizing::reserve(m_size));
     switch (run.end) {
     case ProgramRun::End::NeverStarted:
         return directly("no-namespaces", QString());
@@ -186,18 +184,21 @@ Next GuardedTry::accept(const Staging &staging, const QByteArray &log)
 Next GuardedTry::commit(const Staging &staging, const QByteArray &log)
 {
     RunRecord &record = m_end.record;
-    if (!hasRoomToCommit(staging, log, false)) {
+    const bool keep =
+        m_task.options.keepDatabase && m_task.mayReplaceKept && record.from != record.to;
+    m_note.poolFiles += stagedPool::deletedFiles(m_poolFiles, staging.pool());
+    AcceptedResult result = {staging.original(), staging.database(), log, keep, m_note};
+    bool hasRoom = hasRoomToCommit(m_task.device, m_size, result);
+    if (result.keep && !hasRoom) {
+        tell(QString("no room to keep the database of before"));
+        result.keep = false;
+        hasRoom = hasRoomToCommit(m_task.device, m_size, result);
+    }
+    if (!hasRoom) {
         record.detail = "for the commit";
         return Next::NoRoom;
     }
-    bool keep = m_task.options.keepDatabase && m_task.mayReplaceKept && record.from != record.to;
-    if (keep && !hasRoomToCommit(staging, log, true)) {
-        tell(QString("no room to keep the database of before"));
-        keep = false;
-    }
-    m_note.poolFiles += stagedPool::deletedFiles(m_poolFiles, staging.pool());
-    const CommitEnd end = commitResult(
-        m_database, m_task.device, {staging.original(), staging.database(), log, keep, m_note});
+    const CommitEnd end = commitResult(m_database, m_task.device, result);
     record.kept = end.kept;
     m_end.directoryChanged = m_end.directoryChanged || end.kept;
     m_end.noteIsDone = end.poolIsSettled;
@@ -260,30 +261,13 @@ Next GuardedTry::endOfCopy(const DatabaseFailure &failure)
 
 void GuardedTry::settleEarlierRun(const Staging &staging)
 {
-    const std::optional<RunNote> &earlier = m_task.earlier;
-    m_end.earlierIsSettled =
-        !earlier || finishCutCommit(m_task.device, *earlier, m_database.schemaCookie());
+    m_end.earlierIsSettled = settlePool(m_task.device, m_task.earlier, m_database.schemaCookie());
     if (!m_end.earlierIsSettled) {
         // The next run tries again.
-        m_note.poolFiles = earlier->poolFiles;
-        m_note.schemaCookie = earlier->schemaCookie;
+        m_note.poolFiles = m_task.earlier->poolFiles;
+        m_note.schemaCookie = m_task.earlier->schemaCookie;
     }
-    for (const QString &path : {m_task.device.kept, m_task.device.replaced}) {
-        m_end.directoryChanged =
-            KeptDatabase(path).settle(staging.original()) || m_end.directoryChanged;
-    }
-}
-
-bool GuardedTry::hasRoomToCommit(const Staging &staging, const QByteArray &log, bool keep) const
-{
-    const QString directory = QFileInfo(m_task.device.database).absolutePath();
-    const qint64 free = sizing::freeRoom(directory);
-    const qint64 commit = sizing::roomForCommit(m_size, QFileInfo(staging.database()).size());
-    const qint64 beside = log.size() + (keep ? QFileInfo(staging.original()).size() : 0);
-    // Where the database is a link its file may be on another partition.
-    return sizing::shareRoom(directory, m_task.device.databases)
-               ? free >= commit + beside
-               : free >= commit && sizing::freeRoom(m_task.device.databases) >= beside;
+    m_end.directoryChanged = settleKeptDatabases(m_task.device, staging.original());
 }
 
 void GuardedTry::noteFailure()

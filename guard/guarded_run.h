@@ -32,7 +32,8 @@ struct GuardedEnd {
     bool noteIsDone = false;
     bool earlierIsSettled = false; ///< what an earlier run has left is in order
     bool directoryChanged = false; ///< a database beside the real one has got its name or gone
-    std::optional<qint64> mostTaken; ///< bytes that the program took in staging, if it ran to its end
+    std::optional<qint64>
+        mostTaken; ///< bytes that the program took in staging, if it ran to its end
 };
 
 /// Runs the program on a copy and brings the result into the real database.

@@ -1,9 +1,9 @@
 #include "guard/migration.h"
 #include "guard/bubblewrap.h"
-#include "guard/commit.h"
 #include "guard/direct_run.h"
 #include "guard/directory_lock.h"
 #include "guard/durable_file.h"
+#include "guard/earlier_run.h"
 #include "guard/guarded_run.h"
 #include "guard/last_migration.h"
 #include "guard/limits.h"
@@ -36,7 +36,7 @@ private:
     void tryGuarded(bool mayReplaceKept);
     bool hasRoomForDirectRun() const;
     void runDirectly();
-    void settlePool();
+    void settleBeforeDirectRun();
     void directly(const QString &reason, const QString &detail = QString());
     RunRecord unguarded(const QString &reason);
 
@@ -65,7 +65,8 @@ RunRecord Migration::run()
     // A run or a restore that was cut has left them.
     Staging::remove(m_device.staging);
     for (const QString &file :
-         {m_device.copy, durable::unfinishedName(m_device.note),
+         {m_device.copy,
+          durable::unfinishedName(m_device.note),
           durable::unfinishedName(m_device.lastMigration)}) {
         // One that cannot be removed is written over by whoever needs its name.
         QFile::remove(file);
@@ -121,8 +122,8 @@ QString Migration::whyNotGuarded() const
     }
     // After a run that died the next one is staged on the disk; if that one dies too, staging may be
     // the reason.
-    const bool failedTwice = m_earlier && m_earlier->stagedOnDisk && m_earlier->failed &&
-                             m_earlier->runsInARow > 1;
+    const bool failedTwice =
+        m_earlier && m_earlier->stagedOnDisk && m_earlier->failed && m_earlier->runsInARow > 1;
     return failedTwice && !m_options.strict && hasRoomForDirectRun() ? "earlier-runs-failed" : "";
 }
 
@@ -170,7 +171,7 @@ void Migration::runDirectly()
         return;
     }
     if (!m_end.earlierIsSettled) {
-        settlePool();
+        settleBeforeDirectRun();
     }
     record.guarded = false;
     record.staging.clear();
@@ -180,7 +181,7 @@ void Migration::runDirectly()
 }
 
 /// What a commit that was cut had still to delete in the pool is known from the note alone.
-void Migration::settlePool()
+void Migration::settleBeforeDirectRun()
 {
     if (!m_earlier || m_earlier->poolFiles.isEmpty()) {
         return;
@@ -188,9 +189,9 @@ void Migration::settlePool()
     WaitBudget noWaiting(0);
     RealDatabase database(m_device.database, noWaiting);
     database.open();
-    const std::optional<qint64> schemaCookie = database.readSchemaCookie();
-    if (!schemaCookie || !finishCutCommit(m_device, *m_earlier, *schemaCookie)) {
-        tell(QString("files of the pool could not be deleted"));
+    if (const std::optional<qint64> schemaCookie = database.readSchemaCookie()) {
+        // A file that stays is told; nothing can be done about it after a direct run.
+        settlePool(m_device, m_earlier, *schemaCookie);
     }
 }
 

@@ -47,9 +47,8 @@ private:
 QString textOf(const SqliteConnection &connection, int result)
 {
     const int primaryCode = 0xff;
-    const bool isItsOwn =
-        connection.handle() &&
-        (sqlite3_errcode(connection.handle()) & primaryCode) == (result & primaryCode);
+    const bool isItsOwn = connection.handle() && (sqlite3_errcode(connection.handle()) &
+                                                  primaryCode) == (result & primaryCode);
     return isItsOwn ? connection.errorText() : QString::fromUtf8(sqlite3_errstr(result));
 }
 

@@ -46,7 +46,10 @@ public:
 
     /// Reads that counter as it is now.
     /// @return nothing when the database cannot be read
-    std::optional<qint64> readSchemaCookie() { return m_connection.number("PRAGMA schema_version"); }
+    std::optional<qint64> readSchemaCookie()
+    {
+        return m_connection.number("PRAGMA schema_version");
+    }
 
     /// @return the connection, for queries that change nothing
     const SqliteConnection &connection() const { return m_connection; }

@@ -1,8 +1,7 @@
 #include "guard/restoration.h"
-#include "guard/run_note.h"
-#include "guard/commit.h"
 #include "guard/comparison.h"
 #include "guard/directory_lock.h"
+#include "guard/earlier_run.h"
 #include "guard/kept_database.h"
 #include "guard/messages.h"
 #include "guard/real_database.h"
@@ -80,7 +79,8 @@ RunRecord restoreLocked(
     const sizing::Database size = sizing::measure(device.database);
     const qint64 sourceBytes =
         std::max(QFileInfo(device.kept).size(), QFileInfo(device.replaced).size());
-    if (sizing::freeRoom(device.databases) < 2 * size.bytes + sizing::roomForCommit(size, sourceBytes)) {
+    if (sizing::freeRoom(device.databases) <
+        2 * size.bytes + sizing::roomForCommit(size, sourceBytes)) {
         return nothingChanged(record, "no-room", "for the commit");
     }
     const TemporaryCopy current(device.copy);
@@ -95,12 +95,10 @@ RunRecord restoreLocked(
     KeptDatabase replaced(device.replaced);
     if (!options.dryRun) {
         // What a run that was cut has left is settled by the database as it is now.
-        if (const std::optional<RunNote> note = RunNote::read(device.note)) {
-            finishCutCommit(device, *note, database.schemaCookie());
+        if (settlePool(device, RunNote::read(device.note), database.schemaCookie())) {
             QFile::remove(device.note);
         }
-        KeptDatabase(device.kept).settle(current.path());
-        replaced.settle(current.path());
+        settleKeptDatabases(device, current.path());
     }
 
     const bool undoes = lastMigration.lastRun().value("command").toString() == "restore" &&

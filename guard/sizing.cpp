@@ -60,8 +60,7 @@ qint64 roomForCommit(const Database &database, qint64 resultBytes)
 
 qint64 roomForDirectRun(const Database &database, const std::optional<qint64> &measured)
 {
-    const qint64 most =
-        measured ? limits::directRunFactor * *measured : measuredGrowth(database);
+    const qint64 most = measured ? limits::directRunFactor * *measured : measuredGrowth(database);
     return most + limits::directRunReserve;
 }
 
