@@ -10,8 +10,13 @@ using Kind = DatabaseFailure::Kind;
 
 Kind kindOfResult(int result)
 {
-    if (result == SQLITE_READONLY_DBMOVED) {
+    switch (result) {
+    case SQLITE_READONLY_DBMOVED:
         return Kind::Replaced;
+    case SQLITE_IOERR_SHMSIZE: // the index of a write-ahead log, which every reader makes
+        return Kind::NoRoom;
+    default:
+        break;
     }
     const int primaryCode = result & 0xff;
     switch (primaryCode) {

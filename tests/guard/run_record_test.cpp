@@ -89,6 +89,7 @@ void RunRecordTest::sqliteFailures_data()
     QTest::newRow("busy") << SQLITE_BUSY << Kind::Locked;
     QTest::newRow("locks of a write-ahead log") << SQLITE_PROTOCOL << Kind::Locked;
     QTest::newRow("full") << SQLITE_FULL << Kind::NoRoom;
+    QTest::newRow("no room for an index") << SQLITE_IOERR_SHMSIZE << Kind::NoRoom;
     QTest::newRow("read-only") << SQLITE_READONLY << Kind::NotWritable;
     QTest::newRow("moved") << SQLITE_READONLY_DBMOVED << Kind::Replaced;
     QTest::newRow("no memory") << SQLITE_NOMEM << Kind::Failed;
