@@ -20,12 +20,11 @@ QString reasonFor(DatabaseFailure::Kind kind, const QString &step)
         return "replaced";
     case DatabaseFailure::Kind::NoRoom:
         return "no-room";
-    case DatabaseFailure::Kind::NotWritable:
-        return "not-writable";
     case DatabaseFailure::Kind::NotFlushed:
         return "not-flushed";
     case DatabaseFailure::Kind::Unknown:
         return "commit-unknown";
+    case DatabaseFailure::Kind::NotWritable:
     case DatabaseFailure::Kind::Damaged:
     case DatabaseFailure::Kind::Failed:
         break;

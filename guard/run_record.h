@@ -35,7 +35,8 @@ struct RunRecord {
     void endUnchanged(const QString &why, const QString &words = QString());
 
     /// The run ends with what the database has answered: status and reason for every failure.
-    /// @param step the reason where the disk, the memory or damage ended it, such as "commit-failed"
+    /// @param step the reason for a failure that has none of its own (the disk, the memory, damage, a
+    /// missing right), such as "commit-failed"
     void endWith(const DatabaseFailure &failure, const QString &step);
 
     QJsonObject toJson() const;

@@ -49,7 +49,7 @@ void RunRecordTest::endWith_data()
     row("written", Kind::Written, "written-meanwhile");
     row("replaced", Kind::Replaced, "replaced");
     row("no room", Kind::NoRoom, "no-room");
-    row("not writable", Kind::NotWritable, "not-writable");
+    row("not writable", Kind::NotWritable, "commit-failed");
     row("damaged", Kind::Damaged, "commit-failed");
     row("failed", Kind::Failed, "commit-failed");
     QTest::newRow("not flushed") << Kind::NotFlushed
