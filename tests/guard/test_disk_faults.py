@@ -70,7 +70,7 @@ class FaultyDevice:
         assert device.contents() in (self.new, self.settled), what
         assert device.pool_files() == self.new_pool, what
         left = [name for name in device.files()
-                if name.endswith((".new", ".tmp", ".attempt", "staging"))]
+                if name.endswith((".new", ".tmp", ".note", "staging"))]
         assert left == [], what
         if device.kept.exists():
             assert contents(device.kept) == self.old, what
