@@ -108,8 +108,8 @@ def test_a_commit_whose_end_is_not_known_is_settled_by_the_next_run():
             if "commit-unknown" in faulty.said:
                 break
         assert status == 3
-        assert re.search(f"from 1 to unknown, target {NEWEST}, guarded, commit-unknown .*, status 3\n",
-                         faulty.said)
+        line = f"from 1 to unknown, target {NEWEST}, guarded, commit-unknown .*, status 3\n"
+        assert re.search(line, faulty.said)
         assert "not an error" not in faulty.said
         assert device.kept.read_text() == "kept before"
         assert device.pool_files() == faulty.pool
