@@ -1,8 +1,7 @@
 #include "guard/restoration.h"
-#include "guard/attempt.h"
-#include "guard/commit.h"
 #include "guard/comparison.h"
 #include "guard/directory_lock.h"
+#include "guard/earlier_run.h"
 #include "guard/kept_database.h"
 #include "guard/messages.h"
 #include "guard/real_database.h"
@@ -12,6 +11,8 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QTextStream>
+
+#include <algorithm>
 
 namespace
 {
@@ -76,10 +77,13 @@ RunRecord restoreLocked(
     RunRecord record;
     record.command = "restore";
     const sizing::Database size = sizing::measure(device.database);
-    if (sizing::freeRoom(device.databases) < size.bytes + sizing::commitRoom(size, true)) {
+    const qint64 sourceBytes =
+        std::max(QFileInfo(device.kept).size(), QFileInfo(device.replaced).size());
+    if (sizing::freeRoom(device.databases) <
+        2 * size.bytes + sizing::roomForCommit(size, sourceBytes)) {
         return nothingChanged(record, "no-room", "for the commit");
     }
-    const TemporaryCopy current(device.databases + "/migration-guard.copy");
+    const TemporaryCopy current(device.copy);
     RealDatabase database(device.database, budget);
     RealDatabase::Failure failure = database.open();
     if (!failure) {
@@ -91,12 +95,10 @@ RunRecord restoreLocked(
     KeptDatabase replaced(device.replaced);
     if (!options.dryRun) {
         // What a run that was cut has left is settled by the database as it is now.
-        if (const std::optional<Attempt> note = Attempt::read(device.attempt)) {
-            finishCutCommit(device, *note, database.schemaCookie());
-            QFile::remove(device.attempt);
+        if (settlePool(device, RunNote::read(device.note), database.schemaCookie())) {
+            QFile::remove(device.note);
         }
-        KeptDatabase(device.kept).settle(current.path());
-        replaced.settle(current.path());
+        settleKeptDatabases(device, current.path());
     }
 
     const bool undoes = lastMigration.lastRun().value("command").toString() == "restore" &&
@@ -122,7 +124,7 @@ RunRecord restoreLocked(
     if (options.dryRun || compareDatabases(source, current.path()).isEmpty()) {
         return record;
     }
-    if (replaced.prepare(current.path(), durable::ownershipOf(device.database)) != 0 ||
+    if (!replaced.prepare(current.path(), durable::ownershipOf(device.database)) ||
         durable::flushDirectory(device.databases) != 0) {
         replaced.discard();
         return nothingChanged(record, "no-room", "to keep what is replaced");

@@ -30,10 +30,3 @@ std::optional<qint64> SqliteConnection::number(const char *sql)
     }
     return sqlite3_column_int64(query.handle(), 0);
 }
-
-std::optional<int> recordedVersion(SqliteConnection &connection)
-{
-    const std::optional<qint64> version =
-        connection.number("SELECT version FROM tableVersion WHERE tableName = 'mainSqlDb'");
-    return version ? std::optional<int>(static_cast<int>(*version)) : std::nullopt;
-}

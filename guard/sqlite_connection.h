@@ -71,6 +71,3 @@ private:
     sqlite3_stmt *m_handle = nullptr;
     int m_result = SQLITE_ERROR;
 };
-
-/// @return the schema version that a database records, nothing when it records none
-std::optional<int> recordedVersion(SqliteConnection &connection);

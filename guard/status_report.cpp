@@ -1,7 +1,7 @@
 #include "guard/status_report.h"
 #include "guard/known_versions.h"
 #include "guard/last_migration.h"
-#include "guard/sqlite_connection.h"
+#include "guard/recorded_version.h"
 
 #include <QDateTime>
 #include <QFileInfo>
@@ -10,15 +10,10 @@
 
 namespace
 {
-QString versionText(const std::optional<int> &version)
-{
-    return version ? QString::number(*version) : QString("unknown");
-}
-
-std::optional<int> versionOf(const QString &database, const char *parameters)
+RecordedVersion versionOf(const QString &database, const char *parameters)
 {
     if (!QFileInfo::exists(database)) {
-        return std::nullopt;
+        return {};
     }
     SqliteConnection connection;
     const QString name =
@@ -40,6 +35,7 @@ QString runText(const QJsonObject &run)
 QStringList statusReport(const DevicePaths &device)
 {
     const LastMigration lastMigration(device.lastMigration);
+    const std::optional<int> newest = newestKnownVersion(device.knownVersions);
     const QString kept =
         QFileInfo::exists(device.kept)
             ? "version " + versionText(versionOf(device.kept, "?immutable=1")) + ", " + device.kept
@@ -47,7 +43,7 @@ QStringList statusReport(const DevicePaths &device)
     return {
         "recorded version: " + versionText(versionOf(device.database, "")),
         "newest version that the program knows: " +
-            versionText(newestKnownVersion(device.knownVersions)),
+            (newest ? QString::number(*newest) : QString("unknown")),
         "kept database of before: " + kept,
         "last run: " + runText(lastMigration.lastRun()),
         "last change: " + runText(lastMigration.lastChange())};

@@ -3,6 +3,7 @@
 import os
 import pathlib
 import random
+import re
 
 import pytest
 from deviations import Deviations
@@ -92,14 +93,15 @@ def test_there_are_cases_and_equal_states_have_equal_answers(sandbox):
     pytest.param(FORWARD, "power cut", (0, 300, 1), {"UNSYNCED": "-journal"},
                  "not sound", id="does not flush the journal"),
     pytest.param(FORWARD, "power cut", (0, 300, 1), {"UNSYNCED": "my.db.sqlite"},
-                 "files of the pool went before the commit", id="does not flush the database"),
+                 "not sound|files of the pool went before the commit",
+                 id="does not flush the database"),
     pytest.param(FORWARD, "power cut", (0, 300, 1), {"UNSYNCED": "/databases"},
                  "files of the pool went before the commit", id="does not flush the directory"),
     pytest.param(FORWARD, "power cut", (0, 300, 1), {"UNSYNCED": "before-migration.sqlite.tmp"},
                  "the kept database is not the old one", id="does not flush the kept database")])
 def test_a_mistake_is_noticed(sandbox, walk, kind, numbers, mistake, violation):
     found = sandbox.run(walk, kind, numbers, mistake=mistake)["violations"]
-    assert len(found) > 0 and violation in found[0]
+    assert len(found) > 0 and re.search(violation, found[0])
 
 
 def test_a_flush_of_a_directory_is_for_its_own_names():

@@ -61,7 +61,7 @@ class GuardedDevice:
         self.kept = self.databases / "before-migration.sqlite"
         self.replaced = self.databases / "replaced-by-restore.sqlite"
         self.last = self.databases / "lastMigration.json"
-        self.note = self.databases / "migration-guard.attempt"
+        self.note = self.databases / "migration-guard.note"
         self.program = self.app / "database-migrator"
         self.pool = root / "pool"
         for directory in (self.databases, self.app / "quillmoor", root / "etc" / "harlo",
