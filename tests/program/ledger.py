@@ -3,6 +3,7 @@
 import concurrent.futures
 import contextlib
 import dataclasses
+import functools
 import os
 import re
 
@@ -47,10 +48,12 @@ class Steps:
 
     forward: Difference
     returned: Difference  # forward and back
+    backward: Difference
     again: Difference  # back and forward
     ends_at: int  # the version that this records
-    forward_on_board: Difference  # the first two on a device with on-board ports
+    forward_on_board: Difference  # the first three on a device with on-board ports
     returned_on_board: Difference
+    backward_on_board: Difference
 
 
 class Settled:
@@ -82,15 +85,21 @@ def forward_and_back(older, version, platform=PLAIN):
                 for target in (version, version - 1)]
 
 
+def back_and_forward(newer, version, platform=PLAIN):
+    """What differs after either step, and the version that the second one records."""
+    with device_at(newer, platform) as device:
+        differences = [difference(newer.contents, contents_after(device, target))
+                       for target in (version - 1, version)]
+        return *differences, int(device.versions().split("|")[1])
+
+
 def steps_of(older, newer, version):
-    with device_at(newer) as device:
-        device.run(str(version - 1))
-        again = difference(newer.contents, contents_after(device, version))
-        ends_at = int(device.versions().split("|")[1])
-    return Steps(*forward_and_back(older, version), again, ends_at,
-                 *forward_and_back(older, version, ON_BOARD_PORTS))
+    backward_on_board, *_ = back_and_forward(newer, version, ON_BOARD_PORTS)
+    return Steps(*forward_and_back(older, version), *back_and_forward(newer, version),
+                 *forward_and_back(older, version, ON_BOARD_PORTS), backward_on_board)
 
 
+@functools.cache
 def all_steps():
     """The steps of every version; they run in parallel."""
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as executor:
