@@ -9,8 +9,8 @@ from devices import (
 # What the steps look for in texts; the rest is made of words.
 TEXTS = (
     "", " ", "m/dd/yyyy", "dd/m/yyyy", "M/dd/yyyy", "dd/M/yyyy", "yyyy-MM-dd", "en", "es", "fr",
-    "de", "ru", "pt", "pl", "en-US", "es-ES", "fr-FR", "fr-CA", "de-DE", "ru-RU", "pt-BR", "ttyUSB0",
-    "ttyS1", "ttymxc2", "gps1", "gps11", "USBttyS", "ttyusb0", "/userFiles/a.shp",
+    "de", "ru", "pt", "pl", "en-US", "es-ES", "fr-FR", "fr-CA", "de-DE", "ru-RU", "pt-BR",
+    "ttyUSB0", "ttyS1", "ttymxc2", "gps1", "gps11", "USBttyS", "ttyusb0", "/userFiles/a.shp",
     "/data/userFiles/userFiles/b", "/media/usb0/c.shp", "userfiles/d", "Müller", "Home", "Home_2")
 NUMBERS = (0, 1, 2, 3, 7, -1, 2 ** 31, 901)
 FRACTIONS = (1.5, 2.25, -2.5, -2.75)  # where whole numbers are expected
@@ -25,6 +25,17 @@ OF_THE_SOFTWARE = {
         " sectionId INTEGER, switchId INTEGER)",
     21: "CREATE TABLE IF NOT EXISTS implementToGpsReceiverMapping (implementId INTEGER PRIMARY KEY,"
         " gpsId INTEGER)",
+}
+# Columns that may be there before the version that adds them.
+ADDED_BY = {
+    20: "ALTER TABLE userProfiles ADD COLUMN audibleBackingUpWarningEnabled BOOLEAN;"
+        "ALTER TABLE userProfiles ADD COLUMN audioVolumePercent REAL",
+    23: "ALTER TABLE PC_Mix ADD COLUMN modified INTEGER DEFAULT 0;"
+        "ALTER TABLE PC_IngredientToMixBridge ADD COLUMN displayUnit INTEGER DEFAULT 0;"
+        "ALTER TABLE productControl_userProfile ADD COLUMN mixSetupMode INTEGER",
+    31: "ALTER TABLE PC_Carrier ADD COLUMN uuid TEXT;"
+        "ALTER TABLE PC_Mix ADD COLUMN uuid TEXT;"
+        "ALTER TABLE PC_PlanterVariety ADD COLUMN uuid TEXT",
 }
 # A reference that is NULL becomes 0, which no row has, and the step fails.
 NEVER_NULL = {"productControl_productSettings": "machineConfigId",
@@ -50,6 +61,10 @@ def healthy_device(seed, version, target, platform, busy=()):
         for first, statement in OF_THE_SOFTWARE.items():
             if version >= first and chance.random() < 0.8:
                 database.run(statement)
+        for later, statements in ADDED_BY.items():
+            if version < later and chance.random() < 0.5:
+                for statement in statements.split(";"):
+                    database.run(statement)
         for table in RandomTable.all_of(database, chance):
             for _ in range(60 if table.name in busy else chance.choice((0, 2, 6, 12))):
                 table.change_rows()
@@ -116,7 +131,8 @@ class RandomTable:
             fractions = () if column in self.key else FRACTIONS
             return self.chance.choice((*NUMBERS, *fractions, self.chance.randrange(10 ** 6)))
         if "REAL" in declared:
-            return self.chance.choice((*REALS, self.chance.uniform(-1e5, 1e5), self.chance.random()))
+            return self.chance.choice(
+                (*REALS, self.chance.uniform(-1e5, 1e5), self.chance.random()))
         if declared == "BLOB":
             return self.chance.randbytes(4)
         return self.chance.choice(TEXTS)

@@ -8,6 +8,7 @@ import os
 import re
 
 from full_rows import with_full_rows, with_indexes_and_triggers
+from on_purpose import BACKWARD, FORWARD, ROWS
 from probes import besides_the_usual, last_with_change, outcome_without, table
 from support.contents import (RANDOM_IDENTIFIER, Difference, definitions, difference,
                               read_file)
@@ -34,6 +35,8 @@ those of these databases.
 - Forward: what the step from the version before changes.
 - Forward and back: what differs from the starting database after going there and back.
 - Back and forward: the same for the other order.
+- Rows that go: those for which the SQL is true, on any device. guard/schema-versions.json has all that
+  a step takes, also what rewritten values become.
 - Probe: the one that answers false when the version's change is missing; docs/probes.md says more.
 
 Lossless: every table, column, row and value is kept. A rebuilt table may still lose indexes,
@@ -223,6 +226,11 @@ def section(version, title, steps):
         if lines:
             text += f"{name}, on {ON_BOARD_PORTS} also:\n\n"
             text += "".join(f"- {line}\n" for line in lines) + "\n"
+    for name, direction in (("forward", FORWARD), ("back", BACKWARD)):
+        if conditions := ROWS.get((version, direction)):
+            text += f"Rows that go, {name}:\n\n" + "".join(
+                f"- of `{table_name}`: `{condition}`\n"
+                for table_name, condition in conditions.items()) + "\n"
     return text + f"Probe: {probes_of(version)}\n"
 
 

@@ -4,7 +4,7 @@ import collections
 import json
 
 from ledger import ON_BOARD_PORTS, all_steps, title_of
-from on_purpose import (BACKWARD, DROPPED_IF_THERE, EVERY_RUN, FORWARD, ROWS, VALUES)
+from on_purpose import BACKWARD, DROPPED_IF_THERE, EVERY_RUN, FORWARD, ROWS, VALUES
 from support.contents import compare
 from support.places import ROOT
 from support.versions import NEWEST
@@ -15,7 +15,7 @@ WIDTH = 100
 
 
 class Unexplained(Exception):
-    """A run has taken something, and on_purpose.py does not say which rows or what values become."""
+    """A run has taken rows or values, and on_purpose.py does not say which."""
 
 
 def renamed_with_fewer_columns(found):
@@ -59,7 +59,8 @@ def entry_of(version, direction, found, found_on_board):
             result[name]["columnsRenamed"] = changes.renamed
         if changes.rows_lost and name not in rows:
             if changes.rows_lost < changes.rows:
-                raise Unexplained(f"version {version}, {direction}: which rows of {name} go? ROWS")
+                raise Unexplained(f"version {version}, {direction}: say which rows of {name} go,"
+                                  " in ROWS of tests/program/on_purpose.py")
             result[name]["rows"] = "TRUE"
     for name, condition in rows.items():
         result[name]["rows"] = condition
@@ -70,8 +71,8 @@ def entry_of(version, direction, found, found_on_board):
                 for column in changes.values if column not in changes.gained}
     for name, column in sorted(on_any | on_board):
         if column not in values.get(name, {}):
-            raise Unexplained(
-                f"version {version}, {direction}: what does {name}.{column} become? VALUES")
+            raise Unexplained(f"version {version}, {direction}: say what {name}.{column} becomes,"
+                              " in VALUES of tests/program/on_purpose.py")
     for name, columns in values.items():
         result[name]["values"] = {
             column: expression | ({} if (name, column) in on_any or (name, column) not in on_board

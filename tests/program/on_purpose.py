@@ -1,7 +1,7 @@
 """What a version takes away on purpose, as far as a run on tests/data cannot tell it.
 
 losses.py finds dropped and renamed tables and columns by itself, and tables that lose all their
-rows. It cannot tell WHICH rows go when some do, nor what a rewritten value is made of. That is
+rows. It cannot tell which rows go when some do, nor what a rewritten value is made of. That is
 written here, as SQL over the database before the run: unqualified columns are those of the row,
 and a subquery calls the row's table by its own name. docs/schema-versions.md has the rules.
 test_losses.py checks every line on random devices: exactly these rows go, and values become
@@ -56,6 +56,12 @@ def usb_port(column):
                        f" ELSE replace(ifnull({column}, ''), 'gps1', 'ttymxc2') END"}
 
 
+def random_identifier(defaults=None):
+    """Version 31 makes identifiers up, but for those of the default carriers."""
+    cases = "".join(f" WHEN {id} THEN '{uuid}'" for id, uuid in (defaults or {}).items())
+    return ({"becomes": f"CASE id{cases} ELSE uuid END"} if cases else {}) | {"any": "uuid IS NULL"}
+
+
 SETTINGS = "productControl_productSettings"
 PRODUCT_SETTINGS = {
     "productId": empty_text("productId"), "displayName": empty_text("displayName"),
@@ -66,6 +72,12 @@ WORK_ORDER_MAPS = {
     "uniqueProdId": whole_number("uniqueProdId")}
 LANGUAGES = {"en": "en-US", "es": "es-ES", "fr": "fr-FR", "de": "de-DE", "ru": "ru-RU",
              "pt": "pt-BR"}
+
+DEFAULT_CARRIERS = {
+    1: "6925f16e-e25c-4768-bc50-8885c4baaa8f", 2: "6f5e4750-b686-4d5a-ac6f-0dc2e3099b34",
+    3: "0cdc8424-a0a6-4b01-aa23-8a6fe777f9db", 4: "b502fba8-3905-4e80-a9e4-25656ee30ac2",
+    5: "f036f28b-08cc-46c2-bfa7-1622ccc13636", 6: "a35c4042-30d1-4c80-9f89-350805a41ed1",
+    8: "9457de07-8236-4840-81d8-e8c9011c0f56"}
 
 # (version, direction): {table: condition}. A row for which the condition is true goes.
 ROWS = {
@@ -78,7 +90,8 @@ ROWS = {
 }
 
 # (version, direction): {table: {column: what it becomes}}. The expression holds for every row: of a
-# row that the version leaves alone it is the old value.
+# row that the version leaves alone it is the old value. Versions 20, 23 and 31 add their columns
+# unless they are there, and set them in any case.
 VALUES = {
     (2, FORWARD): {SETTINGS: PRODUCT_SETTINGS},
     (2, BACKWARD): {SETTINGS: PRODUCT_SETTINGS},
@@ -94,7 +107,19 @@ VALUES = {
     (16, FORWARD): {"userProfiles": {"language": replaced("language", LANGUAGES)}},
     (16, BACKWARD): {"userProfiles": {"language": replaced(
         "language", {new: old for old, new in LANGUAGES.items()} | {"fr-CA": "fr"})}},
-    (23, FORWARD): {"PC_Ingredient": {"unit": {"becomes": "CASE unit WHEN 1 THEN 2 ELSE unit END"}}},
+    (20, FORWARD): {"userProfiles": {"audibleBackingUpWarningEnabled": {"becomes": "1"},
+                                     "audioVolumePercent": {"becomes": "0.75"}}},
+    (23, FORWARD): {
+        "PC_Ingredient": {"unit": {"becomes": "CASE unit WHEN 1 THEN 2 ELSE unit END"}},
+        "PC_IngredientToMixBridge": {"displayUnit": {
+            "becomes": "(SELECT CASE unit WHEN 1 THEN 2 ELSE unit END FROM PC_Ingredient"
+                       " WHERE PC_Ingredient.id = PC_IngredientToMixBridge.productId)"}},
+        "PC_Mix": {"modified": {
+            "becomes": "CASE WHEN carrierVolume != 0 OR"
+                       " (SELECT quantity FROM PC_IngredientToMixBridge WHERE quantity != 0"
+                       " AND PC_IngredientToMixBridge.mixId = PC_Mix.id)"
+                       " THEN 1 ELSE modified END"}},
+        "productControl_userProfile": {"mixSetupMode": {"becomes": "0"}}},
     (23, BACKWARD): {"PC_Ingredient": {
         "unit": {"becomes": "CASE unit WHEN 1 THEN 0 WHEN 2 THEN 1 ELSE unit END"}}},
     (25, FORWARD): {
@@ -105,6 +130,9 @@ VALUES = {
         "serialDevices": {"portName": usb_port("portName")},
         "gpsReceivers": {"receiverId": usb_port("receiverId"),
                          "serialPortName": usb_port("serialPortName")}},
+    (31, FORWARD): {"PC_Carrier": {"uuid": random_identifier(DEFAULT_CARRIERS)},
+                    "PC_Mix": {"uuid": random_identifier()},
+                    "PC_PlanterVariety": {"uuid": random_identifier()}},
     (32, FORWARD): {"workOrderRxMaps": WORK_ORDER_MAPS},
     (32, BACKWARD): {"workOrderRxMaps": WORK_ORDER_MAPS},
 }

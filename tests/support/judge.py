@@ -1,6 +1,7 @@
-"""What a run has taken from a database: on purpose, as guard/schema-versions.json says, or only here.
+"""What a run has taken from a database: on purpose, or only here.
 
-docs/schema-versions.md has the rules. This judges the slow and simple way, row by row.
+guard/schema-versions.json says what is on purpose, docs/schema-versions.md has the rules. This
+judges the slow and simple way, row by row.
 """
 
 import collections
@@ -50,7 +51,7 @@ class TrackedTable:
         self.dropped_by = None
         self.column_dropped_by = {}  # old name: (step, the name then)
         self.rows = []  # (step, condition)
-        self.values = collections.defaultdict(list)  # old name: (step, expression, within)
+        self.values = collections.defaultdict(list)  # old name: (step, its entry)
 
     def take(self, step, entry, platform):
         if entry.get("dropped"):
@@ -61,8 +62,7 @@ class TrackedTable:
         present = {new.lower(): old for old, new in self.columns.items()}
         for column, value in entry.get("values", {}).items():
             if column.lower() in present and value.get("platform", platform) == platform:
-                self.values[present[column.lower()]].append(
-                    (step, value["becomes"], value.get("within", 0)))
+                self.values[present[column.lower()]].append((step, value))
         for column in entry.get("columnsDropped", ()):
             if column.lower() in present:
                 self.column_dropped_by[present[column.lower()]] = step, column
@@ -87,10 +87,15 @@ def judge(before, after, table, walk, platform):
         shutil.copyfile(before, repaired)
         with contextlib.closing(sqlite3.connect(repaired, isolation_level=None)) as database, \
                 contextlib.closing(sqlite3.connect(after)) as database_after:
-            judging = Judging(database, read(database_after, NOT_JUDGED), table, platform)
+            judging = Judging(database, tables_of(database_after), table, platform)
             judging.repair()
             judging.judge(walk)
             return judging.result
+
+
+def tables_of(database):
+    views = database.execute("SELECT name FROM sqlite_schema WHERE type = 'view'")
+    return read(database, (*NOT_JUDGED, *(name for name, in views)))
 
 
 class Judging:
@@ -105,7 +110,7 @@ class Judging:
 
     def repair(self):
         """Does what every run does before the first step, and notes the rows that go."""
-        counts = {name: self.count(name) for name in self.tables()}
+        counts = {name: self.count(name) for name in tables_of(self.database)}
         self.database.execute("PRAGMA foreign_keys = ON")
         for name, rowid, *_ in self.database.execute("PRAGMA foreign_key_check").fetchall():
             self.database.execute(f"DELETE FROM {identifier(name)} WHERE rowid = ?", (rowid,))
@@ -117,10 +122,6 @@ class Judging:
             if gone := count - self.count(name):
                 self.result.taken[EVERY_RUN, "rows", name] += gone
 
-    def tables(self):
-        return {name: content for name, content in read(self.database, NOT_JUDGED).items()
-                if not content.sql.startswith("CREATE VIEW")}
-
     def count(self, name):
         return self.database.execute(f"SELECT count(*) FROM {identifier(name)}").fetchone()[0]
 
@@ -128,7 +129,7 @@ class Judging:
         versions = self.table["versions"]
         self.result.unknown += [version for version, _ in walk.steps
                                 if str(version) not in versions]
-        for name, content in self.tables().items():
+        for name, content in tables_of(self.database).items():
             tracked = TrackedTable(name, content.columns)
             for version, direction in walk.steps:
                 if not tracked.dropped_by:
@@ -217,12 +218,12 @@ class Judging:
 
     def rows_before(self, name, content, tracked):
         """Every row with what the steps say of it."""
-        conditions = [f"({condition}) IS TRUE" for _, condition in tracked.rows]
-        expressions = {column: values for column, values in tracked.values.items()}
         parts = [f"quote({identifier(column)})" for column in content.columns]
-        parts += conditions
-        parts += [f"quote({becomes})" for values in expressions.values()
-                  for _, becomes, _ in values]
+        parts += [f"({condition}) IS TRUE" for _, condition in tracked.rows]
+        for column, values in tracked.values.items():
+            for _, value in values:
+                parts.append(f"quote({value.get('becomes', identifier(column))})")
+                parts.append(f"({value.get('any', 'FALSE')}) IS TRUE")
         if content.row_ids:
             parts.append("quote(rowid)")
         for found in self.database.execute(
@@ -230,8 +231,9 @@ class Judging:
             found = iter(found)
             values = {column: next(found) for column in content.columns}
             goes = [(step, next(found)) for step, _ in tracked.rows]
-            becomes = {column: [(step, next(found), within) for step, _, within in of_column]
-                       for column, of_column in expressions.items()}
+            becomes = {column: [Becomes(step, next(found), next(found), value.get("within", 0))
+                                for step, value in of_column]
+                       for column, of_column in tracked.values.items()}
             values["rowid"] = next(found, None)
             yield Row(values, goes, becomes)
 
@@ -241,11 +243,11 @@ class Judging:
             becomes = row.becomes.get(old, [])
             column = "values", f"{name}.{old}"
             if after == before:
-                if becomes and all(value != before for _, value, _ in becomes):
-                    self.result.left[becomes[0][0], *column] += 1
+                if becomes and not any(one.allows(before, after) for one in becomes):
+                    self.result.left[becomes[0].step, *column] += 1
                 continue
-            step = next((step for step, value, within in becomes
-                         if after == value or is_near(before, after, within)), None)
+            step = next((one.step for one in becomes
+                         if one.allows(before, after) or one.is_near(before, after)), None)
             if step is None and self.is_of_every_run(name, old, before, after):
                 step = EVERY_RUN
             if step is None:
@@ -261,23 +263,35 @@ class Judging:
 
 
 @dataclasses.dataclass
+class Becomes:
+    """What a step makes of a value, as an SQL literal."""
+
+    step: object
+    value: str
+    any: bool  # or any other value
+    within: float  # or a number that is this near to the old one
+
+    def allows(self, before, after):
+        return after == self.value or (self.any and after != before)
+
+    def is_near(self, before, after):
+        try:
+            return abs(float(after) - float(before)) <= self.within * abs(float(before))
+        except ValueError:
+            return False
+
+
+@dataclasses.dataclass
 class Row:
     """A row of before, its values as SQL literals."""
 
     values: dict  # by column; the row id is one of them
     goes: list  # (step, whether its condition is true)
-    becomes: dict  # column: (step, value, within)
+    becomes: dict  # by column: list of Becomes
 
     @property
     def expected(self):
-        return {column: of_column[0][1] for column, of_column in self.becomes.items()}
-
-
-def is_near(before, after, within):
-    try:
-        return abs(float(after) - float(before)) <= within * abs(float(before))
-    except ValueError:
-        return False
+        return {column: of_column[0].value for column, of_column in self.becomes.items()}
 
 
 def is_renamed(before, after):
