@@ -35,7 +35,8 @@ ADDED_BY = {
         "ALTER TABLE productControl_userProfile ADD COLUMN mixSetupMode INTEGER",
     31: "ALTER TABLE PC_Carrier ADD COLUMN uuid TEXT;"
         "ALTER TABLE PC_Mix ADD COLUMN uuid TEXT;"
-        "ALTER TABLE PC_PlanterVariety ADD COLUMN uuid TEXT",
+        "ALTER TABLE PC_PlanterVariety ADD COLUMN uuid TEXT;"
+        "UPDATE PC_Carrier SET uuid = 'carrier ' || id WHERE id % 2",
 }
 # A reference that is NULL becomes 0, which no row has, and the step fails.
 NEVER_NULL = {"productControl_productSettings": "machineConfigId",
