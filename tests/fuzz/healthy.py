@@ -1,5 +1,5 @@
-"""Devices in good order with rows of chance: a seed always makes the same one. Every step succeeds
-on them, so what a run takes is what its versions take on purpose."""
+"""Devices with rows of chance on which every step succeeds: a seed always makes the same one.
+What a run takes from them is what its versions take on purpose, and what every run repairs."""
 
 import random
 
