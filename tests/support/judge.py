@@ -294,8 +294,12 @@ class Row:
 
 
 def is_renamed(before, after):
-    """Whether a name is another one with "_" and a number after it, once or several times."""
-    if not (before.endswith("'") and after.startswith(before[:-1])):
+    """Whether a name is another one with "_" and a number after it, once or several times.
+
+    In a column that does not distinguish letter case it is that of the first one.
+    """
+    length = len(before) - 1
+    if not before.endswith("'") or after[:length].lower() != before[:length].lower():
         return False
-    first, *numbers = after[len(before) - 1:-1].split("_")
+    first, *numbers = after[length:-1].split("_")
     return first == "" and numbers != [] and all(number.isdigit() for number in numbers)
