@@ -37,6 +37,13 @@ QByteArray quotedName(QByteArray name)
     return '"' + name.replace("\"", "\"\"") + '"';
 }
 
+QByteArray textAt(const SqliteStatement &statement, int column)
+{
+    const auto *text =
+        reinterpret_cast<const char *>(sqlite3_column_text(statement.handle(), column));
+    return QByteArray(text, sqlite3_column_bytes(statement.handle(), column));
+}
+
 int TableShape::indexOf(const QByteArray &column) const
 {
     const QByteArray wanted = folded(column);
@@ -58,7 +65,7 @@ JudgedDatabase::JudgedDatabase(const QString &path, WorkBudget &budget)
         [](void *left) { return static_cast<WorkBudget *>(left)->spend() ? 0 : 1; },
         &budget);
     SqliteStatement encoding(m_connection, "PRAGMA encoding");
-    m_isUtf16 = encoding.step() && encoding.value(0) != "UTF-8";
+    m_isUtf16 = encoding.step() && textAt(encoding, 0) != "UTF-8";
     findComputedColumns();
 }
 
@@ -72,9 +79,9 @@ std::optional<TableShape> JudgedDatabase::shape(const QByteArray &table) const
         if (sqlite3_column_int(columns.handle(), 2) == computedColumn) {
             continue;
         }
-        shape.columns << columns.value(0);
+        shape.columns << textAt(columns, 0);
         if (sqlite3_column_int(columns.handle(), 1) > 0) {
-            shape.key << columns.value(0);
+            shape.key << textAt(columns, 0);
         }
     }
     if (columns.result() != SQLITE_DONE || shape.columns.isEmpty()) {
@@ -106,7 +113,7 @@ void JudgedDatabase::findComputedColumns()
             "SELECT t.name, c.name FROM sqlite_schema t, pragma_table_xinfo(t.name) c "
             "WHERE t.type = 'table' AND c.hidden = 2");
         while (columns.step()) {
-            m_computedColumns.insert({folded(columns.value(0)), folded(columns.value(1))});
+            m_computedColumns.insert({folded(textAt(columns, 0)), folded(textAt(columns, 1))});
         }
     }
     if (!m_computedColumns.isEmpty()) {

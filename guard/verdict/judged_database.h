@@ -79,3 +79,6 @@ QString immutableAddress(const QString &path);
 void distrustSchema(sqlite3 *connection);
 
 QByteArray quotedName(QByteArray name);
+
+/// @return a value as a text in UTF-8, whatever the encoding of the database
+QByteArray textAt(const SqliteStatement &statement, int column);

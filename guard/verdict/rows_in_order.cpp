@@ -125,6 +125,19 @@ RowsInOrder::RowsInOrder(
 {
 }
 
+bool RowsInOrder::next()
+{
+    m_hasRow = !m_isOutOfOrder && m_statement.step();
+    // SQLite believes that row ids rise, and does not sort by them.
+    if (m_hasRow && m_keySize == 1 && sqlite3_column_type(row(), 0) == SQLITE_INTEGER) {
+        const qint64 number = sqlite3_column_int64(row(), 0);
+        m_isOutOfOrder = m_lastNumber && number < *m_lastNumber;
+        m_hasRow = !m_isOutOfOrder;
+        m_lastNumber = number;
+    }
+    return m_hasRow;
+}
+
 int RowsInOrder::compareKey(const RowsInOrder &other) const
 {
     for (int column = 0; column < m_keySize; ++column) {

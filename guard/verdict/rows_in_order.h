@@ -15,12 +15,12 @@ public:
 
     /// Goes to the next row.
     /// @return false after the last one, or when reading failed
-    bool next() { return m_hasRow = m_statement.step(); }
+    bool next();
 
     bool hasRow() const { return m_hasRow; }
 
     /// @return whether reading has ended with the last row
-    bool isComplete() const { return m_statement.result() == SQLITE_DONE; }
+    bool isComplete() const { return m_statement.result() == SQLITE_DONE && !m_isOutOfOrder; }
 
     /// @return a negative number, 0 or a positive one as this row's key is less than the other's,
     /// equal or greater, in the order in which SQLite sorts
@@ -39,6 +39,8 @@ private:
     int m_keySize;
     bool m_isUtf16;
     bool m_hasRow = false;
+    bool m_isOutOfOrder = false; ///< a damaged table's rows do not rise
+    std::optional<qint64> m_lastNumber;
 };
 
 /// @return whether two values have the same storage class and the same bytes

@@ -41,8 +41,35 @@ const QRegularExpression failureOf29(
 /// The toolkit's own lines.
 const QRegularExpression failureOfToolkit(
     "^DatabaseMigrator::.*fail", QRegularExpression::CaseInsensitiveOption);
-const QRegularExpression failureAtColumn("Failed to drop column named (\\S+) to (\\S+)");
-const QRegularExpression failureAtTable("Failed to drop table named (\\S+)");
+const QRegularExpression failureAtColumn(
+    "Failed to (?:drop|add) column named (?<column>\\S+) to (?<table>\\S+)|"
+    "Failed to set column named (?<value>\\S+) to |"
+    "Failed to drop table named (?<dropped>\\S+)");
+
+/// The line with which a step forward ends.
+const QRegularExpression closing("^(Database migration|Migration) to version \\d");
+
+/// @return whether what a step takes or brings back has to do with what the toolkit failed at
+bool concerns(
+    const QRegularExpressionMatch &failure, const VersionTable::Tables &taken,
+    const VersionTable::Tables &takenByOpposite)
+{
+    const QByteArray table = folded(failure.captured("table").toUtf8());
+    const QByteArray column = folded(failure.captured("column").toUtf8());
+    if (!table.isEmpty()) {
+        const TakenFromTable own = taken.value(table);
+        const TakenFromTable opposite = takenByOpposite.value(table);
+        return own.columnsDropped.contains(column) || own.columnsRenamed.contains(column) ||
+               own.columnsRenamed.values().contains(column) ||
+               opposite.columnsDropped.contains(column);
+    }
+    if (const QByteArray value = folded(failure.captured("value").toUtf8()); !value.isEmpty()) {
+        return std::any_of(taken.begin(), taken.end(), [&](const TakenFromTable &own) {
+            return own.values.contains(value) || own.columnsRenamed.values().contains(value);
+        });
+    }
+    return taken.value(folded(failure.captured("dropped").toUtf8())).dropped;
+}
 
 class Reader
 {
@@ -78,9 +105,9 @@ private:
             m_again = match.captured(1).toInt();
             m_steps.reapplied << m_again;
         } else if (const auto succeeded = success.match(line); succeeded.hasMatch()) {
-            close(succeeded.captured(1).toInt(), true);
+            close(succeeded.captured(1).toInt(), true, true);
         } else if (const auto failed = failureForward.match(line); failed.hasMatch()) {
-            close(failed.captured("version").toInt(), false);
+            close(failed.captured("version").toInt(), false, closing.match(line).hasMatch());
         } else if (const auto reverted = failureBackward.match(line); reverted.hasMatch()) {
             m_steps.failed << reverted.captured("version").toInt();
         } else if (const auto error = errorOnTheWayBack.match(line); error.hasMatch()) {
@@ -90,16 +117,12 @@ private:
         } else if (failureOf29.match(line).hasMatch()) {
             m_again == 29 ? m_steps.failedAgain << 29 : m_steps.failed << 29;
         } else if (failureOfToolkit.match(line).hasMatch()) {
-            if (m_again != 0 || isForward()) {
-                m_pending = true;
-            } else {
-                blameStepBackward(line);
-            }
+            isForward() ? void(m_pending = true) : blameStepBackward(line);
         }
     }
 
-    /// A step forward has said how it ended, or a part of it that it failed.
-    void close(int version, bool succeeded)
+    /// A step forward has said how it ended, or, when that is not its end, that a part of it failed.
+    void close(int version, bool succeeded, bool isEnd)
     {
         if (m_again != 0) {
             if (version == m_again) {
@@ -107,7 +130,7 @@ private:
                     m_steps.failedAgain << version;
                 }
                 m_pending = false;
-                m_again = succeeded ? 0 : m_again;
+                m_again = isEnd ? 0 : m_again;
                 return;
             }
             settlePending();
@@ -140,31 +163,32 @@ private:
         m_again = 0;
     }
 
-    /// On the way back most steps have no line of their own: what could not be dropped tells.
+    /// On the way back most steps have no line of their own: what the toolkit failed at tells.
     void blameStepBackward(const QString &line)
     {
-        const auto column = failureAtColumn.match(line);
-        const auto table = failureAtTable.match(line);
-        if (!column.hasMatch() && !table.hasMatch()) {
-            return; // the second of two lines, or of a step that says more
+        const QRegularExpressionMatch failure = failureAtColumn.match(line);
+        if (!failure.hasMatch()) {
+            return; // the second of the toolkit's two lines
         }
-        const QByteArray name =
-            folded((column.hasMatch() ? column.captured(2) : table.captured(1)).toUtf8());
-        const QByteArray columnName = folded(column.captured(1).toUtf8());
         QVector<int> candidates;
         for (int version = m_from; version > std::max(m_target, oldestVersion); --version) {
-            const VersionTable::Tables &taken = m_versions.takenBy(version, Direction::Backward);
-            const auto found = taken.constFind(name);
-            if (found == taken.constEnd()) {
-                continue;
-            }
-            const bool takesColumn = found->columnsDropped.contains(columnName) ||
-                                     found->columnsRenamed.contains(columnName);
-            if (column.hasMatch() ? takesColumn : found->dropped) {
+            if (concerns(
+                    failure,
+                    m_versions.takenBy(version, Direction::Backward),
+                    m_versions.takenBy(version, Direction::Forward))) {
                 candidates << version;
             }
         }
-        if (candidates.size() == 1) {
+        const bool isOfAgain =
+            m_again != 0 &&
+            (candidates.isEmpty() || concerns(
+                                         failure,
+                                         m_versions.takenBy(m_again, Direction::Forward),
+                                         m_versions.takenBy(m_again, Direction::Backward)));
+        if (isOfAgain) {
+            m_pending = true;
+        } else if (candidates.size() == 1) {
+            settlePending();
             m_steps.failed << candidates.first();
         } else {
             m_steps.unknownFailed = true;
