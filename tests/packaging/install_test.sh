@@ -33,7 +33,7 @@ expect "the installed program runs" \
 rm -r "$device/app/databases"/*
 # The sandbox has left an empty file where it mounted the program.
 cp --remove-destination "$scratch/image/usr/bin/"* "$device/app"
-newest=$(sed 's/[^0-9]//g' "$device/app/schema-versions.json")
+newest=$(sed -n 's/^  "newest": \([0-9]*\),$/\1/p' "$device/app/schema-versions.json")
 sqlite3 -bail "$device/app/databases/my.db.sqlite" <"$root/tests/data/version_01.sql"
 export DEVICE_OPTIONS="--ro-bind /usr/bin/bwrap /usr/bin/bwrap"
 

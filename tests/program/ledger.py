@@ -3,10 +3,12 @@
 import concurrent.futures
 import contextlib
 import dataclasses
+import functools
 import os
 import re
 
 from full_rows import with_full_rows, with_indexes_and_triggers
+from on_purpose import BACKWARD, FORWARD, ROWS
 from probes import besides_the_usual, last_with_change, outcome_without, table
 from support.contents import (RANDOM_IDENTIFIER, Difference, definitions, difference,
                               read_file)
@@ -33,6 +35,8 @@ those of these databases.
 - Forward: what the step from the version before changes.
 - Forward and back: what differs from the starting database after going there and back.
 - Back and forward: the same for the other order.
+- Rows that go: those for which the SQL is true, on any device. guard/schema-versions.json has all that
+  a step takes, also what rewritten values become.
 - Probe: the one that answers false when the version's change is missing; docs/probes.md says more.
 
 Lossless: every table, column, row and value is kept. A rebuilt table may still lose indexes,
@@ -47,10 +51,12 @@ class Steps:
 
     forward: Difference
     returned: Difference  # forward and back
+    backward: Difference
     again: Difference  # back and forward
     ends_at: int  # the version that this records
-    forward_on_board: Difference  # the first two on a device with on-board ports
+    forward_on_board: Difference  # the first three on a device with on-board ports
     returned_on_board: Difference
+    backward_on_board: Difference
 
 
 class Settled:
@@ -82,15 +88,21 @@ def forward_and_back(older, version, platform=PLAIN):
                 for target in (version, version - 1)]
 
 
+def back_and_forward(newer, version, platform=PLAIN):
+    """What differs after either step, and the version that the second one records."""
+    with device_at(newer, platform) as device:
+        differences = [difference(newer.contents, contents_after(device, target))
+                       for target in (version - 1, version)]
+        return *differences, int(device.versions().split("|")[1])
+
+
 def steps_of(older, newer, version):
-    with device_at(newer) as device:
-        device.run(str(version - 1))
-        again = difference(newer.contents, contents_after(device, version))
-        ends_at = int(device.versions().split("|")[1])
-    return Steps(*forward_and_back(older, version), again, ends_at,
-                 *forward_and_back(older, version, ON_BOARD_PORTS))
+    backward_on_board, *_ = back_and_forward(newer, version, ON_BOARD_PORTS)
+    return Steps(*forward_and_back(older, version), *back_and_forward(newer, version),
+                 *forward_and_back(older, version, ON_BOARD_PORTS), backward_on_board)
 
 
+@functools.cache
 def all_steps():
     """The steps of every version; they run in parallel."""
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as executor:
@@ -214,6 +226,11 @@ def section(version, title, steps):
         if lines:
             text += f"{name}, on {ON_BOARD_PORTS} also:\n\n"
             text += "".join(f"- {line}\n" for line in lines) + "\n"
+    for name, direction in (("forward", FORWARD), ("back", BACKWARD)):
+        if conditions := ROWS.get((version, direction)):
+            text += f"Rows that go, {name}:\n\n" + "".join(
+                f"- of `{table_name}`: `{condition}`\n"
+                for table_name, condition in conditions.items()) + "\n"
     return text + f"Probe: {probes_of(version)}\n"
 
 

@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""Writes docs/versions.md and docs/probes.md again, from what the built program does.
+"""Writes docs/versions.md, docs/probes.md and guard/schema-versions.json again, from what the built
+program does.
 
     tests/program/regenerate_documents.py build/dev/database-migrator
 
@@ -15,8 +16,10 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 os.environ["DATABASE_MIGRATOR"] = str(pathlib.Path(sys.argv[1]).resolve())
 
 from ledger import LEDGER, ledger
+from losses import SCHEMA_VERSIONS, schema_versions
 from probes import PROBES, probes_document
 
 if __name__ == "__main__":
     LEDGER.write_text(ledger(), encoding="utf-8")
+    SCHEMA_VERSIONS.write_text(schema_versions(), encoding="utf-8")
     PROBES.write_text(probes_document(), encoding="utf-8")

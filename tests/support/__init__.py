@@ -4,5 +4,6 @@ places    the folders of the tree, and scratch directories on the RAM disk
 versions  the newest version and the dump of each version
 device    the scratch device: its files, its database, programs that run on it
 contents  what a database holds, and how two databases differ
+judge     what a run has taken, on purpose or only here
 campaign  long series of trials that go on where they stopped
 """
