@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <deque>
 #include <map>
 
 namespace
@@ -127,6 +128,29 @@ private:
     SqliteStatement m_statement;
 };
 
+/// What a rule of the table of versions says of a row that is gone.
+struct LossQuestion {
+    LossQuestion(const TableCase &table, const TableWalk::Rule &rule)
+        : version(rule.version), rows(table, rule.rows)
+    {
+    }
+
+    int version;
+    RowQuestion rows;
+};
+
+/// What a rule of the table of versions says of a row's value.
+struct ValueQuestion {
+    ValueQuestion(const TableCase &table, const ColumnWalk::Rule &valueRule)
+        : rule(valueRule), becomes(table, rule.value.becomes), any(table, rule.value.any)
+    {
+    }
+
+    const ColumnWalk::Rule rule;
+    RowQuestion becomes;
+    RowQuestion any;
+};
+
 class Judgement
 {
 public:
@@ -143,8 +167,7 @@ public:
             }
         }
         for (const TableWalk::Rule &rule : table.walk.rules) {
-            m_rowQuestions.push_back(
-                {rule.version, std::make_unique<RowQuestion>(table, rule.rows)});
+            m_rowQuestions.emplace_back(table, rule);
         }
     }
 
@@ -159,8 +182,7 @@ public:
             columns << ColumnPair{column, place < 0 ? QByteArray() : after.columns[place]};
             m_valueQuestions.emplace_back();
             for (const ColumnWalk::Rule &rule : m_table.walk.columns[column].rules) {
-                m_valueQuestions.back().push_back(
-                    {rule, std::make_unique<RowQuestion>(m_table, rule.value.becomes)});
+                m_valueQuestions.back().emplace_back(m_table, rule);
             }
         }
         for (int first = 0; first == 0 || first < columns.size(); first += columnsAtOnce) {
@@ -276,11 +298,9 @@ private:
             before.keyText(),
             valueText(before.row(), placeBefore),
             valueText(after.row(), placeAfter)};
-        for (auto &[rule, asked] : m_valueQuestions[size_t(question)]) {
-            if (asked->ask(before.row(), before.place(0)) &&
-                becomes(
-                    rule, asked->answer(), before.row(), placeBefore, after.row(), placeAfter)) {
-                note("values-lost", column, {Purpose::Taker::Version, rule.version}, row);
+        for (ValueQuestion &asked : m_valueQuestions[size_t(question)]) {
+            if (allows(asked, before, placeBefore, after.row(), placeAfter)) {
+                note("values-lost", column, {Purpose::Taker::Version, asked.rule.version}, row);
                 return;
             }
         }
@@ -293,21 +313,31 @@ private:
         }
     }
 
-    bool becomes(
-        const ColumnWalk::Rule &rule, sqlite3_stmt *answer, sqlite3_stmt *before, int placeBefore,
-        sqlite3_stmt *after, int placeAfter) const
+    /// @return whether a rule gives a row of before the value that it has after
+    bool allows(
+        ValueQuestion &asked, const RowsInOrder &before, int placeBefore, sqlite3_stmt *after,
+        int placeAfter) const
     {
-        if (isSameValue(answer, 0, after, placeAfter, m_table.before.isUtf16())) {
+        const int reference = before.place(0);
+        if (asked.becomes.ask(before.row(), reference) &&
+            isSameValue(asked.becomes.answer(), 0, after, placeAfter, m_table.before.isUtf16())) {
+            return true;
+        }
+        if (asked.any.ask(before.row(), reference) &&
+            sqlite3_column_int(asked.any.answer(), 0) != 0) {
             return true;
         }
         const auto isNumber = [](sqlite3_stmt *row, int column) {
             const int type = sqlite3_column_type(row, column);
             return type == SQLITE_INTEGER || type == SQLITE_FLOAT;
         };
-        return rule.value.within > 0 && isNumber(answer, 0) && isNumber(after, placeAfter) &&
-               std::fabs(
-                   sqlite3_column_double(after, placeAfter) - sqlite3_column_double(answer, 0)) <=
-                   rule.value.within * std::fabs(sqlite3_column_double(before, placeBefore));
+        const double within = asked.rule.value.within;
+        if (within <= 0 || !isNumber(before.row(), placeBefore) || !isNumber(after, placeAfter)) {
+            return false;
+        }
+        const double number = sqlite3_column_double(before.row(), placeBefore);
+        return std::fabs(sqlite3_column_double(after, placeAfter) - number) <=
+               within * std::fabs(number);
     }
 
     /// @return whether a name became itself with one or more of "_" and digits after it
@@ -342,10 +372,10 @@ private:
 
     Purpose takerOfRow(const RowsInOrder &before)
     {
-        for (auto &[version, asked] : m_rowQuestions) {
-            if (asked->ask(before.row(), before.place(0)) &&
-                sqlite3_column_int(asked->answer(), 0) != 0) {
-                return {Purpose::Taker::Version, version};
+        for (LossQuestion &asked : m_rowQuestions) {
+            if (asked.rows.ask(before.row(), before.place(0)) &&
+                sqlite3_column_int(asked.rows.answer(), 0) != 0) {
+                return {Purpose::Taker::Version, asked.version};
             }
         }
         return takerBesides(m_table.walk.droppedBy);
@@ -383,9 +413,9 @@ private:
     TableNumbers &m_numbers;
     RowKeeper &m_keeper;
     QByteArrayList m_reference; ///< what a question names a row of before by
-    std::vector<std::pair<int, std::unique_ptr<RowQuestion>>> m_rowQuestions;
-    std::vector<std::vector<std::pair<ColumnWalk::Rule, std::unique_ptr<RowQuestion>>>>
-        m_valueQuestions;
+    std::deque<LossQuestion> m_rowQuestions;
+    std::deque<std::deque<ValueQuestion>>
+        m_valueQuestions; ///< by column, in the order of the steps
     QHash<int, qint64> m_lostValues;
     std::map<FindingKey, Finding> m_findings;
 };
@@ -432,6 +462,7 @@ std::optional<RowIdentity> rowIdentity(const TableCase &table)
         identity.before << quotedName(column);
         rewritten.before << quotedName(column);
         for (const ColumnWalk::Rule &rule : table.walk.columns[table.shape.indexOf(column)].rules) {
+            // Without an expression it cannot be prepared.
             const QByteArray becomes = '(' + rule.value.becomes + ')';
             if (table.before.canPrepare("SELECT " + becomes + " FROM " + quotedName(table.name))) {
                 rewritten.before.last() = becomes;

@@ -43,11 +43,12 @@ TakenFromTable readTable(const QJsonObject &json)
     const QJsonObject values = json.value("values").toObject();
     for (auto column = values.begin(); column != values.end(); ++column) {
         const QJsonObject rule = column.value().toObject();
-        taken.values.insert(
-            foldedText(column.key()),
-            {text(rule.value("becomes")),
-             rule.value("within").toDouble(),
-             text(rule.value("platform"))});
+        RewrittenValue value;
+        value.becomes = text(rule.value("becomes"));
+        value.any = text(rule.value("any"));
+        value.within = rule.value("within").toDouble();
+        value.platform = text(rule.value("platform"));
+        taken.values.insert(foldedText(column.key()), value);
     }
     return taken;
 }

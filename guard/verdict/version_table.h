@@ -11,10 +11,11 @@ QByteArray folded(const QByteArray &name);
 
 enum class Direction { Forward, Backward };
 
-/// What a version rewrites a column's values to.
+/// What a version rewrites a column's values to. The expressions are SQL over the row of before.
 struct RewrittenValue {
-    QByteArray becomes;  ///< an SQL expression over the row of before
-    double within = 0;   ///< the part of the old value by which a number may differ; 0: not at all
+    QByteArray becomes;  ///< the new value; empty: none that can be told
+    QByteArray any;      ///< a condition on rows that may get any value; empty: no row
+    double within = 0;   ///< a number may differ by this part of itself
     QByteArray platform; ///< only there; empty: everywhere
 };
 

@@ -301,7 +301,7 @@ class Count:
         rewritten = list(plain)
         for place, column in enumerate(key):
             for _, rule in paths[column][1]:
-                if left.ask(rule["becomes"]) is not None:
+                if left.ask(rule.get("becomes", "")) is not None:
                     rewritten[place] = f"({rule['becomes']})"
         return [plain, rewritten, [quoted(self.place(column, paths, after)) for column in key]]
 
@@ -355,15 +355,17 @@ class Count:
                       {"rows": filled, **totals})
             return
         values_after = [value for value, in after.select([quoted(place)])]
-        asked = [(version, rule, left.ask(rule["becomes"])) for version, rule in rules]
+        asked = [(version, rule, left.ask(rule.get("becomes", "")), left.ask(rule.get("any", "")))
+                 for version, rule in rules]
         unique = {fold(table): fold(one) for table, one in self.every_run["names"].items()}
         takers, renamed = collections.Counter(), 0
         for number, number_after in pairs:
             value, value_after = values[number], values_after[number_after]
             if same(value, value_after):
                 continue
-            claim = next((version for version, rule, answers in asked if answers is not None and
-                          becomes(rule, answers[number], value, value_after)), None)
+            claim = next((version for version, rule, becomes, free in asked if
+                          becomes and same(becomes[number], value_after) or free and free[number]
+                          or is_near(rule, value, value_after)), None)
             if claim is None and unique.get(fold(name)) == fold(column) and \
                     is_made_unique(value, value_after):
                 renamed += 1
@@ -399,12 +401,10 @@ class Count:
                       {"rows": violations, "rowsBefore": before, "rowsAfter": after})
 
 
-def becomes(rule, expected, before, after):
-    if same(expected, after):
-        return True
-    numbers = all(isinstance(value, (int, float)) for value in (expected, after))
+def is_near(rule, before, after):
+    numbers = all(isinstance(value, (int, float)) for value in (before, after))
     return "within" in rule and numbers and \
-        abs(float(after) - float(expected)) <= rule["within"] * abs(float(before or 0))
+        abs(float(after) - float(before)) <= rule["within"] * abs(float(before))
 
 
 def is_made_unique(before, after):
