@@ -18,7 +18,8 @@ QByteArray statementText(
         order << QByteArray::number(column) + " COLLATE BINARY";
     }
     if (!tieBreaker.isEmpty()) {
-        order << tieBreaker;
+        // Where rows come to have the same key, the program keeps the last one.
+        order << tieBreaker + " DESC";
     }
     // An index could have other values than the table.
     const QByteArray text =

@@ -8,7 +8,7 @@ class RowsInOrder
 public:
     /// @param key expressions over a row, in the order of the key
     /// @param others expressions that are read besides
-    /// @param tieBreaker orders the rows of equal keys; empty for none
+    /// @param tieBreaker orders the rows of equal keys, the greatest first; empty for none
     RowsInOrder(
         const JudgedDatabase &database, const QByteArray &table, const QByteArrayList &key,
         const QByteArrayList &others, const QByteArray &tieBreaker);

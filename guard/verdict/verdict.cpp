@@ -212,6 +212,10 @@ private:
         if (step == m_steps.rend()) {
             return false;
         }
+        // On the way back nothing needs what it drops.
+        if (step->direction == Direction::Backward) {
+            return false;
+        }
         const VersionTable::Tables &tables = m_versions.takenBy(version, step->direction);
         for (auto table = tables.begin(); table != tables.end(); ++table) {
             const bool isTaken = table->dropped || !table->renamed.isEmpty();

@@ -314,9 +314,10 @@ class Count:
         def matches(expressions):
             pairs, lost = [], []
             remaining = {key: list(rows) for key, rows in rows_after.items()}
-            for number, key in enumerate(left.select(expressions)):
+            # Of rows that come to have the same key the last one is kept.
+            for number, key in reversed([*enumerate(left.select(expressions))]):
                 if remaining.get(key):
-                    pairs.append((number, remaining[key].pop(0)))
+                    pairs.append((number, remaining[key].pop()))
                 else:
                     lost.append(number)
             return pairs, lost
