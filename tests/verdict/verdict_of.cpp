@@ -24,6 +24,17 @@ std::optional<int> version(const QJsonValue &value)
     return value.isDouble() ? std::optional<int>(value.toInt()) : std::nullopt;
 }
 
+/// @return the most memory that this process has had, in kibibytes
+int peakMemory()
+{
+    for (const QByteArray &line : contentOf("/proc/self/status").split('\n')) {
+        if (line.startsWith("VmHWM:")) {
+            return line.mid(6).chopped(3).trimmed().toInt();
+        }
+    }
+    return 0;
+}
+
 QJsonObject answer(const QJsonObject &request)
 {
     RunToJudge run;
@@ -49,6 +60,7 @@ QJsonObject answer(const QJsonObject &request)
         judge(run, differences, VersionTable(request.value("versions").toString()));
     QJsonObject json = verdict.toJson(!request.value("withoutRows").toBool());
     json.insert("differs", !differences.isEmpty());
+    json.insert("peakMemory", peakMemory());
     json.insert("lines", QJsonArray::fromStringList(verdict.lines()));
     return json;
 }
