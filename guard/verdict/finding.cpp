@@ -103,8 +103,10 @@ QString Finding::sentence() const
     const QString word = wordForTable(object);
     const QString columnName = QString::fromLatin1(printableName(column));
     if (kind == "target-missed") {
-        return QString("the database is at version %1, not at %2")
-            .arg(name, QString::number(numbers.value("target")));
+        return QString("the database is at %1, not at version %2")
+            .arg(
+                object == "none" ? QString("no version") : "version " + name,
+                QString::number(numbers.value("target")));
     }
     if (kind == "step-failed") {
         const QString failed = object == "unknown"

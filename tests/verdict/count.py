@@ -189,7 +189,7 @@ class Count:
         return "script" if fold(name) in self.words and not column else None
 
     def count(self, old, new, before, scratch):
-        old_tables, new_tables = tables_of(old), tables_of(new)
+        old_tables = tables_of(old)
         everything = {fold(string(name)): string(name) for name, in new.execute(
             "SELECT name FROM sqlite_schema WHERE type = 'table'")}
         everything_before = {fold(string(name)) for name, in old.execute(
@@ -199,7 +199,8 @@ class Count:
         for name, written in everything.items():
             copy = COPY.fullmatch(name)
             if copy and copy[1] and (copy[1] in everything or copy[1] in everything_before):
-                rows, = new.execute(f"SELECT count(*) FROM {quoted(written)} NOT INDEXED").fetchone()
+                rows, = new.execute(
+                    f"SELECT count(*) FROM {quoted(written)} NOT INDEXED").fetchone()
                 self.note(f"left-behind:{printable(written)}", None, {"rows": rows},
                           name in everything_before)
         first, second = (f"{scratch}/{stage}.sqlite" for stage in ("violations", "orphans"))

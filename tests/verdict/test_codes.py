@@ -6,10 +6,11 @@ import sqlite3
 from contextlib import closing
 
 import pytest
-from runs_to_judge import Judge
+from runs_to_judge import VERSIONS_FILE, Judge
 from support.places import scratch_directory
 
-VERSION = "CREATE TABLE tableVersion (tableName TEXT PRIMARY KEY, version INTEGER, MirelVersion TEXT);"
+VERSION = ("CREATE TABLE tableVersion "
+           "(tableName TEXT PRIMARY KEY, version INTEGER, MirelVersion TEXT);")
 FIELDS = ("CREATE TABLE fields (id INTEGER PRIMARY KEY, displayName TEXT, area REAL);"
           "INSERT INTO fields VALUES (1, 'North', 1.5), (2, 'South', 2.5), (3, 'Südhang', 3.5);")
 OPENING = "\n*****Beginning database migration from version: {} to version: {}\n"
@@ -286,11 +287,14 @@ def test_what_the_program_writes_itself(bench):
         ("rows-lost:tableVersion", None, 1, False, True)]
 
 
-@pytest.mark.parametrize("reached, code", [(1, "target-missed:1"), (None, "target-missed:1")])
-def test_target_missed(bench, reached, code):
-    found = bench.findings(FIELDS, None, target=2, reached=1,
-                           log=log_of(1, 2, "Migration to version 2 FAILED!\n", reached=1))
-    assert found == [(code, None, None, False, True), ("step-failed:2", None, None, False, True)]
+def test_target_missed(bench):
+    log = log_of(1, 2, "Migration to version 2 FAILED!\n", reached=1)
+    assert bench.findings(FIELDS, None, target=2, reached=1, log=log) == [
+        ("target-missed:1", None, None, False, True), ("step-failed:2", None, None, False, True)]
+    bench.verdict(FIELDS, None, target=2, reached=1, log=log)
+    verdict = bench.judge.verdict({**bench.request, "from": None, "to": None})
+    assert verdict["findings"][0]["code"] == "target-missed:none"
+    assert verdict["lines"][0] == "the database is at no version, not at version 2"
 
 
 @pytest.mark.parametrize("source, target, lines, failed", [
@@ -324,7 +328,6 @@ def test_target_missed(bench, reached, code):
 ], ids=str)
 def test_step_failed(bench, source, target, lines, failed):
     """failed: the versions, and whether they count."""
-    from runs_to_judge import VERSIONS_FILE
     table = json.loads(VERSIONS_FILE.read_text(encoding="utf-8"))
     found = bench.verdict(FIELDS, None, source=source, target=target, table=table,
                           log=log_of(source, target, *lines))["findings"]
@@ -335,7 +338,6 @@ def test_step_failed(bench, source, target, lines, failed):
 
 def test_what_a_step_needs_may_be_made_by_an_earlier_one(bench):
     """20 fails although 12 has made what 19 takes: nothing was missing before."""
-    from runs_to_judge import VERSIONS_FILE
     table = json.loads(VERSIONS_FILE.read_text(encoding="utf-8"))
     before = "CREATE TABLE switchToSectionBridge (a);"
     found = bench.findings(before, None, source=11, target=19, table=table, log=log_of(
@@ -383,7 +385,8 @@ def test_without_rows_there_are_no_contents(bench):
     pytest.param("x" * 1_000_000, id="long"), "ünï", "%1"])
 def test_codes_are_one_printable_word(bench, name):
     quoted = '"' + name.replace('"', '""') + '"'
-    table = f"CREATE TABLE {quoted} ({quoted} INTEGER PRIMARY KEY); INSERT INTO {quoted} VALUES (1);"
+    table = (f"CREATE TABLE {quoted} ({quoted} INTEGER PRIMARY KEY);"
+             f"INSERT INTO {quoted} VALUES (1);")
     verdict = bench.verdict(table, table + f"DELETE FROM {quoted}")
     finding, = verdict["findings"]
     assert finding["kind"] == "rows-lost" and finding["numbers"]["rows"] == 1
