@@ -70,7 +70,7 @@ bool Purpose::operator<(const Purpose &other) const
 
 QByteArray printableName(const QByteArray &name)
 {
-    const QByteArray encoded = name.toPercentEncoding();
+    QByteArray encoded = name.toPercentEncoding();
     if (encoded.size() <= longestName) {
         return encoded;
     }

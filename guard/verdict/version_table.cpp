@@ -23,7 +23,7 @@ QByteArray foldedText(const QJsonValue &value)
 QByteArrayList foldedTexts(const QJsonValue &value)
 {
     QByteArrayList texts;
-    for (const QJsonValue &entry : value.toArray()) {
+    for (const QJsonValue entry : value.toArray()) {
         texts << foldedText(entry);
     }
     return texts;
@@ -65,7 +65,7 @@ VersionTable::Tables readTables(const QJsonObject &json)
 VersionTable::EveryRun readEveryRun(const QJsonObject &json)
 {
     VersionTable::EveryRun everyRun;
-    for (const QJsonValue &entry : json.value("rows").toArray()) {
+    for (const QJsonValue entry : json.value("rows").toArray()) {
         const QJsonObject condition = entry.toObject();
         everyRun.rows << RowCondition{
             text(condition.value("table")), text(condition.value("rows"))};
