@@ -46,10 +46,10 @@ QJsonObject answer(const QJsonObject &request)
     run.log = contentOf(request.value("log").toString());
     run.platform = request.value("platform").toString().toUtf8();
     run.scratchDirectory = request.value("scratch").toString();
-    for (const QJsonValue &script : request.value("scripts").toArray()) {
+    for (const QJsonValue script : request.value("scripts").toArray()) {
         run.scripts << contentOf(script.toString());
     }
-    for (const QJsonValue &code : request.value("accept").toArray()) {
+    for (const QJsonValue code : request.value("accept").toArray()) {
         run.acceptedCodes << code.toString().toLatin1();
     }
     const DatabaseDifferences differences = compareDatabases(run.before, run.after);
