@@ -1,5 +1,5 @@
-"""Devices in good order with rows of chance: a seed always makes the same one. Every step succeeds
-on them, so what a run takes is what its versions take on purpose."""
+"""Devices with rows of chance on which every step succeeds: a seed always makes the same one.
+What a run takes from them is what its versions take on purpose, and what every run repairs."""
 
 import random
 
@@ -35,7 +35,8 @@ ADDED_BY = {
         "ALTER TABLE productControl_userProfile ADD COLUMN mixSetupMode INTEGER",
     31: "ALTER TABLE PC_Carrier ADD COLUMN uuid TEXT;"
         "ALTER TABLE PC_Mix ADD COLUMN uuid TEXT;"
-        "ALTER TABLE PC_PlanterVariety ADD COLUMN uuid TEXT",
+        "ALTER TABLE PC_PlanterVariety ADD COLUMN uuid TEXT;"
+        "UPDATE PC_Carrier SET uuid = 'carrier ' || id WHERE id % 2",
 }
 # A reference that is NULL becomes 0, which no row has, and the step fails.
 NEVER_NULL = {"productControl_productSettings": "machineConfigId",

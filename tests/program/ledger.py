@@ -35,8 +35,8 @@ those of these databases.
 - Forward: what the step from the version before changes.
 - Forward and back: what differs from the starting database after going there and back.
 - Back and forward: the same for the other order.
-- Rows that go: those for which the SQL is true, on any device. guard/schema-versions.json has all that
-  a step takes, also what rewritten values become.
+- Rows that go: those for which the SQL is true, on any device. guard/schema-versions.json has all
+  that a step takes, also what rewritten values become.
 - Probe: the one that answers false when the version's change is missing; docs/probes.md says more.
 
 Lossless: every table, column, row and value is kept. A rebuilt table may still lose indexes,

@@ -39,45 +39,66 @@ def changed_tables(found):
         yield old, new, changes
 
 
-def entry_of(version, direction, found, found_on_board):
-    """What a version takes in one direction, by table."""
-    step = version, direction
-    rows, values = ROWS.get(step, {}), VALUES.get(step, {})
+def tables_and_columns(step, found):
+    """What goes and what gets another name, by table."""
     result = collections.defaultdict(dict)
-
     for name in [*found.gone, *DROPPED_IF_THERE.get(step, ())]:
         if name not in renamed_with_fewer_columns(found):
             result[name]["dropped"] = True
     for name, new, changes in changed_tables(found):
         if new != name:
             result[name]["renamed"] = new
-        if changes is None:
-            continue
-        if changes.lost:
+        if changes and changes.lost:
             result[name]["columnsDropped"] = changes.lost
-        if changes.renamed:
+        if changes and changes.renamed:
             result[name]["columnsRenamed"] = changes.renamed
-        if changes.rows_lost and name not in rows:
-            if changes.rows_lost < changes.rows:
-                raise Unexplained(f"version {version}, {direction}: say which rows of {name} go,"
-                                  " in ROWS of tests/program/on_purpose.py")
-            result[name]["rows"] = "TRUE"
-    for name, condition in rows.items():
-        result[name]["rows"] = condition
+    return result
 
-    on_any = {(name, column) for name, _, changes in changed_tables(found) if changes
-              for column in changes.values if column not in changes.gained}
-    on_board = {(name, column) for name, _, changes in changed_tables(found_on_board) if changes
-                for column in changes.values if column not in changes.gained}
-    for name, column in sorted(on_any | on_board):
-        if column not in values.get(name, {}):
-            raise Unexplained(f"version {version}, {direction}: say what {name}.{column} becomes,"
+
+def rows(step, found):
+    """Which rows go, by table."""
+    conditions = ROWS.get(step, {})
+    result = {name: {"rows": condition} for name, condition in conditions.items()}
+    for name, _, changes in changed_tables(found):
+        if changes and changes.rows_lost and name not in conditions:
+            if changes.rows_lost < changes.rows:
+                raise Unexplained(f"version {step[0]}, {step[1]}: say which rows of {name} go,"
+                                  " in ROWS of tests/program/on_purpose.py")
+            result[name] = {"rows": "TRUE"}
+    return result
+
+
+def rewritten(found):
+    """The columns with other values, as (table, column)."""
+    return {(name, column) for name, _, changes in changed_tables(found) if changes
+            for column in changes.values if column not in changes.gained}
+
+
+def values(step, found, found_on_board):
+    """What values become, by table."""
+    expressions = VALUES.get(step, {})
+    only_on_board = rewritten(found_on_board) - rewritten(found)
+    for name, column in sorted(rewritten(found) | only_on_board):
+        if column not in expressions.get(name, {}):
+            raise Unexplained(f"version {step[0]}, {step[1]}: say what {name}.{column} becomes,"
                               " in VALUES of tests/program/on_purpose.py")
-    for name, columns in values.items():
-        result[name]["values"] = {
-            column: expression | ({} if (name, column) in on_any or (name, column) not in on_board
-                                  else {"platform": ON_BOARD_PORTS})
-            for column, expression in columns.items()}
+
+    def with_platform(name, column, value):
+        platform = {"platform": ON_BOARD_PORTS} if (name, column) in only_on_board else {}
+        return value | platform
+
+    return {name: {"values": {column: with_platform(name, column, value)
+                              for column, value in columns.items()}}
+            for name, columns in expressions.items()}
+
+
+def entry_of(version, direction, found, found_on_board):
+    """What a version takes in one direction, by table."""
+    step = version, direction
+    result = tables_and_columns(step, found)
+    for part in rows(step, found), values(step, found, found_on_board):
+        for name, keys in part.items():
+            result[name].update(keys)
     return {name: result[name] for name in sorted(result, key=str.lower)}
 
 

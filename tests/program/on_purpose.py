@@ -14,7 +14,7 @@ FORWARD, BACKWARD = "forward", "backward"
 def six_digits(column):
     """A number of version 2: written with six digits, NULL as 0."""
     return {"becomes": f"CAST(printf('%.6g', ifnull({column}, 0)) AS REAL)",
-            # The program rounds a tie by itself; half a unit of the sixth digit is within this.
+            # The program rounds a tie up, SQLite may not. Half a unit of the sixth digit is within.
             "within": 5e-6}
 
 

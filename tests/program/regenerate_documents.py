@@ -16,10 +16,13 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 os.environ["DATABASE_MIGRATOR"] = str(pathlib.Path(sys.argv[1]).resolve())
 
 from ledger import LEDGER, ledger
-from losses import SCHEMA_VERSIONS, schema_versions
+from losses import SCHEMA_VERSIONS, Unexplained, schema_versions
 from probes import PROBES, probes_document
 
 if __name__ == "__main__":
     LEDGER.write_text(ledger(), encoding="utf-8")
-    SCHEMA_VERSIONS.write_text(schema_versions(), encoding="utf-8")
     PROBES.write_text(probes_document(), encoding="utf-8")
+    try:
+        SCHEMA_VERSIONS.write_text(schema_versions(), encoding="utf-8")
+    except Unexplained as error:
+        sys.exit(str(error))

@@ -182,9 +182,6 @@ class Judging:
 
     def judge_rows_of_a_key(self, name, rows, found, columns):
         """rows: (the step that takes it or None, row); found: the rows after with the same key."""
-        for step, _ in rows:
-            if step is not None:
-                self.result.taken[step, "rows", name] += 1
         # Only a key with NULL can be that of several rows: unchanged ones first, then in order.
         pairs, rest = [], []
         for row in (row for step, row in rows if step is None):
@@ -202,9 +199,10 @@ class Judging:
         missing = len(rest) - len(found)
         if missing > 0:
             self.result.lost["rows", name] += missing
-        steps = [step for step, _ in rows if step is not None]
-        if missing < 0 and steps:
-            self.result.left[steps[0], "rows", name] += min(-missing, len(steps))
+        still_there = max(-missing, 0)
+        for number, step in enumerate(step for step, _ in rows if step is not None):
+            counted = self.result.left if number < still_there else self.result.taken
+            counted[step, "rows", name] += 1
 
     @staticmethod
     def key_of(content, after, columns):
@@ -276,7 +274,8 @@ class Becomes:
 
     def is_near(self, before, after):
         try:
-            return abs(float(after) - float(before)) <= self.within * abs(float(before))
+            change = abs(float(after) - float(before))
+            return self.within > 0 and change <= self.within * abs(float(before))
         except ValueError:
             return False
 
@@ -295,8 +294,12 @@ class Row:
 
 
 def is_renamed(before, after):
-    """Whether a name is another one with "_" and a number after it, once or several times."""
-    if not (before.endswith("'") and after.startswith(before[:-1])):
+    """Whether a name is another one with "_" and a number after it, once or several times.
+
+    In a column that does not distinguish letter case it is that of the first one.
+    """
+    length = len(before) - 1
+    if not before.endswith("'") or after[:length].lower() != before[:length].lower():
         return False
-    first, *numbers = after[len(before) - 1:-1].split("_")
+    first, *numbers = after[length:-1].split("_")
     return first == "" and numbers != [] and all(number.isdigit() for number in numbers)
