@@ -87,10 +87,15 @@ def test_every_number_is_that_of_an_independent_count(places, kind):
         if not verdict["differs"]:
             # Nothing is looked at then; what was so before is no news.
             expected = {key: found for key, found in expected.items() if not found["before"]}
+        # The rows of a damaged table may come out of order, which the count does not notice.
+        unreadable = {finding["object"] for finding in verdict["findings"]
+                      if finding["kind"] == "unreadable" and "object" in finding}
+        expected = {(code, purpose): found for (code, purpose), found in expected.items()
+                    if code.partition(":")[2].partition(".")[0] not in unreadable}
         compared += 1
         if numbers(verdict) != expected:
             differences[seed] = numbers(verdict), expected
-    assert differences == {}
+    assert differences == {}, [*differences]
     assert compared > DEVICES * (0.9 if kind is in_good_order else 0.5)
     assert DEVICES > len(KINDS)
     assert list((folder / "scratch").iterdir()) == []
