@@ -89,22 +89,29 @@ in_tree "$device" "apt-get -qq update && cd /root/packages &&
     apt-get -qq install --yes --no-install-recommends \$(find -name '*.deb' ! -name '*-2_*')"
 in_tree "$device" "ln -s /data/databases $application/ &&
     cp /usr/share/doc/migration-guard/examples/schemaversion.txt $application/"
-in_tree "$device" "$application/migration-guard run && $application/migration-guard status"
-in_tree "$device" "cd /root && sha256sum /data/databases/* $application/schemaversion.txt >sums"
+upgrade() {
+    in_tree "$device" "cd /root/packages && apt-get -qq install --yes ./*-2_*.deb &&
+        dpkg-query --show database-migrator migration-guard"
+}
+
+the_guard_runs() {
+    in_tree "$device" "$application/migration-guard run && $application/migration-guard status &&
+        sha256sum /data/databases/* $application/schemaversion.txt >/root/sums"
+}
 
 the_data_is_there() {
     in_tree "$device" "sha256sum --check /root/sums && [ -L $application/databases ]"
 }
 
-in_tree "$device" "cd /root/packages && apt-get -qq install --yes ./*-2_*.deb &&
-    dpkg-query --show database-migrator migration-guard"
+the_guard_runs
+upgrade
 the_data_is_there
-in_tree "$device" "$application/migration-guard run && $application/migration-guard status"
-in_tree "$device" "cd /root && sha256sum /data/databases/* $application/schemaversion.txt >sums"
-in_tree "$device" "apt-get -qq remove --yes database-migrator && ls $application"
+the_guard_runs
+in_tree "$device" "apt-get -qq remove --yes database-migrator"
 the_data_is_there
-in_tree "$device" "apt-get -qq purge --yes database-migrator migration-guard && ls $application"
+upgrade
 the_data_is_there
-in_tree "$device" "! dpkg-query --show database-migrator migration-guard"
-in_tree "$device" "cd /root/packages && apt-get -qq install --yes ./*-2_*.deb &&
-    $application/migration-guard run"
+the_guard_runs
+in_tree "$device" "apt-get -qq purge --yes database-migrator migration-guard &&
+    ! dpkg-query --show database-migrator migration-guard && ls $application"
+the_data_is_there
