@@ -89,6 +89,7 @@ in_tree "$device" "apt-get -qq update && cd /root/packages &&
     apt-get -qq install --yes --no-install-recommends \$(find -name '*.deb' ! -name '*-2_*')"
 in_tree "$device" "ln -s /data/databases $application/ &&
     cp /usr/share/doc/migration-guard/examples/schemaversion.txt $application/"
+
 upgrade() {
     in_tree "$device" "cd /root/packages && apt-get -qq install --yes ./*-2_*.deb &&
         dpkg-query --show database-migrator migration-guard"

@@ -38,7 +38,7 @@ HEADERS = KEPT / "headers.h"
 SURVIVORS = HERE / "survivors.txt"
 # Tests of the source text, of other programs and of the disk: a fault in the program is not theirs.
 OTHER_TESTS = ("^(format|shellcheck|flake8|clang_tidy|install|show_changes|faults|mutants|catalogue"
-               "|support|pages)$|^fuzz_")
+               "|support|pages|packages|man_pages|sqlite_page)$|^fuzz_")
 # Processor time of one process. A whole test gets twice that; tests set their own limits for the
 # programs that they start.
 MOST_SECONDS = 30
