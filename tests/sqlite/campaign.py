@@ -105,7 +105,8 @@ class Trials:
         found = self.different(library, kind).values()
         text = f"{len(tried) - len(found)} of {len(tried)} equal"
         failed = sorted({version for one in found for version in trials.failed_versions(one)})
-        tables = sorted({name for one in found for name in one["differs"]})
+        tables = sorted({"tableVersion" if name == "versions" else name
+                         for one in found for name in one["differs"]})
         return "; ".join([
             text, *([f"version {', '.join(map(str, failed))} fails"] if failed else []),
             *([f"`{'`, `'.join(tables)}`"] if tables else [])])

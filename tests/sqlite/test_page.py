@@ -35,6 +35,8 @@ def test_everything_planted_has_its_rows():
                  id="the versions"),
     pytest.param("== pool", "== userProfiles\n-x\n== pool", "differs", ["userProfiles"],
                  id="a table"),
+    pytest.param("readme.txt',)\n", "readme.txt',)\n== userProfiles\n-x\n", "differs",
+                 ["userProfiles"], id="the last table"),
 ])
 def test_difference_is_named(text, replacement, part, expected):
     whole = expected_of_walk(1, NEWEST)

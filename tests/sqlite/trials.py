@@ -91,7 +91,8 @@ def try_planted(folder, case):
 def difference(expected, actual):
     """Two outcomes as texts: the lines of the log that are missing and those that are added, and
     what else differs."""
-    (log, *_), (actual_log, *_) = parts = [text.split("\n== ") for text in (expected, actual)]
+    parts = [text.strip("\n").split("\n== ") for text in (expected, actual)]
+    (log, *_), (actual_log, *_) = parts
     sections = [dict(section.partition("\n")[::2] for section in part[1:]) for part in parts]
     names = sorted({*sections[0], *sections[1]})
     log, actual_log = log.splitlines(), actual_log.splitlines()
