@@ -17,7 +17,7 @@ import pathlib
 import shutil
 import subprocess
 import sys
-from concurrent.futures import ThreadPoolExecutor
+from concurrent.futures import ThreadPoolExecutor, as_completed
 
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
@@ -86,11 +86,15 @@ def try_architecture(architecture, minutes, most_tasks):
                                            HERE.parent / "support"))
     chosen = [*tasks()][:most_tasks]
     left = [task for task in chosen if campaign.answer([*task]) is None]
+
+    def try_task(task):
+        return None if campaign.is_over() else answer(*task)
+
     with ThreadPoolExecutor(os.cpu_count()) as pool:
-        found = pool.map(lambda task: None if campaign.is_over() else answer(*task), left)
-        for task, difference in zip(left, found):
-            if difference is not None:
-                campaign.note([*task], difference)
+        futures = {pool.submit(try_task, task): task for task in left}
+        for future in as_completed(futures):
+            if future.result() is not None:
+                campaign.note([*futures[future]], future.result())
     tried = {task: campaign.answer([*task]) for task in chosen
              if campaign.answer([*task]) is not None}
     for task, difference in tried.items():

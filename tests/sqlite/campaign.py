@@ -17,7 +17,7 @@ import pathlib
 import re
 import subprocess
 import sys
-from concurrent.futures import ThreadPoolExecutor
+from concurrent.futures import ThreadPoolExecutor, as_completed
 
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path[:0] = [str(HERE.parent), str(HERE.parent / "program")]
@@ -87,9 +87,10 @@ class Trials:
             return None if self.campaign.is_over() else KINDS[kind](folder, *rest)
 
         with ThreadPoolExecutor(os.cpu_count()) as pool:
-            for case, answer in zip(missing, pool.map(try_case, missing)):
-                if answer is not None:
-                    self.campaign.note([self.of, str(library), *case], answer)
+            futures = {pool.submit(try_case, case): case for case in missing}
+            for future in as_completed(futures):
+                if future.result() is not None:
+                    self.campaign.note([self.of, str(library), *futures[future]], future.result())
 
     def different(self, library, kind):
         """The answers of a kind that are none of an equal end, by case."""
