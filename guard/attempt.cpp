@@ -1,5 +1,7 @@
 #include "guard/attempt.h"
 #include "guard/durable_file.h"
+#include "guard/limits.h"
+#include "guard/regular_file.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -19,11 +21,11 @@ QString bootIdentifier()
 
 std::optional<Attempt> Attempt::read(const QString &path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
+    const std::optional<QByteArray> content = readSmallFile(path, limits::largestJson);
+    if (!content) {
         return std::nullopt;
     }
-    const QJsonObject note = QJsonDocument::fromJson(file.readAll()).object();
+    const QJsonObject note = QJsonDocument::fromJson(*content).object();
     Attempt attempt;
     attempt.stagedOnDisk = note.value("staging").toString() == "disk";
     attempt.runsInARow = note.value("runsInARow").toInt(1);

@@ -44,4 +44,6 @@ DevicePaths::DevicePaths(const QString &application)
     replaced = beside.filePath("replaced-by-restore.sqlite");
     attempt = beside.filePath("migration-guard.attempt");
     staging = beside.filePath("migration-guard.staging");
+    copy = beside.filePath("migration-guard.copy");
+    replacedLog = beside.filePath("replaced-by-restore.wal");
 }

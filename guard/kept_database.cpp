@@ -40,3 +40,9 @@ bool KeptDatabase::settle(const QString &current)
     }
     return true;
 }
+
+QString KeptDatabase::afterSettling(const QString &current) const
+{
+    const bool isNewer = isPrepared() && !compareDatabases(prepared(), current).isEmpty();
+    return isNewer ? prepared() : m_path;
+}

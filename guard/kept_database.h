@@ -32,6 +32,9 @@ public:
     /// @return true when something was renamed or removed
     bool settle(const QString &current);
 
+    /// @return the file that would be the kept one once that is settled
+    QString afterSettling(const QString &current) const;
+
 private:
     QString prepared() const { return m_path + ".new"; }
     QString unfinished() const { return m_path + ".tmp"; }

@@ -1,5 +1,8 @@
 #include "guard/last_migration.h"
 #include "guard/durable_file.h"
+#include "guard/known_versions.h"
+#include "guard/limits.h"
+#include "guard/regular_file.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -15,11 +18,6 @@ const int format = 1;
 QJsonValue versionValue(const std::optional<int> &version)
 {
     return version ? QJsonValue(*version) : QJsonValue();
-}
-
-QString versionText(const std::optional<int> &version)
-{
-    return version ? QString::number(*version) : QString("no version");
 }
 } // namespace
 
@@ -63,10 +61,8 @@ QString RunRecord::line() const
 
 LastMigration::LastMigration(const QString &path) : m_path(path)
 {
-    QFile file(path);
-    if (file.open(QIODevice::ReadOnly)) {
-        m_content = QJsonDocument::fromJson(file.readAll()).object();
-    }
+    const QByteArray content = readSmallFile(path, limits::largestJson).value_or(QByteArray());
+    m_content = QJsonDocument::fromJson(content).object();
 }
 
 bool LastMigration::record(const RunRecord &run, bool flushDirectory)

@@ -124,6 +124,7 @@ RunRecord Migration::run()
     LastMigration lastMigration(m_device.lastMigration);
     m_databaseInOrder = lastMigration.databaseInOrder();
     Staging::remove(m_device.staging);
+    QFile::remove(m_device.copy);
     if (runLocked() == Try::RunDirectly) {
         runUnguarded(m_device, m_options.target, &m_record);
         // The program has deleted in the pool what it wanted to.

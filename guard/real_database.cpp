@@ -107,9 +107,51 @@ RealDatabase::Failure RealDatabase::copyTo(const QString &path)
     }
     const QByteArray header = file.read(readVersionPlace + 1);
     if (header.size() <= readVersionPlace) {
-        return DatabaseFailure{DatabaseFailure::Kind::Unreadable, "the copy is empty"};
+        return DatabaseFailure{DatabaseFailure::Kind::Damaged, "there is nothing in it"};
     }
     m_hasWriteAheadLog = header[readVersionPlace] == writeAheadLog;
+    return std::nullopt;
+}
+
+RealDatabase::Failure RealDatabase::openDamaged()
+{
+    if (Failure ended = open()) {
+        return ended;
+    }
+    m_copiedIdentity = identity();
+    const char *const schemaCookie = "PRAGMA schema_version";
+    m_schemaCookie = m_connection.number(schemaCookie).value_or(-1);
+    // SQLite does not look at the header then, and takes the database for one without a page.
+    sqlite3_db_config(m_connection.handle(), SQLITE_DBCONFIG_RESET_DATABASE, 1, nullptr);
+    if (!m_connection.number(schemaCookie)) {
+        return failure(sqlite3_errcode(m_connection.handle()), m_connection.errorText());
+    }
+    m_copiedVersion = dataVersion();
+    return std::nullopt;
+}
+
+RealDatabase::Failure RealDatabase::copyBytesTo(const QString &path)
+{
+    // A descriptor of its own would end SQLite's locks when it is closed.
+    sqlite3_file *file = nullptr;
+    sqlite3_file_control(m_connection.handle(), mainDatabase, SQLITE_FCNTL_FILE_POINTER, &file);
+    sqlite3_int64 size = 0;
+    int result = file->pMethods->xFileSize(file, &size);
+    QFile copy(path);
+    bool isWritten = copy.open(QIODevice::WriteOnly | QIODevice::NewOnly);
+    QByteArray piece(int(limits::mebibyte), Qt::Uninitialized);
+    for (sqlite3_int64 done = 0; result == SQLITE_OK && isWritten && done < size;) {
+        const int bytes = static_cast<int>(qMin<sqlite3_int64>(piece.size(), size - done));
+        result = file->pMethods->xRead(file, piece.data(), bytes, done);
+        isWritten = copy.write(piece.constData(), bytes) == bytes;
+        done += bytes;
+    }
+    if (result != SQLITE_OK) {
+        return failure(result, QString::fromUtf8(sqlite3_errstr(result)));
+    }
+    if (!isWritten || !copy.flush()) {
+        return DatabaseFailure{DatabaseFailure::Kind::NoRoom, copy.errorString()};
+    }
     return std::nullopt;
 }
 
@@ -167,16 +209,19 @@ DatabaseFailure RealDatabase::commitFailure(int error, const QString &text)
 {
     // A commit can fail at its last flush, when the journal is gone. A connection of its own sees
     // what the next process will see, and rolls back what is to be rolled back.
+    using Kind = DatabaseFailure::Kind;
     m_connection.close();
     SqliteConnection reader;
     reader.open(m_path, SQLITE_OPEN_READWRITE);
     const std::optional<qint64> schemaCookie = reader.number("PRAGMA schema_version");
     if (!schemaCookie) {
-        return {DatabaseFailure::Kind::Unknown, text};
+        const int readerError = sqlite3_errcode(reader.handle());
+        const bool isAsItWas =
+            m_schemaCookie < 0 && failure(readerError, text).kind == Kind::Damaged;
+        return isAsItWas ? failure(error, text) : DatabaseFailure{Kind::Unknown, text};
     }
-    return *schemaCookie == m_schemaCookie
-               ? failure(error, text)
-               : DatabaseFailure{DatabaseFailure::Kind::NotFlushed, text};
+    return *schemaCookie == m_schemaCookie ? failure(error, text)
+                                           : DatabaseFailure{Kind::NotFlushed, text};
 }
 
 std::optional<RealDatabase::Identity> RealDatabase::identity() const
@@ -208,6 +253,9 @@ DatabaseFailure RealDatabase::failure(int result, const QString &text) const
     case SQLITE_PERM:
     case SQLITE_CANTOPEN:
         return {Kind::NotWritable, text};
+    case SQLITE_NOTADB:
+    case SQLITE_CORRUPT:
+        return {Kind::Damaged, text};
     default:
         return {Kind::Unreadable, text};
     }

@@ -19,7 +19,8 @@ struct DatabaseFailure {
         NotFlushed, ///< it has the new content, but a power cut may bring the old one back
         Unknown,    ///< the commit failed, and so did the look at what the database has now
         NotWritable,
-        Unreadable ///< damaged, no database, or the disk fails
+        Damaged,   ///< the file holds no database, or one that ends too early
+        Unreadable ///< the disk or the memory fails
     };
     Kind kind;
     QString text;
@@ -43,6 +44,15 @@ public:
     /// Copies it as it is, damage included. What is committed later has to be made from this copy.
     /// @param path a file that is not there yet
     Failure copyTo(const QString &path);
+
+    /// Opens a file that holds no database that SQLite can read, empty or damaged, for
+    /// replaceContent(), which then takes it for an empty one: under the same locks and journal.
+    Failure openDamaged();
+
+    /// Copies the bytes of the file, whatever they are. Under the lock of replaceContent() nobody
+    /// writes to it, and what SQLite could recover is recovered.
+    /// @param path a file that is not there yet
+    Failure copyBytesTo(const QString &path);
 
     /// Replaces the content in one transaction, under SQLite's own journal: the same file, in which
     /// processes that have it open find the new content. Durable when it returns.
