@@ -242,7 +242,7 @@ Migration::Try Migration::runProgram(RealDatabase &database, const Staging &stag
         m_attempt.runsInARow = m_earlier->runsInARow + 1;
     }
     const int error = m_attempt.write(m_device.attempt, false);
-    if (error == EROFS || error == EACCES || error == EPERM || error == EISDIR) {
+    if (error == EROFS || error == EACCES || error == EPERM || error == EEXIST) {
         return directly("not-writable", "beside the database");
     }
     if (error != 0) {
