@@ -31,7 +31,8 @@ ROWS = [
     ("rows without a key", "CREATE TABLE t (a); INSERT INTO t VALUES (1), (2), (3);",
      "DELETE FROM t WHERE a = 2; INSERT INTO t VALUES (4), (5); UPDATE t SET a = 9 WHERE a = 1;",
      ["t: 2 rows go (4, 5), 1 row comes back (2), 1 row changes"]),
-    ("a key of two columns", "CREATE TABLE t (a, b, PRIMARY KEY (b, a)); INSERT INTO t VALUES (1, 2);",
+    ("a key of two columns",
+     "CREATE TABLE t (a, b, PRIMARY KEY (b, a)); INSERT INTO t VALUES (1, 2);",
      "UPDATE t SET a = NULL;", ["t: 1 row goes (2/NULL), 1 row comes back (2/1)"]),
     ("a key whose letter case changes",
      "CREATE TABLE t (a TEXT COLLATE NOCASE PRIMARY KEY, b); INSERT INTO t VALUES ('a', 1);",
@@ -62,8 +63,8 @@ ROWS = [
     ("other objects",
      "CREATE TABLE t (a UNIQUE, b); CREATE INDEX i ON t (a); CREATE VIEW v AS SELECT 1;"
      "CREATE TRIGGER r AFTER INSERT ON t BEGIN SELECT 1; END;",
-     "DROP INDEX i; CREATE INDEX i ON t (b); DROP VIEW v; CREATE VIEW w AS SELECT 1; DROP TRIGGER r;"
-     "PRAGMA user_version = 5;",
+     "DROP INDEX i; CREATE INDEX i ON t (b); DROP VIEW v; CREATE VIEW w AS SELECT 1;"
+     "DROP TRIGGER r; PRAGMA user_version = 5;",
      ["index i: changes", "trigger r: comes back", "view v: comes back", "view w: goes",
       "settings that change: user_version"]),
     ("only a definition", "CREATE TABLE t (a, b); INSERT INTO t VALUES (1, 2);",
@@ -118,8 +119,9 @@ def test_a_damaged_table_is_told(changes, device):
         file.seek(4096)
         file.write(bytes(8))
     lines = device.run("restore", "--dry-run").stdout.splitlines()
-    assert lines == [FIRST, "t: rows change, and cannot be compared: database disk image is malformed",
-                     "u: 1 row goes (1)", LAST]
+    assert lines == [
+        FIRST, "t: rows change, and cannot be compared: database disk image is malformed",
+        "u: 1 row goes (1)", LAST]
 
 
 def test_a_definition_that_cannot_be_read_is_told(changes, device):

@@ -52,8 +52,9 @@ def test_the_kept_one_comes_back(migrated, damage):
         assert migrated.replaced.stat().st_mode & 0o777 == 0o640
     assert migrated.last_run()["command"] == "restore"
     assert migrated.last_run()["to"] == 1
-    assert {name for name in migrated.files() if name.startswith(("my.db", "replaced", "migr"))} <= {
-        "my.db.sqlite", *(["replaced-by-restore.sqlite"] if damaged else [])}
+    assert migrated.files() == [
+        "before-migration.sqlite", "lastMigration.json", "my.db.sqlite",
+        *(["replaced-by-restore.sqlite"] if damaged else []), "sqlMigrationErrorLog.txt"]
 
 
 def test_it_comes_back_where_there_is_none(migrated):

@@ -66,11 +66,13 @@ def test_the_help_says_all_that_there_is(device):
     text = device.run("--help").stdout
     words = " ".join(text.split())
     for sentence in (
-            "Shows the recorded version, the newest version that the program knows, the kept database "
-            "of before, the last run, and the last run that changed the version or ended with 3 or 4.",
-            "where the run would end with 4, or there is no database, changes nothing and ends with 3.",
-            "waits at most SECONDS for other programs that hold a lock, all waits together. Without "
-            "this option 30."):
+            "Shows the recorded version, the newest version that the program knows, the kept "
+            "database of before, the last run, and the last run that changed the version or ended "
+            "with 3 or 4.",
+            "where the run would end with 4, or there is no database, changes nothing and ends "
+            "with 3.",
+            "waits at most SECONDS for other programs that hold a lock, all waits together. "
+            "Without this option 30."):
         assert sentence in words
     for option in ("--version", "--app-dir <DIR>", "--wait <SECONDS>", "--strict", "--no-backup",
                    "--staging <DIR>", "--dry-run"):
