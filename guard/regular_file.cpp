@@ -9,10 +9,10 @@ Descriptor openRegularFile(const QString &path)
 {
     Descriptor file(
         open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    struct stat status;
+    struct stat status = {};
     if (file.isOpen() && (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) {
         file.close();
-        errno = EINVAL;
+        errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
     }
     return file;
 }
