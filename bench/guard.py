@@ -194,8 +194,8 @@ def times(table, directory):
 
 
 def spread_rows(file):
-    """Puts the rows of every table back in turns with those of the others, as years of work do: the
-    pages of a table are all over the file then."""
+    """Writes the rows of all tables again, in turns, as years of work do: the pages of a table are
+    all over the file then."""
     with contextlib.closing(sqlite3.connect(file)) as database:
         database.execute("PRAGMA synchronous = OFF")
         triggers = database.execute(

@@ -282,7 +282,7 @@ void PageOwners::visit(quint32 page, bool isOverflow)
         m_toVisit.push_back(page);
         m_answer.ownsPageOfSet = m_answer.ownsPageOfSet || m_pages[page];
     } else if (owner != visitor) {
-        // Where the page leads to is known from its owner, when that has read it as the same kind.
+        // Where the page leads to is known if another tree has read it as a page of the same kind.
         const bool isKnown = owner / 2 != m_tree / 2 && owner % 2 == visitor % 2;
         m_answer.sharesPages = true;
         m_answer.ownsPageOfSet = m_answer.ownsPageOfSet || !isKnown || m_ownsPageOfSet[owner / 2];

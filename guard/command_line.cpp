@@ -25,7 +25,8 @@ const char *const description =
     "Exit status:\n"
     "  0  The target is reached, nothing to look at.\n"
     "  2  The call is wrong. Nothing was started.\n"
-    "  3  Nothing changed: the database is as it was.\n"
+    "  3  Nothing changed: the database is as it was. With the reason\n"
+    "     commit-unknown nobody can tell before the disk can be read again.\n"
     "  4  The database changed, but look at it.\n"
     "Any other status: the guard itself was ended. Unless the program was running\n"
     "without a copy, the database is the old one or the new one.";

@@ -2,41 +2,13 @@
 #include "guard/device_log.h"
 #include "guard/durable_file.h"
 #include "guard/kept_database.h"
-#include "guard/messages.h"
 #include "guard/staging.h"
 
 #include <QFileInfo>
 
-#include <cerrno>
-#include <cstring>
-
 namespace
 {
 using FailureKind = DatabaseFailure::Kind;
-
-QString systemText(int error)
-{
-    return QString::fromLocal8Bit(std::strerror(error));
-}
-
-DatabaseFailure systemFailure(int error, const QString &what)
-{
-    const bool noRoom = error == ENOSPC || error == EDQUOT;
-    return {
-        noRoom ? FailureKind::NoRoom : FailureKind::Unreadable, what + ": " + systemText(error)};
-}
-
-/// Before the commit.
-/// @return false when the database of before cannot be kept; the commit goes on without it
-bool prepareKept(KeptDatabase &kept, const AcceptedResult &result, const QString &database)
-{
-    const int error = kept.prepare(result.original, durable::ownershipOf(database));
-    if (error != 0) {
-        tell("the database of before is not kept: " + systemText(error));
-        kept.discard();
-    }
-    return error == 0;
-}
 
 /// Makes the names of what was written before the commit durable.
 /// @return 0 or the error number of the system
@@ -54,11 +26,18 @@ int flushDirectories(const RealDatabase &database, const DevicePaths &device, co
 }
 } // namespace
 
-void finishCutCommit(const DevicePaths &device, const Attempt &note, qint64 schemaCookie)
+bool hasRoomToCommit(
+    const DevicePaths &device, const sizing::Database &before, const AcceptedResult &result)
 {
-    if (note.schemaCookie != schemaCookie) {
-        stagedPool::deleteFiles(device.pool, note.poolFiles);
-    }
+    const QString directory = QFileInfo(device.database).absolutePath();
+    const qint64 free = sizing::freeRoom(directory);
+    const qint64 commit = sizing::roomForCommit(before, QFileInfo(result.database).size());
+    const qint64 kept = result.keep ? QFileInfo(result.original).size() : 0;
+    const qint64 beside = result.log.size() + kept;
+    // Where the database is a link its file may be on another partition.
+    return sizing::shareRoom(directory, device.databases)
+               ? free >= commit + beside
+               : free >= commit && sizing::freeRoom(device.databases) >= beside;
 }
 
 CommitEnd commitResult(
@@ -66,7 +45,7 @@ CommitEnd commitResult(
 {
     KeptDatabase kept(device.kept);
     CommitEnd end;
-    end.kept = result.keep && prepareKept(kept, result, device.database);
+    end.kept = result.keep && kept.prepare(result.original, durable::ownershipOf(device.database));
 
     DeviceLog log(device.log);
     const auto appendLog = [&]() -> RealDatabase::Failure {
@@ -76,9 +55,9 @@ CommitEnd commitResult(
         }
         return error == 0 ? std::nullopt : RealDatabase::Failure(systemFailure(error, "log"));
     };
-    Attempt attempt = result.attempt;
-    attempt.schemaCookie = database.schemaCookie();
-    const int noteError = attempt.poolFiles.isEmpty() ? 0 : attempt.write(device.attempt, true);
+    RunNote note = result.note;
+    note.schemaCookie = database.schemaCookie();
+    const int noteError = note.poolFiles.isEmpty() ? 0 : note.write(device.note, true);
     end.failure = noteError != 0 ? systemFailure(noteError, "note of the run")
                                  : database.replaceContent(result.database, appendLog);
     if (end.failure && end.failure->kind == FailureKind::Unknown) {
@@ -92,6 +71,6 @@ CommitEnd commitResult(
         return end;
     }
     end.kept = end.kept && kept.accept();
-    end.poolIsSettled = stagedPool::deleteFiles(device.pool, attempt.poolFiles);
+    end.poolIsSettled = stagedPool::deleteFiles(device.pool, note.poolFiles);
     return end;
 }

@@ -1,8 +1,9 @@
 #pragma once
 
-#include "guard/attempt.h"
 #include "guard/device_paths.h"
 #include "guard/real_database.h"
+#include "guard/run_note.h"
+#include "guard/sizing.h"
 
 #include <QByteArray>
 #include <QString>
@@ -13,7 +14,7 @@ struct AcceptedResult {
     QString database; ///< what the program has made of it, at rest
     QByteArray log;   ///< what the program has logged
     bool keep;        ///< whether the database of before is to be kept
-    Attempt attempt;  ///< the note of the run, with the files that are to be deleted in the pool
+    RunNote note;     ///< of the run, with the files that are to be deleted in the pool
 };
 
 /// What has come of it.
@@ -25,10 +26,10 @@ struct CommitEnd {
     bool poolIsSettled = true; ///< false: the next run tries again to delete files in the pool
 };
 
-/// Deletes in the pool what a run was to delete after its commit, if it was cut in between.
-/// @param note what that run has left
-/// @param schemaCookie the database's, which tells whether the commit has happened
-void finishCutCommit(const DevicePaths &device, const Attempt &note, qint64 schemaCookie);
+/// @param before the database that is going to be replaced
+/// @return true when the disk has room for the commit, the log and what is kept
+bool hasRoomToCommit(
+    const DevicePaths &device, const sizing::Database &before, const AcceptedResult &result);
 
 /// Brings a result into the real database. docs/guard.md explains the order of the flushes.
 /// @param database the one that was copied

@@ -6,7 +6,7 @@
 #include <QStringList>
 #include <QVector>
 
-/// One row of sqlite_schema. Where its b-tree is in the file is no part of it. All texts are UTF-8;
+/// One row of sqlite_schema. Where its b-tree is in the file does not count. All texts are UTF-8;
 /// in a database that holds something else they are the bytes that it holds.
 struct SchemaObject {
     QByteArray type;  ///< "table", "index", "view" or "trigger"

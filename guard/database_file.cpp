@@ -63,6 +63,13 @@ quint32 DatabaseFile::headerNumber(int offset) const
     return qFromBigEndian<quint32>(m_header.constData() + offset);
 }
 
+bool DatabaseFile::hasWriteAheadLog() const
+{
+    const int readVersionOffset = 19;
+    const char writeAheadLog = 2;
+    return m_header[readVersionOffset] == writeAheadLog;
+}
+
 int DatabaseFile::usableSize() const
 {
     return m_isDatabase ? m_pageSize - reservedBytes(m_header) : m_pageSize;

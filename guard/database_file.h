@@ -29,6 +29,9 @@ public:
     /// @param offset of a big-endian number of four bytes in the header
     quint32 headerNumber(int offset) const;
 
+    /// @return whether SQLite keeps changes of this database in a write-ahead log
+    bool hasWriteAheadLog() const;
+
     quint32 pageCount() const { return m_pageCount; }
 
     /// @return bytes of a page; 4096 when the file is no database

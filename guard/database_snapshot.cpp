@@ -1,4 +1,6 @@
 #include "guard/database_snapshot.h"
+#include "guard/database_failure.h"
+#include "guard/durable_file.h"
 #include "guard/limits.h"
 #include "guard/regular_file.h"
 #include "guard/sqlite_connection.h"
@@ -8,7 +10,6 @@
 #include <QFileInfo>
 #include <QThread>
 
-#include <cstring>
 #include <fcntl.h>
 
 namespace
@@ -16,16 +17,15 @@ namespace
 const char *const journal = "-journal";
 const char *const parts[] = {"", journal, "-wal"};
 
-QString systemText(int error)
+QString copyError(int error)
 {
-    return error == ENOSPC ? "no room for a copy in " + QDir::tempPath()
-                           : QString::fromLocal8Bit(std::strerror(error));
+    return error == ENOSPC ? "no room for a copy in " + QDir::tempPath() : systemText(error);
 }
 
 /// @return the next bytes of a file, fewer only at its end; nothing after an error
 std::optional<QByteArray> readPiece(const Descriptor &file)
 {
-    QByteArray piece(int(limits::mebibyte), Qt::Uninitialized);
+    QByteArray piece(limits::copiedPiece, Qt::Uninitialized);
     int size = 0;
     while (size < piece.size()) {
         const ssize_t bytes = read(file.get(), piece.data() + size, size_t(piece.size() - size));
@@ -45,24 +45,8 @@ std::optional<QByteArray> readPiece(const Descriptor &file)
 int copyFile(const QString &from, const QString &to)
 {
     QFile::remove(to);
-    const Descriptor source = openRegularFile(from);
-    if (!source.isOpen()) {
-        return errno == ENOENT ? 0 : errno;
-    }
-    const Descriptor copy(
-        open(QFile::encodeName(to).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    int error = copy.isOpen() ? 0 : errno;
-    while (error == 0) {
-        const std::optional<QByteArray> piece = readPiece(source);
-        if (!piece) {
-            return errno;
-        }
-        if (piece->isEmpty()) {
-            break;
-        }
-        error = copy.writeAll(piece->constData(), piece->size());
-    }
-    return error;
+    const int error = durable::copy(from, to, durable::Ownership(), false);
+    return error == ENOENT ? 0 : error;
 }
 
 bool isSame(const QString &path, const QString &copyPath)
@@ -143,7 +127,7 @@ bool DatabaseSnapshot::copyAll(const QString &database)
 {
     for (const char *part : parts) {
         if (const int error = copyFile(database + part, path() + part)) {
-            m_error = systemText(error);
+            m_error = copyError(error);
             return false;
         }
     }

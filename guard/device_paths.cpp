@@ -30,11 +30,13 @@ DevicePaths::DevicePaths(const QString &application)
     knownVersions = directory + "/schema-versions.json";
     pool = existingDirectory(poolPath);
     databases = existingDirectory(directory + "/databases");
+    databaseEntry = directory + "/databases/" + databaseName;
     if (databases.isEmpty()) {
         return;
     }
     const QDir beside(databases);
     const QFileInfo file(beside.filePath(databaseName));
+    databaseLinkIsBroken = file.isSymLink() && !file.exists();
     if (file.exists() && !(file.isFile() && file.size() == 0)) {
         database = file.canonicalFilePath();
     }
@@ -42,7 +44,7 @@ DevicePaths::DevicePaths(const QString &application)
     lastMigration = beside.filePath("lastMigration.json");
     kept = beside.filePath("before-migration.sqlite");
     replaced = beside.filePath("replaced-by-restore.sqlite");
-    attempt = beside.filePath("migration-guard.attempt");
+    note = beside.filePath("migration-guard.note");
     staging = beside.filePath("migration-guard.staging");
     copy = beside.filePath("migration-guard.copy");
     replacedLog = beside.filePath("replaced-by-restore.wal");

@@ -11,16 +11,18 @@ struct DevicePaths {
     QString knownVersions; ///< what the installed program knows, beside it
     QString databases;     ///< the directory of the database, empty when there is none
     QString database;      ///< the database's file, empty when there is none or nothing in it
-    QString pool;          ///< the directory whose files a step deletes, empty when there is none
+    QString databaseEntry; ///< where the program looks for it, whatever is there
+    bool databaseLinkIsBroken = false; ///< that is a link to nothing or in a circle
+    QString pool; ///< the directory whose files a step deletes, empty when there is none
 
     // Beside the database's entry, in `databases`:
     QString log;           ///< what the program appends to
     QString lastMigration; ///< how the last runs ended
     QString kept;          ///< the database of before
     QString replaced;      ///< what a restore has replaced
-    QString attempt;       ///< the run that is under way, or did not end
+    QString note;          ///< of the run that is under way, or did not end
     QString staging;       ///< the staged files when memory cannot hold them
-    QString copy;          ///< the copy that a restore works with
+    QString copy;          ///< the copy of the database that a restore works with
     QString replacedLog;   ///< the write-ahead log of a database that could not be read
 };
 

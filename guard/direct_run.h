@@ -1,7 +1,7 @@
 #pragma once
 
 #include "guard/device_paths.h"
-#include "guard/last_migration.h"
+#include "guard/run_record.h"
 
 /// Runs the program on the real database, as without a guard, and records how it ended.
 /// @param record has the reason already, and the version before where that is known

@@ -1,5 +1,7 @@
 #include "guard/durable_file.h"
 #include "guard/descriptor.h"
+#include "guard/limits.h"
+#include "guard/regular_file.h"
 
 #include <QFile>
 
@@ -13,8 +15,6 @@ namespace durable
 {
 namespace
 {
-const int copiedPiece = 1 << 20;
-
 /// Makes a new file that nobody else can open before it has its owner and mode.
 Descriptor create(const QString &path, const Ownership &ownership)
 {
@@ -28,6 +28,7 @@ Descriptor create(const QString &path, const Ownership &ownership)
     // A group that cannot be given must not become another one's right to read.
     const bool owned = fchown(file.get(), ownership.owner, ownership.group) == 0;
     const mode_t groupRights = 0070;
+    // A file system without modes refuses; the file is then this user's alone.
     fchmod(file.get(), owned ? ownership.mode : ownership.mode & ~groupRights);
     return file;
 }
@@ -57,18 +58,33 @@ Ownership ownershipOf(const QString &path)
     return {status.st_uid, status.st_gid, status.st_mode & 0777};
 }
 
-int write(const QString &path, const QByteArray &content, const Ownership &ownership, bool flush)
+QString unfinishedName(const QString &path)
 {
-    Descriptor file = create(path, ownership);
+    return path + ".new";
+}
+
+int replace(const QString &path, const QByteArray &content, const Ownership &ownership, bool flush)
+{
+    const QString unfinished = unfinishedName(path);
+    Descriptor file = create(unfinished, ownership);
     if (!file.isOpen()) {
         return errno;
     }
-    return finish(file, path, file.writeAll(content.constData(), content.size()), flush);
+    const int written = file.writeAll(content.constData(), content.size());
+    int error = finish(file, unfinished, written, flush);
+    if (error == 0) {
+        error = rename(unfinished, path);
+    }
+    if (error != 0) {
+        // Where it cannot be removed the next one writes over it.
+        unlink(QFile::encodeName(unfinished).constData());
+    }
+    return error;
 }
 
 int copy(const QString &from, const QString &to, const Ownership &ownership, bool flush)
 {
-    Descriptor source(open(QFile::encodeName(from).constData(), O_RDONLY | O_CLOEXEC));
+    const Descriptor source = openRegularFile(from);
     if (!source.isOpen()) {
         return errno;
     }
@@ -76,7 +92,7 @@ int copy(const QString &from, const QString &to, const Ownership &ownership, boo
     if (!file.isOpen()) {
         return errno;
     }
-    QByteArray piece(copiedPiece, '\0');
+    QByteArray piece(limits::copiedPiece, '\0');
     int error = 0;
     while (error == 0) {
         const ssize_t size = ::read(source.get(), piece.data(), size_t(piece.size()));

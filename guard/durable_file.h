@@ -5,7 +5,8 @@
 
 #include <unistd.h>
 
-/// Files that survive a power cut. All operations return 0 or the error number of the system.
+/// Files that survive a power cut. Operations that return a number return 0 or the error number of the
+/// system.
 namespace durable
 {
 /// Owner and mode that a new file gets.
@@ -18,9 +19,13 @@ struct Ownership {
 /// @return the ownership of a file, that of a file for this user alone when it cannot be read
 Ownership ownershipOf(const QString &path);
 
-/// Writes a file in place of another; a failure leaves no half file.
-/// @param flush whether the file is flushed
-int write(const QString &path, const QByteArray &content, const Ownership &ownership, bool flush);
+/// Writes a file in place of another. At every moment one of the two has the name; what a failure
+/// leaves is the other one.
+/// @param flush whether the content is flushed before it gets the name
+int replace(const QString &path, const QByteArray &content, const Ownership &ownership, bool flush);
+
+/// @return the name that a file has until it is whole; a run that was cut can leave it
+QString unfinishedName(const QString &path);
 
 /// Copies a file in place of another.
 /// @param flush whether the copy is flushed

@@ -1,22 +1,45 @@
 #include "guard/kept_database.h"
 #include "guard/comparison.h"
+#include "guard/database_failure.h"
+#include "guard/messages.h"
 
 #include <QFile>
+#include <QFileInfo>
 
-int KeptDatabase::prepare(const QString &from, const durable::Ownership &ownership)
+bool KeptDatabase::prepare(const QString &from, const durable::Ownership &ownership)
 {
+    if (QFileInfo(m_path).isDir()) {
+        tellThatItIsNotKept("a directory has its name");
+        return false;
+    }
     // Under its second name it is never half of one.
-    const int error = durable::copy(from, unfinished(), ownership, true);
-    return error != 0 ? error : durable::rename(unfinished(), prepared());
+    int error = durable::copy(from, unfinished(), ownership, true);
+    if (error == 0) {
+        error = durable::rename(unfinished(), prepared());
+    }
+    if (error != 0) {
+        tellThatItIsNotKept(systemText(error));
+        discard();
+    }
+    return error == 0;
 }
 
 bool KeptDatabase::accept()
 {
-    return durable::rename(prepared(), m_path) == 0;
+    const int error = durable::rename(prepared(), m_path);
+    if (error == 0) {
+        return true;
+    }
+    tellThatItIsNotKept(systemText(error));
+    if (QFileInfo(m_path).isDir()) {
+        discard();
+    }
+    return false;
 }
 
 void KeptDatabase::discard()
 {
+    // One that cannot be removed equals the database: the next run settles it.
     QFile::remove(unfinished());
     QFile::remove(prepared());
 }
@@ -26,16 +49,32 @@ bool KeptDatabase::isPrepared() const
     return QFile::exists(prepared());
 }
 
+void KeptDatabase::tellThatItIsNotKept(const QString &why) const
+{
+    tell(QFileInfo(m_path).fileName() + " is not kept: " + why);
+}
+
 bool KeptDatabase::settle(const QString &current)
 {
-    bool changed = QFile::remove(unfinished());
+    const bool hadUnfinished = QFile::remove(unfinished());
     if (!isPrepared()) {
-        return changed;
+        return hadUnfinished;
     }
-    // It is the database of before only when the commit has happened.
-    if (compareDatabases(prepared(), current).isEmpty()) {
-        QFile::remove(prepared());
+    if (current.isEmpty()) {
+        accept();
+        return true;
+    }
+    // It is the database of before only when the commit has happened. Where that cannot be told it
+    // stays for the next run.
+    const DatabaseDifferences differences = compareDatabases(prepared(), current);
+    if (!differences.readError.isEmpty()) {
+        tell("whether " + prepared() + " has to be kept is not known: " + differences.readError);
+        return hadUnfinished;
+    }
+    if (differences.isEmpty()) {
+        discard();
     } else {
+        // Told already where it fails, and tried again by the next run.
         accept();
     }
     return true;

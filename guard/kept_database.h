@@ -6,7 +6,7 @@
 
 /// A database that is kept beside the real one when a commit replaces that. It is whole before the
 /// commit and gets its name after it: whenever the power goes, the one of before stays or the new
-/// one is there.
+/// one is there. What goes wrong is told on the terminal.
 class KeptDatabase
 {
 public:
@@ -15,22 +15,25 @@ public:
 
     /// Before the commit: writes the database that is going to be replaced, and flushes it.
     /// @param from a database at rest
-    /// @return 0 or the error number of the system
-    int prepare(const QString &from, const durable::Ownership &ownership);
+    /// @return false when it cannot be kept; nothing is left of it then
+    bool prepare(const QString &from, const durable::Ownership &ownership);
 
     /// After the commit: gives it its name. The caller flushes the directory.
+    /// @return false when it did not get it: the next run tries again, unless something that is no
+    /// file has that name
     bool accept();
 
     /// When there is no commit.
     void discard();
 
-    /// @return true when a run that was cut has left a prepared one
-    bool isPrepared() const;
-
     /// Settles what a run that was cut has left.
-    /// @param current the database as it is now, at rest
+    /// @param current the database as it is now, at rest; empty when it cannot be read and never will
+    /// be: what is prepared gets its name then
     /// @return true when something was renamed or removed
     bool settle(const QString &current);
+
+    /// @return true from prepare() to accept() or discard(), also when a run was cut in between
+    bool isPrepared() const;
 
     /// @return the file that would be the kept one once that is settled
     QString afterSettling(const QString &current) const;
@@ -38,6 +41,7 @@ public:
 private:
     QString prepared() const { return m_path + ".new"; }
     QString unfinished() const { return m_path + ".tmp"; }
+    void tellThatItIsNotKept(const QString &why) const;
 
     QString m_path;
 };

@@ -11,8 +11,3 @@ std::optional<int> newestKnownVersion(const QString &path)
     const int newest = QJsonDocument::fromJson(content).object().value("newest").toInt();
     return newest > 0 ? std::optional<int>(newest) : std::nullopt;
 }
-
-QString versionText(const std::optional<int> &version)
-{
-    return version ? QString::number(*version) : QString("no version");
-}

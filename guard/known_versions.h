@@ -7,6 +7,3 @@
 /// @param path the file that is installed beside the program
 /// @return the newest schema version that the program knows, nothing when the file does not say
 std::optional<int> newestKnownVersion(const QString &path);
-
-/// @return a recorded version for people, "no version" for none
-QString versionText(const std::optional<int> &version);

@@ -1,63 +1,28 @@
 #include "guard/last_migration.h"
 #include "guard/durable_file.h"
-#include "guard/known_versions.h"
 #include "guard/limits.h"
 #include "guard/regular_file.h"
 
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
-#include <QStringList>
-
-#include <cstdio>
 
 namespace
 {
 const int format = 1;
 
-QJsonValue versionValue(const std::optional<int> &version)
+/// @return whether the database is in order after a run, nothing when the run does not tell
+std::optional<bool> leavesInOrder(const RunRecord &run)
 {
-    return version ? QJsonValue(*version) : QJsonValue();
+    if (!run.endIsKnown || !run.changed) {
+        return std::nullopt;
+    }
+    if (run.status != Status::Success) {
+        return false;
+    }
+    const bool isRestore = run.command == "restore";
+    return isRestore || run.from != run.to ? std::optional<bool>(true) : std::nullopt;
 }
 } // namespace
-
-QJsonObject RunRecord::toJson() const
-{
-    QJsonObject run = {
-        {"command", command},
-        {"from", versionValue(from)},
-        {"to", versionValue(to)},
-        {"way", guarded ? "guarded" : "direct"},
-        {"changed", changed},
-        {"status", static_cast<int>(status)}};
-    if (target) {
-        run.insert("target", *target);
-    }
-    if (!staging.isEmpty()) {
-        run.insert("staging", staging);
-    }
-    if (!reason.isEmpty()) {
-        run.insert("reason", reason);
-    }
-    if (changed && command == "run") {
-        run.insert("kept", kept);
-    }
-    return run;
-}
-
-QString RunRecord::line() const
-{
-    QStringList parts = {QString("from %1 to %2").arg(versionText(from), versionText(to))};
-    if (target) {
-        parts << "target " + QString::number(*target) << (guarded ? "guarded" : "direct");
-    }
-    parts << (changed ? "changed" : "not changed");
-    if (!reason.isEmpty()) {
-        parts << reason + (detail.isEmpty() ? QString() : " (" + detail + ")");
-    }
-    parts << "status " + QString::number(static_cast<int>(status));
-    return parts.join(", ");
-}
 
 LastMigration::LastMigration(const QString &path) : m_path(path)
 {
@@ -74,17 +39,14 @@ bool LastMigration::record(const RunRecord &run, bool flushDirectory)
     if (run.from != run.to || run.status != Status::Success) {
         content.insert("lastChange", last);
     }
-    if (run.status != Status::NothingChanged) {
-        content.insert("databaseInOrder", run.status == Status::Success);
+    if (const std::optional<bool> inOrder = leavesInOrder(run)) {
+        content.insert("databaseInOrder", *inOrder);
     }
     if (content != m_content) {
-        const QString newFile = m_path + ".new";
         const QByteArray text = QJsonDocument(content).toJson();
         durable::Ownership readableForAll;
         readableForAll.mode = 0644;
-        if (durable::write(newFile, text, readableForAll, true) != 0 ||
-            durable::rename(newFile, m_path) != 0) {
-            std::remove(QFile::encodeName(newFile).constData());
+        if (durable::replace(m_path, text, readableForAll, true) != 0) {
             return false;
         }
         m_content = content;

@@ -35,8 +35,26 @@ constexpr qint64 growthFactor = 3;
 /// looks is less than its whole growth.
 constexpr qint64 reserveFactor = 1;
 
+/// What the headers of pages in a journal or a write-ahead log take at most, in hundredths of the
+/// pages: 24 bytes and a part of the index for a page of 512 bytes, the smallest one.
+constexpr qint64 journalHeaderPercent = 7;
+
+/// What a commit takes besides, in bytes: the header of the journal, the record, the note, the index of
+/// a write-ahead log, and blocks that are not full.
+constexpr qint64 roomBesideCommit = 128 * kibibyte;
+
+/// Before the program works on the real database, so many times what it has taken in staging has to be
+/// free: the guard has looked again and again, not all the time.
+constexpr qint64 directRunFactor = 2;
+
+/// And so many bytes more, for a run that is over between two looks.
+constexpr qint64 directRunReserve = 1 * mebibyte;
+
 /// Memory that is left to the program, the guard and the rest of the device, in bytes.
 constexpr qint64 memoryForProcesses = 48 * mebibyte + commitCache;
+
+/// Bytes that are copied at once: few calls, little memory.
+constexpr int copiedPiece = 1 * mebibyte;
 
 /// What the log may gain in a run, in bytes; a walk writes a few kB.
 constexpr qint64 logRoom = 1 * mebibyte;

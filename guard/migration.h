@@ -1,7 +1,7 @@
 #pragma once
 
 #include "guard/device_paths.h"
-#include "guard/last_migration.h"
+#include "guard/run_record.h"
 
 #include <QString>
 

@@ -7,6 +7,7 @@
 
 #include <QFileInfo>
 
+#include <algorithm>
 #include <csignal>
 #include <sys/prctl.h>
 
@@ -50,13 +51,17 @@ ProgramRun runOnStaging(
     const DevicePaths &device, const Staging &staging, int target, qint64 reserve)
 {
     LogFollower log(staging.log());
+    const qint64 freeAtStart = sizing::freeRoom(staging.directory());
     Bubblewrap sandbox;
     if (!sandbox.startSandbox(sandboxArguments(device, staging, target))) {
         return {ProgramRun::End::NeverStarted, QByteArray()};
     }
     bool hadRoom = true;
+    qint64 leastFree = freeAtStart;
     const auto lookAtStaging = [&] {
-        hadRoom = hadRoom && sizing::freeRoom(staging.directory()) >= reserve;
+        const qint64 free = sizing::freeRoom(staging.directory());
+        leastFree = std::min(leastFree, free);
+        hadRoom = hadRoom && free >= reserve;
         log.readOn();
     };
     while (!sandbox.waitForFinished(limits::watchInterval)) {
@@ -69,12 +74,12 @@ ProgramRun runOnStaging(
     }
     lookAtStaging();
     if (!hadRoom || log.toldOfLackOfRoom()) {
-        return {ProgramRun::End::LackOfRoom, log.text()};
+        return {ProgramRun::End::LackOfRoom, log.text(), freeAtStart - leastFree};
     }
     const bool databaseIsThere = QFileInfo(staging.database()).size() > 0;
     const ProgramRun::End end = endOf(sandbox.end(), log.text());
     const bool lost = end == ProgramRun::End::Whole && !databaseIsThere;
-    return {lost ? ProgramRun::End::Broken : end, log.text()};
+    return {lost ? ProgramRun::End::Broken : end, log.text(), freeAtStart - leastFree};
 }
 
 ProgramRun runDirectly(const DevicePaths &device, int target)

@@ -15,6 +15,8 @@ struct ProgramRun {
     };
     End end = End::NeverStarted;
     QByteArray log; ///< what the run logged
+    qint64 mostTaken =
+        0; ///< the most bytes that it was seen to take in staging; 0 for a direct run
 };
 
 /// Runs the program where it sees the staged database in the place of the real one, and the staged

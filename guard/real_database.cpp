@@ -1,4 +1,5 @@
 #include "guard/real_database.h"
+#include "guard/database_file.h"
 #include "guard/limits.h"
 
 #include <QFile>
@@ -40,6 +41,21 @@ private:
     const SqliteConnection &m_to;
     sqlite3_backup *m_backup;
 };
+
+/// @return SQLite's words for a result code: the connection's own where they belong to it, since a
+/// later call may have replaced them
+QString textOf(const SqliteConnection &connection, int result)
+{
+    const int primaryCode = 0xff;
+    const bool isItsOwn = connection.handle() && (sqlite3_errcode(connection.handle()) &
+                                                  primaryCode) == (result & primaryCode);
+    return isItsOwn ? connection.errorText() : QString::fromUtf8(sqlite3_errstr(result));
+}
+
+DatabaseFailure failureOf(const SqliteConnection &connection, int result)
+{
+    return sqliteFailure(result, textOf(connection, result));
+}
 } // namespace
 
 RealDatabase::RealDatabase(const QString &path, WaitBudget &budget) : m_path(path), m_budget(budget)
@@ -57,7 +73,7 @@ RealDatabase::Failure RealDatabase::open()
 {
     const int result = m_connection.open(m_path, SQLITE_OPEN_READWRITE);
     if (result != SQLITE_OK) {
-        return failure(result, m_connection.errorText());
+        return failure(result);
     }
     sqlite3_busy_handler(m_connection.handle(), waitForLock, this);
     // Closing a database that has a write-ahead log would write to it.
@@ -78,38 +94,39 @@ RealDatabase::Failure RealDatabase::copyTo(const QString &path)
         result = copy.run("PRAGMA synchronous = OFF; PRAGMA journal_mode = OFF");
     }
     if (result != SQLITE_OK) {
-        return failure(result, copy.errorText());
+        return failureOf(copy, result);
     }
     Backup backup(copy, m_connection);
     result = backup.step(-1);
     if (result != SQLITE_DONE) {
         backup.finish();
-        return failure(result, copy.errorText());
+        return failureOf(copy, result);
     }
     m_copiedVersion = dataVersion();
     result = backup.finish();
-    m_schemaCookie = m_connection.number("PRAGMA schema_version").value_or(-1);
+    const std::optional<qint64> schemaCookie = readSchemaCookie();
+    if (!schemaCookie) {
+        return failure(sqlite3_extended_errcode(m_connection.handle()));
+    }
+    m_schemaCookie = *schemaCookie;
     int moved = 0;
     sqlite3_file_control(m_connection.handle(), mainDatabase, SQLITE_FCNTL_HAS_MOVED, &moved);
     if (moved != 0 || !m_copiedIdentity || !(identity() == m_copiedIdentity)) {
         return DatabaseFailure{DatabaseFailure::Kind::Replaced, "the database was replaced"};
     }
     if (result != SQLITE_OK) {
-        return failure(result, copy.errorText());
+        return failureOf(copy, result);
     }
     copy.close();
 
-    QFile file(path);
-    const int readVersionPlace = 19;
-    const char writeAheadLog = 2;
-    if (!file.open(QIODevice::ReadOnly)) {
-        return DatabaseFailure{DatabaseFailure::Kind::Unreadable, "the copy cannot be read"};
+    const DatabaseFile file(path);
+    if (!file.readError().isEmpty()) {
+        return DatabaseFailure{DatabaseFailure::Kind::Failed, "the copy: " + file.readError()};
     }
-    const QByteArray header = file.read(readVersionPlace + 1);
-    if (header.size() <= readVersionPlace) {
+    if (file.pageCount() == 0) {
         return DatabaseFailure{DatabaseFailure::Kind::Damaged, "there is nothing in it"};
     }
-    m_hasWriteAheadLog = header[readVersionPlace] == writeAheadLog;
+    m_hasWriteAheadLog = file.hasWriteAheadLog();
     return std::nullopt;
 }
 
@@ -119,12 +136,11 @@ RealDatabase::Failure RealDatabase::openDamaged()
         return ended;
     }
     m_copiedIdentity = identity();
-    const char *const schemaCookie = "PRAGMA schema_version";
-    m_schemaCookie = m_connection.number(schemaCookie).value_or(-1);
+    m_schemaCookie = readSchemaCookie().value_or(-1);
     // SQLite does not look at the header then, and takes the database for one without a page.
     sqlite3_db_config(m_connection.handle(), SQLITE_DBCONFIG_RESET_DATABASE, 1, nullptr);
-    if (!m_connection.number(schemaCookie)) {
-        return failure(sqlite3_errcode(m_connection.handle()), m_connection.errorText());
+    if (!readSchemaCookie()) {
+        return failure(sqlite3_extended_errcode(m_connection.handle()));
     }
     m_copiedVersion = dataVersion();
     return std::nullopt;
@@ -139,7 +155,7 @@ RealDatabase::Failure RealDatabase::copyBytesTo(const QString &path)
     int result = file->pMethods->xFileSize(file, &size);
     QFile copy(path);
     bool isWritten = copy.open(QIODevice::WriteOnly | QIODevice::NewOnly);
-    QByteArray piece(int(limits::mebibyte), Qt::Uninitialized);
+    QByteArray piece(limits::copiedPiece, Qt::Uninitialized);
     for (sqlite3_int64 done = 0; result == SQLITE_OK && isWritten && done < size;) {
         const int bytes = static_cast<int>(qMin<sqlite3_int64>(piece.size(), size - done));
         result = file->pMethods->xRead(file, piece.data(), bytes, done);
@@ -147,7 +163,7 @@ RealDatabase::Failure RealDatabase::copyBytesTo(const QString &path)
         done += bytes;
     }
     if (result != SQLITE_OK) {
-        return failure(result, QString::fromUtf8(sqlite3_errstr(result)));
+        return sqliteFailure(result, QString::fromUtf8(sqlite3_errstr(result)));
     }
     if (!isWritten || !copy.flush()) {
         return DatabaseFailure{DatabaseFailure::Kind::NoRoom, copy.errorString()};
@@ -161,12 +177,12 @@ RealDatabase::Failure RealDatabase::replaceContent(
     // Of a source without a page the step that only takes the lock already copies everything: the
     // real database would be empty.
     if (QFileInfo(source).size() == 0) {
-        return DatabaseFailure{DatabaseFailure::Kind::Unreadable, "the new database is empty"};
+        return DatabaseFailure{DatabaseFailure::Kind::Damaged, "the new database is empty"};
     }
     SqliteConnection content;
     int result = content.open(source, SQLITE_OPEN_READWRITE);
     if (result != SQLITE_OK) {
-        return failure(result, content.errorText());
+        return failureOf(content, result);
     }
     const QByteArray cache =
         "PRAGMA cache_size = -" + QByteArray::number(limits::commitCache / limits::kibibyte);
@@ -174,7 +190,7 @@ RealDatabase::Failure RealDatabase::replaceContent(
     for (const char *setting : {"PRAGMA synchronous = EXTRA", cache.constData()}) {
         result = m_connection.setPragma(setting);
         if (result != SQLITE_OK) {
-            return failure(result, m_connection.errorText());
+            return failure(result);
         }
     }
     // Every page is read once: keeping them would only take memory.
@@ -184,7 +200,7 @@ RealDatabase::Failure RealDatabase::replaceContent(
     result = backup.step(0);
     if (result != SQLITE_OK && result != SQLITE_DONE) {
         backup.finish();
-        return failure(result, m_connection.errorText());
+        return failure(result);
     }
     if (dataVersion() != m_copiedVersion) {
         return DatabaseFailure{DatabaseFailure::Kind::Written, "somebody else has written"};
@@ -199,7 +215,7 @@ RealDatabase::Failure RealDatabase::replaceContent(
     const int finished = backup.finish();
     const int error = result != SQLITE_DONE ? result : finished;
     if (error != SQLITE_OK) {
-        return commitFailure(error, QString::fromUtf8(sqlite3_errstr(error)));
+        return commitFailure(error, textOf(m_connection, error));
     }
     sqlite3_db_config(m_connection.handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
     return std::nullopt;
@@ -215,12 +231,12 @@ DatabaseFailure RealDatabase::commitFailure(int error, const QString &text)
     reader.open(m_path, SQLITE_OPEN_READWRITE);
     const std::optional<qint64> schemaCookie = reader.number("PRAGMA schema_version");
     if (!schemaCookie) {
-        const int readerError = sqlite3_errcode(reader.handle());
+        const int readerError = sqlite3_extended_errcode(reader.handle());
         const bool isAsItWas =
-            m_schemaCookie < 0 && failure(readerError, text).kind == Kind::Damaged;
-        return isAsItWas ? failure(error, text) : DatabaseFailure{Kind::Unknown, text};
+            m_schemaCookie < 0 && sqliteFailure(readerError, text).kind == Kind::Damaged;
+        return isAsItWas ? sqliteFailure(error, text) : DatabaseFailure{Kind::Unknown, text};
     }
-    return *schemaCookie == m_schemaCookie ? failure(error, text)
+    return *schemaCookie == m_schemaCookie ? sqliteFailure(error, text)
                                            : DatabaseFailure{Kind::NotFlushed, text};
 }
 
@@ -240,23 +256,7 @@ unsigned RealDatabase::dataVersion() const
     return version;
 }
 
-DatabaseFailure RealDatabase::failure(int result, const QString &text) const
+DatabaseFailure RealDatabase::failure(int result) const
 {
-    using Kind = DatabaseFailure::Kind;
-    switch (result & 0xff) {
-    case SQLITE_BUSY:
-    case SQLITE_LOCKED:
-        return {Kind::Locked, text};
-    case SQLITE_FULL:
-        return {Kind::NoRoom, text};
-    case SQLITE_READONLY:
-    case SQLITE_PERM:
-    case SQLITE_CANTOPEN:
-        return {Kind::NotWritable, text};
-    case SQLITE_NOTADB:
-    case SQLITE_CORRUPT:
-        return {Kind::Damaged, text};
-    default:
-        return {Kind::Unreadable, text};
-    }
+    return failureOf(m_connection, result);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "guard/database_failure.h"
 #include "guard/sqlite_connection.h"
 #include "guard/wait_budget.h"
 
@@ -8,23 +9,6 @@
 #include <functional>
 #include <optional>
 #include <sys/types.h>
-
-/// Why the real database could not be read or changed.
-struct DatabaseFailure {
-    enum class Kind {
-        Locked,     ///< somebody else held it for longer than the budget
-        Written,    ///< somebody else has written since it was copied
-        Replaced,   ///< at its path there is another file now, or none
-        NoRoom,     ///< the disk is full
-        NotFlushed, ///< it has the new content, but a power cut may bring the old one back
-        Unknown,    ///< the commit failed, and so did the look at what the database has now
-        NotWritable,
-        Damaged,   ///< the file holds no database, or one that ends too early
-        Unreadable ///< the disk or the memory fails
-    };
-    Kind kind;
-    QString text;
-};
 
 /// The database of the device: the only place where it is read and changed. Everything goes through
 /// SQLite, since closing any other descriptor of the file would drop SQLite's locks.
@@ -58,7 +42,7 @@ public:
     /// processes that have it open find the new content. Durable when it returns.
     /// @param source a database at rest
     /// @param underLock called when nobody else can write any more and the database is still the one
-    /// that was copied; what it returns but nothing ends the change
+    /// that was copied; a failure that it returns ends the change
     /// @return the failure; what was done under the lock may be taken back unless it is NotFlushed or
     /// Unknown
     Failure replaceContent(const QString &source, const std::function<Failure()> &underLock);
@@ -69,8 +53,15 @@ public:
     /// @return SQLite's counter of schema changes, which a commit changes; known after the copy
     qint64 schemaCookie() const { return m_schemaCookie; }
 
+    /// Reads that counter as it is now.
+    /// @return nothing when the database cannot be read
+    std::optional<qint64> readSchemaCookie()
+    {
+        return m_connection.number("PRAGMA schema_version");
+    }
+
     /// @return the connection, for queries that change nothing
-    SqliteConnection &connection() { return m_connection; }
+    const SqliteConnection &connection() const { return m_connection; }
 
 private:
     struct Identity {
@@ -82,10 +73,10 @@ private:
         }
     };
 
+    DatabaseFailure failure(int result) const;
     DatabaseFailure commitFailure(int error, const QString &text);
     std::optional<Identity> identity() const;
     unsigned dataVersion() const;
-    DatabaseFailure failure(int result, const QString &text) const;
     static int waitForLock(void *database, int);
 
     QString m_path;

@@ -1,10 +1,9 @@
 #include "guard/restoration.h"
-#include "guard/attempt.h"
-#include "guard/commit.h"
 #include "guard/comparison.h"
 #include "guard/database_snapshot.h"
 #include "guard/descriptor.h"
 #include "guard/directory_lock.h"
+#include "guard/earlier_run.h"
 #include "guard/kept_database.h"
 #include "guard/messages.h"
 #include "guard/printed_text.h"
@@ -16,14 +15,17 @@
 #include <QFileInfo>
 #include <QTextStream>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 
 namespace
 {
 using FailureKind = DatabaseFailure::Kind;
+
+/// The reason for a failure that has none of its own.
+const char *const restoreFailed = "restore-failed";
 
 void print(const QStringList &lines)
 {
@@ -39,12 +41,11 @@ bool areEqual(const QString &database, const QString &other)
     return compareDatabases(database, other).isEmpty();
 }
 
-/// @return where the database is to be, links resolved; empty where a link leads nowhere
+/// @return where the database is to be, links resolved
 QString placeOfDatabase(const DevicePaths &device)
 {
-    const QFileInfo entry(device.databases + "/" + databaseName);
-    return entry.isSymLink() || entry.exists() ? entry.canonicalFilePath()
-                                               : entry.absoluteFilePath();
+    const QFileInfo entry(device.databaseEntry);
+    return entry.exists() ? entry.canonicalFilePath() : device.databases + "/" + databaseName;
 }
 
 /// Makes an empty file where there is none, which SQLite then fills.
@@ -83,7 +84,6 @@ public:
 
 private:
     RunRecord nothingChanged(const QString &reason, const QString &detail = QString());
-    RunRecord nothingChangedBy(const DatabaseFailure &failure);
 
     std::optional<DatabaseFailure> copyCurrent();
     void settleCutRuns();
@@ -93,6 +93,7 @@ private:
     RealDatabase::Failure replaceReadable();
     RealDatabase::Failure replaceDamaged();
     RealDatabase::Failure keepBytes();
+    void settleReplaced();
 
     const DevicePaths &m_device;
     const RestorationOptions &m_options;
@@ -110,44 +111,28 @@ private:
 
 RunRecord Restoration::nothingChanged(const QString &reason, const QString &detail)
 {
-    m_record.status = Status::NothingChanged;
-    m_record.to = m_record.from;
-    m_record.reason = reason;
-    m_record.detail = detail;
+    m_record.endUnchanged(reason, detail);
     return m_record;
-}
-
-RunRecord Restoration::nothingChangedBy(const DatabaseFailure &failure)
-{
-    switch (failure.kind) {
-    case FailureKind::Locked:
-        return nothingChanged("locked", failure.text);
-    case FailureKind::Written:
-        return nothingChanged("written-meanwhile", failure.text);
-    case FailureKind::Replaced:
-        return nothingChanged("replaced", failure.text);
-    case FailureKind::NoRoom:
-        return nothingChanged("no-room", failure.text);
-    default:
-        return nothingChanged("restore-failed", failure.text);
-    }
 }
 
 RunRecord Restoration::run()
 {
-    if (m_path.isEmpty()) {
-        return nothingChanged("no-database", "its link leads nowhere");
+    if (m_device.databaseLinkIsBroken) {
+        return nothingChanged("database-link-broken");
     }
     if (QFileInfo::exists(m_path) && !QFileInfo(m_path).isFile()) {
-        return nothingChanged("restore-failed", "in the place of the database is no file");
+        return nothingChanged(restoreFailed, "in the place of the database is no file");
     }
-    sizing::Database size = sizing::measure(m_path);
-    size.bytes = qMax(size.bytes, QFileInfo(m_device.kept).size());
-    if (sizing::freeRoom(m_device.databases) < size.bytes + sizing::commitRoom(size, true)) {
+    const sizing::Database size = sizing::measure(m_path);
+    const qint64 sourceBytes =
+        std::max(QFileInfo(m_device.kept).size(), QFileInfo(m_device.replaced).size());
+    if (sizing::freeRoom(m_device.databases) <
+        2 * size.bytes + sizing::roomForCommit(size, sourceBytes)) {
         return nothingChanged("no-room", "for the commit");
     }
     if (const RealDatabase::Failure failure = copyCurrent()) {
-        return nothingChangedBy(*failure);
+        m_record.endWith(*failure, restoreFailed);
+        return m_record;
     }
     if (!m_options.dryRun) {
         settleCutRuns();
@@ -167,26 +152,25 @@ RunRecord Restoration::run()
     }
     const RealDatabase::Failure failure = isReadable ? replaceReadable() : replaceDamaged();
     m_record.changed = true;
-    if (failure && failure->kind == FailureKind::Unknown) {
-        // The next run finds out which of the two the database is.
-        m_record.status = Status::LookAtIt;
-        m_record.reason = "commit-unknown";
-        m_record.detail = failure->text;
-        return m_record;
+    if (failure) {
+        m_record.endWith(*failure, restoreFailed);
     }
-    if (failure && failure->kind != FailureKind::NotFlushed) {
-        m_replaced.discard();
-        m_replacedLog.discard();
-        m_record.changed = false;
-        return nothingChangedBy(*failure);
-    }
-    m_record.status = failure ? Status::LookAtIt : Status::Success;
-    m_record.reason = failure ? "not-flushed" : QString();
-    if (m_replaced.accept()) {
-        QFile::remove(m_device.replacedLog);
-        m_replacedLog.accept();
+    // Where the end is not known the next run finds out which of the two the database is.
+    if (m_record.endIsKnown) {
+        settleReplaced();
     }
     return m_record;
+}
+
+void Restoration::settleReplaced()
+{
+    if (!m_record.changed) {
+        m_replaced.discard();
+        m_replacedLog.discard();
+    } else if (m_replaced.isPrepared() && m_replaced.accept()) {
+        QFile::remove(m_device.replacedLog);
+        m_replacedLog.settle(QString());
+    }
 }
 
 /// @return why nothing can be done; a database that cannot be read is no reason
@@ -224,17 +208,14 @@ std::optional<DatabaseFailure> Restoration::copyCurrent()
 /// What a run that was cut has left is settled by the database as it is now.
 void Restoration::settleCutRuns()
 {
-    if (const std::optional<Attempt> note = Attempt::read(m_device.attempt)) {
-        // Of a database that cannot be read nobody knows whether that run's commit has happened. The
-        // database of before comes back, and so the files of the pool stay.
-        if (m_whyUnreadable.isEmpty()) {
-            finishCutCommit(m_device, *note, m_database.schemaCookie());
-        }
-        QFile::remove(m_device.attempt);
+    // Of a database that cannot be read nobody knows whether that run's commit has happened. The
+    // database of before comes back, and so the files of the pool stay.
+    const bool isReadable = m_whyUnreadable.isEmpty();
+    if (!isReadable ||
+        settlePool(m_device, RunNote::read(m_device.note), m_database.schemaCookie())) {
+        QFile::remove(m_device.note);
     }
-    KeptDatabase(m_device.kept).settle(m_current);
-    m_replaced.settle(m_current);
-    m_replacedLog.accept();
+    settleKeptDatabases(m_device, m_current);
 }
 
 /// The kept one; where the database is that already, what was replaced by it.
@@ -284,7 +265,7 @@ void Restoration::tellChanges()
 
 RealDatabase::Failure Restoration::replaceReadable()
 {
-    if (m_replaced.prepare(m_current, durable::ownershipOf(m_path)) != 0 ||
+    if (!m_replaced.prepare(m_current, durable::ownershipOf(m_path)) ||
         durable::flushDirectory(m_device.databases) != 0) {
         return DatabaseFailure{FailureKind::NoRoom, "to keep what is replaced"};
     }
@@ -295,8 +276,7 @@ RealDatabase::Failure Restoration::replaceDamaged()
 {
     const int error = makeEmptyFile(m_path, durable::ownershipOf(m_source));
     if (error != 0) {
-        return DatabaseFailure{
-            FailureKind::NotWritable, QString::fromLocal8Bit(std::strerror(error))};
+        return systemFailure(error, "the new file");
     }
     if (RealDatabase::Failure failure = m_database.openDamaged()) {
         return failure;
@@ -316,8 +296,8 @@ RealDatabase::Failure Restoration::keepBytes()
     const QString log = m_path + "-wal";
     const bool hasLog = QFileInfo(log).size() > 0;
     const bool hasBytes = hasLog || QFileInfo(m_device.copy).size() > 0;
-    if ((hasBytes && m_replaced.prepare(m_device.copy, ownership) != 0) ||
-        (hasLog && m_replacedLog.prepare(log, ownership) != 0) ||
+    if ((hasBytes && !m_replaced.prepare(m_device.copy, ownership)) ||
+        (hasLog && !m_replacedLog.prepare(log, ownership)) ||
         durable::flushDirectory(m_device.databases) != 0) {
         return DatabaseFailure{FailureKind::NoRoom, "to keep what is replaced"};
     }
@@ -330,16 +310,13 @@ RunRecord restore(const DevicePaths &device, const RestorationOptions &options)
     RunRecord record;
     record.command = "restore";
     if (device.databases.isEmpty()) {
-        record.status = Status::NothingChanged;
-        record.reason = "no-database";
+        record.endUnchanged("no-databases-directory");
         return record;
     }
     WaitBudget budget(options.waitSeconds);
     DirectoryLock lock;
     if (lock.take(device.databases, budget) != DirectoryLock::Result::Taken) {
-        record.status = Status::NothingChanged;
-        record.reason = "locked";
-        record.detail = "another guard is at work";
+        record.endUnchanged("locked", "another guard is at work");
         return record;
     }
     if (!options.dryRun) {
@@ -347,7 +324,8 @@ RunRecord restore(const DevicePaths &device, const RestorationOptions &options)
     }
     record = Restoration(device, options, budget).run();
     LastMigration lastMigration(device.lastMigration);
-    if (record.changed && !lastMigration.record(record, true)) {
+    const bool isToBeNoted = record.changed || !record.endIsKnown;
+    if (isToBeNoted && !lastMigration.record(record, true)) {
         tell(QString("lastMigration.json could not be written"));
     }
     return record;

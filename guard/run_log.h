@@ -2,7 +2,7 @@
 
 #include <QByteArray>
 
-/// What the text that a run has logged says to the guard. The program's log words are a contract.
+/// What the guard reads in the log of a run. The program's log words are a contract.
 namespace runLog
 {
 /// @return true when a line says that something could not be written or kept in memory: the result

@@ -1,10 +1,13 @@
 #include "guard/sizing.h"
+#include "guard/database_file.h"
 #include "guard/limits.h"
 
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <linux/magic.h>
+#include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/statvfs.h>
 
@@ -24,13 +27,10 @@ qint64 measuredGrowth(const Database &database)
 
 Database measure(const QString &path)
 {
-    QFile file(path);
-    const int writeVersionPlace = 18;
-    const char writeAheadLog = 2;
     Database database;
-    database.bytes = file.size() + QFileInfo(path + "-wal").size();
-    database.hasWriteAheadLog = file.open(QIODevice::ReadOnly) && file.seek(writeVersionPlace) &&
-                                file.read(1) == QByteArray(1, writeAheadLog);
+    database.fileBytes = QFileInfo(path).size();
+    database.bytes = database.fileBytes + QFileInfo(path + "-wal").size();
+    database.hasWriteAheadLog = DatabaseFile(path).hasWriteAheadLog();
     return database;
 }
 
@@ -49,14 +49,19 @@ qint64 reserve(const Database &database)
     return limits::reserveFactor * measuredGrowth(database);
 }
 
-qint64 commitRoom(const Database &database, bool withKept)
+qint64 roomForCommit(const Database &database, qint64 resultBytes)
 {
-    const qint64 result =
-        database.bytes * (100 + limits::measuredGrowthPercent) / 100 + limits::measuredGrowthBase;
+    const qint64 growth = std::max<qint64>(resultBytes - database.fileBytes, 0);
     // A journal takes the old pages, a write-ahead log the new ones.
-    const qint64 journal = database.hasWriteAheadLog ? result : database.bytes;
-    const qint64 kept = withKept ? database.bytes : 0;
-    return journal + result - database.bytes + kept + limits::logRoom;
+    const qint64 pages = database.hasWriteAheadLog ? resultBytes : database.fileBytes;
+    const qint64 headers = pages * limits::journalHeaderPercent / 100;
+    return growth + pages + headers + limits::roomBesideCommit;
+}
+
+qint64 roomForDirectRun(const Database &database, const std::optional<qint64> &measured)
+{
+    const qint64 most = measured ? limits::directRunFactor * *measured : measuredGrowth(database);
+    return most + limits::directRunReserve;
 }
 
 qint64 freeRoom(const QString &path)
@@ -66,6 +71,15 @@ qint64 freeRoom(const QString &path)
         return 0;
     }
     return static_cast<qint64>(status.f_bavail) * static_cast<qint64>(status.f_frsize);
+}
+
+bool shareRoom(const QString &path, const QString &other)
+{
+    struct stat first;
+    struct stat second;
+    return stat(QFile::encodeName(path).constData(), &first) != 0 ||
+           stat(QFile::encodeName(other).constData(), &second) != 0 ||
+           first.st_dev == second.st_dev;
 }
 
 bool isInMemory(const QString &path)

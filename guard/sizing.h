@@ -2,12 +2,15 @@
 
 #include <QString>
 
+#include <optional>
+
 /// How much room a run needs, and how much there is. All sizes are bytes.
 namespace sizing
 {
 /// A database as far as room is concerned.
 struct Database {
-    qint64 bytes = 0; ///< with its write-ahead log
+    qint64 fileBytes = 0; ///< of its file
+    qint64 bytes = 0;     ///< with its write-ahead log
     bool hasWriteAheadLog = false;
 };
 
@@ -25,12 +28,20 @@ qint64 roomForProgram(const Database &database);
 /// @return what has to stay free in staging while the program runs
 qint64 reserve(const Database &database);
 
-/// @param withKept whether the database of before is kept
-/// @return what the commit can take on the real database's file system
-qint64 commitRoom(const Database &database, bool withKept);
+/// @param resultBytes size of the new content
+/// @return the most that a commit takes in the directory of the database: its journal or write-ahead
+/// log, and what the database grows by
+qint64 roomForCommit(const Database &database, qint64 resultBytes);
+
+/// @param measured the most that this program was seen to take for this database, if it was seen
+/// @return what has to be free before the program works on the real database
+qint64 roomForDirectRun(const Database &database, const std::optional<qint64> &measured);
 
 /// @return free bytes for this user on the file system of a path, 0 when that cannot be told
 qint64 freeRoom(const QString &path);
+
+/// @return true when what one path takes is gone for the other one, also when that cannot be told
+bool shareRoom(const QString &path, const QString &other);
 
 /// @return true when the files of this directory are in memory; a directory that is meant to be may
 /// be one on flash early in the boot

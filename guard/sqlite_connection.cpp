@@ -59,10 +59,3 @@ QByteArray quotedText(QByteArray text)
 {
     return '\'' + text.replace("'", "''") + '\'';
 }
-
-std::optional<int> recordedVersion(SqliteConnection &connection)
-{
-    const std::optional<qint64> version =
-        connection.number("SELECT version FROM tableVersion WHERE tableName = 'mainSqlDb'");
-    return version ? std::optional<int>(static_cast<int>(*version)) : std::nullopt;
-}

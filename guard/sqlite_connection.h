@@ -85,6 +85,3 @@ QByteArray quotedName(QByteArray name);
 
 /// @return a text as SQL takes it
 QByteArray quotedText(QByteArray text);
-
-/// @return the schema version that a database records, nothing when it records none
-std::optional<int> recordedVersion(SqliteConnection &connection);

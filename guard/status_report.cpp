@@ -3,7 +3,7 @@
 #include "guard/known_versions.h"
 #include "guard/last_migration.h"
 #include "guard/printed_text.h"
-#include "guard/sqlite_connection.h"
+#include "guard/recorded_version.h"
 
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -28,8 +28,8 @@ QString versionOf(const QString &database, const QString &remark)
 {
     SqliteConnection connection;
     connection.openAtRest(database);
-    const std::optional<int> version = recordedVersion(connection);
-    const bool isRead = version || sqlite3_errcode(connection.handle()) == SQLITE_OK;
+    const RecordedVersion version = recordedVersion(connection);
+    const bool isRead = version.number || sqlite3_errcode(connection.handle()) == SQLITE_OK;
     return isRead ? withReason(versionText(version), remark) : cannotBeRead(connection.errorText());
 }
 
@@ -64,7 +64,7 @@ QStringList statusReport(const DevicePaths &device)
     const std::optional<int> newest = newestKnownVersion(device.knownVersions);
     return {
         "recorded version: " + versionOfDatabase(device),
-        "newest version that the program knows: " + (newest ? versionText(newest) : unknown),
+        "newest version that the program knows: " + (newest ? QString::number(*newest) : unknown),
         "kept database of before: " + keptText(device),
         "last run: " + runText(lastMigration.lastRun()),
         "last change: " + runText(lastMigration.lastChange())};

@@ -17,5 +17,5 @@ struct StoredObject {
 /// @return the objects in the order of precedes(); nothing when they cannot be read
 std::optional<QVector<StoredObject>> readStoredSchema(const DatabaseFile &file);
 
-/// An order by everything that an object is; its b-tree's place is no part of it.
+/// Orders objects by all that they are; the place of their b-tree does not count.
 bool precedes(const SchemaObject &left, const SchemaObject &right);

@@ -135,15 +135,8 @@ void ConstructionTest::recordVersions(const QByteArray &main, const QByteArray &
 
 void ConstructionTest::readsTheVersions_data()
 {
-    QTest::addColumn<QByteArray>("main");
-    QTest::addColumn<QByteArray>("alternate");
-    QTest::addColumn<int>("current");
-    QTest::addColumn<int>("target");
-
     const auto row =
-        [](const char *name, const char *main, const char *alternate, int current, int target) {
-            QTest::newRow(name) << QByteArray(main) << QByteArray(alternate) << current << target;
-        };
+        addColumns<QByteArray, QByteArray, int, int>("main", "alternate", "current", "target");
     row("both rows", "34", "12", 34, 12);
     row("both rows with the same version", "12", "12", 12, 12);
     row("there is no row", "", "", 0, 0);
@@ -181,25 +174,23 @@ void ConstructionTest::readsTheVersions()
 
 void ConstructionTest::choosesTheTarget_data()
 {
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<int>("target");
-
-    QTest::newRow("without an argument the target is the alternate version") << QStringList() << 12;
-    QTest::newRow("the first argument is the target") << QStringList("20") << 20;
-    QTest::newRow("further arguments do not count") << QStringList({"20", "21"}) << 20;
-    QTest::newRow("not a number") << QStringList("abc") << 0;
-    QTest::newRow("empty") << QStringList("") << 0;
-    QTest::newRow("a number and more") << QStringList("12abc") << 0;
-    QTest::newRow("blanks around a number") << QStringList(" 13 ") << 13;
-    QTest::newRow("a plus sign") << QStringList("+5") << 5;
-    QTest::newRow("leading zeros are decimal") << QStringList("010") << 10;
-    QTest::newRow("hexadecimal is not a number") << QStringList("0x10") << 0;
-    QTest::newRow("a fraction is not a number") << QStringList("20.0") << 0;
-    QTest::newRow("negative") << QStringList("-5") << -5;
-    QTest::newRow("the largest") << QStringList("2147483647") << 2147483647;
-    QTest::newRow("the smallest") << QStringList("-2147483648") << -2147483647 - 1;
-    QTest::newRow("too large") << QStringList("2147483648") << 0;
-    QTest::newRow("far too large") << QStringList("99999999999") << 0;
+    const auto row = addColumns<QStringList, int>("arguments", "target");
+    row("without an argument the target is the alternate version", {}, 12);
+    row("the first argument is the target", {"20"}, 20);
+    row("further arguments do not count", {"20", "21"}, 20);
+    row("not a number", {"abc"}, 0);
+    row("empty", {""}, 0);
+    row("a number and more", {"12abc"}, 0);
+    row("blanks around a number", {" 13 "}, 13);
+    row("a plus sign", {"+5"}, 5);
+    row("leading zeros are decimal", {"010"}, 10);
+    row("hexadecimal is not a number", {"0x10"}, 0);
+    row("a fraction is not a number", {"20.0"}, 0);
+    row("negative", {"-5"}, -5);
+    row("the largest", {"2147483647"}, 2147483647);
+    row("the smallest", {"-2147483648"}, -2147483647 - 1);
+    row("too large", {"2147483648"}, 0);
+    row("far too large", {"99999999999"}, 0);
 }
 
 void ConstructionTest::choosesTheTarget()
@@ -218,41 +209,35 @@ void ConstructionTest::choosesTheTarget()
 
 void ConstructionTest::addsTheMirelVersion_data()
 {
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<QString>("log");
-    QTest::addColumn<QStringList>("after");
-
-    QTest::newRow("the column is missing")
-        << QByteArray("CREATE TABLE tableVersion (tableName TEXT PRIMARY KEY, version INTEGER);"
-                      "INSERT INTO tableVersion VALUES('mainSqlDb', 3), ('altSqlDb', 2);")
-        << "\n*****Beginning database migration from version: 3 to version: 2\n"
-        << QStringList(
-               {"CREATE TABLE tableVersion (tableName TEXT PRIMARY KEY, version INTEGER, "
-                "MirelVersion TEXT)",
-                "tableVersion",
-                "'mainSqlDb', 3, NULL",
-                "'altSqlDb', 2, NULL"});
-    QTest::newRow("the column is there in another letter case")
-        << QByteArray(
-               "CREATE TABLE tableVersion (tableName TEXT, version INTEGER, mirelVersion TEXT);"
-               "INSERT INTO tableVersion VALUES('mainSqlDb', 3, '1.2.3')")
-        << "DatabaseMigrator::addColumnIfNotExists - Failed to add column named MirelVersion to "
-           "tableVersion\n"
-           "DatabaseMigrator::addColumnIfNotExists - duplicate column name: MirelVersion "
-           "Unable to execute statement\n"
-           "\n*****Beginning database migration from version: 3 to version: 0\n"
-        << QStringList(
-               {"CREATE TABLE tableVersion (tableName TEXT, version INTEGER, mirelVersion TEXT)",
-                "tableVersion",
-                "'mainSqlDb', 3, '1.2.3'"});
-    QTest::newRow("there is no table")
-        << QByteArray("CREATE TABLE field (id INTEGER)")
-        << "DatabaseMigrator::addColumnIfNotExists - Failed to add column named MirelVersion to "
-           "tableVersion\n"
-           "DatabaseMigrator::addColumnIfNotExists - no such table: tableVersion "
-           "Unable to execute statement\n"
-           "\n*****Beginning database migration from version: 0 to version: 0\n"
-        << QStringList({"CREATE TABLE field (id INTEGER)", "field"});
+    const auto row = addColumns<QByteArray, QString, QStringList>("before", "log", "after");
+    row("the column is missing",
+        "CREATE TABLE tableVersion (tableName TEXT PRIMARY KEY, version INTEGER);"
+        "INSERT INTO tableVersion VALUES('mainSqlDb', 3), ('altSqlDb', 2);",
+        "\n*****Beginning database migration from version: 3 to version: 2\n",
+        {"CREATE TABLE tableVersion (tableName TEXT PRIMARY KEY, version INTEGER, "
+         "MirelVersion TEXT)",
+         "tableVersion",
+         "'mainSqlDb', 3, NULL",
+         "'altSqlDb', 2, NULL"});
+    row("the column is there in another letter case",
+        "CREATE TABLE tableVersion (tableName TEXT, version INTEGER, mirelVersion TEXT);"
+        "INSERT INTO tableVersion VALUES('mainSqlDb', 3, '1.2.3')",
+        "DatabaseMigrator::addColumnIfNotExists - Failed to add column named MirelVersion to "
+        "tableVersion\n"
+        "DatabaseMigrator::addColumnIfNotExists - duplicate column name: MirelVersion "
+        "Unable to execute statement\n"
+        "\n*****Beginning database migration from version: 3 to version: 0\n",
+        {"CREATE TABLE tableVersion (tableName TEXT, version INTEGER, mirelVersion TEXT)",
+         "tableVersion",
+         "'mainSqlDb', 3, '1.2.3'"});
+    row("there is no table",
+        "CREATE TABLE field (id INTEGER)",
+        "DatabaseMigrator::addColumnIfNotExists - Failed to add column named MirelVersion to "
+        "tableVersion\n"
+        "DatabaseMigrator::addColumnIfNotExists - no such table: tableVersion "
+        "Unable to execute statement\n"
+        "\n*****Beginning database migration from version: 0 to version: 0\n",
+        {"CREATE TABLE field (id INTEGER)", "field"});
 }
 
 void ConstructionTest::addsTheMirelVersion()
@@ -303,20 +288,18 @@ void ConstructionTest::opensTheDefaultConnection()
 
 void ConstructionTest::databaseThatCannotBeOpened_data()
 {
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<QString>("log");
-
+    const auto row = addColumns<QStringList, QString>("arguments", "log");
     // The update shows that the software version is still read.
-    QTest::newRow("without an argument")
-        << QStringList()
-        << "unable to open database file Error opening database\n"
-           "\n*****Beginning database migration from version: 0 to version: 0\n"
-           "\n*****Updating version in DB to: 0 with software version: \n\n\n";
-    QTest::newRow("with a target")
-        << QStringList("5")
-        << "unable to open database file Error opening database\n"
-           "\n*****Beginning database migration from version: 0 to version: 5\n"
-           "\n*****Updating version in DB to: 0 with software version: 1.2.3\n\n\n";
+    row("without an argument",
+        {},
+        "unable to open database file Error opening database\n"
+        "\n*****Beginning database migration from version: 0 to version: 0\n"
+        "\n*****Updating version in DB to: 0 with software version: \n\n\n");
+    row("with a target",
+        {"5"},
+        "unable to open database file Error opening database\n"
+        "\n*****Beginning database migration from version: 0 to version: 5\n"
+        "\n*****Updating version in DB to: 0 with software version: 1.2.3\n\n\n");
 }
 
 void ConstructionTest::databaseThatCannotBeOpened()
@@ -366,10 +349,9 @@ void ConstructionTest::operationsOnADatabaseThatIsNotOpen()
 
 void ConstructionTest::missingDatabasesDirectory_data()
 {
-    QTest::addColumn<bool>("aFileHasTheName");
-
-    QTest::newRow("the name does not exist") << false;
-    QTest::newRow("a file has the name") << true;
+    const auto row = addColumns<bool>("aFileHasTheName");
+    row("the name does not exist", false);
+    row("a file has the name", true);
 }
 
 void ConstructionTest::missingDatabasesDirectory()
@@ -460,28 +442,24 @@ void ConstructionTest::logThatCannotBeWrittenForATime()
 
 void ConstructionTest::readSoftwareVersion_data()
 {
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("version");
-
-    QTest::newRow("the first line") << QByteArray("1.2.3\n4.5.6\n") << "1.2.3";
-    QTest::newRow("the line has no end") << QByteArray("1.2.3") << "1.2.3";
-    QTest::newRow("the line ends with CR LF") << QByteArray("1.2.3\r\n4.5.6\r\n") << "1.2.3";
-    QTest::newRow("blanks belong to the version") << QByteArray(" 1.2.3\t \n") << " 1.2.3\t ";
-    QTest::newRow("an empty file") << QByteArray("") << "";
-    QTest::newRow("an empty first line") << QByteArray("\n1.2.3\n") << "";
-    QTest::newRow("letters outside ASCII") << QByteArray("Größe 冬\n") << "Größe 冬";
-    QTest::newRow("not valid UTF-8")
-        << QByteArray("1.\xff.3\n") << QString("1.%1.3").arg(QChar(0xfffd));
-    QTest::newRow("UTF-8 with a byte order mark")
-        << QByteArray("\xef\xbb\xbfGröße č\n1.2\n") << "Größe č";
+    const auto row = addColumns<QByteArray, QString>("content", "version");
+    row("the first line", "1.2.3\n4.5.6\n", "1.2.3");
+    row("the line has no end", "1.2.3", "1.2.3");
+    row("the line ends with CR LF", "1.2.3\r\n4.5.6\r\n", "1.2.3");
+    row("blanks belong to the version", " 1.2.3\t \n", " 1.2.3\t ");
+    row("an empty file", "", "");
+    row("an empty first line", "\n1.2.3\n", "");
+    row("letters outside ASCII", "Größe 冬\n", "Größe 冬");
+    row("not valid UTF-8", "1.\xff.3\n", QString("1.%1.3").arg(QChar(0xfffd)));
+    row("UTF-8 with a byte order mark", "\xef\xbb\xbfGröße č\n1.2\n", "Größe č");
     for (const char *encoding : {"UTF-16LE", "UTF-16BE", "UTF-32LE", "UTF-32BE"}) {
         QTest::addRow("%s with a byte order mark", encoding)
             << encodedWithMark(encoding, "Größe č\n1.2\n") << "Größe č";
     }
-    QTest::newRow("UTF-16 without a byte order mark is read as UTF-8")
-        << encodedWithMark("UTF-16LE", "1.2").mid(2) << QString::fromLatin1("1\0.\0002\0", 6);
-    QTest::newRow("a megabyte on one line") << QByteArray(1 << 20, '7') + "\n1.2.3\n"
-                                            << QString(1 << 20, '7');
+    row("UTF-16 without a byte order mark is read as UTF-8",
+        encodedWithMark("UTF-16LE", "1.2").mid(2),
+        QString::fromLatin1("1\0.\0002\0", 6));
+    row("a megabyte on one line", QByteArray(1 << 20, '7') + "\n1.2.3\n", QString(1 << 20, '7'));
 }
 
 void ConstructionTest::readSoftwareVersion()
@@ -504,11 +482,10 @@ void ConstructionTest::softwareVersionThatIsADirectory()
 
 void ConstructionTest::addsTheLibraryPath_data()
 {
-    QTest::addColumn<bool>("exists");
-
+    const auto row = addColumns<bool>("exists");
     // Qt ignores a path that does not exist.
-    QTest::newRow("the directory exists") << true;
-    QTest::newRow("the directory is missing") << false;
+    row("the directory exists", true);
+    row("the directory is missing", false);
 }
 
 void ConstructionTest::addsTheLibraryPath()

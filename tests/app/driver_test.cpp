@@ -227,17 +227,13 @@ QStringList DriverTest::walk(int from, int to)
 
 void DriverTest::walksBetweenAnyVersions_data()
 {
-    QTest::addColumn<int>("from");
-    QTest::addColumn<int>("to");
-    QTest::addColumn<int>("sameFrom");
-    QTest::addColumn<int>("sameTo");
-
-    QTest::newRow("forward from below the oldest version") << -5 << newest << 1 << newest;
-    QTest::newRow("forward to the largest number") << 1 << largest << 1 << newest;
-    QTest::newRow("forward through all numbers") << smallest << largest << 1 << newest;
-    QTest::newRow("backward from the largest number") << largest << 1 << newest << 1;
-    QTest::newRow("backward to below the oldest version") << newest << -5 << newest << 1;
-    QTest::newRow("backward through all numbers") << largest << smallest << newest << 1;
+    const auto row = addColumns<int, int, int, int>("from", "to", "sameFrom", "sameTo");
+    row("forward from below the oldest version", -5, newest, 1, newest);
+    row("forward to the largest number", 1, largest, 1, newest);
+    row("forward through all numbers", smallest, largest, 1, newest);
+    row("backward from the largest number", largest, 1, newest, 1);
+    row("backward to below the oldest version", newest, -5, newest, 1);
+    row("backward through all numbers", largest, smallest, newest, 1);
 }
 
 void DriverTest::walksBetweenAnyVersions()

@@ -143,22 +143,8 @@ void IntegrityCheckTest::statementsRunInTheirOrder()
 
 void IntegrityCheckTest::damageIsReportedInOneLine_data()
 {
-    QTest::addColumn<QByteArray>("setUp");
-    QTest::addColumn<QByteArray>("table");
-    QTest::addColumn<int>("leaf");
-    QTest::addColumn<QString>("log");
-    QTest::addColumn<QByteArray>("query");
-    QTest::addColumn<QStringList>("rows");
-
-    const auto row = [](const char *name,
-                        const QByteArray &setUp,
-                        const QByteArray &table,
-                        int leaf,
-                        const QString &log,
-                        const QByteArray &query,
-                        const QStringList &rows) {
-        QTest::newRow(name) << setUp << table << leaf << log << query << rows;
-    };
+    const auto row = addColumns<QByteArray, QByteArray, int, QString, QByteArray, QStringList>(
+        "setUp", "table", "leaf", "log", "query", "rows");
     row("an index that does not match its table",
         wrongIndex,
         "",
@@ -217,14 +203,9 @@ void IntegrityCheckTest::damageIsReportedInOneLine()
 
 void IntegrityCheckTest::fileThatIsNoDatabaseDoesNotStopTheRun_data()
 {
-    QTest::addColumn<int>("kept");
-    QTest::addColumn<QByteArray>("appended");
-    QTest::addColumn<QString>("error");
-
-    QTest::newRow("a text") << 0 << QByteArray("field computer\n").repeated(1000)
-                            << "file is not a database";
-    QTest::newRow("a truncated database")
-        << 3 * 4096 << QByteArray() << "database disk image is malformed";
+    const auto row = addColumns<int, QByteArray, QString>("kept", "appended", "error");
+    row("a text", 0, QByteArray("field computer\n").repeated(1000), "file is not a database");
+    row("a truncated database", 3 * 4096, "", "database disk image is malformed");
 }
 
 void IntegrityCheckTest::fileThatIsNoDatabaseDoesNotStopTheRun()
@@ -352,7 +333,7 @@ void IntegrityCheckTest::everyStageRunsAfterFailuresOfOthers()
         "foreign key mismatch - \"toys\" referencing \"names\"\n" + failed +
             everyFailure("no such table: PC_ProductConfig") + reapplied2);
 
-    // The query of the integrity check has ended: it would lock the table that is dropped last.
+    // The table that is dropped last is not locked: the query of the check has ended.
     QCOMPARE(device->createText("productControl_productSettings"), QString(tableOfVersion2));
     QCOMPARE(device->createText("productControl_productSettings_old"), QString());
 }

@@ -25,21 +25,8 @@ private slots:
 
 void IntegrityRepairsTest::foreignKeysAreRepaired_data()
 {
-    QTest::addColumn<QByteArray>("setUp");
-    QTest::addColumn<QString>("log");
-    QTest::addColumn<QByteArray>("query");
-    QTest::addColumn<QStringList>("rows");
-
-    const auto row = [](const char *name,
-                        const QByteArray &setUp,
-                        const QString &log,
-                        const QByteArray &query,
-                        const QStringList &rows) {
-        QTest::newRow(name) << "CREATE TABLE parents (id INTEGER PRIMARY KEY);"
-                               "INSERT INTO parents VALUES(1);" +
-                                   setUp
-                            << log << query << rows;
-    };
+    const auto row =
+        addColumns<QByteArray, QString, QByteArray, QStringList>("setUp", "log", "query", "rows");
     const QByteArray children = "CREATE TABLE children (id INTEGER PRIMARY KEY, "
                                 "parentId INTEGER REFERENCES parents(id));";
 
@@ -180,6 +167,7 @@ void IntegrityRepairsTest::foreignKeysAreRepaired()
     QFETCH(QByteArray, query);
     QFETCH(QStringList, rows);
     device->recordVersion(1);
+    device->sql("CREATE TABLE parents (id INTEGER PRIMARY KEY); INSERT INTO parents VALUES(1)");
     device->sql(setUp);
 
     QCOMPARE(check(), log + passed);
@@ -205,13 +193,7 @@ void IntegrityRepairsTest::rowThatIsReadAgainEndsTheRepair()
 
 void IntegrityRepairsTest::orphanedConfigurationsAreRemoved_data()
 {
-    QTest::addColumn<QByteArray>("setUp");
-    QTest::addColumn<QStringList>("rows");
-
-    const auto row = [](const char *name, const QByteArray &setUp, const QStringList &rows) {
-        QTest::newRow(name) << "INSERT INTO PC_ProductConfig VALUES(1, 'Kalk');" + setUp << rows;
-    };
-
+    const auto row = addColumns<QByteArray, QStringList>("setUp", "rows");
     row("nothing refers to it", "", {});
     row("a mix refers to it",
         "INSERT INTO PC_MixToProductConfigBridge VALUES(7, 1)",
@@ -258,6 +240,7 @@ void IntegrityRepairsTest::orphanedConfigurationsAreRemoved()
     QFETCH(QByteArray, setUp);
     QFETCH(QStringList, rows);
     device->recordVersion(1);
+    device->sql("INSERT INTO PC_ProductConfig VALUES(1, 'Kalk')");
     device->sql(setUp);
 
     QCOMPARE(check(), passed);
@@ -267,23 +250,8 @@ void IntegrityRepairsTest::orphanedConfigurationsAreRemoved()
 
 void IntegrityRepairsTest::failedRemovalStopsNothing_data()
 {
-    QTest::addColumn<QByteArray>("setUp");
-    QTest::addColumn<QString>("log");
-    QTest::addColumn<QByteArray>("query");
-    QTest::addColumn<QStringList>("rows");
-
-    const auto row = [](const char *name,
-                        const QByteArray &setUp,
-                        const QString &log,
-                        const QByteArray &query,
-                        const QStringList &rows) {
-        QTest::newRow(name)
-            << "INSERT INTO PC_ProductConfig VALUES(1, 'Kalk'), (2, 'AHL');"
-               "INSERT INTO PC_MixToProductConfigBridge VALUES(7, 2), (7, 9);"
-               "INSERT INTO PC_PlanterVarietyToProductConfigBridge VALUES(8, 2), (8, 9);" +
-                   setUp
-            << log << query << rows;
-    };
+    const auto row =
+        addColumns<QByteArray, QString, QByteArray, QStringList>("setUp", "log", "query", "rows");
     const auto refuse = [](const QByteArray &table) {
         return "CREATE TRIGGER keep" + table + " BEFORE DELETE ON " + table +
                " BEGIN SELECT RAISE(ABORT, 'refused'); END;";
@@ -346,6 +314,9 @@ void IntegrityRepairsTest::failedRemovalStopsNothing()
     QFETCH(QByteArray, query);
     QFETCH(QStringList, rows);
     device->recordVersion(1);
+    device->sql("INSERT INTO PC_ProductConfig VALUES(1, 'Kalk'), (2, 'AHL');"
+                "INSERT INTO PC_MixToProductConfigBridge VALUES(7, 2), (7, 9);"
+                "INSERT INTO PC_PlanterVarietyToProductConfigBridge VALUES(8, 2), (8, 9)");
     device->sql(setUp);
 
     QCOMPARE(check(), passed + log);

@@ -1,21 +1,24 @@
 // The catalogue's table is local to the source. Pointers to members cannot be compared at compile time
 // under the undefined-behaviour sanitizer, so this test does it.
 #include "app/registry.cpp" // NOLINT(bugprone-suspicious-include)
+#include "support/step_test.h"
 
-#include <QtTest>
+#include <QSqlDatabase>
 
-class RegistryTest : public QObject
+class RegistryTest : public StepTest
 {
     Q_OBJECT
 
 private slots:
     void everyOperationIsListedOnce();
+    void probesOnAClosedConnection_data();
+    void probesOnAClosedConnection();
 };
 
 void RegistryTest::everyOperationIsListedOnce()
 {
-    QList<void (M::*)()> steps;
-    QList<bool (M::*)() const> probes;
+    QList<Step> steps;
+    QList<Probe> probes;
     for (const Entry &entry : catalogue) {
         for (const auto step : {entry.update, entry.revert}) {
             QVERIFY2(!steps.contains(step), QByteArray::number(entry.version));
@@ -24,6 +27,30 @@ void RegistryTest::everyOperationIsListedOnce()
         QVERIFY2(!probes.contains(entry.applied), QByteArray::number(entry.version));
         probes << entry.applied;
     }
+}
+
+void RegistryTest::probesOnAClosedConnection_data()
+{
+    QTest::addColumn<Probe>("probe");
+    QTest::addColumn<bool>("applied");
+
+    // These versions have nothing to repair where a table is missing, or no probe at all.
+    const QSet<int> applied = {2, 7, 9, 10, 11, 14, 16, 17, 22, 24, 25};
+    for (const Entry &entry : catalogue) {
+        QTest::addRow("version %d", entry.version)
+            << Probe(entry.applied) << applied.contains(entry.version);
+    }
+}
+
+void RegistryTest::probesOnAClosedConnection()
+{
+    QFETCH(Probe, probe);
+    const DatabaseMigrator &migrator = startAt(versionUnmoved);
+    QSqlDatabase::database().close();
+
+    QTEST((migrator.*probe)(), "applied");
+
+    COMPARE_LINES(device->takeLogLines(), QStringList());
 }
 
 QTEST_APPLESS_MAIN(RegistryTest)

@@ -70,8 +70,8 @@ def start_databases(folder):
 
 
 def prepare(subject, folder, worker, names, is_over=lambda: False):
-    """Records the undisturbed runs; returns what they took, by scenario. None is begun once
-    is_over() is true."""
+    """Records the undisturbed runs, and returns how many operations and allocations each had, by
+    scenario. None is begun once is_over() is true."""
     plan_file = folder / "plan.json"
     plan = json.loads(plan_file.read_text()) if plan_file.exists() else {}
     for name in names:
@@ -105,8 +105,8 @@ def turn(number, passes):
 
 
 def tasks(subject, plan, kinds, names, every_case=False):
-    """All tasks, of sampled scenarios only the sample unless every case is asked for. All scenarios
-    and all kinds advance together."""
+    """All tasks; of a sampled scenario only the sample, unless every case is asked for. All
+    scenarios and all kinds advance together."""
     found = []
     for place, name in enumerate(names):
         scenario = subject.scenarios[name]
@@ -150,7 +150,7 @@ def run_tasks(campaign, started, all_tasks):
 
 
 def print_violations(done, deviations):
-    """Prints what must not be, each with the number of its cases and the first of them."""
+    """Prints the broken rules, each with the number of its cases and the first of them."""
     violations = defaultdict(list)
     for task, answer in done:
         for text in answer["violations"] + deviations.unlisted(task["scenario"], answer):

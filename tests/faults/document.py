@@ -7,10 +7,10 @@ from collections import defaultdict
 
 import cascades
 from deviations import CAUSES, Deviations, in_order, rows_of_json
-from guarded import GUARD_PROCESSES
 from invariant import MISREAD, REQUIRED_LOSSES, REQUIRED_VALUES
 from support.places import ROOT
 from support.versions import NEWEST
+from tree import SECONDS_FOR_ORPHANS
 
 FIGURES = pathlib.Path(__file__).parent / "figures.json"
 DOCUMENT = ROOT / "docs" / "power-cut.md"
@@ -65,17 +65,30 @@ UNDER_THE_GUARD = """\
 
 The same faults. Alone: how many cases the next run put right, and how many cost rows. Under the
 guard (docs/guard.md): "right" says that the database was the old or the new one, that the log
-lacked nothing that the database shows, and that the next run ended as an undisturbed one does.
-"direct" are broken rules where the guard had run the program directly: there is no guard then.
-Kills are at operations of the guard and of the program, power cuts at operations on the disk,
-errors and lack of memory at the guard's own.
+lacked nothing that the database shows, that no process was left for longer than {seconds} seconds,
+and that the next run ended as an undisturbed one does. "direct" are broken rules where the guard
+had run the program directly: there is no guard then. Kills are at the guard's own operations and at
+some of the program's, power cuts at operations on the disk, errors and lack of memory at the
+guard's own.
 
 """
 
 GUARD_KINDS = """\
 The cases under the guard: those that left the old database, those that left the new one, those that
-broke a rule in a direct run, those that broke a rule under the guard. "of" tells how many places
-there are where not all were tried. Where a fault changes nothing there is no case.
+broke a rule in a direct run, those that broke a rule under the guard, and how many different states
+of the device they left. Each state was recovered once. "24 of 445" tells how many places were tried
+where it is not all of them. Where a fault changes nothing there is no case.
+
+"""
+
+GUARD_UNITS = """\
+What an undisturbed run does. The program works in memory: between two operations on the disk a
+kill of everything leaves the same files. So there are few states of the disk for many operations.
+Every operation of the guard met a kill, and every write a kill half-way through; each left the very
+state that the recording tells. A kill of the program is answered by the guard, which leaves one
+state in each walk, whatever the operation; it was tried at some 200. Signals met the first and the
+last of alike operations in a row. Every tenth allocation of the guard failed once, every 50th with
+all after it.
 
 """
 
@@ -172,26 +185,21 @@ class GuardFigures:
     def __init__(self, violations, walks, kinds):
         self.violations = violations
         self.walks = walks  # what an undisturbed run does, by walk
-        self.kinds = kinds  # by walk and kind of fault: old, new, wrong, and how many there are
+        # By walk and kind of fault: the outcomes, the different states, the places that were tried.
+        self.kinds = kinds
 
     @classmethod
     def of(cls, plan, done):
-        kinds, violations = defaultdict(dict), 0
+        kinds, states, violations = defaultdict(dict), defaultdict(set), 0
         for task, answer in done:
             walk, kind = task["scenario"], task["kind"]
             violations += len(answer["violations"])
-            row = [answer["outcomes"].get(outcome, 0) for outcome in GUARD_OUTCOMES]
-            # Beyond the places that were not tried there are those that cannot have the fault.
-            tried = len(range(*task["numbers"]))
-            add(kinds[walk], kind, [*row, tried])
-        walks = {walk: {"operations of the guard": sum(
-                            plan[walk]["operations"].get(name, 0) for name in GUARD_PROCESSES),
-                        "operations of the program": plan[walk]["operations"].get("program", 0),
-                        "of these on the disk": plan[walk]["on the disk"],
-                        "allocations of the guard": plan[walk]["allocations"],
-                        "places": plan[walk]["places"]}
-                 for walk in kinds}
-        return cls(violations, walks, kinds)
+            new = set(answer["states"]) - states[walk, kind]
+            states[walk, kind] |= new
+            add(kinds[walk], kind, [
+                *(answer["outcomes"].get(outcome, 0) for outcome in GUARD_OUTCOMES), len(new),
+                len(range(*task["numbers"]))])
+        return cls(violations, {walk: plan[walk] for walk in kinds}, kinds)
 
     @classmethod
     def read(cls):
@@ -199,13 +207,14 @@ class GuardFigures:
         return figures and cls(**figures)
 
     def table(self):
-        """Per walk and kind: the places for it, those that were tried, the cases and outcomes."""
-        return table(["walk", "fault", "places", "tried", *GUARD_OUTCOMES], [
-            [walk, kind, self.walks[walk]["places"][kind], row[-1], *row[:-1]]
-            for walk, by_kind in self.kinds.items() for kind, row in sorted(by_kind.items())])
+        """Per walk and kind: the places for it, those that were tried, the states and outcomes."""
+        return table(["walk", "fault", "places", "tried", "states", *GUARD_OUTCOMES], [
+            [walk, kind, self.walks[walk]["places"][kind], tried, states, *row]
+            for walk, by_kind in self.kinds.items()
+            for kind, (*row, states, tried) in sorted(by_kind.items())])
 
     def total(self, walks, kinds=None):
-        return [sum(column) for column in zip([0] * (len(GUARD_OUTCOMES) + 1), *(
+        return [sum(column) for column in zip([0] * (len(GUARD_OUTCOMES) + 2), *(
             row for walk in walks for kind, row in self.kinds.get(walk, {}).items()
             if kinds is None or kind in kinds))]
 
@@ -326,22 +335,21 @@ def under_the_guard(figures, guard):
         for group, kinds in GROUPS.items():
             alone = [sum(column) for column in zip(*(
                 row for kind, row in figures.kinds.get(walk, {}).items() if kind in kinds))]
-            *right, direct, wrong, _ = guard.total([walk], kinds)
+            *right, direct, wrong, _, _ = guard.total([walk], kinds)
             guarded = sum(right) + direct + wrong
             rows.append([walk, group, f"{sum(alone):,}", percent(alone[0], sum(alone)),
                          f"{sum(alone[2:3]):,}", f"{guarded:,}", percent(sum(right), guarded),
                          direct, wrong])
-    others = []
-    for kind in dict.fromkeys(kind for by_kind in guard.kinds.values() for kind in by_kind):
-        others.append([kind, *(guard_cell(guard, walk, kind) for walk in guard.kinds)])
-    others.sort()
-    for unit in ("operations of the guard", "operations of the program", "of these on the disk",
-                 "allocations of the guard"):
-        others.append([unit, *(f"{guard.walks[walk][unit]:,}" for walk in guard.kinds)])
-    return UNDER_THE_GUARD + table(
+    walks = guard.walks
+    kinds = sorted(dict.fromkeys(kind for walk in guard.kinds.values() for kind in walk))
+    units = [unit for unit in next(iter(walks.values())) if unit != "places"]
+    others = [[kind, *(guard_cell(guard, walk, kind) for walk in walks)] for kind in kinds]
+    return UNDER_THE_GUARD.format(seconds=SECONDS_FOR_ORPHANS) + table(
         ["walk", "fault", "alone: cases", "put right", "rows lost", "guarded: cases", "right",
          "direct", "wrong"], rows, wide=True) + GUARD_KINDS + table(
-        ["fault", *guard.kinds], others, wide=True)
+        ["fault", *walks], others, wide=True) + GUARD_UNITS + table(
+        ["an undisturbed run", *walks],
+        [[unit, *(f"{walks[walk][unit]:,}" for walk in walks)] for unit in units], wide=True)
 
 
 def percent(part, whole):
@@ -352,8 +360,10 @@ def guard_cell(guard, walk, kind):
     row = guard.kinds[walk].get(kind)
     if row is None:
         return ""
+    *outcomes, states, tried = row
     places = guard.walks[walk]["places"][kind]
-    return " / ".join(map(str, row[:-1])) + (f" of {places:,}" if row[-1] < places else "")
+    return " / ".join(map(str, [*outcomes, states])) + (
+        f", {tried:,} of {places:,}" if tried < places else "")
 
 
 def document(figures, deviations, guard=None):

@@ -2,11 +2,12 @@
 """Runs the guard, bubblewrap and the program into faults, lets the guard run again, and tells what
 came of it.
 
-Every kind of fault is tried at the operations of the guard and of the program below it. The most
-telling ones come first, spread over the run: a campaign that was ended early is a sample. The
-answers are kept in build/faults-guard/, and a campaign goes on where the last one stopped. It
-starts over when the guard, the program, the shim or the code that judges has changed; comments do
-not count. Needs the preset dev to be built.
+Every kind of fault is tried at the operations of the guard, and kills and signals at some of the
+program's below it: docs/power-cut.md says why some are enough. The most telling ones come first,
+spread over the run: a campaign that was ended early is a sample. The answers are kept in
+build/faults-guard/, and a campaign goes on where the last one stopped. It starts over when the
+guard, the program, the shim or the code that judges has changed; comments do not count. Needs the
+preset dev to be built.
 
 A case is repeated alone with --case "WALK;KIND;POSITION", as the report of a violation names it.
 """
@@ -15,11 +16,12 @@ import json
 import os
 import signal
 import sys
-from collections import Counter, defaultdict
+from collections import defaultdict
 
 # First: it finds the folder of the shared package.
 from campaign import fingerprint, run_tasks
 from document import GuardFigures, write_document
+from guarded import BOOT
 from subjects import GUARD, GUARD_KINDS
 from support.campaign import Campaign, parser
 from workers import workers
@@ -54,21 +56,17 @@ def tasks(plan, names, kinds, most_cases):
 
 
 def print_violations(done):
-    """Prints what must not be, each with the number of its cases and the first of them."""
+    """Prints the broken rules, each with a line per case that repeats it."""
     violations = defaultdict(list)
     for task, answer in done:
         for text in answer["violations"]:
             position, _, rest = text.partition(": ")
             rest, _, place = rest.partition(" [")
             violations[rest].append(
-                (f"{task['scenario']};{task['kind']};{position}", place.rstrip("]")))
+                f"--case \"{task['scenario']};{task['kind']};{position}\" ({place.rstrip(']')})")
     print(f"{sum(map(len, violations.values()))} violations")
     for text, cases in sorted(violations.items()):
-        print(f"  {text}: {len(cases)} cases")
-        for (walk, kind), number in sorted(Counter(
-                tuple(case.split(";")[:2]) for case, _ in cases).items()):
-            print(f"    {walk}, {kind}: {number}")
-        print(f"    --case \"{cases[0][0]}\" ({cases[0][1]})")
+        print(f"  {text}: {len(cases)} cases", *sorted(cases), sep="\n    ")
     return bool(violations)
 
 
@@ -82,7 +80,8 @@ def run_case(worker, case):
 
 def main():
     options = parser(__doc__)
-    options.add_argument("--workers", type=int, default=os.cpu_count(), help="one for each core")
+    options.add_argument("--workers", type=int, default=2 * os.cpu_count(),
+                         help="two for each core, since a run waits half of the time")
     options.add_argument("--kinds", default=",".join(GUARD_KINDS), help="of faults, with commas")
     options.add_argument("--walks", default=";".join(GUARD.scenarios), help="with semicolons")
     options.add_argument("--cases", type=int, default=sys.maxsize,
@@ -93,7 +92,8 @@ def main():
     arguments = options.parse_args()
     signal.signal(signal.SIGTERM, lambda *_: sys.exit("ended"))  # with the workers' devices
     campaign = Campaign("faults-guard", arguments.minutes)
-    campaign.start_over_unless(fingerprint(GUARD))
+    # The guard's note of a run tells one start of the machine from another.
+    campaign.start_over_unless(fingerprint(GUARD) + BOOT.read_text())
     number = 1 if arguments.case else arguments.workers
     with workers(number, campaign.folder, GUARD.module, GUARD.files) as started:
         names = arguments.walks.split(";")

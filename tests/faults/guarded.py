@@ -1,202 +1,37 @@
 """The subject of the campaign: the program under the guard.
 
 The guard, bubblewrap and the program are run into faults. After each, the database has to be the
-old one or the new one, and the next run has to end as an undisturbed one does.
+old one or the new one, and the next run has to end as an undisturbed one does. What is left after a
+fault is judged once: later cases that leave the same files look the answer up.
 """
 
 import json
 import pathlib
 import pickle
 import random
-import re
-import shutil
+import signal
 import sqlite3
+import time
 from collections import Counter
 from contextlib import closing, contextmanager
 
 import device
 import tree
-from device import DATABASE, JOURNAL, LOG
+from device import DATABASE
 from directory_disk import DirectoryDisk
 from disks import PAGE, SURVIVALS
-from guarded_device import (FOREIGN_TABLE, KEPT, LAST, POOL, PREPARED, READING,
-                            SHARED_MEMORY, WRITE_AHEAD_LOG, Readings, empty_pool, fill, snapshot)
-from states import Reader, identifiers
-from support.versions import dump_of
+from guarded_device import (FOREIGN_TABLE, KEPT, POOL, PREPARED, Readings, Snapshot, empty_pool,
+                            fill, last_run, snapshot)
+from guarded_scenario import EARLIER_LOG, ERRORS, KILLS, MEMORY, SIGNALS, Scenario
 
-GUARD_PROCESSES = ("guard", "guard in memory")
-WAIT = "2"  # seconds for locks that others hold
-EARLIER_LOG = b"a line of an earlier run\n"
-POOL_FILES = ("VT-01.iop", "VT-02.iop")
-IDENTIFIER = re.compile(rb"\{[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}\}")
 BOOT = pathlib.Path("/proc/sys/kernel/random/boot_id")
 OTHER_BOOT = b"00000000-0000-4000-8000-000000000000"
-DISTANCE_OF_ALLOCATIONS = 10
-SIZES = 12
 DISK_STEP = 512 * 1024  # bytes; the guard wants some five times the database
 MEMORY_STEP = 128 * 1024  # bytes; a walk takes at most some 300 kB
 ROOM_STEP = 640 * 1024  # bytes; the guard's own size is some 7 MB
-
-# kind of fault: the shim's switches, and the kinds of operations that can have the fault.
-ERRORS = {
-    "EIO once": ({"ACTION": "EIO"}, "COWTYUMR"),
-    "EIO from then on": ({"ACTION": "EIO", "FOREVER": 1}, "COWTYUMR"),
-    "ENOSPC once": ({"ACTION": "ENOSPC"}, "CWMR"),
-    "ENOSPC from then on": ({"ACTION": "ENOSPC", "FOREVER": 1}, "CWMR"),
-    "short write once": ({"ACTION": "short"}, "W"),
-    "short writes from then on": ({"ACTION": "short", "FOREVER": 1}, "W"),
-}
-ENDS = {
-    "kill": ({"ACTION": "kill"}, "COWTYUMR"),
-    "kill in a write": ({"ACTION": "half"}, "W"),
-    **{f"{signal} to {process}": ({"ACTION": action, "PROCESS": number}, "COWTYUMR")
-       for signal, action in (("SIGTERM", "term"), ("SIGKILL", "end"))
-       for number, process in enumerate(tree.PROCESSES)},
-}
-MEMORY = {"no memory once": {"ACTION": "memory"},
-          "no memory from then on": {"ACTION": "memory", "FOREVER": 1}}
-
-
-def make_start(name, folder):
-    """The files of a device before the run of a scenario; the name tells which."""
-    shutil.rmtree(folder, ignore_errors=True)
-    folder.mkdir(parents=True)
-    database = folder / DATABASE.name
-    version = int(name.split()[0])
-    with closing(sqlite3.connect(database)) as connection:
-        if "write-ahead log" in name:
-            connection.execute("PRAGMA journal_mode = WAL")
-        connection.executescript(dump_of(version))
-        connection.commit()
-        paths = [DATABASE]
-        if "write-ahead log" in name:
-            # The last transaction is in the log only.
-            connection.execute("PRAGMA wal_checkpoint(TRUNCATE)")
-            connection.execute("UPDATE languages SET code = code")
-            connection.commit()
-            paths.append(WRITE_AHEAD_LOG)
-        if "hot journal" in name:
-            # Half of a transaction is in the file, and the journal takes it back.
-            connection.execute("PRAGMA cache_size = 1")
-            for table, in connection.execute(
-                    "SELECT name FROM sqlite_master WHERE type = 'table'"
-                    " AND name NOT LIKE 'sqlite%'").fetchall():
-                connection.execute(f"DELETE FROM {table} WHERE random() IS NOT NULL")
-            paths.append(JOURNAL)
-        files = {str(path): (folder / path.name).read_bytes() for path in paths}
-    shutil.rmtree(folder)
-    files[str(LOG)] = EARLIER_LOG
-    return files | {str(POOL / name): b"" for name in POOL_FILES}
-
-
-def without_identifiers(text):
-    return IDENTIFIER.sub(b"{}", text)
-
-
-def is_page(operation):
-    """True for one of the many writes of a database or its journal."""
-    return operation.kind == "W" and ".sqlite" in operation.path
-
-
-def spread(items):
-    """The items in an order, always the same, of which every beginning is spread over all."""
-    items = list(items)
-    random.Random(0).shuffle(items)
-    return items
-
-
-class Scenario:
-    """A walk of the guard, and what is known of the undisturbed one."""
-
-    def __init__(self, name, target):
-        self.name, self.target = name, target
-        device.software_version("1.2.3")
-        self.start = make_start(name, READING)
-        fill(self.start)
-        self.reader = Reader()
-        if name.split()[0] == str(target):
-            # An ordinary boot: the first run after a walk may still change a definition.
-            self._undisturbed()
-            self.start[str(DATABASE)] = DATABASE.read_bytes()
-            fill(self.start)
-        with closing(sqlite3.connect(DATABASE)) as database:
-            database.execute("SELECT count(*) FROM sqlite_master").fetchone()
-        first = self.reader.read(DATABASE)
-        self.reader = Reader(identifiers(first))
-        readings = Readings(self.reader)
-        if JOURNAL in map(pathlib.Path, self.start):
-            assert readings.read(self.start[str(DATABASE)]) != readings.database(self.start)
-        self.old = readings.database(self.start)[0]
-        fill(self.start)
-        self.next_of_old = self._undisturbed(readings)
-        self.recording, self.allocations = tree.recording(), self._run.allocations
-        self.new = self.next_of_old["content"]
-        self._check_replay()
-        self.next_of_new = self._undisturbed(readings)
-        assert self._undisturbed(readings) == self.next_of_new, "no idle run after two runs"
-        self.keeps = str(KEPT) in snapshot().files
-        self.places = self._places()
-
-    def command(self):
-        return ["/app/migration-guard", "run", str(self.target), "--wait", WAIT]
-
-    def _undisturbed(self, readings=None):
-        log = snapshot().log
-        self._run = tree.run(self.command())
-        found = snapshot()
-        assert self._run.status in (0, 4) and not self._run.orphans, self._run
-        assert found.log.startswith(log)
-        return readings and {
-            "content": readings.database(found.files)[0], "status": self._run.status,
-            "text": without_identifiers(found.log[len(log):]), "names": found.names,
-            "pool": found.pool}
-
-    def on_disk(self):
-        """The operations on the files that a power cut leaves."""
-        return [operation for operation in self.recording if operation.place == "disk"
-                and operation.path != str(SHARED_MEMORY)]
-
-    def _check_replay(self):
-        """The recording must lack nothing."""
-        disk = DirectoryDisk(self.start)
-        for operation in self.on_disk():
-            disk.apply(operation)
-            replaced = operation.kind == "R" and operation.data.decode() == str(DATABASE)
-            assert not replaced, "a file is renamed over the database"
-        found = snapshot().files
-        found.pop(str(SHARED_MEMORY), None)
-        assert disk.files() == found, disk.files().keys() ^ found.keys()
-
-    def _places(self):
-        """By kind of fault, the numbers at which it is tried, in an order that tells most first:
-        the guard's operations but for its many writes, those writes, and the other operations. Each
-        part of it is spread over the run."""
-        numbered = spread(enumerate(self.recording, 1))
-        own = sorted((entry for entry in numbered if entry[1].process in GUARD_PROCESSES),
-                     key=lambda entry: is_page(entry[1]))
-        others = [entry for entry in numbered if entry[1].process not in GUARD_PROCESSES]
-        return {
-            **{kind: [number for number, operation in own if operation.kind in kinds]
-               for kind, (_, kinds) in ERRORS.items()},
-            **{kind: [number for number, operation in own + others if operation.kind in kinds]
-               for kind, (_, kinds) in ENDS.items()},
-            **dict.fromkeys(MEMORY, spread(range(1, self.allocations + 1,
-                                                 DISTANCE_OF_ALLOCATIONS))),
-            "power cut": self._power_cuts(),
-            "another process writes": [number for number, _ in own],
-            **dict.fromkeys(("full disk", "full memory", "small memory"), list(range(SIZES)))}
-
-    def _power_cuts(self):
-        """Every operation on the disk, and the end, with everything that can survive there."""
-        operations = self.on_disk()
-        return sorted(spread(range((len(operations) + 1) * len(SURVIVALS))),
-                      key=lambda number: number // len(SURVIVALS) < len(operations)
-                      and is_page(operations[number // len(SURVIVALS)]))
-
-    def describe(self, number):
-        operation = self.recording[number - 1]
-        return (f"operation {number}: {operation.process} {operation.kind} {operation.path}"
-                f" ({operation.place})")
+MOMENT = 0.003  # seconds; a run takes some 0.3
+# After these the guard itself may be gone.
+MAY_DIE = (*KILLS, *SIGNALS, *MEMORY, "SIGKILL at any moment")
 
 
 def prepare(task, folder):
@@ -204,10 +39,7 @@ def prepare(task, folder):
     tree.become_parent_of_orphans()
     scenario = Scenario(task["scenario"], task["target"])
     (folder / "scenario").write_bytes(pickle.dumps(scenario))
-    processes = Counter(operation.process for operation in scenario.recording)
-    return {"places": {kind: len(places) for kind, places in scenario.places.items()},
-            "operations": dict(processes), "on the disk": len(scenario.on_disk()),
-            "allocations": scenario.allocations}
+    return scenario.figures()
 
 
 class Cases:
@@ -217,15 +49,15 @@ class Cases:
         """folder: what all workers share of the scenario."""
         tree.become_parent_of_orphans()
         self.scenario = pickle.loads((folder / "scenario").read_bytes())
-        self._readings = Readings(self.scenario.reader)
-        self._recoveries = folder / "recoveries"
-        self._recoveries.mkdir(exist_ok=True)
+        self._readings = Readings()
+        self._judgements = folder / "judgements"
+        self._judgements.mkdir(exist_ok=True)
         self.mistake = {}  # switches of the shim that plant one, or UNSYNCED: no flush of a file
 
     def run(self, task):
         """Runs the cases at these positions among the places of a kind. With a planted mistake it
         ends at the first that is noticed."""
-        self.violations, self.outcomes = [], Counter()
+        self.violations, self.outcomes, self.states = [], Counter(), set()
         kind, self.mistake = task["kind"], task.get("mistake", {})
         device.software_version("1.2.3")
         places = self.scenario.places[kind]
@@ -234,69 +66,80 @@ class Cases:
                 self._position = position
                 self._case(kind, places[position])
         return {"cases": sum(self.outcomes.values()), "violations": self.violations,
-                "outcomes": self.outcomes, "differences": {}}
+                "outcomes": self.outcomes, "states": sorted(self.states)}
 
     def _case(self, kind, number):
         if kind in ERRORS:
-            self._fault(kind, number, ERRORS[kind][0])
-        elif kind in ENDS:
-            self._fault(kind, number, ENDS[kind][0])
+            self._run(kind, self.scenario.describe(number), AT=number, **ERRORS[kind][0])
+        elif kind in KILLS:
+            self._kill(kind, number)
         elif kind in MEMORY:
-            self._fault(kind, number, MEMORY[kind])
+            self._run(kind, f"allocation {number}", AT=number, **MEMORY[kind][0])
+        elif kind in SIGNALS:
+            self._pause(kind, number, lambda run: run.send(*SIGNALS[kind]))
+        elif kind == "SIGKILL at any moment":
+            self._kill_guard(kind, number)
+        elif kind == "another process writes":
+            self._pause(kind, number, lambda _: write_as_other())
         elif kind == "full disk":
             self._full_disk(number)
         elif kind == "full memory":
             self._run(kind, f"{number * MEMORY_STEP} bytes left", FILL=number * MEMORY_STEP)
         elif kind == "small memory":
             self._run(kind, f"{(number + 1) * ROOM_STEP} bytes", ROOM=(number + 1) * ROOM_STEP)
-        elif kind == "another process writes":
-            self._write_meanwhile(number)
         else:
             self._power_cut(number)
 
-    def _fault(self, kind, number, switches):
-        what = (f"allocation {number}" if kind in MEMORY else self.scenario.describe(number))
-        self._run(kind, what, AT=number, **switches)
-
-    def _run(self, kind, what, **switches):
+    def _run(self, kind, what, expected=None, **switches):
+        """expected: the key of the files that the run has to leave."""
         fill(self.scenario.start)
-        with self._same_file() as replaced:
+        with same_file() as replaced:
             run = tree.run(self.scenario.command(), **switches, **self.mistake)
+        found = snapshot()
+        if expected not in (None, found.key):
+            replaced.append("left other files than the recording tells")
         if run.faults > 0:
-            self._note(kind, what, run, replaced)
+            self._note(kind, what, found, run, replaced)
 
-    @contextmanager
-    def _same_file(self):
-        """Gives a list that says afterwards whether the database is another file."""
-        before, found = DATABASE.stat(), []
-        yield found
-        after = DATABASE.stat() if DATABASE.exists() else None
-        if after is None or (before.st_ino, before.st_mode, before.st_uid, before.st_gid) != (
-                after.st_ino, after.st_mode, after.st_uid, after.st_gid):
-            found.append("the database is another file, or its mode or owner has changed")
+    def _kill(self, kind, number):
+        """A kill of the guard leaves what is on the disk at that moment. What a kill of the program
+        leaves is the same at all its operations."""
+        scenario = self.scenario
+        expected = scenario.key_without_program
+        if scenario.is_guards(number):
+            expected = scenario.key_before(number, half=kind == "kill in a write")
+        self._run(kind, scenario.describe(number), expected, AT=number, **KILLS[kind][0])
+
+    def _kill_guard(self, kind, number):
+        """After a time, not before an operation: there are none while it starts a process."""
+        fill(self.scenario.start)
+        run = tree.Tree(self.scenario.command(), {})
+        with same_file() as replaced:
+            time.sleep(number * MOMENT)
+            run.send(signal.SIGKILL, "guard")
+            ended = run.result()
+        self._note(kind, f"after {number * MOMENT:.3f} s", snapshot(), ended, replaced)
+
+    def _pause(self, kind, number, act):
+        """Something happens while a process waits before an operation, if it can."""
+        fill(self.scenario.start)
+        run = tree.Tree(self.scenario.command(), {"ACTION": "pause", "AT": number, **self.mistake})
+        has_happened = False
+        with same_file() as replaced:
+            if run.waits():
+                has_happened = act(run)
+                run.go_on()
+            ended = run.result()
+        if has_happened:
+            self._note(kind, self.scenario.describe(number), snapshot(), ended, replaced)
 
     def _full_disk(self, number):
         room = DirectoryDisk(self.scenario.start).size() + PAGE + number * DISK_STEP
         with device.small_disk(self.scenario.start, room):
             empty_pool(self.scenario.start)
-            with self._same_file() as replaced:
+            with same_file() as replaced:
                 run = tree.run(self.scenario.command())
-        self._note("full disk", f"{room} bytes", run, replaced)
-
-    def _write_meanwhile(self, number):
-        """Another process writes before an operation, if it can."""
-        fill(self.scenario.start)
-        started = tree.Tree(self.scenario.command(), tree.as_variables(
-            {"ACTION": "pause", "AT": number, **self.mistake}))
-        is_written = False
-        with self._same_file() as replaced:
-            if started.waits():
-                is_written = write_as_other()
-                started.go_on()
-            run = started.result()
-        if is_written:
-            self._note("another process writes", self.scenario.describe(number), run, replaced,
-                       is_written)
+        self._note("full disk", f"{room} bytes", snapshot(), run, replaced)
 
     def _power_cut(self, number):
         """The power goes before an operation on the disk, or after the last."""
@@ -317,62 +160,83 @@ class Cases:
             disk.apply(operation)
         files = disk.files_after_power_cut(survival, random.Random(number))
         boot = BOOT.read_bytes().strip()
-        fill({path: content.replace(boot, OTHER_BOOT) for path, content in files.items()})
-        self._note("power cut", f"operation on the disk {at}: {what}, {survival.__name__}", None)
+        self._note("power cut", f"operation on the disk {at}: {what}, {survival.__name__}",
+                   Snapshot({path: content.replace(boot, OTHER_BOOT)
+                             for path, content in files.items()}, ()))
 
-    def _note(self, kind, what, run, replaced=(), is_written=False):
-        """Judges what a fault has left, and what the next run makes of it."""
-        found = snapshot()
+    def _note(self, kind, what, found, run=None, violations=()):
+        """Judges what a fault has left, and what the next run makes of it. After a power cut there
+        is no run, and the files are not on the device yet."""
+        is_written = kind == "another process writes"
+        may_lack_kept = kind in ERRORS or kind in MEMORY or kind == "full disk"
+        file = self._judgements / f"{found.key}-{is_written}-{may_lack_kept}.json"
+        if file.exists() and not self.mistake:
+            position, lasting = json.loads(file.read_text())
+        else:
+            if run is None:
+                fill(found.files)
+            position, lasting = self._judge(found, is_written, may_lack_kept)
+        if not file.exists() and not self.mistake:
+            new = file.with_suffix(f".{random.getrandbits(64):x}")
+            new.write_text(json.dumps((position, lasting)))
+            new.rename(file)
+        self.states.add(found.key[:16])
+        ends = self._wrong_end(kind, run, position, found) if run is not None else ()
+        violations = [*violations, *ends, *lasting]
+        outcome = position
+        if run is not None and run.ran_directly:
+            violations = [f"run directly: {text}" for text in violations]
+            outcome = "direct" if violations else position
+        elif violations:
+            outcome = "wrong"
+        self.outcomes[outcome] += 1
+        self.violations += [f"{self._position}: {text} [{what}]" for text in violations]
+
+    def _judge(self, found, is_written, may_lack_kept):
+        """Returns which database is there, None for another one, and what is wrong with the files
+        and with the next run."""
         state = self._readings.database(found.files)
-        violations = list(replaced)
         position = None
         if state is None:
-            violations.append("not sound")
+            violation = "not sound"
         elif state[1] != is_written:
-            violations.append("what another process has written is lost")
-        elif state[0] == self.scenario.new:
-            position = "new"
-        elif state[0] == self.scenario.old:
-            position = "old"
+            violation = "what another process has written is lost"
         else:
-            violations.append("neither the old nor the new database")
-        if run is not None:
-            violations += self._wrong_end(kind, run, position)
-        if position is not None:
-            violations += self._wrong_files(found, position)
-        is_direct = run is not None and run.ran_directly
+            violation = "neither the old nor the new database"
+            position = {self.scenario.old: "old", self.scenario.new: "new"}.get(state[0])
+        violations = [violation] if position is None else self._wrong_files(found, position)
         violations = [f"{text}{how_it_ended(found)}" for text in violations]
         # The foreign table stays, and no undisturbed run has it.
         if position is not None and not is_written and not self.mistake:
-            violations += self._recovery(kind, position, found)
-        if violations:
-            position = "direct" if is_direct else "wrong"
-        if is_direct:
-            violations = [f"run directly: {text}" for text in violations]
-        self.outcomes[position] += 1
-        self.violations += [f"{self._position}: {text} [{what}]" for text in violations]
+            violations += self._recover(position, found, may_lack_kept)
+        return position, violations
 
-    def _wrong_end(self, kind, run, position):
+    def _wrong_end(self, kind, run, position, found):
         scenario = self.scenario
+        changes = scenario.old != scenario.new
         if run.orphans:
             yield f"went on: {', '.join(run.orphans)}"
         if isinstance(run.status, str):
             yield run.status
-        elif (run.status not in (0, 3, 4) and kind not in ENDS and kind not in MEMORY):
+        elif run.status not in (0, 3, 4) and kind not in MAY_DIE:
             yield f"ended with {run.status}"
         # After a direct run 4 only says that somebody should look.
         answered = (0,) if run.ran_directly else (0, 4)
-        if run.status in answered and position == "old" and scenario.old != scenario.new:
-            yield f"status {run.status}, but the database is the old one"
-        if run.status == 3 and position == "new" and scenario.old != scenario.new:
-            yield "status 3, but the database is the new one"
+        if run.status in answered and position == "old" and changes:
+            yield f"status {run.status}, but the database is the old one{how_it_ended(found)}"
+        is_unknown = last_run(found).get("reason") == "commit-unknown"
+        if run.status == 3 and position == "new" and changes and not is_unknown:
+            yield f"status 3, but the database is the new one{how_it_ended(found)}"
+        if kind == "full disk" and run.ran_directly and (
+                position != "new" or found.pool != scenario.next_of_old["pool"]):
+            yield "has not ended like an undisturbed run"
 
     def _wrong_files(self, found, position):
         scenario = self.scenario
         changes = scenario.old != scenario.new
         if not found.log.startswith(EARLIER_LOG):
             yield "an earlier log was lost"
-        text = without_identifiers(found.log[len(EARLIER_LOG):])
+        text = found.log[len(EARLIER_LOG):]
         if changes and position == "new" and text != scenario.next_of_old["text"]:
             yield "the log lacks what the database shows"
         if self._keeps_another(found):
@@ -387,17 +251,8 @@ class Cases:
         states = [self._readings.read(content) for content in kept]
         return any(state is None or state[0] != self.scenario.old for state in states)
 
-    def _recovery(self, kind, position, found):
-        """What is wrong after the next run. Equal devices recover once."""
-        may_lack_kept = kind in ERRORS or kind in MEMORY or kind == "full disk"
-        file = self._recoveries / f"{found.key}-{position}-{may_lack_kept}.json"
-        if not file.exists():
-            new = file.with_suffix(f".{random.getrandbits(64):x}")
-            new.write_text(json.dumps(list(self._recover(position, found, may_lack_kept))))
-            new.rename(file)
-        return json.loads(file.read_text())
-
     def _recover(self, position, before, may_lack_kept):
+        """What is wrong after the next run."""
         scenario = self.scenario
         expected = scenario.next_of_new if position == "new" else scenario.next_of_old
         run = tree.run(scenario.command())
@@ -410,7 +265,7 @@ class Cases:
             violations.append(f"the next run ended with {run.status}")
         if not found.log.startswith(before.log):
             violations.append("the next run lost lines of the log")
-        elif without_identifiers(found.log[len(before.log):]) != expected["text"]:
+        elif found.log[len(before.log):] != expected["text"]:
             violations.append("the next run has another log")
         if found.pool != expected["pool"]:
             violations.append("the next run left another pool")
@@ -427,6 +282,17 @@ class Cases:
         return [f"{text}{how_it_ended(found)}" for text in violations]
 
 
+@contextmanager
+def same_file():
+    """Gives a list that says afterwards whether the database is another file."""
+    before, found = DATABASE.stat(), []
+    yield found
+    after = DATABASE.stat() if DATABASE.exists() else None
+    if after is None or (before.st_ino, before.st_mode, before.st_uid, before.st_gid) != (
+            after.st_ino, after.st_mode, after.st_uid, after.st_gid):
+        found.append("the database is another file, or its mode or owner has changed")
+
+
 def write_as_other():
     """Another process adds a table; false if it cannot."""
     with closing(sqlite3.connect(DATABASE, timeout=0)) as other:
@@ -439,11 +305,6 @@ def write_as_other():
 
 
 def how_it_ended(found):
-    """Says it if the last run has not been an undisturbed one."""
-    try:
-        last = json.loads(found.files.get(str(LAST), b"{}")).get("lastRun", {})
-    except ValueError:
-        return " (no JSON)"
-    if "reason" not in last:
-        return ""
-    return f" ({last['way']}: {last['reason']})"
+    """What the guard says of a disturbed last run, for a report; empty for an undisturbed one."""
+    last = last_run(found)
+    return f" ({last['way']}: {last['reason']})" if "reason" in last else ""

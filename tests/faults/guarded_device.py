@@ -1,6 +1,7 @@
 """The scratch device as the guard leaves it, and what the next process would read there."""
 
 import hashlib
+import json
 import pathlib
 import shutil
 import sqlite3
@@ -9,6 +10,7 @@ from typing import NamedTuple
 
 import device
 from device import DATABASE, DATABASES, DEVICE, JOURNAL, LOG
+from support.contents import read_sound
 
 POOL = DEVICE.pool
 KEPT = DATABASES / "before-migration.sqlite"
@@ -21,7 +23,6 @@ READING = pathlib.Path("/tmp/reading")
 SETTINGS = "user_version", "application_id", "encoding", "page_size", "auto_vacuum", "journal_mode"
 # Of another process that writes while the guard works.
 FOREIGN_TABLE = "other_process"
-MOST_READINGS = 400
 
 
 class Snapshot(NamedTuple):
@@ -59,6 +60,14 @@ def snapshot():
     return Snapshot(files, tuple(sorted(entry.name for entry in entries if entry.is_dir())))
 
 
+def last_run(found):
+    """What the guard has recorded of it; nothing if that is not whole."""
+    try:
+        return json.loads(found.files.get(str(LAST), b"{}")).get("lastRun", {})
+    except ValueError:
+        return {}
+
+
 def fill(files):
     """Puts these files and no others into the databases' directory and the pool."""
     device.fill(files)
@@ -75,8 +84,7 @@ def empty_pool(files):
 class Readings:
     """Reads databases as the next process would. Equal files are read once."""
 
-    def __init__(self, reader):
-        self._reader = reader
+    def __init__(self):
         self._known = {}
 
     def database(self, files):
@@ -91,12 +99,11 @@ class Readings:
         key = tuple(part and hashlib.sha256(part).digest()
                     for part in (content, journal, write_ahead_log))
         if key not in self._known:
-            if len(self._known) == MOST_READINGS:
-                del self._known[next(iter(self._known))]
             self._known[key] = self._read(content, journal, write_ahead_log)
         return self._known[key]
 
-    def _read(self, content, journal, write_ahead_log):
+    @staticmethod
+    def _read(content, journal, write_ahead_log):
         shutil.rmtree(READING, ignore_errors=True)
         READING.mkdir()
         copy = READING / DATABASE.name
@@ -104,10 +111,11 @@ class Readings:
                            (WRITE_AHEAD_LOG.name, write_ahead_log)):
             if part is not None:
                 (READING / name).write_bytes(part)
-        state = self._reader.read(copy)
-        if state is None:
+        tables = read_sound(copy)
+        if tables is None:
             return None
-        is_marked = state.tables.pop(FOREIGN_TABLE, None) is not None
+        is_marked = tables.pop(FOREIGN_TABLE, None) is not None
         with closing(sqlite3.connect(copy)) as database:
             settings = [database.execute(f"PRAGMA {name}").fetchone() for name in SETTINGS]
-        return hashlib.sha256((state.hash + repr(settings)).encode()).hexdigest(), is_marked
+        text = repr((sorted(tables.items()), settings))
+        return hashlib.sha256(text.encode()).hexdigest(), is_marked

@@ -1,4 +1,4 @@
-"""A sample of what campaign.py runs whole, and the proof that it notices what must not be."""
+"""A sample of what campaign.py runs whole, and the proof that it notices broken rules."""
 
 import json
 import os

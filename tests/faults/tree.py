@@ -6,6 +6,7 @@ import fcntl
 import mmap
 import os
 import pathlib
+import select
 import signal
 import struct
 import subprocess
@@ -18,11 +19,16 @@ from runs import end_of
 SHIM = pathlib.Path("/faults/tree_shim.so")
 SHARED = pathlib.Path("/tmp/shared")
 RECORDED = pathlib.Path("/tmp/tree-recording")
-SECONDS_FOR_ORPHANS = 5  # to end by themselves
-PROCESSES = ("guard", "outer bubblewrap", "guard in memory", "bubblewrap", "program")
+OUTPUT = pathlib.Path("/tmp/output")
+# How long a process may go on after the guard has ended. The machine may be a busy one.
+SECONDS_FOR_ORPHANS = 5
+# In the order in which they start, each with its name in the system, which has 15 letters.
+PROCESSES = {"guard": "migration-guard", "outer bubblewrap": "bwrap",
+             "guard in memory": "migration-guard", "bubblewrap": "bwrap",
+             "program": "database-migrat"}
 PLACES = ("", "disk", "staging on the disk", "staging in memory")
 HEAD = struct.Struct("<cBBHIQ")
-COUNTS = struct.Struct(f"<{5 + len(PROCESSES)}q")
+COUNTS = struct.Struct(f"<{6 + len(PROCESSES)}q")
 WAITS = struct.Struct("<q"), 4 * 8  # the number that says that a process waits, and its place
 PR_SET_CHILD_SUBREAPER = 36
 PAUSE = 0.001  # seconds
@@ -39,7 +45,6 @@ class Operation(NamedTuple):
 
 class Run(NamedTuple):
     status: int  # negative for a signal
-    operations: int
     allocations: int
     faults: int  # how many were met
     orphans: list  # the names of processes that had to be killed
@@ -55,15 +60,15 @@ class Tree:
     """A run that has begun."""
 
     def __init__(self, command, switches):
+        """switches: those of the shim, without FAULT_."""
         SHARED.write_bytes(bytes(COUNTS.size))
-        RECORDED.write_bytes(b"")
         real = DATABASES.stat()
-        self._process = subprocess.Popen(
-            command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-            stderr=subprocess.DEVNULL, env={
-                "LC_ALL": "C", "LD_PRELOAD": str(SHIM), "FAULT_SHARED": str(SHARED),
-                "FAULT_RECORD": str(RECORDED),
-                "FAULT_DATABASES": f"{real.st_dev}:{real.st_ino}", **switches})
+        with open(OUTPUT, "wb") as output:
+            self._process = subprocess.Popen(
+                command, stdin=subprocess.DEVNULL, stdout=output, stderr=output, env={
+                    "LC_ALL": "C", "LD_PRELOAD": str(SHIM), "FAULT_SHARED": str(SHARED),
+                    "FAULT_DATABASES": f"{real.st_dev}:{real.st_ino}",
+                    **{f"FAULT_{name}": str(value) for name, value in switches.items()}})
 
     def waits(self):
         """Waits until a process waits; false if the run has ended before."""
@@ -80,14 +85,38 @@ class Tree:
         with open(SHARED, "r+b") as file, mmap.mmap(file.fileno(), 0) as shared:
             number.pack_into(shared, place, 2)
 
+    def send(self, number, name):
+        """Sends a signal to a process, lets one that waits go on at that moment, and waits until
+        the end of the process; false if it is not there."""
+        with contextlib.suppress(ProcessLookupError, FileNotFoundError):
+            process = self._processes().get(name)
+            end = process and os.pidfd_open(process)
+            if not end:
+                return False
+            self.go_on()
+            signal.pidfd_send_signal(end, number)
+            select.select([end], [], [], SECONDS_FOR_ORPHANS)
+            os.close(end)
+            return True
+        return False
+
+    def _processes(self):
+        """Their numbers by name. Each is the only child of the one before."""
+        found, below = {}, [self._process.pid]
+        while below:
+            name = list(PROCESSES)[len(found)]
+            # Bubblewrap may have made a copy of itself.
+            if pathlib.Path(f"/proc/{below[0]}/comm").read_text().strip() == PROCESSES[name]:
+                found[name] = below[0]
+            below = children(below[0]) if len(found) < len(PROCESSES) else []
+        return found
+
     def result(self):
         """Waits for all processes."""
         status = end_of(self._process)
         orphans = self._end_orphans()
-        operations, allocations, faults, *_ = COUNTS.unpack(SHARED.read_bytes())
-        ran_directly = any(operation.process == "program" and operation.place == "disk"
-                           for operation in recording())
-        return Run(status, operations, allocations, faults, orphans, ran_directly)
+        _, allocations, faults, _, _, unguarded, *_ = COUNTS.unpack(SHARED.read_bytes())
+        return Run(status, allocations, faults, orphans, unguarded > 0)
 
     def _end_orphans(self):
         """Waits for those that are left; returns the names of those that had to be killed."""
@@ -97,15 +126,15 @@ class Tree:
                 if os.waitpid(-1, os.WNOHANG)[0] == 0:
                     if time.monotonic() > end:
                         lock = "" if killed or not is_locked() else ", with the guard's lock"
-                        for child in children():
-                            killed.setdefault(child, command_of(child) + lock)
+                        for child in children(os.getpid()):
+                            killed.setdefault(child, description_of(child) + lock)
                             os.kill(child, signal.SIGKILL)
                     time.sleep(PAUSE)
         return sorted(killed.values())
 
 
-def children():
-    own = pathlib.Path(f"/proc/self/task/{os.getpid()}/children")
+def children(process):
+    own = pathlib.Path(f"/proc/{process}/task/{process}/children")
     return [int(child) for child in own.read_text().split()]
 
 
@@ -121,21 +150,22 @@ def is_locked():
     return False
 
 
-def command_of(process):
-    return " ".join(pathlib.Path(f"/proc/{process}/cmdline").read_text().split("\0")[:2])
+def description_of(process):
+    """The beginning of its command line, and whether its caller would wait for it."""
+    folder = pathlib.Path(f"/proc/{process}")
+    command = " ".join((folder / "cmdline").read_text().split("\0")[:2])
+    waited_for = any(file.exists() and file.samefile(OUTPUT) for file in (folder / "fd").iterdir())
+    return command + (", with the caller's output" if waited_for else "")
 
 
 def run(command, **switches):
-    """switches: those of the shim, without FAULT_."""
-    return Tree(command, as_variables(switches)).result()
+    return Tree(command, switches).result()
 
 
-def as_variables(switches):
-    return {f"FAULT_{name}": str(value) for name, value in switches.items()}
-
-
-def recording():
-    """The operations of the last run."""
+def recorded_run(command):
+    """Returns the run and its operations."""
+    RECORDED.write_bytes(b"")
+    ended = run(command, RECORD=RECORDED)
     content, position, found = memoryview(RECORDED.read_bytes()), 0, []
     while position < len(content):
         kind, process, place, path_size, data_size, offset = HEAD.unpack_from(content, position)
@@ -144,6 +174,6 @@ def recording():
         position += path_size
         data = bytes(content[position:position + data_size])
         position += data_size
-        found.append(Operation(kind.decode(), path, data, offset, PROCESSES[process],
+        found.append(Operation(kind.decode(), path, data, offset, list(PROCESSES)[process],
                                PLACES[place]))
-    return found
+    return ended, found

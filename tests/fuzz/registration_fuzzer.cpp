@@ -19,8 +19,8 @@ bool isBlank(const QStringRef &text)
     return text.trimmed().isEmpty();
 }
 
-/// What another parser reads; nothing where the two need not agree: both are lenient, each in its
-/// own way, with everything but elements, attributes and text in ASCII.
+/// What another parser reads. Nothing where the two may disagree: both accept mistakes, but not the
+/// same ones, in everything but elements, attributes and text in ASCII.
 std::optional<QString> partNumberOf(const QByteArray &content)
 {
     const bool isPlain = std::all_of(content.begin(), content.end(), [](char c) {

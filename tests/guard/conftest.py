@@ -61,7 +61,7 @@ class GuardedDevice:
         self.kept = self.databases / "before-migration.sqlite"
         self.replaced = self.databases / "replaced-by-restore.sqlite"
         self.last = self.databases / "lastMigration.json"
-        self.note = self.databases / "migration-guard.attempt"
+        self.note = self.databases / "migration-guard.note"
         self.program = self.app / "database-migrator"
         self.pool = root / "pool"
         for directory in (self.databases, self.app / "quillmoor", root / "etc" / "harlo",
@@ -86,7 +86,7 @@ class GuardedDevice:
             database.executescript(dump_of(version) + extra)
 
     def replace_program(self, script):
-        """Puts a shell script into the program's place, which finds it as /app/migrator."""
+        """Puts a shell script into the program's place. It finds the program as /app/migrator."""
         self.program.rename(self.app / "migrator")
         self.program.write_text("#!/usr/bin/dash\n" + script)
         self.program.chmod(0o755)

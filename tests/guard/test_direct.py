@@ -56,7 +56,7 @@ def test_without_bubblewrap(device, expected):
 def test_without_namespaces(device, expected, script):
     device.install(1)
     options = dict(bubblewrap=False, options=bubblewrap(device, script))
-    # Nothing is copied for it, at every start again.
+    # The guard copies nothing at such a start.
     device.replace_program('ls /app/databases >/app/files; exec /app/migrator "$@"')
     assert direct_run(device, "no-namespaces", **options) == 4
     assert (device.app / "files").read_text().split() == ["lastMigration.json", "my.db.sqlite"]
@@ -75,7 +75,7 @@ def test_as_an_ordinary_user(device, expected):
 
 
 def test_as_root_where_user_namespaces_are_switched_off(device, expected):
-    """Root needs none. The setting is that of a user namespace of the test's own."""
+    """Root needs no user namespace. The test switches them off in one of its own."""
     device.install(1)
     switch_off = 'echo 0 >/proc/sys/user/max_user_namespaces && exec "$@"'
     command = device.command("run", NEWEST)
@@ -104,10 +104,46 @@ def test_an_empty_file_is_no_database_yet(device):
     assert device.last_run()["reason"] == "no-database"
 
 
-def test_no_directory_for_databases(device):
+def missing(device):
     shutil.rmtree(device.databases)
-    assert device.migrate(NEWEST) == 0
-    assert device.migrate("--strict", NEWEST) == 3
+
+
+def linked_to_nothing(device):
+    shutil.rmtree(device.databases)
+    device.databases.symlink_to("/not/mounted")
+
+
+@pytest.mark.parametrize("take_away", [missing, linked_to_nothing])
+def test_no_directory_for_databases(device, take_away):
+    take_away(device)
+    run = device.run("run", NEWEST)
+    assert run.returncode == 4
+    assert "direct, not changed, no-databases-directory" in run.stderr
+    run = device.run("run", NEWEST, "--strict")
+    assert run.returncode == 3
+    assert "no-databases-directory" in run.stderr
+
+
+@pytest.mark.parametrize("target, changed", [
+    ("../elsewhere.sqlite", True), ("/not/mounted/my.db.sqlite", False), ("my.db.sqlite", False)])
+def test_a_broken_link_in_the_place_of_the_database(device, other_device, target, changed):
+    """To a file that can be made, to a directory that is missing, to itself."""
+    for each in (device, other_device):
+        each.database.symlink_to(target)
+    assert device.migrate(NEWEST, "--strict") == 3
+    assert device.migrate(NEWEST) == 4
+    last = device.last_run()
+    assert (last["way"], last["reason"], last["changed"]) == (
+        "direct", "database-link-broken", changed)
+    other_device.run_program(NEWEST)
+    assert device.log() == other_device.log()
+    assert (device.app / "elsewhere.sqlite").exists() == changed
+
+
+def test_a_program_that_dies_without_a_database_is_to_be_looked_at(device):
+    device.replace_program("kill -9 $$")
+    assert device.migrate(NEWEST) == 4
+    assert device.last_run()["reason"] == "program-broken"
 
 
 def test_not_a_database(device, other_device):
@@ -171,28 +207,104 @@ cp /small/databases/* /app/databases/
 """
 
 
-@pytest.mark.parametrize("size, way, kept", [
-    (340_000, "direct", False), (1_500_000, "direct", False), (3_600_000, "guarded", False),
-    (4_000_000, "guarded", True), (8_000_000, "guarded", True)])
-def test_room_on_the_database_partition(device, expected, size, way, kept):
-    """Without room for the kept database first, then directly."""
-    device.install(1)
+@pytest.fixture
+def small(device):
+    """A device whose databases are on a small disk; returns what runs the guard there."""
     second = device.app / "second"
     second.mkdir()
-    for name in ("migration-guard", "database-migrator"):
-        shutil.copy2(device.app / name, second)
     for name in ("refMachines.sql", "refProducts.sql", "quillmoor"):
         (second / name).symlink_to(f"../{name}")
     (second / "databases").symlink_to("/small/databases")
+
+    def run(size, *arguments):
+        for name in ("migration-guard", "database-migrator", "migrator"):
+            if (device.app / name).exists():
+                shutil.copy2(device.app / name, second)
+        shell = device.app / "shell"
+        shell.write_text(SHELL)
+        shell.chmod(0o755)
+        device.run(NEWEST, *arguments, guard="/app/shell", options=on_small_disk(device, size))
+        output = (device.app / "output").read_text().splitlines()[-1]
+        return int((device.app / "status").read_text()), output
+    return run
+
+
+SIZES = [340_000, 600_000, 800_000, 900_000, 1_200_000, 1_500_000, 1_800_000, 2_000_000, 2_500_000,
+         3_600_000, 4_000_000, 8_000_000]
+
+
+@pytest.mark.parametrize("mode", ["delete", "wal"])
+@pytest.mark.parametrize("size", SIZES)
+def test_room_on_the_database_partition(device, expected, small, size, mode):
+    """With the kept database, else without it, else nothing: the old database or the new one."""
+    device.install(1, mode=mode)
+    before = device.contents()
+    status, output = small(size)
+    kept = "before-migration.sqlite" in (device.app / "files").read_text()
+    if status == 3:
+        assert "not changed, no-room" in output
+        assert (device.contents(), device.log(), kept) == (before, "", False)
+        assert len(device.pool_files()) == 3
+    else:
+        assert (status, "guarded, changed" in output) == (0, True)
+        assert (device.contents(), device.log()) == expected(1, NEWEST, mode=mode)
+    changes_from = 900_000 if mode == "wal" else 800_000
+    assert (status == 0, kept) == (size >= changes_from, size >= 1_200_000), output
+
+
+# A database of which a walk changes little.
+LARGE = "CREATE TABLE ballast AS SELECT zeroblob(12000000) AS a;"
+
+
+@pytest.mark.parametrize("megabytes, way", [
+    (13, "no-room"), (16, "direct"), (24, "direct"), (28, "guarded")])
+def test_directly_for_lack_of_room_only_with_room_for_that(device, expected, small, megabytes, way):
+    device.install(1, LARGE)
+    before = device.contents()
+    status, output = small(megabytes * 1_000_000)
+    assert way in output
+    assert status == {"no-room": 3, "direct": 4, "guarded": 0}[way]
+    if way == "no-room":
+        assert (device.contents(), device.log()) == (before, "")
+    else:
+        assert (device.contents(), device.log()) == expected(1, NEWEST, extra=LARGE)
+
+
+def test_strictly_it_is_never_run_directly_for_lack_of_room(device, small):
+    device.install(1, LARGE)
+    before = device.contents()
+    status, output = small(16_000_000, "--strict")
+    assert (status, "no-room" in output) == (3, True)
+    assert (device.contents(), device.log()) == (before, "")
+
+
+def test_staging_elsewhere_is_not_charged_to_the_databases(device, expected, small):
+    device.install(1)
+    (device.app / "work").mkdir()
+    status, output = small(2_000_000, "--staging", "/app/work")
+    assert (status, "guarded, changed" in output) == (0, True)
+    assert (device.contents(), device.log()) == expected(1, NEWEST)
+
+
+def test_a_note_that_cannot_be_written_is_not_lack_of_room(device):
+    device.install(1)
+    (device.note / "something").mkdir(parents=True)
+    run = device.run("run", NEWEST)
+    assert (run.returncode, "direct, changed, not-writable" in run.stderr) == (4, True)
+
+
+def test_a_copy_that_cannot_be_written_is_no_reason_for_a_direct_run(device):
+    """No file may be larger than 100 kB: neither lack of room nor a database that is damaged."""
+    device.install(1)
+    before = device.contents()
     shell = device.app / "shell"
-    shell.write_text(SHELL)
+    shell.write_text("#!/usr/bin/dash\ntrap '' XFSZ\nulimit -f 200\n"
+                     'exec /app/migration-guard run "$@"\n')
     shell.chmod(0o755)
-    device.run(NEWEST, guard="/app/shell", options=on_small_disk(device, size))
-    assert way in (device.app / "output").read_text()
-    assert (device.app / "status").read_text() == ("4\n" if way == "direct" else "0\n")
-    assert ("before-migration.sqlite" in (device.app / "files").read_text()) == kept
-    if way == "guarded":
-        assert device.contents() == expected(1, NEWEST)[0]
+    run = device.run(NEWEST, guard="/app/shell")
+    assert run.returncode == 3
+    assert "guarded, not changed, copy-failed (disk I/O error)" in run.stderr
+    assert (device.contents(), device.log()) == (before, "")
 
 
 def test_the_program_is_missing(device):

@@ -17,7 +17,8 @@ PLACES = {"/app/databases": "directory", "/app/databases/my.db.sqlite": "databas
           "/app/databases/before-migration.sqlite.tmp": "kept.tmp",
           "/app/databases/lastMigration.json": "record",
           "/app/databases/lastMigration.json.new": "record.new",
-          "/app/databases/migration-guard.attempt": "note"}
+          "/app/databases/migration-guard.note": "note",
+          "/app/databases/migration-guard.note.new": "note.new"}
 
 
 def operations(device, *arguments):
@@ -58,17 +59,24 @@ def test_of_a_walk(device):
     status, found = operations(device, NEWEST)
     assert status == 0
     found = [entry for entry in found if not entry.startswith("unlink kept")
-             and entry not in ("unlink record.new", "unlink note")]
+             and entry not in ("unlink record.new", "unlink note", "unlink note.new")]
     assert found == [
-        "write note",
+        "write note.new", "rename note.new note",
         "write kept.tmp", "flush kept.tmp", "rename kept.tmp kept.new",
-        "write note", "flush note",
+        "write note.new", "flush note.new", "rename note.new note",
         "write log", "flush log",
         "write journal", "flush journal", "flush directory", "write journal", "flush journal",
         "write database", "flush database", "unlink journal", "flush directory",
         "rename kept.new kept",
         "write record.new", "flush record.new", "rename record.new record",
         "flush directory"]
+
+
+def test_there_is_a_note_from_the_start_to_the_end(device):
+    device.install(1)
+    _, found = operations(device, NEWEST)
+    of_the_note = [entry for entry in found if entry.endswith(" note")]
+    assert of_the_note == ["rename note.new note", "rename note.new note", "unlink note"]
 
 
 def test_of_a_walk_with_a_write_ahead_log(device):

@@ -44,13 +44,59 @@ def test_it_is_replaced_only_after_a_run_that_ended_well(device):
     device.install(24, "CREATE TABLE fields_temp (a);")
     whole = device.contents()
     assert device.migrate(26) == 4
-    assert device.migrate(30) in (0, 4)
-    assert contents(device.kept) == whole
+    # An ordinary boot does not make the database one that is in order.
+    assert device.migrate(26) == 0
     device.sql("DROP TABLE fields_temp")
     assert device.migrate(30) == 0
+    assert contents(device.kept) == whole
+    # That walk has ended well.
     now = device.contents()
     assert device.migrate(31) == 0
     assert contents(device.kept) == now
+
+
+def test_a_boot_that_only_changes_a_definition_does_not_count_for_it(device):
+    device.install(30, "CREATE TABLE systemControl_temp (a);")
+    whole = device.contents()
+    assert device.migrate(NEWEST) == 4
+    device.sql("DROP TABLE systemControl_temp")
+    assert device.migrate(NEWEST) == 0
+    assert device.last_run()["changed"]
+    assert device.migrate(1) == 0
+    assert contents(device.kept) == whole
+
+
+def test_a_restore_puts_the_database_in_order(device):
+    device.install(24, "CREATE TABLE fields_temp (a);")
+    assert device.migrate(26) == 4
+    assert device.run("restore").returncode == 0
+    device.sql("DROP TABLE fields_temp")
+    now = device.contents()
+    assert device.migrate(26) == 0
+    assert contents(device.kept) == now
+
+
+@pytest.mark.parametrize("keeps", [True, False])
+def test_a_directory_of_its_name_is_left_alone_and_told(device, keeps):
+    device.install(1)
+    device.kept.mkdir()
+    arguments = () if keeps else ("--no-backup",)
+    run = device.run("run", NEWEST, *arguments)
+    assert (run.returncode, device.last_run()["kept"]) == (0, False)
+    told = "before-migration.sqlite is not kept: a directory has its name"
+    assert (told in run.stderr) == keeps
+    assert list(device.kept.iterdir()) == []
+    assert device.files() == ["before-migration.sqlite", "lastMigration.json", "my.db.sqlite",
+                              "sqlMigrationErrorLog.txt"]
+
+
+def test_a_prepared_one_goes_where_a_directory_has_its_name(migrated):
+    migrated.kept.rename(migrated.databases / "before-migration.sqlite.new")
+    migrated.kept.mkdir()
+    run = migrated.run("run", NEWEST)
+    assert run.returncode == 0
+    assert "before-migration.sqlite is not kept: Is a directory" in run.stderr
+    assert "before-migration.sqlite.new" not in migrated.files()
 
 
 def test_a_run_that_changed_nothing_does_not_count_against_it(migrated):
@@ -84,7 +130,7 @@ def test_one_that_a_cut_after_the_commit_has_left_gets_its_name(migrated):
 
 
 def cut_after_the_commit(device, names):
-    """The note that a run has left which was cut between its commit and the end."""
+    """The note of a run that was cut off between its commit and its end."""
     device.note.write_text(json.dumps(
         {"staging": "memory", "failed": False, "boot": "another", "schemaCookie": -2,
          "poolFiles": names}))
@@ -105,6 +151,15 @@ def test_files_of_the_pool_stay_when_the_commit_has_not_happened(device):
     device.note.write_text(device.note.read_text().replace("-2", str(cookie)))
     assert device.migrate(NEWEST) == 0
     assert device.pool_files() == ["VT-01.iop", "VT-02.IOP", "readme.txt"]
+
+
+def test_what_a_cut_has_left_unfinished_goes(migrated):
+    for name in ("migration-guard.copy", "migration-guard.note.new", "lastMigration.json.new"):
+        (migrated.databases / name).write_text("half")
+    files = ["before-migration.sqlite", "lastMigration.json", "my.db.sqlite",
+             "sqlMigrationErrorLog.txt"]
+    assert migrated.migrate(NEWEST) == 0
+    assert migrated.files() == files
 
 
 def test_restore_brings_it_back_and_a_second_one_undoes_that(migrated):

@@ -62,12 +62,13 @@ def test_the_record_of_the_last_runs(migrated, kind):
     assert migrated.run("restore").returncode == 0
 
 
+@pytest.mark.parametrize("name", ["migration-guard.note", "migration-guard.note.new"])
 @pytest.mark.parametrize("kind", KINDS)
-def test_the_note_of_a_run(migrated, kind):
-    put(migrated.note, kind)
+def test_the_note_of_a_run(migrated, kind, name):
+    put(migrated.databases / name, kind)
     assert migrated.migrate(1) == (4 if kind == "directory" else 0)
     assert migrated.version() == 1
-    assert kind == "directory" or not migrated.note.exists()
+    assert kind == "directory" or not (migrated.databases / name).exists()
 
 
 @pytest.mark.parametrize("kind", KINDS)

@@ -109,7 +109,7 @@ def run_directly(device, files, target):
 
 
 def is_chance(device, files, target, outcome):
-    """Whether the program alone ends differently from run to run, or at times like this.
+    """Whether the program alone can end like this, or ends differently from run to run.
 
     In a damaged page SQLite can read bytes that are no part of it.
     """
@@ -130,8 +130,8 @@ def test_guarded_and_direct_end_the_same(pair, first):
         assert run.returncode in (0, 3, 4), (seed, run.stderr)
         outcome = guarded.result()
         if "commit-failed" in run.stderr:
-            # SQLite cannot make its journal there. Alone the program tries every statement, and the
-            # guard leaves it to the next start to let it do so.
+            # SQLite cannot make its journal there. Alone the program tries every statement;
+            # the guard leaves that to the next start.
             direct.fill(made.files)
             expected = direct.result()
         else:

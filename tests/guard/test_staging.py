@@ -3,6 +3,7 @@
 import os
 
 import pytest
+from conftest import contents
 from support.versions import NEWEST
 
 MIB = 1 << 20
@@ -76,6 +77,26 @@ def test_a_small_staging_area_is_not_used(device, expected, size):
     assert device.last_run()["staging"] == ("memory" if size >= 7 * MIB else "disk")
 
 
+def test_without_room_anywhere_nothing_is_changed(device):
+    """Neither memory nor the disk has room for staging, and the disk none for a direct run."""
+    device.install(1)
+    before = device.contents()
+    options = ("--ro-bind {0}/meminfo /proc/meminfo --size 1300000 --tmpfs /app/databases "
+               "--ro-bind {0}/shell /app/shell --ro-bind /usr/bin/dash /usr/bin/dash")
+    (device.app / "meminfo").write_text("MemTotal: 60000 kB\nMemAvailable:      60000 kB\n")
+    (device.app / "start").mkdir()
+    device.database.rename(device.app / "start" / "my.db.sqlite")
+    (device.app / "shell").write_text(
+        "#!/usr/bin/dash\ncp /app/start/my.db.sqlite /app/databases/\n"
+        'cd /app && ./migration-guard run "$@"; status=$?\n'
+        "cp /app/databases/my.db.sqlite /app/start/; exit $status\n")
+    (device.app / "shell").chmod(0o755)
+    run = device.run(NEWEST, guard="/app/shell", options=options.format(device.app))
+    assert run.returncode == 3, run.stderr
+    assert "not changed, no-room (for staging)" in run.stderr
+    assert contents(device.app / "start" / "my.db.sqlite") == before
+
+
 @pytest.mark.parametrize("words", ["database or disk is full", "disk I/O error", "out of memory"])
 def test_words_of_lack_of_room_in_the_log_throw_the_result_away(device, expected, words):
     device.install(1)
@@ -132,6 +153,15 @@ def test_a_power_cut_does_not_lead_to_a_direct_run(device):
     device.note.write_text('{"staging":"disk","failed":false,"boot":"another","schemaCookie":-1}')
     assert device.migrate(NEWEST) == 0
     assert device.last_run()["staging"] == "disk"
+
+
+def test_a_boot_that_cannot_be_told_is_another_one(device):
+    """Two runs that both could not read which boot it was are not of the same one."""
+    device.install(1)
+    device.note.write_text('{"staging":"disk","failed":false,"boot":"","runsInARow":2}')
+    options = "--ro-bind /dev/null /proc/sys/kernel/random/boot_id"
+    assert device.migrate(NEWEST, options=options) == 0
+    assert device.last_run()["way"] == "guarded"
 
 
 @pytest.mark.skipif(os.geteuid() != 0, reason="takes root")

@@ -1,20 +1,5 @@
+#include "maintenance/file_rows.h"
 #include "support/device_test.h"
-
-namespace
-{
-const QByteArray files =
-    "CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, displayName TEXT, absolutePath TEXT, "
-    "fileSize INTEGER, typeId INTEGER, created TEXT, growerId INTEGER, farmId INTEGER, "
-    "fieldId INTEGER);";
-
-/// @return statements for one file
-/// @param scope its type, grower, farm and field
-QByteArray file(const QByteArray &id, const QByteArray &name, const QByteArray &scope)
-{
-    return "INSERT INTO files (id, displayName, typeId, growerId, farmId, fieldId) VALUES (" + id +
-           ", " + name + ", " + scope + ");";
-}
-} // namespace
 
 class DuplicateFilesTest : public DeviceTest
 {

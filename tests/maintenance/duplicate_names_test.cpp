@@ -1,3 +1,4 @@
+#include "maintenance/file_rows.h"
 #include "support/device_test.h"
 
 namespace
@@ -7,18 +8,6 @@ const QByteArray farms =
     "CREATE TABLE farms (id INTEGER PRIMARY KEY, displayName TEXT, growerId INTEGER);";
 const QByteArray fields =
     "CREATE TABLE fields (id INTEGER PRIMARY KEY, displayName TEXT, farmId INTEGER);";
-const QByteArray files =
-    "CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, displayName TEXT, absolutePath TEXT, "
-    "fileSize INTEGER, typeId INTEGER, created TEXT, growerId INTEGER, farmId INTEGER, "
-    "fieldId INTEGER);";
-
-/// @return statements for one file
-/// @param scope its type, grower, farm and field
-QByteArray file(const QByteArray &id, const QByteArray &name, const QByteArray &scope)
-{
-    return "INSERT INTO files (id, displayName, typeId, growerId, farmId, fieldId) VALUES (" + id +
-           ", " + name + ", " + scope + ");";
-}
 } // namespace
 
 class DuplicateNamesTest : public DeviceTest
@@ -53,152 +42,139 @@ void DuplicateNamesTest::renameDuplicateGrowers_data()
     QTest::addColumn<QStringList>("expected");
     QTest::addColumn<QString>("log");
 
-    const auto row = [](const char *sentence,
-                        const QByteArray &table,
-                        const QByteArray &names,
-                        const QStringList &expected,
-                        const QString &log = QString()) {
+    const auto rowOf = [](const char *sentence,
+                          const QByteArray &table,
+                          const QByteArray &names,
+                          const QStringList &expected,
+                          const QString &log = QString()) {
         QTest::newRow(sentence) << table << names << expected << log;
     };
+    const auto row = [&](const char *sentence,
+                         const QByteArray &names,
+                         const QStringList &expected,
+                         const QString &log = QString()) {
+        rowOf(sentence, growers, names, expected, log);
+    };
 
-    row("all names are different",
-        growers,
-        "(1, 'Smith'), (2, 'Jones')",
-        {"1, 'Smith'", "2, 'Jones'"});
+    row("all names are different", "(1, 'Smith'), (2, 'Jones')", {"1, 'Smith'", "2, 'Jones'"});
     row("the second of two gets a number",
-        growers,
         "(1, 'Smith'), (2, 'Smith')",
         {"1, 'Smith'", "2, 'Smith_2'"});
     row("every further equal gets the next number",
-        growers,
         "(1, 'North'), (2, 'North'), (3, 'South'), (4, 'North')",
         {"1, 'North'", "2, 'North_2'", "3, 'South'", "4, 'North_3'"});
     row("the one with the lowest id keeps its name",
-        growers,
         "(4, 'North'), (2, 'North'), (-3, 'North')",
         {"-3, 'North'", "2, 'North_2'", "4, 'North_3'"});
     row("a new name counts as a name in the same run",
-        growers,
         "(1, 'A'), (2, 'A'), (3, 'A_2')",
         {"1, 'A'", "2, 'A_2'", "3, 'A_2_2'"});
     row("a row with the same name as a new name is renamed too",
-        growers,
         "(1, 'A'), (2, 'A'), (3, 'A_2'), (4, 'A_2_2')",
         {"1, 'A'", "2, 'A_2'", "3, 'A_2_2'", "4, 'A_2_2_2'"});
     row("a new name that an earlier row has is renamed at once",
-        growers,
         "(1, 'A_2'), (2, 'A'), (3, 'A')",
         {"1, 'A_2'", "2, 'A'", "3, 'A_2_2'"});
     row("new and old names are numbered together",
-        growers,
         "(1, 'A'), (2, 'A'), (3, 'A_2'), (4, 'A_2')",
         {"1, 'A'", "2, 'A_2'", "3, 'A_2_2'", "4, 'A_2_3'"});
-    row("empty names are equal",
-        growers,
-        "(1, ''), (2, ''), (3, '')",
-        {"1, ''", "2, '_2'", "3, '_3'"});
-    row("NULL names are not equal", growers, "(1, NULL), (2, NULL)", {"1, NULL", "2, NULL"});
+    row("empty names are equal", "(1, ''), (2, ''), (3, '')", {"1, ''", "2, '_2'", "3, '_3'"});
+    row("NULL names are not equal", "(1, NULL), (2, NULL)", {"1, NULL", "2, NULL"});
     row("a NULL name finds the empty ones",
-        growers,
         "(1, NULL), (2, ''), (3, '')",
         {"1, NULL", "2, ''", "3, '_2'"});
     row("markers are part of a name",
-        growers,
         "(1, '%1'), (2, '%1'), (3, '%2 of %1'), (4, '%2 of %1'), (5, '100 %'), (6, '100 %')",
         {"1, '%1'", "2, '%1_2'", "3, '%2 of %1'", "4, '%2 of %1_2'", "5, '100 %'", "6, '100 %_2'"});
     row("letters of any script",
-        growers,
         "(1, 'Müller'), (2, 'Müller'), (3, '绿野农场'), (4, '绿野农场')",
         {"1, 'Müller'", "2, 'Müller_2'", "3, '绿野农场'", "4, '绿野农场_2'"});
     row("letter case makes a difference",
-        growers,
         "(1, 'Smith'), (2, 'smith')",
         {"1, 'Smith'", "2, 'smith'"});
-    row("letter case makes no difference with NOCASE",
+    rowOf(
+        "letter case makes no difference with NOCASE",
         "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT COLLATE NOCASE);",
         "(1, 'Smith'), (2, 'SMITH'), (3, 'smith_2'), (4, 'Ä'), (5, 'ä')",
         {"1, 'Smith'", "2, 'Smith_2'", "3, 'Smith_2_2'", "4, 'Ä'", "5, 'ä'"});
-    row("trailing blanks make a difference", growers, "(1, 'A'), (2, 'A ')", {"1, 'A'", "2, 'A '"});
-    row("trailing blanks make no difference with RTRIM",
+    row("trailing blanks make a difference", "(1, 'A'), (2, 'A ')", {"1, 'A'", "2, 'A '"});
+    rowOf(
+        "trailing blanks make no difference with RTRIM",
         "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT COLLATE RTRIM);",
         "(1, 'A  '), (2, 'A'), (3, ' A')",
         {"1, 'A  '", "2, 'A  _2'", "3, ' A'"});
-    row("SQLite does not know the column's collation",
-        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
-        "PRAGMA writable_schema = ON;"
-        "UPDATE sqlite_master SET sql = replace(sql, 'TEXT', 'TEXT COLLATE german') "
-        "WHERE name = 'growers';"
-        "PRAGMA writable_schema = OFF;",
+    rowOf(
+        "SQLite does not know the column's collation",
+        growers + "PRAGMA writable_schema = ON;"
+                  "UPDATE sqlite_master SET sql = replace(sql, 'TEXT', 'TEXT COLLATE german') "
+                  "WHERE name = 'growers';"
+                  "PRAGMA writable_schema = OFF;",
         "(1, 'A'), (2, 'A'), (3, 'B')",
         {"1, 'A'", "2, 'A'", "3, 'B'"},
         "Query for duplicate grower names failed\n"
         "Query for duplicate grower names failed\n"
         "Query for duplicate grower names failed\n");
     row("every grower with a quote in its name fails",
-        growers,
         "(1, 'O''Brien'), (2, 'Smith'), (3, 'O''Brien'), (4, 'Smith')",
         {"1, 'O''Brien'", "2, 'Smith'", "3, 'O''Brien'", "4, 'Smith_2'"},
         "Query for duplicate grower names failed\n"
         "Query for duplicate grower names failed\n");
     row("two quotes are read as one",
-        growers,
         "(1, 'O''Brien'), (2, 'O''Brien'), (3, 'O''''Brien')",
         {"1, 'O''Brien'", "2, 'O''Brien_2'", "3, 'O''''Brien'"},
         "Query for duplicate grower names failed\n"
         "Query for duplicate grower names failed\n");
     // The second condition is false in the updates: '1' is not '1_2'.
     row("a name makes the condition true for every grower",
-        growers,
         "(1, 'x'' OR ''1''=''1'), (2, 'A'), (3, 'A'), (4, 'B')",
         {"1, 'x'' OR ''1''=''1'", "2, '0'", "3, '0_2'", "4, '0_3'"});
     row("a name hides the end of its statements",
-        growers,
         "(1, 'A'' --'), (2, 'A'), (3, 'A')",
         {"1, 'A'", "2, 'A_2'", "3, 'A_3'"});
     row("a NUL in a name ends its statements",
-        growers,
         "(1, CAST(x'412700' AS TEXT)), (2, 'A'), (3, 'A')",
         {"1, 'A'", "2, 'A_2'", "3, 'A_3'"});
     row("a NUL in the middle of a name",
-        growers,
         "(1, 'A'), (2, CAST(x'410042' AS TEXT))",
         {"1, 'A'", QString("2, 'A%1B'").arg(QChar(QChar::Null))},
         "Query for duplicate grower names failed\n");
     row("a BLOB is searched as a text",
-        growers,
         "(1, x'41'), (2, 'A'), (3, 'A'), (4, x'41')",
         {"1, x'41'", "2, 'A'", "3, 'A_2'", "4, x'41'"});
     row("ids have 64 bits",
-        growers,
         "(4294967297, 'A'), (4294967298, 'A'), (9223372036854775807, 'A')",
         {"4294967297, 'A'", "4294967298, 'A_2'", "9223372036854775807, 'A_3'"});
-    row("a NULL id is read as 0, which no grower has",
+    rowOf(
+        "a NULL id is read as 0, which no grower has",
         "CREATE TABLE growers (id INTEGER, displayName TEXT);",
         "(NULL, 'A'), (NULL, 'A')",
         {"NULL, 'A'", "NULL, 'A'"});
     // Each of the two renames both.
-    row("two growers have the same id",
+    rowOf(
+        "two growers have the same id",
         "CREATE TABLE growers (id INTEGER, displayName TEXT);",
         "(1, 'A'), (1, 'A')",
         {"1, 'A_2_2'", "1, 'A_2_2'"});
-    row("an index decides on the order",
-        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
-        "CREATE INDEX growersByName ON growers (displayName, id DESC);",
+    rowOf(
+        "an index decides on the order",
+        growers + "CREATE INDEX growersByName ON growers (displayName, id DESC);",
         "(1, 'A'), (2, 'A'), (3, 'A')",
         {"1, 'A_3'", "2, 'A_2'", "3, 'A'"});
-    row("the table has no row ids",
+    rowOf(
+        "the table has no row ids",
         "CREATE TABLE growers (id TEXT PRIMARY KEY, displayName TEXT) WITHOUT ROWID;",
         "('2', 'A'), ('10', 'A'), ('x', 'A')",
         {"'10', 'A'", "'2', 'A_2'", "'x', 'A'"});
-    row("an update is refused",
-        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
-        "CREATE TRIGGER refusal BEFORE UPDATE ON growers WHEN OLD.id = 2 "
-        "BEGIN SELECT RAISE(ABORT, 'refused'); END;",
+    rowOf(
+        "an update is refused",
+        growers + "CREATE TRIGGER refusal BEFORE UPDATE ON growers WHEN OLD.id = 2 "
+                  "BEGIN SELECT RAISE(ABORT, 'refused'); END;",
         "(1, 'A'), (2, 'A'), (3, 'A')",
         {"1, 'A'", "2, 'A'", "3, 'A_3'"},
         "Failed to rename grower: A\n"
         "Failed to rename grower: A\n");
-    row("updates break a constraint",
+    rowOf(
+        "updates break a constraint",
         "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT "
         "CHECK (length(displayName) < 5));",
         "(1, 'Anna'), (2, 'Anna'), (3, 'Anna')",
@@ -209,13 +185,14 @@ void DuplicateNamesTest::renameDuplicateGrowers_data()
         "Failed to rename grower: Anna\n"
         "Failed to rename grower: Anna\n"
         "Failed to rename grower: Anna\n");
-    row("a trigger changes other growers",
-        "CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT);"
-        "CREATE TRIGGER follow AFTER UPDATE ON growers WHEN NEW.displayName = 'A_2' "
-        "BEGIN UPDATE growers SET displayName = 'C' WHERE displayName = 'B'; END;",
+    rowOf(
+        "a trigger changes other growers",
+        growers + "CREATE TRIGGER follow AFTER UPDATE ON growers WHEN NEW.displayName = 'A_2' "
+                  "BEGIN UPDATE growers SET displayName = 'C' WHERE displayName = 'B'; END;",
         "(1, 'A'), (2, 'A'), (3, 'B'), (4, 'C')",
         {"1, 'A'", "2, 'A_2'", "3, 'C'", "4, 'C_2'"});
-    row("a view has the table's name",
+    rowOf(
+        "a view has the table's name",
         "CREATE TABLE stored (id INTEGER PRIMARY KEY, displayName TEXT);"
         "INSERT INTO stored VALUES (1, 'A'), (2, 'A');"
         "CREATE VIEW growers AS SELECT * FROM stored;"
@@ -477,19 +454,13 @@ void DuplicateNamesTest::secondRunFindsNothingLeft()
 /// walk back to it. With the trigger every row is a suspect.
 void DuplicateNamesTest::endsInADamagedTable_data()
 {
-    QTest::addColumn<QByteArray>("table");
-    QTest::addColumn<QByteArray>("values");
-
-    QTest::newRow("growers") << QByteArray("growers")
-                             << QByteArray("id, displayName) SELECT n, name");
-    QTest::newRow("farms of a grower")
-        << QByteArray("farms") << QByteArray("id, displayName, growerId) SELECT n, name, 1");
-    QTest::newRow("fields of a farm")
-        << QByteArray("fields") << QByteArray("id, displayName, farmId) SELECT n, name, 1");
-    QTest::newRow("files")
-        << QByteArray("files")
-        << QByteArray(
-               "id, displayName, typeId, growerId, farmId, fieldId) SELECT n, name, 3, 1, 1, 1");
+    const auto row = addColumns<QByteArray, QByteArray>("table", "values");
+    row("growers", "growers", "id, displayName) SELECT n, name");
+    row("farms of a grower", "farms", "id, displayName, growerId) SELECT n, name, 1");
+    row("fields of a farm", "fields", "id, displayName, farmId) SELECT n, name, 1");
+    row("files",
+        "files",
+        "id, displayName, typeId, growerId, farmId, fieldId) SELECT n, name, 3, 1, 1, 1");
 }
 
 void DuplicateNamesTest::endsInADamagedTable()
@@ -524,22 +495,15 @@ void DuplicateNamesTest::endsInADamagedTable()
 
 void DuplicateNamesTest::endsWhereATriggerAddsRows_data()
 {
-    QTest::addColumn<QByteArray>("name");
-    QTest::addColumn<QStringList>("expected");
-
+    const auto row = addColumns<QByteArray, QStringList>("name", "expected");
     // A walk ends after twice as many rows as there were: in the first case the walk over the
     // growers, in the second the walk over the equals of the first grower.
-    QTest::newRow("a trigger adds rows with the new name") << QByteArray("new.displayName")
-                                                           << QStringList{
-                                                                  "1, 'A'",
-                                                                  "2, 'A_2'",
-                                                                  "3, 'A_2_2'",
-                                                                  "4, 'A_2_2_2'",
-                                                                  "5, 'A_2_2_2_2'",
-                                                                  "6, 'A_2_2_2_2'"};
-    QTest::newRow("a trigger adds rows with the old name")
-        << QByteArray("old.displayName")
-        << QStringList{"1, 'A'", "2, 'A_2'", "3, 'A_3'", "4, 'A_4'", "5, 'A'"};
+    row("a trigger adds rows with the new name",
+        "new.displayName",
+        {"1, 'A'", "2, 'A_2'", "3, 'A_2_2'", "4, 'A_2_2_2'", "5, 'A_2_2_2_2'", "6, 'A_2_2_2_2'"});
+    row("a trigger adds rows with the old name",
+        "old.displayName",
+        {"1, 'A'", "2, 'A_2'", "3, 'A_3'", "4, 'A_4'", "5, 'A'"});
 }
 
 /// The added rows would be renamed too, and so on.

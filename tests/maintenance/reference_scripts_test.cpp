@@ -45,15 +45,7 @@ void ReferenceScriptsTest::init()
 
 void ReferenceScriptsTest::statementsRunOneByOne_data()
 {
-    QTest::addColumn<QByteArray>("script");
-    QTest::addColumn<QString>("log");
-    QTest::addColumn<QStringList>("rows");
-
-    const auto row = [](const QByteArray &name,
-                        const QByteArray &script,
-                        const QString &log,
-                        const QStringList &rows) { QTest::newRow(name) << script << log << rows; };
-
+    const auto row = addColumns<QByteArray, QString, QStringList>("script", "log", "rows");
     row("the empty remainder of an empty file is executed", "", "\n", {});
     row("an empty line does not end the script", "\n\n", "\n", {});
     row("a blank remainder fails with a text of the driver", "  \n\t", noStatement, {});
@@ -248,11 +240,10 @@ void ReferenceScriptsTest::linesAreReadWhole()
 
 void ReferenceScriptsTest::scriptThatCannotBeReadIsSkipped_data()
 {
-    QTest::addColumn<QString>("path");
-
-    QTest::newRow("the file is missing") << "/app/refMachines.sql";
-    QTest::newRow("the path is a directory") << "/app/databases";
-    QTest::newRow("the path is empty") << "";
+    const auto row = addColumns<QString>("path");
+    row("the file is missing", "/app/refMachines.sql");
+    row("the path is a directory", "/app/databases");
+    row("the path is empty", "");
 }
 
 void ReferenceScriptsTest::scriptThatCannotBeReadIsSkipped()
@@ -299,10 +290,9 @@ void ReferenceScriptsTest::missingMachinesDoNotStopProducts()
 
 void ReferenceScriptsTest::memoryIsThatOfTheLongestStatement_data()
 {
-    QTest::addColumn<QByteArray>("separator");
-
-    QTest::newRow("a statement on each line") << QByteArray("\n");
-    QTest::newRow("the whole script on one line") << QByteArray();
+    const auto row = addColumns<QByteArray>("separator");
+    row("a statement on each line", "\n");
+    row("the whole script on one line", "");
 }
 
 void ReferenceScriptsTest::memoryIsThatOfTheLongestStatement()

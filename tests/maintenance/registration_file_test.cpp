@@ -1,9 +1,9 @@
 #include "maintenance/registration_file.h"
 #include "support/peak_memory.h"
+#include "support/rows.h"
 
 #include <QElapsedTimer>
 #include <QTextCodec>
-#include <QtTest>
 
 #include <sys/resource.h>
 
@@ -127,13 +127,7 @@ void RegistrationFileTest::initTestCase()
 
 void RegistrationFileTest::ordinaryFileIsParsed_data()
 {
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("expected");
-
-    const auto row = [](const char *name, const QByteArray &content, const QString &expected) {
-        QTest::newRow(name) << content << expected;
-    };
-
+    const auto row = addColumns<QByteArray, QString>("content", "expected");
     row("no more than it takes", number("94071A"), "LVData(PartNumber): 94071A");
     row("a DOCTYPE",
         "<!DOCTYPE LVData SYSTEM 'registration.dtd' [<!ELEMENT LVData (PartNumber, (a | b)*)>]>" +
@@ -187,13 +181,7 @@ void RegistrationFileTest::ordinaryFileIsParsed()
 
 void RegistrationFileTest::fileWithinTheBoundsIsParsed_data()
 {
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("expected");
-
-    const auto row = [](const char *name, const QByteArray &content, const QString &expected) {
-        QTest::newRow(name) << content << expected;
-    };
-
+    const auto row = addColumns<QByteArray, QString>("content", "expected");
     row("the longest file", filled(number("94071A"), " ", ""), "LVData(PartNumber): 94071A");
     row("as many tags as there may be",
         "<LVData>" + QByteArray("<a/>").repeated(4094) + "</LVData>",
@@ -303,10 +291,8 @@ void RegistrationFileTest::absurdFileIsNotParsed()
 
 void RegistrationFileTest::strangeFileDoesNoHarm_data()
 {
-    QTest::addColumn<QByteArray>("content");
-
-    QTest::newRow("4,096 nested elements without an end")
-        << "<LVData>" + QByteArray("<a b=''>").repeated(4095);
+    const auto row = addColumns<QByteArray>("content");
+    row("4,096 nested elements without an end", "<LVData>" + QByteArray("<a b=''>").repeated(4095));
     for (const char *piece :
          {"<a>", "<?a?>", "<!---->", "&amp;", "&#65;", "]]>", ">", "&", "<", "'", "\xff", "\xfe"}) {
         QTest::addRow("full of %s", piece) << filled("<LVData>", piece, "</LVData>");

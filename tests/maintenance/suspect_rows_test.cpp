@@ -177,10 +177,9 @@ void SuspectRowsTest::outcomeIsThePlainWalks_data()
 {
     const int cases = qEnvironmentVariableIsSet("CAMPAIGN") ? 20'000 : 1'000;
 
-    QTest::addColumn<QByteArray>("encoding");
-    QTest::addColumn<int>("cases");
-    QTest::newRow("UTF-8, as on every device") << QByteArray("UTF-8") << cases;
-    QTest::newRow("UTF-16") << QByteArray("UTF-16le") << cases / 10;
+    const auto row = addColumns<QByteArray, int>("encoding", "cases");
+    row("UTF-8, as on every device", "UTF-8", cases);
+    row("UTF-16", "UTF-16le", cases / 10);
 }
 
 void SuspectRowsTest::outcomeIsThePlainWalks()
@@ -217,12 +216,7 @@ void SuspectRowsTest::outcomeIsThePlainWalks()
 
 void SuspectRowsTest::outcomeIsThePlainWalksForOddTables_data()
 {
-    QTest::addColumn<QByteArray>("tables");
-    QTest::addColumn<QByteArray>("rows");
-    const auto row = [](const char *sentence, const QByteArray &tables, const QByteArray &rows) {
-        QTest::newRow(sentence) << tables << rows;
-    };
-
+    const auto row = addColumns<QByteArray, QByteArray>("tables", "rows");
     row("a view of a table with texts and one with integers",
         "CREATE TABLE texts (id INTEGER PRIMARY KEY, displayName TEXT);"
         "CREATE TABLE integers (id INTEGER PRIMARY KEY, displayName INTEGER);"
@@ -400,15 +394,15 @@ void SuspectRowsTest::databaseIsNotWrittenWithNothingToDo()
 
 void SuspectRowsTest::nothingIsCreated_data()
 {
-    QTest::addColumn<QByteArray>("statements");
-    QTest::newRow("nothing to do") << QByteArray();
-    QTest::newRow("names make statements fail") << giveName("'O''Brien'", "id IN (1, 5)");
-    QTest::newRow("names to change") << giveName("'A'", "id IN (2, 5, 9)");
-    QTest::newRow("names to change, with an index")
-        << giveName("'A'", "id IN (2, 5, 9)") + "CREATE INDEX filesByType ON files (typeId);";
-    QTest::newRow("names to change, with a trigger")
-        << giveName("'A'", "id IN (2, 5, 9)") +
-               "CREATE TRIGGER idle AFTER UPDATE ON files BEGIN SELECT 1; END;";
+    const auto row = addColumns<QByteArray>("statements");
+    row("nothing to do", "");
+    row("names make statements fail", giveName("'O''Brien'", "id IN (1, 5)"));
+    row("names to change", giveName("'A'", "id IN (2, 5, 9)"));
+    row("names to change, with an index",
+        giveName("'A'", "id IN (2, 5, 9)") + "CREATE INDEX filesByType ON files (typeId);");
+    row("names to change, with a trigger",
+        giveName("'A'", "id IN (2, 5, 9)") +
+            "CREATE TRIGGER idle AFTER UPDATE ON files BEGIN SELECT 1; END;");
 }
 
 void SuspectRowsTest::nothingIsCreated()
@@ -434,21 +428,21 @@ void SuspectRowsTest::nothingIsCreated()
 
 void SuspectRowsTest::costGrowsWithTheRows_data()
 {
-    QTest::addColumn<QByteArray>("statements");
-    QTest::newRow("nothing to do") << QByteArray();
-    QTest::newRow("one pair") << giveName("'A'", "id IN (2, 250)");
-    QTest::newRow("1 in 100") << giveName("'Field_' || (id + 1)", "id % 100 = 1");
-    QTest::newRow("a name makes its statement fail") << giveName("'O''Brien'", "id = 100");
-    QTest::newRow("a name makes its statement fail, with indexes")
-        << giveName("'O''Brien'", "id = 100") +
-               "CREATE INDEX filesByType ON files (typeId, displayName);"
-               "CREATE INDEX filesByField ON files (fieldId);"
-               "CREATE INDEX fieldsByFarm ON fields (farmId);";
-    QTest::newRow("nothing to do, with triggers")
-        << QByteArray("CREATE TRIGGER nothingInFiles AFTER UPDATE ON files BEGIN SELECT 1; END;"
-                      "CREATE TRIGGER nothingInFields AFTER UPDATE ON fields BEGIN SELECT 1; END;");
-    QTest::newRow("a name finds every row") << giveName("'x'' OR ''1''=''1'", "id = 100");
-    QTest::newRow("all names are equal") << giveName("'A'", "true");
+    const auto row = addColumns<QByteArray>("statements");
+    row("nothing to do", "");
+    row("one pair", giveName("'A'", "id IN (2, 250)"));
+    row("1 in 100", giveName("'Field_' || (id + 1)", "id % 100 = 1"));
+    row("a name makes its statement fail", giveName("'O''Brien'", "id = 100"));
+    row("a name makes its statement fail, with indexes",
+        giveName("'O''Brien'", "id = 100") +
+            "CREATE INDEX filesByType ON files (typeId, displayName);"
+            "CREATE INDEX filesByField ON files (fieldId);"
+            "CREATE INDEX fieldsByFarm ON fields (farmId);");
+    row("nothing to do, with triggers",
+        "CREATE TRIGGER nothingInFiles AFTER UPDATE ON files BEGIN SELECT 1; END;"
+        "CREATE TRIGGER nothingInFields AFTER UPDATE ON fields BEGIN SELECT 1; END;");
+    row("a name finds every row", giveName("'x'' OR ''1''=''1'", "id = 100"));
+    row("all names are equal", giveName("'A'", "true"));
 }
 
 /// Ten times the rows cost at most thirteen times the work; a plain walk would cost a hundred times.

@@ -7,93 +7,65 @@ namespace
 /// A version that adds one column and does nothing else.
 const struct {
     int version;
-    Step update;
-    Step revert; ///< nothing where the column stays on the way back
-    QByteArray table;
-    QByteArray column;
-    QByteArray type;
-    QByteArray value; ///< what every row gets
+    struct {
+        Step update;
+        Step revert; ///< nothing where the column stays on the way back
+    } steps;
+    struct {
+        QByteArray table;
+        QByteArray name;
+        QByteArray type;
+        QByteArray value; ///< what every row gets
+    } column;
     QStringList successLog;
     QStringList failureLog; ///< after the schema toolkit's lines
     int versionAfterFailure;
 } addedColumns[] = {
     {3,
-     &M::updateToVersion3,
-     &M::revertFromVersion3,
-     "ombrixMasterSettings",
-     "ombrixEnabled",
-     "BOOLEAN DEFAULT 1",
-     "1",
+     {&M::updateToVersion3, &M::revertFromVersion3},
+     {"ombrixMasterSettings", "ombrixEnabled", "BOOLEAN DEFAULT 1", "1"},
      {"Database migration to version 3 completed successfully!"},
      {"Database migration to version 3 failed! Error was: "},
      versionUnmoved},
     {4,
-     &M::updateToVersion4,
-     &M::revertFromVersion4,
-     "systemControl",
-     "languageSelected",
-     "BOOLEAN DEFAULT 0",
-     "0",
+     {&M::updateToVersion4, &M::revertFromVersion4},
+     {"systemControl", "languageSelected", "BOOLEAN DEFAULT 0", "0"},
      {"Database migration to version 4 completed successfully!"},
      {},
      versionUnmoved},
     {5,
-     &M::updateToVersion5,
-     &M::revertFromVersion5,
-     "MC_EquipmentSection",
-     "fence",
-     "INTEGER DEFAULT 0",
-     "0",
+     {&M::updateToVersion5, &M::revertFromVersion5},
+     {"MC_EquipmentSection", "fence", "INTEGER DEFAULT 0", "0"},
      {"Database migration to version 5 completed successfully!"},
      {},
      versionUnmoved},
     {6,
-     &M::updateToVersion6,
-     nullptr,
-     "MC_EquipmentSectionGroup",
-     "isoNodeName",
-     "TEXT",
-     "''",
+     {&M::updateToVersion6, nullptr},
+     {"MC_EquipmentSectionGroup", "isoNodeName", "TEXT", "''"},
      {"Database migration to version 6 completed successfully!"},
      {"Database migration to version 6 completed successfully!"},
      6},
     {8,
-     &M::updateToVersion8,
-     nullptr,
-     "userProfiles",
-     "decimalMark",
-     "VARCHAR(1)",
-     "'.'",
+     {&M::updateToVersion8, nullptr},
+     {"userProfiles", "decimalMark", "VARCHAR(1)", "'.'"},
      {"Database migration to version 8 completed successfully!"},
      {"Database migration to version 8 completed successfully!"},
      8},
     {14,
-     &M::updateToVersion14,
-     &M::revertFromVersion14,
-     "preferredGpsSolutions",
-     "filterLevel",
-     "INTEGER DEFAULT 1",
-     "1",
+     {&M::updateToVersion14, &M::revertFromVersion14},
+     {"preferredGpsSolutions", "filterLevel", "INTEGER DEFAULT 1", "1"},
      {"Migration to version 14 was successful."},
      {"Migration to version 14 FAILED!"},
      versionUnmoved},
     {15,
-     &M::updateToVersion15,
-     &M::revertFromVersion15,
-     "MC_EquipmentSectionGroup",
-     "useEcuOffsets",
-     "BOOLEAN DEFAULT 1",
-     "1",
+     {&M::updateToVersion15, &M::revertFromVersion15},
+     {"MC_EquipmentSectionGroup", "useEcuOffsets", "BOOLEAN DEFAULT 1", "1"},
      {"Migration to version 15 was successful."},
      {"Migration to version 15 FAILED!"},
      versionUnmoved},
     {18,
-     &M::updateToVersion18,
-     &M::revertFromVersion18,
-     "JP_JobProfile",
-     "guidanceType",
-     "INTEGER DEFAULT 2",
-     "2",
+     {&M::updateToVersion18, &M::revertFromVersion18},
+     {"JP_JobProfile", "guidanceType", "INTEGER DEFAULT 2", "2"},
      {"Migration to version 18 was successful."},
      {"Migration to version 18 FAILED!"},
      versionUnmoved},
@@ -253,11 +225,11 @@ class AddedColumnsTest : public StepTest
 
 private slots:
     void updateThatAddsAColumn_data();
-    void updateThatAddsAColumn();
+    void updateThatAddsAColumn() { checkStep(); }
     void revertThatDropsAColumn_data();
-    void revertThatDropsAColumn();
+    void revertThatDropsAColumn() { checkStep(); }
     void secondRun_data();
-    void secondRun();
+    void secondRun() { checkSecondRun(); }
 
     void addsTheOtherColumns_data() { addRowPerColumn({11, 12, 22, 23, 24}); }
     void addsTheOtherColumns();
@@ -288,49 +260,48 @@ void AddedColumnsTest::updateThatAddsAColumn_data()
 
     for (const auto &added : addedColumns) {
         const auto row = [&](const char *sentence, const StepRun &run) {
-            QTest::addRow("version %d: %s", added.version, sentence) << added.update << run;
+            QTest::addRow("version %d: %s", added.version, sentence) << added.steps.update << run;
         };
-        const QByteArray table = "CREATE TABLE " + added.table + " (id INTEGER PRIMARY KEY, a TEXT";
-        const QByteArray insert = ";INSERT INTO " + added.table + " VALUES";
-        const QByteArray capitals = added.column.toUpper();
-        const QStringList duplicateLog = addedBefore(added.column, added.table) + added.failureLog;
+        const QByteArray table =
+            "CREATE TABLE " + added.column.table + " (id INTEGER PRIMARY KEY, a TEXT";
+        const QByteArray insert = ";INSERT INTO " + added.column.table + " VALUES";
+        const QByteArray capitals = added.column.name.toUpper();
+        const QStringList duplicateLog =
+            addedBefore(added.column.name, added.column.table) + added.failureLog;
         row("every row gets the value",
             {table + ")" + insert + "(1, 'Süd'), (7, NULL)",
              added.successLog,
              added.version,
-             {table + ", " + added.column + " " + added.type + ")",
-              added.table,
-              "1, 'Süd', " + added.value,
-              "7, NULL, " + added.value}});
+             {table + ", " + added.column.name + " " + added.column.type + ")",
+              added.column.table,
+              "1, 'Süd', " + added.column.value,
+              "7, NULL, " + added.column.value}});
         row("a column that is there keeps its values",
-            {table + ", " + added.column + " TEXT)" + insert + "(1, '', 'x'), (2, '', NULL)",
+            {table + ", " + added.column.name + " TEXT)" + insert + "(1, '', 'x'), (2, '', NULL)",
              duplicateLog,
              added.versionAfterFailure,
-             {table + ", " + added.column + " TEXT)", added.table, "1, '', 'x'", "2, '', NULL"}});
+             {table + ", " + added.column.name + " TEXT)",
+              added.column.table,
+              "1, '', 'x'",
+              "2, '', NULL"}});
         row("the column is there in another letter case",
             {table + ", " + capitals + ")" + insert + "(1, '', 'x')",
              duplicateLog,
              added.versionAfterFailure,
-             {table + ", " + capitals + ")", added.table, "1, '', 'x'"}});
+             {table + ", " + capitals + ")", added.column.table, "1, '', 'x'"}});
         row("there is no table",
             {"",
-             addedToNothing(added.column, added.table) + added.failureLog,
+             addedToNothing(added.column.name, added.column.table) + added.failureLog,
              added.versionAfterFailure,
              {}});
         row("the database is not open",
             {"",
-             newColumnNotAdded(added.column, added.table, "") + added.failureLog,
+             newColumnNotAdded(added.column.name, added.column.table, "") + added.failureLog,
              added.versionAfterFailure,
              {},
              {},
              Connection::Closed});
     }
-}
-
-void AddedColumnsTest::updateThatAddsAColumn()
-{
-    QFETCH(Step, step);
-    checkStep(step);
 }
 
 void AddedColumnsTest::revertThatDropsAColumn_data()
@@ -339,51 +310,49 @@ void AddedColumnsTest::revertThatDropsAColumn_data()
     QTest::addColumn<StepRun>("run");
 
     for (const auto &added : addedColumns) {
-        if (added.revert == nullptr) {
+        if (added.steps.revert == nullptr) {
             continue;
         }
         const auto row = [&](const char *sentence, const StepRun &run) {
-            QTest::addRow("version %d: %s", added.version, sentence) << added.revert << run;
+            QTest::addRow("version %d: %s", added.version, sentence) << added.steps.revert << run;
         };
-        const QByteArray table = "CREATE TABLE " + added.table + " (id INTEGER PRIMARY KEY, a TEXT";
-        const QByteArray insert = ";INSERT INTO " + added.table + " VALUES";
+        const QByteArray table =
+            "CREATE TABLE " + added.column.table + " (id INTEGER PRIMARY KEY, a TEXT";
+        const QByteArray insert = ";INSERT INTO " + added.column.table + " VALUES";
         const QByteArray rebuilt =
-            "CREATE TABLE \"" + added.table + "\" (id INTEGER , a TEXT , PRIMARY KEY(id) )";
-        const QByteArray copy = "CREATE TABLE " + added.table + "_temp (b)";
+            "CREATE TABLE \"" + added.column.table + "\" (id INTEGER , a TEXT , PRIMARY KEY(id) )";
+        const QByteArray copy = "CREATE TABLE " + added.column.table + "_temp (b)";
         const auto stays = [&](const QString &error) {
-            return columnStays(added.column, added.table, error);
+            return columnStays(added.column.name, added.column.table, error);
         };
         row("the column is dropped, the rows stay",
-            {table + ", " + added.column + " " + added.type + ")" + insert +
+            {table + ", " + added.column.name + " " + added.column.type + ")" + insert +
                  "(1, 'Süd', 1), (7, NULL, 0)",
              {},
              added.version - 1,
-             {rebuilt, added.table, "1, 'Süd'", "7, NULL"}});
+             {rebuilt, added.column.table, "1, 'Süd'", "7, NULL"}});
         row("a column in another letter case is dropped too",
-            {table + ", " + added.column.toUpper() + ")" + insert + "(1, 'Süd', 1)",
+            {table + ", " + added.column.name.toUpper() + ")" + insert + "(1, 'Süd', 1)",
              {},
              added.version - 1,
-             {rebuilt, added.table, "1, 'Süd'"}});
+             {rebuilt, added.column.table, "1, 'Süd'"}});
         row("without the column the table is rebuilt too",
             {table + ")" + insert + "(1, 'Süd')",
              {},
              added.version - 1,
-             {rebuilt, added.table, "1, 'Süd'"}});
+             {rebuilt, added.column.table, "1, 'Süd'"}});
         row("an earlier rebuild left its copy",
-            {table + ", " + added.column + ");" + copy,
-             stays(copyInTheWay(added.table)),
+            {table + ", " + added.column.name + ");" + copy,
+             stays(copyInTheWay(added.column.table)),
              versionUnmoved,
-             {table + ", " + added.column + ")", copy, added.table, added.table + "_temp"}});
+             {table + ", " + added.column.name + ")",
+              copy,
+              added.column.table,
+              added.column.table + "_temp"}});
         row("there is no table", {"", stays(rebuildRefused), versionUnmoved, {}});
         row("the database is not open",
             {"", stays(""), versionUnmoved, {}, {}, Connection::Closed});
     }
-}
-
-void AddedColumnsTest::revertThatDropsAColumn()
-{
-    QFETCH(Step, step);
-    checkStep(step);
 }
 
 void AddedColumnsTest::secondRun_data()
@@ -394,25 +363,18 @@ void AddedColumnsTest::secondRun_data()
     QTest::addColumn<QByteArray>("before");
 
     for (const auto &added : addedColumns) {
-        const QByteArray table = "CREATE TABLE " + added.table +
-                                 " (id INTEGER PRIMARY KEY, a TEXT);INSERT INTO " + added.table +
-                                 " VALUES(1, 'Süd');";
+        const QByteArray table = "CREATE TABLE " + added.column.table +
+                                 " (id INTEGER PRIMARY KEY, a TEXT);INSERT INTO " +
+                                 added.column.table + " VALUES(1, 'Süd');";
         QTest::addRow("forward, version %d: the column is there", added.version)
-            << added.update << added.version
-            << addedBefore(added.column, added.table) + added.failureLog << table;
-        if (added.revert != nullptr) {
+            << added.steps.update << added.version
+            << addedBefore(added.column.name, added.column.table) + added.failureLog << table;
+        if (added.steps.revert != nullptr) {
             QTest::addRow("backward, version %d: the table is rebuilt as it is", added.version)
-                << added.revert << added.version - 1 << QStringList()
-                << table + "ALTER TABLE " + added.table + " ADD COLUMN " + added.column;
+                << added.steps.revert << added.version - 1 << QStringList()
+                << table + "ALTER TABLE " + added.column.table + " ADD COLUMN " + added.column.name;
         }
     }
-}
-
-void AddedColumnsTest::secondRun()
-{
-    QFETCH(QByteArray, before);
-    device->sql(before);
-    checkSecondRun(startAt(versionUnmoved));
 }
 
 /// One column is there in capitals: its step does not see it and cannot add it.

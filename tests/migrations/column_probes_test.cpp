@@ -47,7 +47,7 @@ class ColumnProbesTest : public StepTest
 
 private slots:
     void probes_data();
-    void probes();
+    void probes() { checkProbe(); }
     void laterProbes_data();
     void laterProbes() { probes(); }
 };
@@ -86,12 +86,6 @@ void ColumnProbesTest::probes_data()
             entry.appliedWithoutTable);
         row("has no table", "", entry.appliedWithoutTable);
     }
-}
-
-void ColumnProbesTest::probes()
-{
-    QFETCH(Probe, probe);
-    checkProbe(probe);
 }
 
 void ColumnProbesTest::laterProbes_data()

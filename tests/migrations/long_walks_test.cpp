@@ -50,94 +50,86 @@ void LongWalksTest::stepsEnd_data()
     const QByteArray oneReceiver = "INSERT INTO gpsReceivers VALUES(1, 1, '', 'ttyS0', 3, '');"
                                    "INSERT INTO machineToGpsReceiverMapping VALUES(10, 1)";
 
-    QTest::addColumn<Step>("step");
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<QStringList>("log");
-    QTest::addColumn<QByteArray>("rowsRead");
-
-    QTest::newRow("version 7 reads files")
-        << Step(&M::updateToVersion7)
-        << QByteArray(
-               "CREATE TABLE files "
-               "(id INTEGER PRIMARY KEY, displayName TEXT, typeId INTEGER, absolutePath TEXT);"
-               "CREATE TABLE OutgoingFiles (id INTEGER);CREATE TABLE IncomingFiles (id INTEGER);"
-               "CREATE TABLE FileTransferHistory (id INTEGER);"
-               "CREATE TABLE systemFiles (id INTEGER);"
-               "INSERT INTO files VALUES(1, 'one', 3, 'userFiles/one')") +
-               adding("UPDATE ON files", "files", "NEW.id + 1, 'more', 3, 'userFiles/more'")
-        << QStringList()
-        << QByteArray("SELECT count(*) FROM files WHERE absolutePath LIKE '/usr%'");
-    QTest::newRow("version 12 reads switches")
-        << Step(&M::updateToVersion12)
-        << machinery + config + labels + bridge +
-               "INSERT INTO switchToSectionBridge VALUES(1, 1, 0)" +
-               adding("INSERT ON onScreenSwitchboxConfig", "switchToSectionBridge", "1, 1, 0")
-        << QStringList{
-               "SELECT * FROM switchToSectionBridge query in updateToVersion12() failed!  "
-               "The query error was: ",
-               "Migration to version 12 FAILED!"}
-        << QByteArray("SELECT count(*) FROM onScreenSwitchboxConfig");
-    QTest::newRow("version 12 makes labels")
-        << Step(&M::updateToVersion12)
-        << machinery + config + labels + bridge +
-               "INSERT INTO switchToSectionBridge VALUES(1, 1, 0)" +
-               adding("INSERT ON onScreenSwitchboxSwitchLabels", "onScreenSwitchboxConfig", "1, 1, 0")
-        << QStringList{
-               "Switch to section mapping data copied successfully while migrating database to "
-               "version 12!",
-               "Migration to version 12 FAILED!"}
-        << QByteArray("SELECT count(*) FROM onScreenSwitchboxSwitchLabels");
-    QTest::newRow("version 19 reads switches")
-        << Step(&M::updateToVersion19)
-        << config +
-               "CREATE TABLE onScreenSwitchboxToMachineMapping "
-               "(machineConfigId INTEGER PRIMARY KEY, boomStringRepresentation TEXT);"
-               "INSERT INTO onScreenSwitchboxConfig VALUES(1, 1, 0)" +
-               adding(
-                   "INSERT ON onScreenSwitchboxToMachineMapping",
-                   "onScreenSwitchboxConfig",
-                   "NEW.machineConfigId + 1, 1, 0")
-        << QStringList("Migration to version 19 FAILED!")
-        << QByteArray("SELECT count(*) FROM onScreenSwitchboxToMachineMapping");
+    const auto row =
+        addColumns<Step, QByteArray, QStringList, QByteArray>("step", "before", "log", "rowsRead");
+    row("version 7 reads files",
+        &M::updateToVersion7,
+        QByteArray(
+            "CREATE TABLE files "
+            "(id INTEGER PRIMARY KEY, displayName TEXT, typeId INTEGER, absolutePath TEXT);"
+            "CREATE TABLE OutgoingFiles (id INTEGER);CREATE TABLE IncomingFiles (id INTEGER);"
+            "CREATE TABLE FileTransferHistory (id INTEGER);"
+            "CREATE TABLE systemFiles (id INTEGER);"
+            "INSERT INTO files VALUES(1, 'one', 3, 'userFiles/one')") +
+            adding("UPDATE ON files", "files", "NEW.id + 1, 'more', 3, 'userFiles/more'"),
+        {},
+        "SELECT count(*) FROM files WHERE absolutePath LIKE '/usr%'");
+    row("version 12 reads switches",
+        &M::updateToVersion12,
+        machinery + config + labels + bridge + "INSERT INTO switchToSectionBridge VALUES(1, 1, 0)" +
+            adding("INSERT ON onScreenSwitchboxConfig", "switchToSectionBridge", "1, 1, 0"),
+        {"SELECT * FROM switchToSectionBridge query in updateToVersion12() failed!  "
+         "The query error was: ",
+         "Migration to version 12 FAILED!"},
+        "SELECT count(*) FROM onScreenSwitchboxConfig");
+    row("version 12 makes labels",
+        &M::updateToVersion12,
+        machinery + config + labels + bridge + "INSERT INTO switchToSectionBridge VALUES(1, 1, 0)" +
+            adding("INSERT ON onScreenSwitchboxSwitchLabels", "onScreenSwitchboxConfig", "1, 1, 0"),
+        {"Switch to section mapping data copied successfully while migrating database to "
+         "version 12!",
+         "Migration to version 12 FAILED!"},
+        "SELECT count(*) FROM onScreenSwitchboxSwitchLabels");
+    row("version 19 reads switches",
+        &M::updateToVersion19,
+        config +
+            "CREATE TABLE onScreenSwitchboxToMachineMapping "
+            "(machineConfigId INTEGER PRIMARY KEY, boomStringRepresentation TEXT);"
+            "INSERT INTO onScreenSwitchboxConfig VALUES(1, 1, 0)" +
+            adding(
+                "INSERT ON onScreenSwitchboxToMachineMapping",
+                "onScreenSwitchboxConfig",
+                "NEW.machineConfigId + 1, 1, 0"),
+        {"Migration to version 19 FAILED!"},
+        "SELECT count(*) FROM onScreenSwitchboxToMachineMapping");
     // Every solution has a device. The index makes it quick to find.
-    QTest::newRow("version 21 reads solutions")
-        << Step(&M::updateToVersion21)
-        << receivers + mapping + solutions +
-               "CREATE INDEX solutionsByConfiguration ON preferredGpsSolutions (mc_id);"
-               "CREATE VIEW serialDevices AS SELECT mc_id, 'ttyS0' AS portName, "
-               "'BePluginGPS' AS deviceHandlerName FROM preferredGpsSolutions;"
-               "INSERT INTO preferredGpsSolutions VALUES(1, 0, 3)" +
-               adding(
-                   "INSERT ON gpsReceivers",
-                   "preferredGpsSolutions",
-                   "NEW.machineConfigId + 1, 0, 3")
-        << QStringList("Migration to version 21 FAILED!")
-        << QByteArray("SELECT count(*) FROM gpsReceivers");
-    QTest::newRow("version 21 reads devices")
-        << Step(&M::updateToVersion21)
-        << receivers + mapping + solutions + devices + oneDevice +
-               ";INSERT INTO preferredGpsSolutions VALUES(1, 0, 3)" +
-               adding("INSERT ON gpsReceivers", "serialDevices", "1, 'ttyS0', 'BePluginGPS'")
-        << QStringList("Migration to version 21 FAILED!")
-        << QByteArray("SELECT count(*) FROM gpsReceivers");
-    QTest::newRow("the way back from version 21 reads receivers")
-        << Step(&M::revertFromVersion21)
-        << receivers + mapping + solutions + oneReceiver + ";" +
-               "CREATE INDEX receiversByConfiguration ON gpsReceivers (machineConfigId);"
-               "CREATE VIEW serialDevices AS SELECT 'ttyS0' AS portName, machineConfigId AS mc_id, "
-               "'BePluginGPS' AS deviceHandlerName FROM gpsReceivers" +
-               adding(
-                   "INSERT ON preferredGpsSolutions",
-                   "gpsReceivers",
-                   "NEW.mc_id + 1, NEW.mc_id + 1, '', 'ttyS0', 3, ''); "
-                   "INSERT INTO machineToGpsReceiverMapping VALUES(10, NEW.mc_id + 1")
-        << QStringList() << QByteArray("SELECT count(*) FROM preferredGpsSolutions");
-    QTest::newRow("the way back from version 21 reads devices")
-        << Step(&M::revertFromVersion21)
-        << receivers + mapping + solutions + devices + oneReceiver + ";" + oneDevice +
-               adding(
-                   "INSERT ON preferredGpsSolutions", "serialDevices", "1, 'ttyS0', 'BePluginGPS'")
-        << QStringList() << QByteArray("SELECT count(*) FROM preferredGpsSolutions");
+    row("version 21 reads solutions",
+        &M::updateToVersion21,
+        receivers + mapping + solutions +
+            "CREATE INDEX solutionsByConfiguration ON preferredGpsSolutions (mc_id);"
+            "CREATE VIEW serialDevices AS SELECT mc_id, 'ttyS0' AS portName, "
+            "'BePluginGPS' AS deviceHandlerName FROM preferredGpsSolutions;"
+            "INSERT INTO preferredGpsSolutions VALUES(1, 0, 3)" +
+            adding(
+                "INSERT ON gpsReceivers", "preferredGpsSolutions", "NEW.machineConfigId + 1, 0, 3"),
+        {"Migration to version 21 FAILED!"},
+        "SELECT count(*) FROM gpsReceivers");
+    row("version 21 reads devices",
+        &M::updateToVersion21,
+        receivers + mapping + solutions + devices + oneDevice +
+            ";INSERT INTO preferredGpsSolutions VALUES(1, 0, 3)" +
+            adding("INSERT ON gpsReceivers", "serialDevices", "1, 'ttyS0', 'BePluginGPS'"),
+        {"Migration to version 21 FAILED!"},
+        "SELECT count(*) FROM gpsReceivers");
+    row("the way back from version 21 reads receivers",
+        &M::revertFromVersion21,
+        receivers + mapping + solutions + oneReceiver + ";" +
+            "CREATE INDEX receiversByConfiguration ON gpsReceivers (machineConfigId);"
+            "CREATE VIEW serialDevices AS SELECT 'ttyS0' AS portName, machineConfigId AS mc_id, "
+            "'BePluginGPS' AS deviceHandlerName FROM gpsReceivers" +
+            adding(
+                "INSERT ON preferredGpsSolutions",
+                "gpsReceivers",
+                "NEW.mc_id + 1, NEW.mc_id + 1, '', 'ttyS0', 3, ''); "
+                "INSERT INTO machineToGpsReceiverMapping VALUES(10, NEW.mc_id + 1"),
+        {},
+        "SELECT count(*) FROM preferredGpsSolutions");
+    row("the way back from version 21 reads devices",
+        &M::revertFromVersion21,
+        receivers + mapping + solutions + devices + oneReceiver + ";" + oneDevice +
+            adding("INSERT ON preferredGpsSolutions", "serialDevices", "1, 'ttyS0', 'BePluginGPS'"),
+        {},
+        "SELECT count(*) FROM preferredGpsSolutions");
 }
 
 void LongWalksTest::stepsEnd()

@@ -216,22 +216,22 @@ void Versions02Test::init()
 
 void Versions02Test::updateToVersion2_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     addRowsThatSucceed(forward);
-    QTest::newRow("a table of the new shape loses its calibration flags") << StepRun{
-        version2Table + insert + "('p1', 'A', 1, 1, 2, 3, 4, 1), ('p1', 'B', 5, 2, 6, 7, 8, 0)",
-        forward.successLog,
-        2,
-        {version2Table,
-         "'p1', 'A', 1.0, 1, 2.0, 3.0, 4.0, 0",
-         "'p1', 'B', 5.0, 2, 6.0, 7.0, 8.0, 0"}};
-    QTest::newRow("of rows that become one the last stays") << StepRun{
-        version2Table + insert +
-            "('p1', 'A', 1, NULL, 2, 3, 4, 1), ('p1', 'B', 5, NULL, 6, 7, 8, 1)",
-        forward.successLog,
-        2,
-        {version2Table, "'p1', 'B', 5.0, 0, 6.0, 7.0, 8.0, 0"}};
+    row("a table of the new shape loses its calibration flags",
+        {version2Table + insert + "('p1', 'A', 1, 1, 2, 3, 4, 1), ('p1', 'B', 5, 2, 6, 7, 8, 0)",
+         forward.successLog,
+         2,
+         {version2Table,
+          "'p1', 'A', 1.0, 1, 2.0, 3.0, 4.0, 0",
+          "'p1', 'B', 5.0, 2, 6.0, 7.0, 8.0, 0"}});
+    row("of rows that become one the last stays",
+        {version2Table + insert +
+             "('p1', 'A', 1, NULL, 2, 3, 4, 1), ('p1', 'B', 5, NULL, 6, 7, 8, 1)",
+         forward.successLog,
+         2,
+         {version2Table, "'p1', 'B', 5.0, 0, 6.0, 7.0, 8.0, 0"}});
 }
 
 void Versions02Test::updateToVersion2Fails_data()
@@ -245,26 +245,26 @@ void Versions02Test::updateToVersion2Fails_data()
 
 void Versions02Test::revertFromVersion2_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     addRowsThatSucceed(backward);
-    QTest::newRow("every row is copied without its calibration flag") << StepRun{
-        version2Table + insert + "('p1', 'A', 1, 1, 2, 3, 4, 1), ('p2', 'B', 5, 2, 6, 7, 8, 0)",
-        {},
-        1,
-        {version1Table, "'p1', 'A', 1.0, 1, 2.0, 3.0, 4.0", "'p2', 'B', 5.0, 2, 6.0, 7.0, 8.0"}};
-    QTest::newRow("a table of the old shape is created again") << StepRun{
-        version1Table + insert + "('p1', 'A', 1, 1, 2, 3, 4)",
-        {},
-        1,
-        {version1Table, "'p1', 'A', 1.0, 1, 2.0, 3.0, 4.0"}};
-    QTest::newRow("of a product's machine configurations the last stays") << StepRun{
-        version2Table + insert +
-            "('p1', 'A', 1, 2, 2, 3, 4, 1), ('p2', 'C', 1, 1, 2, 3, 4, 0),"
-            "('p1', 'B', 5, 1, 6, 7, 8, 0)",
-        {},
-        1,
-        {version1Table, "'p2', 'C', 1.0, 1, 2.0, 3.0, 4.0", "'p1', 'B', 5.0, 1, 6.0, 7.0, 8.0"}};
+    row("every row is copied without its calibration flag",
+        {version2Table + insert + "('p1', 'A', 1, 1, 2, 3, 4, 1), ('p2', 'B', 5, 2, 6, 7, 8, 0)",
+         {},
+         1,
+         {version1Table, "'p1', 'A', 1.0, 1, 2.0, 3.0, 4.0", "'p2', 'B', 5.0, 2, 6.0, 7.0, 8.0"}});
+    row("a table of the old shape is created again",
+        {version1Table + insert + "('p1', 'A', 1, 1, 2, 3, 4)",
+         {},
+         1,
+         {version1Table, "'p1', 'A', 1.0, 1, 2.0, 3.0, 4.0"}});
+    row("of a product's machine configurations the last stays",
+        {version2Table + insert +
+             "('p1', 'A', 1, 2, 2, 3, 4, 1), ('p2', 'C', 1, 1, 2, 3, 4, 0),"
+             "('p1', 'B', 5, 1, 6, 7, 8, 0)",
+         {},
+         1,
+         {version1Table, "'p2', 'C', 1.0, 1, 2.0, 3.0, 4.0", "'p1', 'B', 5.0, 1, 6.0, 7.0, 8.0"}});
 }
 
 void Versions02Test::revertFromVersion2Fails_data()
@@ -278,19 +278,18 @@ void Versions02Test::revertFromVersion2Fails_data()
 
 void Versions02Test::rowsThatCannotBeReadAreNotLost_data()
 {
-    QTest::addColumn<Step>("step");
-    QTest::addColumn<QByteArray>("columns");
-    QTest::addColumn<QByteArray>("values");
-    QTest::addColumn<QString>("log");
-
-    QTest::newRow("forward")
-        << Step(&M::updateToVersion2) << version1Columns
-        << QByteArray("'p' || n, 'A', 1, 1, 2, 3, 4")
-        << "SELECT * FROM productControl_productSettings_old query in updateToVersion2() failed!  The query error was: database disk image is malformed";
-    QTest::newRow("backward")
-        << Step(&M::revertFromVersion2) << version2Columns
-        << QByteArray("'p' || n, 'A', 1, 1, 2, 3, 4, 1")
-        << "SELECT * FROM productControl_productSettings_old query in revertFromVersion2() failed!  The query error was: database disk image is malformed";
+    const auto row =
+        addColumns<Step, QByteArray, QByteArray, QString>("step", "columns", "values", "log");
+    row("forward",
+        &M::updateToVersion2,
+        version1Columns,
+        "'p' || n, 'A', 1, 1, 2, 3, 4",
+        "SELECT * FROM productControl_productSettings_old query in updateToVersion2() failed!  The query error was: database disk image is malformed");
+    row("backward",
+        &M::revertFromVersion2,
+        version2Columns,
+        "'p' || n, 'A', 1, 1, 2, 3, 4, 1",
+        "SELECT * FROM productControl_productSettings_old query in revertFromVersion2() failed!  The query error was: database disk image is malformed");
 }
 
 void Versions02Test::rowsThatCannotBeReadAreNotLost()
@@ -351,18 +350,13 @@ void Versions02Test::referencesFollowTheOldTable()
 
 void Versions02Test::getUpdate2Applied_data()
 {
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<bool>("applied");
-
-    QTest::newRow("the column is there") << version2Table << true;
-    QTest::newRow("the column is missing") << version1Table << false;
-    QTest::newRow("there is no table") << QByteArray() << true;
-    QTest::newRow("the column has another letter case")
-        << create + "(productId, CalibratedInUSUnits)" << false;
-    QTest::newRow("the column is the second one")
-        << create + "(productId, calibratedInUsUnits)" << true;
-    QTest::newRow("the column is the first one")
-        << create + "(calibratedInUsUnits, productId)" << false;
+    const auto row = addColumns<QByteArray, bool>("before", "applied");
+    row("the column is there", version2Table, true);
+    row("the column is missing", version1Table, false);
+    row("there is no table", "", true);
+    row("the column has another letter case", create + "(productId, CalibratedInUSUnits)", false);
+    row("the column is the second one", create + "(productId, calibratedInUsUnits)", true);
+    row("the column is the first one", create + "(calibratedInUsUnits, productId)", false);
 }
 
 QTEST_APPLESS_MAIN(Versions02Test)

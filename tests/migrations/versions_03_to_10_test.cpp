@@ -36,7 +36,7 @@ class Versions03To10Test : public StepTest
 
 private slots:
     void updateThatCannotFillItsColumn_data();
-    void updateThatCannotFillItsColumn();
+    void updateThatCannotFillItsColumn() { checkStep(); }
     void updateToVersion7_data();
     void updateToVersion7() { checkStep(&M::updateToVersion7); }
     void updateToVersion7GoesInOrder();
@@ -51,8 +51,7 @@ private slots:
     void secondRun();
     void backFrom10To5AndForwardAgain();
     void probes_data();
-    void probes();
-    void probesOnAClosedConnection();
+    void probes() { checkProbe(); }
 };
 
 void Versions03To10Test::updateThatCannotFillItsColumn_data()
@@ -60,31 +59,21 @@ void Versions03To10Test::updateThatCannotFillItsColumn_data()
     const QByteArray groups = "CREATE TABLE MC_EquipmentSectionGroup (id INTEGER PRIMARY KEY";
     const QByteArray profiles = "CREATE TABLE userProfiles (id INTEGER PRIMARY KEY";
 
-    QTest::addColumn<Step>("step");
-    QTest::addColumn<StepRun>("run");
-
-    QTest::newRow("version 6 succeeds")
-        << Step(&M::updateToVersion6)
-        << StepRun{
-               groups + ");INSERT INTO MC_EquipmentSectionGroup VALUES(1)",
-               {"Database migration to version 6 completed successfully!"},
-               6,
-               {groups + ", isoNodeName TEXT)", "MC_EquipmentSectionGroup", "1, NULL"},
-               {{SQLITE_UPDATE, "MC_EquipmentSectionGroup"}}};
-    QTest::newRow("version 8 succeeds")
-        << Step(&M::updateToVersion8)
-        << StepRun{
-               profiles + ");INSERT INTO userProfiles VALUES(1)",
-               {"Database migration to version 8 completed successfully!"},
-               8,
-               {profiles + ", decimalMark VARCHAR(1))", "userProfiles", "1, NULL"},
-               {{SQLITE_UPDATE, "userProfiles"}}};
-}
-
-void Versions03To10Test::updateThatCannotFillItsColumn()
-{
-    QFETCH(Step, step);
-    checkStep(step);
+    const auto row = addColumns<Step, StepRun>("step", "run");
+    row("version 6 succeeds",
+        &M::updateToVersion6,
+        {groups + ");INSERT INTO MC_EquipmentSectionGroup VALUES(1)",
+         {"Database migration to version 6 completed successfully!"},
+         6,
+         {groups + ", isoNodeName TEXT)", "MC_EquipmentSectionGroup", "1, NULL"},
+         {{SQLITE_UPDATE, "MC_EquipmentSectionGroup"}}});
+    row("version 8 succeeds",
+        &M::updateToVersion8,
+        {profiles + ");INSERT INTO userProfiles VALUES(1)",
+         {"Database migration to version 8 completed successfully!"},
+         8,
+         {profiles + ", decimalMark VARCHAR(1))", "userProfiles", "1, NULL"},
+         {{SQLITE_UPDATE, "userProfiles"}}});
 }
 
 void Versions03To10Test::updateToVersion7_data()
@@ -108,128 +97,126 @@ void Versions03To10Test::updateToVersion7_data()
     const QString fileMoved = "1, '', '', '/usr/bin/harlo/userFiles/a', 12";
     const QStringList noTransfers = {"OutgoingFiles", "IncomingFiles", "FileTransferHistory"};
 
-    QTest::addColumn<StepRun>("run");
-
-    QTest::newRow("paths are moved, transfers are deleted, the system files are dropped")
-        << StepRun{
-               files +
-                   ";INSERT INTO files VALUES"
-                   "(1, 'u1', 'a', '/data/x/userFiles/a.pdf', 12),"
-                   "(2, 'u2', 'b', '/mnt/backup/b.pdf', NULL),"
-                   "(3, 'u3', 'c', 'c.pdf', 0),"
-                   "(4, NULL, NULL, NULL, NULL),"
-                   "(5, 'u5', 'e', '/data/userfiles/UserFiles/e.pdf', 5),"
-                   "(6, 'u6', 'f', '/userFiles/old/userFiles/f.pdf', 6),"
-                   "(7, 'u7', 'g', '/usr/bin/harlo/userFiles/g.pdf', 7),"
-                   "(8, 'u8', 'h', 'backupuserFiles.zip', 8),"
-                   "(9, 'u9', 'Поле № 1', '/data/Süd %2/userFiles/Поле %1 %2 %%.shp', 9),"
-                   "(-10, 'u10', '', '', 10);" +
-                   transfers,
-               succeeded,
-               7,
-               tables +
-                   QStringList{
-                       "files",
-                       "-10, 'u10', '', '/usr/bin/harlo/', 10",
-                       "1, 'u1', 'a', '/usr/bin/harlo/userFiles/a.pdf', 12",
-                       "2, 'u2', 'b', '/usr/bin/harlo//mnt/backup/b.pdf', NULL",
-                       "3, 'u3', 'c', '/usr/bin/harlo/c.pdf', 0",
-                       "4, NULL, NULL, '/usr/bin/harlo/', NULL",
-                       "5, 'u5', 'e', '/usr/bin/harlo//data/userfiles/UserFiles/e.pdf', 5",
-                       "6, 'u6', 'f', '/usr/bin/harlo/userFiles/old/userFiles/f.pdf', 6",
-                       "7, 'u7', 'g', '/usr/bin/harlo/userFiles/g.pdf', 7",
-                       "8, 'u8', 'h', '/usr/bin/harlo/userFiles.zip', 8",
-                       "9, 'u9', 'Поле № 1', '/usr/bin/harlo/userFiles/Поле %1 %2 %%.shp', 9"} +
-                   noTransfers};
-    QTest::newRow("the tables are empty") << StepRun{
-        files + ";" + outgoing + ";" + incoming + ";" + history + ";" + system,
-        succeeded,
-        7,
-        tables + QStringList("files") + noTransfers};
-    QTest::newRow("id and path are read by position and written by name") << StepRun{
-        "CREATE TABLE files (number INTEGER, id INTEGER, absolutePath TEXT, source TEXT);"
-        "INSERT INTO files VALUES(1, 2, 'a', '/userFiles/1'), (2, 1, 'b', '/userFiles/2'),"
-        "('none', 0, 'c', '/userFiles/3'), (9007199254740993, 9007199254740993, 'd', '/4');" +
-            transfers,
-        succeeded,
-        7,
-        QStringList{
-            "CREATE TABLE files (number INTEGER, id INTEGER, absolutePath TEXT, source TEXT)",
-            outgoing,
-            incoming,
-            history,
-            "files",
-            "1, 2, '/usr/bin/harlo/userFiles/2', '/userFiles/1'",
-            "2, 1, '/usr/bin/harlo/userFiles/1', '/userFiles/2'",
-            "'none', 0, '/usr/bin/harlo/userFiles/3', '/userFiles/3'",
-            "9007199254740993, 9007199254740993, '/usr/bin/harlo//4', '/4'"} +
-            noTransfers};
-    QTest::newRow("a row that was changed earlier in the walk is read as changed") << StepRun{
-        "CREATE TABLE files (id INTEGER, uuid TEXT, displayName TEXT, absolutePath TEXT);"
-        "INSERT INTO files VALUES(1, 'u1', 'a', '/userFiles/a'), (1, 'u2', 'b', '/b');" +
-            transfers,
-        succeeded,
-        7,
-        QStringList{
-            "CREATE TABLE files (id INTEGER, uuid TEXT, displayName TEXT, absolutePath TEXT)",
-            outgoing,
-            incoming,
-            history,
-            "files",
-            "1, 'u1', 'a', '/usr/bin/harlo/userFiles/a'",
-            "1, 'u2', 'b', '/usr/bin/harlo/userFiles/a'"} +
-            noTransfers};
+    const auto row = addColumns<StepRun>("run");
+    row("paths are moved, transfers are deleted, the system files are dropped",
+        {files +
+             ";INSERT INTO files VALUES"
+             "(1, 'u1', 'a', '/data/x/userFiles/a.pdf', 12),"
+             "(2, 'u2', 'b', '/mnt/backup/b.pdf', NULL),"
+             "(3, 'u3', 'c', 'c.pdf', 0),"
+             "(4, NULL, NULL, NULL, NULL),"
+             "(5, 'u5', 'e', '/data/userfiles/UserFiles/e.pdf', 5),"
+             "(6, 'u6', 'f', '/userFiles/old/userFiles/f.pdf', 6),"
+             "(7, 'u7', 'g', '/usr/bin/harlo/userFiles/g.pdf', 7),"
+             "(8, 'u8', 'h', 'backupuserFiles.zip', 8),"
+             "(9, 'u9', 'Поле № 1', '/data/Süd %2/userFiles/Поле %1 %2 %%.shp', 9),"
+             "(-10, 'u10', '', '', 10);" +
+             transfers,
+         succeeded,
+         7,
+         tables +
+             QStringList{
+                 "files",
+                 "-10, 'u10', '', '/usr/bin/harlo/', 10",
+                 "1, 'u1', 'a', '/usr/bin/harlo/userFiles/a.pdf', 12",
+                 "2, 'u2', 'b', '/usr/bin/harlo//mnt/backup/b.pdf', NULL",
+                 "3, 'u3', 'c', '/usr/bin/harlo/c.pdf', 0",
+                 "4, NULL, NULL, '/usr/bin/harlo/', NULL",
+                 "5, 'u5', 'e', '/usr/bin/harlo//data/userfiles/UserFiles/e.pdf', 5",
+                 "6, 'u6', 'f', '/usr/bin/harlo/userFiles/old/userFiles/f.pdf', 6",
+                 "7, 'u7', 'g', '/usr/bin/harlo/userFiles/g.pdf', 7",
+                 "8, 'u8', 'h', '/usr/bin/harlo/userFiles.zip', 8",
+                 "9, 'u9', 'Поле № 1', '/usr/bin/harlo/userFiles/Поле %1 %2 %%.shp', 9"} +
+             noTransfers});
+    row("the tables are empty",
+        {files + ";" + outgoing + ";" + incoming + ";" + history + ";" + system,
+         succeeded,
+         7,
+         tables + QStringList("files") + noTransfers});
+    row("id and path are read by position and written by name",
+        {"CREATE TABLE files (number INTEGER, id INTEGER, absolutePath TEXT, source TEXT);"
+         "INSERT INTO files VALUES(1, 2, 'a', '/userFiles/1'), (2, 1, 'b', '/userFiles/2'),"
+         "('none', 0, 'c', '/userFiles/3'), (9007199254740993, 9007199254740993, 'd', '/4');" +
+             transfers,
+         succeeded,
+         7,
+         QStringList{
+             "CREATE TABLE files (number INTEGER, id INTEGER, absolutePath TEXT, source TEXT)",
+             outgoing,
+             incoming,
+             history,
+             "files",
+             "1, 2, '/usr/bin/harlo/userFiles/2', '/userFiles/1'",
+             "2, 1, '/usr/bin/harlo/userFiles/1', '/userFiles/2'",
+             "'none', 0, '/usr/bin/harlo/userFiles/3', '/userFiles/3'",
+             "9007199254740993, 9007199254740993, '/usr/bin/harlo//4', '/4'"} +
+             noTransfers});
+    row("a row that was changed earlier in the walk is read as changed",
+        {"CREATE TABLE files (id INTEGER, uuid TEXT, displayName TEXT, absolutePath TEXT);"
+         "INSERT INTO files VALUES(1, 'u1', 'a', '/userFiles/a'), (1, 'u2', 'b', '/b');" +
+             transfers,
+         succeeded,
+         7,
+         QStringList{
+             "CREATE TABLE files (id INTEGER, uuid TEXT, displayName TEXT, absolutePath TEXT)",
+             outgoing,
+             incoming,
+             history,
+             "files",
+             "1, 'u1', 'a', '/usr/bin/harlo/userFiles/a'",
+             "1, 'u2', 'b', '/usr/bin/harlo/userFiles/a'"} +
+             noTransfers});
 
     // From here on something fails: the rest is still done, nothing is logged.
-    QTest::newRow("a path has a quote") << StepRun{
-        oneFile +
-            "INSERT INTO files VALUES"
-            "(2, '', '', '/userFiles/O''Neill', NULL), (3, '', '', '/userFiles/c', 0);" +
-            transfers,
-        {},
-        versionUnmoved,
-        tables +
-            QStringList{
-                "files",
-                fileMoved,
-                "2, '', '', '/userFiles/O''Neill', NULL",
-                "3, '', '', '/usr/bin/harlo/userFiles/c', 0"} +
-            noTransfers};
+    row("a path has a quote",
+        {oneFile +
+             "INSERT INTO files VALUES"
+             "(2, '', '', '/userFiles/O''Neill', NULL), (3, '', '', '/userFiles/c', 0);" +
+             transfers,
+         {},
+         versionUnmoved,
+         tables +
+             QStringList{
+                 "files",
+                 fileMoved,
+                 "2, '', '', '/userFiles/O''Neill', NULL",
+                 "3, '', '', '/usr/bin/harlo/userFiles/c', 0"} +
+             noTransfers});
     const QByteArray unreadableFiles = QByteArray(files).replace(
         "fileSize INTEGER", unreadableColumn("fileSize INTEGER", "id = 2"));
-    QTest::newRow("reading the files stops on an error") << StepRun{
-        oneFile + "INSERT INTO files VALUES(2, '', '', '/b', 0);" + transfers +
-            makeUnreadable("files", "fileSize INTEGER", "id = 2"),
-        {},
-        versionUnmoved,
-        QStringList{unreadableFiles, outgoing, incoming, history, "files", fileMoved + ", 12"} +
-            noTransfers};
-    QTest::newRow("there is no table of files") << StepRun{
-        transfers,
-        {},
-        versionUnmoved,
-        {outgoing, incoming, history, "OutgoingFiles", "IncomingFiles", "FileTransferHistory"}};
-    QTest::newRow("there is no table of outgoing files") << StepRun{
-        oneFile + oneIncoming + oneTransfer + oneSystemFile,
-        {},
-        versionUnmoved,
-        {files, incoming, history, "files", fileMoved, "IncomingFiles", "FileTransferHistory"}};
-    QTest::newRow("there is no table of incoming files") << StepRun{
-        oneFile + oneOutgoing + oneTransfer + oneSystemFile,
-        {},
-        versionUnmoved,
-        {files, outgoing, history, "files", fileMoved, "OutgoingFiles", "FileTransferHistory"}};
-    QTest::newRow("there is no table of the history") << StepRun{
-        oneFile + oneOutgoing + oneIncoming + oneSystemFile,
-        {},
-        versionUnmoved,
-        {files, outgoing, incoming, "files", fileMoved, "OutgoingFiles", "IncomingFiles"}};
-    QTest::newRow("there is no table of system files") << StepRun{
-        oneFile + oneOutgoing + oneIncoming + oneTransfer,
-        {},
-        versionUnmoved,
-        tables + QStringList{"files", fileMoved} + noTransfers};
-    QTest::newRow("there is no table at all") << StepRun{"", {}, versionUnmoved, {}};
+    row("reading the files stops on an error",
+        {oneFile + "INSERT INTO files VALUES(2, '', '', '/b', 0);" + transfers +
+             makeUnreadable("files", "fileSize INTEGER", "id = 2"),
+         {},
+         versionUnmoved,
+         QStringList{unreadableFiles, outgoing, incoming, history, "files", fileMoved + ", 12"} +
+             noTransfers});
+    row("there is no table of files",
+        {transfers,
+         {},
+         versionUnmoved,
+         {outgoing, incoming, history, "OutgoingFiles", "IncomingFiles", "FileTransferHistory"}});
+    row("there is no table of outgoing files",
+        {oneFile + oneIncoming + oneTransfer + oneSystemFile,
+         {},
+         versionUnmoved,
+         {files, incoming, history, "files", fileMoved, "IncomingFiles", "FileTransferHistory"}});
+    row("there is no table of incoming files",
+        {oneFile + oneOutgoing + oneTransfer + oneSystemFile,
+         {},
+         versionUnmoved,
+         {files, outgoing, history, "files", fileMoved, "OutgoingFiles", "FileTransferHistory"}});
+    row("there is no table of the history",
+        {oneFile + oneOutgoing + oneIncoming + oneSystemFile,
+         {},
+         versionUnmoved,
+         {files, outgoing, incoming, "files", fileMoved, "OutgoingFiles", "IncomingFiles"}});
+    row("there is no table of system files",
+        {oneFile + oneOutgoing + oneIncoming + oneTransfer,
+         {},
+         versionUnmoved,
+         tables + QStringList{"files", fileMoved} + noTransfers});
+    row("there is no table at all", {"", {}, versionUnmoved, {}});
     addRowOfClosedConnection({});
 }
 
@@ -287,73 +274,71 @@ void Versions03To10Test::updateToVersion9_data()
     const QByteArray job = "CREATE TABLE job (systemId INTEGER REFERENCES MC_MachineSystem(id))";
     const QStringList succeeded = {"Database migration to version 9 completed successfully!"};
 
-    QTest::addColumn<StepRun>("run");
-
-    QTest::newRow("systems without a last configuration are deleted") << StepRun{
-        table + ";INSERT INTO MC_MachineSystem VALUES"
-                "(1, 'Schlepper 7', 2), (2, 'spare', NULL), (3, NULL, 0), (4, NULL, NULL),"
-                "(5, 'Сеялка', '')",
-        succeeded,
-        9,
-        {table, "MC_MachineSystem", "1, 'Schlepper 7', 2", "3, NULL, 0", "5, 'Сеялка', ''"}};
-    QTest::newRow("one of them is referred to: all stay") << StepRun{
-        table + ";INSERT INTO MC_MachineSystem VALUES(1, 'spare', NULL), (2, 'used', NULL);" + job +
-            ";INSERT INTO job VALUES(2)",
-        succeeded,
-        9,
-        {table, job, "MC_MachineSystem", "1, 'spare', NULL", "2, 'used', NULL", "job", "2"}};
-    QTest::newRow("there is no table") << StepRun{"", succeeded, 9, {}};
+    const auto row = addColumns<StepRun>("run");
+    row("systems without a last configuration are deleted",
+        {table + ";INSERT INTO MC_MachineSystem VALUES"
+                 "(1, 'Schlepper 7', 2), (2, 'spare', NULL), (3, NULL, 0), (4, NULL, NULL),"
+                 "(5, 'Сеялка', '')",
+         succeeded,
+         9,
+         {table, "MC_MachineSystem", "1, 'Schlepper 7', 2", "3, NULL, 0", "5, 'Сеялка', ''"}});
+    row("one of them is referred to: all stay",
+        {table + ";INSERT INTO MC_MachineSystem VALUES(1, 'spare', NULL), (2, 'used', NULL);" +
+             job + ";INSERT INTO job VALUES(2)",
+         succeeded,
+         9,
+         {table, job, "MC_MachineSystem", "1, 'spare', NULL", "2, 'used', NULL", "job", "2"}});
+    row("there is no table", {"", succeeded, 9, {}});
     addRowOfClosedConnection(succeeded, 9);
 }
 
 void Versions03To10Test::updateToVersion10_data()
 {
-    QTest::addColumn<StepRun>("run");
-
-    QTest::newRow("both columns are dropped, the rows stay") << StepRun{
-        "CREATE TABLE boomCapacity (id INTEGER PRIMARY KEY, machineId INTEGER NOT NULL, "
-        "sectionGroupId INTEGER NOT NULL, sectionGroupName TEXT NOT NULL, capacity REAL DEFAULT "
-        "0.0, FOREIGN KEY (machineId) REFERENCES MC_Machine(id) ON DELETE CASCADE, FOREIGN KEY "
-        "(sectionGroupId) REFERENCES MC_EquipmentSectionGroup(id) ON DELETE CASCADE);"
-        "INSERT INTO boomCapacity VALUES(3, 1, 4, 'Hauptgestänge', 9.75), (8, 2, 5, 'Boom', NULL)",
-        {"Migration to version 10 was successful."},
-        10,
-        {"CREATE TABLE \"boomCapacity\" (id INTEGER , sectionGroupId INTEGER NOT NULL  , "
-         "capacity REAL DEFAULT 0.0 , PRIMARY KEY(id) , FOREIGN KEY (sectionGroupId) REFERENCES "
-         "MC_EquipmentSectionGroup(id) ON DELETE CASCADE)",
-         "boomCapacity",
-         "3, 4, 9.75",
-         "8, 5, NULL"}};
-    QTest::newRow("the columns are not there: the table is still rebuilt") << StepRun{
-        "CREATE TABLE boomCapacity (id INTEGER PRIMARY KEY, capacity REAL);"
-        "INSERT INTO boomCapacity VALUES(3, 9.75)",
-        {"Migration to version 10 was successful."},
-        10,
-        {"CREATE TABLE \"boomCapacity\" (id INTEGER , capacity REAL , PRIMARY KEY(id) )",
-         "boomCapacity",
-         "3, 9.75"}};
-    QTest::newRow("the machine cannot be dropped: the section group is not tried") << StepRun{
-        "CREATE TABLE boomCapacity (id INTEGER, machineId INTEGER, sectionGroupName TEXT, "
-        "PRIMARY KEY(machineId, id));"
-        "INSERT INTO boomCapacity VALUES(3, 1, 'Boom')",
-        columnStays("machineId", "boomCapacity", keyRefused),
-        versionUnmoved,
+    const auto row = addColumns<StepRun>("run");
+    row("both columns are dropped, the rows stay",
+        {"CREATE TABLE boomCapacity (id INTEGER PRIMARY KEY, machineId INTEGER NOT NULL, "
+         "sectionGroupId INTEGER NOT NULL, sectionGroupName TEXT NOT NULL, capacity REAL DEFAULT "
+         "0.0, FOREIGN KEY (machineId) REFERENCES MC_Machine(id) ON DELETE CASCADE, FOREIGN KEY "
+         "(sectionGroupId) REFERENCES MC_EquipmentSectionGroup(id) ON DELETE CASCADE);"
+         "INSERT INTO boomCapacity VALUES(3, 1, 4, 'Hauptgestänge', 9.75), (8, 2, 5, 'Boom', NULL)",
+         {"Migration to version 10 was successful."},
+         10,
+         {"CREATE TABLE \"boomCapacity\" (id INTEGER , sectionGroupId INTEGER NOT NULL  , "
+          "capacity REAL DEFAULT 0.0 , PRIMARY KEY(id) , FOREIGN KEY (sectionGroupId) REFERENCES "
+          "MC_EquipmentSectionGroup(id) ON DELETE CASCADE)",
+          "boomCapacity",
+          "3, 4, 9.75",
+          "8, 5, NULL"}});
+    row("the columns are not there: the table is still rebuilt",
+        {"CREATE TABLE boomCapacity (id INTEGER PRIMARY KEY, capacity REAL);"
+         "INSERT INTO boomCapacity VALUES(3, 9.75)",
+         {"Migration to version 10 was successful."},
+         10,
+         {"CREATE TABLE \"boomCapacity\" (id INTEGER , capacity REAL , PRIMARY KEY(id) )",
+          "boomCapacity",
+          "3, 9.75"}});
+    row("the machine cannot be dropped: the section group is not tried",
         {"CREATE TABLE boomCapacity (id INTEGER, machineId INTEGER, sectionGroupName TEXT, "
-         "PRIMARY KEY(machineId, id))",
-         "boomCapacity",
-         "3, 1, 'Boom'"}};
-    QTest::newRow("the section group cannot be dropped: the machine is dropped already") << StepRun{
-        "CREATE TABLE boomCapacity (id INTEGER, machineId INTEGER, sectionGroupName TEXT, "
-        "PRIMARY KEY(sectionGroupName, id));"
-        "INSERT INTO boomCapacity VALUES(3, 1, 'Boom')",
-        columnStays("sectionGroupName", "boomCapacity", keyRefused),
-        versionUnmoved,
-        {"CREATE TABLE \"boomCapacity\" (id INTEGER , sectionGroupName TEXT , "
-         "PRIMARY KEY(sectionGroupName,id) )",
-         "boomCapacity",
-         "3, 'Boom'"}};
-    QTest::newRow("there is no table") << StepRun{
-        "", columnStays("machineId", "boomCapacity", rebuildRefused), versionUnmoved, {}};
+         "PRIMARY KEY(machineId, id));"
+         "INSERT INTO boomCapacity VALUES(3, 1, 'Boom')",
+         columnStays("machineId", "boomCapacity", keyRefused),
+         versionUnmoved,
+         {"CREATE TABLE boomCapacity (id INTEGER, machineId INTEGER, sectionGroupName TEXT, "
+          "PRIMARY KEY(machineId, id))",
+          "boomCapacity",
+          "3, 1, 'Boom'"}});
+    row("the section group cannot be dropped: the machine is dropped already",
+        {"CREATE TABLE boomCapacity (id INTEGER, machineId INTEGER, sectionGroupName TEXT, "
+         "PRIMARY KEY(sectionGroupName, id));"
+         "INSERT INTO boomCapacity VALUES(3, 1, 'Boom')",
+         columnStays("sectionGroupName", "boomCapacity", keyRefused),
+         versionUnmoved,
+         {"CREATE TABLE \"boomCapacity\" (id INTEGER , sectionGroupName TEXT , "
+          "PRIMARY KEY(sectionGroupName,id) )",
+          "boomCapacity",
+          "3, 'Boom'"}});
+    row("there is no table",
+        {"", columnStays("machineId", "boomCapacity", rebuildRefused), versionUnmoved, {}});
     addRowOfClosedConnection(columnStays("machineId", "boomCapacity", ""));
 }
 
@@ -491,25 +476,6 @@ void Versions03To10Test::probes_data()
     QTest::newRow("version 10: the columns have another letter case")
         << probe10 << QByteArray("CREATE TABLE boomCapacity (id, MachineId, SectionGroupName)")
         << true;
-}
-
-void Versions03To10Test::probes()
-{
-    QFETCH(Probe, probe);
-    checkProbe(probe);
-}
-
-void Versions03To10Test::probesOnAClosedConnection()
-{
-    checkProbesOnAClosedConnection(
-        {{&M::getUpdate3Applied, false},
-         {&M::getUpdate4Applied, false},
-         {&M::getUpdate5Applied, false},
-         {&M::getUpdate6Applied, false},
-         {&M::getUpdate7Applied, true},
-         {&M::getUpdate8Applied, false},
-         {&M::getUpdate9Applied, true},
-         {&M::getUpdate10Applied, true}});
 }
 
 QTEST_APPLESS_MAIN(Versions03To10Test)

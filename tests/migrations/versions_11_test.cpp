@@ -41,7 +41,6 @@ private slots:
     void dateFormatsDoNotComeBack();
     void getUpdate11Applied_data();
     void getUpdate11Applied() { checkProbe(&M::getUpdate11Applied); }
-    void probeOnAClosedConnection();
 };
 
 void Versions11Test::updateToVersion11_data()
@@ -65,48 +64,39 @@ void Versions11Test::updateToVersion11_data()
     const QByteArray firstRefused = refusalToChange("m/dd/yyyy");
     const QByteArray secondRefused = refusalToChange("dd/m/yyyy");
 
-    QTest::addColumn<StepRun>("run");
-
-    QTest::newRow("transfers get their dates, profiles get another format") << StepRun{
-        before +
-            "INSERT INTO OutgoingFiles VALUES(1), (2);INSERT INTO IncomingFiles VALUES(3);"
-            "INSERT INTO FileTransferHistory VALUES(4);" +
-            profiles + rows,
-        succeeded,
-        11,
-        tables +
-            QStringList{
-                profiles,
-                "OutgoingFiles",
-                "1, NULL, NULL",
-                "2, NULL, NULL",
-                "IncomingFiles",
-                "3, NULL, NULL",
-                "FileTransferHistory",
-                "4, NULL, NULL"} +
-            corrected};
-    QTest::newRow("there is no table of profiles")
-        << StepRun{before, succeeded, 11, tables + noTransfers};
-    QTest::newRow("the first format cannot be corrected") << StepRun{
-        before + profiles + ";INSERT INTO userProfiles VALUES(1, 'm/dd/yyyy'), (2, 'dd/m/yyyy');" +
-            firstRefused,
-        succeeded,
-        11,
-        tables + QStringList{profiles, firstRefused} + noTransfers +
-            QStringList{"userProfiles", "1, 'm/dd/yyyy'", "2, 'd/M/yyyy'"}};
-    QTest::newRow("the second format cannot be corrected") << StepRun{
-        before + profiles + ";INSERT INTO userProfiles VALUES(1, 'm/dd/yyyy'), (2, 'dd/m/yyyy');" +
-            secondRefused,
-        succeeded,
-        11,
-        tables + QStringList{profiles, secondRefused} + noTransfers +
-            QStringList{"userProfiles", "1, 'M/d/yyyy'", "2, 'dd/m/yyyy'"}};
-    QTest::newRow("there are no tables of transfers") << StepRun{
-        profiles + rows,
-        forEach(columnsOfVersion11, addedToNothing) +
-            QStringList("Migration to version 11 FAILED!"),
-        versionUnmoved,
-        QStringList(profiles) + corrected};
+    const auto row = addColumns<StepRun>("run");
+    row("transfers get their dates, profiles get another format",
+        {before +
+             "INSERT INTO OutgoingFiles VALUES(1), (2);INSERT INTO IncomingFiles VALUES(3);"
+             "INSERT INTO FileTransferHistory VALUES(4);" +
+             profiles + rows,
+         succeeded,
+         11,
+         tables + QStringList(profiles) +
+             rowsOf("OutgoingFiles", {"1, NULL, NULL", "2, NULL, NULL"}) +
+             rowsOf("IncomingFiles", {"3, NULL, NULL"}) +
+             rowsOf("FileTransferHistory", {"4, NULL, NULL"}) + corrected});
+    row("there is no table of profiles", {before, succeeded, 11, tables + noTransfers});
+    row("the first format cannot be corrected",
+        {before + profiles + ";INSERT INTO userProfiles VALUES(1, 'm/dd/yyyy'), (2, 'dd/m/yyyy');" +
+             firstRefused,
+         succeeded,
+         11,
+         tables + QStringList{profiles, firstRefused} + noTransfers +
+             QStringList{"userProfiles", "1, 'm/dd/yyyy'", "2, 'd/M/yyyy'"}});
+    row("the second format cannot be corrected",
+        {before + profiles + ";INSERT INTO userProfiles VALUES(1, 'm/dd/yyyy'), (2, 'dd/m/yyyy');" +
+             secondRefused,
+         succeeded,
+         11,
+         tables + QStringList{profiles, secondRefused} + noTransfers +
+             QStringList{"userProfiles", "1, 'M/d/yyyy'", "2, 'dd/m/yyyy'"}});
+    row("there are no tables of transfers",
+        {profiles + rows,
+         forEach(columnsOfVersion11, addedToNothing) +
+             QStringList("Migration to version 11 FAILED!"),
+         versionUnmoved,
+         QStringList(profiles) + corrected});
     addRowOfClosedConnection(
         forEach(columnsOfVersion11, newColumnNotAdded, "") +
         QStringList("Migration to version 11 FAILED!"));
@@ -136,59 +126,48 @@ void Versions11Test::revertFromVersion11_data()
     const QByteArray firstRefused = refusalToChange("M/dd/yyyy");
     const QByteArray secondRefused = refusalToChange("dd/M/yyyy");
 
-    QTest::addColumn<StepRun>("run");
-
-    QTest::newRow("transfers lose their dates, and other formats change than in the forward step")
-        << StepRun{
-               profiles + rows + before +
-                   "INSERT INTO OutgoingFiles VALUES(1, '2013-01-01', '2013-02-01'), (2, '', NULL);"
-                   "INSERT INTO IncomingFiles VALUES(3, NULL, '2013-02-01');"
-                   "INSERT INTO FileTransferHistory VALUES(4, NULL, NULL);",
-               {},
-               10,
-               QStringList(profiles) + tables + reverted +
-                   QStringList{
-                       "OutgoingFiles",
-                       "1",
-                       "2",
-                       "IncomingFiles",
-                       "3",
-                       "FileTransferHistory",
-                       "4"}};
-    QTest::newRow("there is no table of profiles") << StepRun{before, {}, 10, tables + noTransfers};
-    QTest::newRow("the first format cannot be changed") << StepRun{
-        before + profiles + ";INSERT INTO userProfiles VALUES(1, 'M/dd/yyyy'), (2, 'dd/M/yyyy');" +
-            firstRefused,
-        {},
-        10,
-        QStringList{profiles, firstRefused} + tables +
-            QStringList{"userProfiles", "1, 'M/dd/yyyy'", "2, 'd/m/yyyy'"} + noTransfers};
-    QTest::newRow("the second format cannot be changed") << StepRun{
-        before + profiles + ";INSERT INTO userProfiles VALUES(1, 'M/dd/yyyy'), (2, 'dd/M/yyyy');" +
-            secondRefused,
-        {},
-        10,
-        QStringList{profiles, secondRefused} + tables +
-            QStringList{"userProfiles", "1, 'm/d/yyyy'", "2, 'dd/M/yyyy'"} + noTransfers};
-    QTest::newRow("there are no tables of transfers") << StepRun{
-        profiles + rows,
-        forEach(columnsOfVersion11, columnStays, rebuildRefused),
-        10,
-        QStringList(profiles) + reverted};
+    const auto row = addColumns<StepRun>("run");
+    row("transfers lose their dates, and other formats change than in the forward step",
+        {profiles + rows + before +
+             "INSERT INTO OutgoingFiles VALUES(1, '2013-01-01', '2013-02-01'), (2, '', NULL);"
+             "INSERT INTO IncomingFiles VALUES(3, NULL, '2013-02-01');"
+             "INSERT INTO FileTransferHistory VALUES(4, NULL, NULL);",
+         {},
+         10,
+         QStringList(profiles) + tables + reverted +
+             QStringList{
+                 "OutgoingFiles", "1", "2", "IncomingFiles", "3", "FileTransferHistory", "4"}});
+    row("there is no table of profiles", {before, {}, 10, tables + noTransfers});
+    row("the first format cannot be changed",
+        {before + profiles + ";INSERT INTO userProfiles VALUES(1, 'M/dd/yyyy'), (2, 'dd/M/yyyy');" +
+             firstRefused,
+         {},
+         10,
+         QStringList{profiles, firstRefused} + tables +
+             QStringList{"userProfiles", "1, 'M/dd/yyyy'", "2, 'd/m/yyyy'"} + noTransfers});
+    row("the second format cannot be changed",
+        {before + profiles + ";INSERT INTO userProfiles VALUES(1, 'M/dd/yyyy'), (2, 'dd/M/yyyy');" +
+             secondRefused,
+         {},
+         10,
+         QStringList{profiles, secondRefused} + tables +
+             QStringList{"userProfiles", "1, 'm/d/yyyy'", "2, 'dd/M/yyyy'"} + noTransfers});
+    row("there are no tables of transfers",
+        {profiles + rows,
+         forEach(columnsOfVersion11, columnStays, rebuildRefused),
+         10,
+         QStringList(profiles) + reverted});
     addRowOfClosedConnection(forEach(columnsOfVersion11, columnStays, ""), 10);
 }
 
 void Versions11Test::secondRun_data()
 {
-    QTest::addColumn<Step>("step");
-    QTest::addColumn<int>("version");
-    QTest::addColumn<QStringList>("log");
-
-    QTest::newRow("forward: the columns are there")
-        << Step(&M::updateToVersion11) << 11
-        << (forEach(columnsOfVersion11, addedBefore) << "Migration to version 11 FAILED!");
-    QTest::newRow("backward: the tables are rebuilt as they are")
-        << Step(&M::revertFromVersion11) << 10 << QStringList();
+    const auto row = addColumns<Step, int, QStringList>("step", "version", "log");
+    row("forward: the columns are there",
+        &M::updateToVersion11,
+        11,
+        (forEach(columnsOfVersion11, addedBefore) << "Migration to version 11 FAILED!"));
+    row("backward: the tables are rebuilt as they are", &M::revertFromVersion11, 10, {});
 }
 
 void Versions11Test::secondRun()
@@ -217,35 +196,24 @@ void Versions11Test::dateFormatsDoNotComeBack()
 
 void Versions11Test::getUpdate11Applied_data()
 {
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<bool>("applied");
-
-    QTest::newRow("both columns are there")
-        << QByteArray("CREATE TABLE OutgoingFiles (id, startDate, endDate)") << true;
-    QTest::newRow("the columns are the first ones")
-        << QByteArray("CREATE TABLE OutgoingFiles (endDate, startDate)") << true;
-    QTest::newRow("there is no start")
-        << QByteArray("CREATE TABLE OutgoingFiles (id, endDate)") << false;
-    QTest::newRow("there is no end")
-        << QByteArray("CREATE TABLE OutgoingFiles (id, startDate)") << false;
-    QTest::newRow("the start has another letter case")
-        << QByteArray("CREATE TABLE OutgoingFiles (id, StartDate, endDate)") << false;
-    QTest::newRow("the end has another letter case")
-        << QByteArray("CREATE TABLE OutgoingFiles (id, startDate, EndDate)") << false;
-    QTest::newRow("there is no table") << QByteArray() << true;
-    QTest::newRow("a table in another letter case is not seen")
-        << QByteArray("CREATE TABLE outgoingfiles (id)") << true;
-    QTest::newRow("a view is not seen")
-        << QByteArray("CREATE VIEW OutgoingFiles AS SELECT 1 AS id") << true;
-    QTest::newRow("the other tables are not looked at")
-        << QByteArray("CREATE TABLE OutgoingFiles (id, startDate, endDate);"
-                      "CREATE TABLE IncomingFiles (id);CREATE TABLE FileTransferHistory (id)")
-        << true;
-}
-
-void Versions11Test::probeOnAClosedConnection()
-{
-    checkProbesOnAClosedConnection({{&M::getUpdate11Applied, true}});
+    const auto row = addColumns<QByteArray, bool>("before", "applied");
+    row("both columns are there", "CREATE TABLE OutgoingFiles (id, startDate, endDate)", true);
+    row("the columns are the first ones", "CREATE TABLE OutgoingFiles (endDate, startDate)", true);
+    row("there is no start", "CREATE TABLE OutgoingFiles (id, endDate)", false);
+    row("there is no end", "CREATE TABLE OutgoingFiles (id, startDate)", false);
+    row("the start has another letter case",
+        "CREATE TABLE OutgoingFiles (id, StartDate, endDate)",
+        false);
+    row("the end has another letter case",
+        "CREATE TABLE OutgoingFiles (id, startDate, EndDate)",
+        false);
+    row("there is no table", "", true);
+    row("a table in another letter case is not seen", "CREATE TABLE outgoingfiles (id)", true);
+    row("a view is not seen", "CREATE VIEW OutgoingFiles AS SELECT 1 AS id", true);
+    row("the other tables are not looked at",
+        "CREATE TABLE OutgoingFiles (id, startDate, endDate);"
+        "CREATE TABLE IncomingFiles (id);CREATE TABLE FileTransferHistory (id)",
+        true);
 }
 
 QTEST_APPLESS_MAIN(Versions11Test)

@@ -1,29 +1,11 @@
+#include "migrations/switchbox_tables.h"
 #include "support/step_test.h"
 
 // Version 13, and what versions 13 to 20 do one after the other.
 
 namespace
 {
-// The profiles without the columns of versions 13 and 20, and their text after a rebuild.
-const QByteArray profiles = "CREATE TABLE userProfiles (id INTEGER PRIMARY KEY, userName TEXT";
-const QString profilesRebuilt =
-    "CREATE TABLE \"userProfiles\" (id INTEGER , userName TEXT , PRIMARY KEY(id) )";
-
-// The other tables that the walk from version 12 to version 20 changes.
-const QByteArray machines = "CREATE TABLE MC_MachineConfig (id INTEGER PRIMARY KEY)";
-const QByteArray switches =
-    "CREATE TABLE onScreenSwitchboxConfig (machineConfigId INTEGER, sectionId INTEGER, "
-    "switchId INTEGER, PRIMARY KEY (machineConfigId, sectionId), FOREIGN KEY (machineConfigId) "
-    "REFERENCES MC_MachineConfig(id) ON DELETE CASCADE)";
-const QByteArray labels =
-    "CREATE TABLE onScreenSwitchboxSwitchLabels (machineConfigId INTEGER, switchId INTEGER, "
-    "switchLabel varchar(3), PRIMARY KEY (machineConfigId, switchId), FOREIGN KEY "
-    "(machineConfigId) REFERENCES MC_MachineConfig(id) ON DELETE CASCADE)";
-const QByteArray mapping =
-    "CREATE TABLE onScreenSwitchboxToMachineMapping(machineConfigId INTEGER PRIMARY KEY, "
-    "boomStringRepresentation TEXT, FOREIGN KEY (machineConfigId) REFERENCES MC_MachineConfig(id) "
-    "ON DELETE CASCADE)";
-
+// Other tables that the walk from version 12 to version 20 changes.
 const QByteArray languages = "CREATE TABLE languages (code TEXT)";
 const QByteArray internalReceivers =
     "CREATE TABLE internalGpsReceiverSettings (id INTEGER PRIMARY KEY, baudRate INTEGER";
@@ -65,9 +47,8 @@ private slots:
     void secondUpdate_data();
     void secondUpdate();
     void secondRevert_data();
-    void secondRevert();
+    void secondRevert() { checkSecondRun(startAt20()); }
     void backFrom20To12AndForwardAgain();
-    void probesOnAClosedConnection();
 
 private:
     DatabaseMigrator &startAt20();
@@ -99,51 +80,48 @@ void Versions13To20Test::updateToVersion13_data()
     const QStringList failed("Migration to version 13 FAILED!");
     const QStringList updatesStay = viewStays("SoftwareUpdateTable");
 
-    QTest::addColumn<StepRun>("run");
-
-    QTest::newRow("the updates are dropped, no profile has accepted the licence") << StepRun{
-        updates + profiles +
-            ");INSERT INTO SoftwareUpdateTable VALUES(1), (2);"
-            "INSERT INTO userProfiles VALUES(1, 'Müller'), (7, NULL);",
-        succeeded,
-        13,
-        {profiles + licence, "userProfiles", "1, 'Müller', 0", "7, NULL, 0"}};
-    QTest::newRow("there are no updates")
-        << StepRun{profiles + ")", succeeded, 13, {profiles + licence, "userProfiles"}};
-    QTest::newRow("the tables that the backward step drops stay") << StepRun{
-        "CREATE TABLE SoftwareVersion (id);CREATE TABLE SoftwareUpdates (id);" + profiles +
-            ");INSERT INTO SoftwareVersion VALUES(1);"
-            "INSERT INTO SoftwareUpdates VALUES(2);",
-        succeeded,
-        13,
-        {"CREATE TABLE SoftwareVersion (id)",
-         "CREATE TABLE SoftwareUpdates (id)",
-         profiles + licence,
-         "SoftwareVersion",
-         "1",
-         "SoftwareUpdates",
-         "2",
-         "userProfiles"}};
-    QTest::newRow("the updates cannot be dropped: the licence is still added") << StepRun{
-        updatesView + ";" + profiles + ");INSERT INTO userProfiles VALUES(1, 'Müller')",
-        updatesStay + failed,
-        versionUnmoved,
-        {updatesView, profiles + licence, "userProfiles", "1, 'Müller', 0"}};
-    QTest::newRow("the licence is already there: the updates are still dropped") << StepRun{
-        updates + profiles + licence + ";INSERT INTO userProfiles VALUES(1, 'Müller', 1)",
-        addedBefore("acceptedEULA", "userProfiles") + failed,
-        versionUnmoved,
-        {profiles + licence, "userProfiles", "1, 'Müller', 1"}};
-    QTest::newRow("the licence is already there in another letter case") << StepRun{
-        updates + profiles + ", ACCEPTEDEULA)",
-        addedBefore("acceptedEULA", "userProfiles") + failed,
-        versionUnmoved,
-        {profiles + ", ACCEPTEDEULA)", "userProfiles"}};
-    QTest::newRow("both fail; they are tried in order") << StepRun{
-        updatesView,
-        updatesStay + addedToNothing("acceptedEULA", "userProfiles") + failed,
-        versionUnmoved,
-        {updatesView}};
+    const auto row = addColumns<StepRun>("run");
+    row("the updates are dropped, no profile has accepted the licence",
+        {updates + profiles +
+             ");INSERT INTO SoftwareUpdateTable VALUES(1), (2);"
+             "INSERT INTO userProfiles VALUES(1, 'Müller'), (7, NULL);",
+         succeeded,
+         13,
+         {profiles + licence, "userProfiles", "1, 'Müller', 0", "7, NULL, 0"}});
+    row("there are no updates",
+        {profiles + ")", succeeded, 13, {profiles + licence, "userProfiles"}});
+    row("the tables that the backward step drops stay",
+        {"CREATE TABLE SoftwareVersion (id);CREATE TABLE SoftwareUpdates (id);" + profiles +
+             ");INSERT INTO SoftwareVersion VALUES(1);"
+             "INSERT INTO SoftwareUpdates VALUES(2);",
+         succeeded,
+         13,
+         QStringList{
+             "CREATE TABLE SoftwareVersion (id)",
+             "CREATE TABLE SoftwareUpdates (id)",
+             profiles + licence} +
+             rowsOf("SoftwareVersion", {"1"}) + rowsOf("SoftwareUpdates", {"2"}) +
+             rowsOf("userProfiles")});
+    row("the updates cannot be dropped: the licence is still added",
+        {updatesView + ";" + profiles + ");INSERT INTO userProfiles VALUES(1, 'Müller')",
+         updatesStay + failed,
+         versionUnmoved,
+         {updatesView, profiles + licence, "userProfiles", "1, 'Müller', 0"}});
+    row("the licence is already there: the updates are still dropped",
+        {updates + profiles + licence + ";INSERT INTO userProfiles VALUES(1, 'Müller', 1)",
+         addedBefore("acceptedEULA", "userProfiles") + failed,
+         versionUnmoved,
+         {profiles + licence, "userProfiles", "1, 'Müller', 1"}});
+    row("the licence is already there in another letter case",
+        {updates + profiles + ", ACCEPTEDEULA)",
+         addedBefore("acceptedEULA", "userProfiles") + failed,
+         versionUnmoved,
+         {profiles + ", ACCEPTEDEULA)", "userProfiles"}});
+    row("both fail; they are tried in order",
+        {updatesView,
+         updatesStay + addedToNothing("acceptedEULA", "userProfiles") + failed,
+         versionUnmoved,
+         {updatesView}});
     addRowOfClosedConnection(
         tableStays("SoftwareUpdateTable", "") +
         newColumnNotAdded("acceptedEULA", "userProfiles", "") + failed);
@@ -162,50 +140,42 @@ void Versions13To20Test::revertFromVersion13_data()
     const QStringList softwareStays = viewStays("SoftwareVersion");
     const QStringList updatesStay = viewStays("SoftwareUpdates");
 
-    QTest::addColumn<StepRun>("run");
-
-    QTest::newRow("the licence and two tables are dropped") << StepRun{
-        software + updates + licensed +
-            "INSERT INTO userProfiles VALUES(7, NULL, 0);"
-            "INSERT INTO SoftwareVersion VALUES(1);INSERT INTO SoftwareUpdates VALUES(2);",
-        {},
-        12,
-        {profilesRebuilt, "userProfiles", "1, 'Müller'", "7, NULL"}};
-    QTest::newRow("only the profiles are there")
-        << StepRun{profiles + ")", {}, 12, {profilesRebuilt, "userProfiles"}};
-    QTest::newRow("the table that the forward step drops stays") << StepRun{
-        "CREATE TABLE SoftwareUpdateTable (id);" + licensed,
-        {},
-        12,
-        {"CREATE TABLE SoftwareUpdateTable (id)",
-         profilesRebuilt,
-         "SoftwareUpdateTable",
-         "userProfiles",
-         "1, 'Müller'"}};
-    QTest::newRow("the software version cannot be dropped: the rest is dropped") << StepRun{
-        softwareView + ";" + updates + licensed,
-        softwareStays,
-        versionUnmoved,
-        {softwareView, profilesRebuilt, "userProfiles", "1, 'Müller'"}};
-    QTest::newRow("the software updates cannot be dropped: the rest is dropped") << StepRun{
-        software + updatesView + ";" + licensed,
-        updatesStay,
-        versionUnmoved,
-        {updatesView, profilesRebuilt, "userProfiles", "1, 'Müller'"}};
-    QTest::newRow("the licence cannot be dropped: the rest is dropped") << StepRun{
-        software + updates + licensed + copy,
-        columnStays("acceptedEULA", "userProfiles", copyInTheWay("userProfiles")),
-        versionUnmoved,
-        {profiles + ", acceptedEULA BOOLEAN DEFAULT 0)",
-         copy,
-         "userProfiles",
-         "1, 'Müller', 1",
-         "userProfiles_temp"}};
-    QTest::newRow("all three fail; they are tried in order") << StepRun{
-        softwareView + ";" + updatesView,
-        softwareStays + updatesStay + columnStays("acceptedEULA", "userProfiles", rebuildRefused),
-        versionUnmoved,
-        {softwareView, updatesView}};
+    const auto row = addColumns<StepRun>("run");
+    row("the licence and two tables are dropped",
+        {software + updates + licensed +
+             "INSERT INTO userProfiles VALUES(7, NULL, 0);"
+             "INSERT INTO SoftwareVersion VALUES(1);INSERT INTO SoftwareUpdates VALUES(2);",
+         {},
+         12,
+         {profilesRebuilt, "userProfiles", "1, 'Müller'", "7, NULL"}});
+    row("only the profiles are there", {profiles + ")", {}, 12, {profilesRebuilt, "userProfiles"}});
+    row("the table that the forward step drops stays",
+        {"CREATE TABLE SoftwareUpdateTable (id);" + licensed,
+         {},
+         12,
+         QStringList{"CREATE TABLE SoftwareUpdateTable (id)", profilesRebuilt} +
+             rowsOf("SoftwareUpdateTable") + rowsOf("userProfiles", {"1, 'Müller'"})});
+    row("the software version cannot be dropped: the rest is dropped",
+        {softwareView + ";" + updates + licensed,
+         softwareStays,
+         versionUnmoved,
+         {softwareView, profilesRebuilt, "userProfiles", "1, 'Müller'"}});
+    row("the software updates cannot be dropped: the rest is dropped",
+        {software + updatesView + ";" + licensed,
+         updatesStay,
+         versionUnmoved,
+         {updatesView, profilesRebuilt, "userProfiles", "1, 'Müller'"}});
+    row("the licence cannot be dropped: the rest is dropped",
+        {software + updates + licensed + copy,
+         columnStays("acceptedEULA", "userProfiles", copyInTheWay("userProfiles")),
+         versionUnmoved,
+         QStringList{profiles + ", acceptedEULA BOOLEAN DEFAULT 0)", copy} +
+             rowsOf("userProfiles", {"1, 'Müller', 1"}) + rowsOf("userProfiles_temp")});
+    row("all three fail; they are tried in order",
+        {softwareView + ";" + updatesView,
+         softwareStays + updatesStay + columnStays("acceptedEULA", "userProfiles", rebuildRefused),
+         versionUnmoved,
+         {softwareView, updatesView}});
     addRowOfClosedConnection(
         tableStays("SoftwareVersion", "") + tableStays("SoftwareUpdates", "") +
         columnStays("acceptedEULA", "userProfiles", ""));
@@ -243,26 +213,15 @@ void Versions13To20Test::secondUpdate()
 
 void Versions13To20Test::secondRevert_data()
 {
-    QTest::addColumn<Step>("step");
-    QTest::addColumn<int>("version");
-    QTest::addColumn<QStringList>("log");
-
-    QTest::newRow("version 13: the table is rebuilt as it is")
-        << Step(&M::revertFromVersion13) << 12 << QStringList();
-    QTest::newRow("version 16: no locale is left")
-        << Step(&M::revertFromVersion16) << 15 << QStringList();
-    QTest::newRow("version 17: the table has its old name")
-        << Step(&M::revertFromVersion17) << 16
-        << columnStays("firmwareVersion", "supportedHarloReceiverSettings", rebuildRefused);
-    QTest::newRow("version 19: no table is left")
-        << Step(&M::revertFromVersion19) << 18 << QStringList();
-    QTest::newRow("version 20: the table is rebuilt as it is")
-        << Step(&M::revertFromVersion20) << 19 << QStringList();
-}
-
-void Versions13To20Test::secondRevert()
-{
-    checkSecondRun(startAt20());
+    const auto row = addColumns<Step, int, QStringList>("step", "version", "log");
+    row("version 13: the table is rebuilt as it is", &M::revertFromVersion13, 12, {});
+    row("version 16: no locale is left", &M::revertFromVersion16, 15, {});
+    row("version 17: the table has its old name",
+        &M::revertFromVersion17,
+        16,
+        columnStays("firmwareVersion", "supportedHarloReceiverSettings", rebuildRefused));
+    row("version 19: no table is left", &M::revertFromVersion19, 18, {});
+    row("version 20: the table is rebuilt as it is", &M::revertFromVersion20, 19, {});
 }
 
 void Versions13To20Test::backFrom20To12AndForwardAgain()
@@ -291,19 +250,11 @@ void Versions13To20Test::backFrom20To12AndForwardAgain()
              "CREATE TABLE \"MC_EquipmentSectionGroup\" (id INTEGER , PRIMARY KEY(id) )",
              "CREATE TABLE \"preferredGpsSolutions\" (id INTEGER , PRIMARY KEY(id) )",
              "CREATE TABLE \"userProfiles\" (id INTEGER , userName TEXT , language TEXT , "
-             "PRIMARY KEY(id) )",
-             "MC_MachineConfig",
-             "1",
-             "JP_JobProfile",
-             "1",
-             "internalGpsReceiverSettings",
-             "1, 38400",
-             "MC_EquipmentSectionGroup",
-             "1",
-             "preferredGpsSolutions",
-             "1",
-             "userProfiles",
-             "1, 'Петров', 'ru'"}));
+             "PRIMARY KEY(id) )"}) +
+            rowsOf("MC_MachineConfig", {"1"}) + rowsOf("JP_JobProfile", {"1"}) +
+            rowsOf("internalGpsReceiverSettings", {"1, 38400"}) +
+            rowsOf("MC_EquipmentSectionGroup", {"1"}) + rowsOf("preferredGpsSolutions", {"1"}) +
+            rowsOf("userProfiles", {"1, 'Петров', 'ru'"}));
 
     migrator.updateToVersion13();
     migrator.updateToVersion14();
@@ -342,33 +293,13 @@ void Versions13To20Test::backFrom20To12AndForwardAgain()
              "CREATE TABLE \"userProfiles\" (id INTEGER , userName TEXT , language TEXT , "
              "acceptedEULA BOOLEAN DEFAULT 0, audibleBackingUpWarningEnabled BOOLEAN, "
              "audioVolumePercent REAL, PRIMARY KEY(id) )",
-             mapping,
-             "MC_MachineConfig",
-             "1",
-             "JP_JobProfile",
-             "1, 2",
-             "supportedHarloReceiverSettings",
-             "1, 38400, NULL",
-             "MC_EquipmentSectionGroup",
-             "1, 1",
-             "preferredGpsSolutions",
-             "1, 1",
-             "userProfiles",
-             "1, 'Петров', 'ru-RU', 0, 1, 0.75",
-             "onScreenSwitchboxToMachineMapping"}));
-}
-
-void Versions13To20Test::probesOnAClosedConnection()
-{
-    checkProbesOnAClosedConnection(
-        {{&M::getUpdate13Applied, false},
-         {&M::getUpdate14Applied, true},
-         {&M::getUpdate15Applied, false},
-         {&M::getUpdate16Applied, true},
-         {&M::getUpdate17Applied, true},
-         {&M::getUpdate18Applied, false},
-         {&M::getUpdate19Applied, false},
-         {&M::getUpdate20Applied, false}});
+             mapping}) +
+            rowsOf("MC_MachineConfig", {"1"}) + rowsOf("JP_JobProfile", {"1, 2"}) +
+            rowsOf("supportedHarloReceiverSettings", {"1, 38400, NULL"}) +
+            rowsOf("MC_EquipmentSectionGroup", {"1, 1"}) +
+            rowsOf("preferredGpsSolutions", {"1, 1"}) +
+            rowsOf("userProfiles", {"1, 'Петров', 'ru-RU', 0, 1, 0.75"}) +
+            rowsOf("onScreenSwitchboxToMachineMapping"));
 }
 
 QTEST_APPLESS_MAIN(Versions13To20Test)

@@ -92,59 +92,35 @@ void Versions16To17Test::updateToVersion16_data()
     const QByteArray languagesView = viewInPlaceOf("languages");
     const QByteArray namesakes = "CREATE TABLE userProfiles (id INTEGER PRIMARY KEY, "
                                  "language TEXT, \"en-US\" TEXT, \"es\" TEXT)";
+    const QStringList others = {"it", "EN", " en", "en-GB", "fr-CA", ""};
 
-    QTest::addColumn<StepRun>("run");
-
-    QTest::newRow("six languages get their country, their table is dropped") << StepRun{
-        languages + ";INSERT INTO languages VALUES('en'), ('es');" + speakers + ";" +
-            insertSpeakers(
-                {"en",
-                 "es",
-                 "fr",
-                 "de",
-                 "ru",
-                 "pt",
-                 "en",
-                 "it",
-                 "EN",
-                 " en",
-                 "en-GB",
-                 "fr-CA",
-                 ""}) +
-            "INSERT INTO userProfiles VALUES(20, NULL)",
-        succeeded,
-        16,
-        QStringList(speakers) +
-            speakersOf(
-                {"en-US",
-                 "es-ES",
-                 "fr-FR",
-                 "de-DE",
-                 "ru-RU",
-                 "pt-BR",
-                 "en-US",
-                 "it",
-                 "EN",
-                 " en",
-                 "en-GB",
-                 "fr-CA",
-                 ""}) +
-            QStringList("20, NULL")};
-    QTest::newRow("the languages are changed in order, their table is dropped last") << StepRun{
-        languages + ";INSERT INTO languages VALUES('en');" + speakers + ";" +
-            insertSpeakers({"pt", "ru", "de", "fr", "es", "en"}) + changes + ";" + watchingChanges,
-        succeeded,
-        16,
-        QStringList{speakers, changes, watchingChanges} +
-            speakersOf({"pt-BR", "ru-RU", "de-DE", "fr-FR", "es-ES", "en-US"}) +
-            QStringList{
-                "changes",
-                "'en', 'en-US'",
-                "'es', 'es-ES'",
-                "'fr', 'fr-FR'",
-                "'de', 'de-DE'",
-                "'ru', 'ru-RU'",
-                "'pt', 'pt-BR'"}};
+    const auto row = addColumns<StepRun>("run");
+    row("six languages get their country, their table is dropped",
+        {languages + ";INSERT INTO languages VALUES('en'), ('es');" + speakers + ";" +
+             insertSpeakers(QStringList{"en", "es", "fr", "de", "ru", "pt", "en"} + others) +
+             "INSERT INTO userProfiles VALUES(20, NULL)",
+         succeeded,
+         16,
+         QStringList(speakers) +
+             speakersOf(
+                 QStringList{"en-US", "es-ES", "fr-FR", "de-DE", "ru-RU", "pt-BR", "en-US"} +
+                 others) +
+             QStringList("20, NULL")});
+    row("the languages are changed in order, their table is dropped last",
+        {languages + ";INSERT INTO languages VALUES('en');" + speakers + ";" +
+             insertSpeakers({"pt", "ru", "de", "fr", "es", "en"}) + changes + ";" + watchingChanges,
+         succeeded,
+         16,
+         QStringList{speakers, changes, watchingChanges} +
+             speakersOf({"pt-BR", "ru-RU", "de-DE", "fr-FR", "es-ES", "en-US"}) +
+             QStringList{
+                 "changes",
+                 "'en', 'en-US'",
+                 "'es', 'es-ES'",
+                 "'fr', 'fr-FR'",
+                 "'de', 'de-DE'",
+                 "'ru', 'ru-RU'",
+                 "'pt', 'pt-BR'"}});
     for (const auto &[language, locale] : localesOfLanguages) {
         QStringList found;
         QStringList left;
@@ -158,92 +134,68 @@ void Versions16To17Test::updateToVersion16_data()
             versionUnmoved,
             QStringList{speakers, refusalToChange(language)} + speakersOf(left)};
     }
-    QTest::newRow("there is no table of languages: the profiles still change") << StepRun{
-        speakers + ";" + insertSpeakers({"en", "pt"}),
-        failed,
-        versionUnmoved,
-        QStringList(speakers) + speakersOf({"en-US", "pt-BR"})};
-    QTest::newRow("the languages are a view: the profiles still change") << StepRun{
-        speakers + ";" + insertSpeakers({"en", "pt"}) + languagesView,
-        failed,
-        versionUnmoved,
-        QStringList{speakers, languagesView} + speakersOf({"en-US", "pt-BR"})};
-    QTest::newRow("there are no profiles")
-        << StepRun{languages + ";" + speakers, succeeded, 16, {speakers, "userProfiles"}};
-    QTest::newRow("there is no table of profiles: the languages are still dropped")
-        << StepRun{languages, failed, versionUnmoved, {}};
-    QTest::newRow("a column with a language's name: its value is written") << StepRun{
-        languages + ";" + namesakes +
-            ";INSERT INTO userProfiles VALUES(1, 'en', 'en-AU', ''), (2, 'es', '', ''), "
-            "(3, 'ca', '', 'ca')",
-        succeeded,
-        16,
-        {namesakes,
-         "userProfiles",
-         "1, 'en-AU', 'en-AU', ''",
-         "2, 'es', '', ''",
-         "3, 'es-ES', '', 'ca'"}};
+    row("there is no table of languages: the profiles still change",
+        {speakers + ";" + insertSpeakers({"en", "pt"}),
+         failed,
+         versionUnmoved,
+         QStringList(speakers) + speakersOf({"en-US", "pt-BR"})});
+    row("the languages are a view: the profiles still change",
+        {speakers + ";" + insertSpeakers({"en", "pt"}) + languagesView,
+         failed,
+         versionUnmoved,
+         QStringList{speakers, languagesView} + speakersOf({"en-US", "pt-BR"})});
+    row("there are no profiles",
+        {languages + ";" + speakers, succeeded, 16, {speakers, "userProfiles"}});
+    row("there is no table of profiles: the languages are still dropped",
+        {languages, failed, versionUnmoved, {}});
+    row("a column with a language's name: its value is written",
+        {languages + ";" + namesakes +
+             ";INSERT INTO userProfiles VALUES(1, 'en', 'en-AU', ''), (2, 'es', '', ''), "
+             "(3, 'ca', '', 'ca')",
+         succeeded,
+         16,
+         {namesakes,
+          "userProfiles",
+          "1, 'en-AU', 'en-AU', ''",
+          "2, 'es', '', ''",
+          "3, 'es-ES', '', 'ca'"}});
     addRowOfClosedConnection(failed);
 }
 
 void Versions16To17Test::revertFromVersion16_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const QStringList others = {"en-GB", "EN-US", "pt-PT", "it", "en"};
 
-    QTest::newRow("seven locales lose their country, the table of languages is not created")
-        << StepRun{
-               speakers + ";" +
-                   insertSpeakers(
-                       {"en-US",
-                        "es-ES",
-                        "fr-FR",
-                        "fr-CA",
-                        "de-DE",
-                        "ru-RU",
-                        "pt-BR",
-                        "en-US",
-                        "en-GB",
-                        "EN-US",
-                        "pt-PT",
-                        "it",
-                        "en"}) +
-                   "INSERT INTO userProfiles VALUES(20, NULL)",
-               {},
-               15,
-               QStringList(speakers) +
-                   speakersOf(
-                       {"en",
-                        "es",
-                        "fr",
-                        "fr",
-                        "de",
-                        "ru",
-                        "pt",
-                        "en",
-                        "en-GB",
-                        "EN-US",
-                        "pt-PT",
-                        "it",
-                        "en"}) +
-                   QStringList("20, NULL")};
-    QTest::newRow("the locales are changed in order, an existing table of languages stays")
-        << StepRun{
-               languages + ";INSERT INTO languages VALUES('en');" + speakers + ";" +
-                   insertSpeakers({"pt-BR", "ru-RU", "de-DE", "fr-CA", "fr-FR", "es-ES", "en-US"}) +
-                   changes + ";" + watchingChanges,
-               {},
-               15,
-               QStringList{languages, speakers, changes, watchingChanges, "languages", "'en'"} +
-                   speakersOf({"pt", "ru", "de", "fr", "fr", "es", "en"}) +
-                   QStringList{
-                       "changes",
-                       "'en-US', 'en'",
-                       "'es-ES', 'es'",
-                       "'fr-FR', 'fr'",
-                       "'fr-CA', 'fr'",
-                       "'de-DE', 'de'",
-                       "'ru-RU', 'ru'",
-                       "'pt-BR', 'pt'"}};
+    const auto row = addColumns<StepRun>("run");
+    row("seven locales lose their country, the table of languages is not created",
+        {speakers + ";" +
+             insertSpeakers(
+                 QStringList{
+                     "en-US", "es-ES", "fr-FR", "fr-CA", "de-DE", "ru-RU", "pt-BR", "en-US"} +
+                 others) +
+             "INSERT INTO userProfiles VALUES(20, NULL)",
+         {},
+         15,
+         QStringList(speakers) +
+             speakersOf(QStringList{"en", "es", "fr", "fr", "de", "ru", "pt", "en"} + others) +
+             QStringList("20, NULL")});
+    row("the locales are changed in order, an existing table of languages stays",
+        {languages + ";INSERT INTO languages VALUES('en');" + speakers + ";" +
+             insertSpeakers({"pt-BR", "ru-RU", "de-DE", "fr-CA", "fr-FR", "es-ES", "en-US"}) +
+             changes + ";" + watchingChanges,
+         {},
+         15,
+         QStringList{languages, speakers, changes, watchingChanges, "languages", "'en'"} +
+             speakersOf({"pt", "ru", "de", "fr", "fr", "es", "en"}) +
+             QStringList{
+                 "changes",
+                 "'en-US', 'en'",
+                 "'es-ES', 'es'",
+                 "'fr-FR', 'fr'",
+                 "'fr-CA', 'fr'",
+                 "'de-DE', 'de'",
+                 "'ru-RU', 'ru'",
+                 "'pt-BR', 'pt'"}});
     for (const auto &[locale, language] : languagesOfLocales) {
         QStringList found;
         QStringList left;
@@ -257,7 +209,7 @@ void Versions16To17Test::revertFromVersion16_data()
             15,
             QStringList{speakers, refusalToChange(locale)} + speakersOf(left)};
     }
-    QTest::newRow("there is no table of profiles") << StepRun{"", {}, 15, {}};
+    row("there is no table of profiles", {"", {}, 15, {}});
     addRowOfClosedConnection({}, 15);
 }
 
@@ -278,16 +230,12 @@ void Versions16To17Test::canadianFrenchBecomesFrenchOfFrance()
 
 void Versions16To17Test::getUpdate16Applied_data()
 {
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<bool>("applied");
-
-    QTest::newRow("there are languages") << languages << false;
-    QTest::newRow("there are no languages") << QByteArray() << true;
-    QTest::newRow("the profiles are not looked at")
-        << speakers + ";" + insertSpeakers({"en"}) << true;
-    QTest::newRow("the languages have another letter case")
-        << QByteArray("CREATE TABLE Languages (code)") << true;
-    QTest::newRow("the languages are a view") << viewInPlaceOf("languages") << true;
+    const auto row = addColumns<QByteArray, bool>("before", "applied");
+    row("there are languages", languages, false);
+    row("there are no languages", "", true);
+    row("the profiles are not looked at", speakers + ";" + insertSpeakers({"en"}), true);
+    row("the languages have another letter case", "CREATE TABLE Languages (code)", true);
+    row("the languages are a view", viewInPlaceOf("languages"), true);
 }
 
 void Versions16To17Test::updateToVersion17_data()
@@ -299,37 +247,33 @@ void Versions16To17Test::updateToVersion17_data()
     const QStringList failed("Migration to version 17 FAILED!");
     const QStringList firmwareThere = addedBefore("firmwareVersion", table);
 
-    QTest::addColumn<StepRun>("run");
-
-    QTest::newRow("the receivers are renamed and get an empty firmware version") << StepRun{
-        internalReceivers + ")" + insert + "(1, 38400), (2, NULL)",
-        {"Migration to version 17 was successful."},
-        17,
-        {receiversRenamed + firmware, table, "1, 38400, NULL", "2, NULL, NULL"}};
-    QTest::newRow("the receivers have the column already: they are still renamed") << StepRun{
-        internalReceivers + ", firmwareVersion)" + insert + "(1, 38400, '2.1')",
-        firmwareThere + failed,
-        versionUnmoved,
-        {receiversRenamed + ", firmwareVersion)", table, "1, 38400, '2.1'"}};
-    QTest::newRow("both tables are there: the column is still added") << StepRun{
-        internalReceivers + ")" + insert + "(1, 38400);" + supportedReceivers +
-            ");INSERT INTO supportedHarloReceiverSettings VALUES(5, 9600)",
-        failed,
-        versionUnmoved,
-        {internalReceivers + ")",
-         supportedReceivers + firmware,
-         "internalGpsReceiverSettings",
-         "1, 38400",
-         table,
-         "5, 9600, NULL"}};
-    QTest::newRow("the step has run before") << StepRun{
-        supportedReceivers + firmware +
-            ";INSERT INTO supportedHarloReceiverSettings VALUES(1, 38400, '2.1')",
-        firmwareThere + failed,
-        versionUnmoved,
-        {supportedReceivers + firmware, table, "1, 38400, '2.1'"}};
-    QTest::newRow("there is no table")
-        << StepRun{"", addedToNothing("firmwareVersion", table) + failed, versionUnmoved, {}};
+    const auto row = addColumns<StepRun>("run");
+    row("the receivers are renamed and get an empty firmware version",
+        {internalReceivers + ")" + insert + "(1, 38400), (2, NULL)",
+         {"Migration to version 17 was successful."},
+         17,
+         {receiversRenamed + firmware, table, "1, 38400, NULL", "2, NULL, NULL"}});
+    row("the receivers have the column already: they are still renamed",
+        {internalReceivers + ", firmwareVersion)" + insert + "(1, 38400, '2.1')",
+         firmwareThere + failed,
+         versionUnmoved,
+         {receiversRenamed + ", firmwareVersion)", table, "1, 38400, '2.1'"}});
+    row("both tables are there: the column is still added",
+        {internalReceivers + ")" + insert + "(1, 38400);" + supportedReceivers +
+             ");INSERT INTO supportedHarloReceiverSettings VALUES(5, 9600)",
+         failed,
+         versionUnmoved,
+         QStringList{internalReceivers + ")", supportedReceivers + firmware} +
+             rowsOf("internalGpsReceiverSettings", {"1, 38400"}) +
+             rowsOf(table, {"5, 9600, NULL"})});
+    row("the step has run before",
+        {supportedReceivers + firmware +
+             ";INSERT INTO supportedHarloReceiverSettings VALUES(1, 38400, '2.1')",
+         firmwareThere + failed,
+         versionUnmoved,
+         {supportedReceivers + firmware, table, "1, 38400, '2.1'"}});
+    row("there is no table",
+        {"", addedToNothing("firmwareVersion", table) + failed, versionUnmoved, {}});
     addRowOfClosedConnection(newColumnNotAdded("firmwareVersion", table, "") + failed);
 }
 
@@ -344,56 +288,48 @@ void Versions16To17Test::revertFromVersion17_data()
     const QByteArray internalRebuilt =
         "CREATE TABLE \"internalGpsReceiverSettings\"" + receiversRebuilt;
 
-    QTest::addColumn<StepRun>("run");
-
-    QTest::newRow("the receivers lose their firmware version and get their old name back")
-        << StepRun{
-               withFirmware,
-               {},
-               16,
-               {internalRebuilt, "internalGpsReceiverSettings", "1, 38400", "2, NULL"}};
-    QTest::newRow("there is no firmware version") << StepRun{
-        supportedReceivers + ")", {}, 16, {internalRebuilt, "internalGpsReceiverSettings"}};
-    QTest::newRow("the column cannot be dropped: the receivers are still renamed") << StepRun{
-        withFirmware + copy,
-        columnStays("firmwareVersion", table, copyInTheWay(table)),
-        16,
-        {"CREATE TABLE \"internalGpsReceiverSettings\" (id INTEGER PRIMARY KEY, baudRate INTEGER, "
-         "firmwareVersion VARCHAR[40])",
-         copy,
-         "internalGpsReceiverSettings",
-         "1, 38400, '2.1'",
-         "2, NULL, NULL",
-         "supportedHarloReceiverSettings_temp"}};
-    QTest::newRow("the old name is taken: the column is still dropped") << StepRun{
-        internalReceivers + ");" + withFirmware,
-        {},
-        16,
-        {internalReceivers + ")",
-         "CREATE TABLE \"supportedHarloReceiverSettings\"" + receiversRebuilt,
-         "internalGpsReceiverSettings",
-         table,
-         "1, 38400",
-         "2, NULL"}};
-    QTest::newRow("there is no table")
-        << StepRun{"", columnStays("firmwareVersion", table, rebuildRefused), 16, {}};
+    const auto row = addColumns<StepRun>("run");
+    row("the receivers lose their firmware version and get their old name back",
+        {withFirmware,
+         {},
+         16,
+         {internalRebuilt, "internalGpsReceiverSettings", "1, 38400", "2, NULL"}});
+    row("there is no firmware version",
+        {supportedReceivers + ")", {}, 16, {internalRebuilt, "internalGpsReceiverSettings"}});
+    row("the column cannot be dropped: the receivers are still renamed",
+        {withFirmware + copy,
+         columnStays("firmwareVersion", table, copyInTheWay(table)),
+         16,
+         {"CREATE TABLE \"internalGpsReceiverSettings\" (id INTEGER PRIMARY KEY, baudRate INTEGER, "
+          "firmwareVersion VARCHAR[40])",
+          copy,
+          "internalGpsReceiverSettings",
+          "1, 38400, '2.1'",
+          "2, NULL, NULL",
+          "supportedHarloReceiverSettings_temp"}});
+    row("the old name is taken: the column is still dropped",
+        {internalReceivers + ");" + withFirmware,
+         {},
+         16,
+         QStringList{
+             internalReceivers + ")",
+             "CREATE TABLE \"supportedHarloReceiverSettings\"" + receiversRebuilt} +
+             rowsOf("internalGpsReceiverSettings") + rowsOf(table, {"1, 38400", "2, NULL"})});
+    row("there is no table", {"", columnStays("firmwareVersion", table, rebuildRefused), 16, {}});
     addRowOfClosedConnection(columnStays("firmwareVersion", table, ""), 16);
 }
 
 void Versions16To17Test::getUpdate17Applied_data()
 {
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<bool>("applied");
-
-    QTest::newRow("only the new table is there") << supportedReceivers + ")" << true;
-    QTest::newRow("only the old table is there") << internalReceivers + ")" << false;
-    QTest::newRow("both tables are there")
-        << supportedReceivers + ");" + internalReceivers + ")" << false;
-    QTest::newRow("there is no table") << QByteArray() << true;
-    QTest::newRow("the old table has another letter case")
-        << QByteArray("CREATE TABLE InternalGpsReceiverSettings (id)") << true;
-    QTest::newRow("the old table is a view")
-        << viewInPlaceOf("internalGpsReceiverSettings") << true;
+    const auto row = addColumns<QByteArray, bool>("before", "applied");
+    row("only the new table is there", supportedReceivers + ")", true);
+    row("only the old table is there", internalReceivers + ")", false);
+    row("both tables are there", supportedReceivers + ");" + internalReceivers + ")", false);
+    row("there is no table", "", true);
+    row("the old table has another letter case",
+        "CREATE TABLE InternalGpsReceiverSettings (id)",
+        true);
+    row("the old table is a view", viewInPlaceOf("internalGpsReceiverSettings"), true);
 }
 
 QTEST_APPLESS_MAIN(Versions16To17Test)

@@ -1,26 +1,8 @@
+#include "migrations/switchbox_tables.h"
 #include "support/step_test.h"
 
 namespace
 {
-// The tables of version 19.
-const QByteArray machines = "CREATE TABLE MC_MachineConfig (id INTEGER PRIMARY KEY)";
-const QByteArray switches =
-    "CREATE TABLE onScreenSwitchboxConfig (machineConfigId INTEGER, sectionId INTEGER, "
-    "switchId INTEGER, PRIMARY KEY (machineConfigId, sectionId), FOREIGN KEY (machineConfigId) "
-    "REFERENCES MC_MachineConfig(id) ON DELETE CASCADE)";
-const QByteArray labels =
-    "CREATE TABLE onScreenSwitchboxSwitchLabels (machineConfigId INTEGER, switchId INTEGER, "
-    "switchLabel varchar(3), PRIMARY KEY (machineConfigId, switchId), FOREIGN KEY "
-    "(machineConfigId) REFERENCES MC_MachineConfig(id) ON DELETE CASCADE)";
-const QByteArray mapping =
-    "CREATE TABLE onScreenSwitchboxToMachineMapping(machineConfigId INTEGER PRIMARY KEY, "
-    "boomStringRepresentation TEXT, FOREIGN KEY (machineConfigId) REFERENCES MC_MachineConfig(id) "
-    "ON DELETE CASCADE)";
-
-// The profiles of version 20 without its columns, and their text after a rebuild.
-const QByteArray profiles = "CREATE TABLE userProfiles (id INTEGER PRIMARY KEY, userName TEXT";
-const QString profilesRebuilt =
-    "CREATE TABLE \"userProfiles\" (id INTEGER , userName TEXT , PRIMARY KEY(id) )";
 const QByteArray sounds = ", audibleBackingUpWarningEnabled BOOLEAN, audioVolumePercent REAL)";
 } // namespace
 
@@ -68,201 +50,122 @@ void Versions19To20Test::updateToVersion19_data()
     const QStringList labelsStay = viewStays("onScreenSwitchboxSwitchLabels");
     const QString mappingTable = "onScreenSwitchboxToMachineMapping";
 
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
+    row("every machine with switches is mapped once, switches and labels are dropped",
+        {machines + insertMachines + "(1), (2), (5);" + switches + insertSwitches +
+             "(5, 10, 0), (5, 11, 3), (5, 12, 3), (2, 20, 7);" + labels +
+             ";INSERT INTO onScreenSwitchboxSwitchLabels VALUES(5, 0, 'S1'), (1, 0, 'S1')",
+         succeeded,
+         19,
+         QStringList{machines, mapping} + rowsOf("MC_MachineConfig", {"1", "2", "5"}) +
+             rowsOf(mappingTable, {"2, 'Invalid Configuration'", "5, 'Invalid Configuration'"})});
+    row("there are no switches",
+        {machines + ";" + switches + ";" + labels,
+         succeeded,
+         19,
+         {machines, mapping, "MC_MachineConfig", mappingTable}});
+    row("there is no table of switches: the labels are dropped, nothing is mapped",
+        {machines + insertMachines + "(1);" + labels +
+             ";INSERT INTO onScreenSwitchboxSwitchLabels VALUES(1, 0, 'S1')",
+         succeeded,
+         19,
+         {machines, mapping, "MC_MachineConfig", "1", mappingTable}});
+    row("the switches have no column for the machine: they are dropped, nothing is mapped",
+        {"CREATE TABLE onScreenSwitchboxConfig (a);"
+         "INSERT INTO onScreenSwitchboxConfig VALUES(1);",
+         succeeded,
+         19,
+         {mapping, mappingTable}});
+    row("there is no table", {"", succeeded, 19, {mapping, mappingTable}});
+    row("mapped machines that have switches are mapped again, the others stay",
+        {machines + insertMachines + "(1), (2);" + switches + insertSwitches + "(1, 10, 0);" +
+             mapping +
+             ";INSERT INTO onScreenSwitchboxToMachineMapping VALUES(1, 'S1-S4'), (2, 'S5')",
+         succeeded,
+         19,
+         QStringList{machines, mapping} + rowsOf("MC_MachineConfig", {"1", "2"}) +
+             rowsOf(mappingTable, {"1, 'Invalid Configuration'", "2, 'S5'"})});
+    row("a machine with three sections is mapped only once",
+        {machines + insertMachines + "(5);" + switches + insertSwitches +
+             "(5, 10, 0), (5, 11, 3), (5, 12, 3);" + mapping + ";" + mapped + ";" + watchingMapping,
+         succeeded,
+         19,
+         QStringList{machines, mapping, mapped, watchingMapping} +
+             rowsOf("MC_MachineConfig", {"5"}) +
+             rowsOf(mappingTable, {"5, 'Invalid Configuration'"}) + rowsOf("mapped", {"5"})});
+    row("machines are 64-bit integers, anything else becomes 0",
+        {machines + insertMachines + "(-1), (0), (9007199254740993);" + switches + insertSwitches +
+             "(9007199254740993, 1, 0), ('ten', 1, 0), (NULL, 1, 0), (-1, 1, 0)",
+         succeeded,
+         19,
+         QStringList{machines, mapping} +
+             rowsOf("MC_MachineConfig", {"-1", "0", "9007199254740993"}) +
+             rowsOf(
+                 mappingTable,
+                 {"-1, 'Invalid Configuration'",
+                  "0, 'Invalid Configuration'",
+                  "9007199254740993, 'Invalid Configuration'"})});
 
-    QTest::newRow("every machine with switches is mapped once, switches and labels are dropped")
-        << StepRun{
-               machines + insertMachines + "(1), (2), (5);" + switches + insertSwitches +
-                   "(5, 10, 0), (5, 11, 3), (5, 12, 3), (2, 20, 7);" + labels +
-                   ";INSERT INTO onScreenSwitchboxSwitchLabels VALUES(5, 0, 'S1'), (1, 0, 'S1')",
-               succeeded,
-               19,
-               {machines,
-                mapping,
-                "MC_MachineConfig",
-                "1",
-                "2",
-                "5",
-                mappingTable,
-                "2, 'Invalid Configuration'",
-                "5, 'Invalid Configuration'"}};
-    QTest::newRow("there are no switches") << StepRun{
-        machines + ";" + switches + ";" + labels,
-        succeeded,
-        19,
-        {machines, mapping, "MC_MachineConfig", mappingTable}};
-    QTest::newRow("there is no table of switches: the labels are dropped, nothing is mapped")
-        << StepRun{
-               machines + insertMachines + "(1);" + labels +
-                   ";INSERT INTO onScreenSwitchboxSwitchLabels VALUES(1, 0, 'S1')",
-               succeeded,
-               19,
-               {machines, mapping, "MC_MachineConfig", "1", mappingTable}};
-    QTest::newRow(
-        "the switches have no column for the machine: they are dropped, nothing is mapped")
-        << StepRun{
-               "CREATE TABLE onScreenSwitchboxConfig (a);"
-               "INSERT INTO onScreenSwitchboxConfig VALUES(1);",
-               succeeded,
-               19,
-               {mapping, mappingTable}};
-    QTest::newRow("there is no table") << StepRun{"", succeeded, 19, {mapping, mappingTable}};
-    QTest::newRow("mapped machines that have switches are mapped again, the others stay")
-        << StepRun{
-               machines + insertMachines + "(1), (2);" + switches + insertSwitches + "(1, 10, 0);" +
-                   mapping +
-                   ";INSERT INTO onScreenSwitchboxToMachineMapping VALUES(1, 'S1-S4'), (2, 'S5')",
-               succeeded,
-               19,
-               {machines,
-                mapping,
-                "MC_MachineConfig",
-                "1",
-                "2",
-                mappingTable,
-                "1, 'Invalid Configuration'",
-                "2, 'S5'"}};
-    QTest::newRow("a machine with three sections is mapped only once") << StepRun{
-        machines + insertMachines + "(5);" + switches + insertSwitches +
-            "(5, 10, 0), (5, 11, 3), (5, 12, 3);" + mapping + ";" + mapped + ";" + watchingMapping,
-        succeeded,
-        19,
-        {machines,
-         mapping,
-         mapped,
-         watchingMapping,
-         "MC_MachineConfig",
-         "5",
-         mappingTable,
-         "5, 'Invalid Configuration'",
-         "mapped",
-         "5"}};
-    QTest::newRow("machines are 64-bit integers, anything else becomes 0") << StepRun{
-        machines + insertMachines + "(-1), (0), (9007199254740993);" + switches + insertSwitches +
-            "(9007199254740993, 1, 0), ('ten', 1, 0), (NULL, 1, 0), (-1, 1, 0)",
-        succeeded,
-        19,
-        {machines,
-         mapping,
-         "MC_MachineConfig",
-         "-1",
-         "0",
-         "9007199254740993",
-         mappingTable,
-         "-1, 'Invalid Configuration'",
-         "0, 'Invalid Configuration'",
-         "9007199254740993, 'Invalid Configuration'"}};
-
-    QTest::newRow("the mapping's table cannot be created: everything stays") << StepRun{
-        machines + insertMachines + "(1);" + indexInTheWay + ";" + switches + insertSwitches +
-            "(1, 10, 0);" + labels,
-        failed,
-        versionUnmoved,
-        {machines,
-         indexInTheWay,
-         switches,
-         labels,
-         "MC_MachineConfig",
-         "1",
-         "onScreenSwitchboxConfig",
-         "1, 10, 0",
-         "onScreenSwitchboxSwitchLabels"}};
-    QTest::newRow("one machine cannot be mapped: the next one is mapped, switches and labels stay")
-        << StepRun{
-               machines + insertMachines + "(1), (3), (5);" + switches + insertSwitches +
-                   "(1, 10, 0), (3, 10, 0), (5, 10, 0);" + labels + ";" + mapping + ";" + refusal,
-               failed,
-               versionUnmoved,
-               {machines,
-                switches,
-                labels,
-                mapping,
-                refusal,
-                "MC_MachineConfig",
-                "1",
-                "3",
-                "5",
-                "onScreenSwitchboxConfig",
-                "1, 10, 0",
-                "3, 10, 0",
-                "5, 10, 0",
-                "onScreenSwitchboxSwitchLabels",
-                mappingTable,
-                "1, 'Invalid Configuration'",
-                "5, 'Invalid Configuration'"}};
+    row("the mapping's table cannot be created: everything stays",
+        {machines + insertMachines + "(1);" + indexInTheWay + ";" + switches + insertSwitches +
+             "(1, 10, 0);" + labels,
+         failed,
+         versionUnmoved,
+         QStringList{machines, indexInTheWay, switches, labels} +
+             rowsOf("MC_MachineConfig", {"1"}) + rowsOf("onScreenSwitchboxConfig", {"1, 10, 0"}) +
+             rowsOf("onScreenSwitchboxSwitchLabels")});
+    row("one machine cannot be mapped: the next one is mapped, switches and labels stay",
+        {machines + insertMachines + "(1), (3), (5);" + switches + insertSwitches +
+             "(1, 10, 0), (3, 10, 0), (5, 10, 0);" + labels + ";" + mapping + ";" + refusal,
+         failed,
+         versionUnmoved,
+         QStringList{machines, switches, labels, mapping, refusal} +
+             rowsOf("MC_MachineConfig", {"1", "3", "5"}) +
+             rowsOf("onScreenSwitchboxConfig", {"1, 10, 0", "3, 10, 0", "5, 10, 0"}) +
+             rowsOf("onScreenSwitchboxSwitchLabels") +
+             rowsOf(mappingTable, {"1, 'Invalid Configuration'", "5, 'Invalid Configuration'"})});
     const QByteArray unreadableSwitches =
         "CREATE TABLE onScreenSwitchboxConfig (" +
         unreadableColumn("machineConfigId INTEGER", "stored = 3") + ")";
-    QTest::newRow("reading the machines stops on an error: switches and labels stay") << StepRun{
-        machines + insertMachines + "(1), (3), (5);" +
-            "CREATE TABLE onScreenSwitchboxConfig (machineConfigId INTEGER)" + insertSwitches +
-            "(1), (3), (5);" + labels +
-            makeUnreadable("onScreenSwitchboxConfig", "machineConfigId INTEGER", "stored = 3"),
-        failed,
-        versionUnmoved,
-        {machines,
-         unreadableSwitches,
-         labels,
-         mapping,
-         "MC_MachineConfig",
-         "1",
-         "3",
-         "5",
-         "onScreenSwitchboxConfig",
-         "1, 1",
-         "onScreenSwitchboxSwitchLabels",
-         mappingTable,
-         "1, 'Invalid Configuration'"}};
-    QTest::newRow("one machine does not exist: the others are mapped") << StepRun{
-        machines + insertMachines + "(1), (5);" + switches + insertSwitches +
-            "(1, 10, 0), (3, 10, 0), (5, 10, 0)",
-        failed,
-        versionUnmoved,
-        {machines,
-         switches,
-         mapping,
-         "MC_MachineConfig",
-         "1",
-         "5",
-         "onScreenSwitchboxConfig",
-         "1, 10, 0",
-         "3, 10, 0",
-         "5, 10, 0",
-         mappingTable,
-         "1, 'Invalid Configuration'",
-         "5, 'Invalid Configuration'"}};
-    QTest::newRow("the mapping is a view, and there are no switches")
-        << StepRun{mappingView + ";" + switches, succeeded, 19, {mappingView}};
-    QTest::newRow("the mapping is a view, and there is a switch") << StepRun{
-        mappingView + ";" + machines + insertMachines + "(1);" + switches + insertSwitches +
-            "(1, 10, 0)",
-        failed,
-        versionUnmoved,
-        {mappingView,
-         machines,
-         switches,
-         "MC_MachineConfig",
-         "1",
-         "onScreenSwitchboxConfig",
-         "1, 10, 0"}};
-    QTest::newRow("the switches cannot be dropped: the labels are") << StepRun{
-        machines + insertMachines + "(1), (2);" + switchesView + ";" + labels,
-        switchesStay + succeeded,
-        19,
-        {machines,
-         switchesView,
-         mapping,
-         "MC_MachineConfig",
-         "1",
-         "2",
-         mappingTable,
-         "1, 'Invalid Configuration'",
-         "2, 'Invalid Configuration'"}};
-    QTest::newRow("neither can be read or dropped; both are tried in order") << StepRun{
-        brokenSwitchesView + ";" + labelsView,
-        switchesStay + labelsStay + succeeded,
-        19,
-        {brokenSwitchesView, labelsView, mapping, mappingTable}};
+    row("reading the machines stops on an error: switches and labels stay",
+        {machines + insertMachines + "(1), (3), (5);" +
+             "CREATE TABLE onScreenSwitchboxConfig (machineConfigId INTEGER)" + insertSwitches +
+             "(1), (3), (5);" + labels +
+             makeUnreadable("onScreenSwitchboxConfig", "machineConfigId INTEGER", "stored = 3"),
+         failed,
+         versionUnmoved,
+         QStringList{machines, unreadableSwitches, labels, mapping} +
+             rowsOf("MC_MachineConfig", {"1", "3", "5"}) +
+             rowsOf("onScreenSwitchboxConfig", {"1, 1"}) + rowsOf("onScreenSwitchboxSwitchLabels") +
+             rowsOf(mappingTable, {"1, 'Invalid Configuration'"})});
+    row("one machine does not exist: the others are mapped",
+        {machines + insertMachines + "(1), (5);" + switches + insertSwitches +
+             "(1, 10, 0), (3, 10, 0), (5, 10, 0)",
+         failed,
+         versionUnmoved,
+         QStringList{machines, switches, mapping} + rowsOf("MC_MachineConfig", {"1", "5"}) +
+             rowsOf("onScreenSwitchboxConfig", {"1, 10, 0", "3, 10, 0", "5, 10, 0"}) +
+             rowsOf(mappingTable, {"1, 'Invalid Configuration'", "5, 'Invalid Configuration'"})});
+    row("the mapping is a view, and there are no switches",
+        {mappingView + ";" + switches, succeeded, 19, {mappingView}});
+    row("the mapping is a view, and there is a switch",
+        {mappingView + ";" + machines + insertMachines + "(1);" + switches + insertSwitches +
+             "(1, 10, 0)",
+         failed,
+         versionUnmoved,
+         QStringList{mappingView, machines, switches} + rowsOf("MC_MachineConfig", {"1"}) +
+             rowsOf("onScreenSwitchboxConfig", {"1, 10, 0"})});
+    row("the switches cannot be dropped: the labels are",
+        {machines + insertMachines + "(1), (2);" + switchesView + ";" + labels,
+         switchesStay + succeeded,
+         19,
+         QStringList{machines, switchesView, mapping} + rowsOf("MC_MachineConfig", {"1", "2"}) +
+             rowsOf(mappingTable, {"1, 'Invalid Configuration'", "2, 'Invalid Configuration'"})});
+    row("neither can be read or dropped; both are tried in order",
+        {brokenSwitchesView + ";" + labelsView,
+         switchesStay + labelsStay + succeeded,
+         19,
+         {brokenSwitchesView, labelsView, mapping, mappingTable}});
     addRowOfClosedConnection(failed);
 }
 
@@ -275,36 +178,35 @@ void Versions19To20Test::revertFromVersion19_data()
     const QStringList labelsStay = viewStays("onScreenSwitchboxSwitchLabels");
     const QStringList mappingStays = viewStays("onScreenSwitchboxToMachineMapping");
 
-    QTest::addColumn<StepRun>("run");
-
-    QTest::newRow("the mapping is dropped, the older tables are not restored") << StepRun{
-        machines + ";" + mapping +
-            ";INSERT INTO MC_MachineConfig VALUES(5);"
-            "INSERT INTO onScreenSwitchboxToMachineMapping VALUES(5, 'Invalid Configuration')",
-        {},
-        18,
-        {machines, "MC_MachineConfig", "5"}};
-    QTest::newRow("switches and labels are dropped with the mapping") << StepRun{
-        machines + ";" + switches + ";" + labels + ";" + mapping +
-            ";INSERT INTO MC_MachineConfig VALUES(5);"
-            "INSERT INTO onScreenSwitchboxConfig VALUES(5, 10, 0);"
-            "INSERT INTO onScreenSwitchboxSwitchLabels VALUES(5, 0, 'S1');"
-            "INSERT INTO onScreenSwitchboxToMachineMapping VALUES(5, 'S1');",
-        {},
-        18,
-        {machines, "MC_MachineConfig", "5"}};
-    QTest::newRow("there is no table") << StepRun{"", {}, 18, {}};
-    QTest::newRow("the switches cannot be dropped")
-        << StepRun{switchesView + ";" + labels + ";" + mapping, switchesStay, 18, {switchesView}};
-    QTest::newRow("the labels cannot be dropped")
-        << StepRun{switches + ";" + labelsView + ";" + mapping, labelsStay, 18, {labelsView}};
-    QTest::newRow("the mapping cannot be dropped")
-        << StepRun{switches + ";" + labels + ";" + mappingView, mappingStays, 18, {mappingView}};
-    QTest::newRow("none can be dropped; all are tried in order") << StepRun{
-        switchesView + ";" + labelsView + ";" + mappingView,
-        switchesStay + labelsStay + mappingStays,
-        18,
-        {switchesView, labelsView, mappingView}};
+    const auto row = addColumns<StepRun>("run");
+    row("the mapping is dropped, the older tables are not restored",
+        {machines + ";" + mapping +
+             ";INSERT INTO MC_MachineConfig VALUES(5);"
+             "INSERT INTO onScreenSwitchboxToMachineMapping VALUES(5, 'Invalid Configuration')",
+         {},
+         18,
+         {machines, "MC_MachineConfig", "5"}});
+    row("switches and labels are dropped with the mapping",
+        {machines + ";" + switches + ";" + labels + ";" + mapping +
+             ";INSERT INTO MC_MachineConfig VALUES(5);"
+             "INSERT INTO onScreenSwitchboxConfig VALUES(5, 10, 0);"
+             "INSERT INTO onScreenSwitchboxSwitchLabels VALUES(5, 0, 'S1');"
+             "INSERT INTO onScreenSwitchboxToMachineMapping VALUES(5, 'S1');",
+         {},
+         18,
+         {machines, "MC_MachineConfig", "5"}});
+    row("there is no table", {"", {}, 18, {}});
+    row("the switches cannot be dropped",
+        {switchesView + ";" + labels + ";" + mapping, switchesStay, 18, {switchesView}});
+    row("the labels cannot be dropped",
+        {switches + ";" + labelsView + ";" + mapping, labelsStay, 18, {labelsView}});
+    row("the mapping cannot be dropped",
+        {switches + ";" + labels + ";" + mappingView, mappingStays, 18, {mappingView}});
+    row("none can be dropped; all are tried in order",
+        {switchesView + ";" + labelsView + ";" + mappingView,
+         switchesStay + labelsStay + mappingStays,
+         18,
+         {switchesView, labelsView, mappingView}});
     addRowOfClosedConnection(
         tableStays("onScreenSwitchboxConfig", "") +
             tableStays("onScreenSwitchboxSwitchLabels", "") +
@@ -356,56 +258,54 @@ void Versions19To20Test::updateToVersion20_data()
     const QStringList succeeded("Migration to version 20 was successful.");
     const QStringList failed("Migration to version 20 FAILED!");
 
-    QTest::addColumn<StepRun>("run");
-
-    QTest::newRow("every profile gets the warning and three quarters of the volume") << StepRun{
-        profiles + ")" + insert + "(1, 'Müller'), (7, NULL)",
-        succeeded,
-        20,
-        {profiles + sounds, "userProfiles", "1, 'Müller', 1, 0.75", "7, NULL, 1, 0.75"}};
-    QTest::newRow("every profile gets them even when both columns are there") << StepRun{
-        profiles + sounds + insert + "(1, 'Müller', 0, 1.0), (7, NULL, NULL, NULL)",
-        succeeded,
-        20,
-        {profiles + sounds, "userProfiles", "1, 'Müller', 1, 0.75", "7, NULL, 1, 0.75"}};
-    QTest::newRow("every profile gets them even when only the volume is there") << StepRun{
-        profiles + ", audioVolumePercent TEXT)" + insert + "(1, 'Müller', 'loud')",
-        succeeded,
-        20,
-        {profiles + ", audioVolumePercent TEXT, audibleBackingUpWarningEnabled BOOLEAN)",
-         "userProfiles",
-         "1, 'Müller', '0.75', 1"}};
-    QTest::newRow("there are no profiles")
-        << StepRun{profiles + ")", succeeded, 20, {profiles + sounds, "userProfiles"}};
-    QTest::newRow("the warning is there in another letter case: everything else is done")
-        << StepRun{
-               profiles + ", AudibleBackingUpWarningEnabled BOOLEAN)" + insert + "(1, 'Müller', 0)",
-               duplicateNotAdded("audibleBackingUpWarningEnabled", "userProfiles") + failed,
-               versionUnmoved,
-               {otherWarning, "userProfiles", "1, 'Müller', 1, 0.75"}};
-    QTest::newRow("the volume is there in another letter case: everything else is done") << StepRun{
-        otherVolume + insert + "(1, 'Müller', 0, 1.0)",
-        duplicateNotAdded("audioVolumePercent", "userProfiles") + failed,
-        versionUnmoved,
-        {otherVolume, "userProfiles", "1, 'Müller', 1, 0.75"}};
-    QTest::newRow("the warning cannot be switched on: the volume is set") << StepRun{
-        profiles + sounds + insert + "(1, 'Müller', 0, 1.0);" + noWarning,
-        notSet("audibleBackingUpWarningEnabled", "1", rowRefused) + failed,
-        versionUnmoved,
-        {profiles + sounds, noWarning, "userProfiles", "1, 'Müller', 0, 0.75"}};
-    QTest::newRow("the volume cannot be set: the warning is switched on") << StepRun{
-        profiles + sounds + insert + "(1, 'Müller', 0, 1.0);" + noVolume,
-        notSet("audioVolumePercent", "0.75", rowRefused) + failed,
-        versionUnmoved,
-        {profiles + sounds, noVolume, "userProfiles", "1, 'Müller', 1, 1.0"}};
-    QTest::newRow("there is no table: all four statements are tried in order") << StepRun{
-        "",
-        notAddedToNothing("audibleBackingUpWarningEnabled", "userProfiles") +
-            notAddedToNothing("audioVolumePercent", "userProfiles") +
-            notSet("audibleBackingUpWarningEnabled", "1", noSuchTable("userProfiles")) +
-            notSet("audioVolumePercent", "0.75", noSuchTable("userProfiles")) + failed,
-        versionUnmoved,
-        {}};
+    const auto row = addColumns<StepRun>("run");
+    row("every profile gets the warning and three quarters of the volume",
+        {profiles + ")" + insert + "(1, 'Müller'), (7, NULL)",
+         succeeded,
+         20,
+         {profiles + sounds, "userProfiles", "1, 'Müller', 1, 0.75", "7, NULL, 1, 0.75"}});
+    row("every profile gets them even when both columns are there",
+        {profiles + sounds + insert + "(1, 'Müller', 0, 1.0), (7, NULL, NULL, NULL)",
+         succeeded,
+         20,
+         {profiles + sounds, "userProfiles", "1, 'Müller', 1, 0.75", "7, NULL, 1, 0.75"}});
+    row("every profile gets them even when only the volume is there",
+        {profiles + ", audioVolumePercent TEXT)" + insert + "(1, 'Müller', 'loud')",
+         succeeded,
+         20,
+         {profiles + ", audioVolumePercent TEXT, audibleBackingUpWarningEnabled BOOLEAN)",
+          "userProfiles",
+          "1, 'Müller', '0.75', 1"}});
+    row("there are no profiles",
+        {profiles + ")", succeeded, 20, {profiles + sounds, "userProfiles"}});
+    row("the warning is there in another letter case: everything else is done",
+        {profiles + ", AudibleBackingUpWarningEnabled BOOLEAN)" + insert + "(1, 'Müller', 0)",
+         duplicateNotAdded("audibleBackingUpWarningEnabled", "userProfiles") + failed,
+         versionUnmoved,
+         {otherWarning, "userProfiles", "1, 'Müller', 1, 0.75"}});
+    row("the volume is there in another letter case: everything else is done",
+        {otherVolume + insert + "(1, 'Müller', 0, 1.0)",
+         duplicateNotAdded("audioVolumePercent", "userProfiles") + failed,
+         versionUnmoved,
+         {otherVolume, "userProfiles", "1, 'Müller', 1, 0.75"}});
+    row("the warning cannot be switched on: the volume is set",
+        {profiles + sounds + insert + "(1, 'Müller', 0, 1.0);" + noWarning,
+         notSet("audibleBackingUpWarningEnabled", "1", rowRefused) + failed,
+         versionUnmoved,
+         {profiles + sounds, noWarning, "userProfiles", "1, 'Müller', 0, 0.75"}});
+    row("the volume cannot be set: the warning is switched on",
+        {profiles + sounds + insert + "(1, 'Müller', 0, 1.0);" + noVolume,
+         notSet("audioVolumePercent", "0.75", rowRefused) + failed,
+         versionUnmoved,
+         {profiles + sounds, noVolume, "userProfiles", "1, 'Müller', 1, 1.0"}});
+    row("there is no table: all four statements are tried in order",
+        {"",
+         notAddedToNothing("audibleBackingUpWarningEnabled", "userProfiles") +
+             notAddedToNothing("audioVolumePercent", "userProfiles") +
+             notSet("audibleBackingUpWarningEnabled", "1", noSuchTable("userProfiles")) +
+             notSet("audioVolumePercent", "0.75", noSuchTable("userProfiles")) + failed,
+         versionUnmoved,
+         {}});
     addRowOfClosedConnection(
         notAdded("audibleBackingUpWarningEnabled", "userProfiles", "") +
         notAdded("audioVolumePercent", "userProfiles", "") +
@@ -422,37 +322,36 @@ void Versions19To20Test::revertFromVersion20_data()
         "CREATE TABLE userProfiles (id INTEGER, audibleBackingUpWarningEnabled BOOLEAN, "
         "audioVolumePercent REAL, PRIMARY KEY (audioVolumePercent, id))";
 
-    QTest::addColumn<StepRun>("run");
-
-    QTest::newRow("warning and volume are dropped, the profiles stay") << StepRun{
-        profiles + sounds +
-            ";INSERT INTO userProfiles VALUES(1, 'Müller', 1, 0.75), (7, NULL, 0, NULL)",
-        {},
-        19,
-        {profilesRebuilt, "userProfiles", "1, 'Müller'", "7, NULL"}};
-    QTest::newRow("neither column is there") << StepRun{
-        profiles + ");INSERT INTO userProfiles VALUES(1, 'Müller')",
-        {},
-        19,
-        {profilesRebuilt, "userProfiles", "1, 'Müller'"}};
-    QTest::newRow("the warning cannot be dropped: the volume stays too") << StepRun{
-        warningInKey + ";INSERT INTO userProfiles VALUES(1, 1, 0.75)",
-        columnStays("audibleBackingUpWarningEnabled", "userProfiles", keyRefused),
-        versionUnmoved,
-        {warningInKey, "userProfiles", "1, 1, 0.75"}};
-    QTest::newRow("the volume cannot be dropped: the warning is dropped already") << StepRun{
-        volumeInKey + ";INSERT INTO userProfiles VALUES(1, 1, 0.75)",
-        columnStays("audioVolumePercent", "userProfiles", keyRefused),
-        versionUnmoved,
-        {"CREATE TABLE \"userProfiles\" (id INTEGER , audioVolumePercent REAL , "
-         "PRIMARY KEY(audioVolumePercent,id) )",
-         "userProfiles",
-         "1, 0.75"}};
-    QTest::newRow("there is no table: only the warning is tried") << StepRun{
-        "",
-        columnStays("audibleBackingUpWarningEnabled", "userProfiles", rebuildRefused),
-        versionUnmoved,
-        {}};
+    const auto row = addColumns<StepRun>("run");
+    row("warning and volume are dropped, the profiles stay",
+        {profiles + sounds +
+             ";INSERT INTO userProfiles VALUES(1, 'Müller', 1, 0.75), (7, NULL, 0, NULL)",
+         {},
+         19,
+         {profilesRebuilt, "userProfiles", "1, 'Müller'", "7, NULL"}});
+    row("neither column is there",
+        {profiles + ");INSERT INTO userProfiles VALUES(1, 'Müller')",
+         {},
+         19,
+         {profilesRebuilt, "userProfiles", "1, 'Müller'"}});
+    row("the warning cannot be dropped: the volume stays too",
+        {warningInKey + ";INSERT INTO userProfiles VALUES(1, 1, 0.75)",
+         columnStays("audibleBackingUpWarningEnabled", "userProfiles", keyRefused),
+         versionUnmoved,
+         {warningInKey, "userProfiles", "1, 1, 0.75"}});
+    row("the volume cannot be dropped: the warning is dropped already",
+        {volumeInKey + ";INSERT INTO userProfiles VALUES(1, 1, 0.75)",
+         columnStays("audioVolumePercent", "userProfiles", keyRefused),
+         versionUnmoved,
+         {"CREATE TABLE \"userProfiles\" (id INTEGER , audioVolumePercent REAL , "
+          "PRIMARY KEY(audioVolumePercent,id) )",
+          "userProfiles",
+          "1, 0.75"}});
+    row("there is no table: only the warning is tried",
+        {"",
+         columnStays("audibleBackingUpWarningEnabled", "userProfiles", rebuildRefused),
+         versionUnmoved,
+         {}});
     addRowOfClosedConnection(columnStays("audibleBackingUpWarningEnabled", "userProfiles", ""));
 }
 

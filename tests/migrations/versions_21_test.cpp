@@ -108,199 +108,197 @@ void Versions21Test::checkStepAndProbe(Step step)
 
 void Versions21Test::updateToVersion21_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
+    row("every GPS device becomes a receiver, its machine gets the preferred one",
+        {atVersion20, {succeeded}, 21, applied + allReceivers + allMachines});
+    row("there is no solution",
+        {atVersion20 + "DELETE FROM preferredGpsSolutions;",
+         {succeeded},
+         21,
+         applied + QStringList{receiverTable, mappingTable}});
+    row("a preferred solution has a number higher than the devices",
+        {atVersion20 + "UPDATE preferredGpsSolutions SET preferredSolution = 4 "
+                       "WHERE mc_id = 1;",
+         {succeeded},
+         21,
+         applied + allReceivers + QStringList({mappingTable, "20, 4"})});
+    row("a preferred solution is 0",
+        {atVersion20 + "UPDATE preferredGpsSolutions SET preferredSolution = 0;",
+         {succeeded},
+         21,
+         applied + allReceivers + QStringList(mappingTable)});
+    row("a configuration has no GPS device",
+        {atVersion20 + "DELETE FROM serialDevices WHERE mc_id = 1;",
+         {succeeded},
+         21,
+         applied +
+             QStringList{receiverTable, "1, 2, '', 'ttyUSB0', 0, ''", mappingTable, "20, 1"}});
+    row("GPS devices have no solution",
+        {atVersion20 + "DELETE FROM preferredGpsSolutions WHERE mc_id = 1;",
+         {succeeded},
+         21,
+         applied +
+             QStringList{receiverTable, "1, 2, '', 'ttyUSB0', 0, ''", mappingTable, "20, 1"}});
+    row("NULL becomes filter level 0 and an empty port name",
+        {atVersion20 + "UPDATE preferredGpsSolutions SET filterLevel = NULL WHERE mc_id = 2;"
+                       "UPDATE serialDevices SET portName = NULL WHERE mc_id = 2;",
+         {succeeded},
+         21,
+         applied + allReceivers.mid(0, 4) + QStringList("4, 2, '', '', 0, ''") + allMachines});
+    row("a marker in a port name is data",
+        {atVersion20 + "UPDATE serialDevices SET portName = 'tty%1%3' WHERE mc_id = 2;",
+         {succeeded},
+         21,
+         applied + allReceivers.mid(0, 4) + QStringList("4, 2, '', 'tty%1%3', 0, ''") +
+             allMachines});
+    row("rows are added to receiver tables that exist",
+        {atVersion20 + receiverTable + ";" + mappingTable + ";" + implementTable +
+             ";INSERT INTO gpsReceivers VALUES(7, 2, 'r7', 'ttyS9', 1, 'roof');"
+             "INSERT INTO machineToGpsReceiverMapping VALUES(20, 7);"
+             "INSERT INTO implementToGpsReceiverMapping VALUES(5, 7);",
+         {succeeded},
+         21,
+         applied + QStringList{
+                       receiverTable,
+                       "7, 2, 'r7', 'ttyS9', 1, 'roof'",
+                       "8, 1, '', 'ttyS0', 3, ''",
+                       "9, 1, '', 'ttyS1', 3, ''",
+                       "10, 1, '', 'ttyS2', 3, ''",
+                       "11, 2, '', 'ttyUSB0', 0, ''",
+                       mappingTable,
+                       "20, 7",
+                       "10, 9",
+                       "20, 11",
+                       implementTable,
+                       "5, 7"}});
 
-    QTest::newRow("every GPS device becomes a receiver, its machine gets the preferred one")
-        << StepRun{atVersion20, {succeeded}, 21, applied + allReceivers + allMachines};
-    QTest::newRow("there is no solution") << StepRun{
-        atVersion20 + "DELETE FROM preferredGpsSolutions;",
-        {succeeded},
-        21,
-        applied + QStringList{receiverTable, mappingTable}};
-    QTest::newRow("a preferred solution has a number higher than the devices") << StepRun{
-        atVersion20 + "UPDATE preferredGpsSolutions SET preferredSolution = 4 "
-                      "WHERE mc_id = 1;",
-        {succeeded},
-        21,
-        applied + allReceivers + QStringList({mappingTable, "20, 4"})};
-    QTest::newRow("a preferred solution is 0") << StepRun{
-        atVersion20 + "UPDATE preferredGpsSolutions SET preferredSolution = 0;",
-        {succeeded},
-        21,
-        applied + allReceivers + QStringList(mappingTable)};
-    QTest::newRow("a configuration has no GPS device") << StepRun{
-        atVersion20 + "DELETE FROM serialDevices WHERE mc_id = 1;",
-        {succeeded},
-        21,
-        applied + QStringList{receiverTable, "1, 2, '', 'ttyUSB0', 0, ''", mappingTable, "20, 1"}};
-    QTest::newRow("GPS devices have no solution") << StepRun{
-        atVersion20 + "DELETE FROM preferredGpsSolutions WHERE mc_id = 1;",
-        {succeeded},
-        21,
-        applied + QStringList{receiverTable, "1, 2, '', 'ttyUSB0', 0, ''", mappingTable, "20, 1"}};
-    QTest::newRow("NULL becomes filter level 0 and an empty port name") << StepRun{
-        atVersion20 + "UPDATE preferredGpsSolutions SET filterLevel = NULL WHERE mc_id = 2;"
-                      "UPDATE serialDevices SET portName = NULL WHERE mc_id = 2;",
-        {succeeded},
-        21,
-        applied + allReceivers.mid(0, 4) + QStringList("4, 2, '', '', 0, ''") + allMachines};
-    QTest::newRow("a marker in a port name is data") << StepRun{
-        atVersion20 + "UPDATE serialDevices SET portName = 'tty%1%3' WHERE mc_id = 2;",
-        {succeeded},
-        21,
-        applied + allReceivers.mid(0, 4) + QStringList("4, 2, '', 'tty%1%3', 0, ''") + allMachines};
-    QTest::newRow("rows are added to receiver tables that exist") << StepRun{
-        atVersion20 + receiverTable + ";" + mappingTable + ";" + implementTable +
-            ";INSERT INTO gpsReceivers VALUES(7, 2, 'r7', 'ttyS9', 1, 'roof');"
-            "INSERT INTO machineToGpsReceiverMapping VALUES(20, 7);"
-            "INSERT INTO implementToGpsReceiverMapping VALUES(5, 7);",
-        {succeeded},
-        21,
-        applied + QStringList{
-                      receiverTable,
-                      "7, 2, 'r7', 'ttyS9', 1, 'roof'",
-                      "8, 1, '', 'ttyS0', 3, ''",
-                      "9, 1, '', 'ttyS1', 3, ''",
-                      "10, 1, '', 'ttyS2', 3, ''",
-                      "11, 2, '', 'ttyUSB0', 0, ''",
-                      mappingTable,
-                      "20, 7",
-                      "10, 9",
-                      "20, 11",
-                      implementTable,
-                      "5, 7"}};
+    row("the receiver table cannot be created",
+        {atVersion20 + "CREATE INDEX gpsReceivers ON MC_Machine (id);",
+         {"updateToVersion21 - Failed to create gpsReceivers table.", failed},
+         versionUnmoved,
+         missing + allSolutions});
+    row("the mapping table cannot be created",
+        {atVersion20 + "CREATE INDEX machineToGpsReceiverMapping ON MC_Machine (id);",
+         {"updateToVersion21 - Failed to create machineToGpsReceiverMapping table.", failed},
+         versionUnmoved,
+         missing + QStringList(receiverTable) + allSolutions});
+    row("the solutions are missing: the step fails, yet the probe finds it applied",
+        {machines,
+         {"updateToVersion21 - Failed to select entries from preferredGpsSolutions", failed},
+         versionUnmoved,
+         applied + QStringList{receiverTable, mappingTable}});
+    row("the solutions have no filter level",
+        {machines + "CREATE TABLE preferredGpsSolutions (mc_id, preferredSolution);",
+         {"updateToVersion21 - Failed to select entries from preferredGpsSolutions", failed},
+         versionUnmoved,
+         missing + QStringList{
+                       receiverTable,
+                       mappingTable,
+                       "CREATE TABLE preferredGpsSolutions (mc_id, preferredSolution)"}});
+    row("the devices are missing",
+        {atVersion20 + "DROP TABLE serialDevices;",
+         {devicesNotSelected, devicesNotSelected, failed},
+         versionUnmoved,
+         applied + QStringList{receiverTable, mappingTable}});
 
-    QTest::newRow("the receiver table cannot be created") << StepRun{
-        atVersion20 + "CREATE INDEX gpsReceivers ON MC_Machine (id);",
-        {"updateToVersion21 - Failed to create gpsReceivers table.", failed},
-        versionUnmoved,
-        missing + allSolutions};
-    QTest::newRow("the mapping table cannot be created") << StepRun{
-        atVersion20 + "CREATE INDEX machineToGpsReceiverMapping ON MC_Machine (id);",
-        {"updateToVersion21 - Failed to create machineToGpsReceiverMapping table.", failed},
-        versionUnmoved,
-        missing + QStringList(receiverTable) + allSolutions};
-    QTest::newRow("the solutions are missing: the step fails, yet the probe finds it applied")
-        << StepRun{
-               machines,
-               {"updateToVersion21 - Failed to select entries from preferredGpsSolutions", failed},
-               versionUnmoved,
-               applied + QStringList{receiverTable, mappingTable}};
-    QTest::newRow("the solutions have no filter level") << StepRun{
-        machines + "CREATE TABLE preferredGpsSolutions (mc_id, preferredSolution);",
-        {"updateToVersion21 - Failed to select entries from preferredGpsSolutions", failed},
-        versionUnmoved,
-        missing + QStringList{
-                      receiverTable,
-                      mappingTable,
-                      "CREATE TABLE preferredGpsSolutions (mc_id, preferredSolution)"}};
-    QTest::newRow("the devices are missing") << StepRun{
-        atVersion20 + "DROP TABLE serialDevices;",
-        {devicesNotSelected, devicesNotSelected, failed},
-        versionUnmoved,
-        applied + QStringList{receiverTable, mappingTable}};
-
-    QTest::newRow("reading the solutions stops on an error: their table is still dropped")
-        << StepRun{
-               atVersion20 + makeUnreadable(
-                                 "preferredGpsSolutions", "preferredSolution INTEGER", "mc_id = 2"),
-               {failed},
-               versionUnmoved,
-               applied + allReceivers.mid(0, 4) + allMachines.mid(0, 2)};
-    QTest::newRow("reading the devices stops on an error before the preferred one") << StepRun{
-        atVersion20 + makeUnreadable("serialDevices", "portName TEXT", "id = 4"),
-        {devicesNotSelected, failed},
-        versionUnmoved,
-        applied + allReceivers.mid(0, 2) + QStringList(mappingTable)};
+    row("reading the solutions stops on an error: their table is still dropped",
+        {atVersion20 +
+             makeUnreadable("preferredGpsSolutions", "preferredSolution INTEGER", "mc_id = 2"),
+         {failed},
+         versionUnmoved,
+         applied + allReceivers.mid(0, 4) + allMachines.mid(0, 2)});
+    row("reading the devices stops on an error before the preferred one",
+        {atVersion20 + makeUnreadable("serialDevices", "portName TEXT", "id = 4"),
+         {devicesNotSelected, failed},
+         versionUnmoved,
+         applied + allReceivers.mid(0, 2) + QStringList(mappingTable)});
 
     // After a failure the receivers of the same configuration are still added but count as failed.
     // Later configurations get nothing. The solutions are still dropped.
-    QTest::newRow("the first receiver fails because its port's name has a quote") << StepRun{
-        atVersion20 + "UPDATE serialDevices SET portName = 'tty''S0' WHERE id = 2;",
-        {receiverNotAdded, receiverNotAdded, receiverNotAdded, devicesNotSelected, failed},
-        versionUnmoved,
-        applied + QStringList{
-                      receiverTable,
-                      "1, 1, '', 'ttyS1', 3, ''",
-                      "2, 1, '', 'ttyS2', 3, ''",
-                      mappingTable}};
-    QTest::newRow("the last receiver fails after the machine was mapped") << StepRun{
-        atVersion20 + "UPDATE serialDevices SET portName = 'tty''S2' WHERE id = 5;",
-        {receiverNotAdded, devicesNotSelected, failed},
-        versionUnmoved,
-        applied + allReceivers.mid(0, 3) + allMachines.mid(0, 2)};
-    QTest::newRow("the machine configuration is missing: the receivers' foreign key refuses them")
-        << StepRun{
-               atVersion20 + "DELETE FROM MC_MachineConfig WHERE id = 1;",
-               {receiverNotAdded, receiverNotAdded, receiverNotAdded, devicesNotSelected, failed},
-               versionUnmoved,
-               applied + QStringList{receiverTable, mappingTable}};
+    row("the first receiver fails because its port's name has a quote",
+        {atVersion20 + "UPDATE serialDevices SET portName = 'tty''S0' WHERE id = 2;",
+         {receiverNotAdded, receiverNotAdded, receiverNotAdded, devicesNotSelected, failed},
+         versionUnmoved,
+         applied + QStringList{
+                       receiverTable,
+                       "1, 1, '', 'ttyS1', 3, ''",
+                       "2, 1, '', 'ttyS2', 3, ''",
+                       mappingTable}});
+    row("the last receiver fails after the machine was mapped",
+        {atVersion20 + "UPDATE serialDevices SET portName = 'tty''S2' WHERE id = 5;",
+         {receiverNotAdded, devicesNotSelected, failed},
+         versionUnmoved,
+         applied + allReceivers.mid(0, 3) + allMachines.mid(0, 2)});
+    row("the machine configuration is missing: the receivers' foreign key refuses them",
+        {atVersion20 + "DELETE FROM MC_MachineConfig WHERE id = 1;",
+         {receiverNotAdded, receiverNotAdded, receiverNotAdded, devicesNotSelected, failed},
+         versionUnmoved,
+         applied + QStringList{receiverTable, mappingTable}});
     const QByteArray receiverTableWithoutKey =
         "CREATE TABLE gpsReceivers (id INTEGER PRIMARY KEY, machineConfigId INTEGER, "
         "receiverId TEXT, serialPortName TEXT, filterLevel INTEGER, name TEXT)";
-    QTest::newRow("the machine configuration is missing, the receivers have no foreign key")
-        << StepRun{
-               atVersion20 + receiverTableWithoutKey +
-                   ";DELETE FROM MC_MachineConfig WHERE id = 1;",
-               {succeeded},
-               21,
-               applied + QStringList(receiverTableWithoutKey) + allReceivers.mid(1) +
-                   QStringList({mappingTable, "20, 4"})};
-    QTest::newRow("the id of the newest row cannot be read") << StepRun{
-        atVersion20,
-        {"updateToVersion21 - Failed to retrieve the last inserted rowid",
-         receiverNotAdded,
-         devicesNotSelected,
-         failed},
-        versionUnmoved,
-        applied + allReceivers.mid(0, 4) + QStringList(mappingTable),
-        {{SQLITE_FUNCTION, ""}}};
-    QTest::newRow("the machine cannot be read") << StepRun{
-        atVersion20 + "ALTER TABLE MC_MachineConfig RENAME COLUMN machineId TO vehicleId;",
-        {"updateToVersion21 - Failed to select machineId from MC_MachineConfig",
-         receiverNotAdded,
-         devicesNotSelected,
-         failed},
-        versionUnmoved,
-        applied + allReceivers.mid(0, 4) + QStringList(mappingTable)};
-    QTest::newRow("the machine is missing: the mapping's foreign key refuses it") << StepRun{
-        atVersion20 + "DELETE FROM MC_Machine WHERE id = 10;",
-        {"updateToVersion21 - Failed to insert entry into machineToGpsReceiverMapping",
-         receiverNotAdded,
-         devicesNotSelected,
-         failed},
-        versionUnmoved,
-        applied + allReceivers.mid(0, 4) + QStringList(mappingTable)};
-    QTest::newRow("the last machine is missing") << StepRun{
-        atVersion20 + "DELETE FROM MC_Machine WHERE id = 20;",
-        {"updateToVersion21 - Failed to insert entry into machineToGpsReceiverMapping", failed},
-        versionUnmoved,
-        applied + allReceivers + allMachines.mid(0, 2)};
+    row("the machine configuration is missing, the receivers have no foreign key",
+        {atVersion20 + receiverTableWithoutKey + ";DELETE FROM MC_MachineConfig WHERE id = 1;",
+         {succeeded},
+         21,
+         applied + QStringList(receiverTableWithoutKey) + allReceivers.mid(1) +
+             QStringList({mappingTable, "20, 4"})});
+    row("the id of the newest row cannot be read",
+        {atVersion20,
+         {"updateToVersion21 - Failed to retrieve the last inserted rowid",
+          receiverNotAdded,
+          devicesNotSelected,
+          failed},
+         versionUnmoved,
+         applied + allReceivers.mid(0, 4) + QStringList(mappingTable),
+         {{SQLITE_FUNCTION, ""}}});
+    row("the machine cannot be read",
+        {atVersion20 + "ALTER TABLE MC_MachineConfig RENAME COLUMN machineId TO vehicleId;",
+         {"updateToVersion21 - Failed to select machineId from MC_MachineConfig",
+          receiverNotAdded,
+          devicesNotSelected,
+          failed},
+         versionUnmoved,
+         applied + allReceivers.mid(0, 4) + QStringList(mappingTable)});
+    row("the machine is missing: the mapping's foreign key refuses it",
+        {atVersion20 + "DELETE FROM MC_Machine WHERE id = 10;",
+         {"updateToVersion21 - Failed to insert entry into machineToGpsReceiverMapping",
+          receiverNotAdded,
+          devicesNotSelected,
+          failed},
+         versionUnmoved,
+         applied + allReceivers.mid(0, 4) + QStringList(mappingTable)});
+    row("the last machine is missing",
+        {atVersion20 + "DELETE FROM MC_Machine WHERE id = 20;",
+         {"updateToVersion21 - Failed to insert entry into machineToGpsReceiverMapping", failed},
+         versionUnmoved,
+         applied + allReceivers + allMachines.mid(0, 2)});
 
-    QTest::newRow("the solutions cannot be dropped, which is no failure") << StepRun{
-        atVersion20,
-        tableStays("preferredGpsSolutions", notAuthorized) +
-            QStringList(
-                {"updateToVersion21 - failed to drop preferredGpsSolutions table", succeeded}),
-        21,
-        missing + allReceivers + allMachines + allSolutions,
-        {{SQLITE_DROP_TABLE, "preferredGpsSolutions"}}};
-    QTest::newRow("the solutions are a view, which the probe does not see") << StepRun{
-        atVersion20 + "ALTER TABLE preferredGpsSolutions RENAME TO chosenSolutions;"
-                      "CREATE VIEW preferredGpsSolutions AS SELECT * FROM chosenSolutions;",
-        viewStays("preferredGpsSolutions") +
-            QStringList(
-                {"updateToVersion21 - failed to drop preferredGpsSolutions table", succeeded}),
-        21,
-        applied + allReceivers + allMachines};
-    QTest::newRow("the devices are missing and the solutions cannot be dropped") << StepRun{
-        atVersion20 + "DROP TABLE serialDevices;",
-        QStringList({devicesNotSelected, devicesNotSelected}) +
-            tableStays("preferredGpsSolutions", notAuthorized) +
-            QStringList({"updateToVersion21 - failed to drop preferredGpsSolutions table", failed}),
-        versionUnmoved,
-        missing + QStringList({receiverTable, mappingTable}) + allSolutions,
-        {{SQLITE_DROP_TABLE, "preferredGpsSolutions"}}};
+    row("the solutions cannot be dropped, which is no failure",
+        {atVersion20,
+         tableStays("preferredGpsSolutions", notAuthorized) +
+             QStringList(
+                 {"updateToVersion21 - failed to drop preferredGpsSolutions table", succeeded}),
+         21,
+         missing + allReceivers + allMachines + allSolutions,
+         {{SQLITE_DROP_TABLE, "preferredGpsSolutions"}}});
+    row("the solutions are a view, which the probe does not see",
+        {atVersion20 + "ALTER TABLE preferredGpsSolutions RENAME TO chosenSolutions;"
+                       "CREATE VIEW preferredGpsSolutions AS SELECT * FROM chosenSolutions;",
+         viewStays("preferredGpsSolutions") +
+             QStringList(
+                 {"updateToVersion21 - failed to drop preferredGpsSolutions table", succeeded}),
+         21,
+         applied + allReceivers + allMachines});
+    row("the devices are missing and the solutions cannot be dropped",
+        {atVersion20 + "DROP TABLE serialDevices;",
+         QStringList({devicesNotSelected, devicesNotSelected}) +
+             tableStays("preferredGpsSolutions", notAuthorized) +
+             QStringList(
+                 {"updateToVersion21 - failed to drop preferredGpsSolutions table", failed}),
+         versionUnmoved,
+         missing + QStringList({receiverTable, mappingTable}) + allSolutions,
+         {{SQLITE_DROP_TABLE, "preferredGpsSolutions"}}});
 }
 
 void Versions21Test::updateToVersion21Twice()

@@ -177,134 +177,126 @@ QStringList Versions25PortsTest::readPorts()
 
 void Versions25PortsTest::updateToVersion25_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     addRowsOfBothDirections(forward);
-    QTest::newRow("USB adapters become on-board ports, other names are rewritten unchanged")
-        << StepRun{
-               before +
-                   "INSERT INTO serialDevices VALUES(1, 5, 'ttyUSB0'), (2, 5, '/dev/ttymxc2'), "
-                   "(3, 5, 'ttymxc1'), (4, 6, 'ttyUSB1 ttymxc2'), (5, 6, 'ttyusb1 ttymxc2'), "
-                   "(6, 6, 'USB-USB'), (7, 6, 'ttymxc2,ttymxc2'), (8, 6, 'TTYMXC2'), "
-                   "(9, 6, 'tty%1USB%2'), (10, 6, NULL), (11, NULL, 'ttyS3');"
-                   "INSERT INTO gpsReceivers VALUES(1, 5, 'ttyUSB0', '/dev/ttyUSB0'), "
-                   "(2, 5, '', 'ttymxc2'), (3, 5, 'ttymxc2', 'ttyS4'), (4, 5, NULL, NULL);",
-               forward.successLog,
-               25,
-               ports(
-                   rewritten("portName", 11) + rewritten("receiverId", 4) +
-                       rewritten("serialPortName", 4),
-                   {"1, 5, 'ttyS0'",
-                    "2, 5, '/dev/gps1'",
-                    "3, 5, 'ttymxc1'",
-                    "4, 6, 'ttyS1 ttymxc2'",
-                    "5, 6, 'ttyusb1 gps1'",
-                    "6, 6, 'S-S'",
-                    "7, 6, 'gps1,gps1'",
-                    "8, 6, 'TTYMXC2'",
-                    "9, 6, 'tty%1S%2'",
-                    "10, 6, ''",
-                    "11, NULL, 'ttyS3'"},
-                   {"1, 5, 'ttyS0', '/dev/ttyS0'",
-                    "2, 5, '', 'gps1'",
-                    "3, 5, 'gps1', 'ttyS4'",
-                    "4, 5, '', ''"})};
-    QTest::newRow("rows are rewritten in the order of their ids") << StepRun{
-        before + "INSERT INTO serialDevices VALUES(5000000000, 5, 'a'), (-3, 5, 'b'), "
-                 "(7, 5, 'USB');"
-                 "INSERT INTO gpsReceivers VALUES(10, 5, 'c', 'd'), (9, 5, 'e', 'f');",
-        forward.successLog,
-        25,
-        ports(
-            {"portName -3",
-             "portName 7",
-             "portName 5000000000",
-             "receiverId 9",
-             "receiverId 10",
-             "serialPortName 9",
-             "serialPortName 10"},
-            {"5000000000, 5, 'a'", "-3, 5, 'b'", "7, 5, 'S'"},
-            {"10, 5, 'c', 'd'", "9, 5, 'e', 'f'"})};
-    QTest::newRow("rows with the same id all get the name of the last one") << StepRun{
-        before + "INSERT INTO serialDevices VALUES(1, 5, 'ttyUSB0'), (1, 6, 'ttyUSB1');",
-        forward.successLog,
-        25,
-        ports({"portName 1", "portName 1"}, {"1, 5, 'ttyS1'", "1, 6, 'ttyS1'"}, {})};
-    QTest::newRow("names are read by position, not by column name") << StepRun{
-        names + "CREATE TABLE updates (line);"
-                "CREATE TABLE serialDevices (id, portName, mount);"
-                "CREATE TABLE gpsReceivers (id, serialPortName, mount, receiverId);"
-                "INSERT INTO serialDevices VALUES(1, 'ttyUSB0', 'USB hub');"
-                "INSERT INTO gpsReceivers VALUES(1, 'ttyUSB1', 'USB box', 'ttymxc2');",
-        forward.successLog,
-        25,
-        ports({}, {"1, 'S hub', 'USB hub'"}, {"1, 'gps1', 'USB box', 'S box'"})};
-    QTest::newRow("no receiver can be rewritten") << StepRun{
-        before + "INSERT INTO gpsReceivers VALUES(1, 5, 'ttyUSB1', 'ttyUSB1');" +
-            refusal("UPDATE ON gpsReceivers"),
-        {"Error while updating to version 25. Error was: refused",
-         "Error while updating to version 25. Error was: refused",
-         "Migration to version 25 FAILED!"},
-        versionUnmoved,
-        ports({}, {}, {"1, 5, 'ttyUSB1', 'ttyUSB1'"})};
+    row("USB adapters become on-board ports, other names are rewritten unchanged",
+        {before + "INSERT INTO serialDevices VALUES(1, 5, 'ttyUSB0'), (2, 5, '/dev/ttymxc2'), "
+                  "(3, 5, 'ttymxc1'), (4, 6, 'ttyUSB1 ttymxc2'), (5, 6, 'ttyusb1 ttymxc2'), "
+                  "(6, 6, 'USB-USB'), (7, 6, 'ttymxc2,ttymxc2'), (8, 6, 'TTYMXC2'), "
+                  "(9, 6, 'tty%1USB%2'), (10, 6, NULL), (11, NULL, 'ttyS3');"
+                  "INSERT INTO gpsReceivers VALUES(1, 5, 'ttyUSB0', '/dev/ttyUSB0'), "
+                  "(2, 5, '', 'ttymxc2'), (3, 5, 'ttymxc2', 'ttyS4'), (4, 5, NULL, NULL);",
+         forward.successLog,
+         25,
+         ports(
+             rewritten("portName", 11) + rewritten("receiverId", 4) +
+                 rewritten("serialPortName", 4),
+             {"1, 5, 'ttyS0'",
+              "2, 5, '/dev/gps1'",
+              "3, 5, 'ttymxc1'",
+              "4, 6, 'ttyS1 ttymxc2'",
+              "5, 6, 'ttyusb1 gps1'",
+              "6, 6, 'S-S'",
+              "7, 6, 'gps1,gps1'",
+              "8, 6, 'TTYMXC2'",
+              "9, 6, 'tty%1S%2'",
+              "10, 6, ''",
+              "11, NULL, 'ttyS3'"},
+             {"1, 5, 'ttyS0', '/dev/ttyS0'",
+              "2, 5, '', 'gps1'",
+              "3, 5, 'gps1', 'ttyS4'",
+              "4, 5, '', ''"})});
+    row("rows are rewritten in the order of their ids",
+        {before + "INSERT INTO serialDevices VALUES(5000000000, 5, 'a'), (-3, 5, 'b'), "
+                  "(7, 5, 'USB');"
+                  "INSERT INTO gpsReceivers VALUES(10, 5, 'c', 'd'), (9, 5, 'e', 'f');",
+         forward.successLog,
+         25,
+         ports(
+             {"portName -3",
+              "portName 7",
+              "portName 5000000000",
+              "receiverId 9",
+              "receiverId 10",
+              "serialPortName 9",
+              "serialPortName 10"},
+             {"5000000000, 5, 'a'", "-3, 5, 'b'", "7, 5, 'S'"},
+             {"10, 5, 'c', 'd'", "9, 5, 'e', 'f'"})});
+    row("rows with the same id all get the name of the last one",
+        {before + "INSERT INTO serialDevices VALUES(1, 5, 'ttyUSB0'), (1, 6, 'ttyUSB1');",
+         forward.successLog,
+         25,
+         ports({"portName 1", "portName 1"}, {"1, 5, 'ttyS1'", "1, 6, 'ttyS1'"}, {})});
+    row("names are read by position, not by column name",
+        {names + "CREATE TABLE updates (line);"
+                 "CREATE TABLE serialDevices (id, portName, mount);"
+                 "CREATE TABLE gpsReceivers (id, serialPortName, mount, receiverId);"
+                 "INSERT INTO serialDevices VALUES(1, 'ttyUSB0', 'USB hub');"
+                 "INSERT INTO gpsReceivers VALUES(1, 'ttyUSB1', 'USB box', 'ttymxc2');",
+         forward.successLog,
+         25,
+         ports({}, {"1, 'S hub', 'USB hub'"}, {"1, 'gps1', 'USB box', 'S box'"})});
+    row("no receiver can be rewritten",
+        {before + "INSERT INTO gpsReceivers VALUES(1, 5, 'ttyUSB1', 'ttyUSB1');" +
+             refusal("UPDATE ON gpsReceivers"),
+         {"Error while updating to version 25. Error was: refused",
+          "Error while updating to version 25. Error was: refused",
+          "Migration to version 25 FAILED!"},
+         versionUnmoved,
+         ports({}, {}, {"1, 5, 'ttyUSB1', 'ttyUSB1'"})});
 }
 
 void Versions25PortsTest::revertFromVersion25_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     addRowsOfBothDirections(backward);
-    QTest::newRow("on-board ports become USB adapters, even those that never were USB adapters")
-        << StepRun{
-               before +
-                   "INSERT INTO serialDevices VALUES(1, 5, 'ttyS0'), (2, 5, '/dev/gps1'), "
-                   "(3, 5, 'ttymxc1'), (4, 6, 'ttyS1 gps1'), (5, 6, 'ttys1 gps1'), "
-                   "(6, 6, 'ttyS-ttyS'), (7, 6, 'gps1,gps1'), (8, 6, 'S4'), (9, 6, 'ttyS%1%2'), "
-                   "(10, 6, NULL), (11, NULL, 'ttyUSB3');"
-                   "INSERT INTO gpsReceivers VALUES(1, 5, 'ttyS0', '/dev/ttyS0'), "
-                   "(2, 5, '', 'gps1'), (3, 5, 'gps1', 'ttyUSB4'), (4, 5, NULL, NULL);",
-               {},
-               24,
-               ports(
-                   rewritten("portName", 11) + rewritten("receiverId", 4) +
-                       rewritten("serialPortName", 4),
-                   {"1, 5, 'ttyUSB0'",
-                    "2, 5, '/dev/ttymxc2'",
-                    "3, 5, 'ttymxc1'",
-                    "4, 6, 'ttyUSB1 gps1'",
-                    "5, 6, 'ttys1 ttymxc2'",
-                    "6, 6, 'ttyUSB-ttyUSB'",
-                    "7, 6, 'ttymxc2,ttymxc2'",
-                    "8, 6, 'S4'",
-                    "9, 6, 'ttyUSB%1%2'",
-                    "10, 6, ''",
-                    "11, NULL, 'ttyUSB3'"},
-                   {"1, 5, 'ttyUSB0', '/dev/ttyUSB0'",
-                    "2, 5, '', 'ttymxc2'",
-                    "3, 5, 'ttymxc2', 'ttyUSB4'",
-                    "4, 5, '', ''"})};
+    row("on-board ports become USB adapters, even those that never were USB adapters",
+        {before + "INSERT INTO serialDevices VALUES(1, 5, 'ttyS0'), (2, 5, '/dev/gps1'), "
+                  "(3, 5, 'ttymxc1'), (4, 6, 'ttyS1 gps1'), (5, 6, 'ttys1 gps1'), "
+                  "(6, 6, 'ttyS-ttyS'), (7, 6, 'gps1,gps1'), (8, 6, 'S4'), (9, 6, 'ttyS%1%2'), "
+                  "(10, 6, NULL), (11, NULL, 'ttyUSB3');"
+                  "INSERT INTO gpsReceivers VALUES(1, 5, 'ttyS0', '/dev/ttyS0'), "
+                  "(2, 5, '', 'gps1'), (3, 5, 'gps1', 'ttyUSB4'), (4, 5, NULL, NULL);",
+         {},
+         24,
+         ports(
+             rewritten("portName", 11) + rewritten("receiverId", 4) +
+                 rewritten("serialPortName", 4),
+             {"1, 5, 'ttyUSB0'",
+              "2, 5, '/dev/ttymxc2'",
+              "3, 5, 'ttymxc1'",
+              "4, 6, 'ttyUSB1 gps1'",
+              "5, 6, 'ttys1 ttymxc2'",
+              "6, 6, 'ttyUSB-ttyUSB'",
+              "7, 6, 'ttymxc2,ttymxc2'",
+              "8, 6, 'S4'",
+              "9, 6, 'ttyUSB%1%2'",
+              "10, 6, ''",
+              "11, NULL, 'ttyUSB3'"},
+             {"1, 5, 'ttyUSB0', '/dev/ttyUSB0'",
+              "2, 5, '', 'ttymxc2'",
+              "3, 5, 'ttymxc2', 'ttyUSB4'",
+              "4, 5, '', ''"})});
 }
 
 void Versions25PortsTest::comparesThePlatformExactly_data()
 {
-    QTest::addColumn<QByteArray>("platform");
-    QTest::addColumn<QStringList>("forward");
-    QTest::addColumn<QStringList>("backward");
+    const auto row =
+        addColumns<QByteArray, QStringList, QStringList>("platform", "forward", "backward");
 
     const QStringList untouched = {"1, 5, 'ttyUSB0'", "2, 5, 'ttyS5'"};
     const QStringList onBoard = {"1, 5, 'ttyS0'", "2, 5, 'ttyS5'"};
     const QStringList usb = {"1, 5, 'ttyUSB0'", "2, 5, 'ttyUSB5'"};
-    QTest::newRow("TORVIKMAX") << QByteArray("TORVIKMAX\n") << onBoard << usb;
-    QTest::newRow("TORVIKMAX above other lines")
-        << QByteArray("TORVIKMAX\nTORVIK\n") << onBoard << usb;
-    QTest::newRow("TORVIK") << QByteArray("TORVIK\n") << untouched << untouched;
-    QTest::newRow("lower case") << QByteArray("torvikmax\n") << untouched << untouched;
-    QTest::newRow("a longer name") << QByteArray("TORVIKMAX2\n") << untouched << untouched;
-    QTest::newRow("a blank before TORVIKMAX")
-        << QByteArray(" TORVIKMAX\n") << untouched << untouched;
-    QTest::newRow("TORVIKMAX in the second line")
-        << QByteArray("\nTORVIKMAX\n") << untouched << untouched;
-    QTest::newRow("there is no platform file") << QByteArray() << untouched << untouched;
+    row("TORVIKMAX", "TORVIKMAX\n", onBoard, usb);
+    row("TORVIKMAX above other lines", "TORVIKMAX\nTORVIK\n", onBoard, usb);
+    row("TORVIK", "TORVIK\n", untouched, untouched);
+    row("lower case", "torvikmax\n", untouched, untouched);
+    row("a longer name", "TORVIKMAX2\n", untouched, untouched);
+    row("a blank before TORVIKMAX", " TORVIKMAX\n", untouched, untouched);
+    row("TORVIKMAX in the second line", "\nTORVIKMAX\n", untouched, untouched);
+    row("there is no platform file", "", untouched, untouched);
 }
 
 void Versions25PortsTest::comparesThePlatformExactly()

@@ -106,265 +106,262 @@ private slots:
 
 void Versions25Test::updateToVersion25_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
+    row("original names take the place of ISO names",
+        {namesAt24, {succeeded}, 25, growersForward + farmsForward + fieldsForward});
+    row("a second time",
+        {namesAt25, {succeeded}, 25, growersForward + farmsForward + fieldsForward});
+    row("existing original names stay, the ISO names are dropped",
+        {namesAt24 + "ALTER TABLE growers ADD COLUMN originalName TEXT;"
+                     "UPDATE growers SET originalName = 'Hof ' || id;",
+         {succeeded},
+         25,
+         QStringList({growersForward[0], "1, 'Müller', 'Hof 1'", "2, 'Петров', 'Hof 2'"}) +
+             farmsForward + fieldsForward});
 
-    QTest::newRow("original names take the place of ISO names")
-        << StepRun{namesAt24, {succeeded}, 25, growersForward + farmsForward + fieldsForward};
-    QTest::newRow("a second time")
-        << StepRun{namesAt25, {succeeded}, 25, growersForward + farmsForward + fieldsForward};
-    QTest::newRow("existing original names stay, the ISO names are dropped") << StepRun{
-        namesAt24 + "ALTER TABLE growers ADD COLUMN originalName TEXT;"
-                    "UPDATE growers SET originalName = 'Hof ' || id;",
-        {succeeded},
-        25,
-        QStringList({growersForward[0], "1, 'Müller', 'Hof 1'", "2, 'Петров', 'Hof 2'"}) +
-            farmsForward + fieldsForward};
+    row("original names in another letter case are not seen",
+        {namesAt24 + "ALTER TABLE growers ADD COLUMN OriginalName TEXT;",
+         duplicateNotAdded("originalName", "growers") + QStringList(failed),
+         versionUnmoved,
+         QStringList(growersForward).replaceInStrings("originalName", "OriginalName") +
+             farmsForward + fieldsForward});
+    row("a name cannot be copied and is lost",
+        {namesAt24 + refusal("UPDATE ON farms"),
+         notSet("originalName", "isoName", rowRefused) + QStringList(failed),
+         versionUnmoved,
+         growersForward + QStringList({farmsForward[0], "1, 2, NULL"}) + fieldsForward});
+    row("there are no ISO names to copy",
+        {namesAt24 + "ALTER TABLE fields DROP COLUMN isoName;",
+         notSet("originalName", "isoName", noSuchColumn("isoName")) + QStringList(failed),
+         versionUnmoved,
+         growersForward + farmsForward + QStringList({fieldsForward[0], "1, '09-117', 1, NULL"})});
+    row("ISO names of growers cannot be dropped",
+        {namesAt24 + "CREATE TABLE growers_temp (id);",
+         columnStays("isoName", "growers", copyInTheWay("growers")) + QStringList(failed),
+         versionUnmoved,
+         QStringList(
+             {"CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT NOT NULL, "
+              "isoName TEXT, originalName TEXT)",
+              "1, 'Müller', 'Mueller', 'Mueller'",
+              "2, 'Петров', NULL, NULL",
+              "CREATE TABLE growers_temp (id)"}) +
+             farmsForward + fieldsForward});
+    row("ISO names of farms cannot be dropped",
+        {namesAt24 + "CREATE TABLE farms_temp (id);",
+         columnStays("isoName", "farms", copyInTheWay("farms")) + QStringList(failed),
+         versionUnmoved,
+         growersForward +
+             QStringList(
+                 {"CREATE TABLE farms (id INTEGER PRIMARY KEY, growerId INTEGER, "
+                  "isoName TEXT, originalName TEXT, "
+                  "FOREIGN KEY (growerId) REFERENCES growers(id) ON DELETE CASCADE)",
+                  "1, 2, 'Nord', 'Nord'",
+                  "CREATE TABLE farms_temp (id)"}) +
+             fieldsForward});
+    row("ISO names of fields cannot be dropped",
+        {namesAt24 + "CREATE TABLE fields_temp (id);",
+         columnStays("isoName", "fields", copyInTheWay("fields")) + QStringList(failed),
+         versionUnmoved,
+         growersForward + farmsForward +
+             QStringList(
+                 {"CREATE TABLE fields (id INTEGER PRIMARY KEY, partfieldCode TEXT, "
+                  "farmId INTEGER, isoName TEXT, originalName TEXT, "
+                  "FOREIGN KEY (farmId) REFERENCES farms(id) ON DELETE CASCADE)",
+                  "1, '09-117', 1, 'Am Bach', 'Am Bach'",
+                  "CREATE TABLE fields_temp (id)"})});
 
-    QTest::newRow("original names in another letter case are not seen") << StepRun{
-        namesAt24 + "ALTER TABLE growers ADD COLUMN OriginalName TEXT;",
-        duplicateNotAdded("originalName", "growers") + QStringList(failed),
-        versionUnmoved,
-        QStringList(growersForward).replaceInStrings("originalName", "OriginalName") +
-            farmsForward + fieldsForward};
-    QTest::newRow("a name cannot be copied and is lost") << StepRun{
-        namesAt24 + refusal("UPDATE ON farms"),
-        notSet("originalName", "isoName", rowRefused) + QStringList(failed),
-        versionUnmoved,
-        growersForward + QStringList({farmsForward[0], "1, 2, NULL"}) + fieldsForward};
-    QTest::newRow("there are no ISO names to copy") << StepRun{
-        namesAt24 + "ALTER TABLE fields DROP COLUMN isoName;",
-        notSet("originalName", "isoName", noSuchColumn("isoName")) + QStringList(failed),
-        versionUnmoved,
-        growersForward + farmsForward + QStringList({fieldsForward[0], "1, '09-117', 1, NULL"})};
-    QTest::newRow("ISO names of growers cannot be dropped") << StepRun{
-        namesAt24 + "CREATE TABLE growers_temp (id);",
-        columnStays("isoName", "growers", copyInTheWay("growers")) + QStringList(failed),
-        versionUnmoved,
-        QStringList(
-            {"CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT NOT NULL, "
-             "isoName TEXT, originalName TEXT)",
-             "1, 'Müller', 'Mueller', 'Mueller'",
-             "2, 'Петров', NULL, NULL",
-             "CREATE TABLE growers_temp (id)"}) +
-            farmsForward + fieldsForward};
-    QTest::newRow("ISO names of farms cannot be dropped") << StepRun{
-        namesAt24 + "CREATE TABLE farms_temp (id);",
-        columnStays("isoName", "farms", copyInTheWay("farms")) + QStringList(failed),
-        versionUnmoved,
-        growersForward +
-            QStringList(
-                {"CREATE TABLE farms (id INTEGER PRIMARY KEY, growerId INTEGER, "
-                 "isoName TEXT, originalName TEXT, "
-                 "FOREIGN KEY (growerId) REFERENCES growers(id) ON DELETE CASCADE)",
-                 "1, 2, 'Nord', 'Nord'",
-                 "CREATE TABLE farms_temp (id)"}) +
-            fieldsForward};
-    QTest::newRow("ISO names of fields cannot be dropped") << StepRun{
-        namesAt24 + "CREATE TABLE fields_temp (id);",
-        columnStays("isoName", "fields", copyInTheWay("fields")) + QStringList(failed),
-        versionUnmoved,
-        growersForward + farmsForward +
-            QStringList(
-                {"CREATE TABLE fields (id INTEGER PRIMARY KEY, partfieldCode TEXT, "
-                 "farmId INTEGER, isoName TEXT, originalName TEXT, "
-                 "FOREIGN KEY (farmId) REFERENCES farms(id) ON DELETE CASCADE)",
-                 "1, '09-117', 1, 'Am Bach', 'Am Bach'",
-                 "CREATE TABLE fields_temp (id)"})};
-
-    QTest::newRow("there is no table: everything is tried")
-        << StepRun{"", everyUpdateFailure(noSuchTable, rebuildRefused), versionUnmoved, {}};
+    row("there is no table: everything is tried",
+        {"", everyUpdateFailure(noSuchTable, rebuildRefused), versionUnmoved, {}});
 }
 
 void Versions25Test::revertFromVersion25_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
+    row("ISO names take the place of original names, codes move to the end",
+        {namesAt25, {}, 24, growersBackward + farmsBackward + fieldsBackward});
+    row("existing ISO names are overwritten",
+        {namesAt25 + "ALTER TABLE growers ADD COLUMN isoName TEXT;"
+                     "UPDATE growers SET isoName = 'Hof ' || id;",
+         {},
+         24,
+         growersBackward + farmsBackward + fieldsBackward});
+    row("codes become texts",
+        {namesAt25 + "ALTER TABLE fields DROP COLUMN partfieldCode;"
+                     "ALTER TABLE fields ADD COLUMN partfieldCode INTEGER DEFAULT 117;",
+         {},
+         24,
+         growersBackward + farmsBackward +
+             QStringList({fieldTableBackward, "1, 1, 'Am Bach', '117'"})});
+    row("a second time: there is no original name to copy",
+        {namesAt24,
+         notSet("isoName", "originalName", noSuchColumn("originalName")) +
+             notSet("isoName", "originalName", noSuchColumn("originalName")) +
+             notSet("isoName", "originalName", noSuchColumn("originalName")),
+         versionUnmoved,
+         growersBackward + farmsBackward + fieldsBackward});
 
-    QTest::newRow("ISO names take the place of original names, codes move to the end")
-        << StepRun{namesAt25, {}, 24, growersBackward + farmsBackward + fieldsBackward};
-    QTest::newRow("existing ISO names are overwritten") << StepRun{
-        namesAt25 + "ALTER TABLE growers ADD COLUMN isoName TEXT;"
-                    "UPDATE growers SET isoName = 'Hof ' || id;",
-        {},
-        24,
-        growersBackward + farmsBackward + fieldsBackward};
-    QTest::newRow("codes become texts") << StepRun{
-        namesAt25 + "ALTER TABLE fields DROP COLUMN partfieldCode;"
-                    "ALTER TABLE fields ADD COLUMN partfieldCode INTEGER DEFAULT 117;",
-        {},
-        24,
-        growersBackward + farmsBackward +
-            QStringList({fieldTableBackward, "1, 1, 'Am Bach', '117'"})};
-    QTest::newRow("a second time: there is no original name to copy") << StepRun{
-        namesAt24,
-        notSet("isoName", "originalName", noSuchColumn("originalName")) +
-            notSet("isoName", "originalName", noSuchColumn("originalName")) +
-            notSet("isoName", "originalName", noSuchColumn("originalName")),
-        versionUnmoved,
-        growersBackward + farmsBackward + fieldsBackward};
+    row("ISO names of growers in another letter case",
+        {namesAt25 + "ALTER TABLE growers ADD COLUMN IsoName TEXT;",
+         duplicateNotAdded("isoName", "growers"),
+         versionUnmoved,
+         QStringList(growersBackward).replaceInStrings("isoName", "IsoName") + farmsBackward +
+             fieldsBackward});
+    row("ISO names of farms in another letter case",
+        {namesAt25 + "ALTER TABLE farms ADD COLUMN IsoName TEXT;",
+         duplicateNotAdded("isoName", "farms"),
+         versionUnmoved,
+         growersBackward + QStringList(farmsBackward).replaceInStrings("isoName", "IsoName") +
+             fieldsBackward});
+    row("ISO names of fields in another letter case",
+        {namesAt25 + "ALTER TABLE fields ADD COLUMN IsoName TEXT;",
+         duplicateNotAdded("isoName", "fields"),
+         versionUnmoved,
+         growersBackward + farmsBackward +
+             QStringList(fieldsBackward).replaceInStrings("isoName", "IsoName")});
 
-    QTest::newRow("ISO names of growers in another letter case") << StepRun{
-        namesAt25 + "ALTER TABLE growers ADD COLUMN IsoName TEXT;",
-        duplicateNotAdded("isoName", "growers"),
-        versionUnmoved,
-        QStringList(growersBackward).replaceInStrings("isoName", "IsoName") + farmsBackward +
-            fieldsBackward};
-    QTest::newRow("ISO names of farms in another letter case") << StepRun{
-        namesAt25 + "ALTER TABLE farms ADD COLUMN IsoName TEXT;",
-        duplicateNotAdded("isoName", "farms"),
-        versionUnmoved,
-        growersBackward + QStringList(farmsBackward).replaceInStrings("isoName", "IsoName") +
-            fieldsBackward};
-    QTest::newRow("ISO names of fields in another letter case") << StepRun{
-        namesAt25 + "ALTER TABLE fields ADD COLUMN IsoName TEXT;",
-        duplicateNotAdded("isoName", "fields"),
-        versionUnmoved,
-        growersBackward + farmsBackward +
-            QStringList(fieldsBackward).replaceInStrings("isoName", "IsoName")};
+    row("names of growers cannot be copied and are lost",
+        {namesAt25 + refusal("UPDATE ON growers"),
+         notSet("isoName", "originalName", rowRefused),
+         versionUnmoved,
+         QStringList({growersBackward[0], "1, 'Müller', NULL", "2, 'Петров', NULL"}) +
+             farmsBackward + fieldsBackward});
+    row("names of farms cannot be copied and are lost",
+        {namesAt25 + refusal("UPDATE ON farms"),
+         notSet("isoName", "originalName", rowRefused),
+         versionUnmoved,
+         growersBackward + QStringList({farmsBackward[0], "1, 2, NULL"}) + fieldsBackward});
+    row("names of fields cannot be copied and are lost",
+        {namesAt25 + refusal("UPDATE ON fields"),
+         notSet("isoName", "originalName", rowRefused),
+         versionUnmoved,
+         growersBackward + farmsBackward +
+             QStringList({fieldTableBackward, "1, 1, NULL, '09-117'"})});
 
-    QTest::newRow("names of growers cannot be copied and are lost") << StepRun{
-        namesAt25 + refusal("UPDATE ON growers"),
-        notSet("isoName", "originalName", rowRefused),
-        versionUnmoved,
-        QStringList({growersBackward[0], "1, 'Müller', NULL", "2, 'Петров', NULL"}) +
-            farmsBackward + fieldsBackward};
-    QTest::newRow("names of farms cannot be copied and are lost") << StepRun{
-        namesAt25 + refusal("UPDATE ON farms"),
-        notSet("isoName", "originalName", rowRefused),
-        versionUnmoved,
-        growersBackward + QStringList({farmsBackward[0], "1, 2, NULL"}) + fieldsBackward};
-    QTest::newRow("names of fields cannot be copied and are lost") << StepRun{
-        namesAt25 + refusal("UPDATE ON fields"),
-        notSet("isoName", "originalName", rowRefused),
-        versionUnmoved,
-        growersBackward + farmsBackward +
-            QStringList({fieldTableBackward, "1, 1, NULL, '09-117'"})};
-
-    QTest::newRow("original names of growers cannot be dropped") << StepRun{
-        namesAt25 + "CREATE TABLE growers_temp (id);",
-        columnStays("originalName", "growers", copyInTheWay("growers")),
-        versionUnmoved,
-        QStringList(
-            {"CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT NOT NULL, "
-             "originalName TEXT, isoName TEXT)",
-             "1, 'Müller', 'Mueller', 'Mueller'",
-             "2, 'Петров', NULL, NULL",
-             "CREATE TABLE growers_temp (id)"}) +
-            farmsBackward + fieldsBackward};
-    QTest::newRow("original names of farms cannot be dropped") << StepRun{
-        namesAt25 + "CREATE TABLE farms_temp (id);",
-        columnStays("originalName", "farms", copyInTheWay("farms")),
-        versionUnmoved,
-        growersBackward +
-            QStringList(
-                {"CREATE TABLE farms (id INTEGER PRIMARY KEY, growerId INTEGER, "
-                 "originalName TEXT, isoName TEXT, "
-                 "FOREIGN KEY (growerId) REFERENCES growers(id) ON DELETE CASCADE)",
-                 "1, 2, 'Nord', 'Nord'",
-                 "CREATE TABLE farms_temp (id)"}) +
-            fieldsBackward};
+    row("original names of growers cannot be dropped",
+        {namesAt25 + "CREATE TABLE growers_temp (id);",
+         columnStays("originalName", "growers", copyInTheWay("growers")),
+         versionUnmoved,
+         QStringList(
+             {"CREATE TABLE growers (id INTEGER PRIMARY KEY, displayName TEXT NOT NULL, "
+              "originalName TEXT, isoName TEXT)",
+              "1, 'Müller', 'Mueller', 'Mueller'",
+              "2, 'Петров', NULL, NULL",
+              "CREATE TABLE growers_temp (id)"}) +
+             farmsBackward + fieldsBackward});
+    row("original names of farms cannot be dropped",
+        {namesAt25 + "CREATE TABLE farms_temp (id);",
+         columnStays("originalName", "farms", copyInTheWay("farms")),
+         versionUnmoved,
+         growersBackward +
+             QStringList(
+                 {"CREATE TABLE farms (id INTEGER PRIMARY KEY, growerId INTEGER, "
+                  "originalName TEXT, isoName TEXT, "
+                  "FOREIGN KEY (growerId) REFERENCES growers(id) ON DELETE CASCADE)",
+                  "1, 2, 'Nord', 'Nord'",
+                  "CREATE TABLE farms_temp (id)"}) +
+             fieldsBackward});
 
     // The table of fields is rebuilt three times.
     const auto withFields = [](const QByteArray &columnsAndKey, const QByteArray &values) {
         return namesAt25 + "DROP TABLE fields;CREATE TABLE fields (" + columnsAndKey +
                ");INSERT INTO fields VALUES(" + values + ");";
     };
-    QTest::newRow("original names of fields cannot be dropped") << StepRun{
-        withFields(
-            "id INTEGER, partfieldCode TEXT, originalName TEXT, "
-            "PRIMARY KEY (originalName, id)",
-            "1, '09-117', 'Am Bach'"),
-        columnStays("originalName", "fields", keyRefused),
-        versionUnmoved,
-        growersBackward + farmsBackward +
-            QStringList(
-                {"CREATE TABLE \"fields\" (id INTEGER , originalName TEXT , isoName TEXT , "
-                 "partfieldCode TEXT , PRIMARY KEY(originalName,id) )",
-                 "1, 'Am Bach', 'Am Bach', '09-117'"})};
-    QTest::newRow("an earlier rebuild left its copy of fields: no column of them can be dropped")
-        << StepRun{
-               namesAt25 + "CREATE TABLE fields_temp (id);",
-               columnStays("originalName", "fields", copyInTheWay("fields")) +
-                   columnStays("partfieldCode", "fields", copyInTheWay("fields")) +
-                   columnStays("partfieldCode_temp", "fields", copyInTheWay("fields")),
-               versionUnmoved,
-               growersBackward + farmsBackward +
-                   QStringList(
-                       {"CREATE TABLE fields (id INTEGER PRIMARY KEY, partfieldCode TEXT, "
-                        "farmId INTEGER, originalName TEXT, isoName TEXT, "
-                        "partfieldCode_temp TEXT, "
-                        "FOREIGN KEY (farmId) REFERENCES farms(id) ON DELETE CASCADE)",
-                        "1, '09-117', 1, 'Am Bach', 'Am Bach', '09-117'",
-                        "CREATE TABLE fields_temp (id)"})};
-    QTest::newRow("the codes' temporary column is there in another letter case") << StepRun{
-        namesAt25 + "ALTER TABLE fields ADD COLUMN PartfieldCode_Temp TEXT;",
-        duplicateNotAdded("partfieldCode_temp", "fields"),
-        versionUnmoved,
-        growersBackward + farmsBackward + fieldsBackward};
-    QTest::newRow("the codes' temporary column is there with values") << StepRun{
-        namesAt25 + "ALTER TABLE fields ADD COLUMN partfieldCode_temp TEXT DEFAULT 'old';",
-        {},
-        24,
-        growersBackward + farmsBackward + fieldsBackward};
-    QTest::newRow("codes cannot be copied to their temporary column and are lost") << StepRun{
-        namesAt25,
-        notSet("partfieldCode_temp", "partfieldCode", notAuthorized),
-        versionUnmoved,
-        growersBackward + farmsBackward +
-            QStringList({fieldTableBackward, "1, 1, 'Am Bach', NULL"}),
-        {{SQLITE_UPDATE, "fields", "partfieldCode_temp"}}};
-    QTest::newRow("there are no codes: their column is still added") << StepRun{
-        namesAt25 + "ALTER TABLE fields DROP COLUMN partfieldCode;",
-        notSet("partfieldCode_temp", "partfieldCode", noSuchColumn("partfieldCode")),
-        versionUnmoved,
-        growersBackward + farmsBackward +
-            QStringList({fieldTableBackward, "1, 1, 'Am Bach', NULL"})};
-    QTest::newRow("the codes' column cannot be dropped") << StepRun{
-        withFields(
-            "id INTEGER, partfieldCode TEXT, originalName TEXT, "
-            "PRIMARY KEY (partfieldCode, id)",
-            "1, '09-117', 'Am Bach'"),
-        columnStays("partfieldCode", "fields", keyRefused),
-        versionUnmoved,
-        growersBackward + farmsBackward +
-            QStringList(
-                {"CREATE TABLE \"fields\" (id INTEGER , partfieldCode TEXT , "
-                 "isoName TEXT , PRIMARY KEY(partfieldCode,id) )",
-                 "1, '09-117', 'Am Bach'"})};
-    QTest::newRow("the codes' column cannot be added again, the codes are lost") << StepRun{
-        namesAt25 + "ALTER TABLE fields ADD COLUMN isoName TEXT;"
-                    "ALTER TABLE fields ADD COLUMN partfieldCode_temp TEXT;",
-        notAdded("partfieldCode", "fields", notAuthorized) +
-            notSet("partfieldCode", "partfieldCode_temp", noSuchColumn("partfieldCode")),
-        versionUnmoved,
-        growersBackward + farmsBackward +
-            QStringList(
-                {"CREATE TABLE \"fields\" (id INTEGER , farmId INTEGER , isoName TEXT , "
-                 "PRIMARY KEY(id) , "
-                 "FOREIGN KEY (farmId) REFERENCES farms(id) ON DELETE CASCADE)",
-                 "1, 1, 'Am Bach'"}),
-        {{SQLITE_ALTER_TABLE, "main", "fields"}}};
-    QTest::newRow("codes cannot be copied back and are lost") << StepRun{
-        namesAt25,
-        notSet("partfieldCode", "partfieldCode_temp", notAuthorized),
-        versionUnmoved,
-        growersBackward + farmsBackward +
-            QStringList({fieldTableBackward, "1, 1, 'Am Bach', NULL"}),
-        {{SQLITE_UPDATE, "fields", "partfieldCode"}}};
-    QTest::newRow("the codes' temporary column cannot be dropped") << StepRun{
-        withFields(
-            "id INTEGER, partfieldCode TEXT, partfieldCode_temp TEXT, originalName TEXT, "
-            "PRIMARY KEY (partfieldCode_temp, id)",
-            "1, '09-117', 'old', 'Am Bach'"),
-        columnStays("partfieldCode_temp", "fields", keyRefused),
-        versionUnmoved,
-        growersBackward + farmsBackward +
-            QStringList(
-                {"CREATE TABLE \"fields\" (id INTEGER , partfieldCode_temp TEXT , "
-                 "isoName TEXT , partfieldCode TEXT, PRIMARY KEY(partfieldCode_temp,id) )",
-                 "1, '09-117', 'Am Bach', '09-117'"})};
+    row("original names of fields cannot be dropped",
+        {withFields(
+             "id INTEGER, partfieldCode TEXT, originalName TEXT, "
+             "PRIMARY KEY (originalName, id)",
+             "1, '09-117', 'Am Bach'"),
+         columnStays("originalName", "fields", keyRefused),
+         versionUnmoved,
+         growersBackward + farmsBackward +
+             QStringList(
+                 {"CREATE TABLE \"fields\" (id INTEGER , originalName TEXT , isoName TEXT , "
+                  "partfieldCode TEXT , PRIMARY KEY(originalName,id) )",
+                  "1, 'Am Bach', 'Am Bach', '09-117'"})});
+    row("an earlier rebuild left its copy of fields: no column of them can be dropped",
+        {namesAt25 + "CREATE TABLE fields_temp (id);",
+         columnStays("originalName", "fields", copyInTheWay("fields")) +
+             columnStays("partfieldCode", "fields", copyInTheWay("fields")) +
+             columnStays("partfieldCode_temp", "fields", copyInTheWay("fields")),
+         versionUnmoved,
+         growersBackward + farmsBackward +
+             QStringList(
+                 {"CREATE TABLE fields (id INTEGER PRIMARY KEY, partfieldCode TEXT, "
+                  "farmId INTEGER, originalName TEXT, isoName TEXT, "
+                  "partfieldCode_temp TEXT, "
+                  "FOREIGN KEY (farmId) REFERENCES farms(id) ON DELETE CASCADE)",
+                  "1, '09-117', 1, 'Am Bach', 'Am Bach', '09-117'",
+                  "CREATE TABLE fields_temp (id)"})});
+    row("the codes' temporary column is there in another letter case",
+        {namesAt25 + "ALTER TABLE fields ADD COLUMN PartfieldCode_Temp TEXT;",
+         duplicateNotAdded("partfieldCode_temp", "fields"),
+         versionUnmoved,
+         growersBackward + farmsBackward + fieldsBackward});
+    row("the codes' temporary column is there with values",
+        {namesAt25 + "ALTER TABLE fields ADD COLUMN partfieldCode_temp TEXT DEFAULT 'old';",
+         {},
+         24,
+         growersBackward + farmsBackward + fieldsBackward});
+    row("codes cannot be copied to their temporary column and are lost",
+        {namesAt25,
+         notSet("partfieldCode_temp", "partfieldCode", notAuthorized),
+         versionUnmoved,
+         growersBackward + farmsBackward +
+             QStringList({fieldTableBackward, "1, 1, 'Am Bach', NULL"}),
+         {{SQLITE_UPDATE, "fields", "partfieldCode_temp"}}});
+    row("there are no codes: their column is still added",
+        {namesAt25 + "ALTER TABLE fields DROP COLUMN partfieldCode;",
+         notSet("partfieldCode_temp", "partfieldCode", noSuchColumn("partfieldCode")),
+         versionUnmoved,
+         growersBackward + farmsBackward +
+             QStringList({fieldTableBackward, "1, 1, 'Am Bach', NULL"})});
+    row("the codes' column cannot be dropped",
+        {withFields(
+             "id INTEGER, partfieldCode TEXT, originalName TEXT, "
+             "PRIMARY KEY (partfieldCode, id)",
+             "1, '09-117', 'Am Bach'"),
+         columnStays("partfieldCode", "fields", keyRefused),
+         versionUnmoved,
+         growersBackward + farmsBackward +
+             QStringList(
+                 {"CREATE TABLE \"fields\" (id INTEGER , partfieldCode TEXT , "
+                  "isoName TEXT , PRIMARY KEY(partfieldCode,id) )",
+                  "1, '09-117', 'Am Bach'"})});
+    row("the codes' column cannot be added again, the codes are lost",
+        {namesAt25 + "ALTER TABLE fields ADD COLUMN isoName TEXT;"
+                     "ALTER TABLE fields ADD COLUMN partfieldCode_temp TEXT;",
+         notAdded("partfieldCode", "fields", notAuthorized) +
+             notSet("partfieldCode", "partfieldCode_temp", noSuchColumn("partfieldCode")),
+         versionUnmoved,
+         growersBackward + farmsBackward +
+             QStringList(
+                 {"CREATE TABLE \"fields\" (id INTEGER , farmId INTEGER , isoName TEXT , "
+                  "PRIMARY KEY(id) , "
+                  "FOREIGN KEY (farmId) REFERENCES farms(id) ON DELETE CASCADE)",
+                  "1, 1, 'Am Bach'"}),
+         {{SQLITE_ALTER_TABLE, "main", "fields"}}});
+    row("codes cannot be copied back and are lost",
+        {namesAt25,
+         notSet("partfieldCode", "partfieldCode_temp", notAuthorized),
+         versionUnmoved,
+         growersBackward + farmsBackward +
+             QStringList({fieldTableBackward, "1, 1, 'Am Bach', NULL"}),
+         {{SQLITE_UPDATE, "fields", "partfieldCode"}}});
+    row("the codes' temporary column cannot be dropped",
+        {withFields(
+             "id INTEGER, partfieldCode TEXT, partfieldCode_temp TEXT, originalName TEXT, "
+             "PRIMARY KEY (partfieldCode_temp, id)",
+             "1, '09-117', 'old', 'Am Bach'"),
+         columnStays("partfieldCode_temp", "fields", keyRefused),
+         versionUnmoved,
+         growersBackward + farmsBackward +
+             QStringList(
+                 {"CREATE TABLE \"fields\" (id INTEGER , partfieldCode_temp TEXT , "
+                  "isoName TEXT , partfieldCode TEXT, PRIMARY KEY(partfieldCode_temp,id) )",
+                  "1, '09-117', 'Am Bach', '09-117'"})});
 
-    QTest::newRow("there is no table: all fifteen statements are tried")
-        << StepRun{"", everyRevertFailure(noSuchTable, rebuildRefused), versionUnmoved, {}};
+    row("there is no table: all fifteen statements are tried",
+        {"", everyRevertFailure(noSuchTable, rebuildRefused), versionUnmoved, {}});
 }
 
 void Versions25Test::getUpdate25Applied_data()

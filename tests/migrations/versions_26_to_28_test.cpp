@@ -100,74 +100,72 @@ private slots:
     void revertFromVersion28() { checkStep(&M::revertFromVersion28); }
 
     void secondRun_data();
-    void secondRun();
-    void probesOnAClosedConnection();
+    void secondRun() { checkSecondRun(); }
 };
 
 void Versions26To28Test::updateToVersion26_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     const QStringList succeeded("Migration to version 26 was successful.");
     const QStringList failed("Migration to version 26 FAILED!");
-    QTest::newRow("every receiver gets the three deviations") << StepRun{
-        receiversAt25 + ";INSERT INTO supportedHarloReceiverSettings VALUES"
-                        "(1, 'Süd', 0.5), (2, 'Nord', NULL)",
-        succeeded,
-        26,
-        {receiversAt26,
-         "supportedHarloReceiverSettings",
-         "1, 'Süd', 0.5, 0.2, 0.2, 0.5",
-         "2, 'Nord', NULL, 0.2, 0.2, 0.5"}};
-    QTest::newRow("existing deviations stay as they are") << StepRun{
-        receiversAt26 + ";INSERT INTO supportedHarloReceiverSettings VALUES"
-                        "(1, 'Nord', 0.5, 0.125, NULL, 3)",
-        succeeded,
-        26,
-        {receiversAt26, "supportedHarloReceiverSettings", "1, 'Nord', 0.5, 0.125, NULL, 3.0"}};
-    QTest::newRow("there is no table: all three columns are tried")
-        << StepRun{"", forEach(deviations, notAddedToNothing) + failed, versionUnmoved, {}};
+    row("every receiver gets the three deviations",
+        {receiversAt25 + ";INSERT INTO supportedHarloReceiverSettings VALUES"
+                         "(1, 'Süd', 0.5), (2, 'Nord', NULL)",
+         succeeded,
+         26,
+         {receiversAt26,
+          "supportedHarloReceiverSettings",
+          "1, 'Süd', 0.5, 0.2, 0.2, 0.5",
+          "2, 'Nord', NULL, 0.2, 0.2, 0.5"}});
+    row("existing deviations stay as they are",
+        {receiversAt26 + ";INSERT INTO supportedHarloReceiverSettings VALUES"
+                         "(1, 'Nord', 0.5, 0.125, NULL, 3)",
+         succeeded,
+         26,
+         {receiversAt26, "supportedHarloReceiverSettings", "1, 'Nord', 0.5, 0.125, NULL, 3.0"}});
+    row("there is no table: all three columns are tried",
+        {"", forEach(deviations, notAddedToNothing) + failed, versionUnmoved, {}});
     addRowOfClosedConnection(forEach(deviations, notAdded, "") + failed);
     const QString table = "supportedHarloReceiverSettings";
-    QTest::newRow("the first deviation is there in another letter case") << StepRun{
-        "CREATE TABLE supportedHarloReceiverSettings (PPP_STD_DEV)",
-        duplicateNotAdded("ppp_STD_DEV", table) + failed,
-        versionUnmoved,
-        {"CREATE TABLE supportedHarloReceiverSettings (PPP_STD_DEV, "
-         "terraStar_STD_DEV REAL DEFAULT 0.2, terraStarL_STD_DEV REAL DEFAULT 0.5)",
-         table}};
-    QTest::newRow("the second deviation is there in another letter case") << StepRun{
-        "CREATE TABLE supportedHarloReceiverSettings (TERRASTAR_STD_DEV)",
-        duplicateNotAdded("terraStar_STD_DEV", table) + failed,
-        versionUnmoved,
-        {"CREATE TABLE supportedHarloReceiverSettings (TERRASTAR_STD_DEV, "
-         "ppp_STD_DEV REAL DEFAULT 0.2, terraStarL_STD_DEV REAL DEFAULT 0.5)",
-         table}};
-    QTest::newRow("the third deviation is there in another letter case") << StepRun{
-        "CREATE TABLE supportedHarloReceiverSettings (TERRASTARL_STD_DEV)",
-        duplicateNotAdded("terraStarL_STD_DEV", table) + failed,
-        versionUnmoved,
-        {"CREATE TABLE supportedHarloReceiverSettings (TERRASTARL_STD_DEV, "
-         "ppp_STD_DEV REAL DEFAULT 0.2, terraStar_STD_DEV REAL DEFAULT 0.2)",
-         table}};
+    row("the first deviation is there in another letter case",
+        {"CREATE TABLE supportedHarloReceiverSettings (PPP_STD_DEV)",
+         duplicateNotAdded("ppp_STD_DEV", table) + failed,
+         versionUnmoved,
+         {"CREATE TABLE supportedHarloReceiverSettings (PPP_STD_DEV, "
+          "terraStar_STD_DEV REAL DEFAULT 0.2, terraStarL_STD_DEV REAL DEFAULT 0.5)",
+          table}});
+    row("the second deviation is there in another letter case",
+        {"CREATE TABLE supportedHarloReceiverSettings (TERRASTAR_STD_DEV)",
+         duplicateNotAdded("terraStar_STD_DEV", table) + failed,
+         versionUnmoved,
+         {"CREATE TABLE supportedHarloReceiverSettings (TERRASTAR_STD_DEV, "
+          "ppp_STD_DEV REAL DEFAULT 0.2, terraStarL_STD_DEV REAL DEFAULT 0.5)",
+          table}});
+    row("the third deviation is there in another letter case",
+        {"CREATE TABLE supportedHarloReceiverSettings (TERRASTARL_STD_DEV)",
+         duplicateNotAdded("terraStarL_STD_DEV", table) + failed,
+         versionUnmoved,
+         {"CREATE TABLE supportedHarloReceiverSettings (TERRASTARL_STD_DEV, "
+          "ppp_STD_DEV REAL DEFAULT 0.2, terraStar_STD_DEV REAL DEFAULT 0.2)",
+          table}});
 }
 
 void Versions26To28Test::revertFromVersion26_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     const QString table = "supportedHarloReceiverSettings";
     const QStringList failed("Reverting from version 26 FAILED!!");
-    QTest::newRow("the deviations are dropped, the receivers stay") << StepRun{
-        receiversAt26 + ";INSERT INTO supportedHarloReceiverSettings VALUES"
-                        "(1, 'Süd', 0.5, 0.125, NULL, 3), (2, 'Nord', NULL, 1, 1, 1)",
-        {},
-        25,
-        {receiversRebuilt, table, "1, 'Süd', 0.5", "2, 'Nord', NULL"}};
-    QTest::newRow("the deviations are not there")
-        << StepRun{receiversAt25, {}, 25, {receiversRebuilt, table}};
-    QTest::newRow("there is no table: all three columns are tried") << StepRun{
-        "", forEach(deviations, columnStays, rebuildRefused) + failed, versionUnmoved, {}};
+    row("the deviations are dropped, the receivers stay",
+        {receiversAt26 + ";INSERT INTO supportedHarloReceiverSettings VALUES"
+                         "(1, 'Süd', 0.5, 0.125, NULL, 3), (2, 'Nord', NULL, 1, 1, 1)",
+         {},
+         25,
+         {receiversRebuilt, table, "1, 'Süd', 0.5", "2, 'Nord', NULL"}});
+    row("the deviations are not there", {receiversAt25, {}, 25, {receiversRebuilt, table}});
+    row("there is no table: all three columns are tried",
+        {"", forEach(deviations, columnStays, rebuildRefused) + failed, versionUnmoved, {}});
     addRowOfClosedConnection(forEach(deviations, columnStays, "") + failed);
     const QStringList columns = {"ppp_STD_DEV", "terraStar_STD_DEV", "terraStarL_STD_DEV"};
     for (const QString &kept : columns) {
@@ -276,56 +274,56 @@ void Versions26To28Test::version26WithoutAPool()
 
 void Versions26To28Test::updateToVersion27_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     const QStringList succeeded("Migration to version 27 was successful.");
     const QStringList failed("Migration to version 27 FAILED!");
     const QByteArray bridge = mixes + bridgeAt26 + bridgeRows;
-    QTest::newRow("the ingredients of a mix get their primary key")
-        << StepRun{bridge, succeeded, 27, QStringList(bridgeAt27) + bridgeRowsAt27};
-    QTest::newRow("the table has a key of two columns: nothing happens") << StepRun{
-        "CREATE TABLE PC_IngredientToMixBridge (a, b, PRIMARY KEY (b, a));"
-        "CREATE TABLE PC_IngredientToMixBridge_temp (a)",
-        succeeded,
-        27,
-        {"CREATE TABLE PC_IngredientToMixBridge (a, b, PRIMARY KEY (b, a))",
-         "CREATE TABLE PC_IngredientToMixBridge_temp (a)"}};
-    QTest::newRow("an earlier run left an empty copy: it is filled")
-        << StepRun{bridge + bridgeAside, succeeded, 27, QStringList(bridgeAt27) + bridgeRowsAt27};
+    row("the ingredients of a mix get their primary key",
+        {bridge, succeeded, 27, QStringList(bridgeAt27) + bridgeRowsAt27});
+    row("the table has a key of two columns: nothing happens",
+        {"CREATE TABLE PC_IngredientToMixBridge (a, b, PRIMARY KEY (b, a));"
+         "CREATE TABLE PC_IngredientToMixBridge_temp (a)",
+         succeeded,
+         27,
+         {"CREATE TABLE PC_IngredientToMixBridge (a, b, PRIMARY KEY (b, a))",
+          "CREATE TABLE PC_IngredientToMixBridge_temp (a)"}});
+    row("an earlier run left an empty copy: it is filled",
+        {bridge + bridgeAside, succeeded, 27, QStringList(bridgeAt27) + bridgeRowsAt27});
 
-    QTest::newRow("the copy cannot be created: the rest runs, no table is left") << StepRun{
-        bridge,
-        failed,
-        versionUnmoved,
-        {},
-        {{SQLITE_CREATE_TABLE, "PC_IngredientToMixBridge_temp"}}};
-    QTest::newRow("an ingredient is twice in a mix: the rest runs, the rows are lost") << StepRun{
-        bridge + "INSERT INTO PC_IngredientToMixBridge VALUES(6, 2, 1, 9, 9, 9)",
-        failed,
-        versionUnmoved,
-        {bridgeAt27}};
-    QTest::newRow("the mix of a row is missing: the rest runs, the rows are lost") << StepRun{
-        bridge + "DELETE FROM PC_Mix WHERE id = 2", failed, versionUnmoved, {bridgeAt27}};
-    QTest::newRow("an earlier run left another copy: it replaces the table") << StepRun{
-        bridge + "CREATE TABLE PC_IngredientToMixBridge_temp (a);"
-                 "INSERT INTO PC_IngredientToMixBridge_temp VALUES(7)",
-        failed,
-        versionUnmoved,
-        {"CREATE TABLE \"PC_IngredientToMixBridge\" (a)", "7"}};
-    QTest::newRow("there is no table: an empty one is created")
-        << StepRun{mixes, failed, versionUnmoved, {bridgeAt27}};
-    QTest::newRow("the table cannot be dropped: table and copy are left") << StepRun{
-        bridge,
-        failed,
-        versionUnmoved,
-        QStringList(bridgeAt26) + bridgeRowsAt26 + QStringList(bridgeAside) + bridgeRowsAt27,
-        {{SQLITE_DROP_TABLE, "PC_IngredientToMixBridge"}}};
-    QTest::newRow("the copy cannot be renamed: only the copy is left") << StepRun{
-        bridge,
-        failed,
-        versionUnmoved,
-        QStringList(bridgeAside) + bridgeRowsAt27,
-        {{SQLITE_ALTER_TABLE, "main", "PC_IngredientToMixBridge_temp"}}};
+    row("the copy cannot be created: the rest runs, no table is left",
+        {bridge,
+         failed,
+         versionUnmoved,
+         {},
+         {{SQLITE_CREATE_TABLE, "PC_IngredientToMixBridge_temp"}}});
+    row("an ingredient is twice in a mix: the rest runs, the rows are lost",
+        {bridge + "INSERT INTO PC_IngredientToMixBridge VALUES(6, 2, 1, 9, 9, 9)",
+         failed,
+         versionUnmoved,
+         {bridgeAt27}});
+    row("the mix of a row is missing: the rest runs, the rows are lost",
+        {bridge + "DELETE FROM PC_Mix WHERE id = 2", failed, versionUnmoved, {bridgeAt27}});
+    row("an earlier run left another copy: it replaces the table",
+        {bridge + "CREATE TABLE PC_IngredientToMixBridge_temp (a);"
+                  "INSERT INTO PC_IngredientToMixBridge_temp VALUES(7)",
+         failed,
+         versionUnmoved,
+         {"CREATE TABLE \"PC_IngredientToMixBridge\" (a)", "7"}});
+    row("there is no table: an empty one is created",
+        {mixes, failed, versionUnmoved, {bridgeAt27}});
+    row("the table cannot be dropped: table and copy are left",
+        {bridge,
+         failed,
+         versionUnmoved,
+         QStringList(bridgeAt26) + bridgeRowsAt26 + QStringList(bridgeAside) + bridgeRowsAt27,
+         {{SQLITE_DROP_TABLE, "PC_IngredientToMixBridge"}}});
+    row("the copy cannot be renamed: only the copy is left",
+        {bridge,
+         failed,
+         versionUnmoved,
+         QStringList(bridgeAside) + bridgeRowsAt27,
+         {{SQLITE_ALTER_TABLE, "main", "PC_IngredientToMixBridge_temp"}}});
     addRowOfClosedConnection(failed);
 }
 
@@ -382,71 +380,65 @@ void Versions26To28Test::revertFromVersion27OnAClosedConnection()
 
 void Versions26To28Test::getUpdate27Applied_data()
 {
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<bool>("applied");
-
-    QTest::newRow("a key of two columns")
-        << QByteArray("CREATE TABLE PC_IngredientToMixBridge (a, b, c, PRIMARY KEY (c, a))")
-        << true;
-    QTest::newRow("a key of two columns, the table in another letter case")
-        << QByteArray("CREATE TABLE PC_INGREDIENTTOMIXBRIDGE (a, b, PRIMARY KEY (a, b))") << true;
-    QTest::newRow("a key of one column")
-        << QByteArray("CREATE TABLE PC_IngredientToMixBridge (a PRIMARY KEY, b)") << false;
-    QTest::newRow("a key of three columns")
-        << QByteArray("CREATE TABLE PC_IngredientToMixBridge (a, b, c, PRIMARY KEY (a, b, c))")
-        << false;
-    QTest::newRow("no key") << QByteArray("CREATE TABLE PC_IngredientToMixBridge (a, b)") << false;
-    QTest::newRow("a view") << QByteArray(
-                                   "CREATE VIEW PC_IngredientToMixBridge AS SELECT 1 AS a, 2 AS b")
-                            << false;
-    QTest::newRow("there is no table") << QByteArray() << false;
+    const auto row = addColumns<QByteArray, bool>("before", "applied");
+    row("a key of two columns",
+        "CREATE TABLE PC_IngredientToMixBridge (a, b, c, PRIMARY KEY (c, a))",
+        true);
+    row("a key of two columns, the table in another letter case",
+        "CREATE TABLE PC_INGREDIENTTOMIXBRIDGE (a, b, PRIMARY KEY (a, b))",
+        true);
+    row("a key of one column", "CREATE TABLE PC_IngredientToMixBridge (a PRIMARY KEY, b)", false);
+    row("a key of three columns",
+        "CREATE TABLE PC_IngredientToMixBridge (a, b, c, PRIMARY KEY (a, b, c))",
+        false);
+    row("no key", "CREATE TABLE PC_IngredientToMixBridge (a, b)", false);
+    row("a view", "CREATE VIEW PC_IngredientToMixBridge AS SELECT 1 AS a, 2 AS b", false);
+    row("there is no table", "", false);
 }
 
 void Versions26To28Test::updateToVersion28_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     const QString table = "VideoCaptureConfigurationSetup";
     const QString column = "cameraReversePopupEnabled";
     const QStringList succeeded("Migration to version 28 was successful.");
     const QStringList failed("Migration to version 28 FAILED!");
-    QTest::newRow("every camera gets the switch, switched off") << StepRun{
-        camerasAt27 + ";INSERT INTO VideoCaptureConfigurationSetup VALUES(1, 'Säschar')",
-        succeeded,
-        28,
-        {camerasAt28, table, "1, 'Säschar', 0"}};
-    QTest::newRow("an existing switch stays as it is") << StepRun{
-        camerasAt28 + ";INSERT INTO VideoCaptureConfigurationSetup VALUES(1, 'Heck', 1)",
-        succeeded,
-        28,
-        {camerasAt28, table, "1, 'Heck', 1"}};
-    QTest::newRow("the switch is there in another letter case") << StepRun{
-        "CREATE TABLE VideoCaptureConfigurationSetup (CameraReversePopupEnabled)",
-        duplicateNotAdded(column, table) + failed,
-        versionUnmoved,
-        {"CREATE TABLE VideoCaptureConfigurationSetup (CameraReversePopupEnabled)", table}};
-    QTest::newRow("there is no table")
-        << StepRun{"", notAddedToNothing(column, table) + failed, versionUnmoved, {}};
+    row("every camera gets the switch, switched off",
+        {camerasAt27 + ";INSERT INTO VideoCaptureConfigurationSetup VALUES(1, 'Säschar')",
+         succeeded,
+         28,
+         {camerasAt28, table, "1, 'Säschar', 0"}});
+    row("an existing switch stays as it is",
+        {camerasAt28 + ";INSERT INTO VideoCaptureConfigurationSetup VALUES(1, 'Heck', 1)",
+         succeeded,
+         28,
+         {camerasAt28, table, "1, 'Heck', 1"}});
+    row("the switch is there in another letter case",
+        {"CREATE TABLE VideoCaptureConfigurationSetup (CameraReversePopupEnabled)",
+         duplicateNotAdded(column, table) + failed,
+         versionUnmoved,
+         {"CREATE TABLE VideoCaptureConfigurationSetup (CameraReversePopupEnabled)", table}});
+    row("there is no table", {"", notAddedToNothing(column, table) + failed, versionUnmoved, {}});
     addRowOfClosedConnection(notAdded(column, table, "") + failed);
 }
 
 void Versions26To28Test::revertFromVersion28_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     const QString table = "VideoCaptureConfigurationSetup";
     const QString column = "cameraReversePopupEnabled";
     const QStringList succeeded("Reverting from version 28 was successful.");
     const QStringList failed("Reverting from version 28 FAILED!!");
-    QTest::newRow("the switch is dropped, the cameras stay") << StepRun{
-        camerasAt28 + ";INSERT INTO VideoCaptureConfigurationSetup VALUES(1, 'Heck', 1)",
-        succeeded,
-        27,
-        {camerasRebuilt, table, "1, 'Heck'"}};
-    QTest::newRow("the switch is not there")
-        << StepRun{camerasAt27, succeeded, 27, {camerasRebuilt, table}};
-    QTest::newRow("there is no table")
-        << StepRun{"", columnStays(column, table, rebuildRefused) + failed, versionUnmoved, {}};
+    row("the switch is dropped, the cameras stay",
+        {camerasAt28 + ";INSERT INTO VideoCaptureConfigurationSetup VALUES(1, 'Heck', 1)",
+         succeeded,
+         27,
+         {camerasRebuilt, table, "1, 'Heck'"}});
+    row("the switch is not there", {camerasAt27, succeeded, 27, {camerasRebuilt, table}});
+    row("there is no table",
+        {"", columnStays(column, table, rebuildRefused) + failed, versionUnmoved, {}});
     addRowOfClosedConnection(columnStays(column, table, "") + failed);
 }
 
@@ -468,21 +460,6 @@ void Versions26To28Test::secondRun_data()
         << Step(&M::updateToVersion28) << 28
         << QStringList("Migration to version 28 was successful.")
         << camerasAt27 + ";INSERT INTO VideoCaptureConfigurationSetup VALUES(1, 'Heck')";
-}
-
-void Versions26To28Test::secondRun()
-{
-    QFETCH(QByteArray, before);
-    device->sql(before);
-    checkSecondRun(startAt(versionUnmoved));
-}
-
-void Versions26To28Test::probesOnAClosedConnection()
-{
-    checkProbesOnAClosedConnection(
-        {{&M::getUpdate26Applied, false},
-         {&M::getUpdate27Applied, false},
-         {&M::getUpdate28Applied, false}});
 }
 
 QTEST_APPLESS_MAIN(Versions26To28Test)

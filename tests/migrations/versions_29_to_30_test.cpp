@@ -52,13 +52,12 @@ private slots:
     void revertFromVersion30() { checkStep(&M::revertFromVersion30); }
 
     void secondRun_data();
-    void secondRun();
-    void probesOnAClosedConnection();
+    void secondRun() { checkSecondRun(); }
 };
 
 void Versions29To30Test::updateToVersion29_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     // Every path ends with this line.
     const QStringList succeeded("Migration to version 29 was successful.");
@@ -67,82 +66,81 @@ void Versions29To30Test::updateToVersion29_data()
     const QByteArray filled = reverseSenseAt28 + reverseSenseRows;
     const QStringList rows = {"1, 1, 0", "8, 0, 1"};
 
-    QTest::newRow("the columns become hardwired ones, the rows stay")
-        << StepRun{filled, succeeded, 29, QStringList({reverseSenseAt29, table}) + rows};
-    QTest::newRow("existing hardwired columns stay as they are") << StepRun{
-        reverseSenseAt29 + reverseSenseRows + reverseSenseLeftOver,
-        succeeded,
-        29,
-        QStringList(
-            {reverseSenseAt29, "CREATE TABLE reverseSenseSettings_temp (mc_sqlId)", table}) +
-            rows + QStringList(temporary)};
-    QTest::newRow("the temporary table cannot be dropped, the step counts as done") << StepRun{
-        filled,
-        tableStays(temporary, notAuthorized) + succeeded,
-        29,
-        QStringList(
-            {renamed(reverseSenseAt28, "reverseSenseSettings_temp"), reverseSenseAt29, temporary}) +
-            rows + QStringList(table) + rows,
-        {{SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
+    row("the columns become hardwired ones, the rows stay",
+        {filled, succeeded, 29, QStringList({reverseSenseAt29, table}) + rows});
+    row("existing hardwired columns stay as they are",
+        {reverseSenseAt29 + reverseSenseRows + reverseSenseLeftOver,
+         succeeded,
+         29,
+         QStringList(
+             {reverseSenseAt29, "CREATE TABLE reverseSenseSettings_temp (mc_sqlId)", table}) +
+             rows + QStringList(temporary)});
+    row("the temporary table cannot be dropped, the step counts as done",
+        {filled,
+         tableStays(temporary, notAuthorized) + succeeded,
+         29,
+         QStringList(
+             {renamed(reverseSenseAt28, "reverseSenseSettings_temp"),
+              reverseSenseAt29,
+              temporary}) +
+             rows + QStringList(table) + rows,
+         {{SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}});
 
     const QStringList notMoved(
         "Could not rename table to reverseSenseSettings_temp. Dropping temp table to allow Mirel "
         "to create new empty table.");
-    QTest::newRow("there is no table") << StepRun{"", notMoved + succeeded, 29, {}};
-    QTest::newRow("there is only a temporary table: it is dropped")
-        << StepRun{reverseSenseLeftOver, notMoved + succeeded, 29, {}};
-    QTest::newRow("a temporary table is in the way: both are dropped")
-        << StepRun{filled + reverseSenseLeftOver, notMoved + succeeded, 29, {}};
-    QTest::newRow("a temporary table is in the way and the table cannot be dropped") << StepRun{
-        filled + reverseSenseLeftOver,
-        notMoved + tableStays(table, notAuthorized) + succeeded,
-        29,
-        QStringList({reverseSenseAt28, table}) + rows,
-        {{SQLITE_DROP_TABLE, "reverseSenseSettings"}}};
-    QTest::newRow("a temporary table is in the way and cannot be dropped") << StepRun{
-        filled + reverseSenseLeftOver,
-        notMoved + tableStays(temporary, notAuthorized) + succeeded,
-        29,
-        {"CREATE TABLE reverseSenseSettings_temp (mc_sqlId)", temporary},
-        {{SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
-    QTest::newRow("a view with the table's name cannot be renamed and stays") << StepRun{
-        "CREATE VIEW reverseSenseSettings AS SELECT 1 AS mc_sqlId",
-        notMoved +
-            tableStays(
-                table,
-                "use DROP VIEW to delete view reverseSenseSettings Unable to execute "
-                "statement") +
-            succeeded,
-        29,
-        {"CREATE VIEW reverseSenseSettings AS SELECT 1 AS mc_sqlId"}};
+    row("there is no table", {"", notMoved + succeeded, 29, {}});
+    row("there is only a temporary table: it is dropped",
+        {reverseSenseLeftOver, notMoved + succeeded, 29, {}});
+    row("a temporary table is in the way: both are dropped",
+        {filled + reverseSenseLeftOver, notMoved + succeeded, 29, {}});
+    row("a temporary table is in the way and the table cannot be dropped",
+        {filled + reverseSenseLeftOver,
+         notMoved + tableStays(table, notAuthorized) + succeeded,
+         29,
+         QStringList({reverseSenseAt28, table}) + rows,
+         {{SQLITE_DROP_TABLE, "reverseSenseSettings"}}});
+    row("a temporary table is in the way and cannot be dropped",
+        {filled + reverseSenseLeftOver,
+         notMoved + tableStays(temporary, notAuthorized) + succeeded,
+         29,
+         {"CREATE TABLE reverseSenseSettings_temp (mc_sqlId)", temporary},
+         {{SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}});
+    row("a view with the table's name cannot be renamed and stays",
+        {"CREATE VIEW reverseSenseSettings AS SELECT 1 AS mc_sqlId",
+         notMoved +
+             tableStays(
+                 table,
+                 "use DROP VIEW to delete view reverseSenseSettings Unable to execute "
+                 "statement") +
+             succeeded,
+         29,
+         {"CREATE VIEW reverseSenseSettings AS SELECT 1 AS mc_sqlId"}});
 
-    QTest::newRow("the new table cannot be created: the old one gets its name back") << StepRun{
-        filled,
-        succeeded,
-        29,
-        QStringList({renamed(reverseSenseAt28, "reverseSenseSettings"), table}) + rows,
-        {{SQLITE_CREATE_TABLE, "reverseSenseSettings"}}};
+    row("the new table cannot be created: the old one gets its name back",
+        {filled,
+         succeeded,
+         29,
+         QStringList({renamed(reverseSenseAt28, "reverseSenseSettings"), table}) + rows,
+         {{SQLITE_CREATE_TABLE, "reverseSenseSettings"}}});
     const QStringList notMovedBack(
         "Could not rename table back to reverseSenseSettings while attempting to clean up upgrade "
         "failure. Dropping temp table to allow Mirel to create new empty table.");
-    QTest::newRow("the new table cannot be created, the old one cannot be renamed: it is dropped")
-        << StepRun{
-               filled,
-               notMovedBack + succeeded,
-               29,
-               {},
-               {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
-                {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"}}};
-    QTest::newRow("the new table cannot be created, the old one cannot be renamed or dropped")
-        << StepRun{
-               filled,
-               notMovedBack + tableStays(temporary, notAuthorized) + succeeded,
-               29,
-               QStringList({renamed(reverseSenseAt28, "reverseSenseSettings_temp"), temporary}) +
-                   rows,
-               {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
-                {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"},
-                {SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
+    row("the new table cannot be created, the old one cannot be renamed: it is dropped",
+        {filled,
+         notMovedBack + succeeded,
+         29,
+         {},
+         {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
+          {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"}}});
+    row("the new table cannot be created, the old one cannot be renamed or dropped",
+        {filled,
+         notMovedBack + tableStays(temporary, notAuthorized) + succeeded,
+         29,
+         QStringList({renamed(reverseSenseAt28, "reverseSenseSettings_temp"), temporary}) + rows,
+         {{SQLITE_CREATE_TABLE, "reverseSenseSettings"},
+          {SQLITE_ALTER_TABLE, "main", "reverseSenseSettings_temp"},
+          {SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}});
 
     const QByteArray nullable =
         "CREATE TABLE reverseSenseSettings (mc_sqlId, enableRemoteReverseSense, "
@@ -151,42 +149,42 @@ void Versions29To30Test::updateToVersion29_data()
     const QStringList notCopied(
         "Failed inserting data from reverseSenseSettings_temp into new reverseSenseSettings.  "
         "Error was NOT NULL constraint failed: reverseSenseSettings.enableHardwiredReverseSense");
-    QTest::newRow("a row cannot be copied: both tables are dropped")
-        << StepRun{nullable, notCopied + succeeded, 29, {}};
-    QTest::newRow("a row cannot be copied and the new table cannot be dropped") << StepRun{
-        nullable,
-        tableStays(table, notAuthorized) + notCopied + succeeded,
-        29,
-        {reverseSenseAt29, table},
-        {{SQLITE_DROP_TABLE, "reverseSenseSettings"}}};
-    QTest::newRow("a row cannot be copied and the old table cannot be dropped") << StepRun{
-        nullable,
-        notCopied + tableStays(temporary, notAuthorized) + succeeded,
-        29,
-        {"CREATE TABLE \"reverseSenseSettings_temp\" (mc_sqlId, "
-         "enableRemoteReverseSense, overrideRemoteReverseSenseDefaultDirection)",
-         temporary,
-         "1, 1, 0",
-         "8, NULL, 1"},
-        {{SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}};
-    QTest::newRow("only the first column is hardwired: both tables are dropped") << StepRun{
-        "CREATE TABLE reverseSenseSettings (mc_sqlId, enableHardwiredReverseSense, "
-        "overrideRemoteReverseSenseDefaultDirection)",
-        QStringList("Failed inserting data from reverseSenseSettings_temp into new "
-                    "reverseSenseSettings.  Error was no such column: "
-                    "enableRemoteReverseSense") +
-            succeeded,
-        29,
-        {}};
-    QTest::newRow("only the second column is hardwired: both tables are dropped") << StepRun{
-        "CREATE TABLE reverseSenseSettings (mc_sqlId, enableRemoteReverseSense, "
-        "overrideHardwiredReverseSenseDefaultDirection)",
-        QStringList("Failed inserting data from reverseSenseSettings_temp into new "
-                    "reverseSenseSettings.  Error was no such column: "
-                    "overrideRemoteReverseSenseDefaultDirection") +
-            succeeded,
-        29,
-        {}};
+    row("a row cannot be copied: both tables are dropped",
+        {nullable, notCopied + succeeded, 29, {}});
+    row("a row cannot be copied and the new table cannot be dropped",
+        {nullable,
+         tableStays(table, notAuthorized) + notCopied + succeeded,
+         29,
+         {reverseSenseAt29, table},
+         {{SQLITE_DROP_TABLE, "reverseSenseSettings"}}});
+    row("a row cannot be copied and the old table cannot be dropped",
+        {nullable,
+         notCopied + tableStays(temporary, notAuthorized) + succeeded,
+         29,
+         {"CREATE TABLE \"reverseSenseSettings_temp\" (mc_sqlId, "
+          "enableRemoteReverseSense, overrideRemoteReverseSenseDefaultDirection)",
+          temporary,
+          "1, 1, 0",
+          "8, NULL, 1"},
+         {{SQLITE_DROP_TABLE, "reverseSenseSettings_temp"}}});
+    row("only the first column is hardwired: both tables are dropped",
+        {"CREATE TABLE reverseSenseSettings (mc_sqlId, enableHardwiredReverseSense, "
+         "overrideRemoteReverseSenseDefaultDirection)",
+         QStringList("Failed inserting data from reverseSenseSettings_temp into new "
+                     "reverseSenseSettings.  Error was no such column: "
+                     "enableRemoteReverseSense") +
+             succeeded,
+         29,
+         {}});
+    row("only the second column is hardwired: both tables are dropped",
+        {"CREATE TABLE reverseSenseSettings (mc_sqlId, enableRemoteReverseSense, "
+         "overrideHardwiredReverseSenseDefaultDirection)",
+         QStringList("Failed inserting data from reverseSenseSettings_temp into new "
+                     "reverseSenseSettings.  Error was no such column: "
+                     "overrideRemoteReverseSenseDefaultDirection") +
+             succeeded,
+         29,
+         {}});
     addRowOfClosedConnection(
         notMoved + tableStays(table, "") + tableStays(temporary, "") + succeeded, 29);
 }
@@ -274,49 +272,47 @@ void Versions29To30Test::revertFromVersion29_data()
 
 void Versions29To30Test::updateToVersion30_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     const QString column = "wirelessEnabled";
     const QStringList succeeded("Migration to version 30 was successful.");
     const QStringList failed("Migration to version 30 FAILED!");
-    QTest::newRow("the wireless switch is added, switched off") << StepRun{
-        controlAt29 + ";INSERT INTO systemControl VALUES(1, 'Europe/Berlin')",
-        succeeded,
-        30,
-        {controlAt30, "systemControl", "1, 'Europe/Berlin', 0"}};
-    QTest::newRow("an existing switch stays as it is") << StepRun{
-        controlAt30 + ";INSERT INTO systemControl VALUES(1, 'UTC', 1)",
-        succeeded,
-        30,
-        {controlAt30, "systemControl", "1, 'UTC', 1"}};
-    QTest::newRow("the switch is there in another letter case") << StepRun{
-        "CREATE TABLE systemControl (WirelessEnabled)",
-        duplicateNotAdded(column, "systemControl") + failed,
-        versionUnmoved,
-        {"CREATE TABLE systemControl (WirelessEnabled)", "systemControl"}};
-    QTest::newRow("there is no table")
-        << StepRun{"", notAddedToNothing(column, "systemControl") + failed, versionUnmoved, {}};
+    row("the wireless switch is added, switched off",
+        {controlAt29 + ";INSERT INTO systemControl VALUES(1, 'Europe/Berlin')",
+         succeeded,
+         30,
+         {controlAt30, "systemControl", "1, 'Europe/Berlin', 0"}});
+    row("an existing switch stays as it is",
+        {controlAt30 + ";INSERT INTO systemControl VALUES(1, 'UTC', 1)",
+         succeeded,
+         30,
+         {controlAt30, "systemControl", "1, 'UTC', 1"}});
+    row("the switch is there in another letter case",
+        {"CREATE TABLE systemControl (WirelessEnabled)",
+         duplicateNotAdded(column, "systemControl") + failed,
+         versionUnmoved,
+         {"CREATE TABLE systemControl (WirelessEnabled)", "systemControl"}});
+    row("there is no table",
+        {"", notAddedToNothing(column, "systemControl") + failed, versionUnmoved, {}});
     addRowOfClosedConnection(notAdded(column, "systemControl", "") + failed);
 }
 
 void Versions29To30Test::revertFromVersion30_data()
 {
-    QTest::addColumn<StepRun>("run");
-
-    QTest::newRow("the wireless switch is dropped") << StepRun{
-        controlAt30 + ";INSERT INTO systemControl VALUES(1, 'Europe/Berlin', 1)",
-        {},
-        29,
-        {controlRebuilt, "systemControl", "1, 'Europe/Berlin'"}};
-    QTest::newRow("the switch is not there")
-        << StepRun{controlAt29, {}, 29, {controlRebuilt, "systemControl"}};
-    QTest::newRow("there is no table") << StepRun{
-        "", columnStays("wirelessEnabled", "systemControl", rebuildRefused), versionUnmoved, {}};
-    QTest::newRow("a view of a missing table has the table's name") << StepRun{
-        "CREATE VIEW systemControl AS SELECT * FROM gone",
-        columnStays("wirelessEnabled", "systemControl", rebuildRefused),
-        versionUnmoved,
-        {"CREATE VIEW systemControl AS SELECT * FROM gone"}};
+    const auto row = addColumns<StepRun>("run");
+    row("the wireless switch is dropped",
+        {controlAt30 + ";INSERT INTO systemControl VALUES(1, 'Europe/Berlin', 1)",
+         {},
+         29,
+         {controlRebuilt, "systemControl", "1, 'Europe/Berlin'"}});
+    row("the switch is not there", {controlAt29, {}, 29, {controlRebuilt, "systemControl"}});
+    row("there is no table",
+        {"", columnStays("wirelessEnabled", "systemControl", rebuildRefused), versionUnmoved, {}});
+    row("a view of a missing table has the table's name",
+        {"CREATE VIEW systemControl AS SELECT * FROM gone",
+         columnStays("wirelessEnabled", "systemControl", rebuildRefused),
+         versionUnmoved,
+         {"CREATE VIEW systemControl AS SELECT * FROM gone"}});
     addRowOfClosedConnection(columnStays("wirelessEnabled", "systemControl", ""));
 }
 
@@ -333,19 +329,6 @@ void Versions29To30Test::secondRun_data()
     QTest::newRow("version 30") << Step(&M::updateToVersion30) << 30
                                 << QStringList("Migration to version 30 was successful.")
                                 << controlAt29 + ";INSERT INTO systemControl VALUES(1, 'UTC')";
-}
-
-void Versions29To30Test::secondRun()
-{
-    QFETCH(QByteArray, before);
-    device->sql(before);
-    checkSecondRun(startAt(versionUnmoved));
-}
-
-void Versions29To30Test::probesOnAClosedConnection()
-{
-    checkProbesOnAClosedConnection(
-        {{&M::getUpdate29Applied, false}, {&M::getUpdate30Applied, false}});
 }
 
 QTEST_APPLESS_MAIN(Versions29To30Test)

@@ -50,12 +50,11 @@ private slots:
     void revertFromVersion31_data();
     void revertFromVersion31() { checkStep(&M::revertFromVersion31); }
     void secondRun();
-    void probeOnAClosedConnection();
 };
 
 void Versions31Test::updateToVersion31_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     const QStringList succeeded("Migration to version 31 was successful.");
     const QStringList notSynched(
@@ -64,158 +63,150 @@ void Versions31Test::updateToVersion31_data()
                                   "INSERT INTO PC_Mix(id) VALUES(1);"
                                   "INSERT INTO PC_PlanterVariety(id) VALUES(1);";
     const QStringList carriers = {carriersAt31, "9, '{random}'"};
+    const QStringList fixedCarriers = {
+        carriersAt31,
+        "1, '6925f16e-e25c-4768-bc50-8885c4baaa8f'",
+        "2, '6f5e4750-b686-4d5a-ac6f-0dc2e3099b34'",
+        "3, '0cdc8424-a0a6-4b01-aa23-8a6fe777f9db'",
+        "4, 'b502fba8-3905-4e80-a9e4-25656ee30ac2'",
+        "5, 'f036f28b-08cc-46c2-bfa7-1622ccc13636'",
+        "6, 'a35c4042-30d1-4c80-9f89-350805a41ed1'"};
     const QStringList mixes = {mixesAt31, "1, '{random}'"};
     const QStringList varieties = {varietiesAt31, "1, '{random}'"};
 
-    QTest::newRow("every row gets an identifier, the default carriers get their fixed ones")
-        << StepRun{
-               tablesAt30 +
-                   "INSERT INTO PC_Carrier VALUES(1), (2), (3), (4), (5), (6), (7), (8), (9);"
-                   "INSERT INTO PC_Mix VALUES(1), (8);"
-                   "INSERT INTO PC_PlanterVariety VALUES(-1);",
-               succeeded,
-               31,
-               {carriersAt31,
-                "1, '6925f16e-e25c-4768-bc50-8885c4baaa8f'",
-                "2, '6f5e4750-b686-4d5a-ac6f-0dc2e3099b34'",
-                "3, '0cdc8424-a0a6-4b01-aa23-8a6fe777f9db'",
-                "4, 'b502fba8-3905-4e80-a9e4-25656ee30ac2'",
-                "5, 'f036f28b-08cc-46c2-bfa7-1622ccc13636'",
-                "6, 'a35c4042-30d1-4c80-9f89-350805a41ed1'",
-                "7, '{random}'",
-                "8, '9457de07-8236-4840-81d8-e8c9011c0f56'",
-                "9, '{random}'",
-                mixesAt31,
-                "1, '{random}'",
-                "8, '{random}'",
-                varietiesAt31,
-                "-1, '{random}'"}};
-    QTest::newRow("existing identifiers stay, but those of the default carriers are overwritten")
-        << StepRun{
-               tablesAt31 + "INSERT INTO PC_Carrier VALUES(1, 'a'), (2, 'b'), (3, ''), (4, 'd'), "
-                            "(5, 'e'), (6, '{f}'), (7, 'g'), (8, 'h'), (9, '');"
-                            "INSERT INTO PC_Mix VALUES(1, 'j'), (2, NULL);"
-                            "INSERT INTO PC_PlanterVariety VALUES(1, NULL), (2, 'k');",
-               succeeded,
-               31,
-               {carriersAt31,
-                "1, '6925f16e-e25c-4768-bc50-8885c4baaa8f'",
-                "2, '6f5e4750-b686-4d5a-ac6f-0dc2e3099b34'",
-                "3, '0cdc8424-a0a6-4b01-aa23-8a6fe777f9db'",
-                "4, 'b502fba8-3905-4e80-a9e4-25656ee30ac2'",
-                "5, 'f036f28b-08cc-46c2-bfa7-1622ccc13636'",
-                "6, 'a35c4042-30d1-4c80-9f89-350805a41ed1'",
-                "7, 'g'",
-                "8, '9457de07-8236-4840-81d8-e8c9011c0f56'",
-                "9, ''",
-                mixesAt31,
-                "1, 'j'",
-                "2, '{random}'",
-                varietiesAt31,
-                "1, '{random}'",
-                "2, 'k'"}};
-    QTest::newRow("the tables are empty")
-        << StepRun{tablesAt30, succeeded, 31, {carriersAt31, mixesAt31, varietiesAt31}};
-    QTest::newRow("a row without an id gets no identifier") << StepRun{
-        carriersAt30 + "CREATE TABLE PC_Mix (id TEXT, uuid TEXT);" + varietiesAt30 +
-            "INSERT INTO PC_Mix VALUES(NULL, NULL), ('m''1', NULL);",
-        succeeded,
-        31,
-        {carriersAt31,
-         "CREATE TABLE PC_Mix (id TEXT, uuid TEXT)",
-         "NULL, NULL",
-         "'m''1', '{random}'",
-         varietiesAt31}};
+    row("every row gets an identifier, the default carriers get their fixed ones",
+        {tablesAt30 + "INSERT INTO PC_Carrier VALUES(1), (2), (3), (4), (5), (6), (7), (8), (9);"
+                      "INSERT INTO PC_Mix VALUES(1), (8);"
+                      "INSERT INTO PC_PlanterVariety VALUES(-1);",
+         succeeded,
+         31,
+         fixedCarriers + QStringList{
+                             "7, '{random}'",
+                             "8, '9457de07-8236-4840-81d8-e8c9011c0f56'",
+                             "9, '{random}'",
+                             mixesAt31,
+                             "1, '{random}'",
+                             "8, '{random}'",
+                             varietiesAt31,
+                             "-1, '{random}'"}});
+    row("existing identifiers stay, but those of the default carriers are overwritten",
+        {tablesAt31 + "INSERT INTO PC_Carrier VALUES(1, 'a'), (2, 'b'), (3, ''), (4, 'd'), "
+                      "(5, 'e'), (6, '{f}'), (7, 'g'), (8, 'h'), (9, '');"
+                      "INSERT INTO PC_Mix VALUES(1, 'j'), (2, NULL);"
+                      "INSERT INTO PC_PlanterVariety VALUES(1, NULL), (2, 'k');",
+         succeeded,
+         31,
+         fixedCarriers + QStringList{
+                             "7, 'g'",
+                             "8, '9457de07-8236-4840-81d8-e8c9011c0f56'",
+                             "9, ''",
+                             mixesAt31,
+                             "1, 'j'",
+                             "2, '{random}'",
+                             varietiesAt31,
+                             "1, '{random}'",
+                             "2, 'k'"}});
+    row("the tables are empty",
+        {tablesAt30, succeeded, 31, {carriersAt31, mixesAt31, varietiesAt31}});
+    row("a row without an id gets no identifier",
+        {carriersAt30 + "CREATE TABLE PC_Mix (id TEXT, uuid TEXT);" + varietiesAt30 +
+             "INSERT INTO PC_Mix VALUES(NULL, NULL), ('m''1', NULL);",
+         succeeded,
+         31,
+         {carriersAt31,
+          "CREATE TABLE PC_Mix (id TEXT, uuid TEXT)",
+          "NULL, NULL",
+          "'m''1', '{random}'",
+          varietiesAt31}});
 
     // Whether the column was added and its rows were read makes no difference.
-    QTest::newRow("the column is there in another letter case") << StepRun{
-        carriersAt30 + "CREATE TABLE PC_Mix (id INTEGER PRIMARY KEY, UUID TEXT);" + varietiesAt30 +
-            oneRowEach,
-        duplicateNotAdded("uuid", "PC_Mix") + succeeded,
-        31,
-        carriers +
-            QStringList(
-                {"CREATE TABLE PC_Mix (id INTEGER PRIMARY KEY, UUID TEXT)", "1, '{random}'"}) +
-            varieties};
-    QTest::newRow("the mixes' column cannot be added: the step succeeds without it") << StepRun{
-        tablesAt30 + oneRowEach,
-        notAdded("uuid", "PC_Mix", notAuthorized) + succeeded,
-        31,
-        carriers + QStringList({"CREATE TABLE PC_Mix (id INTEGER PRIMARY KEY)", "1"}) + varieties,
-        {{SQLITE_ALTER_TABLE, "main", "PC_Mix"}}};
-    QTest::newRow("the mixes cannot be read: they get no identifiers") << StepRun{
-        tablesAt31 + oneRowEach,
-        succeeded,
-        31,
-        carriers + QStringList({mixesAt31, "1, NULL"}) + varieties,
-        {{SQLITE_READ, "PC_Mix", "uuid"}}};
-    QTest::newRow("there are no mixes: the step succeeds without them") << StepRun{
-        carriersAt30 + varietiesAt30,
-        notAddedToNothing("uuid", "PC_Mix") + succeeded,
-        31,
-        {carriersAt31, varietiesAt31}};
-    QTest::newRow("there are no planter varieties: the step succeeds without them") << StepRun{
-        carriersAt30 + mixesAt30,
-        notAddedToNothing("uuid", "PC_PlanterVariety") + succeeded,
-        31,
-        {carriersAt31, mixesAt31}};
-    QTest::newRow("there are no carriers: the other tables are filled, the defaults fail")
-        << StepRun{
-               mixesAt30 + varietiesAt30 +
-                   "INSERT INTO PC_Mix VALUES(1);"
-                   "INSERT INTO PC_PlanterVariety VALUES(1);",
-               notAddedToNothing("uuid", "PC_Carrier") + notSynched,
-               versionUnmoved,
-               mixes + varieties};
-    QTest::newRow("there is no table")
-        << StepRun{"", forEach(identifiers, notAddedToNothing) + notSynched, versionUnmoved, {}};
+    row("the column is there in another letter case",
+        {carriersAt30 + "CREATE TABLE PC_Mix (id INTEGER PRIMARY KEY, UUID TEXT);" + varietiesAt30 +
+             oneRowEach,
+         duplicateNotAdded("uuid", "PC_Mix") + succeeded,
+         31,
+         carriers +
+             QStringList(
+                 {"CREATE TABLE PC_Mix (id INTEGER PRIMARY KEY, UUID TEXT)", "1, '{random}'"}) +
+             varieties});
+    row("the mixes' column cannot be added: the step succeeds without it",
+        {tablesAt30 + oneRowEach,
+         notAdded("uuid", "PC_Mix", notAuthorized) + succeeded,
+         31,
+         carriers + QStringList({"CREATE TABLE PC_Mix (id INTEGER PRIMARY KEY)", "1"}) + varieties,
+         {{SQLITE_ALTER_TABLE, "main", "PC_Mix"}}});
+    row("the mixes cannot be read: they get no identifiers",
+        {tablesAt31 + oneRowEach,
+         succeeded,
+         31,
+         carriers + QStringList({mixesAt31, "1, NULL"}) + varieties,
+         {{SQLITE_READ, "PC_Mix", "uuid"}}});
+    row("there are no mixes: the step succeeds without them",
+        {carriersAt30 + varietiesAt30,
+         notAddedToNothing("uuid", "PC_Mix") + succeeded,
+         31,
+         {carriersAt31, varietiesAt31}});
+    row("there are no planter varieties: the step succeeds without them",
+        {carriersAt30 + mixesAt30,
+         notAddedToNothing("uuid", "PC_PlanterVariety") + succeeded,
+         31,
+         {carriersAt31, mixesAt31}});
+    row("there are no carriers: the other tables are filled, the defaults fail",
+        {mixesAt30 + varietiesAt30 +
+             "INSERT INTO PC_Mix VALUES(1);"
+             "INSERT INTO PC_PlanterVariety VALUES(1);",
+         notAddedToNothing("uuid", "PC_Carrier") + notSynched,
+         versionUnmoved,
+         mixes + varieties});
+    row("there is no table",
+        {"", forEach(identifiers, notAddedToNothing) + notSynched, versionUnmoved, {}});
 
     // A batch that fails stops the step.
     const QByteArray rows = "INSERT INTO PC_Carrier VALUES(1), (9);"
                             "INSERT INTO PC_Mix VALUES(1), (2), (3);"
                             "INSERT INTO PC_PlanterVariety VALUES(1), (2);";
     const QStringList randomCarriers = {carriersAt31, "1, '{random}'", "9, '{random}'"};
-    QTest::newRow("the carriers cannot be filled: everything else stays as it is") << StepRun{
-        tablesAt30 + rows + refusal("UPDATE ON PC_Carrier"),
-        {"Migration to version 31 FAILED! Failed to add and populate PC_Carrier uuid "
-         "column"},
-        versionUnmoved,
-        {carriersAt31,
-         "1, NULL",
-         "9, NULL",
-         "CREATE TABLE PC_Mix (id INTEGER PRIMARY KEY)",
-         "1",
-         "2",
-         "3",
-         "CREATE TABLE PC_PlanterVariety (id INTEGER PRIMARY KEY)",
-         "1",
-         "2"}};
-    QTest::newRow("the second mix cannot be filled: the default carriers stay random") << StepRun{
-        tablesAt30 + rows + refusal("UPDATE ON PC_Mix WHEN OLD.id = 2"),
-        {"Migration to version 31 FAILED! Failed to add and populate PC_Mix uuid "
-         "column"},
-        versionUnmoved,
-        randomCarriers + QStringList(
-                             {mixesAt31,
-                              "1, '{random}'",
-                              "2, NULL",
-                              "3, NULL",
-                              "CREATE TABLE PC_PlanterVariety (id INTEGER PRIMARY KEY)",
-                              "1",
-                              "2"})};
-    QTest::newRow("the last variety cannot be filled: the default carriers stay random") << StepRun{
-        tablesAt30 + rows + refusal("UPDATE ON PC_PlanterVariety WHEN OLD.id = 2"),
-        {"Migration to version 31 FAILED! Failed to add and populate PC_PlanterVariety "
-         "uuid column"},
-        versionUnmoved,
-        randomCarriers + QStringList(
-                             {mixesAt31,
-                              "1, '{random}'",
-                              "2, '{random}'",
-                              "3, '{random}'",
-                              varietiesAt31,
-                              "1, '{random}'",
-                              "2, NULL"})};
+    row("the carriers cannot be filled: everything else stays as it is",
+        {tablesAt30 + rows + refusal("UPDATE ON PC_Carrier"),
+         {"Migration to version 31 FAILED! Failed to add and populate PC_Carrier uuid "
+          "column"},
+         versionUnmoved,
+         {carriersAt31,
+          "1, NULL",
+          "9, NULL",
+          "CREATE TABLE PC_Mix (id INTEGER PRIMARY KEY)",
+          "1",
+          "2",
+          "3",
+          "CREATE TABLE PC_PlanterVariety (id INTEGER PRIMARY KEY)",
+          "1",
+          "2"}});
+    row("the second mix cannot be filled: the default carriers stay random",
+        {tablesAt30 + rows + refusal("UPDATE ON PC_Mix WHEN OLD.id = 2"),
+         {"Migration to version 31 FAILED! Failed to add and populate PC_Mix uuid "
+          "column"},
+         versionUnmoved,
+         randomCarriers + QStringList(
+                              {mixesAt31,
+                               "1, '{random}'",
+                               "2, NULL",
+                               "3, NULL",
+                               "CREATE TABLE PC_PlanterVariety (id INTEGER PRIMARY KEY)",
+                               "1",
+                               "2"})});
+    row("the last variety cannot be filled: the default carriers stay random",
+        {tablesAt30 + rows + refusal("UPDATE ON PC_PlanterVariety WHEN OLD.id = 2"),
+         {"Migration to version 31 FAILED! Failed to add and populate PC_PlanterVariety "
+          "uuid column"},
+         versionUnmoved,
+         randomCarriers + QStringList(
+                              {mixesAt31,
+                               "1, '{random}'",
+                               "2, '{random}'",
+                               "3, '{random}'",
+                               varietiesAt31,
+                               "1, '{random}'",
+                               "2, NULL"})});
 
     // Each of the seven defaults is set even where others fail.
     for (auto refused = defaultCarriers.begin(); refused != defaultCarriers.end(); ++refused) {
@@ -282,38 +273,38 @@ void Versions31Test::drawsIdentifiers()
 
 void Versions31Test::revertFromVersion31_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     const QStringList names = {"PC_Carrier", "PC_Mix", "PC_PlanterVariety"};
     const QString rebuilt = "CREATE TABLE \"%1\" (id INTEGER , PRIMARY KEY(id) )";
-    QTest::newRow("the identifiers are dropped, the rows stay") << StepRun{
-        tablesAt31 + "INSERT INTO PC_Carrier VALUES(1, 'a'), (2, NULL);"
-                     "INSERT INTO PC_Mix VALUES(3, 'b');"
-                     "INSERT INTO PC_PlanterVariety VALUES(4, 'c');",
-        {},
-        30,
-        {rebuilt.arg(names[0]),
-         rebuilt.arg(names[1]),
-         rebuilt.arg(names[2]),
-         names[0],
-         "1",
-         "2",
-         names[1],
-         "3",
-         names[2],
-         "4"}};
-    QTest::newRow("the identifiers are not there") << StepRun{
-        tablesAt30,
-        {},
-        30,
-        {rebuilt.arg(names[0]),
-         rebuilt.arg(names[1]),
-         rebuilt.arg(names[2]),
-         names[0],
-         names[1],
-         names[2]}};
-    QTest::newRow("there is no table: all three are tried")
-        << StepRun{"", forEach(identifiers, columnStays, rebuildRefused), versionUnmoved, {}};
+    row("the identifiers are dropped, the rows stay",
+        {tablesAt31 + "INSERT INTO PC_Carrier VALUES(1, 'a'), (2, NULL);"
+                      "INSERT INTO PC_Mix VALUES(3, 'b');"
+                      "INSERT INTO PC_PlanterVariety VALUES(4, 'c');",
+         {},
+         30,
+         {rebuilt.arg(names[0]),
+          rebuilt.arg(names[1]),
+          rebuilt.arg(names[2]),
+          names[0],
+          "1",
+          "2",
+          names[1],
+          "3",
+          names[2],
+          "4"}});
+    row("the identifiers are not there",
+        {tablesAt30,
+         {},
+         30,
+         {rebuilt.arg(names[0]),
+          rebuilt.arg(names[1]),
+          rebuilt.arg(names[2]),
+          names[0],
+          names[1],
+          names[2]}});
+    row("there is no table: all three are tried",
+        {"", forEach(identifiers, columnStays, rebuildRefused), versionUnmoved, {}});
     for (const QString &missing : names) {
         QByteArray before;
         QStringList schema;
@@ -348,11 +339,6 @@ void Versions31Test::secondRun()
     COMPARE_LINES(device->takeLogLines(), QStringList({succeeded, succeeded}));
     QCOMPARE(migrator.currentVersion(), 31);
     COMPARE_LINES(device->dump(), afterFirst);
-}
-
-void Versions31Test::probeOnAClosedConnection()
-{
-    checkProbesOnAClosedConnection({{&M::getUpdate31Applied, false}});
 }
 
 QTEST_APPLESS_MAIN(Versions31Test)

@@ -179,122 +179,120 @@ private slots:
     void secondRun();
     void getUpdate32Applied_data();
     void getUpdate32Applied() { checkProbe(&M::getUpdate32Applied); }
-    void probeOnAClosedConnection();
 };
 
 void Versions32Test::updateToVersion32_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     const QByteArray before = forward.before;
     const QStringList succeeded = forward.successLog;
     const QStringList failed = forward.failureLog;
 
-    QTest::newRow("maps follow their file, NULL is replaced") << StepRun{
-        before + twoMaps,
-        succeeded,
-        32,
-        QStringList(mapsAt32) + rowsAfter + preferencesWithCloudJobs};
-    QTest::newRow("there is no map")
-        << StepRun{before, succeeded, 32, QStringList(mapsAt32) + preferencesWithCloudJobs};
-    QTest::newRow("identifiers and products need more than 32 bits, a product is no number")
-        << StepRun{
-               before + insertMaps +
-                   "(5000000000, 'a', 'wo1', '', '', '', '', '', 6000000000),"
-                   "(5000000001, 'b', 'wo1', '', '', '', '', '', 'x');",
-               succeeded,
-               32,
-               QStringList(
-                   {mapsAt32,
-                    "5000000000, 'a', 'wo1', '', '', '', '', '', 6000000000",
-                    "5000000001, 'b', 'wo1', '', '', '', '', '', 0"}) +
-                   preferencesWithCloudJobs};
-    QTest::newRow("maps follow their file already, and cloud jobs are on") << StepRun{
-        files + preferencesAt32 + mapsAt32 + twoMaps,
-        succeeded,
-        32,
-        QStringList(mapsAt32) + rowsAfter +
-            QStringList({preferencesWithCloudJobs[0], "1, 6.25, 1"})};
-    QTest::newRow("columns of a later version are lost") << StepRun{
-        before + twoMaps +
-            "ALTER TABLE workOrderRxMaps ADD COLUMN woConvRate REAL;"
-            "UPDATE workOrderRxMaps SET woConvRate = 1.5;",
-        succeeded,
-        32,
-        QStringList(mapsAt32) + rowsAfter + preferencesWithCloudJobs};
+    row("maps follow their file, NULL is replaced",
+        {before + twoMaps,
+         succeeded,
+         32,
+         QStringList(mapsAt32) + rowsAfter + preferencesWithCloudJobs});
+    row("there is no map",
+        {before, succeeded, 32, QStringList(mapsAt32) + preferencesWithCloudJobs});
+    row("identifiers and products need more than 32 bits, a product is no number",
+        {before + insertMaps +
+             "(5000000000, 'a', 'wo1', '', '', '', '', '', 6000000000),"
+             "(5000000001, 'b', 'wo1', '', '', '', '', '', 'x');",
+         succeeded,
+         32,
+         QStringList(
+             {mapsAt32,
+              "5000000000, 'a', 'wo1', '', '', '', '', '', 6000000000",
+              "5000000001, 'b', 'wo1', '', '', '', '', '', 0"}) +
+             preferencesWithCloudJobs});
+    row("maps follow their file already, and cloud jobs are on",
+        {files + preferencesAt32 + mapsAt32 + twoMaps,
+         succeeded,
+         32,
+         QStringList(mapsAt32) + rowsAfter +
+             QStringList({preferencesWithCloudJobs[0], "1, 6.25, 1"})});
+    row("columns of a later version are lost",
+        {before + twoMaps +
+             "ALTER TABLE workOrderRxMaps ADD COLUMN woConvRate REAL;"
+             "UPDATE workOrderRxMaps SET woConvRate = 1.5;",
+         succeeded,
+         32,
+         QStringList(mapsAt32) + rowsAfter + preferencesWithCloudJobs});
 
-    QTest::newRow("there is no table: it is created") << StepRun{
-        files + preferencesAt31, succeeded, 32, QStringList(mapsAt32) + preferencesWithCloudJobs};
-    QTest::newRow("there is no table, and it cannot be created") << StepRun{
-        files + preferencesAt31,
-        failed,
-        versionUnmoved,
-        preferencesWithCloudJobs,
-        {{SQLITE_CREATE_TABLE, "workOrderRxMaps"}}};
-    QTest::newRow("the table in another letter case counts as created") << StepRun{
-        files + preferencesAt31 + "CREATE TABLE WorkOrderRxMaps (id)",
-        succeeded,
-        32,
-        preferencesWithCloudJobs};
+    row("there is no table: it is created",
+        {files + preferencesAt31, succeeded, 32, QStringList(mapsAt32) + preferencesWithCloudJobs});
+    row("there is no table, and it cannot be created",
+        {files + preferencesAt31,
+         failed,
+         versionUnmoved,
+         preferencesWithCloudJobs,
+         {{SQLITE_CREATE_TABLE, "workOrderRxMaps"}}});
+    row("the table in another letter case counts as created",
+        {files + preferencesAt31 + "CREATE TABLE WorkOrderRxMaps (id)",
+         succeeded,
+         32,
+         preferencesWithCloudJobs});
 
-    QTest::newRow("a map's file is missing: the old table is restored") << StepRun{
-        before + twoMaps + "DELETE FROM files WHERE uuid = 'wo1'",
-        QStringList("Database migration failed in updateToVersion32()!  The error was: "
-                    "FOREIGN KEY constraint failed") +
-            failed,
-        versionUnmoved,
-        QStringList(renamedBack + mapColumnsAt31) + rowsBefore + preferencesWithCloudJobs};
+    row("a map's file is missing: the old table is restored",
+        {before + twoMaps + "DELETE FROM files WHERE uuid = 'wo1'",
+         QStringList("Database migration failed in updateToVersion32()!  The error was: "
+                     "FOREIGN KEY constraint failed") +
+             failed,
+         versionUnmoved,
+         QStringList(renamedBack + mapColumnsAt31) + rowsBefore + preferencesWithCloudJobs});
 
-    QTest::newRow("there are no preferences: the maps still change") << StepRun{
-        files + mapsAt31 + twoMaps,
-        notAddedToNothing("enableCloudJobs", "SM_Preferences") + failed,
-        versionUnmoved,
-        QStringList(mapsAt32) + rowsAfter};
-    QTest::newRow("neither maps nor preferences can change") << StepRun{
-        mapsAt31 + ";CREATE TABLE workOrderRxMaps_old (id)",
-        QStringList("The ALTER TABLE RENAME query in updateToVersion32() failed!  The query error "
-                    "was: there is already another table or index with this name: "
-                    "workOrderRxMaps_old") +
-            notAddedToNothing("enableCloudJobs", "SM_Preferences") + failed,
-        versionUnmoved,
-        {mapsAt31, "CREATE TABLE workOrderRxMaps_old (id)"}};
+    row("there are no preferences: the maps still change",
+        {files + mapsAt31 + twoMaps,
+         notAddedToNothing("enableCloudJobs", "SM_Preferences") + failed,
+         versionUnmoved,
+         QStringList(mapsAt32) + rowsAfter});
+    row("neither maps nor preferences can change",
+        {mapsAt31 + ";CREATE TABLE workOrderRxMaps_old (id)",
+         QStringList("The ALTER TABLE RENAME query in updateToVersion32() failed!  The query error "
+                     "was: there is already another table or index with this name: "
+                     "workOrderRxMaps_old") +
+             notAddedToNothing("enableCloudJobs", "SM_Preferences") + failed,
+         versionUnmoved,
+         {mapsAt31, "CREATE TABLE workOrderRxMaps_old (id)"}});
     addRowsOfBothDirections(forward);
     addRowOfClosedConnection(notAdded("enableCloudJobs", "SM_Preferences", "") + failed);
 }
 
 void Versions32Test::revertFromVersion32_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     const QByteArray before = backward.before;
 
-    QTest::newRow("maps no longer follow their file, NULL is replaced") << StepRun{
-        before + twoMaps, {}, 31, QStringList(mapsAt31) + rowsAfter + preferencesRebuilt};
-    QTest::newRow("maps and preferences are those of version 31") << StepRun{
-        files + preferencesAt31 + mapsAt31 + twoMaps,
-        {},
-        31,
-        QStringList(mapsAt31) + rowsAfter + preferencesRebuilt};
+    row("maps no longer follow their file, NULL is replaced",
+        {before + twoMaps, {}, 31, QStringList(mapsAt31) + rowsAfter + preferencesRebuilt});
+    row("maps and preferences are those of version 31",
+        {files + preferencesAt31 + mapsAt31 + twoMaps,
+         {},
+         31,
+         QStringList(mapsAt31) + rowsAfter + preferencesRebuilt});
 
-    QTest::newRow("there is no table") << StepRun{
-        preferencesAt32,
-        {"The ALTER TABLE RENAME query in revertFromVersion32() failed!  The query "
-         "error was: no such table: workOrderRxMaps"},
-        versionUnmoved,
-        preferencesRebuilt};
+    row("there is no table",
+        {preferencesAt32,
+         {"The ALTER TABLE RENAME query in revertFromVersion32() failed!  The query "
+          "error was: no such table: workOrderRxMaps"},
+         versionUnmoved,
+         preferencesRebuilt});
 
-    QTest::newRow("there are no preferences: the maps still change") << StepRun{
-        files + mapsAt32 + twoMaps,
-        columnStays("enableCloudJobs", "SM_Preferences", rebuildRefused),
-        versionUnmoved,
-        QStringList(mapsAt31) + rowsAfter};
-    QTest::newRow("neither maps nor preferences can change") << StepRun{
-        "",
-        QStringList("The ALTER TABLE RENAME query in revertFromVersion32() failed!  "
-                    "The query error was: no such table: workOrderRxMaps") +
-            columnStays("enableCloudJobs", "SM_Preferences", rebuildRefused),
-        versionUnmoved,
-        {}};
+    row("there are no preferences: the maps still change",
+        {files + mapsAt32 + twoMaps,
+         columnStays("enableCloudJobs", "SM_Preferences", rebuildRefused),
+         versionUnmoved,
+         QStringList(mapsAt31) + rowsAfter});
+    row("neither maps nor preferences can change",
+        {"",
+         QStringList("The ALTER TABLE RENAME query in revertFromVersion32() failed!  "
+                     "The query error was: no such table: workOrderRxMaps") +
+             columnStays("enableCloudJobs", "SM_Preferences", rebuildRefused),
+         versionUnmoved,
+         {}});
     addRowsOfBothDirections(backward);
     addRowOfClosedConnection(
         QStringList("The ALTER TABLE RENAME query in revertFromVersion32() failed!  The query "
@@ -332,27 +330,21 @@ void Versions32Test::secondRun()
 
 void Versions32Test::getUpdate32Applied_data()
 {
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<bool>("applied");
+    const auto row = addColumns<QByteArray, bool>("before", "applied");
 
     const QByteArray cloudJobs = ";CREATE TABLE SM_Preferences (enableCloudJobs)";
-    QTest::newRow("maps follow their file, there are cloud jobs") << mapsAt32 + cloudJobs << true;
-    QTest::newRow("cloud jobs in another letter case") << mapsAt32 + cloudJobs.toUpper() << true;
-    QTest::newRow("maps do not follow their file") << mapsAt31 + cloudJobs << false;
-    QTest::newRow("the cascade is written in another letter case")
-        << QByteArray(mapsAt32).replace("ON UPDATE CASCADE", "on update cascade") + cloudJobs
-        << false;
-    QTest::newRow("maps in another letter case")
-        << QByteArray(mapsAt32).replace("workOrder", "WorkOrder") + cloudJobs << false;
-    QTest::newRow("there are no maps") << cloudJobs.mid(1) << false;
-    QTest::newRow("there are no cloud jobs")
-        << mapsAt32 + ";CREATE TABLE SM_Preferences (id)" << false;
-    QTest::newRow("there are no preferences") << mapsAt32 << false;
-}
-
-void Versions32Test::probeOnAClosedConnection()
-{
-    checkProbesOnAClosedConnection({{&M::getUpdate32Applied, false}});
+    row("maps follow their file, there are cloud jobs", mapsAt32 + cloudJobs, true);
+    row("cloud jobs in another letter case", mapsAt32 + cloudJobs.toUpper(), true);
+    row("maps do not follow their file", mapsAt31 + cloudJobs, false);
+    row("the cascade is written in another letter case",
+        QByteArray(mapsAt32).replace("ON UPDATE CASCADE", "on update cascade") + cloudJobs,
+        false);
+    row("maps in another letter case",
+        QByteArray(mapsAt32).replace("workOrder", "WorkOrder") + cloudJobs,
+        false);
+    row("there are no maps", cloudJobs.mid(1), false);
+    row("there are no cloud jobs", mapsAt32 + ";CREATE TABLE SM_Preferences (id)", false);
+    row("there are no preferences", mapsAt32, false);
 }
 
 QTEST_APPLESS_MAIN(Versions32Test)

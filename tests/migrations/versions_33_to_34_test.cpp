@@ -57,12 +57,11 @@ private slots:
     void getUpdate34Applied() { checkProbe(&M::getUpdate34Applied); }
 
     void secondRun();
-    void probesOnAClosedConnection();
 };
 
 void Versions33To34Test::updateToVersion33_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     const QString table = "systemControl";
     const QStringList succeeded("Migration to version 33 was successful.");
@@ -71,59 +70,58 @@ void Versions33To34Test::updateToVersion33_data()
         "CREATE TABLE \"systemControl\" (id INTEGER , brightness INTEGER NOT NULL  DEFAULT 80 , "
         "networkingMode INTEGER DEFAULT 0, apSsid TEXT DEFAULT 'TK-1234567', "
         "apPassword TEXT DEFAULT 'tk629537', PRIMARY KEY(id) )";
-    QTest::newRow("the access point replaces the wireless switch") << StepRun{
-        registered + controlAt32, succeeded, 33, {derived, "1, 90, 0, 'TK-1234567', 'tk629537'"}};
-    QTest::newRow("a wireless switch in another letter case is dropped too") << StepRun{
-        registered + QByteArray(controlAt32).replace("wireless", "WIRELESS"),
-        succeeded,
-        33,
-        {derived, "1, 90, 0, 'TK-1234567', 'tk629537'"}};
-    QTest::newRow("there is no wireless switch: the table is still rebuilt") << StepRun{
-        registered + "CREATE TABLE systemControl (id INTEGER PRIMARY KEY, "
-                     "brightness INTEGER NOT NULL DEFAULT 80)",
-        succeeded,
-        33,
-        {derived}};
-    QTest::newRow("an existing access point keeps its values and its defaults") << StepRun{
-        registered + controlAt33,
-        succeeded,
-        33,
-        {"CREATE TABLE \"systemControl\" (id INTEGER , "
-         "brightness INTEGER NOT NULL  DEFAULT 80 , networkingMode INTEGER DEFAULT 0 , "
-         "apSsid TEXT DEFAULT 'TK-1' , apPassword TEXT DEFAULT 'tk2' , "
-         "PRIMARY KEY(id) )",
-         "1, 90, 2, 'Hof', 'geheim'"}};
+    row("the access point replaces the wireless switch",
+        {registered + controlAt32, succeeded, 33, {derived, "1, 90, 0, 'TK-1234567', 'tk629537'"}});
+    row("a wireless switch in another letter case is dropped too",
+        {registered + QByteArray(controlAt32).replace("wireless", "WIRELESS"),
+         succeeded,
+         33,
+         {derived, "1, 90, 0, 'TK-1234567', 'tk629537'"}});
+    row("there is no wireless switch: the table is still rebuilt",
+        {registered + "CREATE TABLE systemControl (id INTEGER PRIMARY KEY, "
+                      "brightness INTEGER NOT NULL DEFAULT 80)",
+         succeeded,
+         33,
+         {derived}});
+    row("an existing access point keeps its values and its defaults",
+        {registered + controlAt33,
+         succeeded,
+         33,
+         {"CREATE TABLE \"systemControl\" (id INTEGER , "
+          "brightness INTEGER NOT NULL  DEFAULT 80 , networkingMode INTEGER DEFAULT 0 , "
+          "apSsid TEXT DEFAULT 'TK-1' , apPassword TEXT DEFAULT 'tk2' , "
+          "PRIMARY KEY(id) )",
+          "1, 90, 2, 'Hof', 'geheim'"}});
 
     // The first failure stops the step.
-    QTest::newRow("there is no table") << StepRun{
-        registered,
-        columnStays("wirelessEnabled", table, rebuildRefused) + failed,
-        versionUnmoved,
-        {}};
-    QTest::newRow("the wireless switch belongs to the primary key: nothing is added") << StepRun{
-        "CREATE TABLE systemControl (wirelessEnabled PRIMARY KEY, id)",
-        columnStays("wirelessEnabled", table, keyRefused) + failed,
-        versionUnmoved,
-        {"CREATE TABLE systemControl (wirelessEnabled PRIMARY KEY, id)"}};
-    QTest::newRow("the networking mode in another letter case: no access point is added")
-        << StepRun{
-               "CREATE TABLE systemControl (id PRIMARY KEY, NetworkingMode, wirelessEnabled)",
-               duplicateNotAdded("networkingMode", table) + failed,
-               versionUnmoved,
-               {"CREATE TABLE \"systemControl\" (id  , NetworkingMode  , PRIMARY KEY(id) )"}};
-    QTest::newRow("the network name in another letter case: no password is added") << StepRun{
-        "CREATE TABLE systemControl (id PRIMARY KEY, ApSsid, wirelessEnabled)",
-        duplicateNotAdded("apSsid", table) + failed,
-        versionUnmoved,
-        {"CREATE TABLE \"systemControl\" (id  , ApSsid  , "
-         "networkingMode INTEGER DEFAULT 0, PRIMARY KEY(id) )"}};
-    QTest::newRow("the password in another letter case") << StepRun{
-        "CREATE TABLE systemControl (id PRIMARY KEY, ApPassword, wirelessEnabled)",
-        duplicateNotAdded("apPassword", table) + failed,
-        versionUnmoved,
-        {"CREATE TABLE \"systemControl\" (id  , ApPassword  , "
-         "networkingMode INTEGER DEFAULT 0, apSsid TEXT DEFAULT 'TK-', "
-         "PRIMARY KEY(id) )"}};
+    row("there is no table",
+        {registered,
+         columnStays("wirelessEnabled", table, rebuildRefused) + failed,
+         versionUnmoved,
+         {}});
+    row("the wireless switch belongs to the primary key: nothing is added",
+        {"CREATE TABLE systemControl (wirelessEnabled PRIMARY KEY, id)",
+         columnStays("wirelessEnabled", table, keyRefused) + failed,
+         versionUnmoved,
+         {"CREATE TABLE systemControl (wirelessEnabled PRIMARY KEY, id)"}});
+    row("the networking mode in another letter case: no access point is added",
+        {"CREATE TABLE systemControl (id PRIMARY KEY, NetworkingMode, wirelessEnabled)",
+         duplicateNotAdded("networkingMode", table) + failed,
+         versionUnmoved,
+         {"CREATE TABLE \"systemControl\" (id  , NetworkingMode  , PRIMARY KEY(id) )"}});
+    row("the network name in another letter case: no password is added",
+        {"CREATE TABLE systemControl (id PRIMARY KEY, ApSsid, wirelessEnabled)",
+         duplicateNotAdded("apSsid", table) + failed,
+         versionUnmoved,
+         {"CREATE TABLE \"systemControl\" (id  , ApSsid  , "
+          "networkingMode INTEGER DEFAULT 0, PRIMARY KEY(id) )"}});
+    row("the password in another letter case",
+        {"CREATE TABLE systemControl (id PRIMARY KEY, ApPassword, wirelessEnabled)",
+         duplicateNotAdded("apPassword", table) + failed,
+         versionUnmoved,
+         {"CREATE TABLE \"systemControl\" (id  , ApPassword  , "
+          "networkingMode INTEGER DEFAULT 0, apSsid TEXT DEFAULT 'TK-', "
+          "PRIMARY KEY(id) )"}});
     addRowOfClosedConnection(columnStays("wirelessEnabled", table, "") + failed);
 }
 
@@ -189,82 +187,77 @@ void Versions33To34Test::version33DerivesDefaults()
 
 void Versions33To34Test::revertFromVersion33_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     const QString table = "systemControl";
-    QTest::newRow("the wireless switch replaces the access point and cannot be NULL") << StepRun{
-        controlAt33,
-        {},
-        32,
-        {"CREATE TABLE \"systemControl\" (id INTEGER , "
-         "brightness INTEGER NOT NULL  DEFAULT 80 , "
-         "wirelessEnabled BOOLEAN NOT NULL DEFAULT(0), PRIMARY KEY(id) )",
-         "1, 90, 0"}};
-    QTest::newRow("there is no access point: the switch is still added") << StepRun{
-        "CREATE TABLE systemControl (id INTEGER PRIMARY KEY)",
-        {},
-        32,
-        {"CREATE TABLE \"systemControl\" (id INTEGER , "
-         "wirelessEnabled BOOLEAN NOT NULL DEFAULT(0), PRIMARY KEY(id) )"}};
+    row("the wireless switch replaces the access point and cannot be NULL",
+        {controlAt33,
+         {},
+         32,
+         {"CREATE TABLE \"systemControl\" (id INTEGER , "
+          "brightness INTEGER NOT NULL  DEFAULT 80 , "
+          "wirelessEnabled BOOLEAN NOT NULL DEFAULT(0), PRIMARY KEY(id) )",
+          "1, 90, 0"}});
+    row("there is no access point: the switch is still added",
+        {"CREATE TABLE systemControl (id INTEGER PRIMARY KEY)",
+         {},
+         32,
+         {"CREATE TABLE \"systemControl\" (id INTEGER , "
+          "wirelessEnabled BOOLEAN NOT NULL DEFAULT(0), PRIMARY KEY(id) )"}});
 
     // The first failure stops the step.
-    QTest::newRow("there is no table")
-        << StepRun{"", columnStays("apSsid", table, rebuildRefused), versionUnmoved, {}};
-    QTest::newRow("the network name belongs to the primary key: everything stays") << StepRun{
-        "CREATE TABLE systemControl (networkingMode, apPassword, apSsid PRIMARY KEY)",
-        columnStays("apSsid", table, keyRefused),
-        versionUnmoved,
-        {"CREATE TABLE systemControl (networkingMode, apPassword, "
-         "apSsid PRIMARY KEY)"}};
-    QTest::newRow("the password belongs to the primary key: only the network name is dropped")
-        << StepRun{
-               "CREATE TABLE systemControl (networkingMode, apPassword PRIMARY KEY, apSsid)",
-               columnStays("apPassword", table, keyRefused),
-               versionUnmoved,
-               {"CREATE TABLE \"systemControl\" (networkingMode  , apPassword  , "
-                "PRIMARY KEY(apPassword) )"}};
-    QTest::newRow("the networking mode belongs to the primary key: no switch is added") << StepRun{
-        "CREATE TABLE systemControl (id, networkingMode PRIMARY KEY, apPassword, apSsid)",
-        columnStays("networkingMode", table, keyRefused),
-        versionUnmoved,
-        {"CREATE TABLE \"systemControl\" (id  , networkingMode  , "
-         "PRIMARY KEY(networkingMode) )"}};
-    QTest::newRow("the wireless switch is there already") << StepRun{
-        controlAt32,
-        addedBefore("wirelessEnabled", table),
-        versionUnmoved,
-        {"CREATE TABLE \"systemControl\" (id INTEGER , "
-         "brightness INTEGER NOT NULL  DEFAULT 80 , wirelessEnabled BOOLEAN DEFAULT 0 , "
-         "PRIMARY KEY(id) )",
-         "1, 90, 1"}};
+    row("there is no table",
+        {"", columnStays("apSsid", table, rebuildRefused), versionUnmoved, {}});
+    row("the network name belongs to the primary key: everything stays",
+        {"CREATE TABLE systemControl (networkingMode, apPassword, apSsid PRIMARY KEY)",
+         columnStays("apSsid", table, keyRefused),
+         versionUnmoved,
+         {"CREATE TABLE systemControl (networkingMode, apPassword, "
+          "apSsid PRIMARY KEY)"}});
+    row("the password belongs to the primary key: only the network name is dropped",
+        {"CREATE TABLE systemControl (networkingMode, apPassword PRIMARY KEY, apSsid)",
+         columnStays("apPassword", table, keyRefused),
+         versionUnmoved,
+         {"CREATE TABLE \"systemControl\" (networkingMode  , apPassword  , "
+          "PRIMARY KEY(apPassword) )"}});
+    row("the networking mode belongs to the primary key: no switch is added",
+        {"CREATE TABLE systemControl (id, networkingMode PRIMARY KEY, apPassword, apSsid)",
+         columnStays("networkingMode", table, keyRefused),
+         versionUnmoved,
+         {"CREATE TABLE \"systemControl\" (id  , networkingMode  , "
+          "PRIMARY KEY(networkingMode) )"}});
+    row("the wireless switch is there already",
+        {controlAt32,
+         addedBefore("wirelessEnabled", table),
+         versionUnmoved,
+         {"CREATE TABLE \"systemControl\" (id INTEGER , "
+          "brightness INTEGER NOT NULL  DEFAULT 80 , wirelessEnabled BOOLEAN DEFAULT 0 , "
+          "PRIMARY KEY(id) )",
+          "1, 90, 1"}});
     addRowOfClosedConnection(columnStays("apSsid", table, ""));
 }
 
 void Versions33To34Test::getUpdate33Applied_data()
 {
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<bool>("applied");
-
-    QTest::newRow("the access point and no wireless switch")
-        << QByteArray("CREATE TABLE systemControl (networkingMode, apSsid, apPassword)") << true;
-    QTest::newRow("everything in another letter case")
-        << QByteArray("CREATE TABLE SYSTEMCONTROL (NETWORKINGMODE, APSSID, APPASSWORD)") << true;
-    QTest::newRow("the wireless switch is there")
-        << QByteArray("CREATE TABLE systemControl (networkingMode, apSsid, apPassword, "
-                      "wirelessEnabled)")
-        << false;
-    QTest::newRow("the wireless switch is there in another letter case")
-        << QByteArray("CREATE TABLE systemControl (networkingMode, apSsid, apPassword, "
-                      "WIRELESSENABLED)")
-        << false;
-    QTest::newRow("no networking mode")
-        << QByteArray("CREATE TABLE systemControl (apSsid, apPassword)") << false;
-    QTest::newRow("no network name")
-        << QByteArray("CREATE TABLE systemControl (networkingMode, apPassword)") << false;
-    QTest::newRow("no password") << QByteArray(
-                                        "CREATE TABLE systemControl (networkingMode, apSsid)")
-                                 << false;
-    QTest::newRow("there is no table") << QByteArray() << false;
+    const auto row = addColumns<QByteArray, bool>("before", "applied");
+    row("the access point and no wireless switch",
+        "CREATE TABLE systemControl (networkingMode, apSsid, apPassword)",
+        true);
+    row("everything in another letter case",
+        "CREATE TABLE SYSTEMCONTROL (NETWORKINGMODE, APSSID, APPASSWORD)",
+        true);
+    row("the wireless switch is there",
+        "CREATE TABLE systemControl (networkingMode, apSsid, apPassword, "
+        "wirelessEnabled)",
+        false);
+    row("the wireless switch is there in another letter case",
+        "CREATE TABLE systemControl (networkingMode, apSsid, apPassword, "
+        "WIRELESSENABLED)",
+        false);
+    row("no networking mode", "CREATE TABLE systemControl (apSsid, apPassword)", false);
+    row("no network name", "CREATE TABLE systemControl (networkingMode, apPassword)", false);
+    row("no password", "CREATE TABLE systemControl (networkingMode, apSsid)", false);
+    row("there is no table", "", false);
 }
 
 void Versions33To34Test::version33TakesVersion30Away()
@@ -295,80 +288,76 @@ void Versions33To34Test::version33TakesVersion30Away()
 
 void Versions33To34Test::updateToVersion34_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     const QString table = "workOrderRxMaps";
     const QStringList succeeded("Migration to version 34 was successful.");
     const QStringList failed("Migration to version 34 failed");
-    QTest::newRow("both rates are added as NULL") << StepRun{
-        mapsAt33 + insertMaps + "(3, 'wo1')", succeeded, 34, {mapsAt34, "3, 'wo1', NULL, NULL"}};
-    QTest::newRow("existing rates stay as they are") << StepRun{
-        mapsAt34 + insertMaps + "(3, 'wo1', 0.5, 1.25)",
-        succeeded,
-        34,
-        {mapsAt34, "3, 'wo1', 0.5, 1.25"}};
-    QTest::newRow("only the second rate is there") << StepRun{
-        "CREATE TABLE workOrderRxMaps (userConvRate REAL)",
-        succeeded,
-        34,
-        {"CREATE TABLE workOrderRxMaps (userConvRate REAL, woConvRate REAL)"}};
-    QTest::newRow("the first rate in another letter case: the second one is not added") << StepRun{
-        "CREATE TABLE workOrderRxMaps (WoConvRate)",
-        duplicateNotAdded("woConvRate", table) + failed,
-        versionUnmoved,
-        {"CREATE TABLE workOrderRxMaps (WoConvRate)"}};
-    QTest::newRow("the second rate in another letter case") << StepRun{
-        "CREATE TABLE workOrderRxMaps (UserConvRate)",
-        duplicateNotAdded("userConvRate", table) + failed,
-        versionUnmoved,
-        {"CREATE TABLE workOrderRxMaps (UserConvRate, woConvRate REAL)"}};
-    QTest::newRow("there is no table")
-        << StepRun{"", notAddedToNothing("woConvRate", table) + failed, versionUnmoved, {}};
+    row("both rates are added as NULL",
+        {mapsAt33 + insertMaps + "(3, 'wo1')", succeeded, 34, {mapsAt34, "3, 'wo1', NULL, NULL"}});
+    row("existing rates stay as they are",
+        {mapsAt34 + insertMaps + "(3, 'wo1', 0.5, 1.25)",
+         succeeded,
+         34,
+         {mapsAt34, "3, 'wo1', 0.5, 1.25"}});
+    row("only the second rate is there",
+        {"CREATE TABLE workOrderRxMaps (userConvRate REAL)",
+         succeeded,
+         34,
+         {"CREATE TABLE workOrderRxMaps (userConvRate REAL, woConvRate REAL)"}});
+    row("the first rate in another letter case: the second one is not added",
+        {"CREATE TABLE workOrderRxMaps (WoConvRate)",
+         duplicateNotAdded("woConvRate", table) + failed,
+         versionUnmoved,
+         {"CREATE TABLE workOrderRxMaps (WoConvRate)"}});
+    row("the second rate in another letter case",
+        {"CREATE TABLE workOrderRxMaps (UserConvRate)",
+         duplicateNotAdded("userConvRate", table) + failed,
+         versionUnmoved,
+         {"CREATE TABLE workOrderRxMaps (UserConvRate, woConvRate REAL)"}});
+    row("there is no table",
+        {"", notAddedToNothing("woConvRate", table) + failed, versionUnmoved, {}});
     addRowOfClosedConnection(notAdded("woConvRate", table, "") + failed);
 }
 
 void Versions33To34Test::revertFromVersion34_data()
 {
-    QTest::addColumn<StepRun>("run");
+    const auto row = addColumns<StepRun>("run");
 
     const QString table = "workOrderRxMaps";
-    QTest::newRow("both rates are dropped, maps still follow their file") << StepRun{
-        mapsAt34 + insertMaps + "(3, 'wo1', 0.5, 1.25), (7, 'wo2', NULL, NULL)",
-        {},
-        33,
-        {mapsRebuilt, "3, 'wo1'", "7, 'wo2'"}};
-    QTest::newRow("the rates are not there")
-        << StepRun{mapsAt33 + insertMaps + "(3, 'wo1')", {}, 33, {mapsRebuilt, "3, 'wo1'"}};
-    QTest::newRow("there is no table")
-        << StepRun{"", columnStays("woConvRate", table, rebuildRefused), versionUnmoved, {}};
-    QTest::newRow("the first rate belongs to the primary key: the second one stays too") << StepRun{
-        "CREATE TABLE workOrderRxMaps (woConvRate PRIMARY KEY, userConvRate)",
-        columnStays("woConvRate", table, keyRefused),
-        versionUnmoved,
-        {"CREATE TABLE workOrderRxMaps (woConvRate PRIMARY KEY, userConvRate)"}};
-    QTest::newRow("the second rate belongs to the primary key: the first one is dropped")
-        << StepRun{
-               "CREATE TABLE workOrderRxMaps (id, woConvRate, userConvRate PRIMARY KEY)",
-               columnStays("userConvRate", table, keyRefused),
-               versionUnmoved,
-               {"CREATE TABLE \"workOrderRxMaps\" (id  , userConvRate  , "
-                "PRIMARY KEY(userConvRate) )"}};
+    row("both rates are dropped, maps still follow their file",
+        {mapsAt34 + insertMaps + "(3, 'wo1', 0.5, 1.25), (7, 'wo2', NULL, NULL)",
+         {},
+         33,
+         {mapsRebuilt, "3, 'wo1'", "7, 'wo2'"}});
+    row("the rates are not there",
+        {mapsAt33 + insertMaps + "(3, 'wo1')", {}, 33, {mapsRebuilt, "3, 'wo1'"}});
+    row("there is no table",
+        {"", columnStays("woConvRate", table, rebuildRefused), versionUnmoved, {}});
+    row("the first rate belongs to the primary key: the second one stays too",
+        {"CREATE TABLE workOrderRxMaps (woConvRate PRIMARY KEY, userConvRate)",
+         columnStays("woConvRate", table, keyRefused),
+         versionUnmoved,
+         {"CREATE TABLE workOrderRxMaps (woConvRate PRIMARY KEY, userConvRate)"}});
+    row("the second rate belongs to the primary key: the first one is dropped",
+        {"CREATE TABLE workOrderRxMaps (id, woConvRate, userConvRate PRIMARY KEY)",
+         columnStays("userConvRate", table, keyRefused),
+         versionUnmoved,
+         {"CREATE TABLE \"workOrderRxMaps\" (id  , userConvRate  , "
+          "PRIMARY KEY(userConvRate) )"}});
     addRowOfClosedConnection(columnStays("woConvRate", table, ""));
 }
 
 void Versions33To34Test::getUpdate34Applied_data()
 {
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<bool>("applied");
-
-    QTest::newRow("both rates") << mapsAt34 << true;
-    QTest::newRow("both rates in another letter case")
-        << QByteArray("CREATE TABLE WORKORDERRXMAPS (WOCONVRATE, USERCONVRATE)") << true;
-    QTest::newRow("only the first rate")
-        << QByteArray("CREATE TABLE workOrderRxMaps (woConvRate)") << false;
-    QTest::newRow("only the second rate")
-        << QByteArray("CREATE TABLE workOrderRxMaps (userConvRate)") << false;
-    QTest::newRow("there is no table") << QByteArray() << false;
+    const auto row = addColumns<QByteArray, bool>("before", "applied");
+    row("both rates", mapsAt34, true);
+    row("both rates in another letter case",
+        "CREATE TABLE WORKORDERRXMAPS (WOCONVRATE, USERCONVRATE)",
+        true);
+    row("only the first rate", "CREATE TABLE workOrderRxMaps (woConvRate)", false);
+    row("only the second rate", "CREATE TABLE workOrderRxMaps (userConvRate)", false);
+    row("there is no table", "", false);
 }
 
 void Versions33To34Test::secondRun()
@@ -390,12 +379,6 @@ void Versions33To34Test::secondRun()
     // The second rebuild changes the CREATE text of systemControl.
     COMPARE_LINES(device->rows("SELECT * FROM systemControl"), controlAfterFirst);
     COMPARE_LINES(device->contents(maps), mapsAfterFirst);
-}
-
-void Versions33To34Test::probesOnAClosedConnection()
-{
-    checkProbesOnAClosedConnection(
-        {{&M::getUpdate33Applied, false}, {&M::getUpdate34Applied, false}});
 }
 
 QTEST_APPLESS_MAIN(Versions33To34Test)

@@ -36,9 +36,12 @@ TREE = KEPT / "tree"
 BUILD = KEPT / "build"
 HEADERS = KEPT / "headers.h"
 SURVIVORS = HERE / "survivors.txt"
-# Tests of the source text, of other programs and of the disk: a fault in the program is not theirs.
-OTHER_TESTS = ("^(format|shellcheck|flake8|clang_tidy|install|show_changes|faults|mutants|catalogue"
-               "|support|pages)$|^fuzz_")
+# Tests of the source text, of other programs and of the disk. They do not look for faults in the
+# program.
+OTHER_TESTS = "|".join((
+    "^(fuzz|guard)_", "^(format|shellcheck|flake8|clang_tidy|install|show_changes|faults|mutants"
+    "|catalogue|support|pages|units)$",
+    *(f"^{path.stem}$" for path in (TESTS / "guard").glob("*_test.cpp"))))
 # Processor time of one process. A whole test gets twice that; tests set their own limits for the
 # programs that they start.
 MOST_SECONDS = 30
@@ -159,7 +162,7 @@ def first_tests(file):
     if stem.startswith("versions_"):
         tests = [path.stem for path in (ROOT / "tests" / "migrations").glob("versions_*_test.cpp")
                  if versions_of(path.stem) & versions_of(stem)]
-        return f"^({'|'.join(tests)}|added_columns_test|column_probes_test)$"
+        return f"^({'|'.join(tests)}|added_columns_test|column_probes_test|registry_test)$"
     return {"database_migrator": "^(construction|driver)_test$",
             "duplicate_names": "^(duplicate_.*|suspect_rows)_test$",
             "integrity_check": "^integrity_(check|repairs)_test$",

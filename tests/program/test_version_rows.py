@@ -7,32 +7,20 @@ from conftest import (NO_VERSION_TABLE, PRODUCT_ROWS, PRODUCT_SETTINGS, Trouble,
 STEP_2_DONE = "Database migration to version 2 completed successfully!\n"
 
 
-def test_without_the_version_table_the_walk_begins_at_0(device):
+@pytest.mark.parametrize("statement, trouble, versions", [
+    pytest.param("DROP TABLE tableVersion;", NO_VERSION_TABLE, None, id="no table of versions"),
+    pytest.param("DELETE FROM tableVersion;", Trouble(), "", id="the table stays without rows"),
+    pytest.param("DELETE FROM tableVersion WHERE tableName = 'mainSqlDb';", Trouble(),
+                 "altSqlDb|0|NULL\n", id="a missing main row is not added"),
+])
+def test_without_a_main_row_the_walk_begins_at_0(device, statement, trouble, versions):
     device.install(version=2)
-    device.sql("DROP TABLE tableVersion;")
+    device.sql(statement)
     contents = device.contents()
     device.run("2")
-    assert device.log() == expected_log(0, 2, STEP_2_DONE, (2, "1.2.3"), NO_VERSION_TABLE)
-    assert device.contents() == contents
-
-
-def test_version_table_without_rows_stays_without_rows(device):
-    device.install(version=2)
-    device.sql("DELETE FROM tableVersion;")
-    contents = device.contents()
-    device.run("2")
-    assert device.log() == expected_log(0, 2, STEP_2_DONE, (2, "1.2.3"))
-    assert device.versions() == ""
-    assert device.contents() == contents
-
-
-def test_missing_main_row_is_not_added(device):
-    device.install(version=2)
-    device.sql("DELETE FROM tableVersion WHERE tableName = 'mainSqlDb';")
-    contents = device.contents()
-    device.run("2")
-    assert device.log() == expected_log(0, 2, STEP_2_DONE, (2, "1.2.3"))
-    assert device.versions() == "altSqlDb|0|NULL\n"
+    assert device.log() == expected_log(0, 2, STEP_2_DONE, (2, "1.2.3"), trouble)
+    if versions is not None:
+        assert device.versions() == versions
     assert device.contents() == contents
 
 

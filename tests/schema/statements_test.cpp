@@ -49,15 +49,14 @@ void StatementsTest::queryOnlyWalksForward()
 
 void StatementsTest::countRows_data()
 {
-    QTest::addColumn<QString>("select");
-    QTest::addColumn<int>("rows");
-
-    QTest::newRow("every row") << "SELECT id FROM field" << 2;
-    QTest::newRow("the rows with a value") << "SELECT id FROM field WHERE name = :name" << 1;
-    QTest::newRow("there is no row") << "SELECT id FROM field WHERE id < 0" << 0;
-    QTest::newRow("only the rows before one that cannot be read")
-        << "SELECT abs(CASE id WHEN 2 THEN -9223372036854775807 - 1 END) FROM field" << 1;
-    QTest::newRow("there is no table") << "SELECT id FROM missing" << 0;
+    const auto row = addColumns<QString, int>("select", "rows");
+    row("every row", "SELECT id FROM field", 2);
+    row("the rows with a value", "SELECT id FROM field WHERE name = :name", 1);
+    row("there is no row", "SELECT id FROM field WHERE id < 0", 0);
+    row("only the rows before one that cannot be read",
+        "SELECT abs(CASE id WHEN 2 THEN -9223372036854775807 - 1 END) FROM field",
+        1);
+    row("there is no table", "SELECT id FROM missing", 0);
 }
 
 void StatementsTest::countRows()
@@ -80,15 +79,13 @@ void StatementsTest::executeWithBindsValues()
 
 void StatementsTest::firstValue_data()
 {
-    QTest::addColumn<QString>("sql");
-    QTest::addColumn<QVariant>("value");
-
-    QTest::newRow("the first column of the first row")
-        << "SELECT name, id FROM field ORDER BY id DESC" << QVariant("Größe");
-    QTest::newRow("a value of 64 bits")
-        << "SELECT max(id) FROM field" << QVariant(qlonglong{9007199254740993});
-    QTest::newRow("there is no row") << "SELECT id FROM field WHERE id = 7" << QVariant();
-    QTest::newRow("the statement fails") << "SELECT id FROM missing" << QVariant();
+    const auto row = addColumns<QString, QVariant>("sql", "value");
+    row("the first column of the first row",
+        "SELECT name, id FROM field ORDER BY id DESC",
+        QVariant("Größe"));
+    row("a value of 64 bits", "SELECT max(id) FROM field", QVariant(qlonglong{9007199254740993}));
+    row("there is no row", "SELECT id FROM field WHERE id = 7", QVariant());
+    row("the statement fails", "SELECT id FROM missing", QVariant());
 }
 
 void StatementsTest::firstValue()

@@ -56,7 +56,7 @@ class Campaign:
             note.write_text(of)
 
     def is_over(self):
-        """True when the time is up: no further task is to be begun."""
+        """True when the time is up: no further task may begin."""
         return time.monotonic() > self.end
 
     def answer(self, task, default=None):

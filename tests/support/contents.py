@@ -10,7 +10,7 @@ import sqlite3
 CHECK = re.compile(r"CHECK\s*\((?:[^()]|\([^()]*\))*\)")
 COLLATION = re.compile(r"(\w+)[^,()]*(COLLATE \w+)")
 RANDOM_IDENTIFIER = re.compile(r"\{[0-9a-f]{8}(?:-[0-9a-f]{4}){3}-[0-9a-f]{12}\}")
-# What is no step's work: the versions, and SQLite's own notes.
+# Not the work of any step: the versions, and SQLite's own notes.
 NO_WORK_OF_STEPS = ("tableVersion", "sqlite_sequence")
 
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "support/rows.h"
 #include "support/scratch_device.h"
 
 #include <QLoggingCategory>
-#include <QtTest>
 
 /// A test program on a scratch device: every test begins with an empty one.
 class DeviceTest : public QObject
@@ -20,7 +20,7 @@ protected slots:
     void cleanup() { device.reset(); }
 
 protected:
-    /// Starts the migrator and takes the log of its start.
+    /// Starts the migrator and discards what it logs at its start.
     DatabaseMigrator &start(const QStringList &arguments = {})
     {
         DatabaseMigrator &migrator = device->start(arguments);

@@ -53,7 +53,7 @@ public:
     QStringList schema();
     /// @return the CREATE text of one table, empty without it
     QString createText(const QByteArray &table);
-    /// @return the CREATE text and the rows of each of the tables that is there
+    /// @return the CREATE text and the rows of each table that is there
     QStringList contents(const QList<QByteArray> &tables);
     /// @return the schema, then every table's name with its rows
     QStringList dump();

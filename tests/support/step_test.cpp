@@ -45,6 +45,12 @@ void StepTest::checkStep(
         untouched);
 }
 
+void StepTest::checkStep()
+{
+    QFETCH(Step, step);
+    checkStep(step);
+}
+
 void StepTest::checkSecondRun(DatabaseMigrator &migrator)
 {
     QFETCH(Step, step);
@@ -64,6 +70,13 @@ void StepTest::checkSecondRun(DatabaseMigrator &migrator)
     COMPARE_LINES(device->dump(), afterFirst);
 }
 
+void StepTest::checkSecondRun()
+{
+    QFETCH(QByteArray, before);
+    device->sql(before);
+    checkSecondRun(startAt(versionUnmoved));
+}
+
 void StepTest::checkProbe(Probe probe)
 {
     QFETCH(QByteArray, before);
@@ -78,13 +91,8 @@ void StepTest::checkProbe(Probe probe)
     COMPARE_LINES(device->dump(), dumpBefore);
 }
 
-void StepTest::checkProbesOnAClosedConnection(const QVector<QPair<Probe, bool>> &answers)
+void StepTest::checkProbe()
 {
-    const DatabaseMigrator &migrator = startAt(versionUnmoved);
-    QSqlDatabase::database().close();
-
-    for (const auto &[probe, answer] : answers) {
-        QCOMPARE((migrator.*probe)(), answer);
-    }
-    COMPARE_LINES(device->takeLogLines(), QStringList());
+    QFETCH(Probe, probe);
+    checkProbe(probe);
 }

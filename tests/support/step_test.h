@@ -39,8 +39,8 @@ const int versionUnmoved = 99;
 class StepTest : public DeviceTest
 {
 protected:
-    /// Starts the migrator at a version and takes the log of its start. Then drops the versions'
-    /// table: the device's dump holds only what the step works on. What the step writes need not
+    /// Starts the migrator at a version and discards what it logs then. Drops the table of
+    /// versions: the device's dump holds only what the step works on. What the step writes need not
     /// survive a power cut.
     DatabaseMigrator &startAt(int version);
 
@@ -54,16 +54,19 @@ protected:
     /// @param untouched tables that the step leaves as they are
     void checkStep(
         Step step, const QList<QByteArray> &tables = {}, const QList<QByteArray> &untouched = {});
+    /// Checks the "step" of the test's row.
+    void checkStep();
 
     /// Runs the "step" of the test's row twice: the second run leaves the row's "version", adds
     /// its "log" and changes nothing.
     void checkSecondRun(DatabaseMigrator &migrator);
+    /// The same with the tables that the row makes "before".
+    void checkSecondRun();
 
     /// Checks a probe against the test's row: what is there "before", and whether it is "applied".
     void checkProbe(Probe probe);
-
-    /// Checks what each probe answers on a connection that is not open.
-    void checkProbesOnAClosedConnection(const QVector<QPair<Probe, bool>> &answers);
+    /// Checks the "probe" of the test's row.
+    void checkProbe();
 };
 
 /// Adds a row for a run on a connection that is not open: every statement fails there, without a
@@ -72,6 +75,12 @@ inline void addRowOfClosedConnection(const QStringList &log, int version = versi
 {
     QTest::newRow("the database is not open")
         << StepRun{"", log, version, {}, {}, Connection::Closed};
+}
+
+/// @return a table's name and its rows, as a dump lists them
+inline QStringList rowsOf(const QString &table, const QStringList &rows = {})
+{
+    return QStringList(table) + rows;
 }
 
 /// @return a trigger that refuses an event, such as "UPDATE ON t" or "INSERT ON t WHEN NEW.id = 1"

@@ -43,6 +43,7 @@ static void endProcess(void)
 static enum Outcome countOperation(enum Place place, bool writes, bool needsRoom)
 {
     const int64_t number = __atomic_add_fetch(&shared->operations, 1, __ATOMIC_SEQ_CST);
+    shared->unguarded += self == PROGRAM && place == DISK;
     if (switches.action == NO_ACTION || switches.action == MEMORY || !isMet(number, place)) {
         return AS_USUAL;
     }
@@ -63,11 +64,8 @@ static enum Outcome countOperation(enum Place place, bool writes, bool needsRoom
         errno = ENOSPC;
         outcome = needsRoom ? FAILS : AS_USUAL;
         break;
-    case PAUSE:
-        waitForHarness();
-        return AS_USUAL;
     default:
-        sendSignal();
+        waitForHarness();
         return AS_USUAL;
     }
     shared->faults += outcome != AS_USUAL;
@@ -86,7 +84,7 @@ static int openCounted(
 {
     const enum Place place = placeOf(path);
     if (place == NOWHERE) {
-        return next(path, flags, mode);
+        return next(strcmp(path, "/dev/urandom") == 0 ? "/dev/zero" : path, flags, mode);
     }
     struct stat status;
     const bool creates = (flags & O_CREAT) && stat(path, &status) != 0;
@@ -265,6 +263,19 @@ int rename(const char *from, const char *to)
         errno = error;
     }
     return result;
+}
+
+struct Identifier {
+    uint32_t number;
+    uint16_t version[2];
+    uint8_t variant[8];
+};
+
+/* QUuid::createUuid */
+struct Identifier _ZN5QUuid10createUuidEv(void)
+{
+    static uint32_t number;
+    return (struct Identifier){++number, {0, 0x4000}, {0x80}};
 }
 
 /* The guard's allocations. */

@@ -2,7 +2,6 @@
 #include "tree.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -12,14 +11,14 @@
 #include <time.h>
 #include <unistd.h>
 
-enum { WAIT_NANOSECONDS = 1000000, WAITS = 2000 };
+enum { WAIT_NANOSECONDS = 1000000 };
 
 static const char databases[] = "/app/databases";
 static const char pool[] = "/usr/bin/harlo/pool";
 static const char memory[] = "/.migration-guard";
 static const char stagingOnDisk[] = "/app/databases/migration-guard.staging";
 
-struct Switches switches = {.target = NONE};
+struct Switches switches;
 struct Shared *shared;
 enum Process self = NONE;
 bool asideFromTheRun;
@@ -97,33 +96,6 @@ void waitForHarness(void)
     }
 }
 
-void sendSignal(void)
-{
-    const pid_t target = (pid_t)shared->processes[switches.target];
-    if (target == 0) {
-        return;
-    }
-    ++shared->faults;
-    kill(target, switches.action == SEND_TERM ? SIGTERM : SIGKILL);
-    char path[64];
-    snprintf(path, sizeof path, "/proc/%d/stat", (int)target);
-    asideFromTheRun = true;
-    for (int i = 0; i < WAITS; ++i) {
-        char text[512] = "";
-        const int file = NEXT(open)(path, O_RDONLY | O_CLOEXEC);
-        const bool isThere = file >= 0 && read(file, text, sizeof text - 1) > 0;
-        if (file >= 0) {
-            close(file);
-        }
-        const char *state = strrchr(text, ')');
-        if (!isThere || (state && state[2] == 'Z')) {
-            break;
-        }
-        nanosleep(&(struct timespec){.tv_nsec = WAIT_NANOSECONDS}, NULL);
-    }
-    asideFromTheRun = false;
-}
-
 void recordOperation(
     char kind, enum Place place, const char *path, const void *data, uint32_t dataSize,
     uint64_t offset)
@@ -156,7 +128,7 @@ void recordOperation(
 static void readSwitches(void)
 {
     static const char *const actions[] = {
-        "", "kill", "half", "EIO", "ENOSPC", "short", "memory", "term", "end", "pause"};
+        "", "kill", "half", "EIO", "ENOSPC", "short", "memory", "pause"};
     const char *name = getenv("FAULT_ACTION");
     for (int i = KILL; name && i <= PAUSE; ++i) {
         if (strcmp(name, actions[i]) == 0) {
@@ -165,8 +137,6 @@ static void readSwitches(void)
     }
     switches.at = numberFrom("FAULT_AT");
     switches.forever = numberFrom("FAULT_FOREVER") == 1;
-    const int64_t target = numberFrom("FAULT_PROCESS");
-    switches.target = target >= 0 && target < PROCESSES ? (enum Process)target : NONE;
 }
 
 __attribute__((constructor)) static void begin(void)
@@ -197,4 +167,5 @@ __attribute__((constructor)) static void begin(void)
     }
     shared->processes[self] = getpid();
     deleteJournal();
+    leaveProcess();
 }

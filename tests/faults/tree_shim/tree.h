@@ -3,7 +3,7 @@
  * bubblewrap again and the program. It counts what they ask of the disk and of staging, all in one
  * count, and makes one of these operations fail. An operation is an open that may create, a write, a
  * truncation, a sync, an unlink, a rename, a directory that is made or removed, or a change of owner
- * or mode.
+ * or mode. Random numbers and identifiers are the same in every run.
  *
  *   FAULT_SHARED=F    the counts, which all processes map
  *   FAULT_DATABASES=D:I  device and inode of the real directory: in the program another one, staging,
@@ -12,10 +12,8 @@
  *   FAULT_ACTION      kill: the process ends before it; half: the process ends after half of the
  *                     write; EIO: it fails; ENOSPC: it fails if it needs room; short: only half of
  *                     the write is done; memory: the guard's allocation N fails instead of an
- *                     operation; term, end: SIGTERM or SIGKILL to the process FAULT_PROCESS;
- *                     pause: nothing fails, the process waits for the harness
+ *                     operation; pause: nothing fails, the process waits for the harness
  *   FAULT_FOREVER=1   all from N on fail: operations at the same place, memory or the disk
- *   FAULT_PROCESS=P   the number of a process, see below
  *   FAULT_RECORD=F    F gets the operations, with their data if they are on the disk
  *   FAULT_ROOM=BYTES  the file system in memory has only so much
  *   FAULT_FILL=BYTES  when the program begins, something leaves only so much room in that
@@ -24,6 +22,7 @@
  *   FAULT_NO_LOCKS=1  the guard only seems to lock files
  *   FAULT_DELETES_JOURNAL=1  it begins with the journal's removal
  *   FAULT_RENAMES=1   it ends with a copy renamed over the database
+ *   FAULT_LEAVES_PROCESS=1  it begins with a process that never ends
  *
  * operations.c  which operations there are, and how one fails
  * processes.c   the variables above, the processes, what they share, and the recording
@@ -51,18 +50,7 @@
 
 enum { FILES = 256, PATH_SIZE = 320 };
 
-enum Action {
-    NO_ACTION,
-    KILL,
-    HALF,
-    FAIL_EIO,
-    FAIL_ENOSPC,
-    SHORT,
-    MEMORY,
-    SEND_TERM,
-    SEND_KILL,
-    PAUSE
-};
+enum Action { NO_ACTION, KILL, HALF, FAIL_EIO, FAIL_ENOSPC, SHORT, MEMORY, PAUSE };
 
 enum Process { GUARD, BUBBLEWRAP, GUARD_IN_MEMORY, BUBBLEWRAP_IN_MEMORY, PROGRAM, PROCESSES, NONE };
 
@@ -76,6 +64,7 @@ struct Shared {
     int64_t faults;      /* how many were met */
     int64_t inMemory;    /* the place of the first one */
     int64_t waits;       /* 1 while a process waits for the harness */
+    int64_t unguarded;   /* operations of the program on the device's own files */
     int64_t processes[PROCESSES];
 };
 extern struct Shared *shared;
@@ -84,7 +73,6 @@ struct Switches {
     enum Action action;
     int64_t at;
     bool forever;
-    enum Process target;
 };
 extern struct Switches switches;
 
@@ -103,9 +91,6 @@ enum Place placeOf(const char *path);
 /* Waits until the harness says that the process may go on. */
 void waitForHarness(void);
 
-/* Sends SIGTERM or SIGKILL and waits until the process is gone. */
-void sendSignal(void);
-
 /* Kind, process, place, lengths of path and data, offset (a truncation's size), path, data. */
 void recordOperation(
     char kind, enum Place place, const char *path, const void *data, uint32_t dataSize,
@@ -113,6 +98,9 @@ void recordOperation(
 
 /* FAULT_DELETES_JOURNAL. */
 void deleteJournal(void);
+
+/* FAULT_LEAVES_PROCESS. */
+void leaveProcess(void);
 
 /* Leaves only FAULT_FILL bytes where the program works. */
 void fillMemory(void);

@@ -7,7 +7,7 @@
 
 /// What a run notes beside the database while it is under way. A note that is still there at the
 /// next start tells how far that run came.
-struct Attempt {
+struct RunNote {
     bool stagedOnDisk = false;
     int runsInARow = 1; ///< that did not end well, this one included
 
@@ -21,9 +21,10 @@ struct Attempt {
     qint64 schemaCookie = -1;
 
     /// @return the note of a run that did not end well, nothing when there is none
-    static std::optional<Attempt> read(const QString &path);
+    static std::optional<RunNote> read(const QString &path);
 
-    /// @param flush whether it has to survive a power cut
+    /// Writes it in place of another one. At every moment one of the two is there.
+    /// @param flush whether its content is flushed; its name is the caller's business
     /// @return 0 or the error number of the system
     int write(const QString &path, bool flush) const;
 };

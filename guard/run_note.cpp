@@ -1,4 +1,4 @@
-#include "guard/attempt.h"
+#include "guard/run_note.h"
 #include "guard/durable_file.h"
 #include "guard/limits.h"
 #include "guard/regular_file.h"
@@ -10,35 +10,39 @@
 
 namespace
 {
-/// @return what is another text after every start of the device
+/// @return what is another text after every start of the device, empty when it cannot be read
 QString bootIdentifier()
 {
     QFile file("/proc/sys/kernel/random/boot_id");
     return file.open(QIODevice::ReadOnly) ? QString::fromLatin1(file.readAll().trimmed())
                                           : QString();
 }
+
+bool isOfThisBoot(const QString &boot)
+{
+    return !boot.isEmpty() && boot == bootIdentifier();
+}
 } // namespace
 
-std::optional<Attempt> Attempt::read(const QString &path)
+std::optional<RunNote> RunNote::read(const QString &path)
 {
     const std::optional<QByteArray> content = readSmallFile(path, limits::largestJson);
     if (!content) {
         return std::nullopt;
     }
-    const QJsonObject note = QJsonDocument::fromJson(*content).object();
-    Attempt attempt;
-    attempt.stagedOnDisk = note.value("staging").toString() == "disk";
-    attempt.runsInARow = note.value("runsInARow").toInt(1);
-    attempt.failed =
-        note.value("failed").toBool() || note.value("boot").toString() == bootIdentifier();
-    attempt.schemaCookie = static_cast<qint64>(note.value("schemaCookie").toDouble(-1));
-    for (const QJsonValue name : note.value("poolFiles").toArray()) {
-        attempt.poolFiles << QByteArray::fromPercentEncoding(name.toString().toLatin1());
+    const QJsonObject json = QJsonDocument::fromJson(*content).object();
+    RunNote note;
+    note.stagedOnDisk = json.value("staging").toString() == "disk";
+    note.runsInARow = json.value("runsInARow").toInt(1);
+    note.failed = json.value("failed").toBool() || isOfThisBoot(json.value("boot").toString());
+    note.schemaCookie = static_cast<qint64>(json.value("schemaCookie").toDouble(-1));
+    for (const QJsonValue name : json.value("poolFiles").toArray()) {
+        note.poolFiles << QByteArray::fromPercentEncoding(name.toString().toLatin1());
     }
-    return attempt;
+    return note;
 }
 
-int Attempt::write(const QString &path, bool flush) const
+int RunNote::write(const QString &path, bool flush) const
 {
     QJsonArray names;
     for (const QByteArray &name : poolFiles) {
@@ -53,5 +57,5 @@ int Attempt::write(const QString &path, bool flush) const
         {"schemaCookie", static_cast<double>(schemaCookie)},
         {"poolFiles", names}};
     const QByteArray content = QJsonDocument(note).toJson(QJsonDocument::Compact) + '\n';
-    return durable::write(path, content, {}, flush);
+    return durable::replace(path, content, {}, flush);
 }

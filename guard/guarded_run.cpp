@@ -1,0 +1,290 @@
+#include "guard/guarded_run.h"
+#include "guard/commit.h"
+#include "guard/comparison.h"
+#include "guard/device_log.h"
+#include "guard/durable_file.h"
+#include "guard/earlier_run.h"
+#include "guard/limits.h"
+#include "guard/messages.h"
+#include "guard/program_run.h"
+#include "guard/real_database.h"
+#include "guard/run_log.h"
+#include "guard/sizing.h"
+#include "guard/staging_place.h"
+
+#include <algorithm>
+
+namespace
+{
+using Place = Staging::Place;
+using Next = GuardedEnd::Next;
+using FailureKind = DatabaseFailure::Kind;
+
+RecordedVersion versionOfStaged(const QString &database)
+{
+    SqliteConnection connection;
+    connection.open(database, SQLITE_OPEN_READWRITE);
+    return recordedVersion(connection);
+}
+
+bool hasFailedStep(const QByteArray &log, const RunRecord &record)
+{
+    const qint64 from =
+        std::clamp<qint64>(record.from.number.value_or(0), 0, limits::largestVersion);
+    return runLog::hasFailedStep(log, static_cast<int>(from), record.target.value_or(0));
+}
+
+/// One try, from the copy to the commit.
+class GuardedTry
+{
+public:
+    GuardedTry(const GuardedTask &task, Place place, WaitBudget &budget)
+        : m_task(task), m_place(place), m_size(sizing::measure(task.device.database)),
+          m_database(task.device.database, budget)
+    {
+        m_end.record.target = task.options.target;
+    }
+
+    GuardedEnd run()
+    {
+        m_end.next = copy();
+        return m_end;
+    }
+
+private:
+    // Each does its part and goes on with the next one.
+    Next copy();
+    Next runProgram(const Staging &staging);
+    Next accept(const Staging &staging, const QByteArray &log);
+    Next commit(const Staging &staging, const QByteArray &log);
+
+    Next endUnchanged(const QString &reason, const QString &detail = QString());
+    Next endWith(const DatabaseFailure &failure, const QString &step);
+    Next directly(const QString &reason, const QString &detail);
+    Next withoutStaging(const QString &detail);
+    Next endOfCopy(const DatabaseFailure &failure);
+
+    void settleEarlierRun(const Staging &staging);
+    void noteFailure();
+
+    const GuardedTask &m_task;
+    const Place m_place;
+    const sizing::Database m_size;
+    RealDatabase m_database;
+    QByteArrayList m_poolFiles;
+    RunNote m_note;
+    GuardedEnd m_end;
+};
+
+Next GuardedTry::copy()
+{
+    const StagingPlace where = stagingPlace(m_task.device, m_task.options, m_place);
+    if (sizing::freeRoom(where.parent) < sizing::stagingRoom(m_size)) {
+        return withoutStaging("for staging");
+    }
+    Staging staging(where.directory, m_place);
+    if (!staging.prepare()) {
+        return withoutStaging("no directory for staging");
+    }
+    const TemporaryFilesIn temporaryFiles(staging.temporary());
+
+    RealDatabase::Failure failure = m_database.open();
+    if (!failure) {
+        failure = m_database.copyTo(staging.original());
+    }
+    if (failure) {
+        return endOfCopy(*failure);
+    }
+    settleEarlierRun(staging);
+    m_end.record.from = versionOfStaged(staging.original());
+    if (!m_end.record.from.isKnown) {
+        return endUnchanged("comparison-failed", "the version before cannot be read");
+    }
+    const std::optional<QByteArrayList> poolFiles =
+        stagedPool::fill(m_task.device.pool, staging.pool());
+    if (!poolFiles ||
+        durable::copy(staging.original(), staging.database(), durable::Ownership(), false) != 0 ||
+        sizing::freeRoom(staging.directory()) < sizing::roomForProgram(m_size)) {
+        return withoutStaging("for staging");
+    }
+    m_poolFiles = *poolFiles;
+    m_end.record.staging = m_place == Place::Memory ? "memory" : "disk";
+    return runProgram(staging);
+}
+
+Next GuardedTry::runProgram(const Staging &staging)
+{
+    m_note.stagedOnDisk = m_place == Place::Disk;
+    if (m_task.earlier && m_task.earlier->failed) {
+        m_note.runsInARow = m_task.earlier->runsInARow + 1;
+    }
+    if (const int error = m_note.write(m_task.device.note, false)) {
+        // A disk that is full or fails is no place for a program without a guard.
+        const DatabaseFailure failure = systemFailure(error, "note of the run");
+        return failure.kind == FailureKind::NotWritable ? directly("not-writable", failure.text)
+                                                        : endWith(failure, "commit-failed");
+    }
+    const ProgramRun run =
+        runOnStaging(m_task.device, staging, m_task.options.target, sizing::reserve(m_size));
+    switch (run.end) {
+    case ProgramRun::End::NeverStarted:
+        return directly("no-namespaces", QString());
+    case ProgramRun::End::LackOfRoom:
+        return withoutStaging("while the program ran");
+    case ProgramRun::End::Broken:
+        noteFailure();
+        return endUnchanged("program-broken", "the program did not end by itself");
+    case ProgramRun::End::Whole:
+        break;
+    }
+    m_end.mostTaken = run.mostTaken;
+    m_end.noteIsDone = m_end.earlierIsSettled;
+    return accept(staging, run.log);
+}
+
+Next GuardedTry::accept(const Staging &staging, const QByteArray &log)
+{
+    RunRecord &record = m_end.record;
+    const DatabaseDifferences differences =
+        compareDatabases(staging.original(), staging.database());
+    if (!differences.readError.isEmpty()) {
+        return endUnchanged("comparison-failed", differences.readError);
+    }
+    record.to = versionOfStaged(staging.database());
+    if (!record.to.isKnown) {
+        return endUnchanged("comparison-failed", "the version after cannot be read");
+    }
+    const bool targetReached = record.to.is(m_task.options.target);
+    if (differences.isEmpty()) {
+        // As with the program, a log that cannot be written is no failure.
+        DeviceLog(m_task.device.log).append(log, false);
+        const QByteArrayList deleted = stagedPool::deletedFiles(m_poolFiles, staging.pool());
+        if (!stagedPool::deleteFiles(m_task.device.pool, deleted)) {
+            tell(QString("a file of the pool could not be deleted"));
+        }
+        return targetReached ? Next::Done : endUnchanged("target-missed");
+    }
+    record.changed = true;
+    if (!targetReached || hasFailedStep(log, record)) {
+        record.status = Status::LookAtIt;
+        record.reason = targetReached ? "step-failed" : "target-missed";
+    }
+    if (m_task.options.strict && record.status == Status::LookAtIt) {
+        return endUnchanged(record.reason, "thrown away");
+    }
+    const bool otherLayout =
+        differences.settings.contains("page_size") || differences.settings.contains("journal_mode");
+    if (m_database.hasWriteAheadLog() && otherLayout) {
+        // SQLite's backup interface refuses it, and would at every start.
+        return directly("layout-changed", differences.settings.join(", "));
+    }
+    return commit(staging, log);
+}
+
+Next GuardedTry::commit(const Staging &staging, const QByteArray &log)
+{
+    RunRecord &record = m_end.record;
+    const bool keep =
+        m_task.options.keepDatabase && m_task.mayReplaceKept && record.from != record.to;
+    m_note.poolFiles += stagedPool::deletedFiles(m_poolFiles, staging.pool());
+    AcceptedResult result = {staging.original(), staging.database(), log, keep, m_note};
+    bool hasRoom = hasRoomToCommit(m_task.device, m_size, result);
+    if (result.keep && !hasRoom) {
+        tell(QString("no room to keep the database of before"));
+        result.keep = false;
+        hasRoom = hasRoomToCommit(m_task.device, m_size, result);
+    }
+    if (!hasRoom) {
+        record.detail = "for the commit";
+        return Next::NoRoom;
+    }
+    const CommitEnd end = commitResult(m_database, m_task.device, result);
+    record.kept = end.kept;
+    m_end.directoryChanged = m_end.directoryChanged || end.kept;
+    m_end.noteIsDone = end.poolIsSettled;
+    return end.failure ? endWith(*end.failure, "commit-failed") : Next::Done;
+}
+
+Next GuardedTry::endUnchanged(const QString &reason, const QString &detail)
+{
+    m_end.record.endUnchanged(reason, detail);
+    return Next::Done;
+}
+
+Next GuardedTry::endWith(const DatabaseFailure &failure, const QString &step)
+{
+    m_end.record.endWith(failure, step);
+    switch (failure.kind) {
+    case FailureKind::Written:
+        return Next::CopyAgain;
+    case FailureKind::Locked:
+    case FailureKind::Replaced:
+    case FailureKind::NotFlushed:
+        break;
+    case FailureKind::Unknown:
+        // From the note and the database that may be kept the next run finds out.
+        m_end.noteIsDone = false;
+        break;
+    default:
+        noteFailure();
+    }
+    return Next::Done;
+}
+
+Next GuardedTry::directly(const QString &reason, const QString &detail)
+{
+    m_end.record.reason = reason;
+    m_end.record.detail = detail;
+    return Next::RunDirectly;
+}
+
+Next GuardedTry::withoutStaging(const QString &detail)
+{
+    m_end.record.detail = detail;
+    return m_place == Place::Memory ? Next::StageOnDisk : Next::NoRoom;
+}
+
+Next GuardedTry::endOfCopy(const DatabaseFailure &failure)
+{
+    switch (failure.kind) {
+    case FailureKind::NoRoom:
+        return withoutStaging(failure.text);
+    case FailureKind::NotWritable:
+        return directly("not-writable", failure.text);
+    case FailureKind::Damaged:
+        return directly("not-copied", failure.text);
+    default:
+        m_end.record.endWith(failure, "copy-failed");
+        return Next::Done;
+    }
+}
+
+void GuardedTry::settleEarlierRun(const Staging &staging)
+{
+    m_end.earlierIsSettled = settlePool(m_task.device, m_task.earlier, m_database.schemaCookie());
+    if (!m_end.earlierIsSettled) {
+        // The next run tries again.
+        m_note.poolFiles = m_task.earlier->poolFiles;
+        m_note.schemaCookie = m_task.earlier->schemaCookie;
+    }
+    m_end.directoryChanged = settleKeptDatabases(m_task.device, staging.original());
+}
+
+void GuardedTry::noteFailure()
+{
+    RunNote failed = m_note;
+    failed.failed = true;
+    failed.poolFiles.clear();
+    failed.schemaCookie = -1;
+    if (const int error = failed.write(m_task.device.note, false)) {
+        // The note from the start of this run stays. It says the same unless the power is cut.
+        tell("the failure could not be noted: " + systemText(error));
+    }
+    m_end.noteIsDone = false;
+}
+} // namespace
+
+GuardedEnd runGuarded(const GuardedTask &task, Staging::Place place, WaitBudget &budget)
+{
+    return GuardedTry(task, place, budget).run();
+}

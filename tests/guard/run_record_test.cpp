@@ -1,0 +1,135 @@
+#include "guard/run_record.h"
+
+#include <QtTest>
+
+#include <cerrno>
+#include <sqlite3.h>
+
+using Kind = DatabaseFailure::Kind;
+Q_DECLARE_METATYPE(Kind)
+
+class RunRecordTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void endWith_data();
+    void endWith();
+    void sqliteFailures_data();
+    void sqliteFailures();
+    void systemFailures_data();
+    void systemFailures();
+};
+
+namespace
+{
+RecordedVersion number(qint64 version)
+{
+    RecordedVersion known;
+    known.isKnown = true;
+    known.number = version;
+    return known;
+}
+} // namespace
+
+void RunRecordTest::endWith_data()
+{
+    QTest::addColumn<Kind>("kind");
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<QJsonValue>("to");
+    QTest::addColumn<QJsonValue>("changed");
+
+    const auto row = [](const char *name, Kind kind, const QString &reason) {
+        QTest::newRow(name) << kind
+                            << "from 1 to 1, target 34, guarded, not changed, " + reason +
+                                   " (the words), status 3"
+                            << QJsonValue(1) << QJsonValue(false);
+    };
+    row("locked", Kind::Locked, "locked");
+    row("written", Kind::Written, "written-meanwhile");
+    row("replaced", Kind::Replaced, "replaced");
+    row("no room", Kind::NoRoom, "no-room");
+    row("not writable", Kind::NotWritable, "commit-failed");
+    row("damaged", Kind::Damaged, "commit-failed");
+    row("failed", Kind::Failed, "commit-failed");
+    QTest::newRow("not flushed") << Kind::NotFlushed
+                                 << "from 1 to 34, target 34, guarded, changed, not-flushed "
+                                    "(the words), status 4"
+                                 << QJsonValue(34) << QJsonValue(true);
+    QTest::newRow("unknown: nothing is claimed")
+        << Kind::Unknown
+        << "from 1 to unknown, target 34, guarded, commit-unknown (the words), status 3"
+        << QJsonValue() << QJsonValue();
+}
+
+void RunRecordTest::endWith()
+{
+    QFETCH(Kind, kind);
+    QFETCH(QJsonValue, to);
+    QFETCH(QJsonValue, changed);
+    RunRecord record;
+    record.target = 34;
+    record.from = number(1);
+    record.to = number(34);
+    record.changed = true;
+    record.kept = true;
+
+    record.endWith({kind, "the words"}, "commit-failed");
+    QTEST(record.line(), "line");
+    QCOMPARE(record.toJson().value("to"), to);
+    QCOMPARE(record.toJson().value("changed"), changed);
+    QCOMPARE(record.toJson().contains("kept"), kind == Kind::NotFlushed);
+}
+
+void RunRecordTest::sqliteFailures_data()
+{
+    QTest::addColumn<int>("result");
+    QTest::addColumn<Kind>("kind");
+
+    QTest::newRow("busy") << SQLITE_BUSY << Kind::Locked;
+    QTest::newRow("locks of a write-ahead log") << SQLITE_PROTOCOL << Kind::Locked;
+    QTest::newRow("full") << SQLITE_FULL << Kind::NoRoom;
+    QTest::newRow("no room for an index") << SQLITE_IOERR_SHMSIZE << Kind::NoRoom;
+    QTest::newRow("read-only") << SQLITE_READONLY << Kind::NotWritable;
+    QTest::newRow("moved") << SQLITE_READONLY_DBMOVED << Kind::Replaced;
+    QTest::newRow("no memory") << SQLITE_NOMEM << Kind::Failed;
+    QTest::newRow("a failing disk") << SQLITE_IOERR << Kind::Failed;
+    QTest::newRow("a flush that fails") << SQLITE_IOERR_FSYNC << Kind::Failed;
+    QTest::newRow("damage") << SQLITE_CORRUPT << Kind::Damaged;
+    QTest::newRow("not a database") << SQLITE_NOTADB << Kind::Damaged;
+}
+
+void RunRecordTest::sqliteFailures()
+{
+    QFETCH(int, result);
+    QFETCH(Kind, kind);
+    QVERIFY(sqliteFailure(result, "the words").kind == kind);
+}
+
+void RunRecordTest::systemFailures_data()
+{
+    QTest::addColumn<int>("error");
+    QTest::addColumn<Kind>("kind");
+
+    QTest::newRow("full") << ENOSPC << Kind::NoRoom;
+    QTest::newRow("over the quota") << EDQUOT << Kind::NoRoom;
+    QTest::newRow("read-only") << EROFS << Kind::NotWritable;
+    QTest::newRow("not allowed") << EACCES << Kind::NotWritable;
+    QTest::newRow("a directory") << EISDIR << Kind::NotWritable;
+    QTest::newRow("the name is taken") << EEXIST << Kind::NotWritable;
+    QTest::newRow("gone") << ENOENT << Kind::Replaced;
+    QTest::newRow("a failing disk") << EIO << Kind::Failed;
+    QTest::newRow("no memory") << ENOMEM << Kind::Failed;
+}
+
+void RunRecordTest::systemFailures()
+{
+    QFETCH(int, error);
+    QFETCH(Kind, kind);
+    const DatabaseFailure failure = systemFailure(error, "log");
+    QVERIFY(failure.kind == kind);
+    QCOMPARE(failure.text, "log: " + systemText(error));
+}
+
+QTEST_GUILESS_MAIN(RunRecordTest)
+#include "run_record_test.moc"

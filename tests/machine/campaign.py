@@ -1,0 +1,149 @@
+#!/usr/bin/python3
+"""Tries the units of packaging/systemd on an emulated computer, and cuts its power.
+
+    campaign.py [--minutes M] [--cuts N]
+
+The computer starts a Debian with systemd from a read-only disk; the database is on another one.
+Each case says what the device software and the update engine find. Then the power is cut at moments
+that are spread over a migration: the next start has to find the old or the new database, and has to
+end as an undisturbed one does. Answers are kept in build/machine/. Needs root, the network once,
+and the preset dev to be built.
+"""
+
+import contextlib
+import json
+import pathlib
+import sqlite3
+import sys
+import time
+from dataclasses import dataclass
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
+
+from machine import BUILD, HERE, UNITS, DataDisk, Machine
+from support.campaign import Campaign, fingerprint, parser
+from support.contents import RANDOM_IDENTIFIER
+from support.places import scratch_directory
+from support.versions import NEWEST
+
+SOFTWARE, ENGINE = "device software: version ", "update engine: good"
+BEGIN = "Starting migration-guard"
+END = "Finished migration-guard"
+TRIAL = "trial-boot"
+
+
+@dataclass(frozen=True)
+class Case:
+    statements: str  # executed in the database at version 1
+    options: str  # of the kernel
+    status: int  # of the guard
+    version: object  # that the device software finds, None where it does not start
+    is_good: bool  # for the update engine
+
+
+# A migration that ends with something to look at: version 7 needs this table.
+LOOK_AT_IT = "DROP TABLE files;"
+CASES = {
+    "an ordinary start migrates": Case("", "", 0, NEWEST, True),
+    "an ordinary start goes on after status 4": Case(LOOK_AT_IT, "", 4, NEWEST, True),
+    "the first start of an update migrates": Case("", TRIAL, 0, NEWEST, True),
+    "the first start of an update ends on status 3": Case(LOOK_AT_IT, TRIAL, 3, None, False),
+}
+
+
+def last_run(files):
+    record = files / "lastMigration.json"
+    return json.loads(record.read_text())["lastRun"] if record.exists() else None
+
+
+def content_of(files):
+    """The whole database as text, without random identifiers."""
+    with contextlib.closing(sqlite3.connect(files / "my.db.sqlite")) as database:
+        return RANDOM_IDENTIFIER.sub("{}", "\n".join(sorted(database.iterdump())))
+
+
+def found_version(output):
+    versions = [line.partition(SOFTWARE)[2].strip() for line in output.splitlines()
+                if SOFTWARE in line]
+    return int(versions[0]) if versions else None
+
+
+def try_case(machine, case):
+    """What differs from what the case says."""
+    with scratch_directory() as folder:
+        disk = DataDisk(folder, case.statements)
+        before = content_of(disk.files())
+        output = machine.run(disk.path, case.options)
+        files = disk.files()
+        found = {"status": last_run(files)["status"], "version": found_version(output),
+                 "is_good": ENGINE in output}
+        wrong = [f"{name}: {value}" for name, value in found.items()
+                 if value != getattr(case, name)]
+        if case.status == 3 and content_of(files) != before:
+            wrong.append("the database has changed")
+        return wrong
+
+
+def undisturbed(machine):
+    """How long a migration takes, in seconds, and the databases before and after it."""
+    with scratch_directory() as folder:
+        disk = DataDisk(folder)
+        before = content_of(disk.files())
+        begin = end = 0
+        with machine.started(disk.path) as process:
+            for line in process.stdout:
+                begin = begin or (BEGIN in line and time.monotonic())
+                end = end or (END in line and time.monotonic())
+        return {"seconds": end - begin, "before": before, "after": content_of(disk.files())}
+
+
+def try_cut(machine, known, part):
+    """What is wrong after a power cut at this part of the migration."""
+    with scratch_directory() as folder:
+        disk = DataDisk(folder)
+        machine.cut(disk.path, BEGIN, known["seconds"] * part)
+        after_cut = content_of(disk.files())
+        wrong = [] if after_cut in (known["before"], known["after"]) else ["neither old nor new"]
+        output = machine.run(disk.path)
+        if found_version(output) != NEWEST or content_of(disk.files()) != known["after"]:
+            wrong.append(f"the next start ends with version {found_version(output)}")
+        return {"new": after_cut == known["after"], "wrong": wrong}
+
+
+def main():
+    options = parser(__doc__)
+    options.add_argument("--cuts", type=int, default=24)
+    arguments = options.parse_args()
+    campaign = Campaign("machine", arguments.minutes)
+    of = fingerprint(UNITS, HERE, BUILD / "database-migrator", BUILD / "guard" / "migration-guard")
+    machine = Machine(campaign.folder)
+    broken = False
+    for name, case in CASES.items():
+        task = ["case", of, name]
+        if campaign.answer(task) is None and not campaign.is_over():
+            campaign.note(task, try_case(machine, case))
+        wrong = campaign.answer(task)
+        print(f"{name}: {'not tried' if wrong is None else '; '.join(wrong) or 'as it should'}",
+              flush=True)
+        broken = broken or bool(wrong)
+    task = ["undisturbed", of]
+    if campaign.answer(task) is None and not campaign.is_over():
+        campaign.note(task, undisturbed(machine))
+    known = campaign.answer(task)
+    answers = []
+    for number in range(arguments.cuts):
+        task = ["cut", of, number, arguments.cuts]
+        if campaign.answer(task) is None and not campaign.is_over():
+            # A little beyond the end, too.
+            campaign.note(task, try_cut(machine, known, 1.1 * number / arguments.cuts))
+        if answer := campaign.answer(task):
+            answers.append(answer)
+            for text in answer["wrong"]:
+                print(f"cut {number}: {text}", flush=True)
+    print(f"{len(answers)} power cuts: {sum(answer['new'] for answer in answers)} found the new"
+          f" database, the others the old one; {sum(bool(a['wrong']) for a in answers)} wrong")
+    return broken or any(answer["wrong"] for answer in answers)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
