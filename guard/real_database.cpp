@@ -71,6 +71,46 @@ int RealDatabase::waitForLock(void *database, int)
 
 RealDatabase::Failure RealDatabase::open()
 {
+    if (Failure ended = connect()) {
+        return ended;
+    }
+    m_copiedIdentity = identity();
+    const int result = m_connection.run("BEGIN");
+    if (result != SQLITE_OK) {
+        return failure(result);
+    }
+    const std::optional<qint64> schemaCookie = readSchemaCookie();
+    if (!schemaCookie) {
+        return readingFailure();
+    }
+    m_schemaCookie = *schemaCookie;
+    return std::nullopt;
+}
+
+DatabaseFailure RealDatabase::readingFailure() const
+{
+    DatabaseFailure failed = failure(sqlite3_extended_errcode(m_connection.handle()));
+    // Of a file that it cannot make SQLite does not say whether it may not, or the disk fails.
+    if (failed.kind == DatabaseFailure::Kind::NotWritable && mayWriteBeside()) {
+        failed.kind = DatabaseFailure::Kind::Failed;
+    }
+    return failed;
+}
+
+/// @return false when this user may not write SQLite's files, or something else has the name of one
+bool RealDatabase::mayWriteBeside() const
+{
+    bool may = QFileInfo(QFileInfo(m_path).absolutePath()).isWritable();
+    for (const char *suffix : {"-journal", "-wal", "-shm"}) {
+        const QFileInfo file(m_path + suffix);
+        const bool isThere = file.exists() || file.isSymLink();
+        may = may && (!isThere || (file.isFile() && file.isWritable()));
+    }
+    return may;
+}
+
+RealDatabase::Failure RealDatabase::connect()
+{
     const int result = m_connection.open(m_path, SQLITE_OPEN_READWRITE);
     if (result != SQLITE_OK) {
         return failure(result);
@@ -86,7 +126,6 @@ RealDatabase::Failure RealDatabase::open()
 
 RealDatabase::Failure RealDatabase::copyTo(const QString &path)
 {
-    m_copiedIdentity = identity();
     SqliteConnection copy;
     int result = copy.open(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
     if (result == SQLITE_OK) {
@@ -104,11 +143,10 @@ RealDatabase::Failure RealDatabase::copyTo(const QString &path)
     }
     m_copiedVersion = dataVersion();
     result = backup.finish();
-    const std::optional<qint64> schemaCookie = readSchemaCookie();
-    if (!schemaCookie) {
-        return failure(sqlite3_extended_errcode(m_connection.handle()));
+    const int ended = m_connection.run("COMMIT");
+    if (ended != SQLITE_OK) {
+        return failure(ended);
     }
-    m_schemaCookie = *schemaCookie;
     int moved = 0;
     sqlite3_file_control(m_connection.handle(), mainDatabase, SQLITE_FCNTL_HAS_MOVED, &moved);
     if (moved != 0 || !m_copiedIdentity || !(identity() == m_copiedIdentity)) {
@@ -132,7 +170,7 @@ RealDatabase::Failure RealDatabase::copyTo(const QString &path)
 
 RealDatabase::Failure RealDatabase::openDamaged()
 {
-    if (Failure ended = open()) {
+    if (Failure ended = connect()) {
         return ended;
     }
     m_copiedIdentity = identity();

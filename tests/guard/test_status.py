@@ -8,6 +8,7 @@ import subprocess
 from contextlib import closing
 
 import pytest
+from conftest import JOURNAL, leave
 from support.versions import NEWEST
 
 
@@ -69,20 +70,6 @@ def test_a_lock_of_another_program_is_told(migrated, mode):
         other.execute(f"BEGIN {mode}")
         other.execute("UPDATE tableVersion SET version = 5")
         assert first_line(migrated) == f"{NEWEST} (locked by another program)"
-
-
-def leave(device, suffix, statements):
-    """What a program leaves beside the database that is ended within these statements."""
-    file = device.databases / f"my.db.sqlite{suffix}"
-    with closing(sqlite3.connect(device.database, isolation_level=None)) as database:
-        database.executescript(statements)
-        left, content = file.read_bytes(), device.database.read_bytes()
-    device.database.write_bytes(content)
-    file.write_bytes(left)
-
-
-JOURNAL = ("PRAGMA cache_spill = 1; PRAGMA cache_size = 1; BEGIN;"
-           "UPDATE tableVersion SET version = 5; UPDATE growers SET displayName = 'x';")
 
 
 def test_a_journal_that_is_left_is_told(migrated):
