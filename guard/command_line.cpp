@@ -8,13 +8,28 @@ const char *const insideOption = "inside";
 namespace
 {
 const char *const description =
-    "Runs database-migrator on a copy of the device's database and brings the result into the real "
-    "one in a single transaction.\n\n"
-    "  migration-guard run [TARGET]  migrate; without TARGET to the version in schemaversion.txt\n"
-    "  migration-guard status        recorded version, kept database, last run\n"
-    "  migration-guard restore       bring the kept database of before back\n\n"
-    "Exit status: 0 target reached, nothing to look at; 2 wrong call; 3 nothing changed; 4 changed,\n"
-    "but look at it. Treat any other one like 3.";
+    "Brings the device's database to another schema version. database-migrator\n"
+    "works on a copy, and the result goes into the database in one transaction.\n"
+    "\n"
+    "  migration-guard run [TARGET]\n"
+    "      Migrates to schema version TARGET. Without TARGET the version is read\n"
+    "      from schemaversion.txt in the application directory.\n"
+    "  migration-guard status\n"
+    "      Shows the recorded version, the newest version that the program knows,\n"
+    "      the kept database of before, the last run, and the last run that changed\n"
+    "      the version or ended with 3 or 4. Changes nothing.\n"
+    "  migration-guard restore\n"
+    "      Brings the kept database of before back. A second restore brings back\n"
+    "      what the first one has replaced.\n"
+    "\n"
+    "Exit status:\n"
+    "  0  The target is reached, nothing to look at.\n"
+    "  2  The call is wrong. Nothing was started.\n"
+    "  3  Nothing changed: the database is as it was. With the reason\n"
+    "     commit-unknown nobody can tell before the disk can be read again.\n"
+    "  4  The database changed, but look at it.\n"
+    "Any other status: the guard itself was ended. Unless the program was running\n"
+    "without a copy, the database is the old one or the new one.";
 
 CommandLine wrong(CommandLine line, const QString &error)
 {
@@ -30,23 +45,28 @@ CommandLine parseCommandLine(const QStringList &arguments)
     parser.setApplicationDescription(description);
     const QCommandLineOption help({"h", "help"}, "Shows this text.");
     const QCommandLineOption version(
-        "version", "Shows the versions of the guard, the newest schema and the SQLite library.");
+        "version",
+        "Shows the version of the guard, the newest schema version and the version of SQLite.");
     const QCommandLineOption application(
-        "app-dir", "The application directory, instead of the guard's own.", "DIR");
+        "app-dir",
+        "All commands: the application directory is DIR. Without this option it is the directory of "
+        "the guard itself.",
+        "DIR");
     const QCommandLineOption wait(
         "wait",
-        QString("Run, restore: how long locks of others are waited for, %1 without it.")
+        QString(
+            "Run, restore: waits at most SECONDS for other programs that hold a lock, all waits "
+            "together. Without this option %1.")
             .arg(limits::waitSeconds),
         "SECONDS",
         QString::number(limits::waitSeconds));
     const QCommandLineOption strict(
         "strict",
-        "Run: change nothing where the database could not be guarded or the result would "
-        "have to be looked at.");
-    const QCommandLineOption noBackup("no-backup", "Run: do not keep the database of before.");
-    const QCommandLineOption staging(
-        "staging", "Run: work in this directory instead of memory.", "DIR");
-    const QCommandLineOption dryRun("dry-run", "Restore: only tell what would happen.");
+        "Run: where the run would end with 4, or there is no database, changes nothing and ends "
+        "with 3.");
+    const QCommandLineOption noBackup("no-backup", "Run: does not keep the database of before.");
+    const QCommandLineOption staging("staging", "Run: the copy is in DIR, not in memory.", "DIR");
+    const QCommandLineOption dryRun("dry-run", "Restore: only prints what would change.");
     QCommandLineOption inside(insideOption, QString(), "PLACE");
     inside.setFlags(QCommandLineOption::HiddenFromHelp);
     parser.addOptions(

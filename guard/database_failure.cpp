@@ -47,7 +47,8 @@ Kind kindOfError(int error)
     case EROFS:
     case EACCES:
     case EPERM:
-    case EISDIR:
+    case EISDIR: // something else has the name
+    case EEXIST:
         return Kind::NotWritable;
     case ENOENT:
     case ENOTDIR:

@@ -1,12 +1,11 @@
 #include "guard/database_file.h"
+#include "guard/regular_file.h"
 
-#include <QFile>
 #include <QtEndian>
 
 #include <cerrno>
 #include <cstring>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -36,22 +35,14 @@ int acceptedPageSize(const QByteArray &header)
 } // namespace
 
 DatabaseFile::DatabaseFile(const QString &path)
-    : m_descriptor(open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC)),
-      m_header(headerSize, '\0')
+    : m_descriptor(openRegularFile(path)), m_header(headerSize, '\0')
 {
     struct stat status = {};
-    if (m_descriptor < 0 || fstat(m_descriptor, &status) != 0) {
+    if (!m_descriptor.isOpen() || fstat(m_descriptor.get(), &status) != 0) {
         m_readError = QString::fromLocal8Bit(std::strerror(errno));
         return;
     }
     readHeader(status.st_size);
-}
-
-DatabaseFile::~DatabaseFile()
-{
-    if (m_descriptor >= 0) {
-        close(m_descriptor);
-    }
 }
 
 void DatabaseFile::readHeader(qint64 fileSize)
@@ -90,7 +81,7 @@ bool DatabaseFile::read(quint32 number, char *pages, int size) const
     qint64 done = 0;
     while (done < size) {
         const ssize_t bytes =
-            pread(m_descriptor, pages + done, static_cast<size_t>(size - done), begin + done);
+            pread(m_descriptor.get(), pages + done, static_cast<size_t>(size - done), begin + done);
         if (bytes < 0 && errno == EINTR) {
             continue;
         }

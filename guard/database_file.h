@@ -1,5 +1,7 @@
 #pragma once
 
+#include "guard/descriptor.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -12,9 +14,7 @@ public:
 
     /// Opens the file, whatever is in it; readError() tells when that failed.
     explicit DatabaseFile(const QString &path);
-    ~DatabaseFile();
-    DatabaseFile(const DatabaseFile &) = delete;
-    DatabaseFile &operator=(const DatabaseFile &) = delete;
+    Q_DISABLE_COPY(DatabaseFile)
 
     /// @return the first failure to open or read, empty when there was none
     const QString &readError() const { return m_readError; }
@@ -49,7 +49,7 @@ public:
 private:
     void readHeader(qint64 fileSize);
 
-    int m_descriptor;
+    Descriptor m_descriptor;
     mutable QString m_readError;
     QByteArray m_header;
     bool m_isDatabase = false;

@@ -47,4 +47,5 @@ DevicePaths::DevicePaths(const QString &application)
     note = beside.filePath("migration-guard.note");
     staging = beside.filePath("migration-guard.staging");
     copy = beside.filePath("migration-guard.copy");
+    replacedLog = beside.filePath("replaced-by-restore.wal");
 }

@@ -23,6 +23,7 @@ struct DevicePaths {
     QString note;          ///< of the run that is under way, or did not end
     QString staging;       ///< the staged files when memory cannot hold them
     QString copy;          ///< the copy of the database that a restore works with
+    QString replacedLog;   ///< the write-ahead log of a database that could not be read
 };
 
 /// The names of the staged files are the program's own.

@@ -1,9 +1,9 @@
 #include "guard/durable_file.h"
 #include "guard/descriptor.h"
 #include "guard/limits.h"
+#include "guard/regular_file.h"
 
 #include <QFile>
-#include <QFileInfo>
 
 #include <cerrno>
 #include <cstdio>
@@ -58,15 +58,6 @@ Ownership ownershipOf(const QString &path)
     return {status.st_uid, status.st_gid, status.st_mode & 0777};
 }
 
-std::optional<QByteArray> read(const QString &path)
-{
-    QFile file(path);
-    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly)) {
-        return std::nullopt;
-    }
-    return file.readAll();
-}
-
 QString unfinishedName(const QString &path)
 {
     return path + ".new";
@@ -93,7 +84,7 @@ int replace(const QString &path, const QByteArray &content, const Ownership &own
 
 int copy(const QString &from, const QString &to, const Ownership &ownership, bool flush)
 {
-    Descriptor source(open(QFile::encodeName(from).constData(), O_RDONLY | O_CLOEXEC));
+    const Descriptor source = openRegularFile(from);
     if (!source.isOpen()) {
         return errno;
     }

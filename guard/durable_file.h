@@ -3,7 +3,6 @@
 #include <QByteArray>
 #include <QString>
 
-#include <optional>
 #include <unistd.h>
 
 /// Files that survive a power cut. Operations that return a number return 0 or the error number of the
@@ -19,10 +18,6 @@ struct Ownership {
 
 /// @return the ownership of a file, that of a file for this user alone when it cannot be read
 Ownership ownershipOf(const QString &path);
-
-/// @return the content of a file, nothing when there is none or something else has its name: to open
-/// that could wait for ever
-std::optional<QByteArray> read(const QString &path);
 
 /// Writes a file in place of another. At every moment one of the two has the name; what a failure
 /// leaves is the other one.

@@ -17,5 +17,7 @@ bool settleKeptDatabases(const DevicePaths &device, const QString &current)
 {
     const bool keptChanged = KeptDatabase(device.kept).settle(current);
     const bool replacedChanged = KeptDatabase(device.replaced).settle(current);
-    return keptChanged || replacedChanged;
+    // A log is no database that could be compared.
+    const bool logChanged = KeptDatabase(device.replacedLog).settle(QString());
+    return keptChanged || replacedChanged || logChanged;
 }

@@ -14,6 +14,6 @@
 bool settlePool(const DevicePaths &device, const std::optional<RunNote> &note, qint64 schemaCookie);
 
 /// Gives the kept databases that a run which was cut has left their names, or removes them.
-/// @param current the database as it is now, at rest
+/// @param current the database as it is now, at rest; empty when it cannot be read and never will be
 /// @return true when something was renamed or removed: the directory is to be flushed
 bool settleKeptDatabases(const DevicePaths &device, const QString &current);

@@ -62,7 +62,7 @@ private:
     Next endWith(const DatabaseFailure &failure, const QString &step);
     Next directly(const QString &reason, const QString &detail);
     Next withoutStaging(const QString &detail);
-    Next endOfCopy(const DatabaseFailure &failure);
+    Next endOfReading(const DatabaseFailure &failure);
 
     void settleEarlierRun(const Staging &staging);
     void noteFailure();
@@ -88,12 +88,12 @@ Next GuardedTry::copy()
     }
     const TemporaryFilesIn temporaryFiles(staging.temporary());
 
-    RealDatabase::Failure failure = m_database.open();
-    if (!failure) {
-        failure = m_database.copyTo(staging.original());
+    if (const RealDatabase::Failure failure = m_database.open()) {
+        return endOfReading(*failure);
     }
-    if (failure) {
-        return endOfCopy(*failure);
+    if (const RealDatabase::Failure failure = m_database.copyTo(staging.original())) {
+        return failure->kind == FailureKind::NoRoom ? withoutStaging(failure->text)
+                                                    : endOfReading(*failure);
     }
     settleEarlierRun(staging);
     m_end.record.from = versionOfStaged(staging.original());
@@ -244,11 +244,10 @@ Next GuardedTry::withoutStaging(const QString &detail)
     return m_place == Place::Memory ? Next::StageOnDisk : Next::NoRoom;
 }
 
-Next GuardedTry::endOfCopy(const DatabaseFailure &failure)
+/// Where the disk of the database is full or fails, the program is not run on it directly.
+Next GuardedTry::endOfReading(const DatabaseFailure &failure)
 {
     switch (failure.kind) {
-    case FailureKind::NoRoom:
-        return withoutStaging(failure.text);
     case FailureKind::NotWritable:
         return directly("not-writable", failure.text);
     case FailureKind::Damaged:

@@ -60,6 +60,10 @@ bool KeptDatabase::settle(const QString &current)
     if (!isPrepared()) {
         return hadUnfinished;
     }
+    if (current.isEmpty()) {
+        accept();
+        return true;
+    }
     // It is the database of before only when the commit has happened. Where that cannot be told it
     // stays for the next run.
     const DatabaseDifferences differences = compareDatabases(prepared(), current);
@@ -74,4 +78,10 @@ bool KeptDatabase::settle(const QString &current)
         accept();
     }
     return true;
+}
+
+QString KeptDatabase::afterSettling(const QString &current) const
+{
+    const bool isNewer = isPrepared() && !compareDatabases(prepared(), current).isEmpty();
+    return isNewer ? prepared() : m_path;
 }

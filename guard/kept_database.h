@@ -27,14 +27,20 @@ public:
     void discard();
 
     /// Settles what a run that was cut has left.
-    /// @param current the database as it is now, at rest
+    /// @param current the database as it is now, at rest; empty when it cannot be read and never will
+    /// be: what is prepared gets its name then
     /// @return true when something was renamed or removed
     bool settle(const QString &current);
+
+    /// @return true from prepare() to accept() or discard(), also when a run was cut in between
+    bool isPrepared() const;
+
+    /// @return the file that would be the kept one once that is settled
+    QString afterSettling(const QString &current) const;
 
 private:
     QString prepared() const { return m_path + ".new"; }
     QString unfinished() const { return m_path + ".tmp"; }
-    bool isPrepared() const;
     void tellThatItIsNotKept(const QString &why) const;
 
     QString m_path;

@@ -1,5 +1,7 @@
 #include "guard/last_migration.h"
 #include "guard/durable_file.h"
+#include "guard/limits.h"
+#include "guard/regular_file.h"
 
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -22,10 +24,10 @@ std::optional<bool> leavesInOrder(const RunRecord &run)
 }
 } // namespace
 
-LastMigration::LastMigration(const QString &path)
-    : m_path(path),
-      m_content(QJsonDocument::fromJson(durable::read(path).value_or(QByteArray())).object())
+LastMigration::LastMigration(const QString &path) : m_path(path)
 {
+    const QByteArray content = readSmallFile(path, limits::largestJson).value_or(QByteArray());
+    m_content = QJsonDocument::fromJson(content).object();
 }
 
 bool LastMigration::record(const RunRecord &run, bool flushDirectory)

@@ -80,4 +80,17 @@ constexpr int largestVersion = 999999;
 
 /// How many keys of a table `restore` prints; the rest is counted.
 constexpr int printedKeys = 20;
+
+/// How many characters of a name or a value `restore` prints.
+constexpr int printedCharacters = 64;
+
+/// The longest schemaversion.txt that is read, in bytes: a longer one holds something else.
+constexpr qint64 largestTarget = 4 * kibibyte;
+
+/// The longest of the guard's own JSON files that is read, in bytes. The note of a run names files of
+/// the pool: thousands of them fit.
+constexpr qint64 largestJson = 16 * mebibyte;
+
+/// How often a database that somebody is writing to is copied for a look at it.
+constexpr int mostSnapshots = 10;
 } // namespace limits

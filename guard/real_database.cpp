@@ -71,6 +71,46 @@ int RealDatabase::waitForLock(void *database, int)
 
 RealDatabase::Failure RealDatabase::open()
 {
+    if (Failure ended = connect()) {
+        return ended;
+    }
+    m_copiedIdentity = identity();
+    const int result = m_connection.run("BEGIN");
+    if (result != SQLITE_OK) {
+        return failure(result);
+    }
+    const std::optional<qint64> schemaCookie = readSchemaCookie();
+    if (!schemaCookie) {
+        return readingFailure();
+    }
+    m_schemaCookie = *schemaCookie;
+    return std::nullopt;
+}
+
+DatabaseFailure RealDatabase::readingFailure() const
+{
+    DatabaseFailure failed = failure(sqlite3_extended_errcode(m_connection.handle()));
+    // Of a file that it cannot make SQLite does not say whether it may not, or the disk fails.
+    if (failed.kind == DatabaseFailure::Kind::NotWritable && mayWriteBeside()) {
+        failed.kind = DatabaseFailure::Kind::Failed;
+    }
+    return failed;
+}
+
+/// @return false when this user may not write SQLite's files, or something else has the name of one
+bool RealDatabase::mayWriteBeside() const
+{
+    bool may = QFileInfo(QFileInfo(m_path).absolutePath()).isWritable();
+    for (const char *suffix : {"-journal", "-wal", "-shm"}) {
+        const QFileInfo file(m_path + suffix);
+        const bool isThere = file.exists() || file.isSymLink();
+        may = may && (!isThere || (file.isFile() && file.isWritable()));
+    }
+    return may;
+}
+
+RealDatabase::Failure RealDatabase::connect()
+{
     const int result = m_connection.open(m_path, SQLITE_OPEN_READWRITE);
     if (result != SQLITE_OK) {
         return failure(result);
@@ -86,7 +126,6 @@ RealDatabase::Failure RealDatabase::open()
 
 RealDatabase::Failure RealDatabase::copyTo(const QString &path)
 {
-    m_copiedIdentity = identity();
     SqliteConnection copy;
     int result = copy.open(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
     if (result == SQLITE_OK) {
@@ -104,11 +143,10 @@ RealDatabase::Failure RealDatabase::copyTo(const QString &path)
     }
     m_copiedVersion = dataVersion();
     result = backup.finish();
-    const std::optional<qint64> schemaCookie = readSchemaCookie();
-    if (!schemaCookie) {
-        return failure(sqlite3_extended_errcode(m_connection.handle()));
+    const int ended = m_connection.run("COMMIT");
+    if (ended != SQLITE_OK) {
+        return failure(ended);
     }
-    m_schemaCookie = *schemaCookie;
     int moved = 0;
     sqlite3_file_control(m_connection.handle(), mainDatabase, SQLITE_FCNTL_HAS_MOVED, &moved);
     if (moved != 0 || !m_copiedIdentity || !(identity() == m_copiedIdentity)) {
@@ -124,9 +162,50 @@ RealDatabase::Failure RealDatabase::copyTo(const QString &path)
         return DatabaseFailure{DatabaseFailure::Kind::Failed, "the copy: " + file.readError()};
     }
     if (file.pageCount() == 0) {
-        return DatabaseFailure{DatabaseFailure::Kind::Damaged, "the copy is empty"};
+        return DatabaseFailure{DatabaseFailure::Kind::Damaged, "there is nothing in it"};
     }
     m_hasWriteAheadLog = file.hasWriteAheadLog();
+    return std::nullopt;
+}
+
+RealDatabase::Failure RealDatabase::openDamaged()
+{
+    if (Failure ended = connect()) {
+        return ended;
+    }
+    m_copiedIdentity = identity();
+    m_schemaCookie = readSchemaCookie().value_or(-1);
+    // SQLite does not look at the header then, and takes the database for one without a page.
+    sqlite3_db_config(m_connection.handle(), SQLITE_DBCONFIG_RESET_DATABASE, 1, nullptr);
+    if (!readSchemaCookie()) {
+        return failure(sqlite3_extended_errcode(m_connection.handle()));
+    }
+    m_copiedVersion = dataVersion();
+    return std::nullopt;
+}
+
+RealDatabase::Failure RealDatabase::copyBytesTo(const QString &path)
+{
+    // A descriptor of its own would end SQLite's locks when it is closed.
+    sqlite3_file *file = nullptr;
+    sqlite3_file_control(m_connection.handle(), mainDatabase, SQLITE_FCNTL_FILE_POINTER, &file);
+    sqlite3_int64 size = 0;
+    int result = file->pMethods->xFileSize(file, &size);
+    QFile copy(path);
+    bool isWritten = copy.open(QIODevice::WriteOnly | QIODevice::NewOnly);
+    QByteArray piece(limits::copiedPiece, Qt::Uninitialized);
+    for (sqlite3_int64 done = 0; result == SQLITE_OK && isWritten && done < size;) {
+        const int bytes = static_cast<int>(qMin<sqlite3_int64>(piece.size(), size - done));
+        result = file->pMethods->xRead(file, piece.data(), bytes, done);
+        isWritten = copy.write(piece.constData(), bytes) == bytes;
+        done += bytes;
+    }
+    if (result != SQLITE_OK) {
+        return sqliteFailure(result, QString::fromUtf8(sqlite3_errstr(result)));
+    }
+    if (!isWritten || !copy.flush()) {
+        return DatabaseFailure{DatabaseFailure::Kind::NoRoom, copy.errorString()};
+    }
     return std::nullopt;
 }
 
@@ -184,16 +263,19 @@ DatabaseFailure RealDatabase::commitFailure(int error, const QString &text)
 {
     // A commit can fail at its last flush, when the journal is gone. A connection of its own sees
     // what the next process will see, and rolls back what is to be rolled back.
+    using Kind = DatabaseFailure::Kind;
     m_connection.close();
     SqliteConnection reader;
     reader.open(m_path, SQLITE_OPEN_READWRITE);
     const std::optional<qint64> schemaCookie = reader.number("PRAGMA schema_version");
     if (!schemaCookie) {
-        return {DatabaseFailure::Kind::Unknown, text};
+        const int readerError = sqlite3_extended_errcode(reader.handle());
+        const bool isAsItWas =
+            m_schemaCookie < 0 && sqliteFailure(readerError, text).kind == Kind::Damaged;
+        return isAsItWas ? sqliteFailure(error, text) : DatabaseFailure{Kind::Unknown, text};
     }
-    return *schemaCookie == m_schemaCookie
-               ? sqliteFailure(error, text)
-               : DatabaseFailure{DatabaseFailure::Kind::NotFlushed, text};
+    return *schemaCookie == m_schemaCookie ? sqliteFailure(error, text)
+                                           : DatabaseFailure{Kind::NotFlushed, text};
 }
 
 std::optional<RealDatabase::Identity> RealDatabase::identity() const

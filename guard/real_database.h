@@ -22,12 +22,24 @@ public:
 
     using Failure = std::optional<DatabaseFailure>;
 
-    /// Opens it for reading and writing. A hot journal is rolled back by the first copy.
+    /// Opens it for reading and writing, and begins to read it: a hot journal is rolled back now, and
+    /// the index of a write-ahead log is made. So nothing is written beside it while it is copied.
     Failure open();
 
-    /// Copies it as it is, damage included. What is committed later has to be made from this copy.
+    /// Copies it, once, after open(): as it is, damage included. What is committed later has to be made
+    /// from this copy.
     /// @param path a file that is not there yet
+    /// @return NoRoom only where the copy has none
     Failure copyTo(const QString &path);
+
+    /// Opens a file that holds no database that SQLite can read, empty or damaged, for
+    /// replaceContent(), which then takes it for an empty one: under the same locks and journal.
+    Failure openDamaged();
+
+    /// Copies the bytes of the file, whatever they are. Under the lock of replaceContent() nobody
+    /// writes to it, and what SQLite could recover is recovered.
+    /// @param path a file that is not there yet
+    Failure copyBytesTo(const QString &path);
 
     /// Replaces the content in one transaction, under SQLite's own journal: the same file, in which
     /// processes that have it open find the new content. Durable when it returns.
@@ -41,7 +53,7 @@ public:
     /// @return true when the database has a write-ahead log; known after the copy
     bool hasWriteAheadLog() const { return m_hasWriteAheadLog; }
 
-    /// @return SQLite's counter of schema changes, which a commit changes; known after the copy
+    /// @return SQLite's counter of schema changes, which a commit changes; known when it is open
     qint64 schemaCookie() const { return m_schemaCookie; }
 
     /// Reads that counter as it is now.
@@ -64,7 +76,10 @@ private:
         }
     };
 
+    Failure connect();
     DatabaseFailure failure(int result) const;
+    DatabaseFailure readingFailure() const;
+    bool mayWriteBeside() const;
     DatabaseFailure commitFailure(int error, const QString &text);
     std::optional<Identity> identity() const;
     unsigned dataVersion() const;

@@ -1,9 +1,12 @@
 #include "guard/restoration.h"
 #include "guard/comparison.h"
+#include "guard/database_snapshot.h"
+#include "guard/descriptor.h"
 #include "guard/directory_lock.h"
 #include "guard/earlier_run.h"
 #include "guard/kept_database.h"
 #include "guard/messages.h"
+#include "guard/printed_text.h"
 #include "guard/real_database.h"
 #include "guard/row_changes.h"
 #include "guard/sizing.h"
@@ -13,37 +16,16 @@
 #include <QTextStream>
 
 #include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
 
 namespace
 {
-/// A copy of the real database, removed with this object.
-class TemporaryCopy
-{
-public:
-    explicit TemporaryCopy(const QString &path) : m_path(path) { QFile::remove(path); }
-    ~TemporaryCopy() { QFile::remove(m_path); }
-    Q_DISABLE_COPY(TemporaryCopy)
+using FailureKind = DatabaseFailure::Kind;
 
-    const QString &path() const { return m_path; }
-
-private:
-    QString m_path;
-};
-
-RunRecord nothingChanged(RunRecord record, const QString &reason, const QString &detail = QString())
-{
-    record.status = Status::NothingChanged;
-    record.to = record.from;
-    record.reason = reason;
-    record.detail = detail;
-    return record;
-}
-
-bool passesQuickCheck(SqliteConnection &connection)
-{
-    SqliteStatement check(connection, "PRAGMA quick_check(1)");
-    return check.step() && check.value(0) == "ok";
-}
+/// The reason for a failure that has none of its own.
+const char *const restoreFailed = "restore-failed";
 
 void print(const QStringList &lines)
 {
@@ -54,99 +36,272 @@ void print(const QStringList &lines)
     }
 }
 
-RunRecord nothingChangedBy(const RunRecord &record, const DatabaseFailure &failure)
+bool areEqual(const QString &database, const QString &other)
 {
-    switch (failure.kind) {
-    case DatabaseFailure::Kind::Locked:
-        return nothingChanged(record, "locked", failure.text);
-    case DatabaseFailure::Kind::Written:
-        return nothingChanged(record, "written-meanwhile", failure.text);
-    case DatabaseFailure::Kind::Replaced:
-        return nothingChanged(record, "replaced", failure.text);
-    case DatabaseFailure::Kind::NoRoom:
-        return nothingChanged(record, "no-room", failure.text);
-    default:
-        return nothingChanged(record, "restore-failed", failure.text);
+    return compareDatabases(database, other).isEmpty();
+}
+
+/// @return where the database is to be, links resolved
+QString placeOfDatabase(const DevicePaths &device)
+{
+    const QFileInfo entry(device.databaseEntry);
+    return entry.exists() ? entry.canonicalFilePath() : device.databases + "/" + databaseName;
+}
+
+/// Makes an empty file where there is none, which SQLite then fills.
+/// @return 0 or the error number of the system
+int makeEmptyFile(const QString &path, const durable::Ownership &ownership)
+{
+    const Descriptor file(
+        open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!file.isOpen()) {
+        return errno == EEXIST ? 0 : errno;
+    }
+    const bool isOwned = fchown(file.get(), ownership.owner, ownership.group) == 0 &&
+                         fchmod(file.get(), ownership.mode) == 0;
+    return isOwned ? 0 : errno;
+}
+
+/// One restoration, under the guard's lock.
+class Restoration
+{
+public:
+    Restoration(const DevicePaths &device, const RestorationOptions &options, WaitBudget &budget)
+        : m_device(device), m_options(options), m_path(placeOfDatabase(device)),
+          m_database(m_path, budget), m_replaced(device.replaced), m_replacedLog(device.replacedLog)
+    {
+        m_record.command = "restore";
+    }
+    ~Restoration()
+    {
+        if (!m_options.dryRun) {
+            QFile::remove(m_device.copy);
+        }
+    }
+    Q_DISABLE_COPY(Restoration)
+
+    RunRecord run();
+
+private:
+    RunRecord nothingChanged(const QString &reason, const QString &detail = QString());
+
+    std::optional<DatabaseFailure> copyCurrent();
+    void settleCutRuns();
+    void chooseSource();
+    QString whyUnusable();
+    void tellChanges();
+    RealDatabase::Failure replaceReadable();
+    RealDatabase::Failure replaceDamaged();
+    RealDatabase::Failure keepBytes();
+    void settleReplaced();
+
+    const DevicePaths &m_device;
+    const RestorationOptions &m_options;
+    QString m_path;
+    RealDatabase m_database;
+    KeptDatabase m_replaced;
+    KeptDatabase m_replacedLog;
+    std::optional<DatabaseSnapshot> m_snapshot; ///< instead of a copy beside the database
+    QString m_current;       ///< what the database holds, at rest; empty for nothing
+    QString m_whyUnreadable; ///< empty when there is such a copy
+    QString m_source;
+    QString m_sourceName;
+    RunRecord m_record;
+};
+
+RunRecord Restoration::nothingChanged(const QString &reason, const QString &detail)
+{
+    m_record.endUnchanged(reason, detail);
+    return m_record;
+}
+
+RunRecord Restoration::run()
+{
+    if (m_device.databaseLinkIsBroken) {
+        return nothingChanged("database-link-broken");
+    }
+    if (QFileInfo::exists(m_path) && !QFileInfo(m_path).isFile()) {
+        return nothingChanged(restoreFailed, "in the place of the database is no file");
+    }
+    const sizing::Database size = sizing::measure(m_path);
+    const qint64 sourceBytes =
+        std::max(QFileInfo(m_device.kept).size(), QFileInfo(m_device.replaced).size());
+    if (sizing::freeRoom(m_device.databases) <
+        2 * size.bytes + sizing::roomForCommit(size, sourceBytes)) {
+        return nothingChanged("no-room", "for the commit");
+    }
+    if (const RealDatabase::Failure failure = copyCurrent()) {
+        m_record.endWith(*failure, restoreFailed);
+        return m_record;
+    }
+    if (!m_options.dryRun) {
+        settleCutRuns();
+    }
+    chooseSource();
+    if (!QFileInfo::exists(m_source)) {
+        return nothingChanged("nothing-kept");
+    }
+    const QString whyNot = whyUnusable();
+    if (!whyNot.isEmpty()) {
+        return nothingChanged("kept-damaged", m_sourceName + ": " + whyNot);
+    }
+    tellChanges();
+    const bool isReadable = m_whyUnreadable.isEmpty();
+    if (m_options.dryRun || (isReadable && areEqual(m_source, m_current))) {
+        return m_record;
+    }
+    const RealDatabase::Failure failure = isReadable ? replaceReadable() : replaceDamaged();
+    m_record.changed = true;
+    if (failure) {
+        m_record.endWith(*failure, restoreFailed);
+    }
+    // Where the end is not known the next run finds out which of the two the database is.
+    if (m_record.endIsKnown) {
+        settleReplaced();
+    }
+    return m_record;
+}
+
+void Restoration::settleReplaced()
+{
+    if (!m_record.changed) {
+        m_replaced.discard();
+        m_replacedLog.discard();
+    } else if (m_replaced.isPrepared() && m_replaced.accept()) {
+        QFile::remove(m_device.replacedLog);
+        m_replacedLog.settle(QString());
     }
 }
 
-RunRecord restoreLocked(
-    const DevicePaths &device, const RestorationOptions &options,
-    const LastMigration &lastMigration, WaitBudget &budget)
+/// @return why nothing can be done; a database that cannot be read is no reason
+std::optional<DatabaseFailure> Restoration::copyCurrent()
 {
-    RunRecord record;
-    record.command = "restore";
-    const sizing::Database size = sizing::measure(device.database);
-    const qint64 sourceBytes =
-        std::max(QFileInfo(device.kept).size(), QFileInfo(device.replaced).size());
-    if (sizing::freeRoom(device.databases) <
-        2 * size.bytes + sizing::roomForCommit(size, sourceBytes)) {
-        return nothingChanged(record, "no-room", "for the commit");
+    if (m_device.database.isEmpty()) {
+        m_whyUnreadable = "there is none, or nothing in it";
+        return std::nullopt;
     }
-    const TemporaryCopy current(device.copy);
-    RealDatabase database(device.database, budget);
-    RealDatabase::Failure failure = database.open();
-    if (!failure) {
-        failure = database.copyTo(current.path());
-    }
-    if (failure) {
-        return nothingChangedBy(record, *failure);
-    }
-    KeptDatabase replaced(device.replaced);
-    if (!options.dryRun) {
-        // What a run that was cut has left is settled by the database as it is now.
-        if (settlePool(device, RunNote::read(device.note), database.schemaCookie())) {
-            QFile::remove(device.note);
+    if (m_options.dryRun) {
+        m_snapshot.emplace(m_path);
+        m_current = m_snapshot->path();
+        m_whyUnreadable = m_snapshot->error();
+    } else {
+        m_current = m_device.copy;
+        RealDatabase::Failure failure = m_database.open();
+        if (!failure) {
+            failure = m_database.copyTo(m_current);
         }
-        settleKeptDatabases(device, current.path());
+        if (failure && failure->kind != FailureKind::Damaged) {
+            return failure;
+        }
+        m_whyUnreadable = failure ? failure->text : QString();
     }
-
-    const bool undoes = lastMigration.lastRun().value("command").toString() == "restore" &&
-                        QFile::exists(device.replaced);
-    const QString source = undoes ? device.replaced : device.kept;
+    if (!m_whyUnreadable.isEmpty()) {
+        m_current.clear();
+        return std::nullopt;
+    }
     SqliteConnection connection;
-    connection.open(current.path(), SQLITE_OPEN_READWRITE);
-    record.from = recordedVersion(connection);
-    connection.close();
-    if (!QFile::exists(source)) {
-        return nothingChanged(record, "nothing-kept");
-    }
-    connection.open(source, SQLITE_OPEN_READWRITE);
-    if (QFileInfo(source).size() == 0 || !passesQuickCheck(connection)) {
-        return nothingChanged(record, "kept-damaged");
-    }
-    record.to = recordedVersion(connection);
-    connection.close();
+    connection.openAtRest(m_current);
+    m_record.from = recordedVersion(connection);
+    return std::nullopt;
+}
 
-    print({QFileInfo(source).fileName() + " comes back."});
-    print(rowChanges(device.database, source));
+/// What a run that was cut has left is settled by the database as it is now.
+void Restoration::settleCutRuns()
+{
+    // Of a database that cannot be read nobody knows whether that run's commit has happened. The
+    // database of before comes back, and so the files of the pool stay.
+    const bool isReadable = m_whyUnreadable.isEmpty();
+    if (!isReadable ||
+        settlePool(m_device, RunNote::read(m_device.note), m_database.schemaCookie())) {
+        QFile::remove(m_device.note);
+    }
+    settleKeptDatabases(m_device, m_current);
+}
+
+/// The kept one; where the database is that already, what was replaced by it.
+void Restoration::chooseSource()
+{
+    m_sourceName = m_device.kept;
+    m_source = KeptDatabase(m_device.kept).afterSettling(m_current);
+    const QString replaced = m_replaced.afterSettling(m_current);
+    if (m_whyUnreadable.isEmpty() && QFileInfo::exists(replaced) && areEqual(m_source, m_current)) {
+        m_sourceName = m_device.replaced;
+        m_source = replaced;
+    }
+    m_sourceName = QFileInfo(m_sourceName).fileName();
+}
+
+/// @return why the source is no database to bring back, empty when it is one
+QString Restoration::whyUnusable()
+{
+    if (!QFileInfo(m_source).isFile()) {
+        return "no file";
+    }
+    if (QFileInfo(m_source).size() == 0) {
+        return "empty";
+    }
+    SqliteConnection connection;
+    connection.openAtRest(m_source);
+    SqliteStatement check(connection, "PRAGMA quick_check(1)");
+    const bool isChecked = check.step();
+    if (!isChecked || check.text(0) != "ok") {
+        return printedText(
+            isChecked ? check.text(0).simplified() : connection.errorText().toUtf8());
+    }
+    m_record.to = recordedVersion(connection);
+    return QString();
+}
+
+void Restoration::tellChanges()
+{
+    print({m_sourceName + " comes back."});
+    if (m_whyUnreadable.isEmpty()) {
+        print(rowChanges(m_current, m_source));
+    } else {
+        print({"The database that it replaces cannot be read: " + m_whyUnreadable + "."});
+    }
     print({"The next start migrates again unless the image changes."});
-    if (options.dryRun || compareDatabases(source, current.path()).isEmpty()) {
-        return record;
+}
+
+RealDatabase::Failure Restoration::replaceReadable()
+{
+    if (!m_replaced.prepare(m_current, durable::ownershipOf(m_path)) ||
+        durable::flushDirectory(m_device.databases) != 0) {
+        return DatabaseFailure{FailureKind::NoRoom, "to keep what is replaced"};
     }
-    if (!replaced.prepare(current.path(), durable::ownershipOf(device.database)) ||
-        durable::flushDirectory(device.databases) != 0) {
-        replaced.discard();
-        return nothingChanged(record, "no-room", "to keep what is replaced");
+    return m_database.replaceContent(m_source, [] { return std::nullopt; });
+}
+
+RealDatabase::Failure Restoration::replaceDamaged()
+{
+    const int error = makeEmptyFile(m_path, durable::ownershipOf(m_source));
+    if (error != 0) {
+        return systemFailure(error, "the new file");
     }
-    failure = database.replaceContent(source, [] { return std::nullopt; });
-    if (failure && failure->kind == DatabaseFailure::Kind::Unknown) {
-        // The next run finds out which of the two the database is.
-        record.changed = true;
-        record.status = Status::LookAtIt;
-        record.reason = "commit-unknown";
-        record.detail = failure->text;
-        return record;
+    if (RealDatabase::Failure failure = m_database.openDamaged()) {
+        return failure;
     }
-    if (failure && failure->kind != DatabaseFailure::Kind::NotFlushed) {
-        replaced.discard();
-        return nothingChangedBy(record, *failure);
+    return m_database.replaceContent(m_source, [this] { return keepBytes(); });
+}
+
+/// Keeps what cannot be read as it is. A write-ahead log gets a name under which SQLite does not take
+/// it for the log of another database.
+RealDatabase::Failure Restoration::keepBytes()
+{
+    QFile::remove(m_device.copy);
+    if (RealDatabase::Failure failure = m_database.copyBytesTo(m_device.copy)) {
+        return failure;
     }
-    record.changed = true;
-    record.status = failure ? Status::LookAtIt : Status::Success;
-    record.reason = failure ? "not-flushed" : QString();
-    replaced.accept();
-    return record;
+    const durable::Ownership ownership = durable::ownershipOf(m_path);
+    const QString log = m_path + "-wal";
+    const bool hasLog = QFileInfo(log).size() > 0;
+    const bool hasBytes = hasLog || QFileInfo(m_device.copy).size() > 0;
+    if ((hasBytes && !m_replaced.prepare(m_device.copy, ownership)) ||
+        (hasLog && !m_replacedLog.prepare(log, ownership)) ||
+        durable::flushDirectory(m_device.databases) != 0) {
+        return DatabaseFailure{FailureKind::NoRoom, "to keep what is replaced"};
+    }
+    return std::nullopt;
 }
 } // namespace
 
@@ -154,17 +309,23 @@ RunRecord restore(const DevicePaths &device, const RestorationOptions &options)
 {
     RunRecord record;
     record.command = "restore";
-    if (device.database.isEmpty()) {
-        return nothingChanged(record, "no-database");
+    if (device.databases.isEmpty()) {
+        record.endUnchanged("no-databases-directory");
+        return record;
     }
     WaitBudget budget(options.waitSeconds);
     DirectoryLock lock;
     if (lock.take(device.databases, budget) != DirectoryLock::Result::Taken) {
-        return nothingChanged(record, "locked", "another guard is at work");
+        record.endUnchanged("locked", "another guard is at work");
+        return record;
     }
+    if (!options.dryRun) {
+        QFile::remove(device.copy);
+    }
+    record = Restoration(device, options, budget).run();
     LastMigration lastMigration(device.lastMigration);
-    record = restoreLocked(device, options, lastMigration, budget);
-    if (record.changed && !lastMigration.record(record, true)) {
+    const bool isToBeNoted = record.changed || !record.endIsKnown;
+    if (isToBeNoted && !lastMigration.record(record, true)) {
         tell(QString("lastMigration.json could not be written"));
     }
     return record;

@@ -9,7 +9,7 @@ struct RestorationOptions {
     int waitSeconds = 0; ///< for locks of others, in all
 };
 
-/// Brings the kept database of before back; directly after that, what it has replaced. Prints on
-/// standard output which rows go and come back.
-/// @return how it ended; it is recorded beside the database and durable
+/// Brings the kept database of before back; where the database is that one already, what was replaced
+/// by it. Prints on standard output what that changes.
+/// @return how it ended; where the database has changed, or may have, that is recorded beside it
 RunRecord restore(const DevicePaths &device, const RestorationOptions &options);

@@ -1,170 +1,289 @@
 #include "guard/row_changes.h"
+#include "guard/comparison.h"
 #include "guard/limits.h"
+#include "guard/printed_text.h"
 #include "guard/sqlite_connection.h"
 
-#include <QUrl>
+#include <QMap>
 
 namespace
 {
-/// The names under which the two databases are attached.
-const char *const currentSchema = "current";
+/// The names of the two databases on one connection.
+const char *const currentSchema = "main";
 const char *const otherSchema = "other";
 
-QByteArray quoted(QByteArray name)
+/// Tells about the rows of one table after another.
+class RowComparison
 {
-    return '"' + name.replace("\"", "\"\"") + '"';
-}
+public:
+    RowComparison(const QString &current, const QString &other);
+
+    /// @param table in both databases
+    /// @return which rows go, come back and change
+    QStringList changes(const QByteArray &table);
+
+    /// @return how many rows a table has that only one of the two has
+    QString rowsOf(const char *schema, const QByteArray &table);
+
+private:
+    struct Key {
+        QByteArrayList columns; ///< as SQL takes them
+        QByteArrayList names;
+    };
+
+    bool step(SqliteStatement &query);
+    QByteArrayList columns(const char *schema, const QByteArray &table, const char *condition);
+    Key keyOf(const QByteArray &table);
+    QString onlyIn(
+        const QByteArray &table, const Key &key, const char *schema, const char *without,
+        const char *verb, const char *verbOfMany);
+    qint64 changedRows(const QByteArray &table, const Key &key);
+
+    SqliteConnection m_connection;
+    QString m_error; ///< of the queries for a table, or of the two databases
+    bool m_isAttached = false;
+};
 
 QByteArray tableIn(const char *schema, const QByteArray &table)
 {
-    return schema + QByteArray(".") + quoted(table);
+    return schema + QByteArray(".") + quotedName(table);
 }
 
-QByteArrayList firstColumn(const SqliteConnection &connection, const QByteArray &sql)
+/// Equal in every bit: not 1 and 1.0, and not 'a' and 'A' where the column takes them for one. The
+/// first part lets SQLite use an index.
+QByteArray sameValue(const QByteArray &column)
 {
-    QByteArrayList values;
-    SqliteStatement query(connection, sql);
-    while (query.step()) {
-        values << query.value(0);
+    return QByteArray("(a.%1 IS b.%1 AND a.%1 COLLATE BINARY IS b.%1 AND "
+                      "typeof(a.%1) = typeof(b.%1))")
+        .replace("%1", column);
+}
+
+/// The beginning of a value: it may have megabytes.
+QByteArray shownValue(const QByteArray &column)
+{
+    const QByteArray most = QByteArray::number(limits::printedCharacters);
+    return QByteArray("CASE WHEN typeof(%1) IN ('text', 'blob') AND length(%1) > %2 "
+                      "THEN quote(substr(%1, 1, %2)) || '...' ELSE quote(%1) END")
+        .replace("%1", column)
+        .replace("%2", most);
+}
+
+RowComparison::RowComparison(const QString &current, const QString &other)
+{
+    m_connection.openAtRest(current);
+    SqliteStatement attach(
+        m_connection, "ATTACH " + quotedText(addressAtRest(other).toUtf8()) + " AS " + otherSchema);
+    step(attach);
+    m_isAttached = m_error.isEmpty();
+}
+
+bool RowComparison::step(SqliteStatement &query)
+{
+    const bool isRow = query.step();
+    if (!isRow && query.result() != SQLITE_DONE && m_error.isEmpty()) {
+        m_error = printedText(m_connection.errorText().toUtf8());
     }
-    return values;
+    return isRow;
 }
 
-QByteArray inLiteral(QByteArray text)
+QByteArrayList RowComparison::columns(
+    const char *schema, const QByteArray &table, const char *condition)
 {
-    return '\'' + text.replace("'", "''") + '\'';
-}
-
-QByteArrayList columns(
-    const SqliteConnection &connection, const char *schema, const QByteArray &table,
-    const char *condition)
-{
-    return firstColumn(
-        connection,
-        "SELECT name FROM pragma_table_info(" + inLiteral(table) + ", " + inLiteral(schema) +
+    SqliteStatement query(
+        m_connection,
+        "SELECT name FROM pragma_table_info(" + quotedText(table) + ", " + quotedText(schema) +
             ") WHERE " + condition + " ORDER BY pk, cid");
+    QByteArrayList names;
+    while (step(query)) {
+        names << query.text(0);
+    }
+    return names;
 }
 
 /// What names a row in both: the primary key, or the row id without one.
-QByteArrayList keyOf(const SqliteConnection &connection, const QByteArray &table)
+RowComparison::Key RowComparison::keyOf(const QByteArray &table)
 {
-    const QByteArrayList current = columns(connection, currentSchema, table, "pk > 0");
-    const bool same = current == columns(connection, otherSchema, table, "pk > 0");
-    return same && !current.isEmpty() ? current : QByteArrayList{"rowid"};
+    const QByteArrayList current = columns(currentSchema, table, "pk > 0");
+    if (current.isEmpty() || current != columns(otherSchema, table, "pk > 0")) {
+        return {{"rowid"}, {}};
+    }
+    Key key;
+    key.names = current;
+    for (const QByteArray &name : current) {
+        key.columns << quotedName(name);
+    }
+    return key;
 }
 
 /// The keys of rows that only one of the two has, as a text; nothing without any.
-QString onlyIn(
-    const SqliteConnection &connection, const QByteArray &table, const QByteArrayList &key,
-    const char *schema, const char *without, const char *verb, const char *verbOfMany)
+QString RowComparison::onlyIn(
+    const QByteArray &table, const Key &key, const char *schema, const char *without,
+    const char *verb, const char *verbOfMany)
 {
-    QByteArrayList names;
-    for (const QByteArray &column : key) {
-        names << quoted(column);
+    QByteArrayList compared;
+    QByteArrayList shown;
+    for (const QByteArray &column : key.columns) {
+        const QByteArray name = "k" + QByteArray::number(shown.size());
+        compared << column + " COLLATE BINARY AS " + name + ", typeof(" + column + ")";
+        shown << shownValue(name);
     }
-    const QByteArray list = names.join(", ");
-    const QByteArray difference = "SELECT " + list + " FROM " + tableIn(schema, table) +
-                                  " EXCEPT SELECT " + list + " FROM " + tableIn(without, table);
-    const QByteArray shown = "quote(" + names.join(") || '/' || quote(") + ")";
-    const QByteArrayList rows =
-        firstColumn(connection, "SELECT " + shown + " FROM (" + difference + ")");
-    if (rows.isEmpty()) {
+    const QByteArray select = "SELECT " + compared.join(", ") + " FROM ";
+    SqliteStatement query(
+        m_connection,
+        "SELECT " + shown.join(" || '/' || ") + " FROM (" + select + tableIn(schema, table) +
+            " EXCEPT " + select + tableIn(without, table) + ")");
+    qint64 rows = 0;
+    QStringList printed;
+    for (; step(query); ++rows) {
+        if (printed.size() < limits::printedKeys) {
+            printed << printedText(query.text(0));
+        }
+    }
+    if (rows == 0) {
         return QString();
     }
-    const QByteArrayList printed = rows.mid(0, limits::printedKeys);
-    return QString("%1 %2 (%3%4)")
-        .arg(
-            QString(rows.size() == 1 ? "%1 row" : "%1 rows").arg(rows.size()),
-            rows.size() == 1 ? verb : verbOfMany,
-            QString::fromUtf8(printed.join(", ")),
-            rows.size() > printed.size() ? ", ..." : "");
+    return QString(rows == 1 ? "%1 row %2 (" : "%1 rows %2 (")
+               .arg(QString::number(rows), rows == 1 ? verb : verbOfMany) +
+           printed.join(", ") + (rows > printed.size() ? ", ...)" : ")");
 }
 
 /// The number of rows of both that have other values in a column of both.
-qint64 changedRows(SqliteConnection &connection, const QByteArray &table, const QByteArrayList &key)
+qint64 RowComparison::changedRows(const QByteArray &table, const Key &key)
 {
     QByteArrayList sameKey;
-    for (const QByteArray &column : key) {
-        sameKey << "a." + quoted(column) + " IS b." + quoted(column);
+    for (const QByteArray &column : key.columns) {
+        sameKey << sameValue(column);
     }
-    const QByteArrayList ofOther = columns(connection, otherSchema, table, "1");
-    QByteArrayList differs;
-    for (const QByteArray &column : columns(connection, currentSchema, table, "pk = 0")) {
-        if (ofOther.contains(column)) {
-            differs << "a." + quoted(column) + " IS NOT b." + quoted(column);
+    const QByteArrayList ofOther = columns(otherSchema, table, "1");
+    QByteArrayList same;
+    for (const QByteArray &column : columns(currentSchema, table, "1")) {
+        if (ofOther.contains(column) && !key.names.contains(column)) {
+            same << sameValue(quotedName(column));
         }
     }
-    if (differs.isEmpty()) {
+    if (same.isEmpty()) {
         return 0;
     }
-    const QByteArray query = "SELECT count(*) FROM " + tableIn(currentSchema, table) + " a JOIN " +
-                             tableIn(otherSchema, table) + " b ON " + sameKey.join(" AND ") +
-                             " WHERE " + differs.join(" OR ");
-    return connection.number(query.constData()).value_or(0);
+    SqliteStatement query(
+        m_connection,
+        "SELECT count(*) FROM " + tableIn(currentSchema, table) + " a JOIN " +
+            tableIn(otherSchema, table) + " b ON " + sameKey.join(" AND ") + " WHERE NOT (" +
+            same.join(" AND ") + ")");
+    return step(query) ? sqlite3_column_int64(query.handle(), 0) : 0;
 }
 
-QByteArrayList tables(const SqliteConnection &connection, const char *schema)
+QStringList RowComparison::changes(const QByteArray &table)
 {
-    return firstColumn(
-        connection,
-        "SELECT name FROM " + QByteArray(schema) +
-            ".sqlite_schema WHERE type = 'table' AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\' "
-            "ORDER BY name");
+    QStringList parts;
+    if (m_isAttached) {
+        m_error.clear();
+        const Key key = keyOf(table);
+        parts << onlyIn(table, key, currentSchema, otherSchema, "goes", "go")
+              << onlyIn(table, key, otherSchema, currentSchema, "comes back", "come back");
+        if (const qint64 changed = changedRows(table, key)) {
+            parts << QString(changed == 1 ? "%1 row changes" : "%1 rows change").arg(changed);
+        }
+        parts.removeAll(QString());
+    }
+    if (!m_error.isEmpty()) {
+        return {"rows change, and cannot be compared: " + m_error};
+    }
+    return parts.isEmpty() ? QStringList("rows change") : parts;
 }
 
-QString rowsOf(SqliteConnection &connection, const char *schema, const QByteArray &table)
+QString RowComparison::rowsOf(const char *schema, const QByteArray &table)
 {
-    const QByteArray query = "SELECT count(*) FROM " + tableIn(schema, table);
-    return QString::number(connection.number(query.constData()).value_or(0));
+    if (m_isAttached) {
+        m_error.clear();
+        SqliteStatement query(m_connection, "SELECT count(*) FROM " + tableIn(schema, table));
+        if (step(query)) {
+            return QString::number(sqlite3_column_int64(query.handle(), 0));
+        }
+    }
+    return "cannot be counted: " + m_error;
 }
 
-int attach(const SqliteConnection &connection, const QByteArray &file, const char *schema)
+/// In which of the two databases an object is, with the definition that it has there.
+struct Presence {
+    bool inCurrent = false;
+    bool inOther = false;
+};
+using Objects = QMap<QByteArray, Presence>;
+
+/// @return the objects of these types with another definition, or in one database only
+Objects differentObjects(const DatabaseDifferences &differences, const QByteArrayList &types)
 {
-    SqliteStatement statement(
-        connection, "ATTACH " + inLiteral(file) + " AS " + QByteArray(schema));
-    statement.step();
-    return statement.result();
+    Objects objects;
+    for (const SchemaObject &object : differences.objectsOnlyBefore) {
+        // An index without a definition comes and goes with its table.
+        if (types.contains(object.type) && !object.sql.isNull()) {
+            objects[object.name].inCurrent = true;
+        }
+    }
+    for (const SchemaObject &object : differences.objectsOnlyAfter) {
+        if (types.contains(object.type) && !object.sql.isNull()) {
+            objects[object.name].inOther = true;
+        }
+    }
+    return objects;
+}
+
+QStringList tableLines(const DatabaseDifferences &differences, RowComparison &rows)
+{
+    Objects tables = differentObjects(differences, {"table"});
+    for (const QByteArray &table : differences.tables) {
+        tables[table];
+    }
+    QStringList lines;
+    for (auto table = tables.constBegin(); table != tables.constEnd(); ++table) {
+        const bool inBoth = table->inCurrent == table->inOther;
+        QStringList parts;
+        if (!inBoth && table->inCurrent) {
+            parts << "the table goes, rows: " + rows.rowsOf(currentSchema, table.key());
+        } else if (!inBoth) {
+            parts << "the table comes back, rows: " + rows.rowsOf(otherSchema, table.key());
+        } else if (differences.tables.contains(table.key())) {
+            parts << rows.changes(table.key());
+        }
+        if (inBoth && table->inCurrent) {
+            parts << "the definition changes";
+        }
+        lines << printedText(table.key()) + ": " + parts.join(", ");
+    }
+    return lines;
+}
+
+QStringList otherLines(const DatabaseDifferences &differences)
+{
+    QStringList lines;
+    for (const char *type : {"index", "trigger", "view"}) {
+        const Objects objects = differentObjects(differences, {type});
+        for (auto object = objects.constBegin(); object != objects.constEnd(); ++object) {
+            const char *const what = object->inCurrent && object->inOther ? "changes"
+                                     : object->inCurrent                  ? "goes"
+                                                                          : "comes back";
+            lines << QString(type) + " " + printedText(object.key()) + ": " + what;
+        }
+    }
+    for (const QByteArray &index : differences.indexes) {
+        lines << "index " + printedText(index) + ": the entries change";
+    }
+    if (!differences.settings.isEmpty()) {
+        lines << "settings that change: " + differences.settings.join(", ");
+    }
+    return lines;
 }
 } // namespace
 
 QStringList rowChanges(const QString &current, const QString &other)
 {
-    SqliteConnection connection;
-    connection.open(":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_URI);
-    sqlite3_db_config(connection.handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    // One that nobody changes needs no files of SQLite's beside it.
-    const QByteArray otherFile = "file:" + QUrl::toPercentEncoding(other, "/") + "?immutable=1";
-    if (attach(connection, current.toUtf8(), currentSchema) != SQLITE_DONE ||
-        attach(connection, otherFile, otherSchema) != SQLITE_DONE) {
-        return {"the rows cannot be compared: " + connection.errorText()};
+    const DatabaseDifferences differences = compareDatabases(current, other);
+    if (!differences.readError.isEmpty()) {
+        return {"The two cannot be compared: " + differences.readError};
     }
-    connection.run("BEGIN");
-    const QByteArrayList ofCurrent = tables(connection, currentSchema);
-    const QByteArrayList ofOther = tables(connection, otherSchema);
-    QStringList lines;
-    for (const QByteArray &table : ofCurrent) {
-        const QString name = QString::fromUtf8(table);
-        if (!ofOther.contains(table)) {
-            lines << name + ": the table goes, rows: " + rowsOf(connection, currentSchema, table);
-            continue;
-        }
-        const QByteArrayList key = keyOf(connection, table);
-        QStringList parts = {
-            onlyIn(connection, table, key, currentSchema, otherSchema, "goes", "go"),
-            onlyIn(connection, table, key, otherSchema, currentSchema, "comes back", "come back")};
-        parts.removeAll(QString());
-        if (const qint64 changed = changedRows(connection, table, key)) {
-            parts << QString(changed == 1 ? "%1 row changes" : "%1 rows change").arg(changed);
-        }
-        if (!parts.isEmpty()) {
-            lines << name + ": " + parts.join(", ");
-        }
+    if (differences.schemaDamaged) {
+        return {"The two cannot be compared: the schema of one is damaged."};
     }
-    for (const QByteArray &table : ofOther) {
-        if (!ofCurrent.contains(table)) {
-            lines << QString::fromUtf8(table) +
-                         ": the table comes back, rows: " + rowsOf(connection, otherSchema, table);
-        }
-    }
-    return lines;
+    RowComparison rows(current, other);
+    return tableLines(differences, rows) + otherLines(differences);
 }

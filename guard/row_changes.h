@@ -3,8 +3,9 @@
 #include <QString>
 #include <QStringList>
 
-/// Tells which rows of a database another one would take away and bring back.
-/// @param current the device's database; only read, under SQLite's own locks
+/// Tells what another database would take away, change and bring back: which rows of each table, by
+/// their keys, and the names of other objects. Names and keys are printed as printedText() does.
+/// @param current the device's database, at rest
 /// @param other a database at rest
-/// @return a line for every table that differs
+/// @return a line for every table, object and kind of setting that differs, nothing when none does
 QStringList rowChanges(const QString &current, const QString &other);

@@ -1,5 +1,7 @@
 #include "guard/run_note.h"
 #include "guard/durable_file.h"
+#include "guard/limits.h"
+#include "guard/regular_file.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -24,7 +26,7 @@ bool isOfThisBoot(const QString &boot)
 
 std::optional<RunNote> RunNote::read(const QString &path)
 {
-    const std::optional<QByteArray> content = durable::read(path);
+    const std::optional<QByteArray> content = readSmallFile(path, limits::largestJson);
     if (!content) {
         return std::nullopt;
     }

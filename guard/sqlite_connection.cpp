@@ -1,11 +1,25 @@
 #include "guard/sqlite_connection.h"
 
 #include <QFile>
+#include <QUrl>
 
 int SqliteConnection::open(const QString &path, int flags)
 {
     close();
     return sqlite3_open_v2(QFile::encodeName(path).constData(), &m_handle, flags, nullptr);
+}
+
+int SqliteConnection::openAtRest(const QString &path)
+{
+    const int result = open(addressAtRest(path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+    if (result == SQLITE_OK) {
+        // Nothing of the schema may run, nor may it lead SQLite astray.
+        sqlite3_db_config(m_handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+        sqlite3_db_config(m_handle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+        sqlite3_db_config(m_handle, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+        sqlite3_db_config(m_handle, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+    }
+    return result;
 }
 
 void SqliteConnection::close()
@@ -29,4 +43,19 @@ std::optional<qint64> SqliteConnection::number(const char *sql)
         return std::nullopt;
     }
     return sqlite3_column_int64(query.handle(), 0);
+}
+
+QString addressAtRest(const QString &path)
+{
+    return "file:" + QString::fromLatin1(QUrl::toPercentEncoding(path, "/")) + "?immutable=1";
+}
+
+QByteArray quotedName(QByteArray name)
+{
+    return '"' + name.replace("\"", "\"\"") + '"';
+}
+
+QByteArray quotedText(QByteArray text)
+{
+    return '\'' + text.replace("'", "''") + '\'';
 }

@@ -17,6 +17,11 @@ public:
     /// @param flags SQLITE_OPEN_...
     /// @return an SQLite result code
     int open(const QString &path, int flags);
+
+    /// Opens a database at rest for reading. SQLite makes no file beside it, also in write-ahead mode,
+    /// and nothing that the schema holds is run.
+    /// @return an SQLite result code
+    int openAtRest(const QString &path);
     void close();
 
     sqlite3 *handle() const { return m_handle; }
@@ -59,15 +64,24 @@ public:
     int result() const { return m_result; }
     sqlite3_stmt *handle() const { return m_handle; }
 
-    /// @return the bytes of a value, null for NULL
-    QByteArray value(int column) const
+    /// @return a value as a text in UTF-8, whatever the encoding of the database, null for NULL
+    QByteArray text(int column) const
     {
-        const void *bytes = sqlite3_column_blob(m_handle, column);
+        const unsigned char *bytes = sqlite3_column_text(m_handle, column);
         const int size = sqlite3_column_bytes(m_handle, column);
-        return bytes ? QByteArray(static_cast<const char *>(bytes), size) : QByteArray();
+        return bytes ? QByteArray(reinterpret_cast<const char *>(bytes), size) : QByteArray();
     }
 
 private:
     sqlite3_stmt *m_handle = nullptr;
     int m_result = SQLITE_ERROR;
 };
+
+/// @return the address under which SQLite takes a database for one at rest, as for openAtRest()
+QString addressAtRest(const QString &path);
+
+/// @return a name as SQL takes it
+QByteArray quotedName(QByteArray name);
+
+/// @return a text as SQL takes it
+QByteArray quotedText(QByteArray text);

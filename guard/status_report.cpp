@@ -1,28 +1,54 @@
 #include "guard/status_report.h"
+#include "guard/database_snapshot.h"
 #include "guard/known_versions.h"
 #include "guard/last_migration.h"
+#include "guard/printed_text.h"
 #include "guard/recorded_version.h"
 
-#include <QDateTime>
 #include <QFileInfo>
 #include <QJsonDocument>
-#include <QUrl>
 
 namespace
 {
-RecordedVersion versionOf(const QString &database, const char *parameters)
+const QString unknown("unknown");
+
+QString withReason(const QString &text, const QString &reason)
 {
-    if (!QFileInfo::exists(database)) {
-        return {};
-    }
+    return reason.isEmpty() ? text : text + " (" + reason + ")";
+}
+
+QString cannotBeRead(const QString &why)
+{
+    return withReason(unknown, "cannot be read: " + printedText(why.toUtf8()));
+}
+
+/// @param database at rest
+/// @param remark what else is to be said about it
+QString versionOf(const QString &database, const QString &remark)
+{
     SqliteConnection connection;
-    const QString name =
-        "file:" + QString::fromLatin1(QUrl::toPercentEncoding(database, "/")) + parameters;
-    connection.open(name, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
-    sqlite3_db_config(connection.handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    const int milliseconds = 1000;
-    sqlite3_busy_timeout(connection.handle(), milliseconds);
-    return recordedVersion(connection);
+    connection.openAtRest(database);
+    const RecordedVersion version = recordedVersion(connection);
+    const bool isRead = version.number || sqlite3_errcode(connection.handle()) == SQLITE_OK;
+    return isRead ? withReason(versionText(version), remark) : cannotBeRead(connection.errorText());
+}
+
+QString versionOfDatabase(const DevicePaths &device)
+{
+    if (device.database.isEmpty()) {
+        return withReason(unknown, "there is no database, or nothing in it");
+    }
+    const DatabaseSnapshot snapshot(device.database);
+    return snapshot.error().isEmpty() ? versionOf(snapshot.path(), snapshot.remark())
+                                      : cannotBeRead(snapshot.error());
+}
+
+QString keptText(const DevicePaths &device)
+{
+    if (!QFileInfo(device.kept).isFile()) {
+        return "none";
+    }
+    return "version " + versionOf(device.kept, QString()) + ", " + device.kept;
 }
 
 QString runText(const QJsonObject &run)
@@ -36,15 +62,10 @@ QStringList statusReport(const DevicePaths &device)
 {
     const LastMigration lastMigration(device.lastMigration);
     const std::optional<int> newest = newestKnownVersion(device.knownVersions);
-    const QString kept =
-        QFileInfo::exists(device.kept)
-            ? "version " + versionText(versionOf(device.kept, "?immutable=1")) + ", " + device.kept
-            : QString("none");
     return {
-        "recorded version: " + versionText(versionOf(device.database, "")),
-        "newest version that the program knows: " +
-            (newest ? QString::number(*newest) : QString("unknown")),
-        "kept database of before: " + kept,
+        "recorded version: " + versionOfDatabase(device),
+        "newest version that the program knows: " + (newest ? QString::number(*newest) : unknown),
+        "kept database of before: " + keptText(device),
         "last run: " + runText(lastMigration.lastRun()),
         "last change: " + runText(lastMigration.lastChange())};
 }

@@ -1,15 +1,11 @@
 #include "guard/target.h"
 #include "guard/limits.h"
-
-#include <QFile>
+#include "guard/regular_file.h"
 
 #include <algorithm>
 
 namespace
 {
-/// A file that is longer than this holds no version.
-const qint64 longestFile = 4096;
-
 bool isDigit(char character)
 {
     return character >= '0' && character <= '9';
@@ -32,10 +28,6 @@ std::optional<int> parseTarget(const QByteArray &text)
 
 std::optional<int> readTarget(const QString &path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return std::nullopt;
-    }
-    const QByteArray content = file.read(longestFile + 1);
-    return content.size() > longestFile ? std::nullopt : parseTarget(content);
+    const std::optional<QByteArray> content = readSmallFile(path, limits::largestTarget);
+    return content ? parseTarget(*content) : std::nullopt;
 }

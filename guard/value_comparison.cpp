@@ -1,51 +1,30 @@
 #include "guard/value_comparison.h"
 
-#include <QFileInfo>
-#include <QUrl>
-
-#include <sqlite3.h>
+#include <QByteArrayList>
 
 #include <cstring>
 
 namespace
 {
-using Statement = std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt *)>;
-
-Statement prepare(sqlite3 *connection, const QByteArray &sql)
-{
-    sqlite3_stmt *statement = nullptr;
-    sqlite3_prepare_v2(connection, sql.constData(), sql.size(), &statement, nullptr);
-    return {statement, sqlite3_finalize};
-}
-
-QByteArray quoted(QByteArray name)
-{
-    return '"' + name.replace("\"", "\"\"") + '"';
-}
-
-/// @return a statement that reads the stored columns of every row, or nothing
-Statement prepareRows(sqlite3 *connection, const QByteArray &table)
+/// @return the query for the stored columns of every row
+QByteArray queryForRows(const SqliteConnection &connection, const QByteArray &table)
 {
     // A computed column that is not stored has 2.
-    const Statement columns =
-        prepare(connection, "SELECT name FROM pragma_table_xinfo(?) WHERE hidden <> 2");
-    sqlite3_bind_text(columns.get(), 1, table.constData(), table.size(), SQLITE_STATIC);
+    SqliteStatement columns(
+        connection,
+        "SELECT name FROM pragma_table_xinfo(" + quotedText(table) + ") WHERE hidden <> 2");
     QByteArrayList names;
-    while (sqlite3_step(columns.get()) == SQLITE_ROW) {
-        names << quoted(reinterpret_cast<const char *>(sqlite3_column_text(columns.get(), 0)));
+    while (columns.step()) {
+        names << quotedName(columns.text(0));
     }
     // An index could have other values than the table.
-    return prepare(
-        connection, "SELECT " + names.join(',') + " FROM " + quoted(table) + " NOT INDEXED");
+    return "SELECT " + names.join(',') + " FROM " + quotedName(table) + " NOT INDEXED";
 }
 
-bool isUtf16(sqlite3 *connection)
+bool isUtf16(const SqliteConnection &connection)
 {
-    const Statement encoding = prepare(connection, "PRAGMA encoding");
-    return sqlite3_step(encoding.get()) == SQLITE_ROW &&
-           std::strcmp(
-               reinterpret_cast<const char *>(sqlite3_column_text(encoding.get(), 0)), "UTF-8") !=
-               0;
+    SqliteStatement encoding(connection, "PRAGMA encoding");
+    return encoding.step() && encoding.text(0) != "UTF-8";
 }
 
 /// @return the bytes of a text or a BLOB, as they are stored
@@ -94,70 +73,48 @@ bool haveEqualValues(sqlite3_stmt *before, sqlite3_stmt *after, bool isUtf16)
 }
 } // namespace
 
-ValueComparison::ValueComparison(const QString &before, const QString &after)
-    : m_beforePath(before), m_afterPath(after), m_before(nullptr, sqlite3_close),
-      m_after(nullptr, sqlite3_close)
-{
-}
-
 bool ValueComparison::haveEqualRows(const QByteArray &table)
 {
     if (!open(m_before, m_beforePath) || !open(m_after, m_afterPath)) {
         return false;
     }
-    const Statement before = prepareRows(m_before.get(), table);
-    const Statement after = prepareRows(m_after.get(), table);
-    if (!before || !after ||
-        sqlite3_column_count(before.get()) != sqlite3_column_count(after.get())) {
-        noteFailure(m_before.get());
-        noteFailure(m_after.get());
+    SqliteStatement before(m_before, queryForRows(m_before, table));
+    SqliteStatement after(m_after, queryForRows(m_after, table));
+    if (before.result() != SQLITE_OK || after.result() != SQLITE_OK ||
+        sqlite3_column_count(before.handle()) != sqlite3_column_count(after.handle())) {
+        noteFailure(m_before);
+        noteFailure(m_after);
         return false;
     }
-    const bool areUtf16 = isUtf16(m_before.get());
-    int beforeResult = SQLITE_ROW;
-    int afterResult = SQLITE_ROW;
-    while (beforeResult == SQLITE_ROW && afterResult == SQLITE_ROW) {
-        beforeResult = sqlite3_step(before.get());
-        afterResult = sqlite3_step(after.get());
-        if (beforeResult == SQLITE_ROW && afterResult == SQLITE_ROW &&
-            !haveEqualValues(before.get(), after.get(), areUtf16)) {
-            return false;
+    const bool areUtf16 = isUtf16(m_before);
+    bool isRow = true;
+    while (isRow) {
+        isRow = before.step();
+        if (after.step() != isRow ||
+            (isRow && !haveEqualValues(before.handle(), after.handle(), areUtf16))) {
+            break;
         }
     }
-    noteFailure(m_before.get());
-    noteFailure(m_after.get());
-    return beforeResult == SQLITE_DONE && afterResult == SQLITE_DONE;
+    noteFailure(m_before);
+    noteFailure(m_after);
+    return before.result() == SQLITE_DONE && after.result() == SQLITE_DONE;
 }
 
-bool ValueComparison::open(Connection &connection, const QString &path)
+bool ValueComparison::open(SqliteConnection &connection, const QString &path)
 {
-    if (connection) {
+    if (connection.handle() != nullptr) {
         return true;
     }
-    // Immutable: SQLite leaves no file beside the database, also in write-ahead mode.
-    const QByteArray address =
-        QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()).toEncoded() + "?immutable=1";
-    sqlite3 *handle = nullptr;
-    const int result = sqlite3_open_v2(
-        address.constData(), &handle, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
-    connection.reset(handle);
-    noteFailure(handle);
-    if (result != SQLITE_OK) {
-        return false;
-    }
-    // Nothing of the schema may run, nor may it lead SQLite astray.
-    sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
-    sqlite3_db_config(handle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-    sqlite3_db_config(handle, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
-    sqlite3_db_config(handle, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
-    return true;
+    const int result = connection.openAtRest(path);
+    noteFailure(connection);
+    return result == SQLITE_OK;
 }
 
-void ValueComparison::noteFailure(sqlite3 *connection)
+void ValueComparison::noteFailure(const SqliteConnection &connection)
 {
-    const int code = sqlite3_errcode(connection);
+    const int code = sqlite3_errcode(connection.handle());
     const bool isFailure = code == SQLITE_NOMEM || code == SQLITE_IOERR || code == SQLITE_CANTOPEN;
     if (isFailure && m_readError.isEmpty()) {
-        m_readError = QString::fromUtf8(sqlite3_errmsg(connection));
+        m_readError = connection.errorText();
     }
 }

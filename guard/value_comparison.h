@@ -1,11 +1,9 @@
 #pragma once
 
+#include "guard/sqlite_connection.h"
+
 #include <QByteArray>
 #include <QString>
-
-#include <memory>
-
-struct sqlite3;
 
 /// Compares the values of rows as SQLite reads them. The same values can be stored in two ways: a
 /// row older than a column that was added does not hold the column's default.
@@ -13,7 +11,10 @@ class ValueComparison
 {
 public:
     /// The files are opened when the first table is compared.
-    ValueComparison(const QString &before, const QString &after);
+    ValueComparison(const QString &before, const QString &after)
+        : m_beforePath(before), m_afterPath(after)
+    {
+    }
 
     /// Compares the rows one by one in the order in which they are stored. Computed columns that
     /// are not stored are left out: nothing in the schema is evaluated.
@@ -26,14 +27,12 @@ public:
     const QString &readError() const { return m_readError; }
 
 private:
-    using Connection = std::unique_ptr<sqlite3, int (*)(sqlite3 *)>;
-
-    bool open(Connection &connection, const QString &path);
-    void noteFailure(sqlite3 *connection);
+    bool open(SqliteConnection &connection, const QString &path);
+    void noteFailure(const SqliteConnection &connection);
 
     QString m_beforePath;
     QString m_afterPath;
-    Connection m_before;
-    Connection m_after;
+    SqliteConnection m_before;
+    SqliteConnection m_after;
     QString m_readError;
 };

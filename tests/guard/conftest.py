@@ -26,6 +26,9 @@ TOOLS = ("dash", "sleep", "touch", "stat", "fallocate", "rm", "sqlite3", "cp", "
          "readlink")
 IDENTIFIER = re.compile(r"\{[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}\}")
 SECONDS = 120
+# A program that is ended within these leaves a journal that has to be rolled back.
+JOURNAL = ("PRAGMA cache_spill = 1; PRAGMA cache_size = 1; BEGIN;"
+           "UPDATE tableVersion SET version = 5; UPDATE growers SET displayName = 'x';")
 
 
 def contents(path):
@@ -151,6 +154,16 @@ class GuardedDevice:
 
     def pool_files(self):
         return sorted(path.name for path in self.pool.iterdir())
+
+
+def leave(device, suffix, statements):
+    """What a program leaves beside the database that is ended within these statements."""
+    file = device.databases / f"my.db.sqlite{suffix}"
+    with closing(sqlite3.connect(device.database, isolation_level=None)) as database:
+        database.executescript(statements)
+        left, content = file.read_bytes(), device.database.read_bytes()
+    device.database.write_bytes(content)
+    file.write_bytes(left)
 
 
 def wait_for(path):

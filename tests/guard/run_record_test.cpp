@@ -116,6 +116,7 @@ void RunRecordTest::systemFailures_data()
     QTest::newRow("read-only") << EROFS << Kind::NotWritable;
     QTest::newRow("not allowed") << EACCES << Kind::NotWritable;
     QTest::newRow("a directory") << EISDIR << Kind::NotWritable;
+    QTest::newRow("the name is taken") << EEXIST << Kind::NotWritable;
     QTest::newRow("gone") << ENOENT << Kind::Replaced;
     QTest::newRow("a failing disk") << EIO << Kind::Failed;
     QTest::newRow("no memory") << ENOMEM << Kind::Failed;

@@ -8,7 +8,7 @@ import re
 import shutil
 
 import pytest
-from conftest import GuardedDevice, contents, guarded_device
+from conftest import JOURNAL, GuardedDevice, contents, guarded_device, leave
 from support.versions import NEWEST
 
 SHIM = pathlib.Path(os.environ["FAULT_SHIM"])
@@ -119,6 +119,48 @@ def test_a_commit_whose_end_is_not_known_is_settled_by_the_next_run():
         assert faulty.run() == 0
         assert (device.contents(), device.pool_files()) == (faulty.new, faulty.new_pool)
         assert contents(device.kept) == faulty.old
+
+
+def test_a_restore_whose_end_is_not_known_says_so(device):
+    device.install(1)
+    before = device.contents()
+    assert device.migrate(NEWEST) == 0
+    shutil.copy(SHIM, device.app / "shim.so")
+    for number in range(240, OPERATIONS, 8):
+        run = device.run("restore", options=(
+            f"--setenv LD_PRELOAD /app/shim.so --setenv FAULT_AT {number} "
+            "--setenv FAULT_ACTION EIO --setenv FAULT_FOREVER 1"))
+        if "commit-unknown" in run.stderr:
+            break
+    assert run.returncode == 3
+    assert re.search(f"from {NEWEST} to unknown, commit-unknown .*, status 3\n", run.stderr)
+    assert device.run("restore").returncode == 0
+    assert device.contents() == before
+
+
+@pytest.mark.parametrize("action", ["ENOSPC", "short"])
+@pytest.mark.parametrize("mode, suffix, statements", [
+    pytest.param("delete", "-journal", JOURNAL, id="a journal is rolled back"),
+    pytest.param("wal", "-wal", "UPDATE growers SET displayName = 'x'", id="an index is made")])
+def test_a_disk_that_fails_while_it_is_read_is_no_reason_for_a_direct_run(
+        device, action, mode, suffix, statements):
+    """Staging is in memory: it is the disk of the database that fails."""
+    device.install(1, mode=mode)
+    device.replace_program(PROGRAM)
+    shutil.copy(SHIM, device.app / "shim.so")
+    leave(device, suffix, statements)
+    start = {path: path.read_bytes() for path in device.databases.iterdir()}
+    before = device.contents()
+    for number in (1, 2, 5, 8, 11):
+        for path in device.databases.iterdir():
+            path.unlink()
+        for path, content in start.items():
+            path.write_bytes(content)
+        run = device.run("run", NEWEST, "--wait", 2, options=(
+            f"--setenv LD_PRELOAD /app/shim.so --setenv FAULT_AT {number} "
+            f"--setenv FAULT_ACTION {action} --setenv FAULT_FOREVER 1"))
+        assert (run.returncode, "guarded, not changed" in run.stderr) == (3, True), run.stderr
+        assert device.contents() == before
 
 
 def test_a_fault_is_met(faulty):

@@ -165,7 +165,7 @@ def test_what_a_cut_has_left_unfinished_goes(migrated):
 def test_restore_brings_it_back_and_a_second_one_undoes_that(migrated):
     for content, version, file in ((migrated.before, 1, "before-migration.sqlite"),
                                    (migrated.after, NEWEST, "replaced-by-restore.sqlite"),
-                                   (migrated.before, 1, "replaced-by-restore.sqlite")):
+                                   (migrated.before, 1, "before-migration.sqlite")):
         run = migrated.run("restore")
         assert run.returncode == 0, run.stderr
         assert run.stdout.splitlines()[0] == f"{file} comes back."
@@ -238,28 +238,6 @@ def test_restore_to_a_write_ahead_database(device):
     assert device.contents() == after
 
 
-def test_status_tells_what_there_is(migrated):
-    before = migrated.files(), migrated.database.read_bytes()
-    run = migrated.run("status")
-    assert (run.returncode, run.stderr) == (0, "")
-    lines = run.stdout.splitlines()
-    assert lines[:3] == [
-        f"recorded version: {NEWEST}", f"newest version that the program knows: {NEWEST}",
-        "kept database of before: version 1, /app/databases/before-migration.sqlite"]
-    assert json.loads(lines[3].removeprefix("last run: ")) == migrated.last_run()
-    assert json.loads(lines[4].removeprefix("last change: ")) == migrated.record()["lastChange"]
-    assert (migrated.files(), migrated.database.read_bytes()) == before
-
-
-def test_status_of_an_empty_device(device):
-    (device.app / "schema-versions.json").unlink()
-    run = device.run("status")
-    assert run.returncode == 0
-    assert run.stdout.splitlines() == [
-        "recorded version: unknown", "newest version that the program knows: unknown",
-        "kept database of before: none", "last run: none", "last change: none"]
-
-
 def test_an_empty_database_does_not_come_back(migrated):
     migrated.kept.write_bytes(b"")
     assert migrated.run("restore").returncode == 3
@@ -275,3 +253,21 @@ def test_a_restore_ends_the_note_of_a_run_that_was_cut(migrated):
     assert not migrated.note.exists()
     assert migrated.migrate(1) == 0
     assert "readme.txt" in migrated.pool_files()
+
+
+def test_a_restore_that_was_cut_before_its_record_is_undone(migrated):
+    record = migrated.last.read_text()
+    assert migrated.run("restore").returncode == 0
+    migrated.last.write_text(record)
+    migrated.replaced.rename(migrated.databases / "replaced-by-restore.sqlite.new")
+    run = migrated.run("restore")
+    assert run.stdout.splitlines()[0] == "replaced-by-restore.sqlite comes back."
+    assert (run.returncode, migrated.contents()) == (0, migrated.after)
+
+
+@pytest.mark.parametrize("command", [("run", NEWEST), ("restore",)])
+def test_the_copy_of_a_restore_that_was_cut_goes_at_the_next_start(migrated, command):
+    copy = migrated.databases / "migration-guard.copy"
+    copy.write_bytes(b"left")
+    assert migrated.run(*command).returncode == 0
+    assert not copy.exists()

@@ -59,4 +59,22 @@ def test_version_and_help(device):
     assert run.stdout.splitlines()[1] == f"newest schema version {NEWEST}"
     run = device.run("--help")
     assert (run.returncode, run.stderr) == (0, "")
-    assert "migration-guard restore" in run.stdout and "--inside" not in run.stdout
+    assert "--inside" not in run.stdout
+
+
+def test_the_help_says_all_that_there_is(device):
+    text = device.run("--help").stdout
+    words = " ".join(text.split())
+    for sentence in (
+            "Shows the recorded version, the newest version that the program knows, the kept "
+            "database of before, the last run, and the last run that changed the version or ended "
+            "with 3 or 4.",
+            "where the run would end with 4, or there is no database, changes nothing and ends "
+            "with 3.",
+            "waits at most SECONDS for other programs that hold a lock, all waits together. "
+            "Without this option 30."):
+        assert sentence in words
+    for option in ("--version", "--app-dir <DIR>", "--wait <SECONDS>", "--strict", "--no-backup",
+                   "--staging <DIR>", "--dry-run"):
+        assert f"\n  {option}" in text
+    assert max(map(len, text.splitlines())) < 80
