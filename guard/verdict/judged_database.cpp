@@ -2,9 +2,6 @@
 
 #include "guard/verdict/version_table.h"
 
-#include <QFileInfo>
-#include <QUrl>
-
 #include <algorithm>
 
 namespace
@@ -16,12 +13,6 @@ constexpr int largestRow = 64 * 1024 * 1024;
 constexpr int computedColumn = 2;
 } // namespace
 
-QString immutableAddress(const QString &path)
-{
-    const QString absolute = QFileInfo(path).absoluteFilePath();
-    return QString::fromLatin1(QUrl::fromLocalFile(absolute).toEncoded() + "?immutable=1");
-}
-
 void distrustSchema(sqlite3 *connection)
 {
     sqlite3_db_config(connection, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
@@ -30,18 +21,6 @@ void distrustSchema(sqlite3 *connection)
     // A column that is missing is no text.
     sqlite3_db_config(connection, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
     sqlite3_limit(connection, SQLITE_LIMIT_LENGTH, largestRow);
-}
-
-QByteArray quotedName(QByteArray name)
-{
-    return '"' + name.replace("\"", "\"\"") + '"';
-}
-
-QByteArray textAt(const SqliteStatement &statement, int column)
-{
-    const auto *text =
-        reinterpret_cast<const char *>(sqlite3_column_text(statement.handle(), column));
-    return QByteArray(text, sqlite3_column_bytes(statement.handle(), column));
 }
 
 int TableShape::indexOf(const QByteArray &column) const
@@ -55,7 +34,7 @@ int TableShape::indexOf(const QByteArray &column) const
 
 JudgedDatabase::JudgedDatabase(const QString &path, WorkBudget &budget)
 {
-    m_connection.open(immutableAddress(path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+    m_connection.openAtRest(path);
     sqlite3 *handle = m_connection.handle();
     sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     distrustSchema(handle);
@@ -65,7 +44,7 @@ JudgedDatabase::JudgedDatabase(const QString &path, WorkBudget &budget)
         [](void *left) { return static_cast<WorkBudget *>(left)->spend() ? 0 : 1; },
         &budget);
     SqliteStatement encoding(m_connection, "PRAGMA encoding");
-    m_isUtf16 = encoding.step() && textAt(encoding, 0) != "UTF-8";
+    m_isUtf16 = encoding.step() && encoding.text(0) != "UTF-8";
     findComputedColumns();
 }
 
@@ -79,9 +58,9 @@ std::optional<TableShape> JudgedDatabase::shape(const QByteArray &table) const
         if (sqlite3_column_int(columns.handle(), 2) == computedColumn) {
             continue;
         }
-        shape.columns << textAt(columns, 0);
+        shape.columns << columns.text(0);
         if (sqlite3_column_int(columns.handle(), 1) > 0) {
-            shape.key << textAt(columns, 0);
+            shape.key << columns.text(0);
         }
     }
     if (columns.result() != SQLITE_DONE || shape.columns.isEmpty()) {
@@ -113,7 +92,7 @@ void JudgedDatabase::findComputedColumns()
             "SELECT t.name, c.name FROM sqlite_schema t, pragma_table_xinfo(t.name) c "
             "WHERE t.type = 'table' AND c.hidden = 2");
         while (columns.step()) {
-            m_computedColumns.insert({folded(textAt(columns, 0)), folded(textAt(columns, 1))});
+            m_computedColumns.insert({folded(columns.text(0)), folded(columns.text(1))});
         }
     }
     if (!m_computedColumns.isEmpty()) {

@@ -71,14 +71,5 @@ private:
     bool m_isUtf16 = false;
 };
 
-/// Opens what nobody changes in a way that leaves no file of SQLite's beside it.
-/// @return the address for SqliteConnection::open() with SQLITE_OPEN_URI
-QString immutableAddress(const QString &path);
-
 /// Nothing of a schema may run, nor may it lead SQLite astray.
 void distrustSchema(sqlite3 *connection);
-
-QByteArray quotedName(QByteArray name);
-
-/// @return a value as a text in UTF-8, whatever the encoding of the database
-QByteArray textAt(const SqliteStatement &statement, int column);

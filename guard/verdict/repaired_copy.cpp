@@ -86,7 +86,7 @@ void RepairedCopy::removeViolations()
         if (sqlite3_column_type(violations.handle(), 1) == SQLITE_NULL) {
             continue;
         }
-        const QByteArray table = textAt(violations, 0);
+        const QByteArray table = violations.text(0);
         SqliteStatement removal(
             m_connection, "DELETE FROM " + quotedName(table) + " WHERE rowid = ?");
         sqlite3_bind_int64(removal.handle(), 1, sqlite3_column_int64(violations.handle(), 1));
@@ -106,7 +106,7 @@ void RepairedCopy::dropIndexesThatCompute()
             "SELECT i.name FROM sqlite_schema t, pragma_index_list(t.name) i "
             "WHERE t.type = 'table' AND i.partial");
         while (indexes.step()) {
-            names << textAt(indexes, 0);
+            names << indexes.text(0);
         }
     }
     for (const QByteArray &name : names) {

@@ -101,7 +101,7 @@ QString damageOf(const JudgedDatabase &database)
         const bool isTooMuch = check.result() == SQLITE_INTERRUPT;
         return isTooMuch ? QString() : database.connection().errorText();
     }
-    const QByteArray answer = textAt(check, 0);
+    const QByteArray answer = check.text(0);
     return answer == "ok" ? QString() : QString::fromUtf8(answer);
 }
 
