@@ -10,6 +10,7 @@
 #include "guard/messages.h"
 #include "guard/real_database.h"
 #include "guard/sizing.h"
+#include "guard/staging_place.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -63,7 +64,7 @@ RunRecord Migration::run()
         return unguarded("no-lock");
     }
     // A run or a restore that was cut has left them.
-    Staging::remove(m_device.staging);
+    removeLeftStaging(m_device, m_options);
     for (const QString &file :
          {m_device.copy,
           durable::unfinishedName(m_device.note),

@@ -31,6 +31,14 @@ StagingPlace stagingPlace(
                     : StagingPlace{device.databases, device.staging};
 }
 
+void removeLeftStaging(const DevicePaths &device, const MigrationOptions &options)
+{
+    Staging::remove(device.staging);
+    if (!options.stagingParent.isEmpty()) {
+        Staging::remove(directoryIn(options.stagingParent, device));
+    }
+}
+
 TemporaryFilesIn::TemporaryFilesIn(const QString &directory) : m_before(qgetenv(variable))
 {
     qputenv(variable, QFile::encodeName(directory));

@@ -16,6 +16,10 @@ struct StagingPlace {
 StagingPlace stagingPlace(
     const DevicePaths &device, const MigrationOptions &options, Staging::Place place);
 
+/// Removes what a run that was cut has left staged, also in the directory that the options name: the
+/// run after it is staged elsewhere.
+void removeLeftStaging(const DevicePaths &device, const MigrationOptions &options);
+
 /// SQLite's temporary files are in this directory while this object lives.
 class TemporaryFilesIn
 {

@@ -7,13 +7,12 @@ import re
 import shutil
 import sqlite3
 import subprocess
-import tempfile
 import time
 from contextlib import closing, contextmanager
 
 import pytest
 from support.device import ON_DEVICE
-from support.places import DEMO
+from support.places import DEMO, scratch_directory
 from support.versions import dump_of
 
 PROGRAM = pathlib.Path(os.environ["DATABASE_MIGRATOR"])
@@ -174,8 +173,10 @@ def wait_for(path):
 
 
 @contextmanager
-def guarded_device():
-    with tempfile.TemporaryDirectory(prefix="device.") as root:
+def guarded_device(*place):
+    """A device in memory, or in the directory that is given: on a disk, each statement of the
+    program waits for it."""
+    with scratch_directory(*place) as root:
         os.chmod(root, 0o755)
         yield GuardedDevice(pathlib.Path(root))
 

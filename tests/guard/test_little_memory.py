@@ -8,7 +8,7 @@ import sys
 from contextlib import closing, contextmanager
 
 import pytest
-from conftest import SECONDS
+from conftest import SECONDS, guarded_device
 from support.places import TESTS
 from support.versions import NEWEST
 
@@ -45,6 +45,13 @@ def limited_group():
         finally:
             place.rmdir()
     pytest.skip("takes root and a memory group that can be divided")
+
+
+@pytest.fixture
+def device(tmp_path):
+    """On a disk: files in memory count for the group."""
+    with guarded_device(tmp_path) as made:
+        yield made
 
 
 @pytest.mark.skipif(os.geteuid() != 0, reason="takes root")

@@ -31,20 +31,22 @@ def test_staging_is_memory_of_its_own(device):
     assert device.last_run()["staging"] == "memory"
 
 
-def test_staging_can_be_on_the_disk(device, expected):
+# The scratch device is in memory; the directories of pytest are on the disk.
+
+
+def test_staging_can_be_on_the_disk(device, expected, tmp_path):
     device.install(1)
-    (device.app / "work").mkdir()
-    assert device.migrate(NEWEST, "--staging", "/app/work") == 0
+    options = f"--bind {tmp_path} /app/work"
+    assert device.migrate(NEWEST, "--staging", "/app/work", options=options) == 0
     assert device.last_run()["staging"] == "disk"
     assert device.contents() == expected(1, NEWEST)[0]
-    assert list((device.app / "work").iterdir()) == []
+    assert list(tmp_path.iterdir()) == []
 
 
-def test_a_directory_that_is_only_called_memory_is_the_disk(device):
+def test_a_directory_that_is_only_called_memory_is_the_disk(device, tmp_path):
     """What is called /dev/shm may be a directory on flash early in the boot."""
     device.install(1)
-    (device.app / "shm").mkdir()
-    options = "--bind {} /dev/shm".format(device.app / "shm")
+    options = f"--bind {tmp_path} /dev/shm"
     assert device.migrate(NEWEST, "--staging", "/dev/shm", options=options) == 0
     assert device.last_run()["staging"] == "disk"
 

@@ -371,12 +371,12 @@ def test_words_of_users(bench):
 def test_without_rows_there_are_no_contents(bench):
     secret = ("CREATE TABLE fields (id TEXT PRIMARY KEY, displayName TEXT, area REAL);"
               "INSERT INTO fields VALUES ('secret key', 'secret name', 1), ('b', 'secret', 2);")
-    after = secret + ("DELETE FROM fields WHERE area = 1; UPDATE fields SET area = 99;"
+    after = secret + ("DELETE FROM fields WHERE area = 1; UPDATE fields SET area = -765.25;"
                       "UPDATE fields SET displayName = 'secret_2'")
     full = bench.verdict(secret, after)
     assert "secret key" in json.dumps(full) and "secret_2" in json.dumps(full)
     short = json.dumps(bench.judge.verdict({**bench.request, "withoutRows": True}))
-    assert "secret" not in short and "99" not in short and str(bench.folder) not in short
+    assert "secret" not in short and "765.25" not in short and str(bench.folder) not in short
     assert '"rows": 1' in short
 
 
