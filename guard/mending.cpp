@@ -54,6 +54,13 @@ struct CopiedRows {
     QByteArrayList values;
 };
 
+/// @return a text in UTF-8, whatever the database's encoding is
+QByteArray textOf(const SqliteStatement &query)
+{
+    const unsigned char *text = sqlite3_column_text(query.handle(), 0);
+    return reinterpret_cast<const char *>(text);
+}
+
 /// Looks at copies in an open transaction, and mends.
 class Mender
 {
@@ -288,7 +295,7 @@ bool Mender::removeCopy(const Mending &mending)
 bool Mender::isSound()
 {
     SqliteStatement check(m_connection, "PRAGMA quick_check(1)");
-    const bool sound = check.step() && check.value(0) == "ok";
+    const bool sound = check.step() && textOf(check) == "ok";
     noteFailure(check.result());
     return sound;
 }
@@ -304,7 +311,7 @@ QByteArray Mender::objectName(const QByteArray &name, const char *condition)
     sqlite3_bind_text(query.handle(), 1, name.constData(), name.size(), SQLITE_STATIC);
     const bool isThere = query.step();
     noteFailure(query.result());
-    return isThere ? query.value(0) : QByteArray();
+    return isThere ? textOf(query) : QByteArray();
 }
 
 QByteArray Mender::storedTable(const QByteArray &name)
@@ -321,7 +328,7 @@ QByteArrayList Mender::columnsOf(const QByteArray &table)
     sqlite3_bind_text(query.handle(), 1, table.constData(), table.size(), SQLITE_STATIC);
     QByteArrayList columns;
     while (query.step()) {
-        columns << query.value(0);
+        columns << textOf(query);
     }
     noteFailure(query.result());
     return columns;

@@ -89,8 +89,9 @@ def lost_rows(file_before, file_after, versions):
             contextlib.closing(sqlite3.connect(file_after)) as new:
         old.text_factory = new.text_factory = lambda text: text.decode(errors="surrogateescape")
         before, after = Tables(old), Tables(new)
+        # SQLite's own notes are no rows of anybody's.
         return [name for key, name in before.names.items()
-                if not is_kept(key, before, after, versions)]
+                if not key.startswith("sqlite_") and not is_kept(key, before, after, versions)]
 
 
 def is_kept(key, before, after, versions):
