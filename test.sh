@@ -37,7 +37,11 @@ esac
 cd "$(dirname "$(realpath "${BASH_SOURCE[0]}")")"
 . tools/packages.sh
 install_packages test
-[ -z "$campaign" ] || install_packages campaign
+if [ -n "$campaign" ]; then
+    install_packages campaign
+    # Debian's npm cannot be installed beside one from elsewhere.
+    command -v npm >/dev/null || install_packages sqlite
+fi
 
 export PYTHONDONTWRITEBYTECODE=1
 cmake --preset "$preset"

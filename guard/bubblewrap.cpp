@@ -1,31 +1,25 @@
 #include "guard/bubblewrap.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <cstdlib>
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
+#include <sys/mman.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 namespace
 {
 const char *const bubblewrapPlaces[] = {"/usr/bin/bwrap", "/bin/bwrap", "/usr/local/bin/bwrap"};
 
-QByteArray contentOf(const Descriptor &pipe)
+QByteArray contentOf(const Descriptor &descriptor)
 {
-    QByteArray content;
-    char piece[1024];
-    for (;;) {
-        const ssize_t size = read(pipe.get(), piece, sizeof piece);
-        if (size > 0) {
-            content.append(piece, static_cast<int>(size));
-        } else if (size == 0 || errno != EINTR) {
-            return content;
-        }
-    }
+    QFile file;
+    const bool opened =
+        descriptor.isOpen() && file.open(descriptor.get(), QIODevice::ReadOnly) && file.seek(0);
+    return opened ? file.readAll() : QByteArray();
 }
 } // namespace
 
@@ -39,35 +33,28 @@ QString bubblewrapPath()
     return QString();
 }
 
-bool Bubblewrap::startSandbox(const QStringList &arguments)
+bool Bubblewrap::start(const QStringList &arguments, ChildProcess::Options options)
 {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        return false;
-    }
-    m_statusRead = Descriptor(ends[0]);
-    m_statusWrite = Descriptor(ends[1]);
-    const QStringList own = {
-        "--die-with-parent", "--json-status-fd", QString::number(m_statusWrite.get())};
-    setProcessChannelMode(QProcess::ForwardedChannels);
-    setStandardInputFile(QProcess::nullDevice());
-    start(bubblewrapPath(), own + arguments);
-    const bool started = waitForStarted(-1);
-    m_statusWrite.close();
-    return started;
-}
-
-void Bubblewrap::setupChildProcess()
-{
-    // The one descriptor that bubblewrap is to have; it keeps it from the program.
-    fcntl(m_statusWrite.get(), F_SETFD, 0);
+    // Not a pipe: without this process bubblewrap could not write there, and would end in the moment
+    // in which its child waits for it.
+    m_status = Descriptor(memfd_create("bubblewrap-status", MFD_CLOEXEC));
+    options.passed = m_status.get();
+    // Bubblewrap's own child waits for it before it prepares the sandbox. If bubblewrap is killed in
+    // that moment, the child waits for ever, and becomes a child of this process, which ends it.
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    return m_status.isOpen() &&
+           m_process.start(
+               bubblewrapPath(),
+               QStringList{"--json-status-fd", QString::number(options.passed)} + arguments,
+               options);
 }
 
 Bubblewrap::End Bubblewrap::end()
 {
+    m_process.endAllChildren();
     bool programKnown = false;
     End end;
-    for (const QByteArray &line : contentOf(m_statusRead).split('\n')) {
+    for (const QByteArray &line : contentOf(m_status).split('\n')) {
         const QJsonObject status = QJsonDocument::fromJson(line).object();
         programKnown = programKnown || status.contains("child-pid");
         if (status.contains("exit-code")) {
@@ -76,19 +63,8 @@ Bubblewrap::End Bubblewrap::end()
     }
     // Bubblewrap names the child before it has prepared the sandbox. Where it ends by itself without
     // the child's exit code, the preparation has failed.
-    end.killed = exitStatus() == QProcess::CrashExit;
+    end.killed = m_process.wasKilled();
     const bool failedItself = !end.killed && !end.exitCode;
     end.programStarted = programKnown && !failedItself;
     return end;
-}
-
-void closeInheritedDescriptorsOnStart()
-{
-    const std::unique_ptr<DIR, int (*)(DIR *)> directory(opendir("/proc/self/fd"), closedir);
-    while (const dirent *entry = directory ? readdir(directory.get()) : nullptr) {
-        const int descriptor = std::atoi(entry->d_name);
-        if (descriptor > STDERR_FILENO) {
-            fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-        }
-    }
 }

@@ -3,7 +3,7 @@
 
 #include <QCommandLineParser>
 
-const char *const insideOwnMemoryOption = "inside-own-memory";
+const char *const insideOption = "inside";
 
 namespace
 {
@@ -47,7 +47,7 @@ CommandLine parseCommandLine(const QStringList &arguments)
     const QCommandLineOption staging(
         "staging", "Run: work in this directory instead of memory.", "DIR");
     const QCommandLineOption dryRun("dry-run", "Restore: only tell what would happen.");
-    QCommandLineOption inside(insideOwnMemoryOption);
+    QCommandLineOption inside(insideOption, QString(), "PLACE");
     inside.setFlags(QCommandLineOption::HiddenFromHelp);
     parser.addOptions(
         {help, version, application, wait, strict, noBackup, staging, dryRun, inside});
@@ -113,6 +113,6 @@ CommandLine parseCommandLine(const QStringList &arguments)
     line.strict = parser.isSet(strict);
     line.keepDatabase = !parser.isSet(noBackup);
     line.dryRun = parser.isSet(dryRun);
-    line.insideOwnMemory = parser.isSet(inside);
+    line.inside = parser.value(inside);
     return line;
 }

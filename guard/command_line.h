@@ -17,12 +17,12 @@ struct CommandLine {
     bool strict = false;
     bool keepDatabase = true;
     bool dryRun = false;
-    bool insideOwnMemory = false; ///< the guard has started itself in a file system of its own
+    QString inside; ///< where the guard has started itself again: "memory", "disk", empty for not
     int waitSeconds = 0;
 };
 
 /// @param arguments the whole command line, the program's name first
 CommandLine parseCommandLine(const QStringList &arguments);
 
-/// The hidden option of a guard that runs in a file system of its own.
-extern const char *const insideOwnMemoryOption;
+/// The hidden option of a guard that was started by itself, with the place as its value.
+extern const char *const insideOption;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cerrno>
+#include <poll.h>
 #include <sys/types.h>
 #include <unistd.h>
 #include <utility>
@@ -35,6 +36,10 @@ public:
             if (written > 0) {
                 data += written;
                 size -= written;
+            } else if (written < 0 && errno == EAGAIN) {
+                // Of a file of the caller's that does not wait by itself.
+                pollfd room = {m_number, POLLOUT, 0};
+                poll(&room, 1, -1);
             } else if (written < 0 && errno != EINTR) {
                 return errno;
             } else if (written == 0) {

@@ -1,18 +1,15 @@
 #pragma once
 
+#include "guard/descriptor.h"
 #include "guard/wait_budget.h"
 
 #include <QString>
 
-/// Lets one guard at a time work on a directory. No child inherits the lock, and it ends with the
-/// process.
+/// Lets one guard at a time work on a directory. The lock ends with the process. A child loses it when
+/// its program is executed; ChildProcess makes sure that it does not wait before that.
 class DirectoryLock
 {
 public:
-    DirectoryLock() = default;
-    ~DirectoryLock();
-    Q_DISABLE_COPY(DirectoryLock)
-
     enum class Result { Taken, HeldByAnother, Impossible };
 
     /// Takes the lock, waiting for another guard as long as the budget lasts.
@@ -21,5 +18,5 @@ public:
     Result take(const QString &directory, WaitBudget &budget);
 
 private:
-    int m_descriptor = -1;
+    Descriptor m_directory;
 };

@@ -1,90 +1,76 @@
 #include "guard/known_copies.h"
 
-#include <QJsonArray>
-
 namespace
 {
-constexpr int knownFormat = 1;
-constexpr const char *directions[] = {"forward", "backward"};
-
-QString oppositeOf(const QString &direction)
+Direction oppositeOf(Direction direction)
 {
-    return direction == directions[0] ? directions[1] : directions[0];
+    return direction == Direction::Forward ? Direction::Backward : Direction::Forward;
 }
 
-QHash<QByteArray, QByteArray> texts(const QJsonObject &object)
+QByteArrayList droppedTables(const VersionTable::Tables &tables)
 {
-    QHash<QByteArray, QByteArray> result;
-    for (auto entry = object.begin(); entry != object.end(); ++entry) {
-        result.insert(entry.key().toUtf8(), entry->toString().toUtf8());
-    }
-    return result;
-}
-
-StepOfCopy readStep(const QJsonObject &entry)
-{
-    StepOfCopy step;
-    for (const QJsonValue column : entry["columnsDropped"].toArray()) {
-        step.columnsDropped << column.toString().toUtf8();
-    }
-    step.columnsRenamed = texts(entry["columnsRenamed"].toObject());
-    const QJsonObject values = entry["values"].toObject();
-    for (auto value = values.begin(); value != values.end(); ++value) {
-        const QString becomes = value->toObject()["becomes"].toString();
-        if (!becomes.isEmpty()) {
-            step.becomes.insert(value.key().toUtf8(), becomes.toUtf8());
+    QByteArrayList dropped;
+    for (auto table = tables.begin(); table != tables.end(); ++table) {
+        if (table->dropped) {
+            dropped << table.key();
         }
     }
-    return step;
+    return dropped;
 }
 
-/// @return the tables that a version takes away in a direction
-QByteArrayList droppedTables(const QJsonObject &direction)
+/// Adds where a table's rows are in the versions that do not have it by its name.
+void addOtherPlaces(KnownCopy &copy, const VersionTable &versions)
 {
-    QByteArrayList tables;
-    for (auto entry = direction.begin(); entry != direction.end(); ++entry) {
-        if (entry->toObject()["dropped"].toBool()) {
-            tables << entry.key().toUtf8();
+    for (int version = 1; version <= versions.newest(); ++version) {
+        for (const Direction direction : {Direction::Forward, Direction::Backward}) {
+            const TakenFromTable taken =
+                versions.takenBy(version, direction).value(folded(copy.table));
+            if (!taken.renamed.isEmpty() && direction == Direction::Forward) {
+                copy.renames.append({version, copy.table, taken.renamed});
+            } else if (!taken.renamed.isEmpty()) {
+                copy.renames.append({version, taken.renamed, copy.table});
+            }
+            if (taken.dropped) {
+                copy.inItsPlace += droppedTables(versions.takenBy(version, oppositeOf(direction)));
+            }
         }
     }
-    return tables;
 }
 } // namespace
 
-QVector<KnownCopy> knownCopies(const QJsonObject &schemaVersions)
+QByteArrayList KnownCopy::names() const
+{
+    QByteArrayList all = {table};
+    for (const RenamedTable &rename : renames) {
+        all << rename.before << rename.after;
+    }
+    return all;
+}
+
+QByteArray KnownCopy::nameAt(std::optional<qint64> version) const
+{
+    for (const RenamedTable &rename : renames) {
+        if (version) {
+            return *version < rename.version ? rename.before : rename.after;
+        }
+    }
+    return table;
+}
+
+QVector<KnownCopy> knownCopies(const VersionTable &versions)
 {
     QVector<KnownCopy> copies;
-    if (schemaVersions["format"].toInt() != knownFormat) {
-        return copies;
-    }
-    const QJsonObject versions = schemaVersions["versions"].toObject();
-    const QJsonObject entries = schemaVersions["copies"].toObject();
-    for (auto entry = entries.begin(); entry != entries.end(); ++entry) {
-        const QJsonObject description = entry->toObject();
-        const QString table = description["table"].toString();
+    for (const CopyOfTable &entry : versions.copies()) {
         KnownCopy copy;
-        copy.name = entry.key().toUtf8();
-        copy.table = table.toUtf8();
-        for (const QString direction : directions) {
-            for (const QJsonValue number : description[direction].toArray()) {
-                const QJsonObject version = versions[QString::number(number.toInt())].toObject();
-                copy.steps << readStep(version[direction].toObject()[table].toObject());
-            }
-            for (const QJsonValue version : versions) {
-                const QJsonObject taken =
-                    version.toObject()[direction].toObject()[table].toObject();
-                if (taken["renamed"].isString()) {
-                    copy.otherNames << taken["renamed"].toString().toUtf8();
-                }
-                if (taken["dropped"].toBool()) {
-                    copy.inItsPlace +=
-                        droppedTables(version.toObject()[oppositeOf(direction)].toObject());
-                }
-            }
+        copy.name = entry.name;
+        copy.table = entry.table;
+        for (const auto &[version, direction] : entry.steps) {
+            copy.steps << versions.takenBy(version, direction).value(folded(entry.table));
         }
-        for (auto other = entries.begin(); other != entries.end(); ++other) {
-            if (other != entry && other->toObject()["table"] == table) {
-                copy.otherCopies << other.key().toUtf8();
+        addOtherPlaces(copy, versions);
+        for (const CopyOfTable &other : versions.copies()) {
+            if (other.name != entry.name && folded(other.table) == folded(entry.table)) {
+                copy.otherCopies << other.name;
             }
         }
         copies << copy;

@@ -1,28 +1,35 @@
 #pragma once
 
+#include "guard/verdict/version_table.h"
+
 #include <QByteArray>
 #include <QByteArrayList>
-#include <QHash>
-#include <QJsonObject>
 #include <QVector>
 
-/// What a step makes of a table while a copy of it is there. Column names are those of the copy.
-struct StepOfCopy {
-    QByteArrayList columnsDropped;
-    QHash<QByteArray, QByteArray> columnsRenamed; ///< the new name, by the old one
-    QHash<QByteArray, QByteArray> becomes;        ///< SQL over the old row, by column
+#include <optional>
+
+/// A version gives a table another name.
+struct RenamedTable {
+    int version;
+    QByteArray before;
+    QByteArray after;
 };
 
-/// A copy of a table that a step makes and removes again. A step that is cut leaves it behind.
+/// A copy that a cut step leaves behind, and what becomes of its table in all versions.
 struct KnownCopy {
-    QByteArray name;            ///< such as growers_temp
-    QByteArray table;           ///< the table that it is a copy of
-    QByteArrayList otherNames;  ///< that some versions have for the table
-    QByteArrayList inItsPlace;  ///< tables of the versions that do not have this one
-    QByteArrayList otherCopies; ///< of the same table
-    QVector<StepOfCopy> steps;  ///< that make the copy
+    QByteArray name;               ///< such as growers_temp
+    QByteArray table;              ///< the table that it is a copy of
+    QVector<RenamedTable> renames; ///< of the table
+    QByteArrayList inItsPlace;     ///< tables of the versions that do not have this one
+    QByteArrayList otherCopies;    ///< of the same table
+    QVector<TakenFromTable> steps; ///< what the steps that make the copy take from the table
+
+    /// @return the names that the table has in all versions, its own one first
+    QByteArrayList names() const;
+
+    /// @return the name of the table at a version, its own one at none
+    QByteArray nameAt(std::optional<qint64> version) const;
 };
 
-/// @param schemaVersions the table of versions, as it is installed beside the program
-/// @return the copies that its versions can leave behind; none when the format is not known
-QVector<KnownCopy> knownCopies(const QJsonObject &schemaVersions);
+/// @return the copies that the versions can leave behind, in the order of their names
+QVector<KnownCopy> knownCopies(const VersionTable &versions);

@@ -62,6 +62,10 @@ constexpr qint64 logRoom = 1 * mebibyte;
 /// How often the staged files are looked at while the program runs, in milliseconds.
 constexpr int watchInterval = 5;
 
+/// How long a process that has lost its parent may go on by itself before it is killed, in
+/// milliseconds.
+constexpr int momentForOrphans = 20;
+
 /// How often a lock that somebody else holds is tried again, in milliseconds.
 constexpr int lockRetryInterval = 20;
 

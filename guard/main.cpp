@@ -1,11 +1,12 @@
 #include "guard/available_memory.h"
 #include "guard/bubblewrap.h"
+#include "guard/child_process.h"
 #include "guard/command_line.h"
+#include "guard/inner_guard.h"
 #include "guard/known_versions.h"
 #include "guard/limits.h"
 #include "guard/messages.h"
 #include "guard/migration.h"
-#include "guard/own_memory.h"
 #include "guard/restoration.h"
 #include "guard/sizing.h"
 #include "guard/status_report.h"
@@ -17,6 +18,7 @@
 #include <QTextCodec>
 #include <QTextStream>
 
+#include <csignal>
 #include <sqlite3.h>
 
 namespace
@@ -43,12 +45,13 @@ int showVersion(const DevicePaths &device)
     return exitStatus(Status::Success);
 }
 
-/// @return the size of a memory of the guard's own, nothing when staging has to be on the disk
-std::optional<qint64> ownMemorySize(const DevicePaths &device, const CommandLine &line)
+const char *const inMemory = "memory";
+const char *const onDisk = "disk";
+
+/// @return the size of a file system for staging in memory, nothing when it has to be on the disk
+std::optional<qint64> memorySize(const DevicePaths &device, const CommandLine &line)
 {
-    const bool possible = line.stagingDirectory.isEmpty() && QFileInfo(device.database).isFile() &&
-                          !bubblewrapPath().isEmpty();
-    if (!possible) {
+    if (!line.stagingDirectory.isEmpty()) {
         return std::nullopt;
     }
     const qint64 room = sizing::stagingRoom(sizing::measure(device.database));
@@ -58,6 +61,23 @@ std::optional<qint64> ownMemorySize(const DevicePaths &device, const CommandLine
     }
     // The root of the file system takes a page itself.
     return room + limits::mebibyte;
+}
+
+/// Runs the guard again in a place of its own.
+/// @return its exit status, nothing when there can be no such place
+std::optional<int> runInside(const DevicePaths &device, const CommandLine &line)
+{
+    const auto arguments = [](const char *place) {
+        return QStringList{QString("--") + insideOption, place} +
+               QCoreApplication::arguments().mid(1);
+    };
+    if (const std::optional<qint64> size = memorySize(device, line)) {
+        if (const std::optional<int> status = innerGuard::run(size, arguments(inMemory))) {
+            return status;
+        }
+        // Bubblewrap may be too old for a file system with a size.
+    }
+    return innerGuard::run(std::nullopt, arguments(onDisk));
 }
 
 int run(const QString &application, const DevicePaths &device, const CommandLine &line)
@@ -80,12 +100,10 @@ int run(const QString &application, const DevicePaths &device, const CommandLine
         return exitStatus(Status::NothingChanged);
     }
     MigrationOptions options;
-    const std::optional<qint64> size =
-        line.insideOwnMemory ? std::nullopt : ownMemorySize(device, line);
-    if (size) {
-        const QStringList arguments = QStringList(QString("--") + insideOwnMemoryOption) +
-                                      QCoreApplication::arguments().mid(1);
-        if (const std::optional<int> status = ownMemory::runInside(*size, arguments)) {
+    const bool needsPlace =
+        line.inside.isEmpty() && QFileInfo(device.database).isFile() && !bubblewrapPath().isEmpty();
+    if (needsPlace) {
+        if (const std::optional<int> status = runInside(device, line)) {
             return *status;
         }
         options.noNamespaces = true;
@@ -94,8 +112,8 @@ int run(const QString &application, const DevicePaths &device, const CommandLine
     options.strict = line.strict;
     options.keepDatabase = line.keepDatabase;
     options.waitSeconds = line.waitSeconds;
-    if (line.insideOwnMemory) {
-        options.memoryStaging = ownMemory::place;
+    if (line.inside == inMemory) {
+        options.memoryStaging = innerGuard::memory;
     } else if (!line.stagingDirectory.isEmpty()) {
         options.stagingParent = QFileInfo(line.stagingDirectory).absoluteFilePath();
         if (sizing::isInMemory(options.stagingParent)) {
@@ -120,7 +138,9 @@ int restoreDatabase(const DevicePaths &device, const CommandLine &line)
 
 int main(int argc, char **argv)
 {
-    closeInheritedDescriptorsOnStart();
+    prepareDescriptors();
+    // A caller that does not read to the end must not end the guard.
+    std::signal(SIGPIPE, SIG_IGN);
     // Paths are UTF-8 whatever locale the device boots with.
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     QCoreApplication guard(argc, argv);
@@ -128,6 +148,9 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationVersion(MIGRATION_GUARD_VERSION);
 
     const CommandLine line = parseCommandLine(QCoreApplication::arguments());
+    if (!line.inside.isEmpty() && !innerGuard::endWithOuterGuard()) {
+        return exitStatus(Status::NothingChanged);
+    }
     const QString application = line.applicationDirectory.isEmpty()
                                     ? QCoreApplication::applicationDirPath()
                                     : QFileInfo(line.applicationDirectory).absoluteFilePath();

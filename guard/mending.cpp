@@ -1,8 +1,10 @@
 #include "guard/mending.h"
 
 #include "guard/known_copies.h"
+#include "guard/recorded_version.h"
 #include "guard/row_key.h"
 #include "guard/sqlite_connection.h"
+#include "guard/verdict/judged_database.h"
 
 #include <algorithm>
 #include <optional>
@@ -16,15 +18,10 @@ bool MendingResult::changed() const
 
 namespace
 {
-QByteArray quoted(QByteArray name)
-{
-    return '"' + name.replace("\"", "\"\"") + '"';
-}
-
-/// Names are the same whatever the case of their ASCII letters, as SQLite has it.
+/// Names are the same whatever the case of their ASCII letters.
 bool isSameName(const QByteArray &left, const QByteArray &right)
 {
-    return sqlite3_stricmp(left.constData(), right.constData()) == 0;
+    return folded(left) == folded(right);
 }
 
 bool holdsName(const QByteArrayList &names, const QByteArray &name)
@@ -34,32 +31,12 @@ bool holdsName(const QByteArrayList &names, const QByteArray &name)
     });
 }
 
-/// @return what a list by column holds for it, or the default
-QByteArray valueFor(
-    const QHash<QByteArray, QByteArray> &values, const QByteArray &column,
-    const QByteArray &defaultValue)
-{
-    for (auto value = values.begin(); value != values.end(); ++value) {
-        if (isSameName(value.key(), column)) {
-            return *value;
-        }
-    }
-    return defaultValue;
-}
-
 /// The rows of a copy as a step makes them: the columns of the table that get a value, and the SQL
 /// for each over a row of the copy.
 struct CopiedRows {
     QByteArrayList columns;
     QByteArrayList values;
 };
-
-/// @return a text in UTF-8, whatever the database's encoding is
-QByteArray textOf(const SqliteStatement &query)
-{
-    const unsigned char *text = sqlite3_column_text(query.handle(), 0);
-    return reinterpret_cast<const char *>(text);
-}
 
 /// Looks at copies in an open transaction, and mends.
 class Mender
@@ -84,7 +61,7 @@ private:
     QByteArray objectName(const QByteArray &name, const char *condition = "");
     QByteArray storedTable(const QByteArray &name);
     QByteArrayList columnsOf(const QByteArray &table);
-    std::optional<CopiedRows> copiedRows(const StepOfCopy &step, const Mending &mending);
+    std::optional<CopiedRows> copiedRows(const TakenFromTable &step, const Mending &mending);
     std::optional<qint64> number(const QByteArray &sql);
     bool run(const QByteArray &sql);
     void noteFailure(int code);
@@ -98,13 +75,13 @@ private:
 QByteArray numberedKeys(const QByteArrayList &values, const QByteArray &table)
 {
     return "SELECT key, row_number() OVER (PARTITION BY key) FROM (SELECT " + rowKeyOf(values) +
-           " AS key FROM main." + quoted(table) + " NOT INDEXED)";
+           " AS key FROM main." + quotedName(table) + " NOT INDEXED)";
 }
 
 QByteArrayList quotedAll(const QByteArrayList &names)
 {
     QByteArrayList result;
-    std::transform(names.begin(), names.end(), std::back_inserter(result), quoted);
+    std::transform(names.begin(), names.end(), std::back_inserter(result), quotedName);
     return result;
 }
 
@@ -125,7 +102,7 @@ QByteArray countOfDifference(const QByteArray &keys, const QByteArray &otherKeys
 
 QByteArray countOfRows(const QByteArray &table)
 {
-    return "SELECT count(*) FROM main." + quoted(table) + " NOT INDEXED";
+    return "SELECT count(*) FROM main." + quotedName(table) + " NOT INDEXED";
 }
 
 QVector<Mending> Mender::mendAll(const QVector<KnownCopy> &copies)
@@ -141,6 +118,9 @@ QVector<Mending> Mender::mendAll(const QVector<KnownCopy> &copies)
     }
     const bool damaged = !mendings.isEmpty() && !isSound();
     for (Mending &mending : mendings) {
+        if (!m_failure.isEmpty()) {
+            break;
+        }
         const auto copy = std::find_if(copies.begin(), copies.end(), [&](const KnownCopy &known) {
             return isSameName(known.name, mending.copy);
         });
@@ -164,7 +144,7 @@ QVector<Mending> Mender::mendAll(const QVector<KnownCopy> &copies)
 
 void Mender::mend(const KnownCopy &copy, Mending &mending)
 {
-    for (const QByteArray &name : QByteArrayList{copy.table} + copy.otherNames) {
+    for (const QByteArray &name : copy.names()) {
         mending.table = objectName(name);
         if (!mending.table.isEmpty()) {
             break;
@@ -178,7 +158,7 @@ void Mender::mend(const KnownCopy &copy, Mending &mending)
         }
         return;
     }
-    mending.table = copy.table;
+    mending.table = copy.nameAt(recordedVersion(m_connection).number);
     for (const QByteArray &other : copy.inItsPlace + copy.otherCopies) {
         if (!objectName(other).isEmpty()) {
             mending.reason =
@@ -202,7 +182,7 @@ void Mender::mendBesideTable(const KnownCopy &copy, Mending &mending)
         return;
     }
     QVector<CopiedRows> ways;
-    for (const StepOfCopy &step : copy.steps + QVector<StepOfCopy>{StepOfCopy()}) {
+    for (const TakenFromTable &step : copy.steps + QVector<TakenFromTable>{TakenFromTable()}) {
         if (const std::optional<CopiedRows> rows = copiedRows(step, mending)) {
             ways << *rows;
         }
@@ -244,7 +224,7 @@ bool Mender::giveName(const Mending &mending)
 {
     // What SQLite has rewritten when the program gave the copy its name is written back.
     const QByteArray rename =
-        "ALTER TABLE main." + quoted(mending.copy) + " RENAME TO " + quoted(mending.table);
+        "ALTER TABLE main." + quotedName(mending.copy) + " RENAME TO " + quotedName(mending.table);
     if (run(rename)) {
         return true;
     }
@@ -264,14 +244,15 @@ bool Mender::bringRowsBack(const CopiedRows &rows, const Mending &mending)
         places << "value_" + QByteArray::number(index);
         selected << rows.values[index] + " AS " + places.last();
     }
-    // In the order of the copy: later steps read the rows in theirs.
+    // In the order of the copy: later steps read the rows in theirs. What a table does about a
+    // conflict could cost rows, or end the transaction.
     const QByteArray insertion =
-        "INSERT INTO main." + quoted(mending.table) + " (" + quotedAll(rows.columns).join(", ") +
-        ") SELECT " + places.join(", ") +
+        "INSERT OR ABORT INTO main." + quotedName(mending.table) + " (" +
+        quotedAll(rows.columns).join(", ") + ") SELECT " + places.join(", ") +
         " FROM (SELECT *, row_number() OVER (PARTITION BY key) "
         "AS number FROM (SELECT " +
         selected.join(", ") + ", " + rowKeyOf(rows.values) +
-        " AS key, row_number() OVER () AS place FROM main." + quoted(mending.copy) +
+        " AS key, row_number() OVER () AS place FROM main." + quotedName(mending.copy) +
         " NOT INDEXED)) WHERE (key, number) NOT IN (" + keysOfTable(rows, mending) +
         ") ORDER BY place";
     if (!run(insertion)) {
@@ -289,13 +270,13 @@ bool Mender::bringRowsBack(const CopiedRows &rows, const Mending &mending)
 
 bool Mender::removeCopy(const Mending &mending)
 {
-    return run("DROP TABLE main." + quoted(mending.copy));
+    return run("DROP TABLE main." + quotedName(mending.copy));
 }
 
 bool Mender::isSound()
 {
     SqliteStatement check(m_connection, "PRAGMA quick_check(1)");
-    const bool sound = check.step() && textOf(check) == "ok";
+    const bool sound = check.step() && textAt(check, 0) == "ok";
     noteFailure(check.result());
     return sound;
 }
@@ -311,7 +292,7 @@ QByteArray Mender::objectName(const QByteArray &name, const char *condition)
     sqlite3_bind_text(query.handle(), 1, name.constData(), name.size(), SQLITE_STATIC);
     const bool isThere = query.step();
     noteFailure(query.result());
-    return isThere ? textOf(query) : QByteArray();
+    return isThere ? textAt(query, 0) : QByteArray();
 }
 
 QByteArray Mender::storedTable(const QByteArray &name)
@@ -328,25 +309,26 @@ QByteArrayList Mender::columnsOf(const QByteArray &table)
     sqlite3_bind_text(query.handle(), 1, table.constData(), table.size(), SQLITE_STATIC);
     QByteArrayList columns;
     while (query.step()) {
-        columns << textOf(query);
+        columns << textAt(query, 0);
     }
     noteFailure(query.result());
     return columns;
 }
 
 /// @return nothing when the copy has a column that neither the table has nor the step takes away
-std::optional<CopiedRows> Mender::copiedRows(const StepOfCopy &step, const Mending &mending)
+std::optional<CopiedRows> Mender::copiedRows(const TakenFromTable &step, const Mending &mending)
 {
     const QByteArrayList columnsOfTable = columnsOf(mending.table);
     CopiedRows rows;
     for (const QByteArray &column : columnsOf(mending.copy)) {
         const QByteArray name = holdsName(columnsOfTable, column)
                                     ? column
-                                    : valueFor(step.columnsRenamed, column, column);
+                                    : step.columnsRenamed.value(folded(column), column);
         if (holdsName(columnsOfTable, name) && !holdsName(rows.columns, name)) {
             rows.columns << name;
-            rows.values << valueFor(step.becomes, column, quoted(column));
-        } else if (!holdsName(step.columnsDropped, column)) {
+            const QByteArray becomes = step.values.value(folded(column)).becomes;
+            rows.values << (becomes.isEmpty() ? quotedName(column) : becomes);
+        } else if (!step.columnsDropped.contains(folded(column))) {
             return std::nullopt;
         }
     }
@@ -393,6 +375,9 @@ void Mender::noteFailure(int code)
         }
         break;
     default:
+        if (m_failure.isEmpty() && sqlite3_get_autocommit(m_connection.handle())) {
+            m_failure = m_connection.errorText();
+        }
         break;
     }
     m_lastError = m_connection.errorText();
@@ -409,7 +394,7 @@ void restrain(const SqliteConnection &connection)
 
 } // namespace
 
-MendingResult mendCopies(const QString &database, const QJsonObject &schemaVersions)
+MendingResult mendCopies(const QString &database, const VersionTable &versions)
 {
     MendingResult result;
     SqliteConnection connection;
@@ -426,7 +411,7 @@ MendingResult mendCopies(const QString &database, const QJsonObject &schemaVersi
         return result;
     }
     Mender mender(connection);
-    result.mendings = mender.mendAll(knownCopies(schemaVersions));
+    result.mendings = mender.mendAll(knownCopies(versions));
     result.error = mender.failure();
     if (result.error.isEmpty() && result.changed() && connection.run("COMMIT") != SQLITE_OK) {
         result.error = connection.errorText();

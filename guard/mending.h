@@ -1,9 +1,10 @@
 #pragma once
 
 #include <QByteArray>
-#include <QJsonObject>
 #include <QString>
 #include <QVector>
+
+class VersionTable;
 
 enum class MendingKind {
     CopyRemoved,  ///< every row of the copy is in the table
@@ -43,5 +44,4 @@ struct MendingResult {
 /// the memory. A database that fails SQLite's quick check is left as it is.
 ///
 /// @param database path of a database that nobody has open
-/// @param schemaVersions the table of versions, as it is installed beside the program
-MendingResult mendCopies(const QString &database, const QJsonObject &schemaVersions);
+MendingResult mendCopies(const QString &database, const VersionTable &versions);

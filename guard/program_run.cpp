@@ -8,8 +8,6 @@
 #include <QFileInfo>
 
 #include <algorithm>
-#include <csignal>
-#include <sys/prctl.h>
 
 namespace
 {
@@ -20,7 +18,7 @@ QStringList sandboxArguments(const DevicePaths &device, const Staging &staging, 
     // Inside, the staged directory is at the real one's place, and so is its part for temporary
     // files.
     const QString temporary = device.databases + temporaryDirectory;
-    QStringList arguments = {"--dev-bind", "/", "/"};
+    QStringList arguments = {"--die-with-parent", "--dev-bind", "/", "/"};
     if (!device.pool.isEmpty()) {
         arguments += {"--bind", staging.pool(), device.pool};
     }
@@ -29,13 +27,6 @@ QStringList sandboxArguments(const DevicePaths &device, const Staging &staging, 
     arguments << "--" << device.program << QString::number(target);
     return arguments;
 }
-
-/// A program that dies with the guard: nobody would hold the lock for it.
-class Program : public QProcess
-{
-protected:
-    void setupChildProcess() override { prctl(PR_SET_PDEATHSIG, SIGKILL); }
-};
 
 ProgramRun::End endOf(const Bubblewrap::End &end, const QByteArray &log)
 {
@@ -53,7 +44,7 @@ ProgramRun runOnStaging(
     LogFollower log(staging.log());
     const qint64 freeAtStart = sizing::freeRoom(staging.directory());
     Bubblewrap sandbox;
-    if (!sandbox.startSandbox(sandboxArguments(device, staging, target))) {
+    if (!sandbox.start(sandboxArguments(device, staging, target))) {
         return {ProgramRun::End::NeverStarted, QByteArray()};
     }
     bool hadRoom = true;
@@ -64,39 +55,35 @@ ProgramRun runOnStaging(
         hadRoom = hadRoom && free >= reserve;
         log.readOn();
     };
-    while (!sandbox.waitForFinished(limits::watchInterval)) {
+    while (hadRoom && !sandbox.waitForEnd(limits::watchInterval)) {
         lookAtStaging();
-        if (!hadRoom) {
-            sandbox.kill();
-            sandbox.waitForFinished(-1);
-            break;
-        }
     }
+    const Bubblewrap::End end = sandbox.end();
     lookAtStaging();
     if (!hadRoom || log.toldOfLackOfRoom()) {
         return {ProgramRun::End::LackOfRoom, log.text(), freeAtStart - leastFree};
     }
     const bool databaseIsThere = QFileInfo(staging.database()).size() > 0;
-    const ProgramRun::End end = endOf(sandbox.end(), log.text());
-    const bool lost = end == ProgramRun::End::Whole && !databaseIsThere;
-    return {lost ? ProgramRun::End::Broken : end, log.text(), freeAtStart - leastFree};
+    const ProgramRun::End judged = endOf(end, log.text());
+    const bool lost = judged == ProgramRun::End::Whole && !databaseIsThere;
+    return {lost ? ProgramRun::End::Broken : judged, log.text(), freeAtStart - leastFree};
 }
 
 ProgramRun runDirectly(const DevicePaths &device, int target)
 {
     LogFollower log(device.log);
     log.skipToEnd();
-    Program program;
-    program.setProcessChannelMode(QProcess::ForwardedChannels);
-    program.setStandardInputFile(QProcess::nullDevice());
-    program.start(device.program, {QString::number(target)});
-    if (!program.waitForStarted(-1)) {
+    ChildProcess program;
+    ChildProcess::Options options;
+    // Without the guard nobody would hold the lock for it.
+    options.diesWithParent = true;
+    if (!program.start(device.program, {QString::number(target)}, options)) {
         return {ProgramRun::End::NeverStarted, QByteArray()};
     }
-    while (!program.waitForFinished(limits::watchInterval)) {
+    while (!program.waitForEnd(limits::watchInterval)) {
         log.readOn();
     }
     log.readOn();
-    const bool whole = program.exitStatus() == QProcess::NormalExit && program.exitCode() == 0;
+    const bool whole = !program.wasKilled() && program.exitCode() == 0;
     return {whole ? ProgramRun::End::Whole : ProgramRun::End::Broken, log.text()};
 }

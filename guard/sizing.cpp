@@ -88,6 +88,8 @@ bool isInMemory(const QString &path)
     if (statfs(QFile::encodeName(path).constData(), &status) != 0) {
         return false;
     }
-    return status.f_type == TMPFS_MAGIC || status.f_type == RAMFS_MAGIC;
+    // On a 32-bit processor the field has a sign, and one of the numbers is too large for it.
+    const auto type = static_cast<quint32>(status.f_type);
+    return type == TMPFS_MAGIC || type == RAMFS_MAGIC;
 }
 } // namespace sizing

@@ -1,58 +1,118 @@
 #!/bin/bash
-# Does what a newcomer does on a bare Debian. It installs a minimal system into a scratch directory,
-# clones the committed state of this tree into it, and runs a plain build of the program, ./demo.sh
-# and ./test.sh there, as root. It needs root, debootstrap, git, the network, some 4 GB and a quarter
-# of an hour. ./test.sh does not run it.
+# Does what a newcomer does on a bare Debian, and what becomes of the packages on a bare device. It
+# installs two minimal systems into a scratch directory and clones the committed state of this tree
+# into the first one. There it runs a plain build of the program, ./demo.sh and ./test.sh, as root, and
+# makes the Debian packages; the second one installs, runs, upgrades, removes and purges them. It needs
+# root, debootstrap, git, the network, some 5 GB and a quarter of an hour. ./test.sh does not run it.
 #
-#   bare_tree.sh [MIRROR]
+#   bare_tree.sh [--packages] [MIRROR]
 #
-# MIRROR is where the packages come from, by default where this machine's own come from.
+# --packages leaves all but the packages out. MIRROR is where the packages come from, by default where
+# this machine's own come from.
 set -euo pipefail
 
 root=$(cd "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/.." && pwd)
-# shellcheck disable=SC2016 # apt-get expands it
-mirror=${1:-$(apt-get indextargets --format '$(SITE)' 'Created-By: Packages' 'Codename: bookworm' |
-    head -n 1)}
 
 # The mounts end with the process: no mount is left through which the removal below could delete
 # files of the machine.
 if [ -z "${BARE_TREE:-}" ]; then
-    tree=$(mktemp -d "${TMPDIR:-/tmp}/bare_tree.XXXXXX")
-    trap 'rm -rf --one-file-system "$tree"' EXIT
-    chmod 755 "$tree" # for apt's own user
-    BARE_TREE=$tree unshare --mount --propagation private "$(realpath "${BASH_SOURCE[0]}")" "$mirror"
+    scratch=$(mktemp -d "${TMPDIR:-/tmp}/bare_tree.XXXXXX")
+    trap 'rm -rf --one-file-system "$scratch"' EXIT
+    chmod 755 "$scratch" # for apt's own user
+    BARE_TREE=$scratch unshare --mount --propagation private \
+        "$(realpath "${BASH_SOURCE[0]}")" "$@"
     exit
 fi
 
-tree=$BARE_TREE
-debootstrap --variant=minbase bookworm "$tree" "$mirror"
-cp /etc/resolv.conf "$tree/etc/"
-git clone --quiet --no-hardlinks "$root" "$tree/root/clone"
+everything=yes
+if [ "${1:-}" = --packages ]; then
+    everything=
+    shift
+fi
+# shellcheck disable=SC2016 # apt-get expands it
+mirror=${1:-$(apt-get indextargets --format '$(SITE)' 'Created-By: Packages' 'Codename: bookworm' |
+    head -n 1)}
 
-# Bubblewrap takes the root directory for a mount.
-mount --bind "$tree" "$tree"
-mount --rbind /dev "$tree/dev"
-mount -t proc proc "$tree/proc"
+computer=$BARE_TREE/computer
+device=$BARE_TREE/device
+debootstrap --variant=minbase bookworm "$computer" "$mirror"
+cp /etc/resolv.conf "$computer/etc/"
+cp -a "$computer" "$device"
+git clone --quiet --no-hardlinks "$root" "$computer/root/clone"
 
-in_tree() {
-    printf '\n==== %s\n' "$*"
-    env --ignore-environment PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root \
-        "${without[@]}" chroot "$tree" bash -euc "$*" </dev/null
-}
+for tree in "$computer" "$device"; do
+    # Bubblewrap takes the root directory for a mount.
+    mount --bind "$tree" "$tree"
+    mount --rbind /dev "$tree/dev"
+    mount -t proc proc "$tree/proc"
+done
 
 without=()
-in_tree "cd /root/clone && . tools/packages.sh && install_packages program"
-in_tree "cp -r /root/clone /root/plain && cd /root/plain && cmake -S . -B build && cmake --build build"
-in_tree "mkdir -p /root/app/databases && cp /root/plain/build/database-migrator /root/app &&
-    /root/app/database-migrator 1 && cat /root/app/databases/sqlMigrationErrorLog.txt"
-in_tree "cd / && root/clone/demo.sh"
-in_tree "cd / && root/clone/test.sh"
+in_tree() {
+    printf '\n==== %s: %s\n' "$(basename "$1")" "$2"
+    env --ignore-environment PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root \
+        DEBIAN_FRONTEND=noninteractive "${without[@]}" chroot "$1" bash -euc "$2" </dev/null
+}
 
-# Once more, without the network.
-without=(unshare --net)
-in_tree "/root/clone/demo.sh 1"
-in_tree "/root/clone/test.sh"
-in_tree "cd /root/clone && ./demo.sh --fresh 2"
+if [ -n "$everything" ]; then
+    in_tree "$computer" "cd /root/clone && . tools/packages.sh && install_packages program"
+    in_tree "$computer" "cp -r /root/clone /root/plain && cd /root/plain &&
+        cmake -S . -B build && cmake --build build"
+    in_tree "$computer" "mkdir -p /root/app/databases &&
+        cp /root/plain/build/database-migrator /root/app &&
+        /root/app/database-migrator 1 && cat /root/app/databases/sqlMigrationErrorLog.txt"
+    in_tree "$computer" "cd / && root/clone/demo.sh"
+    in_tree "$computer" "cd / && root/clone/test.sh"
 
+    # Once more, without the network.
+    without=(unshare --net)
+    in_tree "$computer" "/root/clone/demo.sh 1"
+    in_tree "$computer" "/root/clone/test.sh"
+    in_tree "$computer" "cd /root/clone && ./demo.sh --fresh 2"
+    without=()
+fi
+
+in_tree "$computer" "cd /root/clone && . tools/packages.sh && install_packages package &&
+    cmake --preset release && cmake --build --preset release --target package &&
+    cpack --config build/release/CPackConfig.cmake -D CPACK_DEBIAN_PACKAGE_RELEASE=2"
+in_tree "$computer" "apt-get -qq install --yes --no-install-recommends sqlite3 >/dev/null &&
+    sqlite3 -bail /root/version_01.sqlite </root/clone/tests/data/version_01.sql"
 # They leave files only in build/, which git ignores.
-[ -z "$(git -C "$tree/root/clone" status --short)" ]
+[ -z "$(git -C "$computer/root/clone" status --short)" ]
+
+# A device whose databases are on a data partition.
+application=/usr/lib/fieldcomputer
+mkdir -p "$device/data/databases" "$device/root/packages"
+cp "$computer/root/version_01.sqlite" "$device/data/databases/my.db.sqlite"
+cp "$computer"/root/clone/build/release/packages/*.deb "$device/root/packages"
+in_tree "$device" "apt-get -qq update && cd /root/packages &&
+    apt-get -qq install --yes --no-install-recommends \$(find -name '*.deb' ! -name '*-2_*')"
+in_tree "$device" "ln -s /data/databases $application/ &&
+    cp /usr/share/doc/migration-guard/examples/schemaversion.txt $application/"
+
+upgrade() {
+    in_tree "$device" "cd /root/packages && apt-get -qq install --yes ./*-2_*.deb &&
+        dpkg-query --show database-migrator migration-guard"
+}
+
+the_guard_runs() {
+    in_tree "$device" "$application/migration-guard run && $application/migration-guard status &&
+        sha256sum /data/databases/* $application/schemaversion.txt >/root/sums"
+}
+
+the_data_is_there() {
+    in_tree "$device" "sha256sum --check /root/sums && [ -L $application/databases ]"
+}
+
+the_guard_runs
+upgrade
+the_data_is_there
+the_guard_runs
+in_tree "$device" "apt-get -qq remove --yes database-migrator"
+the_data_is_there
+upgrade
+the_data_is_there
+the_guard_runs
+in_tree "$device" "apt-get -qq purge --yes database-migrator migration-guard &&
+    ! dpkg-query --show database-migrator migration-guard && ls $application"
+the_data_is_there

@@ -2,21 +2,18 @@
 // Prints what was done as JSON; ends with 1 when nothing could be done.
 
 #include "guard/mending.h"
+#include "guard/verdict/version_table.h"
 
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 
 #include <cstdio>
 
 int main(int, char **arguments)
 {
-    QFile file(QString::fromLocal8Bit(arguments[2]));
-    if (!file.open(QIODevice::ReadOnly)) {
-        return 1;
-    }
     const MendingResult result = mendCopies(
-        QString::fromLocal8Bit(arguments[1]), QJsonDocument::fromJson(file.readAll()).object());
+        QString::fromLocal8Bit(arguments[1]), VersionTable(QString::fromLocal8Bit(arguments[2])));
     static const char *const kinds[] = {"copy removed", "name given", "rows returned", "reported"};
     QJsonArray mendings;
     for (const Mending &mending : result.mendings) {

@@ -12,6 +12,7 @@ from conftest import GuardedDevice, contents, guarded_device
 from support.versions import NEWEST
 
 SHIM = pathlib.Path(os.environ["FAULT_SHIM"])
+MOMENTS = pathlib.Path(os.environ["FATAL_MOMENTS"])
 WHOLE = "CAMPAIGN" in os.environ
 # More than a walk has; a fault beyond the last operation disturbs nothing.
 OPERATIONS = 400
@@ -30,6 +31,7 @@ class FaultyDevice:
         device.install(version, mode=mode)
         device.replace_program(PROGRAM)
         shutil.copy(SHIM, device.app / "shim.so")
+        shutil.copy(MOMENTS, device.app / "moments.so")
         self.start = device.database.read_bytes()
         self.pool = device.pool_files()
         self.old = device.contents()
@@ -49,7 +51,8 @@ class FaultyDevice:
     def run(self, **switches):
         options = " ".join(f"--setenv {name} {value}" for name, value in switches.items())
         if switches:
-            options += " --setenv LD_PRELOAD /app/shim.so"
+            # The inner guard could not kill itself without the second one.
+            options += " --setenv LD_PRELOAD /app/shim.so:/app/moments.so"
         run = self.device.run("run", self.target, "--wait", 2, options=options)
         self.said = run.stderr
         return run.returncode

@@ -1,16 +1,23 @@
 """The place where the program runs: its own paths, none of the guard's, an end with the guard."""
 
 import os
+import shutil
 import signal
 import subprocess
 import time
+from contextlib import suppress
 
 import pytest
-from conftest import SECONDS, wait_for
+from conftest import BUBBLEWRAP, SECONDS, wait_for
+from processes import (PLACES, descendants, guards_of, is_locked, left_over, output_ends,
+                       parent_of_orphans, still_alive)
 from support.versions import NEWEST
 
 # The moments at which runs are killed, spread over a whole one.
 MOMENTS = 120 if "CAMPAIGN" in os.environ else 8
+# The same over the start of a run, where its processes are made, and how far these are apart.
+EARLY_MOMENTS = 100 if "CAMPAIGN" in os.environ else 3
+DISTANCE = 0.0004 if "CAMPAIGN" in os.environ else 0.015  # seconds
 
 
 def test_the_program_sees_its_own_paths(device):
@@ -79,22 +86,8 @@ def test_a_result_that_is_not_whole_is_not_committed(device, deed):
         assert device.contents() == before
 
 
-def descendants(pid):
-    found = []
-    for task in (f"/proc/{pid}/task/{pid}/children",):
-        try:
-            children = open(task).read().split()
-        except OSError:
-            children = []
-        for child in children:
-            found.append(int(child))
-            found += descendants(int(child))
-    return found
-
-
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGKILL])
-@pytest.mark.parametrize("place", ["outer guard", "its bubblewrap", "inner guard",
-                                   "its second bubblewrap", "program"])
+@pytest.mark.parametrize("place", PLACES)
 def test_what_is_killed_takes_the_rest_with_it(device, expected, number, place):
     device.install(1)
     before = device.contents()
@@ -102,19 +95,10 @@ def test_what_is_killed_takes_the_rest_with_it(device, expected, number, place):
         'touch /app/running; while [ ! -e /app/go ]; do sleep 0.05; done; exec /app/migrator "$@"')
     process = device.start("run", NEWEST)
     wait_for(device.app / "running")
-    names = {"outer guard": 0, "its bubblewrap": 1, "inner guard": 2, "its second bubblewrap": 3,
-             "program": 4}
-    family = [pid for pid in descendants(process.pid)]
-    members = ("migration-guard", "bwrap", "database-migrat")
-    guards = [pid for pid in family if name_of(pid) in members]
-    # The first one is the scratch device's own bubblewrap.
-    first = next(i for i, pid in enumerate(guards) if name_of(pid) == "migration-guard")
-    os.kill(guards[first:][names[place]], number)
+    family = descendants(process.pid)
+    os.kill(guards_of(process)[PLACES.index(place)], number)
     process.communicate(timeout=60)
-    end = time.monotonic() + 30
-    while any(alive(pid) for pid in family) and time.monotonic() < end:
-        time.sleep(0.01)
-    assert [name_of(pid) for pid in family if alive(pid)] == []
+    assert still_alive(family) == []
     assert process.returncode not in (0, 1, 2, 4)
     assert device.contents() == before
     assert device.log() == ""
@@ -124,20 +108,6 @@ def test_what_is_killed_takes_the_rest_with_it(device, expected, number, place):
     assert (device.contents(), device.log()) == expected(1, NEWEST)
     assert device.files() == ["before-migration.sqlite", "lastMigration.json", "my.db.sqlite",
                               "sqlMigrationErrorLog.txt"]
-
-
-def name_of(pid):
-    try:
-        return open(f"/proc/{pid}/comm").read().strip()
-    except OSError:
-        return ""
-
-
-def alive(pid):
-    try:
-        return open(f"/proc/{pid}/stat").read().rsplit(")", 1)[1].split()[0] not in "ZX"
-    except OSError:
-        return False
 
 
 def test_killed_at_any_moment_it_is_the_old_or_the_new_database(device, expected):
@@ -189,10 +159,126 @@ def test_the_program_alone_dies_with_the_guard(device):
     device.replace_program("touch /app/started; exec sleep 600")
     run = device.start("run", NEWEST, bubblewrap=False)
     wait_for(device.app / "started")
-    family = list(descendants(run.pid))
-    os.kill(next(pid for pid in family if name_of(pid) == "migration-guard"), signal.SIGKILL)
+    family = descendants(run.pid)
+    os.kill(guards_of(run)[0], signal.SIGKILL)
     run.communicate(timeout=60)
-    end = time.monotonic() + 30
-    while any(alive(pid) for pid in family) and time.monotonic() < end:
-        time.sleep(0.01)
-    assert [name_of(pid) for pid in family if alive(pid)] == []
+    assert still_alive(family) == []
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGKILL])
+@pytest.mark.parametrize("place", PLACES[:4])
+def test_nothing_is_left_of_a_run_that_is_killed_early(device, number, place):
+    device.install(NEWEST)
+    with parent_of_orphans():
+        for moment in range(EARLY_MOMENTS):
+            process = device.start("run", NEWEST)
+            found = []
+            while len(found) <= PLACES.index(place) and process.poll() is None:
+                found = guards_of(process)
+            time.sleep(moment * DISTANCE)
+            for pid in found[PLACES.index(place):][:1]:
+                with suppress(ProcessLookupError):
+                    os.kill(pid, number)
+            assert output_ends(process)
+            process.communicate()
+            assert left_over() == []
+            assert not is_locked(device.databases)
+            # Without it the third of three killed runs goes directly.
+            (device.databases / "migration-guard.note").unlink(missing_ok=True)
+        run = device.run("run", "--strict", NEWEST)
+        assert run.returncode == 0, run.stderr
+
+
+def test_a_caller_that_closes_its_end_does_not_stop_the_run(device, expected):
+    device.install(1)
+    device.replace_program('echo out; echo error >&2; /app/migrator "$@"; echo out; echo error >&2')
+    process = device.start("run", NEWEST)
+    process.stdout.close()
+    process.stderr.close()
+    assert process.wait(SECONDS) == 0
+    assert (device.contents(), device.log()) == expected(1, NEWEST)
+
+
+def test_output_and_errors_go_where_the_caller_wants_them(device):
+    device.install(NEWEST)
+    device.replace_program('echo out; echo error >&2; exec /app/migrator "$@"')
+    run = device.run("run", NEWEST)
+    assert run.stdout == "out\n"
+    assert [line for line in run.stderr.splitlines()
+            if not line.startswith("migration-guard: ")] == ["error"]
+
+
+def test_lines_of_output_and_errors_keep_their_order_in_one_file(device):
+    device.install(NEWEST)
+    device.replace_program('i=0; while [ $i -lt 500 ]; do echo out $i; echo error $i >&2; '
+                           'i=$((i + 1)); done; exec /app/migrator "$@"')
+    run = subprocess.run(**device.command("run", NEWEST), stdout=subprocess.PIPE,
+                         stderr=subprocess.STDOUT, text=True, timeout=SECONDS)
+    lines = run.stdout.splitlines()
+    assert [line for line in lines if not line.startswith("migration-guard: ")] == [
+        f"{stream} {number}" for number in range(500) for stream in ("out", "error")]
+    assert lines[-1].endswith("status 0")
+
+
+def shell(device, script):
+    """Puts a script where a test can run it as the guard's caller."""
+    file = device.app / "shell"
+    file.write_text("#!/usr/bin/dash\n" + script)
+    file.chmod(0o755)
+    return "/app/shell"
+
+
+def test_a_caller_that_ignores_the_end_of_its_children(device, expected):
+    device.install(1)
+    caller = shell(device, 'exec env --ignore-signal=CHLD /app/migration-guard "$@"')
+    assert device.migrate(NEWEST, guard=caller) == 0
+    assert (device.contents(), device.log()) == expected(1, NEWEST)
+
+
+@pytest.mark.parametrize("bubblewrap, files", [(True, {"/dev/null", "pipe"}),
+                                               (False, {"/dev/null"})])
+def test_a_caller_without_standard_files(device, bubblewrap, files):
+    """The guard's own files must not be opened in their place."""
+    device.install(NEWEST)
+    device.replace_program('names=$(readlink /proc/$$/fd/0 /proc/$$/fd/1 /proc/$$/fd/2); '
+                           'echo "$names" >/app/seen; exec /app/migrator "$@"')
+    caller = shell(device, 'exec /app/migration-guard "$@" <&- >&- 2>&-')
+    assert device.migrate(NEWEST, guard=caller, bubblewrap=bubblewrap) == (0 if bubblewrap else 4)
+    seen = (device.app / "seen").read_text().split()
+    assert len(seen) == 3 and {name.split(":")[0] for name in seen} == files
+
+
+def test_bubblewrap_that_is_killed_at_once_is_no_reason_to_run_directly(device):
+    device.install(1)
+    before = device.contents()
+    killed = device.root / "bwrap"
+    killed.write_text("#!/usr/bin/dash\nkill -9 $$\n")
+    killed.chmod(0o755)
+    run = device.run("run", NEWEST, bubblewrap=False, options=f"--ro-bind {killed} /usr/bin/bwrap")
+    assert run.returncode >= 128
+    assert (device.contents(), device.log()) == (before, "")
+
+
+def test_bubblewrap_without_sizes_stages_on_the_disk(device, expected):
+    device.install(1)
+    old = device.root / "bwrap"
+    old.write_text('#!/usr/bin/dash\ncase "$*" in *--size*) exit 1 ;; esac\nexec /app/bwrap "$@"\n')
+    old.chmod(0o755)
+    shutil.copy(BUBBLEWRAP, device.app)
+    assert device.migrate(NEWEST, bubblewrap=False,
+                          options=f"--ro-bind {old} /usr/bin/bwrap") == 0
+    assert device.last_run()["staging"] == "disk"
+    assert (device.contents(), device.log()) == expected(1, NEWEST)
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="takes root")
+def test_an_ordinary_user_where_a_part_of_proc_is_hidden(device, expected):
+    """There can be no PID namespace with its own /proc then."""
+    device.install(1)
+    (device.app / "uptime").touch()
+    for path in (device.root, *device.root.rglob("*")):
+        os.chown(path, 65534, 65534)
+    assert device.migrate(NEWEST, user=65534,
+                          options=f"--ro-bind {device.app}/uptime /proc/uptime") == 0
+    assert (device.contents(), device.log()) == expected(1, NEWEST)
+    assert device.last_run()["staging"] == "memory"

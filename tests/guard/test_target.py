@@ -59,4 +59,4 @@ def test_version_and_help(device):
     assert run.stdout.splitlines()[1] == f"newest schema version {NEWEST}"
     run = device.run("--help")
     assert (run.returncode, run.stderr) == (0, "")
-    assert "migration-guard restore" in run.stdout and "inside-own-memory" not in run.stdout
+    assert "migration-guard restore" in run.stdout and "--inside" not in run.stdout

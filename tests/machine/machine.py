@@ -14,7 +14,7 @@ from support.versions import NEWEST, dump_of
 HERE = pathlib.Path(__file__).resolve().parent
 UNITS = ROOT / "packaging" / "systemd"
 BUILD = ROOT / "build" / "dev"
-APPLICATION = "opt/fieldcomputer/app"
+APPLICATION = "usr/lib/fieldcomputer"
 PACKAGES = ("systemd", "systemd-sysv", "udev", "linux-image-cloud-amd64", "initramfs-tools",
             "libqt5core5a", "libqt5sql5", "libqt5xml5", "libqt5sql5-sqlite", "libsqlite3-0",
             "bubblewrap", "sqlite3")

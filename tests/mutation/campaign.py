@@ -39,8 +39,8 @@ SURVIVORS = HERE / "survivors.txt"
 # Tests of the source text, of other programs and of the disk. They do not look for faults in the
 # program.
 OTHER_TESTS = "|".join((
-    "^(fuzz|guard)_", "^(format|shellcheck|flake8|clang_tidy|install|show_changes|faults|mutants"
-    "|catalogue|support|pages|units)$",
+    "^(fuzz|guard|verdict)_", "^(format|shellcheck|flake8|clang_tidy|install|show_changes|faults"
+    "|mutants|catalogue|support|pages|units|packages|man_pages|sqlite_page)$",
     *(f"^{path.stem}$" for path in (TESTS / "guard").glob("*_test.cpp"))))
 # Processor time of one process. A whole test gets twice that; tests set their own limits for the
 # programs that they start.

@@ -18,13 +18,13 @@ expect() {
 DESTDIR=$scratch/image cmake --install "$1" --prefix /usr >"$scratch/output"
 expect "the programs and what the guard knows of the other one are all that is installed" \
     "$(cd "$scratch/image" && find . -type f | sort)" \
-    "./usr/bin/database-migrator
-./usr/bin/migration-guard
-./usr/bin/schema-versions.json"
+    "./usr/lib/fieldcomputer/database-migrator
+./usr/lib/fieldcomputer/migration-guard
+./usr/lib/fieldcomputer/schema-versions.json"
 
 device=$scratch/device
 mkdir -p "$device/app/databases"
-"$root/tests/support/on_device.sh" "$device" "$scratch/image/usr/bin/database-migrator" 1
+"$root/tests/support/on_device.sh" "$device" "$scratch/image/usr/lib/fieldcomputer/database-migrator" 1
 expect "the installed program runs" \
     "$(grep Beginning "$device/app/databases/sqlMigrationErrorLog.txt")" \
     "*****Beginning database migration from version: 0 to version: 1"
@@ -32,7 +32,7 @@ expect "the installed program runs" \
 # The start-up step of an image: the guard beside the program, with the image's schema version.
 rm -r "$device/app/databases"/*
 # The sandbox has left an empty file where it mounted the program.
-cp --remove-destination "$scratch/image/usr/bin/"* "$device/app"
+cp --remove-destination "$scratch/image/usr/lib/fieldcomputer/"* "$device/app"
 newest=$(sed -n 's/^  "newest": \([0-9]*\),$/\1/p' "$device/app/schema-versions.json")
 sqlite3 -bail "$device/app/databases/my.db.sqlite" <"$root/tests/data/version_01.sql"
 export DEVICE_OPTIONS="--ro-bind /usr/bin/bwrap /usr/bin/bwrap"

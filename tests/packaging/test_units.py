@@ -17,7 +17,7 @@ def unit(request, tmp_path):
     guard.touch(mode=0o755)
     path = tmp_path / f"{request.param}.service"
     text = (UNITS / path.name).read_text() + (UNITS / "sandbox.conf").read_text()
-    path.write_text(text.replace("/opt/fieldcomputer/app/migration-guard", str(guard)))
+    path.write_text(text.replace("/usr/lib/fieldcomputer/migration-guard", str(guard)))
     return path
 
 

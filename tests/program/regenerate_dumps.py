@@ -8,7 +8,6 @@ The tests compare with these files: review every line that changes.
 """
 
 import concurrent.futures
-import itertools
 import os
 import pathlib
 import sys
@@ -19,10 +18,8 @@ os.environ["DATABASE_MIGRATOR"] = str(pathlib.Path(sys.argv[1]).resolve())
 
 from dumps import departures
 from support.versions import NEWEST, VERSIONS, dump_of, file_of
-from walks import (WALKS, WALKS_AGAIN, WALKS_ON_TORVIKMAX, database_at, walk,
+from walks import (PAIRS, WALKS, WALKS_AGAIN, WALKS_ON_TORVIKMAX, database_at, walk,
                    walked_back_to_1)
-
-PAIRS = list(itertools.product(VERSIONS, VERSIONS))
 
 
 def by_key(function, keys):

@@ -8,36 +8,18 @@ from conftest import expected_log
 from dumps import departures
 from steps import INCOMPLETE_AGAIN, STEPS, STEPS_AGAIN
 from support.versions import NEWEST, VERSIONS, dump_of
-from walks import (PLATFORMS, SOFTWARE, WALKS, WALKS_ON_TORVIKMAX, Outcome, assert_same,
-                   departures_again, device_with, expected_of_walk, outcome_of, outcome_of_walk,
-                   version_rows, walk, walked_back_to_1)
+from walks import (PAIRS, PLATFORMS, SOFTWARE, Outcome, assert_same, departures_again, device_with,
+                   expected_of_walk, outcome_of, outcome_of_walk, sample_of_walks, version_rows,
+                   walk, walked_back_to_1)
 
 CAMPAIGN = "CAMPAIGN" in os.environ
-PAIRS = list(itertools.product(VERSIONS, VERSIONS))
 BEYOND = (-1, 0, NEWEST + 1, 40, 2147483647)
-
-
-def sample(departing):
-    """A few walks that together show every entry of a file of departures."""
-    entries = {pair: {number for number, (_, starts, ends, _) in enumerate(departing.entries)
-                      if starts[0] <= pair[0] <= starts[1] and ends[0] <= pair[1] <= ends[1]}
-               for pair in PAIRS}
-    result = []
-    while any(entries.values()):
-        best = max(PAIRS, key=lambda pair: len(entries[pair]))
-        result.append(best)
-        shown = entries[best]
-        entries = {pair: numbers - shown for pair, numbers in entries.items()}
-    return result
 
 
 def walks():
     if CAMPAIGN:
         return [(*pair, platform) for platform in PLATFORMS for pair in PAIRS]
-    ordinary = [*sample(WALKS), (1, 1), (6, 5), (10, 25), (17, 17), (24, 26), (33, NEWEST)]
-    on_torvikmax = [*sample(WALKS_ON_TORVIKMAX), (10, 12), (24, 25), (25, 24), (NEWEST, 1)]
-    return [*dict.fromkeys([(*pair, "TORVIK") for pair in ordinary] +
-                           [(*pair, "TORVIKMAX") for pair in on_torvikmax])]
+    return sample_of_walks()
 
 
 @pytest.mark.parametrize("start, end, platform", walks())

@@ -4,15 +4,17 @@ import contextlib
 import dataclasses
 import difflib
 import functools
+import itertools
 
 import pytest
 from conftest import expected_log, scratch_device
 from dumps import Departures, departures, with_stand_ins
 from steps import ALWAYS_REAPPLIED, STEPS
-from support.versions import NEWEST, dump_of
+from support.versions import NEWEST, VERSIONS, dump_of
 
 SOFTWARE = "4.1.0"
 PLATFORMS = ("TORVIK", "TORVIKMAX")
+PAIRS = list(itertools.product(VERSIONS, VERSIONS))
 
 # How walks depart from the walk forward from version 1. The other two files say what differs from
 # the first: on a device with on-board ports, and on the way forward a second time.
@@ -57,17 +59,22 @@ def assert_same(actual, expected):
         pytest.fail(difference or "the texts have different ends", pytrace=False)
 
 
-def outcome_of(device, *arguments):
+def outcome_of(device, *arguments, options=""):
+    """What a run leaves; options: further options for bubblewrap."""
     device.log_file.unlink(missing_ok=True)
-    device.run(*arguments)
+    device.run(*arguments, options=options)
+    return left_on(device)
+
+
+def left_on(device):
     return Outcome(device.log(), with_stand_ins(device.dump()), device.versions(),
                    tuple(sorted(path.name for path in device.pool.iterdir())))
 
 
-def walk(database, target, platform="TORVIK"):
+def walk(database, target, platform="TORVIK", options=""):
     """One run of the program on a device with this database."""
     with device_with(database, platform) as device:
-        return outcome_of(device, str(target))
+        return outcome_of(device, str(target), options=options)
 
 
 @functools.cache
@@ -119,10 +126,36 @@ def overridden(usual, special):
     return {table: difference for table, difference in {**usual, **special}.items() if difference}
 
 
-def outcome_of_walk(start, target, platform="TORVIK"):
+def outcome_of_walk(start, target, platform="TORVIK", options=""):
     """What the program leaves after this walk, as one text."""
-    outcome = walk(database_at(start, platform), target, platform)
+    return as_departures(walk(database_at(start, platform), target, platform, options), target)
+
+
+def as_departures(outcome, target):
+    """An outcome as one text, with what departs from the dump of the version that it reaches."""
     return outcome.as_text(departures(dump_of(reached(target)), outcome.dump))
+
+
+def sample_of_walks():
+    """Some walks (start, end, platform) that together show every departure."""
+    ordinary = [*showing(WALKS), (1, 1), (6, 5), (10, 25), (17, 17), (24, 26), (33, NEWEST)]
+    on_torvikmax = [*showing(WALKS_ON_TORVIKMAX), (10, 12), (24, 25), (25, 24), (NEWEST, 1)]
+    return [*dict.fromkeys([(*pair, "TORVIK") for pair in ordinary] +
+                           [(*pair, "TORVIKMAX") for pair in on_torvikmax])]
+
+
+def showing(departing):
+    """A few walks that together show every entry of a file of departures."""
+    entries = {pair: {number for number, (_, starts, ends, _) in enumerate(departing.entries)
+                      if starts[0] <= pair[0] <= starts[1] and ends[0] <= pair[1] <= ends[1]}
+               for pair in PAIRS}
+    result = []
+    while any(entries.values()):
+        best = max(PAIRS, key=lambda pair: len(entries[pair]))
+        result.append(best)
+        shown = entries[best]
+        entries = {pair: numbers - shown for pair, numbers in entries.items()}
+    return result
 
 
 def expected_of_walk(start, target, platform="TORVIK"):

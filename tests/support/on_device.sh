@@ -8,7 +8,9 @@
 # afterwards. A program in the device's app/ runs in its place, any other one as if it were directly
 # in app/. DEVICE_LOCALE is the program's locale (default C), DEVICE_OPTIONS has further options for
 # bubblewrap, COVERAGE_DIRECTORY is a place that stays writable for counters. The sanitizers' options
-# reach the program, and so does CAMPAIGN, which makes tests try all their cases.
+# reach the program, and so does CAMPAIGN, which makes tests try all their cases. For a program of
+# another processor, DEVICE_EMULATOR is a static program that runs it, and DEVICE_SYSTEM the root
+# directory of a system with its libraries; the sandbox itself stays this machine's.
 set -eu
 
 device=$1 program=$(realpath "$2")
@@ -23,12 +25,19 @@ fi
 mkdir -p "$device/app" "$device/Harlo" "$device/etc/harlo" "$device/pool"
 device=$(realpath "$device")
 
+if [ -n "${DEVICE_SYSTEM:-}" ]; then
+    libraries=(--ro-bind "$DEVICE_SYSTEM/usr/lib" /usr/lib --symlink usr/lib /lib)
+else
+    libraries=(
+        --ro-bind /usr/lib /usr/lib --symlink usr/lib /lib
+        --ro-bind-try /usr/lib64 /usr/lib64 --symlink usr/lib64 /lib64
+        --ro-bind-try /etc/ld.so.cache /etc/ld.so.cache
+    )
+fi
 sandbox=(
     bwrap --die-with-parent --clearenv --setenv LC_ALL "${DEVICE_LOCALE:-C}" --setenv TZ UTC
     --setenv SCRATCH_DEVICE yes
-    --ro-bind /usr/lib /usr/lib --symlink usr/lib /lib
-    --ro-bind-try /usr/lib64 /usr/lib64 --symlink usr/lib64 /lib64
-    --ro-bind-try /etc/ld.so.cache /etc/ld.so.cache
+    "${libraries[@]}"
     --bind "$device/Harlo" /Harlo --bind "$device/etc/harlo" /etc/harlo
     --bind "$device/pool" /usr/bin/harlo/pool --bind "$device/app" /app
     --proc /proc --dev /dev --tmpfs /tmp --chdir /
@@ -47,9 +56,14 @@ done
 [ -z "${COVERAGE_DIRECTORY:-}" ] || sandbox+=(--bind "$COVERAGE_DIRECTORY" "$COVERAGE_DIRECTORY")
 # shellcheck disable=SC2206 # the options are words
 sandbox+=(${DEVICE_OPTIONS:-})
+start=("$program")
+if [ -n "${DEVICE_EMULATOR:-}" ]; then
+    sandbox+=(--ro-bind "$DEVICE_EMULATOR" /emulator)
+    start=(/emulator "$program")
+fi
 
 if [ -n "$scratch" ]; then
-    "${sandbox[@]}" "$program" "$@"
+    "${sandbox[@]}" "${start[@]}" "$@"
 else
-    exec "${sandbox[@]}" "$program" "$@"
+    exec "${sandbox[@]}" "${start[@]}" "$@"
 fi

@@ -22,13 +22,6 @@ void deleteJournal(void)
     }
 }
 
-void leaveProcess(void)
-{
-    if (isAsked("FAULT_LEAVES_PROCESS") && self == GUARD && fork() == 0) {
-        pause();
-    }
-}
-
 int fcntl64(int file, int command, ...)
 {
     va_list arguments;
@@ -39,6 +32,14 @@ int fcntl64(int file, int command, ...)
         return 0;
     }
     return NEXT(fcntl64)(file, command, argument);
+}
+
+/* As late as this: the guard ends the processes that it has. */
+__attribute__((destructor)) static void leaveProcess(void)
+{
+    if (isAsked("FAULT_LEAVES_PROCESS") && self == GUARD && fork() == 0) {
+        pause();
+    }
 }
 
 __attribute__((destructor)) static void renameOverDatabase(void)

@@ -167,5 +167,4 @@ __attribute__((constructor)) static void begin(void)
     }
     shared->processes[self] = getpid();
     deleteJournal();
-    leaveProcess();
 }

@@ -100,7 +100,6 @@ void recordOperation(
 void deleteJournal(void);
 
 /* FAULT_LEAVES_PROCESS. */
-void leaveProcess(void);
 
 /* Leaves only FAULT_FILL bytes where the program works. */
 void fillMemory(void);

@@ -1,0 +1,12 @@
+# Debian's cross compiler and, made by tools/make_sysroot.sh, Debian's libraries of this architecture.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
+set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
+set(place ../../build/sysroots/arm64)
+cmake_path(ABSOLUTE_PATH place BASE_DIRECTORY ${CMAKE_CURRENT_LIST_DIR} NORMALIZE)
+set(CMAKE_SYSROOT ${place})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)

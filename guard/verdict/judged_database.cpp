@@ -1,0 +1,131 @@
+#include "guard/verdict/judged_database.h"
+
+#include "guard/verdict/version_table.h"
+
+#include <QFileInfo>
+#include <QUrl>
+
+#include <algorithm>
+
+namespace
+{
+/// A row with more bytes is not read: its table counts as one that cannot be read.
+constexpr int largestRow = 64 * 1024 * 1024;
+
+// pragma_table_xinfo's mark of a computed column that is not stored.
+constexpr int computedColumn = 2;
+} // namespace
+
+QString immutableAddress(const QString &path)
+{
+    const QString absolute = QFileInfo(path).absoluteFilePath();
+    return QString::fromLatin1(QUrl::fromLocalFile(absolute).toEncoded() + "?immutable=1");
+}
+
+void distrustSchema(sqlite3 *connection)
+{
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+    // A column that is missing is no text.
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+    sqlite3_limit(connection, SQLITE_LIMIT_LENGTH, largestRow);
+}
+
+QByteArray quotedName(QByteArray name)
+{
+    return '"' + name.replace("\"", "\"\"") + '"';
+}
+
+QByteArray textAt(const SqliteStatement &statement, int column)
+{
+    const auto *text =
+        reinterpret_cast<const char *>(sqlite3_column_text(statement.handle(), column));
+    return QByteArray(text, sqlite3_column_bytes(statement.handle(), column));
+}
+
+int TableShape::indexOf(const QByteArray &column) const
+{
+    const QByteArray wanted = folded(column);
+    const auto found = std::find_if(columns.begin(), columns.end(), [&](const QByteArray &name) {
+        return folded(name) == wanted;
+    });
+    return found == columns.end() ? -1 : static_cast<int>(found - columns.begin());
+}
+
+JudgedDatabase::JudgedDatabase(const QString &path, WorkBudget &budget)
+{
+    m_connection.open(immutableAddress(path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+    sqlite3 *handle = m_connection.handle();
+    sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    distrustSchema(handle);
+    sqlite3_progress_handler(
+        handle,
+        WorkBudget::stride,
+        [](void *left) { return static_cast<WorkBudget *>(left)->spend() ? 0 : 1; },
+        &budget);
+    SqliteStatement encoding(m_connection, "PRAGMA encoding");
+    m_isUtf16 = encoding.step() && textAt(encoding, 0) != "UTF-8";
+    findComputedColumns();
+}
+
+std::optional<TableShape> JudgedDatabase::shape(const QByteArray &table) const
+{
+    SqliteStatement columns(
+        m_connection, "SELECT name, pk, hidden FROM pragma_table_xinfo(?) ORDER BY pk, cid");
+    sqlite3_bind_text(columns.handle(), 1, table.constData(), table.size(), SQLITE_STATIC);
+    TableShape shape;
+    while (columns.step()) {
+        if (sqlite3_column_int(columns.handle(), 2) == computedColumn) {
+            continue;
+        }
+        shape.columns << textAt(columns, 0);
+        if (sqlite3_column_int(columns.handle(), 1) > 0) {
+            shape.key << textAt(columns, 0);
+        }
+    }
+    if (columns.result() != SQLITE_DONE || shape.columns.isEmpty()) {
+        return std::nullopt;
+    }
+    const QByteArray from = " FROM " + quotedName(table) + " NOT INDEXED";
+    for (const char *name : {"rowid", "_rowid_", "oid"}) {
+        if (shape.indexOf(name) < 0 && canPrepare("SELECT " + QByteArray(name) + from)) {
+            shape.rowid = name;
+            break;
+        }
+    }
+    if (!canPrepare("SELECT 1" + from)) {
+        return std::nullopt;
+    }
+    return shape;
+}
+
+bool JudgedDatabase::canPrepare(const QByteArray &sql) const
+{
+    return SqliteStatement(m_connection, sql).result() == SQLITE_OK;
+}
+
+void JudgedDatabase::findComputedColumns()
+{
+    {
+        SqliteStatement columns(
+            m_connection,
+            "SELECT t.name, c.name FROM sqlite_schema t, pragma_table_xinfo(t.name) c "
+            "WHERE t.type = 'table' AND c.hidden = 2");
+        while (columns.step()) {
+            m_computedColumns.insert({folded(textAt(columns, 0)), folded(textAt(columns, 1))});
+        }
+    }
+    if (!m_computedColumns.isEmpty()) {
+        sqlite3_set_authorizer(m_connection.handle(), authorize, this);
+    }
+}
+
+int JudgedDatabase::authorize(
+    void *database, int action, const char *first, const char *second, const char *, const char *)
+{
+    const auto *self = static_cast<const JudgedDatabase *>(database);
+    const bool computes =
+        action == SQLITE_READ && self->m_computedColumns.contains({folded(first), folded(second)});
+    return computes ? SQLITE_DENY : SQLITE_OK;
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "guard/verdict/judged_database.h"
+#include "guard/verdict/version_table.h"
+
+#include <QHash>
+#include <QSet>
+
+/// A copy of the database of before with the repairs that a run makes before it walks: rows that
+/// break foreign keys go, then those that the table of versions names for every run, each with what
+/// SQLite takes along. Triggers do not run in it.
+class RepairedCopy
+{
+public:
+    /// @param before is copied when there is something to repair
+    /// @param directory where the copy is made; it is removed with this object
+    RepairedCopy(
+        const JudgedDatabase &before, const QString &path, const QString &directory,
+        const VersionTable::EveryRun &everyRun, WorkBudget &budget);
+    ~RepairedCopy();
+    Q_DISABLE_COPY(RepairedCopy)
+
+    /// @return whether there was something to repair; without that there is no copy
+    bool isMade() const { return m_isMade; }
+
+    const QString &path() const { return m_path; }
+
+    /// What the repairs have touched in a table with row ids.
+    struct TouchedTable {
+        QSet<qint64> orphans; ///< row ids of the rows that went in the second repair
+        bool hasLostRows = false;
+    };
+
+    /// By folded name. A table without row ids is not among them.
+    const QHash<QByteArray, TouchedTable> &touched() const { return m_touched; }
+
+private:
+    void removeViolations();
+    void dropIndexesThatCompute();
+    static void noteChange(
+        void *copy, int operation, const char *, const char *table, sqlite3_int64 rowid);
+
+    SqliteConnection m_connection;
+    QString m_path;
+    bool m_isMade = false;
+    bool m_removesOrphans = false;
+    QHash<QByteArray, TouchedTable> m_touched;
+};

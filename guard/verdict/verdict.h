@@ -1,0 +1,65 @@
+#pragma once
+
+#include "guard/comparison.h"
+#include "guard/verdict/finding.h"
+#include "guard/verdict/table_judgement.h"
+#include "guard/verdict/version_table.h"
+
+#include <QStringList>
+
+#include <optional>
+
+/// A run whose result is to be judged.
+struct RunToJudge {
+    QString before;          ///< path of the database before, at rest
+    QString after;           ///< path of the database after, at rest
+    std::optional<int> from; ///< recorded versions, nothing when the database records none
+    std::optional<int> to;
+    int target = 0;
+    QByteArray log;               ///< what the run has logged
+    QByteArray platform;          ///< the first line of the device's platform file
+    QVector<QByteArray> scripts;  ///< the texts of the reference-data scripts
+    QByteArrayList acceptedCodes; ///< findings with these codes do not count
+    QString scratchDirectory;     ///< has room for a copy of the database of before
+};
+
+/// What there is to say about a run.
+struct Verdict {
+    std::optional<int> from;
+    std::optional<int> to;
+    int target = 0;
+    QVector<Finding> findings;    ///< those that count first
+    QVector<TableNumbers> tables; ///< those that differ and could be read
+    QVector<int> unknownVersions; ///< steps of the run that the table of versions does not know
+
+    /// @return how many findings somebody has to look at
+    int counting() const;
+
+    /// @return a sentence for every finding that counts
+    QStringList lines() const;
+
+    /// docs/findings.md describes the format.
+    /// @param withRows whether the keys, names and values of rows may be in it
+    QJsonObject toJson(bool withRows) const;
+};
+
+/// Judges a run: compares the databases of before and after, and reads the log.
+///
+/// Reads only, but for a copy in the scratch directory. No trigger, view or computed column of the
+/// databases is evaluated; the only expressions are those of the table of versions.
+///
+/// Time: bounded by the sizes of both files. Memory: both schemas, one row of each file, 32 MiB of
+/// rows that findings are about, and 2 MB for sorting; rows beyond 64 MiB are not read.
+///
+/// @param differences of the two databases, as compareDatabases() tells them
+Verdict judge(
+    const RunToJudge &run, const DatabaseDifferences &differences, const VersionTable &versions);
+
+/// Findings about runs that have not come to a result that could be judged.
+namespace findings
+{
+/// @param reason the guard's code for it, such as "no-bubblewrap"
+Finding direct(const QByteArray &reason);
+Finding newerThanProgram(int recorded, int newest);
+Finding libraryUnfit();
+} // namespace findings

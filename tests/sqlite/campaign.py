@@ -1,0 +1,191 @@
+#!/usr/bin/python3
+"""Runs the program and its guard with other SQLite libraries, and tells which walks end differently
+than with Debian 12's own.
+
+    campaign.py [--minutes M] [--document]
+
+The libraries are built from sources that npm packages carry, which are fetched once (libraries.py).
+Answers and libraries are kept in build/sqlite/; a campaign goes on where the last one stopped, and
+tries again what a change of the program, of its guard or of the expected walks concerns. --document
+writes the tables of docs/sqlite.md from the answers. It needs the network, and npm besides what
+./test.sh needs.
+"""
+
+import itertools
+import os
+import pathlib
+import re
+import subprocess
+import sys
+from concurrent.futures import ThreadPoolExecutor, as_completed
+
+HERE = pathlib.Path(__file__).resolve().parent
+sys.path[:0] = [str(HERE.parent), str(HERE.parent / "program")]
+ROOT = HERE.parent.parent
+# What is imported next takes the program from here.
+os.environ["DATABASE_MIGRATOR"] = str(ROOT / "build" / "release" / "database-migrator")
+
+import trials
+from libraries import FIRST_WITH_DQS, PACKAGES, REFERENCE, Library, as_numbers, libraries
+from support.campaign import Campaign, fingerprint, parser
+from support.places import DATA, product_sources
+from support.versions import NEWEST
+
+PAGE = ROOT / "docs" / "sqlite.md"
+GENERATED = re.compile(r"(?<=<!-- tests/sqlite/campaign.py writes these tables -->\n).*?"
+                       r"(?=<!-- the end of the tables -->\n)", re.DOTALL)
+# With it a rename does what it did before 3.25.
+LEGACY = "SQLITE_DEFAULT_LEGACY_ALTER_TABLE"
+KINDS = {"walk": trials.try_walk, "guarded": trials.try_guarded, "planted": trials.try_planted}
+
+
+def build():
+    for command in (["--preset", "release"], ["--build", "--preset", "release"]):
+        subprocess.run(["cmake", *command], cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
+
+
+def what_counts():
+    """A fingerprint of what decides how a walk ends, but for the library."""
+    return fingerprint(*product_sources(), ROOT / "guard", DATA, HERE / "trials.py",
+                       *(ROOT / "tests" / "program" / name for name in
+                         ("conftest.py", "dumps.py", "steps.py", "walks.py")))
+
+
+class Trials:
+    """The answers, by library, kind and case."""
+
+    def __init__(self, campaign):
+        self.campaign = campaign
+        self.of = what_counts()
+
+    def answer(self, library, kind, *case):
+        return self.campaign.answer([self.of, str(library), kind, *case])
+
+    @staticmethod
+    def cases(library):
+        for walk in trials.walks():
+            yield ("walk", *walk)
+        for walk in trials.GUARDED:
+            yield ("guarded", *walk)
+        if library.option in ("", LEGACY):
+            for case in trials.PLANTED:
+                yield ("planted", case)
+
+    def is_complete(self, library):
+        return all(self.answer(library, *case) for case in self.cases(library))
+
+    def go_on(self, library):
+        missing = [case for case in self.cases(library) if self.answer(library, *case) is None]
+        if not missing:
+            return
+        folder = library.build(self.campaign.folder)
+        if trials.loaded_version(folder) != library.version:
+            sys.exit(f"{library} was not loaded")
+
+        def try_case(case):
+            kind, *rest = case
+            return None if self.campaign.is_over() else KINDS[kind](folder, *rest)
+
+        with ThreadPoolExecutor(os.cpu_count()) as pool:
+            futures = {pool.submit(try_case, case): case for case in missing}
+            for future in as_completed(futures):
+                if future.result() is not None:
+                    self.campaign.note([self.of, str(library), *futures[future]], future.result())
+
+    def different(self, library, kind):
+        """The answers of a kind that are none of an equal end, by case."""
+        answers = {case: self.answer(library, *case) for case in self.cases(library)
+                   if case[0] == kind}
+        return {case: found for case, found in answers.items()
+                if found and not trials.is_none(found)}
+
+    def figures(self, library, kind):
+        """How many walks of a kind ended equally; what differs in the others."""
+        tried = [case for case in self.cases(library)
+                 if case[0] == kind and self.answer(library, *case)]
+        found = self.different(library, kind).values()
+        text = f"{len(tried) - len(found)} of {len(tried)} equal"
+        failed = sorted({version for one in found for version in trials.failed_versions(one)})
+        tables = sorted({"tableVersion" if name == "versions" else name
+                         for one in found for name in one["differs"]})
+        return "; ".join([
+            text, *([f"version {', '.join(map(str, failed))} fails"] if failed else []),
+            *([f"`{'`, `'.join(tables)}`"] if tables else [])])
+
+
+def table(headings, rows):
+    lines = [headings, ["---"] * len(headings), *rows]
+    return "".join(f"| {' | '.join(line)} |\n" for line in lines)
+
+
+def table_of_libraries(found):
+    rows = []
+    for version in PACKAGES:
+        refusing = Library(version, "SQLITE_DQS=0")
+        rows.append([
+            version, *(found.figures(Library(version), kind) for kind in ("walk", "guarded")),
+            found.figures(refusing, "walk") if as_numbers(version) >= FIRST_WITH_DQS
+            else "no such option"])
+    return table(["SQLite", "walks", "guarded walks", "walks with SQLITE_DQS=0"], rows)
+
+
+def table_of_options(found):
+    rows = [[library.option, found.figures(library, "walk"), found.figures(library, "guarded")]
+            for library in libraries() if library.version == REFERENCE and library.option]
+    return table([f"{REFERENCE} with", "walks", "guarded walks"], rows)
+
+
+def table_of_planted(found):
+    rows = []
+    for case in trials.PLANTED:
+        outcomes = {version: planted_outcome(found.answer(Library(version), "planted", case))
+                    for version in PACKAGES}
+        for outcome, group in itertools.groupby(PACKAGES, outcomes.get):
+            first, *_, last = [*group] * 2
+            rows.append([case, f"{first} to {last}", *outcome])
+        library = Library(REFERENCE, LEGACY)
+        rows.append([case, f"{REFERENCE}, legacy",
+                     *planted_outcome(found.answer(library, "planted", case))])
+    return table(["in the database at version 1", "SQLite",
+                  f"versions that fail on the way to {NEWEST}", "it names at the end"], rows)
+
+
+def planted_outcome(found):
+    return (", ".join(map(str, trials.failed_versions(found))) or "none", f"`{found['names']}`")
+
+
+def document(found):
+    missing = [str(library) for library in libraries() if not found.is_complete(library)]
+    if missing:
+        sys.exit(f"Not tried yet: {', '.join(missing)}")
+    tables = "\n".join(make(found) for make in
+                       (table_of_libraries, table_of_options, table_of_planted))
+    page, replaced = GENERATED.subn(lambda _: f"\n{tables}\n", PAGE.read_text(encoding="utf-8"))
+    assert replaced == 1
+    PAGE.write_text(page, encoding="utf-8")
+
+
+def main():
+    options = parser(__doc__)
+    options.add_argument("--document", action="store_true")
+    arguments = options.parse_args()
+    campaign = Campaign("sqlite", arguments.minutes)
+    found = Trials(campaign)
+    if arguments.document:
+        return document(found)
+    build()
+    unexpected = 0
+    for library in libraries():
+        if not campaign.is_over():
+            found.go_on(library)
+        figures = {kind: found.figures(library, kind) for kind in ("walk", "guarded")}
+        print(f"{str(library):22} walks: {figures['walk']}; guarded: {figures['guarded']}",
+              flush=True)
+        if not library.option:
+            unexpected += len(found.different(library, "walk"))
+            unexpected += len(found.different(library, "guarded"))
+    return unexpected > 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

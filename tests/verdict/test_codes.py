@@ -1,0 +1,394 @@
+"""Each code, provoked: databases of a few rows before and after, and what the verdict says."""
+
+import json
+import re
+import sqlite3
+from contextlib import closing
+
+import pytest
+from runs_to_judge import VERSIONS_FILE, Judge
+from support.places import scratch_directory
+
+VERSION = ("CREATE TABLE tableVersion "
+           "(tableName TEXT PRIMARY KEY, version INTEGER, MirelVersion TEXT);")
+FIELDS = ("CREATE TABLE fields (id INTEGER PRIMARY KEY, displayName TEXT, area REAL);"
+          "INSERT INTO fields VALUES (1, 'North', 1.5), (2, 'South', 2.5), (3, 'Südhang', 3.5);")
+OPENING = "\n*****Beginning database migration from version: {} to version: {}\n"
+CLOSING = "\n*****Updating version in DB to: {} with software version: 4.2.0\n"
+
+# A table of versions of its own: 2 takes rows, 3 values, 4 a column, 5 a table; 6 renames; 7 takes
+# what may be missing, 8 may give any value.
+TABLE = {
+    "format": 1, "newest": 9,
+    "everyRun": {
+        "rows": [{"table": "orphans", "rows": "parent NOT IN (SELECT id FROM parents)"}],
+        "names": {"fields": "displayName"},
+        "values": {"tableVersion": ["version", "MirelVersion"]}},
+    "versions": {
+        "2": {"forward": {"fields": {"rows": "area < 2"}}, "backward": {}},
+        "3": {"forward": {"FIELDS": {"values": {"Area": {"becomes": "round(area)"}}}},
+              "backward": {"fields": {"values": {"area": {"becomes": "area", "within": 0.1}}}}},
+        "4": {"forward": {"fields": {"columnsDropped": ["area"]}}, "backward": {}},
+        "5": {"forward": {"fields": {"dropped": True}}, "backward": {}},
+        "6": {"forward": {"fields": {"renamed": "plots", "columnsRenamed": {"area": "size"}}},
+              "backward": {"plots": {"renamed": "fields"}}},
+        "7": {"forward": {"systemFiles": {"dropped": True}}, "backward": {}},
+        "8": {"forward": {"fields": {"values": {"area": {"any": "id = 2"}}}}, "backward": {}}}}
+
+
+def log_of(source, target, *lines, reached=None):
+    steps = [f"Migration to version {version} was successful.\n"
+             for version in range(source + 1, target + 1)]
+    return (OPENING.format(source, target) + "".join(lines or steps)
+            + CLOSING.format(reached or target))
+
+
+class Bench:
+    def __init__(self, folder, judge):
+        self.folder, self.judge = folder, judge
+        self.request = {}
+
+    def verdict(self, before, after, source=1, target=1, log=None, reached=None, table=None,
+                scripts=(), **others):
+        """before, after: statements; after=None repeats those of before."""
+        paths = {}
+        for name, statements in (("before", before), ("after", before if after is None
+                                                      else after)):
+            paths[name] = self.folder / f"{name}.sqlite"
+            paths[name].unlink(missing_ok=True)
+            if isinstance(statements, bytes):
+                paths[name].write_bytes(statements)
+                continue
+            with closing(sqlite3.connect(paths[name])) as database:
+                database.executescript(VERSION + statements)
+        for name, content in (("log", log or log_of(source, target)),
+                              ("versions", json.dumps(table or TABLE))):
+            paths[name] = self.folder / name
+            paths[name].write_text(content, encoding="utf-8")
+        places = []
+        for number, script in enumerate(scripts):
+            places.append(str(self.folder / f"script{number}"))
+            (self.folder / f"script{number}").write_text(script, encoding="utf-8")
+        self.request = {
+            **{name: str(path) for name, path in paths.items()}, "from": source,
+            "to": target if reached is None else reached, "target": target,
+            "platform": "TORVIK", "scratch": str(self.folder), "scripts": places, **others}
+        return self.judge.verdict(self.request)
+
+    def findings(self, *arguments, **options):
+        return [(finding["code"], finding["onPurpose"], finding["numbers"].get("rows"),
+                 finding["before"], finding["counts"])
+                for finding in self.verdict(*arguments, **options)["findings"]]
+
+
+@pytest.fixture(scope="module")
+def bench():
+    with scratch_directory() as folder, Judge() as judge:
+        yield Bench(folder, judge)
+
+
+def test_a_run_with_nothing_to_say(bench):
+    verdict = bench.verdict(FIELDS, None)
+    assert verdict["findings"] == [] and verdict["counting"] == 0 and verdict["lines"] == []
+
+
+def test_rows_lost(bench):
+    verdict = bench.verdict(FIELDS, FIELDS + "DELETE FROM fields WHERE id = 3")
+    assert verdict["findings"] == [{
+        "code": "rows-lost:fields", "kind": "rows-lost", "object": "fields",
+        "numbers": {"rows": 1, "rowsBefore": 3, "rowsAfter": 2},
+        "sentence": "1 row of fields was lost: look at before-migration.sqlite",
+        "before": False, "onPurpose": None, "accepted": False, "counts": True,
+        "rows": [{"table": "fields", "key": "3"}], "hasAllRows": True}]
+    assert verdict["tables"] == [{
+        "table": "fields", "rowsBefore": 3, "rowsAfter": 2, "rowsGone": 1, "rowsNew": 0}]
+    assert verdict["lines"] == ["1 row of fields was lost: look at before-migration.sqlite"]
+
+
+def test_rows_that_a_version_takes_and_one_more(bench):
+    after = FIELDS + "DELETE FROM fields WHERE id IN (1, 3)"
+    assert bench.findings(FIELDS, after, target=2) == [
+        ("rows-lost:fields", None, 1, False, True), ("rows-lost:fields", 2, 1, False, False)]
+
+
+def test_rows_that_an_unknown_version_may_have_taken(bench):
+    verdict = bench.verdict(FIELDS, FIELDS + "DELETE FROM fields WHERE id = 3", source=8, target=9)
+    assert verdict["unknownVersions"] == [9]
+    assert [(finding["onPurpose"], finding["counts"]) for finding in verdict["findings"]] == [
+        ("unknown", False)]
+
+
+@pytest.mark.parametrize("table", [{"newest": 9}, {**TABLE, "format": 2}], ids=str)
+def test_a_table_of_versions_that_says_nothing(bench, table):
+    after = FIELDS + "DELETE FROM fields WHERE id = 1"
+    assert bench.findings(FIELDS, after, target=2, table=table) == [
+        ("rows-lost:fields", "unknown", 1, False, False)]
+
+
+def test_rows_that_a_script_may_have_taken(bench):
+    after = FIELDS + "DELETE FROM fields WHERE id = 3; UPDATE fields SET area = 7"
+    taken = [("rows-lost:fields", "script", 1, False, False),
+             ("values-lost:fields.area", "script", 2, False, False)]
+    assert bench.findings(FIELDS, after, scripts=["DELETE FROM Fields\n WHERE id = 3;"]) == taken
+    assert [purpose for _, purpose, *_ in bench.findings(
+        FIELDS, after, scripts=["INSERT INTO fields VALUES (9, 'x', 1); DELETE FROM farms"])] == [
+            None, None]
+
+
+def test_values_lost(bench):
+    after = FIELDS + "UPDATE fields SET area = round(area); UPDATE fields SET area = 7 WHERE id = 1"
+    assert bench.findings(FIELDS, after, source=2, target=3) == [
+        ("values-lost:fields.area", None, 1, False, True),
+        ("values-lost:fields.area", 3, 2, False, False)]
+
+
+@pytest.mark.parametrize("value, differs", [
+    ("1", True), ("1.0", False), ("'1.0'", True), ("x'31'", True), ("NULL", True)])
+def test_values_differ_by_class_and_bytes(bench, value, differs):
+    table = "CREATE TABLE t (id INTEGER PRIMARY KEY, a); INSERT INTO t VALUES (1, {});"
+    assert bool(bench.findings(table.format("1.0"), table.format(value))) == differs
+
+
+def test_values_that_may_differ_a_little(bench):
+    after = FIELDS + ("UPDATE fields SET area = area * 1.05 WHERE id = 1;"
+                      "UPDATE fields SET area = area * 1.2 WHERE id = 2")
+    assert bench.findings(FIELDS, after, source=3, target=2) == [
+        ("values-lost:fields.area", None, 1, False, True),
+        ("values-lost:fields.area", 3, 1, False, False)]
+
+
+def test_values_that_may_be_any(bench):
+    after = FIELDS + "UPDATE fields SET area = 77 WHERE id < 3"
+    assert bench.findings(FIELDS, after, source=7, target=8) == [
+        ("values-lost:fields.area", None, 1, False, True),
+        ("values-lost:fields.area", 8, 1, False, False)]
+
+
+def test_column_lost(bench):
+    before = FIELDS + "UPDATE fields SET area = NULL WHERE id = 1;"
+    after = before + "ALTER TABLE fields DROP COLUMN area"
+    assert bench.findings(before, after) == [("column-lost:fields.area", None, 2, False, True)]
+    assert bench.findings(before, after, source=3, target=4) == [
+        ("column-lost:fields.area", 4, 2, False, False)]
+
+
+def test_table_lost(bench):
+    assert bench.findings(FIELDS, "") == [("table-lost:fields", None, 3, False, True)]
+    assert bench.findings(FIELDS, "", source=4, target=5) == [
+        ("table-lost:fields", 5, 3, False, False)]
+
+
+def test_a_table_with_another_name(bench):
+    renamed = "ALTER TABLE fields RENAME TO plots; ALTER TABLE plots RENAME COLUMN area TO size;"
+    assert bench.findings(FIELDS, FIELDS + renamed, source=5, target=6) == []
+    after = FIELDS + renamed + "DELETE FROM plots WHERE id = 2; UPDATE plots SET size = 9"
+    assert bench.findings(FIELDS, after, source=5, target=6) == [
+        ("rows-lost:fields", None, 1, False, True),
+        ("values-lost:fields.area", None, 2, False, True)]
+
+
+def test_left_behind(bench):
+    copy = "CREATE TABLE fields_temp AS SELECT * FROM fields WHERE id < 3;"
+    other = "CREATE TABLE air_temp (a);"
+    assert bench.findings(FIELDS + other, FIELDS + other + copy) == [
+        ("left-behind:fields_temp", None, 2, False, True)]
+    more = "INSERT INTO fields VALUES (4, 'x', 1)"
+    assert bench.findings(FIELDS + copy, FIELDS + copy + more) == [
+        ("left-behind:fields_temp", None, 2, True, False)]
+
+
+def test_damaged(bench):
+    bench.verdict(FIELDS, None)
+    sound = (bench.folder / "before.sqlite").read_bytes()
+    page = sound.rfind("Südhang".encode()) // 4096 * 4096
+    broken = sound[:page + 3] + b"\0\2" + sound[page + 5:]
+    assert [(code, before, counts) for code, _, _, before, counts in
+            bench.findings(sound, broken)][0] == ("damaged", False, True)
+    worse = broken.replace(b"North", b"Worth")
+    assert ("damaged", None, None, True, False) in bench.findings(broken, worse)
+
+
+def test_unreadable(bench):
+    bench.verdict(FIELDS, None)
+    sound = (bench.folder / "before.sqlite").read_bytes()
+    page = sound.rfind("Südhang".encode()) // 4096 * 4096
+    broken = sound[:page] + b"\7" + sound[page + 1:]
+    assert ("unreadable:fields", None, None, False, True) in bench.findings(sound, broken)
+    assert ("unreadable:fields", None, None, True, False) in bench.findings(broken, sound)
+    cut = sound[:100] + b"\7" + sound[101:]
+    assert bench.findings(sound, cut) == [("unreadable", None, None, False, True)]
+    assert bench.findings(cut, sound) == [("unreadable", None, None, True, False)]
+
+
+CHILDREN = ("CREATE TABLE parents (id INTEGER PRIMARY KEY); INSERT INTO parents VALUES (1);"
+            "CREATE TABLE switches (id INTEGER PRIMARY KEY, parent REFERENCES parents (id));"
+            "CREATE TABLE lamps (id INTEGER PRIMARY KEY, switch REFERENCES switches (id) "
+            "ON DELETE CASCADE, other REFERENCES switches (id) ON DELETE SET NULL);"
+            "INSERT INTO switches VALUES (1, 1), (2, 7), (3, 8);"
+            "INSERT INTO lamps VALUES (1, 1, 2), (2, 2, NULL), (3, 1, 1);")
+
+
+def test_violations_removed(bench):
+    after = CHILDREN + ("DELETE FROM switches WHERE id > 1; DELETE FROM lamps WHERE id = 2;"
+                        "UPDATE lamps SET other = NULL WHERE id = 1;")
+    removed = [("violations-removed:lamps", None, 1, False, False),
+               ("violations-removed:switches", None, 2, False, False)]
+    assert bench.findings(CHILDREN, after) == removed
+    assert bench.findings(CHILDREN, after + "DELETE FROM lamps WHERE id = 3") == [
+        ("rows-lost:lamps", None, 1, False, True), *removed]
+
+
+def test_a_violation_that_could_not_be_removed(bench):
+    after = CHILDREN + "DELETE FROM switches WHERE id = 2; DELETE FROM lamps WHERE id = 2"
+    assert ("violations-removed:switches", None, 1, False, False) in bench.findings(CHILDREN, after)
+
+
+def test_orphans_removed(bench):
+    orphans = ("CREATE TABLE parents (id INTEGER PRIMARY KEY); INSERT INTO parents VALUES (1);"
+               "CREATE TABLE orphans (id INTEGER PRIMARY KEY, parent);"
+               "INSERT INTO orphans VALUES (1, 1), (2, 2), (3, 3);")
+    assert bench.findings(orphans, orphans + "DELETE FROM orphans WHERE id > 1") == [
+        ("orphans-removed", None, 2, False, False)]
+    assert bench.findings(orphans, orphans + "DELETE FROM orphans") == [
+        ("rows-lost:orphans", None, 1, False, True), ("orphans-removed", None, 2, False, False)]
+
+
+def test_no_trigger_view_or_computed_column_is_evaluated(bench):
+    hostile = ("CREATE TABLE fields (id INTEGER PRIMARY KEY, displayName, "
+               "area AS (1));"
+               "INSERT INTO fields (id) VALUES (1), (2);"
+               "CREATE TABLE parents (id INTEGER PRIMARY KEY);"
+               "CREATE TABLE orphans (id INTEGER PRIMARY KEY, parent REFERENCES parents (id));"
+               "INSERT INTO orphans VALUES (1, 1);"
+               "CREATE TRIGGER t BEFORE DELETE ON orphans BEGIN SELECT RAISE(ABORT, 'no'); END;"
+               "CREATE VIEW systemFiles AS SELECT * FROM no_table;")
+    after = hostile + "DROP TRIGGER t; DELETE FROM orphans; DELETE FROM fields WHERE id = 2"
+    assert bench.findings(hostile, after, target=2) == [
+        ("rows-lost:fields", None, 1, False, True),
+        ("violations-removed:orphans", None, 1, False, False)]
+
+
+def test_renamed(bench):
+    after = FIELDS + ("UPDATE fields SET displayName = 'North_2' WHERE id = 1;"
+                      "UPDATE fields SET displayName = 'SOUTH_2_13' WHERE id = 2;"
+                      "UPDATE fields SET displayName = 'Südhang_' WHERE id = 3")
+    assert bench.findings(FIELDS, after) == [
+        ("values-lost:fields.displayName", None, 1, False, True),
+        ("renamed:fields", None, 2, False, False)]
+    assert bench.verdict(FIELDS, after)["findings"][1]["rows"][0] == {
+        "table": "fields", "key": "1", "before": "'North'", "after": "'North_2'"}
+
+
+def test_what_the_program_writes_itself(bench):
+    before = "INSERT INTO tableVersion VALUES ('mainSqlDb', 1, 'a');"
+    after = before + "UPDATE tableVersion SET version = 2, MirelVersion = 'b'"
+    assert bench.findings(before, after) == []
+    assert bench.findings(before, before + "DELETE FROM tableVersion") == [
+        ("rows-lost:tableVersion", None, 1, False, True)]
+
+
+def test_target_missed(bench):
+    log = log_of(1, 2, "Migration to version 2 FAILED!\n", reached=1)
+    assert bench.findings(FIELDS, None, target=2, reached=1, log=log) == [
+        ("target-missed:1", None, None, False, True), ("step-failed:2", None, None, False, True)]
+    bench.verdict(FIELDS, None, target=2, reached=1, log=log)
+    verdict = bench.judge.verdict({**bench.request, "from": None, "to": None})
+    assert verdict["findings"][0]["code"] == "target-missed:none"
+    assert verdict["lines"][0] == "the database is at no version, not at version 2"
+
+
+@pytest.mark.parametrize("source, target, lines, failed", [
+    (24, 26, ["Migration to version 25 was successful.\n", "Migration to version 26 FAILED!\n"],
+     {26: True}),
+    (24, 26, ["Migration to version 26 was successful.\n"], {25: True}),
+    (31, 32, ["The ALTER TABLE RENAME query in updateToVersion32() failed!  The query error was: x"
+              "\n", "Migration to version 32 failed\n"], {32: True}),
+    (5, 6, ["DatabaseMigrator::addColumn - Failed to add column named isoNodeName to a\n",
+            "DatabaseMigrator::addColumn - duplicate column name\n",
+            "Database migration to version 6 completed successfully!\n"], {6: True}),
+    (26, 24, ["Reverting from version 26 FAILED!!\n"], {26: True}),
+    (26, 23, ["Failed to revert from version 24 to 23\n"], {24: True}),
+    (26, 23, ["Error while reverting to version 24. Error was: x\n"], {25: True}),
+    (26, 20, ["Failed to create preferredGpsSolutions table.\n"], {21: True}),
+    (30, 28, ["Could not rename table back to reverseSenseSettings while\n"], {29: True}),
+    (24, 22, ["DatabaseMigrator::dropColumnSaveParameters - Failed to drop column named modified"
+              " to PC_Mix\n"], {23: True}),
+    (24, 22, ["DatabaseMigrator::setColumnValue - Failed to set column named unit to 0\n"],
+     {23: True}),
+    (24, 22, ["DatabaseMigrator::addColumn - Failed to add column named a to b\n"],
+     {"unknown": True}),
+    (22, 22, ["Corruption detected: applying update to db for version 21\n",
+              "updateToVersion21 - Failed to select entries from preferredGpsSolutions\n",
+              "Migration to version 21 FAILED!\n"], {21: False}),
+    (24, 22, ["Corruption detected: applying update to db for version 5\n",
+              "DatabaseMigrator::addColumn - Failed to add column named fence to c\n",
+              "DatabaseMigrator::dropColumnSaveParameters - Failed to drop column named modified"
+              " to PC_Mix\n"], {5: False, 23: True}),
+    (6, 7, ["\n"], {7: False}),
+], ids=str)
+def test_step_failed(bench, source, target, lines, failed):
+    """failed: the versions, and whether they count."""
+    table = json.loads(VERSIONS_FILE.read_text(encoding="utf-8"))
+    found = bench.verdict(FIELDS, None, source=source, target=target, table=table,
+                          log=log_of(source, target, *lines))["findings"]
+    assert {finding["object"]: finding["counts"] for finding in found
+            if finding["kind"] == "step-failed"} == {str(version): counts for version, counts
+                                                     in failed.items()}
+
+
+def test_what_a_step_needs_may_be_made_by_an_earlier_one(bench):
+    """20 fails although 12 has made what 19 takes: nothing was missing before."""
+    table = json.loads(VERSIONS_FILE.read_text(encoding="utf-8"))
+    before = "CREATE TABLE switchToSectionBridge (a);"
+    found = bench.findings(before, None, source=11, target=19, table=table, log=log_of(
+        11, 19, *(f"Migration to version {version} was successful.\n"
+                  for version in range(12, 19)), "Migration to version 19 FAILED!\n"))
+    assert ("step-failed:19", None, None, False, True) in found
+
+
+def test_reapplied(bench):
+    log = log_of(3, 3, "Corruption detected: applying update to db for version 2\n",
+                 "Migration to version 2 was successful.\n")
+    after = FIELDS + "DELETE FROM fields WHERE id = 1"
+    assert bench.findings(FIELDS, after, source=3, target=3, log=log) == [
+        ("reapplied:2", None, None, False, False), ("rows-lost:fields", 2, 1, False, False)]
+
+
+def test_accepted(bench):
+    after = FIELDS + "DELETE FROM fields WHERE id = 3"
+    verdict = bench.verdict(FIELDS, after, accept=["rows-lost:fields"])
+    assert verdict["counting"] == 0 and verdict["findings"][0]["accepted"]
+    for other in ("rows-lost", "rows-lost:Fields", "rows-lost:fields.area"):
+        assert bench.verdict(FIELDS, after, accept=[other])["counting"] == 1
+
+
+def test_words_of_users(bench):
+    mixes = "CREATE TABLE PC_Mix (id INTEGER PRIMARY KEY); INSERT INTO PC_Mix VALUES (1), (2);"
+    assert bench.verdict(mixes, mixes + "DELETE FROM PC_Mix")["lines"] == [
+        "2 rows of mixes were lost: look at before-migration.sqlite"]
+
+
+def test_without_rows_there_are_no_contents(bench):
+    secret = ("CREATE TABLE fields (id TEXT PRIMARY KEY, displayName TEXT, area REAL);"
+              "INSERT INTO fields VALUES ('secret key', 'secret name', 1), ('b', 'secret', 2);")
+    after = secret + ("DELETE FROM fields WHERE area = 1; UPDATE fields SET area = 99;"
+                      "UPDATE fields SET displayName = 'secret_2'")
+    full = bench.verdict(secret, after)
+    assert "secret key" in json.dumps(full) and "secret_2" in json.dumps(full)
+    short = json.dumps(bench.judge.verdict({**bench.request, "withoutRows": True}))
+    assert "secret" not in short and "99" not in short and str(bench.folder) not in short
+    assert '"rows": 1' in short
+
+
+@pytest.mark.parametrize("name", [
+    'a"b', "a'b; DROP TABLE x", "line\nbreak", "<b>&amp;", "\u202egnp",
+    pytest.param("x" * 1_000_000, id="long"), "ünï", "%1"])
+def test_codes_are_one_printable_word(bench, name):
+    quoted = '"' + name.replace('"', '""') + '"'
+    table = (f"CREATE TABLE {quoted} ({quoted} INTEGER PRIMARY KEY);"
+             f"INSERT INTO {quoted} VALUES (1);")
+    verdict = bench.verdict(table, table + f"DELETE FROM {quoted}")
+    finding, = verdict["findings"]
+    assert finding["kind"] == "rows-lost" and finding["numbers"]["rows"] == 1
+    assert re.fullmatch(r"rows-lost:[!-~]{1,80}", finding["code"])
+    assert len(finding["sentence"]) < 200 and finding["sentence"].isprintable()
