@@ -78,11 +78,14 @@ class Cases(cases.Cases):
         Each is an outcome, what was done, and what is different."""
         device.fill(files)
         copies = sorted(table.name for table in self.readings.read().tables.values()
-                        if COPY.match(table.name) and table.name in self.versions["copies"])
+                        if COPY.match(table.name))
+        unknown = [f"{name}: not in the table of versions" for name in copies
+                   if name not in self.versions["copies"]]
         alone = self.run_program()
         later = self.mend_and_run() if alone["copies"] or alone["outcome"] == "rows lost" else alone
         device.fill(files)
-        at_once = self.mend_and_run() if copies else alone
+        at_once = self.mend_and_run() if copies else dict(alone)
+        at_once["violations"] = [*at_once["violations"], *unknown]
         return {"copies": copies, "alone": alone, "mended later": later, "mended": at_once}
 
     def mend_and_run(self):

@@ -10,22 +10,22 @@ do not count. Needs the preset dev to be built.
 import os
 import signal
 import sys
-from collections import Counter, defaultdict
 from dataclasses import replace
 
 # First: it finds the folder of the shared package.
 from campaign import fingerprint, prepare, run_tasks, start_databases
+from mending_document import DOCUMENT, WAYS, Figures, by_step, causes, document, table
 from mended import KILL, KILL_IN_A_WRITE, POWER_CUT
 from subjects import BUILD, HERE, MIGRATOR
 from support.campaign import Campaign, parser
 from support.places import ROOT, TESTS
+from support.versions import NEWEST
 from workers import workers
 
 STATES_OF_A_TASK = 20
 OPERATIONS_OF_A_TASK = 2000
 KINDS = (KILL, KILL_IN_A_WRITE, POWER_CUT)
-WAYS = ("alone", "mended", "mended later")
-OUTCOMES = ("recovered", "copy left over", "rows lost", "other difference", "not sound")
+WALKS = (f"1 to {NEWEST}", f"{NEWEST} to 1", "1 to 4", "4 to 1")
 SCHEMA_VERSIONS = ROOT / "guard" / "schema-versions.json"
 MEND = BUILD / "tests" / "mend"
 
@@ -37,7 +37,9 @@ def files_of_mending(files, mend):
 MENDING = replace(
     MIGRATOR, module="mended", files=files_of_mending(MIGRATOR.files, MEND),
     sources=(*MIGRATOR.sources, SCHEMA_VERSIONS, TESTS / "guard" / "mend.cpp",
-             *(ROOT / "guard" / f"{name}.cpp" for name in ("known_copies", "mending", "row_key"))),
+             *(ROOT / "guard" / f"{name}.cpp" for name in (
+                 "known_copies", "mending", "recorded_version", "row_key",
+                 "verdict/version_table"))),
     judges=(*MIGRATOR.judges, HERE / "mended.py", TESTS / "support" / "kept_rows.py"))
 
 
@@ -55,61 +57,18 @@ def tasks(plan, names):
             yield {"kind": "states", "scenario": name, "numbers": (first, end, 1)}
 
 
-class Figures:
-    """How many kills and power cuts came to which end, by walk, step and way."""
-
-    def __init__(self, done):
-        states, self.cases = {}, defaultdict(Counter)
-        self.reasons, self.violations = defaultdict(Counter), set()
-        for task, answer in done:
-            if task["kind"] == "states":
-                states.update({(task["scenario"], place): state for place, state in answer})
-        for task, answer in done:
-            if task["kind"] != "states":
-                for place, step, number in answer:
-                    state = states.get((task["scenario"], place))
-                    if state:
-                        self._add(task["scenario"], step, state, number)
-
-    def _add(self, name, step, state, number):
-        ends = tuple(state[way]["outcome"] for way in WAYS)
-        self.cases[name, step][ends] += number
-        for way in WAYS[1:]:
-            self.violations.update(f"{name}, {step}: {text}" for text in state[way]["violations"])
-            if state["copies"] and state[way]["outcome"] != "recovered":
-                self.reasons[way, name, step][
-                    "; ".join(state[way]["differences"]), "; ".join(state[way]["done"])] += number
-
-    def counts(self, way, *places):
-        """The numbers of a way in the order of the outcomes."""
-        result = Counter()
-        for place in places or self.cases:
-            for ends, number in self.cases[place].items():
-                result[ends[WAYS.index(way)]] += number
-        return [result[outcome] for outcome in OUTCOMES]
-
-    def table(self):
-        lines = [f"{'walk':8} {'step':6}" + "".join(f" {way:>32}" for way in WAYS)]
-        for name, step in [*self.cases, ("all", "")]:
-            places = [(name, step)] if step else []
-            lines.append(f"{name:8} {step:6}" + "".join(
-                f" {' / '.join(map(str, self.counts(way, *places))):>32}" for way in WAYS))
-        return "\n".join(lines)
-
-    def first_ends(self):
-        """For what the program alone left: what the other ways made of it."""
-        found = defaultdict(Counter)
-        for ends in self.cases.values():
-            for (alone, mended, later), number in ends.items():
-                found[alone]["at once", mended] += number
-                found[alone]["later", later] += number
-        return found
+def violations_of(done):
+    return sorted({f"{task['scenario']}, state {place}: {text}" for task, answer in done
+                   if task["kind"] == "states" for place, state in answer
+                   for way in WAYS for text in state[way]["violations"]})
 
 
 def main():
     options = parser(__doc__)
     options.add_argument("--workers", type=int, default=os.cpu_count(), help="one for each core")
-    options.add_argument("--walks", default="1 to 4;4 to 1;1 to 34;34 to 1", help="with semicolons")
+    options.add_argument("--walks", default=";".join(WALKS), help="with semicolons")
+    options.add_argument("--document", action="store_true",
+                         help="write docs/mending.md from what was run so far")
     arguments = options.parse_args()
     signal.signal(signal.SIGTERM, lambda *_: sys.exit("ended"))  # with the workers' devices
     campaign = Campaign("faults-mending", arguments.minutes)
@@ -120,17 +79,15 @@ def main():
         plan = prepare(MENDING, campaign.folder, started[0], names, campaign.is_over)
         names = [name for name in names if name in plan]
         run_tasks(campaign, started, list(tasks(plan, names)))
-    figures = Figures(campaign.answers())
-    print(figures.table())
-    for alone, ends in figures.first_ends().items():
-        print(alone, *(f"{when}, {end}: {number}" for (when, end), number in sorted(ends.items())),
-              sep="\n  ")
-    for place, reasons in figures.reasons.items():
-        print(*place)
-        for (differences, done), number in reasons.most_common():
-            print(f"  {number}: {differences or '-'} [{done}]")
-    print(f"{len(figures.violations)} violations", *sorted(figures.violations), sep="\n  ")
-    return bool(figures.violations)
+    done = campaign.answers()
+    figures = Figures.of(done)
+    print(table([*by_step(figures)]), table([*causes(figures)]), sep="\n")
+    violations = violations_of(done)
+    print(f"{len(violations)} violations", *violations, sep="\n  ")
+    if arguments.document:
+        figures.write()
+        DOCUMENT.write_text(document(figures), encoding="utf-8")
+    return bool(violations)
 
 
 if __name__ == "__main__":

@@ -296,7 +296,8 @@ def test_two_copies_without_a_table_are_reported(mended):
 
 
 def test_two_copies_beside_a_table_are_each_mended(mended):
-    mendings, found = mended(S + "CREATE TABLE s_old (a, b, c); INSERT INTO s_old VALUES(5, '6', 7);"
+    mendings, found = mended(S + "CREATE TABLE s_old (a, b, c);"
+                             "INSERT INTO s_old VALUES(5, '6', 7);"
                              "CREATE TABLE s_temp AS SELECT a, c FROM s_old;")
     assert [one[2] for one in mendings] == [RETURNED, REMOVED]
     assert found == made(S + "INSERT INTO s VALUES(5, '6', 7);")
@@ -386,7 +387,8 @@ def plant(chance, database):
         values = [chance.choice((1, "one", None))] * statement.count("?")
         database.run(statement, *values)
     database.run(chance.choice((
-        "SELECT 1", f"CREATE TRIGGER g_{copy} AFTER INSERT ON {table} BEGIN DELETE FROM {copy}; END",
+        "SELECT 1",
+        f"CREATE TRIGGER g_{copy} AFTER INSERT ON {table} BEGIN DELETE FROM {copy}; END",
         f"CREATE UNIQUE INDEX i_{copy} ON {table} ({first})",
         f"CREATE VIEW v_{copy} AS SELECT * FROM {copy}, {table}",
         f"ALTER TABLE {table} ADD COLUMN g AS (1 / 0)",

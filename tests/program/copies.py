@@ -1,6 +1,6 @@
-"""The copies of tables that a version's step makes and removes again: a step that is cut leaves one.
+"""The copies of tables that a version's step makes and removes again: one that is cut leaves one.
 
-They are found by being in the way. A table with such a name is put beside every table; what a step
+They are found by being in the way. A table with such a name is put beside every table. What a step
 complains about, fills or removes is one of its copies.
 """
 
@@ -27,7 +27,8 @@ def planted(version):
         tables = [name for name, in database.execute(
             "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%'")]
     copies = {f"{table}{suffix}": table for table in tables for suffix in SUFFIXES}
-    return dump_of(version) + "".join(f"CREATE TABLE {name} (planted);\n" for name in copies), copies
+    tables = "".join(f"CREATE TABLE {name} (planted);\n" for name in copies)
+    return dump_of(version) + tables, copies
 
 
 def disturbances(version, target):
@@ -36,7 +37,8 @@ def disturbances(version, target):
     with device_with(dump) as device:
         device.run(str(target))
         met = collections.Counter(NAME.findall(device.log()))
-        left = {*device.sql("SELECT name FROM sqlite_master WHERE sql LIKE '%(planted)';").split()}
+        left = {*device.sql(
+            "SELECT name FROM sqlite_master WHERE sql LIKE '%(planted)';").split()}
     return collections.Counter({
         name: met[name] + (name not in left) for name in copies}), copies
 
