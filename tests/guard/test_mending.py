@@ -295,6 +295,14 @@ def test_two_copies_without_a_table_are_reported(mended):
     assert found == made(before)
 
 
+def test_copy_that_is_refused_leaves_no_trace_beside_one_that_is_mended(mended):
+    refused = ("CREATE TABLE s (a TEXT, c); CREATE TABLE s_temp (a, c);"
+               "INSERT INTO s_temp VALUES(1, 2);")
+    mendings, found = mended(refused + R_TEMP + R)
+    assert [one[2] for one in mendings] == [RETURNED, REPORTED]
+    assert found == made(refused + R + "INSERT INTO r VALUES(1, 2), (3, 4);")
+
+
 def test_two_copies_beside_a_table_are_each_mended(mended):
     mendings, found = mended(S + "CREATE TABLE s_old (a, b, c);"
                              "INSERT INTO s_old VALUES(5, '6', 7);"
