@@ -23,8 +23,10 @@ class Tables:
 
     def __init__(self, database):
         self.database = database
+        # A name that is no text cannot be asked for.
         self.names = {small(name): name for name, in database.execute(
-            "SELECT name FROM sqlite_schema WHERE type = 'table' AND rootpage > 0")}
+            "SELECT name FROM sqlite_schema WHERE type = 'table' AND rootpage > 0")
+            if name.encode(errors="ignore").decode() == name}
 
     def columns(self, name):
         return [column for column, in self.database.execute(
