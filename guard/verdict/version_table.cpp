@@ -80,6 +80,23 @@ VersionTable::EveryRun readEveryRun(const QJsonObject &json)
     }
     return everyRun;
 }
+
+QVector<CopyOfTable> readCopies(const QJsonObject &json)
+{
+    QVector<CopyOfTable> copies;
+    for (auto entry = json.begin(); entry != json.end(); ++entry) {
+        const QJsonObject description = entry.value().toObject();
+        CopyOfTable copy{entry.key().toUtf8(), text(description.value("table")), {}};
+        for (const QJsonValue version : description.value("forward").toArray()) {
+            copy.steps.append({version.toInt(), Direction::Forward});
+        }
+        for (const QJsonValue version : description.value("backward").toArray()) {
+            copy.steps.append({version.toInt(), Direction::Backward});
+        }
+        copies << copy;
+    }
+    return copies;
+}
 } // namespace
 
 QByteArray folded(const QByteArray &name)
@@ -106,6 +123,7 @@ VersionTable::VersionTable(const QString &path)
         return;
     }
     m_everyRun = readEveryRun(json.value("everyRun").toObject());
+    m_copies = readCopies(json.value("copies").toObject());
     const QJsonObject versions = json.value("versions").toObject();
     for (auto version = versions.begin(); version != versions.end(); ++version) {
         const QJsonObject entry = version.value().toObject();

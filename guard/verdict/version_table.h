@@ -6,6 +6,8 @@
 #include <QString>
 #include <QVector>
 
+#include <utility>
+
 /// @return a name of a table or column in the letter case in which names are compared
 QByteArray folded(const QByteArray &name);
 
@@ -35,6 +37,13 @@ struct RowCondition {
     QByteArray rows; ///< an SQL condition
 };
 
+/// A copy of a table that steps make and remove again.
+struct CopyOfTable {
+    QByteArray name;  ///< such as growers_temp
+    QByteArray table; ///< the table that it is a copy of, as its name is written
+    QVector<std::pair<int, Direction>> steps; ///< that make the copy
+};
+
 /// What versions take away on purpose, as the file beside the program tells it.
 class VersionTable
 {
@@ -60,6 +69,9 @@ public:
     };
     const EveryRun &everyRun() const { return m_everyRun; }
 
+    /// @return the copies that a step can leave behind when it is cut
+    const QVector<CopyOfTable> &copies() const { return m_copies; }
+
 private:
     struct Version {
         Tables forward;
@@ -68,4 +80,5 @@ private:
     int m_newest = 0;
     QHash<int, Version> m_versions;
     EveryRun m_everyRun;
+    QVector<CopyOfTable> m_copies;
 };

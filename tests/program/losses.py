@@ -3,6 +3,7 @@
 import collections
 import json
 
+from copies import copies_of_steps
 from ledger import ON_BOARD_PORTS, all_steps, title_of
 from on_purpose import BACKWARD, DROPPED_IF_THERE, EVERY_RUN, FORWARD, ROWS, VALUES
 from support.contents import compare
@@ -109,7 +110,7 @@ def table_of_losses():
             "title": titles[version],
             FORWARD: entry_of(version, FORWARD, steps.forward, steps.forward_on_board),
             BACKWARD: entry_of(version, BACKWARD, steps.backward, steps.backward_on_board)}
-        for version, steps in all_steps().items()}}
+        for version, steps in all_steps().items()}, "copies": copies_of_steps()}
 
 
 def as_text(value, indent=0):
