@@ -276,7 +276,7 @@ bool Mender::removeCopy(const Mending &mending)
 bool Mender::isSound()
 {
     SqliteStatement check(m_connection, "PRAGMA quick_check(1)");
-    const bool sound = check.step() && textAt(check, 0) == "ok";
+    const bool sound = check.step() && check.text(0) == "ok";
     noteFailure(check.result());
     return sound;
 }
@@ -292,7 +292,7 @@ QByteArray Mender::objectName(const QByteArray &name, const char *condition)
     sqlite3_bind_text(query.handle(), 1, name.constData(), name.size(), SQLITE_STATIC);
     const bool isThere = query.step();
     noteFailure(query.result());
-    return isThere ? textAt(query, 0) : QByteArray();
+    return isThere ? query.text(0) : QByteArray();
 }
 
 QByteArray Mender::storedTable(const QByteArray &name)
@@ -309,7 +309,7 @@ QByteArrayList Mender::columnsOf(const QByteArray &table)
     sqlite3_bind_text(query.handle(), 1, table.constData(), table.size(), SQLITE_STATIC);
     QByteArrayList columns;
     while (query.step()) {
-        columns << textAt(query, 0);
+        columns << query.text(0);
     }
     noteFailure(query.result());
     return columns;
