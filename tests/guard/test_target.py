@@ -74,7 +74,8 @@ def test_the_help_says_all_that_there_is(device):
             "waits at most SECONDS for other programs that hold a lock, all waits together. "
             "Without this option 30."):
         assert sentence in words
-    for option in ("--version", "--app-dir <DIR>", "--wait <SECONDS>", "--strict", "--accept <CODE>", "--no-backup",
+    for option in ("--version", "--app-dir <DIR>", "--wait <SECONDS>", "--strict", "--accept <CODE>", "--fall-back",
+                   "--no-backup", "--json", "--exit-code",
                    "--staging <DIR>", "--dry-run"):
         assert f"\n  {option}" in text
     assert max(map(len, text.splitlines())) < 80
