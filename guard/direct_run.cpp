@@ -42,8 +42,7 @@ RecordedVersion versionOf(const QString &database)
 }
 } // namespace
 
-void runUnguarded(
-    const DevicePaths &device, const MigrationOptions &options, RunRecord *record)
+void runUnguarded(const DevicePaths &device, const MigrationOptions &options, RunRecord *record)
 {
     const QString before = stampOf(device.databaseEntry);
     if (!record->from.isKnown) {

@@ -238,7 +238,8 @@ void Restoration::chooseSource()
     m_sourceName = m_device.kept;
     m_source = KeptDatabase(m_device.kept).afterSettling(m_current);
     const QString replaced = m_replaced.afterSettling(m_current);
-    if (!m_newest && m_whyUnreadable.isEmpty() && QFileInfo::exists(replaced) && areEqual(m_source, m_current)) {
+    if (!m_newest && m_whyUnreadable.isEmpty() && QFileInfo::exists(replaced) &&
+        areEqual(m_source, m_current)) {
         m_sourceName = m_device.replaced;
         m_source = replaced;
     }

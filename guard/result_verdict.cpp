@@ -35,8 +35,8 @@ Verdict judgeResult(
     run.platform = platform.left(platform.indexOf('\n'));
     const QString besideProgram = QFileInfo(device.program).absolutePath() + '/';
     for (const QString &script : versions.everyRun().scripts) {
-        run.scripts << readSmallFile(besideProgram + script, limits::largestScript)
-                           .value_or(QByteArray());
+        run.scripts
+            << readSmallFile(besideProgram + script, limits::largestScript).value_or(QByteArray());
     }
     run.acceptedCodes = options.acceptedCodes;
     run.scratchDirectory = result.scratchDirectory;
