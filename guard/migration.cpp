@@ -169,6 +169,7 @@ void Migration::noteFallBack(const RunRecord &newer)
     record.changed = true;
     record.kept = true;
     Verdict verdict = record.verdict.value_or(Verdict());
+    verdict.target = m_options.target;
     Finding finding = newer.verdict->findings.first();
     // The caller has asked for the way back.
     finding.accepted = true;
