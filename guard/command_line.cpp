@@ -64,13 +64,36 @@ CommandLine parseCommandLine(const QStringList &arguments)
         "strict",
         "Run: where the run would end with 4, or there is no database, changes nothing and ends "
         "with 3.");
+    const QCommandLineOption fallBack(
+        "fall-back",
+        "Run: where the database is newer than the program, brings the kept database of before back "
+        "if the program knows its version, and keeps the newer one in its place. Not with --strict.");
+    const QCommandLineOption json("json", "Status: prints JSON.");
+    const QCommandLineOption exitCode(
+        "exit-code", "Status: ends with the status of the last run, or with 3 without one.");
     const QCommandLineOption noBackup("no-backup", "Run: does not keep the database of before.");
+    const QCommandLineOption accept(
+        "accept",
+        "Run: a finding with exactly this code is reported but does not count. May be repeated.",
+        "CODE");
     const QCommandLineOption staging("staging", "Run: the copy is in DIR, not in memory.", "DIR");
     const QCommandLineOption dryRun("dry-run", "Restore: only prints what would change.");
     QCommandLineOption inside(insideOption, QString(), "PLACE");
     inside.setFlags(QCommandLineOption::HiddenFromHelp);
     parser.addOptions(
-        {help, version, application, wait, strict, noBackup, staging, dryRun, inside});
+        {help,
+         version,
+         application,
+         wait,
+         strict,
+         accept,
+         fallBack,
+         noBackup,
+         staging,
+         json,
+         exitCode,
+         dryRun,
+         inside});
     parser.addPositionalArgument("command", "run, status or restore.");
     parser.addPositionalArgument("TARGET", "Run: the schema version to go to.", "[TARGET]");
 
@@ -94,11 +117,12 @@ CommandLine parseCommandLine(const QStringList &arguments)
     QList<QCommandLineOption> allowed = {application};
     if (command == "run") {
         line.command = CommandLine::Command::Run;
-        allowed << wait << strict << noBackup << staging << inside;
+        allowed << wait << strict << accept << fallBack << noBackup << staging << inside;
         line.hasTarget = !words.isEmpty();
         line.target = words.isEmpty() ? QString() : words.takeFirst();
     } else if (command == "status") {
         line.command = CommandLine::Command::Status;
+        allowed << json << exitCode;
     } else if (command == "restore") {
         line.command = CommandLine::Command::Restore;
         allowed << wait << dryRun;
@@ -131,7 +155,19 @@ CommandLine parseCommandLine(const QStringList &arguments)
     line.applicationDirectory = parser.value(application);
     line.stagingDirectory = parser.value(staging);
     line.strict = parser.isSet(strict);
+    if (parser.isSet(strict) && parser.isSet(fallBack)) {
+        return wrong(line, "--strict changes nothing, --fall-back does.");
+    }
+    for (const QString &code : parser.values(accept)) {
+        if (code.isEmpty()) {
+            return wrong(line, "A code to accept is empty.");
+        }
+        line.acceptedCodes << code.toUtf8();
+    }
     line.keepDatabase = !parser.isSet(noBackup);
+    line.fallBack = parser.isSet(fallBack);
+    line.json = parser.isSet(json);
+    line.tellsStatus = parser.isSet(exitCode);
     line.dryRun = parser.isSet(dryRun);
     line.inside = parser.value(inside);
     return line;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArrayList>
 #include <QString>
 #include <QStringList>
 
@@ -16,7 +17,11 @@ struct CommandLine {
     QString stagingDirectory;     ///< empty for none
     bool strict = false;
     bool keepDatabase = true;
+    QByteArrayList acceptedCodes;
+    bool fallBack = false;
     bool dryRun = false;
+    bool json = false;        ///< of `status`
+    bool tellsStatus = false; ///< of `status`: end with the status of the last run
     QString inside; ///< where the guard has started itself again: "memory", "disk", empty for not
     int waitSeconds = 0;
 };

@@ -1,4 +1,5 @@
 #include "guard/device_log.h"
+#include "guard/durable_file.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -28,8 +29,8 @@ int DeviceLog::append(const QByteArray &text, bool flush)
     }
     m_length = status.st_size;
     int error = m_file.writeAll(text.constData(), text.size());
-    if (error == 0 && flush && fsync(m_file.get()) != 0) {
-        error = errno;
+    if (error == 0 && flush) {
+        error = durable::flush(m_file.get());
     }
     if (error != 0) {
         cutBack();

@@ -10,6 +10,7 @@ namespace
 {
 const char *const programName = "database-migrator";
 const char *const poolPath = "/usr/bin/harlo/pool";
+const char *const platformPath = "/etc/harlo/platform";
 
 QString existingDirectory(const QString &path)
 {
@@ -29,6 +30,7 @@ DevicePaths::DevicePaths(const QString &application)
     }
     knownVersions = directory + "/schema-versions.json";
     pool = existingDirectory(poolPath);
+    platform = platformPath;
     databases = existingDirectory(directory + "/databases");
     databaseEntry = directory + "/databases/" + databaseName;
     if (databases.isEmpty()) {

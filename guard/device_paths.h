@@ -13,6 +13,7 @@ struct DevicePaths {
     QString database;      ///< the database's file, empty when there is none or nothing in it
     QString databaseEntry; ///< where the program looks for it, whatever is there
     bool databaseLinkIsBroken = false; ///< that is a link to nothing or in a circle
+    QString platform;                  ///< its first line names the device's platform
     QString pool; ///< the directory whose files a step deletes, empty when there is none
 
     // Beside the database's entry, in `databases`:

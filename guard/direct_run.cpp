@@ -1,6 +1,8 @@
 #include "guard/direct_run.h"
 #include "guard/program_run.h"
 #include "guard/real_database.h"
+#include "guard/refusals.h"
+#include "guard/result_verdict.h"
 
 #include <QDateTime>
 #include <QFileInfo>
@@ -40,23 +42,31 @@ RecordedVersion versionOf(const QString &database)
 }
 } // namespace
 
-void runUnguarded(const DevicePaths &device, int target, RunRecord *record)
+void runUnguarded(const DevicePaths &device, const MigrationOptions &options, RunRecord *record)
 {
     const QString before = stampOf(device.databaseEntry);
     if (!record->from.isKnown) {
         record->from = versionOf(device.databaseEntry);
     }
-    const ProgramRun run = runDirectly(device, target);
+    if (refusals::endIfNewer(device, record)) {
+        return;
+    }
+    record->measured.begin();
+    const ProgramRun run = runDirectly(device, options.target);
+    record->measured.endPart("program");
     if (run.end == ProgramRun::End::NeverStarted) {
         record->endUnchanged("program-broken", "the program cannot be started");
         return;
     }
-    if (run.end == ProgramRun::End::Broken) {
+    const QString whyDirect = record->reason;
+    record->to = versionOf(device.databaseEntry);
+    record->changed = stampOf(device.databaseEntry) != before;
+    record->verdict = judgeDirectRun(options, *record, whyDirect);
+    const bool isBroken = run.end == ProgramRun::End::Broken;
+    if (isBroken) {
         record->reason = "program-broken";
         record->detail = "the program did not end by itself";
     }
-    record->to = versionOf(device.databaseEntry);
-    record->changed = stampOf(device.databaseEntry) != before;
-    const bool nothingToLose = record->reason == "no-database" && run.end == ProgramRun::End::Whole;
-    record->status = nothingToLose ? Status::Success : Status::LookAtIt;
+    const bool isInOrder = !isBroken && record->verdict->counting() == 0;
+    record->status = isInOrder ? Status::Success : Status::LookAtIt;
 }

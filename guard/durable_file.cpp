@@ -15,6 +15,8 @@ namespace durable
 {
 namespace
 {
+int flushes = 0;
+
 /// Makes a new file that nobody else can open before it has its owner and mode.
 Descriptor create(const QString &path, const Ownership &ownership)
 {
@@ -36,8 +38,8 @@ Descriptor create(const QString &path, const Ownership &ownership)
 /// Ends a new file; one that is not whole goes.
 int finish(Descriptor &file, const QString &path, int error, bool flush)
 {
-    if (error == 0 && flush && fsync(file.get()) != 0) {
-        error = errno;
+    if (error == 0 && flush) {
+        error = durable::flush(file.get());
     }
     if (file.close() != 0 && error == 0) {
         error = errno;
@@ -119,6 +121,17 @@ int flushDirectory(const QString &directory)
 {
     const Descriptor opened(
         open(QFile::encodeName(directory).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return opened.isOpen() && fsync(opened.get()) == 0 ? 0 : errno;
+    return opened.isOpen() ? flush(opened.get()) : errno;
+}
+
+int flush(int descriptor)
+{
+    ++flushes;
+    return fsync(descriptor) == 0 ? 0 : errno;
+}
+
+int flushesAskedFor()
+{
+    return flushes;
 }
 } // namespace durable

@@ -34,6 +34,12 @@ int copy(const QString &from, const QString &to, const Ownership &ownership, boo
 /// Renames a file over another one.
 int rename(const QString &from, const QString &to);
 
+/// Flushes an open file.
+int flush(int descriptor);
+
+/// @return how often this process has asked for a flush itself; SQLite's own are not counted
+int flushesAskedFor();
+
 /// Makes what was created, renamed or removed in a directory durable.
 int flushDirectory(const QString &directory);
 } // namespace durable

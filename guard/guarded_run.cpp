@@ -8,11 +8,12 @@
 #include "guard/messages.h"
 #include "guard/program_run.h"
 #include "guard/real_database.h"
-#include "guard/run_log.h"
+#include "guard/refusals.h"
+#include "guard/result_verdict.h"
 #include "guard/sizing.h"
 #include "guard/staging_place.h"
 
-#include <algorithm>
+#include <QFileInfo>
 
 namespace
 {
@@ -27,11 +28,13 @@ RecordedVersion versionOfStaged(const QString &database)
     return recordedVersion(connection);
 }
 
-bool hasFailedStep(const QByteArray &log, const RunRecord &record)
+/// A run that fell back keeps the newer database there, with the work of a season perhaps: it stays
+/// until a program comes that knows its version.
+bool keepsNewerDatabase(const DevicePaths &device)
 {
-    const qint64 from =
-        std::clamp<qint64>(record.from.number.value_or(0), 0, limits::largestVersion);
-    return runLog::hasFailedStep(log, static_cast<int>(from), record.target.value_or(0));
+    SqliteConnection connection;
+    connection.openAtRest(device.kept);
+    return refusals::isNewerThanProgram(device, recordedVersion(connection));
 }
 
 /// One try, from the copy to the commit.
@@ -78,6 +81,7 @@ private:
 
 Next GuardedTry::copy()
 {
+    m_end.record.measured.begin();
     const StagingPlace where = stagingPlace(m_task.device, m_task.options, m_place);
     if (sizing::freeRoom(where.parent) < sizing::stagingRoom(m_size)) {
         return withoutStaging("for staging");
@@ -100,6 +104,10 @@ Next GuardedTry::copy()
     if (!m_end.record.from.isKnown) {
         return endUnchanged("comparison-failed", "the version before cannot be read");
     }
+    if (refusals::endIfNewer(m_task.device, &m_end.record)) {
+        m_end.noteIsDone = m_end.earlierIsSettled;
+        return Next::Done;
+    }
     const std::optional<QByteArrayList> poolFiles =
         stagedPool::fill(m_task.device.pool, staging.pool());
     if (!poolFiles ||
@@ -108,6 +116,7 @@ Next GuardedTry::copy()
         return withoutStaging("for staging");
     }
     m_poolFiles = *poolFiles;
+    m_end.record.measured.noteBytes("before", QFileInfo(staging.original()).size());
     m_end.record.staging = m_place == Place::Memory ? "memory" : "disk";
     return runProgram(staging);
 }
@@ -124,8 +133,10 @@ Next GuardedTry::runProgram(const Staging &staging)
         return failure.kind == FailureKind::NotWritable ? directly("not-writable", failure.text)
                                                         : endWith(failure, "commit-failed");
     }
+    m_end.record.measured.endPart("copy");
     const ProgramRun run =
         runOnStaging(m_task.device, staging, m_task.options.target, sizing::reserve(m_size));
+    m_end.record.measured.endPart("program");
     switch (run.end) {
     case ProgramRun::End::NeverStarted:
         return directly("no-namespaces", QString());
@@ -154,7 +165,18 @@ Next GuardedTry::accept(const Staging &staging, const QByteArray &log)
     if (!record.to.isKnown) {
         return endUnchanged("comparison-failed", "the version after cannot be read");
     }
-    const bool targetReached = record.to.is(m_task.options.target);
+    const Verdict verdict = judgeResult(
+        m_task.device,
+        m_task.options,
+        record,
+        {staging.original(), staging.database(), staging.temporary(), log},
+        differences);
+    record.measured.endPart("comparison");
+    record.measured.noteBytes("after", QFileInfo(staging.database()).size());
+    record.measured.noteBytes("log", log.size());
+    if (verdict.lackedRoom) {
+        return withoutStaging("for the verdict");
+    }
     if (differences.isEmpty()) {
         // As with the program, a log that cannot be written is no failure.
         DeviceLog(m_task.device.log).append(log, false);
@@ -162,13 +184,11 @@ Next GuardedTry::accept(const Staging &staging, const QByteArray &log)
         if (!stagedPool::deleteFiles(m_task.device.pool, deleted)) {
             tell(QString("a file of the pool could not be deleted"));
         }
-        return targetReached ? Next::Done : endUnchanged("target-missed");
+        record.judgedBy(verdict, Status::NothingChanged);
+        return Next::Done;
     }
     record.changed = true;
-    if (!targetReached || hasFailedStep(log, record)) {
-        record.status = Status::LookAtIt;
-        record.reason = targetReached ? "step-failed" : "target-missed";
-    }
+    record.judgedBy(verdict, Status::LookAtIt);
     if (m_task.options.strict && record.status == Status::LookAtIt) {
         return endUnchanged(record.reason, "thrown away");
     }
@@ -184,8 +204,8 @@ Next GuardedTry::accept(const Staging &staging, const QByteArray &log)
 Next GuardedTry::commit(const Staging &staging, const QByteArray &log)
 {
     RunRecord &record = m_end.record;
-    const bool keep =
-        m_task.options.keepDatabase && m_task.mayReplaceKept && record.from != record.to;
+    const bool keep = m_task.options.keepDatabase && m_task.mayReplaceKept &&
+                      record.from != record.to && !keepsNewerDatabase(m_task.device);
     m_note.poolFiles += stagedPool::deletedFiles(m_poolFiles, staging.pool());
     AcceptedResult result = {staging.original(), staging.database(), log, keep, m_note};
     bool hasRoom = hasRoomToCommit(m_task.device, m_size, result);
@@ -196,9 +216,11 @@ Next GuardedTry::commit(const Staging &staging, const QByteArray &log)
     }
     if (!hasRoom) {
         record.detail = "for the commit";
+        record.verdict.reset();
         return Next::NoRoom;
     }
     const CommitEnd end = commitResult(m_database, m_task.device, result);
+    record.measured.endPart("commit");
     record.kept = end.kept;
     m_end.directoryChanged = m_end.directoryChanged || end.kept;
     m_end.noteIsDone = end.poolIsSettled;
@@ -214,6 +236,10 @@ Next GuardedTry::endUnchanged(const QString &reason, const QString &detail)
 Next GuardedTry::endWith(const DatabaseFailure &failure, const QString &step)
 {
     m_end.record.endWith(failure, step);
+    if (!m_end.record.changed) {
+        // The verdict is on a result that nobody has.
+        m_end.record.verdict.reset();
+    }
     switch (failure.kind) {
     case FailureKind::Written:
         return Next::CopyAgain;
@@ -235,6 +261,7 @@ Next GuardedTry::directly(const QString &reason, const QString &detail)
 {
     m_end.record.reason = reason;
     m_end.record.detail = detail;
+    m_end.record.verdict.reset();
     return Next::RunDirectly;
 }
 

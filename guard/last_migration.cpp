@@ -4,6 +4,7 @@
 #include "guard/regular_file.h"
 
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
 
 namespace
@@ -22,6 +23,31 @@ std::optional<bool> leavesInOrder(const RunRecord &run)
     const bool isRestore = run.command == "restore";
     return isRestore || run.from != run.to ? std::optional<bool>(true) : std::nullopt;
 }
+
+/// @return what tells how runs ended: without what differs from run to run
+QJsonObject withoutMeasurements(QJsonObject content)
+{
+    for (const char *name : {"lastRun", "lastChange"}) {
+        if (content.contains(name)) {
+            QJsonObject run = content.value(name).toObject();
+            run.remove("measured");
+            content.insert(name, run);
+        }
+    }
+    return content;
+}
+
+/// @return the change of version of a run, for the list of the last ones
+QJsonObject changeOfVersion(const QJsonObject &run)
+{
+    QJsonObject change;
+    for (const char *name : {"command", "from", "to", "target", "way", "status", "reason"}) {
+        if (run.contains(name)) {
+            change.insert(name, run.value(name));
+        }
+    }
+    return change;
+}
 } // namespace
 
 LastMigration::LastMigration(const QString &path) : m_path(path)
@@ -39,10 +65,18 @@ bool LastMigration::record(const RunRecord &run, bool flushDirectory)
     if (run.from != run.to || run.status != Status::Success) {
         content.insert("lastChange", last);
     }
+    if (run.endIsKnown && run.changed && run.from != run.to) {
+        QJsonArray changes = content.value("changes").toArray();
+        changes << changeOfVersion(last);
+        while (changes.size() > limits::notedChanges) {
+            changes.removeFirst();
+        }
+        content.insert("changes", changes);
+    }
     if (const std::optional<bool> inOrder = leavesInOrder(run)) {
         content.insert("databaseInOrder", *inOrder);
     }
-    if (content != m_content) {
+    if (withoutMeasurements(content) != withoutMeasurements(m_content)) {
         const QByteArray text = QJsonDocument(content).toJson();
         durable::Ownership readableForAll;
         readableForAll.mode = 0644;

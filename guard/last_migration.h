@@ -5,7 +5,8 @@
 #include <QJsonObject>
 #include <QString>
 
-/// lastMigration.json: the last run, and the last one that changed the version or ended with 3 or 4.
+/// lastMigration.json: the last run, the last one that changed the version or ended with 3 or 4, and
+/// the last changes of version. It is a contract: docs/last-migration.schema.json.
 /// No time of day: the clock of a device may be unset.
 class LastMigration
 {
@@ -21,7 +22,10 @@ public:
     /// about that
     bool databaseInOrder() const { return m_content.value("databaseInOrder").toBool(true); }
 
-    /// Notes a run. One that repeats the last one writes nothing.
+    /// @return all that the file says
+    QJsonObject content() const { return m_content; }
+
+    /// Notes a run. One that repeats the last one writes nothing, whatever was measured.
     /// @param flushDirectory whether the directory is flushed in any case, for other files' sake
     /// @return false when the file could not be written
     bool record(const RunRecord &run, bool flushDirectory);

@@ -78,6 +78,9 @@ constexpr int mostCopies = 3;
 /// The largest schema version that is taken for one.
 constexpr int largestVersion = 999999;
 
+/// How many changes of the version are noted in lastMigration.json: the history of an ordinary device.
+constexpr int notedChanges = 20;
+
 /// How many keys of a table `restore` prints; the rest is counted.
 constexpr int printedKeys = 20;
 
@@ -90,6 +93,12 @@ constexpr qint64 largestTarget = 4 * kibibyte;
 /// The longest of the guard's own JSON files that is read, in bytes. The note of a run names files of
 /// the pool: thousands of them fit.
 constexpr qint64 largestJson = 16 * mebibyte;
+
+/// The longest reference-data script that is read, in bytes: the verdict looks for names in it.
+constexpr qint64 largestScript = 16 * mebibyte;
+
+/// The longest platform file that is read, in bytes.
+constexpr qint64 largestPlatform = 4 * kibibyte;
 
 /// How often a database that somebody is writing to is copied for a look at it.
 constexpr int mostSnapshots = 10;

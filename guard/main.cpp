@@ -28,6 +28,13 @@ int exitStatus(Status status)
     return static_cast<int>(status);
 }
 
+void tell(const RunRecord &record)
+{
+    for (const QString &line : record.lines()) {
+        tell(line);
+    }
+}
+
 void print(const QStringList &lines)
 {
     QTextStream output(stdout);
@@ -110,7 +117,9 @@ int run(const QString &application, const DevicePaths &device, const CommandLine
     }
     options.target = *target;
     options.strict = line.strict;
+    options.fallBack = line.fallBack;
     options.keepDatabase = line.keepDatabase;
+    options.acceptedCodes = line.acceptedCodes;
     options.waitSeconds = line.waitSeconds;
     if (line.inside == inMemory) {
         options.memoryStaging = innerGuard::memory;
@@ -121,8 +130,15 @@ int run(const QString &application, const DevicePaths &device, const CommandLine
         }
     }
     const RunRecord record = migrate(device, options);
-    tell(record.line());
+    tell(record);
     return exitStatus(record.status);
+}
+
+int showStatus(const DevicePaths &device, const CommandLine &line)
+{
+    const StatusReport report(device);
+    print(line.json ? QStringList{report.json()} : report.lines());
+    return line.tellsStatus ? report.lastStatus() : exitStatus(Status::Success);
 }
 
 int restoreDatabase(const DevicePaths &device, const CommandLine &line)
@@ -131,7 +147,7 @@ int restoreDatabase(const DevicePaths &device, const CommandLine &line)
     options.dryRun = line.dryRun;
     options.waitSeconds = line.waitSeconds;
     const RunRecord record = restore(device, options);
-    tell(record.line());
+    tell(record);
     return exitStatus(record.status);
 }
 } // namespace
@@ -159,8 +175,7 @@ int main(int argc, char **argv)
     case CommandLine::Command::Run:
         return run(application, device, line);
     case CommandLine::Command::Status:
-        print(statusReport(device));
-        return exitStatus(Status::Success);
+        return showStatus(device, line);
     case CommandLine::Command::Restore:
         return restoreDatabase(device, line);
     case CommandLine::Command::ShowVersion:

@@ -5,10 +5,13 @@
 #include "guard/durable_file.h"
 #include "guard/earlier_run.h"
 #include "guard/guarded_run.h"
+#include "guard/known_versions.h"
 #include "guard/last_migration.h"
 #include "guard/limits.h"
 #include "guard/messages.h"
 #include "guard/real_database.h"
+#include "guard/refusals.h"
+#include "guard/restoration.h"
 #include "guard/sizing.h"
 #include "guard/staging_place.h"
 
@@ -27,12 +30,16 @@ public:
     Migration(const DevicePaths &device, const MigrationOptions &options)
         : m_device(device), m_options(options), m_budget(options.waitSeconds)
     {
-        m_end.record.target = options.target;
+        startRecord();
     }
 
     RunRecord run();
 
 private:
+    void startRecord();
+    void tryOnce(bool databaseInOrder);
+    bool fallBackToKept();
+    void noteFallBack(const RunRecord &newer);
     QString whyNotGuarded() const;
     void tryGuarded(bool mayReplaceKept);
     bool hasRoomForDirectRun() const;
@@ -73,10 +80,34 @@ RunRecord Migration::run()
         QFile::remove(file);
     }
     LastMigration lastMigration(m_device.lastMigration);
-    m_earlier = RunNote::read(m_device.note);
+    if (!refusals::endIfLibraryIsUnfit(&m_end.record)) {
+        m_earlier = RunNote::read(m_device.note);
+        tryOnce(lastMigration.databaseInOrder());
+        const RunRecord newer = m_end.record;
+        if (m_options.fallBack && newer.reason == refusals::newerThanProgram && fallBackToKept()) {
+            m_earlier = RunNote::read(m_device.note);
+            tryOnce(lastMigration.databaseInOrder());
+            noteFallBack(newer);
+        }
+    }
+    m_end.record.newestKnown = newestKnownVersion(m_device.knownVersions);
+    if (!lastMigration.record(m_end.record, m_end.directoryChanged)) {
+        tell(QString("lastMigration.json could not be written"));
+    }
+    return m_end.record;
+}
+
+void Migration::startRecord()
+{
+    m_end.record.target = m_options.target;
+}
+
+/// One try, guarded or directly.
+void Migration::tryOnce(bool databaseInOrder)
+{
     const QString reason = whyNotGuarded();
     if (reason.isEmpty()) {
-        tryGuarded(lastMigration.databaseInOrder() || !QFileInfo::exists(m_device.kept));
+        tryGuarded(databaseInOrder || !QFileInfo::exists(m_device.kept));
     } else {
         directly(reason);
     }
@@ -96,10 +127,55 @@ RunRecord Migration::run()
         // One that cannot be removed makes the next run more careful than it has to be.
         QFile::remove(m_device.note);
     }
-    if (!lastMigration.record(m_end.record, m_end.directoryChanged)) {
-        tell(QString("lastMigration.json could not be written"));
+}
+
+/// @return true when the kept database is there now; false when the record says why not
+bool Migration::fallBackToKept()
+{
+    const int newest = newestKnownVersion(m_device.knownVersions).value_or(0);
+    const RunRecord fallen = fallBack(m_device, newest, m_budget);
+    m_end.directoryChanged = true;
+    const bool nothingToFallBackTo =
+        fallen.reason == "nothing-kept" || fallen.reason == "kept-damaged";
+    if (nothingToFallBackTo) {
+        m_end.record.detail =
+            fallen.reason + (fallen.detail.isEmpty() ? QString() : ": " + fallen.detail);
+        return false;
     }
-    return m_end.record;
+    if (fallen.status != Status::Success) {
+        const std::optional<Verdict> verdict = m_end.record.verdict;
+        m_end.record = fallen;
+        m_end.record.command = "run";
+        m_end.record.verdict = verdict;
+        startRecord();
+        return false;
+    }
+    tell(QString("the database is newer than the program: the kept one of before is back"));
+    m_end = GuardedEnd();
+    m_end.directoryChanged = true;
+    startRecord();
+    return true;
+}
+
+/// The run with the kept database and the way to it are one run to whoever reads the record.
+void Migration::noteFallBack(const RunRecord &newer)
+{
+    m_end.directoryChanged = true;
+    RunRecord &record = m_end.record;
+    if (record.status == Status::NothingChanged) {
+        record.status = Status::LookAtIt;
+        record.to = record.endIsKnown ? record.from : RecordedVersion();
+    }
+    record.from = newer.from;
+    record.changed = true;
+    record.kept = true;
+    Verdict verdict = record.verdict.value_or(Verdict());
+    verdict.target = m_options.target;
+    Finding finding = newer.verdict->findings.first();
+    // The caller has asked for the way back.
+    finding.accepted = true;
+    verdict.findings << finding;
+    record.verdict = verdict;
 }
 
 /// @return the reason, empty where guarding can be tried
@@ -176,7 +252,7 @@ void Migration::runDirectly()
     }
     record.guarded = false;
     record.staging.clear();
-    runUnguarded(m_device, m_options.target, &record);
+    runUnguarded(m_device, m_options, &record);
     // What is left to delete in the pool would be judged by a counter that the program has changed.
     m_end.noteIsDone = true;
 }
@@ -199,8 +275,10 @@ void Migration::settleBeforeDirectRun()
 /// A run that takes no lock and leaves no record.
 RunRecord Migration::unguarded(const QString &reason)
 {
-    directly(reason);
-    runDirectly();
+    if (!refusals::endIfLibraryIsUnfit(&m_end.record)) {
+        directly(reason);
+        runDirectly();
+    }
     return m_end.record;
 }
 } // namespace

@@ -3,14 +3,17 @@
 #include "guard/device_paths.h"
 #include "guard/run_record.h"
 
+#include <QByteArrayList>
 #include <QString>
 
 /// What the caller asks of a run.
 struct MigrationOptions {
     int target = 0;
-    bool strict = false;       ///< nothing rather than something to look at
-    bool keepDatabase = true;  ///< keep the database of before
-    int waitSeconds = 0;       ///< for locks of others, in all
+    bool strict = false;          ///< nothing rather than something to look at
+    bool fallBack = false;        ///< bring the kept database back where the one there is too new
+    bool keepDatabase = true;     ///< keep the database of before
+    QByteArrayList acceptedCodes; ///< findings with these codes do not count
+    int waitSeconds = 0;          ///< for locks of others, in all
     bool noNamespaces = false; ///< bubblewrap was tried, and could not make a place for a program
     QString memoryStaging;     ///< an empty directory in memory that is this run's own, or empty
     QString stagingParent;     ///< a directory that the caller named for staging, or empty

@@ -5,6 +5,7 @@
 #include "guard/directory_lock.h"
 #include "guard/earlier_run.h"
 #include "guard/kept_database.h"
+#include "guard/known_versions.h"
 #include "guard/messages.h"
 #include "guard/printed_text.h"
 #include "guard/real_database.h"
@@ -66,9 +67,13 @@ int makeEmptyFile(const QString &path, const durable::Ownership &ownership)
 class Restoration
 {
 public:
-    Restoration(const DevicePaths &device, const RestorationOptions &options, WaitBudget &budget)
-        : m_device(device), m_options(options), m_path(placeOfDatabase(device)),
-          m_database(m_path, budget), m_replaced(device.replaced), m_replacedLog(device.replacedLog)
+    /// @param newest to fall back, the newest version that may come back; nothing for a restore
+    Restoration(
+        const DevicePaths &device, const RestorationOptions &options, WaitBudget &budget,
+        const std::optional<int> &newest = std::nullopt)
+        : m_device(device), m_options(options), m_newest(newest), m_path(placeOfDatabase(device)),
+          m_database(m_path, budget), m_replaced(newest ? device.kept : device.replaced),
+          m_replacedLog(device.replacedLog)
     {
         m_record.command = "restore";
     }
@@ -97,6 +102,7 @@ private:
 
     const DevicePaths &m_device;
     const RestorationOptions &m_options;
+    const std::optional<int> m_newest;
     QString m_path;
     RealDatabase m_database;
     KeptDatabase m_replaced;
@@ -145,8 +151,16 @@ RunRecord Restoration::run()
     if (!whyNot.isEmpty()) {
         return nothingChanged("kept-damaged", m_sourceName + ": " + whyNot);
     }
-    tellChanges();
     const bool isReadable = m_whyUnreadable.isEmpty();
+    if (m_newest) {
+        const bool isKnown = m_record.to.number && *m_record.to.number <= *m_newest;
+        if (!isKnown || !isReadable) {
+            return nothingChanged(
+                "nothing-kept", m_sourceName + " is at " + versionText(m_record.to));
+        }
+    } else {
+        tellChanges();
+    }
     if (m_options.dryRun || (isReadable && areEqual(m_source, m_current))) {
         return m_record;
     }
@@ -167,7 +181,7 @@ void Restoration::settleReplaced()
     if (!m_record.changed) {
         m_replaced.discard();
         m_replacedLog.discard();
-    } else if (m_replaced.isPrepared() && m_replaced.accept()) {
+    } else if (m_replaced.isPrepared() && m_replaced.accept() && !m_newest) {
         QFile::remove(m_device.replacedLog);
         m_replacedLog.settle(QString());
     }
@@ -224,7 +238,8 @@ void Restoration::chooseSource()
     m_sourceName = m_device.kept;
     m_source = KeptDatabase(m_device.kept).afterSettling(m_current);
     const QString replaced = m_replaced.afterSettling(m_current);
-    if (m_whyUnreadable.isEmpty() && QFileInfo::exists(replaced) && areEqual(m_source, m_current)) {
+    if (!m_newest && m_whyUnreadable.isEmpty() && QFileInfo::exists(replaced) &&
+        areEqual(m_source, m_current)) {
         m_sourceName = m_device.replaced;
         m_source = replaced;
     }
@@ -305,6 +320,11 @@ RealDatabase::Failure Restoration::keepBytes()
 }
 } // namespace
 
+RunRecord fallBack(const DevicePaths &device, int newest, WaitBudget &budget)
+{
+    return Restoration(device, RestorationOptions(), budget, newest).run();
+}
+
 RunRecord restore(const DevicePaths &device, const RestorationOptions &options)
 {
     RunRecord record;
@@ -323,6 +343,7 @@ RunRecord restore(const DevicePaths &device, const RestorationOptions &options)
         QFile::remove(device.copy);
     }
     record = Restoration(device, options, budget).run();
+    record.newestKnown = newestKnownVersion(device.knownVersions);
     LastMigration lastMigration(device.lastMigration);
     const bool isToBeNoted = record.changed || !record.endIsKnown;
     if (isToBeNoted && !lastMigration.record(record, true)) {

@@ -1,6 +1,9 @@
 #include "guard/run_record.h"
 
+#include <QCoreApplication>
 #include <QStringList>
+
+#include <sqlite3.h>
 
 namespace
 {
@@ -81,10 +84,30 @@ QJsonObject RunRecord::toJson() const
     if (changed && command == "run") {
         run.insert("kept", kept);
     }
+    if (verdict) {
+        // It travels to an inventory: no contents of rows.
+        run.insert("verdict", verdict->toJson(false));
+    }
+    run.insert(
+        "software",
+        QJsonObject{
+            {"guard", QCoreApplication::applicationVersion()},
+            {"sqlite", sqlite3_libversion()},
+            {"program", newestKnown ? QJsonValue(*newestKnown) : QJsonValue()}});
+    run.insert("measured", measured.toJson());
     return run;
 }
 
-QString RunRecord::line() const
+void RunRecord::judgedBy(const Verdict &judged, Status atLeast)
+{
+    verdict = judged;
+    if (judged.counting() > 0) {
+        status = atLeast;
+        reason = QString::fromLatin1(judged.findings.first().kind);
+    }
+}
+
+QStringList RunRecord::lines() const
 {
     QStringList parts = {QString("from %1 to %2").arg(versionText(from), versionText(to))};
     if (target) {
@@ -97,5 +120,5 @@ QString RunRecord::line() const
         parts << reason + (detail.isEmpty() ? QString() : " (" + detail + ")");
     }
     parts << "status " + QString::number(static_cast<int>(status));
-    return parts.join(", ");
+    return QStringList{parts.join(", ")} + (verdict ? verdict->lines() : QStringList());
 }

@@ -1,10 +1,13 @@
 #pragma once
 
 #include "guard/database_failure.h"
+#include "guard/measurements.h"
 #include "guard/recorded_version.h"
+#include "guard/verdict/verdict.h"
 
 #include <QJsonObject>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -30,6 +33,9 @@ struct RunRecord {
     bool changed = false;
     bool kept = false; ///< the database of before was kept
     Status status = Status::Success;
+    std::optional<Verdict> verdict; ///< of a result that was judged, or why nothing was started
+    std::optional<int> newestKnown; ///< the newest version that the program knows
+    Measurements measured;
 
     /// The run has left the database as it was.
     void endUnchanged(const QString &why, const QString &words = QString());
@@ -39,8 +45,13 @@ struct RunRecord {
     /// missing right), such as "commit-failed"
     void endWith(const DatabaseFailure &failure, const QString &step);
 
+    /// @return docs/last-migration.schema.json describes it
     QJsonObject toJson() const;
 
-    /// @return the one line for the terminal
-    QString line() const;
+    /// Sets status and reason by the verdict.
+    /// @param atLeast the status of a run with findings that count
+    void judgedBy(const Verdict &judged, Status atLeast);
+
+    /// @return the one line for the terminal, then a sentence for every finding that counts
+    QStringList lines() const;
 };

@@ -46,6 +46,8 @@ qint64 roomForProgram(const Database &database)
 
 qint64 reserve(const Database &database)
 {
+    // The verdict comes after the program and may need a copy of the database of before.
+    static_assert(limits::reserveFactor * limits::measuredGrowthPercent >= 100);
     return limits::reserveFactor * measuredGrowth(database);
 }
 

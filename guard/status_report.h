@@ -1,9 +1,39 @@
 #pragma once
 
 #include "guard/device_paths.h"
+#include "guard/last_migration.h"
 
 #include <QStringList>
 
-/// @return what `migration-guard status` prints: recorded version, newest version that the program
-/// knows, the kept database of before, the last run and the last change
-QStringList statusReport(const DevicePaths &device);
+/// What `migration-guard status` says: recorded version, newest version that the program knows, the
+/// kept database of before, the last run and the last change.
+class StatusReport
+{
+public:
+    /// Looks at the device and changes nothing.
+    explicit StatusReport(const DevicePaths &device);
+
+    /// @return for a person
+    QStringList lines() const;
+
+    /// @return for a script: a JSON object; docs/guard.md describes it
+    QString json() const;
+
+    /// @return the exit status of the last run, that of a run that changed nothing without one
+    int lastStatus() const;
+
+private:
+    /// A version, as far as it could be read.
+    struct Version {
+        std::optional<qint64> number;
+        QString text; ///< with what else is to be said about it
+    };
+    static Version versionAtRest(const QString &database, const QString &remark);
+    static Version versionOfDatabase(const DevicePaths &device);
+
+    QString m_keptPath;
+    Version m_database;
+    std::optional<Version> m_kept; ///< nothing without a kept database
+    std::optional<int> m_newest;
+    LastMigration m_lastMigration;
+};

@@ -47,6 +47,7 @@ RepairedCopy::RepairedCopy(
                usesRollbackJournal(m_path) &&
                m_connection.open(m_path, SQLITE_OPEN_READWRITE) == SQLITE_OK;
     if (!m_isMade) {
+        m_hasFailed = true;
         return;
     }
     sqlite3 *handle = m_connection.handle();

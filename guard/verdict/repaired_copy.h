@@ -23,6 +23,9 @@ public:
     /// @return whether there was something to repair; without that there is no copy
     bool isMade() const { return m_isMade; }
 
+    /// @return whether there was something to repair and the copy could not be made
+    bool hasFailed() const { return m_hasFailed; }
+
     const QString &path() const { return m_path; }
 
     /// What the repairs have touched in a table with row ids.
@@ -43,6 +46,7 @@ private:
     SqliteConnection m_connection;
     QString m_path;
     bool m_isMade = false;
+    bool m_hasFailed = false;
     bool m_removesOrphans = false;
     QHash<QByteArray, TouchedTable> m_touched;
 };

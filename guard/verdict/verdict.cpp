@@ -184,9 +184,7 @@ private:
     void judgeLog()
     {
         if (m_run.to != m_run.target) {
-            Finding &missed =
-                add("target-missed", m_run.to ? QByteArray::number(*m_run.to) : QByteArray("none"));
-            missed.numbers.insert("target", m_run.target);
+            m_verdict.findings << findings::targetMissed(m_run.to, m_run.target);
         }
         QList<int> failed = (m_log.failed + m_log.failedAgain).values();
         std::sort(failed.begin(), failed.end());
@@ -258,6 +256,10 @@ private:
         const JudgedDatabase after(m_run.after, m_budget);
         const RepairedCopy repaired(
             before, m_run.before, m_run.scratchDirectory, m_versions.everyRun(), m_budget);
+        if (repaired.hasFailed()) {
+            m_verdict.lackedRoom = true;
+            return;
+        }
         std::unique_ptr<JudgedDatabase> base;
         if (repaired.isMade()) {
             base = std::make_unique<JudgedDatabase>(repaired.path(), m_budget);
@@ -540,6 +542,15 @@ Finding direct(const QByteArray &reason)
     Finding finding;
     finding.kind = "direct";
     finding.object = reason;
+    return finding;
+}
+
+Finding targetMissed(const std::optional<int> &recorded, int target)
+{
+    Finding finding;
+    finding.kind = "target-missed";
+    finding.object = recorded ? QByteArray::number(*recorded) : QByteArray("none");
+    finding.numbers = {{"target", target}};
     return finding;
 }
 

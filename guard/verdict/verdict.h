@@ -31,6 +31,7 @@ struct Verdict {
     QVector<Finding> findings;    ///< those that count first
     QVector<TableNumbers> tables; ///< those that differ and could be read
     QVector<int> unknownVersions; ///< steps of the run that the table of versions does not know
+    bool lackedRoom = false; ///< the scratch directory had no room for the copy: nobody has judged
 
     /// @return how many findings somebody has to look at
     int counting() const;
@@ -55,11 +56,13 @@ struct Verdict {
 Verdict judge(
     const RunToJudge &run, const DatabaseDifferences &differences, const VersionTable &versions);
 
-/// Findings about runs that have not come to a result that could be judged.
+/// Findings that take no database.
 namespace findings
 {
 /// @param reason the guard's code for it, such as "no-bubblewrap"
 Finding direct(const QByteArray &reason);
+/// @param recorded nothing when the database records no version
+Finding targetMissed(const std::optional<int> &recorded, int target);
 Finding newerThanProgram(int recorded, int newest);
 Finding libraryUnfit();
 } // namespace findings

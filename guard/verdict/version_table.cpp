@@ -78,6 +78,9 @@ VersionTable::EveryRun readEveryRun(const QJsonObject &json)
     for (auto table = values.begin(); table != values.end(); ++table) {
         everyRun.values.insert(foldedText(table.key()), foldedTexts(table.value()));
     }
+    for (const QJsonValue entry : json.value("scripts").toArray()) {
+        everyRun.scripts << entry.toString();
+    }
     return everyRun;
 }
 

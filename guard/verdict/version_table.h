@@ -4,6 +4,7 @@
 #include <QByteArrayList>
 #include <QHash>
 #include <QString>
+#include <QStringList>
 #include <QVector>
 
 #include <utility>
@@ -66,6 +67,7 @@ public:
         QVector<RowCondition> rows;          ///< orphans, which go, in the order of their going
         QHash<QByteArray, QByteArray> names; ///< by table the column that is made unique
         QHash<QByteArray, QByteArrayList> values; ///< by table the columns that it writes itself
+        QStringList scripts; ///< names of the reference-data scripts beside the program
     };
     const EveryRun &everyRun() const { return m_everyRun; }
 

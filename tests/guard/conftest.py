@@ -148,6 +148,14 @@ class GuardedDevice:
     def last_run(self):
         return self.record()["lastRun"]
 
+    def end_of_last_run(self):
+        """How it ended, without the verdict and what it took."""
+        return {name: value for name, value in self.last_run().items()
+                if name not in ("verdict", "software", "measured")}
+
+    def verdict(self):
+        return self.last_run()["verdict"]
+
     def files(self):
         return sorted(path.name for path in self.databases.iterdir())
 

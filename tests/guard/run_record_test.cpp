@@ -75,7 +75,8 @@ void RunRecordTest::endWith()
     record.kept = true;
 
     record.endWith({kind, "the words"}, "commit-failed");
-    QTEST(record.line(), "line");
+    QFETCH(QString, line);
+    QCOMPARE(record.lines(), QStringList{line});
     QCOMPARE(record.toJson().value("to"), to);
     QCOMPARE(record.toJson().value("changed"), changed);
     QCOMPARE(record.toJson().contains("kept"), kind == Kind::NotFlushed);

@@ -44,7 +44,10 @@ def test_without_a_version_in_the_file_nothing_starts(device, content):
 @pytest.mark.parametrize("arguments", [
     (), ("walk",), ("run", "34", "35"), ("run", "34", "--dry-run"), ("run", "34", "--wait", "x"),
     ("run", "34", "--wait", "-1"), ("status", "34"), ("status", "--strict"), ("restore", "34"),
-    ("run", "34", "--unknown"), ("run", "34", "--staging", ""), ("run", "34", "--app-dir=")])
+    ("run", "34", "--unknown"), ("run", "34", "--accept", ""),
+    ("status", "--accept", "damaged"), ("run", "34", "--json"), ("restore", "--exit-code"),
+    ("run", "34", "--strict", "--fall-back"), ("run", "34", "--staging", ""),
+    ("run", "34", "--app-dir=")])
 def test_a_wrong_call_is_told_and_changes_nothing(device, arguments):
     device.install(2)
     run = device.run(*arguments)
@@ -74,7 +77,8 @@ def test_the_help_says_all_that_there_is(device):
             "waits at most SECONDS for other programs that hold a lock, all waits together. "
             "Without this option 30."):
         assert sentence in words
-    for option in ("--version", "--app-dir <DIR>", "--wait <SECONDS>", "--strict", "--no-backup",
+    for option in ("--version", "--app-dir <DIR>", "--wait <SECONDS>", "--strict",
+                   "--accept <CODE>", "--fall-back", "--no-backup", "--json", "--exit-code",
                    "--staging <DIR>", "--dry-run"):
         assert f"\n  {option}" in text
     assert max(map(len, text.splitlines())) < 80

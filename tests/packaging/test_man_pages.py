@@ -52,12 +52,13 @@ def options_of(help_text):
 
 
 def commands_of(help_text):
-    return dict(re.findall(r"^  migration-guard (.+?)  +(.*)$", help_text, re.MULTILINE))
+    found = re.findall(r"^  migration-guard (.+)\n((?:      .+\n)+)", help_text, re.MULTILINE)
+    return {command: " ".join(text.split()) for command, text in found}
 
 
 def statuses_of(help_text):
-    text = re.search(r"Exit status: (.*?)\n\n", help_text, re.DOTALL)[1]
-    return dict(re.findall(r"(\d) (.+?)(?:;|\. )", text.replace("\n", " ")))
+    found = re.findall(r"^  (\d)  (.+\n(?:     .+\n)*)", help_text, re.MULTILINE)
+    return {status: " ".join(text.split()) for status, text in found}
 
 
 def test_page_of_the_guard_has_the_options_of_its_help_text(help_text):

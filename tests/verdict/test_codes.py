@@ -228,6 +228,13 @@ CHILDREN = ("CREATE TABLE parents (id INTEGER PRIMARY KEY); INSERT INTO parents 
             "INSERT INTO lamps VALUES (1, 1, 2), (2, 2, NULL), (3, 1, 1);")
 
 
+def test_without_room_for_the_repairs_nobody_has_judged(bench):
+    for scratch, lacked in (("/proc/none", True), (str(bench.folder), False)):
+        verdict = bench.verdict(CHILDREN, CHILDREN + "DELETE FROM switches WHERE id = 1",
+                                scratch=scratch)
+        assert verdict["lackedRoom"] is lacked
+
+
 def test_violations_removed(bench):
     after = CHILDREN + ("DELETE FROM switches WHERE id > 1; DELETE FROM lamps WHERE id = 2;"
                         "UPDATE lamps SET other = NULL WHERE id = 1;")

@@ -60,6 +60,7 @@ QJsonObject answer(const QJsonObject &request)
         judge(run, differences, VersionTable(request.value("versions").toString()));
     QJsonObject json = verdict.toJson(!request.value("withoutRows").toBool());
     json.insert("differs", !differences.isEmpty());
+    json.insert("lackedRoom", verdict.lackedRoom);
     json.insert("peakMemory", peakMemory());
     json.insert("lines", QJsonArray::fromStringList(verdict.lines()));
     return json;

@@ -1,0 +1,138 @@
+"""The program is not started on a newer database, nor where the library cannot run every step."""
+
+import os
+import shutil
+
+import pytest
+from conftest import contents
+from support.versions import NEWEST
+
+MARK = "touch /app/started; "
+KILLS = range(1, 400, 1 if "CAMPAIGN" in os.environ else 45)
+PROGRAM = 'exec env -u LD_PRELOAD -u FAULT_AT -u FAULT_ACTION /app/migrator "$@"'
+FALL_BACK = ("run", NEWEST, "--fall-back", "--wait", "2")
+
+
+def forget(device, newest):
+    """The program is one that knows only these versions."""
+    file = device.app / "schema-versions.json"
+    text = file.read_text()
+    file.write_text(text.replace(f'"newest": {NEWEST}', f'"newest": {newest}'))
+
+
+def make_newer(device):
+    device.sql(f"UPDATE tableVersion SET version = {NEWEST + 1} WHERE tableName = 'mainSqlDb'; "
+               "UPDATE growers SET displayName = displayName || ' newer';")
+
+
+@pytest.fixture
+def newer(device):
+    """A database of a newer program, and the kept one of before its migration."""
+    device.install(NEWEST - 1)
+    assert device.migrate(NEWEST) == 0
+    device.before = contents(device.kept)
+    make_newer(device)
+    device.newer = device.contents()
+    return device
+
+
+@pytest.mark.parametrize("bubblewrap", [True, False])
+def test_a_newer_database_is_left_alone(newer, bubblewrap):
+    newer.replace_program(MARK + 'exec /app/migrator "$@"')
+    log = newer.log()
+    run = newer.run("run", NEWEST, bubblewrap=bubblewrap)
+    assert run.returncode == 3
+    assert run.stderr.splitlines()[-1] == (
+        f"migration-guard: the database is at version {NEWEST + 1}, but the program knows versions "
+        f"up to {NEWEST}: it was not started")
+    assert not (newer.app / "started").exists()
+    assert (newer.contents(), newer.log()) == (newer.newer, log)
+    assert newer.last_run()["reason"] == "newer-than-program"
+    assert newer.verdict()["findings"][0]["code"] == "newer-than-program"
+    assert not newer.note.exists()
+
+
+def test_falling_back_brings_the_kept_one_and_keeps_the_newer_one(newer):
+    assert newer.migrate(NEWEST, "--fall-back") == 0
+    assert newer.version() == NEWEST
+    # The walk from the kept version does not replace the newer database.
+    assert contents(newer.kept) == newer.newer
+    assert newer.end_of_last_run() == {
+        "command": "run", "from": NEWEST + 1, "to": NEWEST, "target": NEWEST, "way": "guarded",
+        "staging": "memory", "changed": True, "kept": True, "status": 0}
+    finding, = (each for each in newer.verdict()["findings"]
+                if each["code"] == "newer-than-program")
+    assert (finding["accepted"], finding["counts"]) == (True, False)
+    assert newer.migrate(NEWEST, "--fall-back") == 0
+    assert contents(newer.kept) == newer.newer
+
+
+def test_falling_back_without_a_sandbox(newer):
+    assert newer.migrate(NEWEST, "--fall-back", bubblewrap=False) == 4
+    assert newer.version() == NEWEST
+    assert contents(newer.kept) == newer.newer
+
+
+@pytest.mark.parametrize("take_away", [
+    lambda device: device.kept.unlink(),
+    lambda device: device.kept.write_bytes(b"junk" * 2000),
+    lambda device: forget(device, NEWEST - 2)])
+def test_without_a_kept_one_that_the_program_knows_nothing_changes(newer, take_away):
+    take_away(newer)
+    log, kept = newer.log(), newer.kept.exists() and newer.kept.read_bytes()
+    run = newer.run("run", NEWEST - 2, "--fall-back")
+    assert run.returncode == 3
+    assert "not changed, newer-than-program (" in run.stderr
+    assert (newer.contents(), newer.log()) == (newer.newer, log)
+    assert (newer.kept.exists() and newer.kept.read_bytes()) == kept
+
+
+def test_a_database_that_is_known_does_not_fall_back(device):
+    device.install(NEWEST - 1)
+    assert device.migrate(NEWEST, "--fall-back") == 0
+    assert device.version() == NEWEST
+
+
+def test_strictly_nothing_falls_back(newer):
+    assert newer.migrate(NEWEST, "--strict", "--fall-back") == 2
+    assert newer.contents() == newer.newer
+
+
+def test_a_guard_that_is_killed_while_it_falls_back_leaves_one_of_the_two(newer):
+    newer.replace_program(PROGRAM)
+    for variable, name in (("FAULT_SHIM", "shim.so"), ("FATAL_MOMENTS", "moments.so")):
+        shutil.copy(os.environ[variable], newer.app / name)
+    start = {path.name: path.read_bytes() for path in newer.databases.iterdir()}
+    assert newer.run(*FALL_BACK).returncode == 0
+    after = newer.contents()
+    for number in KILLS:
+        for path in newer.databases.iterdir():
+            path.unlink()
+        for name, content in start.items():
+            (newer.databases / name).write_bytes(content)
+        newer.run(*FALL_BACK, options=(
+            "--setenv LD_PRELOAD /app/shim.so:/app/moments.so "
+            f"--setenv FAULT_AT {number} --setenv FAULT_ACTION kill"))
+        assert newer.contents() in (newer.newer, newer.before, after), number
+        whole = [newer.database, *newer.databases.glob("before-migration.sqlite*")]
+        assert newer.newer in [contents(path) for path in whole if path.suffix != ".tmp"], number
+        for _ in range(2):
+            if newer.run(*FALL_BACK).returncode == 0:
+                break
+        assert (newer.contents(), contents(newer.kept)) == (after, newer.newer), number
+
+
+@pytest.mark.parametrize("bubblewrap", [True, False])
+def test_a_library_that_refuses_texts_is_told_before_anything_runs(device, bubblewrap):
+    device.install(1)
+    before = device.contents()
+    device.replace_program(MARK + 'exec /app/migrator "$@"')
+    shutil.copy(os.environ["SQLITE_WITHOUT_TEXTS"], device.app / "library.so")
+    run = device.run("run", NEWEST, bubblewrap=bubblewrap,
+                     options="--setenv LD_PRELOAD /app/library.so")
+    assert run.returncode == 3
+    assert "not changed, library-unfit, status 3" in run.stderr
+    assert device.verdict()["findings"][0]["code"] == "library-unfit"
+    assert not (device.app / "started").exists()
+    assert (device.contents(), device.log()) == (before, "")
+    assert device.migrate(NEWEST) == 0

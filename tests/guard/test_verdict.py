@@ -1,0 +1,110 @@
+"""The verdict decides the status: what was lost only here, and what a maker has accepted."""
+
+import pytest
+from support.versions import NEWEST
+
+LOSES_ROWS = ('/app/migrator "$@"; '
+              'sqlite3 /app/databases/my.db.sqlite "PRAGMA foreign_keys = OFF; '
+              "DELETE FROM fields WHERE rowid IN (SELECT rowid FROM fields LIMIT 2)\"")
+SENTENCE = "2 rows of fields were lost: look at before-migration.sqlite"
+
+
+def findings(device):
+    return device.verdict()["findings"]
+
+
+@pytest.fixture
+def losing(device):
+    device.install(1)
+    device.replace_program(LOSES_ROWS)
+    return device
+
+
+def test_rows_that_only_this_device_loses_are_told(losing):
+    run = losing.run("run", 3)
+    assert run.returncode == 4
+    assert run.stderr.splitlines()[-2:] == [
+        "migration-guard: from 1 to 3, target 3, guarded, changed, rows-lost, status 4",
+        f"migration-guard: {SENTENCE}"]
+    assert losing.last_run()["reason"] == "rows-lost"
+    found = findings(losing)[0]
+    assert (found["code"], found["numbers"]["rows"], found["counts"]) == (
+        "rows-lost:fields", 2, True)
+    assert losing.verdict()["counting"] == 1
+
+
+def test_what_is_accepted_is_reported_and_does_not_count(losing):
+    run = losing.run("run", 3, "--accept", "rows-lost:fields", "--accept", "damaged")
+    assert run.returncode == 0
+    assert run.stderr.splitlines()[-1].endswith("guarded, changed, status 0")
+    accepted = [finding for finding in findings(losing) if finding["accepted"]]
+    assert [finding["code"] for finding in accepted] == ["rows-lost:fields"]
+
+
+def test_another_code_accepts_nothing(losing):
+    assert losing.migrate(3, "--accept", "rows-lost") == 4
+
+
+def test_strictly_what_counts_is_thrown_away(losing):
+    before = losing.contents()
+    assert losing.migrate(3, "--strict") == 3
+    assert (losing.contents(), losing.log()) == (before, "")
+    assert losing.last_run()["reason"] == "rows-lost"
+    assert losing.migrate(3, "--strict", "--accept", "rows-lost:fields") == 0
+    assert losing.version() == 3
+
+
+@pytest.mark.parametrize("version, target", [(1, NEWEST), (NEWEST, 1)])
+def test_in_a_healthy_walk_nothing_counts(device, version, target):
+    device.install(version)
+    assert device.migrate(target) == 0
+    verdict = device.verdict()
+    assert (verdict["counting"], verdict["unknownVersions"]) == (0, [])
+    # Every walk takes something on purpose.
+    assert {finding["onPurpose"] for finding in verdict["findings"]} - {None}
+
+
+def test_what_was_so_before_does_not_count(device):
+    device.install(33, "CREATE TABLE growers_temp (a);")
+    assert device.migrate(34) == 0
+    left, = (each for each in findings(device) if each["kind"] == "left-behind")
+    assert (left["code"], left["before"], left["counts"]) == (
+        "left-behind:growers_temp", True, False)
+
+
+def test_of_a_run_that_changes_nothing_the_log_is_judged(device):
+    device.install(NEWEST)
+    for _ in range(2):
+        device.migrate(NEWEST + 6)
+    assert device.migrate(NEWEST + 6) == 3
+    assert device.last_run()["reason"] == "target-missed"
+    assert device.migrate(NEWEST + 6, "--accept", f"target-missed:{NEWEST}") == 0
+
+
+def test_rows_that_a_script_of_the_image_changes_are_not_lost(losing):
+    with (losing.app / "refMachines.sql").open("a") as script:
+        script.write("\nDELETE FROM fields WHERE fieldId = 'none of them';\n")
+    assert losing.migrate(3) == 0
+    lost, = (each for each in findings(losing) if each["code"] == "rows-lost:fields")
+    assert (lost["onPurpose"], lost["counts"]) == ("script", False)
+
+
+def test_the_platform_decides_about_values(device):
+    """On this platform version 25 sets the ports."""
+    (device.root / "etc" / "harlo" / "platform").write_text("TORVIKMAX\n")
+    device.install(24)
+    assert device.migrate(25) == 0
+    assert device.migrate(24) == 0
+
+
+def test_a_direct_run_is_a_finding_that_can_be_accepted(device):
+    device.install(1)
+    run = device.run("run", NEWEST, bubblewrap=False)
+    assert run.returncode == 4
+    assert run.stderr.splitlines()[-1] == (
+        "migration-guard: the program ran without the guard's protection: no-bubblewrap")
+    assert [finding["code"] for finding in findings(device)] == ["direct:no-bubblewrap"]
+    assert device.migrate(NEWEST, "--accept", "direct:no-bubblewrap", bubblewrap=False) == 0
+    assert device.last_run()["reason"] == "no-bubblewrap"
+    assert device.migrate(NEWEST + 1, "--accept", "direct:no-bubblewrap", bubblewrap=False) == 4
+    assert findings(device)[1]["code"] == f"target-missed:{NEWEST}"
