@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 enum Outcome { AS_USUAL, FAILS, HALF_WAY };
@@ -314,4 +315,14 @@ void *calloc(size_t number, size_t size)
 void *realloc(void *place, size_t size)
 {
     return memoryFails() ? NULL : __libc_realloc(place, size);
+}
+
+/* A guard measures how long its parts take, and notes it in a file. */
+int clock_gettime(clockid_t clock, struct timespec *time)
+{
+    if (clock == CLOCK_MONOTONIC && (self == GUARD || self == GUARD_IN_MEMORY)) {
+        *time = (struct timespec){.tv_sec = 1};
+        return 0;
+    }
+    return NEXT(clock_gettime)(clock, time);
 }

@@ -3,7 +3,7 @@
  * bubblewrap again and the program. It counts what they ask of the disk and of staging, all in one
  * count, and makes one of these operations fail. An operation is an open that may create, a write, a
  * truncation, a sync, an unlink, a rename, a directory that is made or removed, or a change of owner
- * or mode. Random numbers and identifiers are the same in every run.
+ * or mode. Random numbers, identifiers and the guard's clock are the same in every run.
  *
  *   FAULT_SHARED=F    the counts, which all processes map
  *   FAULT_DATABASES=D:I  device and inode of the real directory: in the program another one, staging,
