@@ -34,8 +34,9 @@ TEXT = """\
 
 For whoever decides whether devices are mended, and for whoever looks at one that was. A run of the
 program alone that is cut can leave a copy of a table beside it or in its place (docs/power-cut.md).
-Every later step on that table then fails. The guard can mend that on the staged copy, before the
-program runs. Made by `tests/faults/mending_campaign.py --document`.
+Every later step on that table then fails. `mendCopies` (guard/mending.h) puts that right in a
+database that nobody has open; no command of the guard calls it yet. Made by
+`tests/faults/mending_campaign.py --document`.
 
 ## What is mended
 

@@ -1,0 +1,11 @@
+# Debian's cross compiler and, made by tools/make_sysroot.sh, Debian's libraries of the architecture.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_C_COMPILER ${compiler}-gcc)
+set(CMAKE_CXX_COMPILER ${compiler}-g++)
+set(place ../../build/sysroots/${architecture})
+cmake_path(ABSOLUTE_PATH place BASE_DIRECTORY ${CMAKE_CURRENT_LIST_DIR} NORMALIZE)
+set(CMAKE_SYSROOT ${place})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
