@@ -28,6 +28,15 @@ SECONDS = 120
 # A program that is ended within these leaves a journal that has to be rolled back.
 JOURNAL = ("PRAGMA cache_spill = 1; PRAGMA cache_size = 1; BEGIN;"
            "UPDATE tableVersion SET version = 5; UPDATE growers SET displayName = 'x';")
+# What a damage makes of a database file.
+DAMAGES = {
+    "junk": lambda content: b"x" * 5000,
+    "cut": lambda content: content[:8192],
+    "cut within a page": lambda content: content[:8192 + 77],
+    "without a header": lambda content: bytes(100) + content[100:],
+    "larger than the kept one": lambda content: b"y" * (2 * len(content)),
+    "empty": lambda content: b"",
+}
 
 
 def contents(path):

@@ -133,7 +133,8 @@ def test_verdict_on(name):
         verdict, memory, seconds = judged(folder)
         # The test's own values are no smaller than what SQLite may hold of one row.
         largest = 4 * 70 * MEBIBYTE if "value" in name else 0
-        assert memory < FIXED_MEMORY + MEMORY_PER_BYTE * size + largest
+        if os.environ.get("MEMORY_IS_MEASURED") != "no":
+            assert memory < FIXED_MEMORY + MEMORY_PER_BYTE * size + largest
         assert seconds < FIXED_SECONDS + SECONDS_PER_MEBIBYTE * size / MEBIBYTE
         kinds = {finding["kind"] for finding in verdict["findings"]}
         assert kinds & {"rows-lost", "values-lost", "unreadable", "violations-removed"}
