@@ -8,10 +8,21 @@ import sys
 # The folder of an installed program is not the place for what Python keeps.
 sys.dont_write_bytecode = True
 
-from page import render  # noqa: E402
-from reading import Unreadable, read_runs  # noqa: E402
+from page import render
+from reading import Unreadable, read_runs
 
 PROGRAM = "migration-report"
+DESCRIPTION = """\
+Makes a page for a service technician of a rehearsal (migration-guard rehearse
+--json) or of a device's lastMigration.json. The page goes to the standard
+output. It is one file that needs no network."""
+STATUSES = """\
+Exit status:
+  0  The page is made.
+  1  The file cannot be read or is not what it should be.
+     A message says what is wrong and where.
+  2  The call is wrong.
+"""
 
 
 def content_of(file):
@@ -21,15 +32,12 @@ def content_of(file):
 
 def main():
     parser = argparse.ArgumentParser(
-        prog=PROGRAM, usage=f"{PROGRAM} FILE.json > page.html", allow_abbrev=False,
-        description="Makes a page for a service technician of a rehearsal (migration-guard"
-                    " rehearse --json) or of a device's lastMigration.json. The page goes to the"
-                    " standard output. It is one file that needs no network.",
-        epilog="Exit status: 0 the page is made, 1 the file cannot be read or is not what it"
-               " should be, 2 the call is wrong.")
+        prog=PROGRAM, usage=f"{PROGRAM} FILE.json > page.html", description=DESCRIPTION,
+        epilog=STATUSES, allow_abbrev=False,
+        formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("file", metavar="FILE.json",
-                        help="one JSON object, or several for one page with an overview;"
-                             " - is the standard input")
+                        help="One JSON object, or several for one page with an overview."
+                             " - is the standard input.")
     file = parser.parse_args().file
     try:
         page = render(read_runs(content_of(file)))

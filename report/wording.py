@@ -244,8 +244,8 @@ class Wording:
             return Markup("The copy {} would be the table {} again, with {}.").format(
                 name, shown(copy.table), rows)
         if copy.kind == "rows-returned" and copy.rows_returned is not None:
-            return Markup("{} of the copy {} would come back into {}, and the copy would go.").format(
-                counted(copy.rows_returned, "row", "rows"), name, table)
+            return Markup("{} of the copy {} would come back into {}, and the copy would go."
+                          ).format(counted(copy.rows_returned, "row", "rows"), name, table)
         return Markup("Nothing would be done with the copy {} and {}.{}").format(
             name, rows, Markup(" {}").format(visible(copy.reason)) if copy.reason else "")
 
@@ -356,7 +356,8 @@ class Wording:
         more = len(self.counting()) - len(self.first_things())
         if not more:
             return ""
-        return f"{counted(more, 'more thing', 'more things')} to look at {'is' if more == 1 else 'are'} below."
+        return (f"{counted(more, 'more thing', 'more things')} to look at"
+                f" {'is' if more == 1 else 'are'} below.")
 
     def failed_steps(self, failed):
         if len(failed) > 1 or failed[0].object == "unknown":

@@ -31,7 +31,7 @@ def rows_below(page, heading):
 
 
 def code_parts(cell):
-    """`rows-lost:fields` is the kind rows-lost and the object fields; of a column it is its table."""
+    """`rows-lost:fields` is the kind rows-lost and the object fields; a column's is its table."""
     kind, _, named = cell.strip("`").partition(":")
     return kind, named.split(".")[0]
 

@@ -86,7 +86,8 @@ def failing():
     return rehearsal(
         16, 34, 26, verdict(16, 26, 34, [
             finding("rows-lost:PC_Mix", 3, 41, counts=True, **keys("PC_Mix", "4", "9", "11")),
-            finding("step-failed:27", counts=True), finding("target-missed:26", counts=True, numbers={"target": 34}),
+            finding("step-failed:27", counts=True),
+            finding("target-missed:26", counts=True, numbers={"target": 34}),
             finding("left-behind:PC_Mix_temp", 41, before=True),
             finding("violations-removed:guidanceLines", 2, 42,
                     **keys("guidanceLines", "90", "5000000000")),
@@ -197,7 +198,8 @@ def with_numbers(seed):
 
 # What a name in a database can be.
 HOSTILE = (
-    "<script>document.title = 'script'</script>", "<img src=x onerror=alert(1)>", "</pre></details>",
+    "<script>document.title = 'script'</script>", "<img src=x onerror=alert(1)>",
+    "</pre></details>",
     "a & b &amp; c", "\"quoted\" 'twice' `thrice`", "{{ 7 * 7 }}{% raw %}", "-->", "]]>",
     "abc\u202edef", "\u2066open", "\u2069\u2069closed\u202e", "\u05d0\u05d1\u05d2 \u0627\u0628",
     "NUL\0after", "bell\x07 escape\x1b[31m delete\x7f", "line\nbreak\r\nand\ttab", "\x85\x9b",
