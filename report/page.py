@@ -1,6 +1,5 @@
 """What is on the page: each run's parts in the order in which a technician needs them."""
 
-import dataclasses
 import functools
 import itertools
 import pathlib
@@ -203,10 +202,10 @@ class RunParts:
         way_back = self.run.way_back
         gets = ("gets there" if way_back.reached else
                 f"does not get there: it would stop at {version(way_back.to)}")
-        lost = [finding for finding in way_back.losses.findings if finding.kind in LOSSES]
         return Markup("A run back to {} {}. {}").format(
             version(way_back.target), gets,
-            "It would not restore:" if lost else "It would restore everything that was compared.")
+            "It would not restore everything:" if way_back.losses.findings
+            else "It would restore everything that was compared.")
 
 
 class Overview:
@@ -246,12 +245,7 @@ def render(runs):
     """The page of some runs, as HTML."""
     words = Words()
     parts = [RunParts(run, words, place) for place, run in enumerate(runs, 1)]
-    changed = runs[0].last_change if len(runs) == 1 else None
+    since = runs[0].run_since if len(runs) == 1 else None
     return template().render(
         parts=parts, overview=Overview(parts) if len(parts) > 1 else None,
-        last_change=RunParts(changed, words, 2) if changed and changed != plain(runs[0]) else None)
-
-
-def plain(run):
-    """A run without what lastMigration.json has besides."""
-    return dataclasses.replace(run, last_change=None, changes=(), is_in_order=True)
+        since=RunParts(since, words, 2) if since else None)

@@ -119,6 +119,7 @@ class Run:
     target: int | None
     status: int
     reason: str
+    detail: str
     way: str
     changed: bool | None
     assumed: tuple
@@ -136,7 +137,7 @@ class Run:
     way_back: WayBack | None
     log: str | None
     # Of lastMigration.json only:
-    last_change: "Run | None" = None
+    run_since: "Run | None" = None  # the last run, if this is an earlier one
     changes: tuple = ()
     is_in_order: bool = True
 
@@ -294,7 +295,7 @@ def read_run(run, is_rehearsal):
         path=database.text("path"), journal_mode=database.text("journalMode"),
         with_rows=is_rehearsal and run.flag("withRows") is not False,
         source=run.number("from"), to=run.number("to"), target=run.number("target"),
-        status=read_status(run), reason=run.text("reason"), way=run.text("way"),
+        status=read_status(run), reason=run.text("reason"), detail=run.text("detail"), way=run.text("way"),
         changed=run.flag("changed"), assumed=run.list("assumed", text_element),
         platform=given.text("platform"), software_version=given.text("softwareVersion"),
         guard=software.text("guard"), sqlite=software.text("sqlite"),
@@ -308,11 +309,13 @@ def read_run(run, is_rehearsal):
 
 
 def read_record(record):
-    """lastMigration.json: its last run, with the other things that it has."""
-    change = record.fields("lastChange")
+    """lastMigration.json: its last change, which an ordinary boot since does not hide."""
+    last = read_run(record.fields("lastRun", required=True), is_rehearsal=False)
+    change = last
+    if record.has("lastChange"):
+        change = read_run(record.fields("lastChange"), is_rehearsal=False)
     return replace(
-        read_run(record.fields("lastRun", required=True), is_rehearsal=False),
-        last_change=read_run(change, is_rehearsal=False) if change.values else None,
+        change, run_since=last if last != change else None,
         changes=record.objects("changes", read_change),
         is_in_order=record.flag("databaseInOrder") is not False)
 

@@ -195,17 +195,19 @@ class Wording:
                 "cannot be read already, and so cannot be compared" if finding.before
                 else self.would("not be readable any more", "cannot be read any more")),
             "violations-removed": lambda: told(
-                Markup("{} {}: what {} to is not there."), self.some_of(finding),
-                self.were(count, "removed"), "it belongs" if count == 1 else "they belong"),
+                Markup("{} {}: what {} to {} not there."), self.some_of(finding),
+                self.were(count, "removed"), "it belongs" if count == 1 else "they belong",
+                "was" if self.is_past else "is"),
             "orphans-removed": lambda: told(
                 Markup("{} of product configurations that nothing refers to {}."),
                 counted(count, "row", "rows"), self.were(count, "removed")),
             "reapplied": lambda: told(
-                Markup("Version {} {} again: its change is missing."), name,
-                self.were(1, "applied")),
+                Markup("Version {} {} again: its change {} missing."), name,
+                self.were(1, "applied"), "was" if self.is_past else "is"),
             "renamed": lambda: told(
-                Markup("{} {} {}: there are equal names."), self.some_of(finding),
-                self.would("get", "got"), "another name" if count == 1 else "other names"),
+                Markup("{} {} {}: there {} equal names."), self.some_of(finding),
+                self.would("get", "got"), "another name" if count == 1 else "other names",
+                "were" if self.is_past else "are"),
             "direct": lambda: told(
                 Markup("The program {} without the guard's protection. {}"),
                 self.would("run", "ran"), self.words.reason(finding.object, "means")),
@@ -393,8 +395,8 @@ class Wording:
             paragraphs.append(self.words.reason(run.reason, "advice"))
         if not run.is_in_order:
             paragraphs.append(marked(
-                "The last run that changed this database did not end well. The database of before"
-                " is kept: `migration-guard restore` brings it back."))
+                "The last run that changed this database did not end well. If the database of"
+                " before is kept, `migration-guard restore` brings it back."))
         return paragraphs
 
     def explanation(self, lines):

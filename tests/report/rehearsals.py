@@ -103,7 +103,7 @@ def failing():
 
 
 def refused():
-    """A rehearsal of which nothing came."""
+    """A rehearsal in which nothing was started."""
     return rehearsal(35, 34, 35, status=3, reason="newer-than-program", changed=False,
                      verdict=None, versions=[], log="")
 
