@@ -47,7 +47,7 @@ class RunParts:
 
     def movement(self):
         """From where to where, short."""
-        source, to = (f"{recorded}" if recorded is not None else "none"
+        source, to = ("no version" if recorded is None else str(recorded)
                       for recorded in (self.run.source, self.run.to))
         return source if source == to else Markup("{} → {}").format(source, to)
 
@@ -59,8 +59,8 @@ class RunParts:
             facts.append(("Asked for", version(run.target), False))
         for label, value, field in (("Device software", run.software_version, "softwareVersion"),
                                     ("Platform", run.platform, "platform")):
-            if value:
-                facts.append((label, shown(value), field in run.assumed))
+            if value or field in run.assumed:
+                facts.append((label, shown(value) if value else "none", field in run.assumed))
         for label, field in (("Size before", "before"), ("Size after", "after"),
                              ("Text in the log", "log"),
                              ("Most memory", "peakMemory"), ("Most room on the disk", "peakDisk")):
@@ -72,7 +72,7 @@ class RunParts:
             facts.append(("Time", Markup('{} <span class="exact">({})</span>').format(
                 duration(sum(time for _, time in times)),
                 ", ".join(f"{label} {number(time)} ms" for label, time in times)), False))
-        if run.flushes:
+        if run.flushes and not run.is_rehearsal:
             facts.append(("Flushes of the disk", number(run.flushes), False))
         if run.journal_mode:
             facts.append(("Journal", shown(run.journal_mode), False))

@@ -37,6 +37,8 @@ class Words:
 
     def advice(self, finding):
         """What to do about a finding; empty for a kind that is not known here."""
+        if finding.kind == "direct":
+            return self.reason(finding.object, "advice")
         return marked(self.texts["findings"].get(finding.kind, {}).get("advice", ""),
                       finding.object)
 

@@ -236,6 +236,16 @@ def test_first_twenty_rows_are_shown_and_the_rest_is_named(browser):
     assert "The first 20 are shown. The JSON file has the first 25." in browser.text()
 
 
+def test_a_run_without_the_guard_has_the_advice_of_its_reason(browser):
+    browser.open(rehearsal(None, 34, None, verdict(None, None, 34, [
+        finding("direct:not-copied", counts=True)]), status=4, reason="not-copied", way="direct",
+        detail="file is <not> a database"))
+    assert browser.text("h1") == "The program would run without the guard's protection. " + (
+        WORDS.texts["reasons"]["not-copied"]["means"])
+    assert WORDS.texts["reasons"]["not-copied"]["advice"] in browser.text(".counts")
+    assert "In detail: file is <not> a database" in browser.text(".advice")
+
+
 def test_losses_are_marked_as_on_purpose_or_only_here(browser):
     found = [finding("rows-lost:a", 1, 9, counts=True), finding("rows-lost:b", 1, 9, on_purpose=7),
              finding("column-lost:c.d", 1, 9, on_purpose="unknown"),
