@@ -7,8 +7,9 @@ import pathlib
 import jinja2
 from markupsafe import Markup
 
-from wording import (LOOK, LOSSES, OK, REFUSED, Wording, Words, counted, duration, number,
-                     shown, size, version, visible)
+from sentences import LOSSES, purpose
+from texts import Words, counted, duration, number, shown, size, version, visible
+from verdict import KINDS, LOOK, OK, REFUSED, VerdictWording
 
 # The JSON has all of them.
 ROWS_SHOWN = 20
@@ -16,7 +17,6 @@ REPAIRS = ("violations-removed", "orphans-removed", "reapplied")
 PARTS = (("copy", "copy"), ("program", "program"), ("comparison", "comparison"),
          ("commit", "commit"))
 OUTCOMES = {"done": "done", "failed": "failed", "not-reached": "not reached"}
-BADGES = {LOOK: "look", REFUSED: "refused", OK: "ok"}
 
 
 class RunParts:
@@ -26,16 +26,20 @@ class RunParts:
         self.run = run
         self.words = words
         self.place = place  # the number in the file; makes the names of its parts unique
-        self.wording = Wording(run, words)
-        findings = run.verdict.findings if run.verdict else ()
-        rest = [finding for finding in findings if not finding.counts]
-        self.counting = [finding for finding in findings if finding.counts]
-        self.repairs = [finding for finding in rest if finding.kind in REPAIRS
-                        or (finding.kind == "left-behind" and finding.before)]
-        self.renamed = [finding for finding in rest if finding.kind == "renamed"]
-        self.losses = [finding for finding in rest if finding.kind in LOSSES]
-        self.others = [finding for finding in rest if finding not in
-                       [*self.repairs, *self.renamed, *self.losses]]
+        self.verdict = VerdictWording(run, words)
+        self.sentences = self.verdict.sentences
+        self.counting = self.verdict.counting
+        self.repairs, self.renamed, self.losses, self.others = [], [], [], []
+        for finding in run.verdict.findings if run.verdict else ():
+            if not finding.counts:
+                self.part_of(finding).append(finding)
+
+    def part_of(self, finding):
+        if finding.kind in REPAIRS or (finding.kind == "left-behind" and finding.before):
+            return self.repairs
+        if finding.kind == "renamed":
+            return self.renamed
+        return self.losses if finding.kind in LOSSES else self.others
 
     @property
     def name(self):
@@ -94,23 +98,17 @@ class RunParts:
                  "registration": "registration file", "referenceData": "reference data"}
         return Markup(", ").join(names.get(name, visible(name)) for name in self.run.assumed)
 
-    def tables_with_other_rows(self, verdict):
-        return [table for table in verdict.tables
-                if table.gone or table.new or table.before != table.after]
+    @staticmethod
+    def tables_with_other_rows(verdict):
+        return [table for table in verdict.tables if has_other_rows(table)]
 
-    def tables_with_the_same_rows(self, verdict):
+    @staticmethod
+    def tables_with_the_same_rows(verdict):
         """Something else differs there: a column or a value."""
-        return [table for table in verdict.tables
-                if table not in self.tables_with_other_rows(verdict)]
-
-    def table_word(self, table):
-        return self.words.table(table)
+        return [table for table in verdict.tables if not has_other_rows(table)]
 
     def things_to_look_at(self):
         return counted(len(self.counting), "thing", "things")
-
-    def todo(self, finding):
-        return self.words.advice(finding)
 
     @staticmethod
     def has_values(finding):
@@ -132,7 +130,7 @@ class RunParts:
 
     def key_label(self, finding, table, keys):
         label = "Key:" if len(keys) == 1 else "Keys:"
-        return (Markup("{}, {}").format(self.wording.contents(table), label.lower())
+        return (Markup("{}, {}").format(self.sentences.contents(table), label.lower())
                 if self.has_other_tables(finding) else label)
 
     @staticmethod
@@ -173,7 +171,7 @@ class RunParts:
                 if finding.kind == "step-failed" and finding.object == str(step.version)]
 
     def failed_steps(self):
-        return [step for step in self.run.steps or () if step.outcome == "failed"]
+        return [step for step in self.run.steps if step.outcome == "failed"]
 
     def failed_steps_besides(self):
         """Those that no finding that counts has shown."""
@@ -194,9 +192,6 @@ class RunParts:
     def outcome(self, step):
         return OUTCOMES.get(step.outcome, visible(step.outcome))
 
-    def what_for(self, step):
-        return self.words.version(step.version)
-
     def way_back_sentence(self):
         """What the way back is about, and whether it gets there."""
         way_back = self.run.way_back
@@ -206,6 +201,10 @@ class RunParts:
             version(way_back.target), gets,
             "It would not restore everything:" if way_back.losses.findings
             else "It would restore everything that was compared.")
+
+
+def has_other_rows(table):
+    return table.gone or table.new or table.before != table.after
 
 
 class Overview:
@@ -227,7 +226,7 @@ class Overview:
         return sum(part.run.status == status for part in self.parts)
 
     def badge_class(self):
-        return next(BADGES[status] for status in (LOOK, REFUSED, OK) if self.count(status))
+        return next(KINDS[status] for status in (LOOK, REFUSED, OK) if self.count(status))
 
 
 @functools.cache
@@ -237,6 +236,7 @@ def template():
         loader=jinja2.FileSystemLoader(folder), autoescape=True, trim_blocks=True,
         lstrip_blocks=True, undefined=jinja2.StrictUndefined)
     environment.filters.update(shown=shown, visible=visible, number=number)
+    environment.globals["purpose"] = purpose
     environment.globals["style"] = Markup((folder / "style.css").read_text(encoding="utf-8"))
     return environment.get_template("page.html")
 

@@ -132,7 +132,7 @@ class Run:
     bytes: dict
     flushes: int | None
     verdict: Verdict | None
-    steps: tuple | None
+    steps: tuple
     copies: tuple
     way_back: WayBack | None
     log: str | None
@@ -295,15 +295,14 @@ def read_run(run, is_rehearsal):
         path=database.text("path"), journal_mode=database.text("journalMode"),
         with_rows=is_rehearsal and run.flag("withRows") is not False,
         source=run.number("from"), to=run.number("to"), target=run.number("target"),
-        status=read_status(run), reason=run.text("reason"), detail=run.text("detail"), way=run.text("way"),
-        changed=run.flag("changed"), assumed=run.list("assumed", text_element),
+        status=read_status(run), reason=run.text("reason"), detail=run.text("detail"),
+        way=run.text("way"), changed=run.flag("changed"), assumed=run.list("assumed", text_element),
         platform=given.text("platform"), software_version=given.text("softwareVersion"),
         guard=software.text("guard"), sqlite=software.text("sqlite"),
         program=software.number("program"), milliseconds=measured.numbers("milliseconds"),
         bytes=measured.numbers("bytes"), flushes=measured.number("flushes"),
         verdict=read_verdict(run.fields("verdict")) if run.has("verdict") else None,
-        steps=run.objects("versions", read_step) if run.has("versions") else None,
-        copies=run.objects("mending", read_copy),
+        steps=run.objects("versions", read_step), copies=run.objects("mending", read_copy),
         way_back=read_way_back(run.fields("wayBack")) if run.has("wayBack") else None,
         log=run.text("log") if run.has("log") else None)
 

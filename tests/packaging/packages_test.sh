@@ -66,8 +66,10 @@ expect "the files of the report" "$(files migration-report)" \
 -rw-r--r-- root/root ./usr/share/migration-report/page.html
 -rw-r--r-- root/root ./usr/share/migration-report/page.py
 -rw-r--r-- root/root ./usr/share/migration-report/reading.py
+-rw-r--r-- root/root ./usr/share/migration-report/sentences.py
 -rw-r--r-- root/root ./usr/share/migration-report/style.css
--rw-r--r-- root/root ./usr/share/migration-report/wording.py
+-rw-r--r-- root/root ./usr/share/migration-report/texts.py
+-rw-r--r-- root/root ./usr/share/migration-report/verdict.py
 -rw-r--r-- root/root ./usr/share/migration-report/words.json"
 
 expect "what the program needs" "$(depends database-migrator)" \

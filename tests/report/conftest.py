@@ -2,14 +2,12 @@
 
 import base64
 import json
-import pathlib
 import re
 import subprocess
 import sys
 
 import pytest
-from selenium import webdriver
-from selenium.webdriver.chrome.service import Service
+from chromium import Chromium
 from support.places import ROOT, TESTS, scratch_directory
 
 sys.path.insert(0, str(TESTS / "verdict"))
@@ -28,43 +26,21 @@ def make_page(*documents):
     return subprocess.run([PROGRAM, "-"], input=lines.encode(), capture_output=True, check=False)
 
 
-class Browser:
-    """Shows pages, and tells what a reader sees there."""
+class Browser(Chromium):
+    """Shows the pages of JSON objects, and tells what a reader sees there."""
 
     def __init__(self, folder):
-        options = webdriver.ChromeOptions()
-        options.binary_location = "/usr/bin/chromium"
-        # Root, as in a container, cannot have Chromium's sandbox.
-        for argument in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage",
-                         "--disable-gpu", "--hide-scrollbars", "--disable-background-networking",
-                         "--disable-component-update", "--no-first-run",
-                         f"--user-data-dir={folder / 'profile'}"):
-            options.add_argument(argument)
-        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-        self.folder = folder
-        self.driver = webdriver.Chrome(
-            service=Service("/usr/bin/chromedriver", log_path=str(folder / "driver.log")),
-            options=options)
+        super().__init__(folder / "profile")
+        self.page = folder / "page.html"
 
-    def close(self):
-        self.driver.quit()
-
-    def command(self, name, **parameters):
-        return self.driver.execute_cdp_cmd(name, parameters)
-
-    def run(self, script, *arguments):
-        return self.driver.execute_script(script, *arguments)
-
-    def open(self, *documents, width=DESKTOP, unfolded=True):
+    def show(self, *documents, width=DESKTOP, unfolded=True):
         """Shows the page of JSON objects, with everything unfolded unless it is not to be."""
         made = make_page(*documents)
         assert (made.returncode, made.stderr) == (0, b"")
-        page = self.folder / "page.html"
-        page.write_bytes(made.stdout)
+        self.page.write_bytes(made.stdout)
         self.command("Emulation.setEmulatedMedia", media="screen")
         self.resize(width)
-        self.driver.get_log("browser")
-        self.driver.get(page.as_uri())
+        self.open(self.page.as_uri())
         if unfolded:
             self.run("document.querySelectorAll('details').forEach(one => one.open = true)")
         return self
@@ -72,10 +48,6 @@ class Browser:
     def resize(self, width):
         self.command("Emulation.setDeviceMetricsOverride", width=width, height=800,
                      deviceScaleFactor=1, mobile=False)
-
-    def errors(self):
-        """What the browser complains about: scripts, loads and violated rules."""
-        return [entry["message"] for entry in self.driver.get_log("browser")]
 
     def text(self, selector="body"):
         return self.run("return document.querySelector(arguments[0]).innerText", selector)
@@ -122,6 +94,6 @@ def paper_sizes(pdf):
 @pytest.fixture(scope="session")
 def browser():
     with scratch_directory() as folder:
-        started = Browser(pathlib.Path(folder))
+        started = Browser(folder)
         yield started
         started.close()

@@ -11,9 +11,15 @@ from page import render
 from reading import Unreadable, read_runs
 from rehearsals import (failing, finding, hostile, keys, record, refused, rehearsal, values,
                         verdict)
-from support.places import ROOT
+from support.places import ROOT, scratch_directory
 
 SCHEMA = ROOT / "docs" / "last-migration.schema.json"
+
+
+@pytest.fixture
+def folder():
+    with scratch_directory() as made:
+        yield made
 
 
 def complain(content):
@@ -82,9 +88,9 @@ def test_wrong_field_is_named(path, value, message):
     assert complain("\n".join(map(json.dumps, lines)).encode()) == f"the 2nd object: {message}"
 
 
-def test_file_that_is_not_there_is_named(tmp_path):
-    missing = tmp_path / "missing.json"
-    for file, message in ((missing, "No such file or directory"), (tmp_path, "Is a directory")):
+def test_file_that_cannot_be_read_is_named(folder):
+    for file, message in ((folder / "missing.json", "No such file or directory"),
+                          (folder, "Is a directory")):
         ended = subprocess.run([PROGRAM, file], capture_output=True, text=True, check=False)
         assert (ended.returncode, ended.stdout, ended.stderr) == (
             1, "", f"migration-report: {file}: {message}\n")
@@ -96,8 +102,8 @@ def test_wrong_call_ends_with_2():
         assert ended.returncode == 2 and ended.stdout == "" and "usage:" in ended.stderr
 
 
-def test_page_is_the_same_from_a_file_and_from_the_standard_input(tmp_path):
-    file = tmp_path / "rehearsal.json"
+def test_page_is_the_same_from_a_file_and_from_the_standard_input(folder):
+    file = folder / "rehearsal.json"
     file.write_text("\ufeff" + json.dumps(failing(), indent=2), encoding="utf-8")
     from_file = subprocess.run([PROGRAM, file], capture_output=True, check=True).stdout
     assert from_file == make_page(failing()).stdout

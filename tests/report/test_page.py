@@ -10,7 +10,7 @@ from rehearsals import (HOSTILE, failing, finding, hostile, keys, of_device, rec
 from runs_to_judge import Judge
 from support.places import DEMO, scratch_directory
 from support.versions import NEWEST
-from wording import Words
+from texts import Words
 
 A4 = {(595, 842)}
 NUMBER = re.compile(r"\d[\d,]*(?:\.\d+)?")
@@ -30,7 +30,7 @@ def numbers_in(text):
 
 
 def headline(browser, *documents):
-    return browser.open(*documents).text("h1")
+    return browser.show(*documents).text("h1")
 
 
 # The verdict
@@ -105,12 +105,12 @@ def taking(*versions):
                  " What became of its contents was not compared.", "In order", id="a restore"),
 ])
 def test_verdict_is_a_sentence(browser, document, sentence, badge):
-    browser.open(document)
+    browser.show(document)
     assert (browser.text("h1"), browser.text(".badge")) == (sentence, badge)
 
 
 def test_what_to_do_is_in_the_words_of_the_page_of_findings(browser):
-    browser.open(failing())
+    browser.show(failing())
     plain = [re.sub("`", "", WORDS.texts[part][name][field]) for part, name, field in (
         ("statuses", "4", "rehearsal"), ("findings", "step-failed", "advice"),
         ("findings", "rows-lost", "advice"))]
@@ -124,7 +124,7 @@ def test_what_to_do_is_in_the_words_of_the_page_of_findings(browser):
 
 
 def test_a_real_rehearsal_is_shown_as_it_is(browser, real):
-    browser.open(real)
+    browser.show(real)
     takers = sorted({found["onPurpose"] for found in real["verdict"]["findings"]
                      if isinstance(found["onPurpose"], int) and found["numbers"]["rows"]})
     listed = f"{', '.join(map(str, takers[:-1]))} and {takers[-1]}"
@@ -140,7 +140,7 @@ def test_a_real_rehearsal_is_shown_as_it_is(browser, real):
 @pytest.mark.parametrize("seed", range(6))
 def test_every_number_is_that_of_the_json(browser, seed):
     document = with_numbers(seed)
-    browser.open(document)
+    browser.show(document)
     assert_numbers_are_those_of(browser, document)
 
 
@@ -228,7 +228,7 @@ def test_first_twenty_rows_are_shown_and_the_rest_is_named(browser):
         "farms", *((str(key), "'a'", "'b'") for key in range(201, 226))))
     cut = finding("rows-lost:files", 99, 99, on_purpose=2,
                   **{**keys("files", *map(str, range(301, 326))), "hasAllRows": False})
-    browser.open(rehearsal(status=4, found=verdict(16, 34, 34, [lost, taken, cut])))
+    browser.show(rehearsal(status=4, found=verdict(16, 34, 34, [lost, taken, cut])))
     assert browser.texts(".counts .keys code") == [str(key) for key in range(101, 121)]
     assert "The first 20 are shown. All are in the JSON file." in browser.text(".counts")
     assert browser.rows(".values") == [[str(key), "'a'", "'b'"] for key in range(201, 221)]
@@ -237,7 +237,7 @@ def test_first_twenty_rows_are_shown_and_the_rest_is_named(browser):
 
 
 def test_a_run_without_the_guard_has_the_advice_of_its_reason(browser):
-    browser.open(rehearsal(None, 34, None, verdict(None, None, 34, [
+    browser.show(rehearsal(None, 34, None, verdict(None, None, 34, [
         finding("direct:not-copied", counts=True)]), status=4, reason="not-copied", way="direct",
         detail="file is <not> a database"))
     assert browser.text("h1") == "The program would run without the guard's protection. " + (
@@ -250,7 +250,7 @@ def test_losses_are_marked_as_on_purpose_or_only_here(browser):
     found = [finding("rows-lost:a", 1, 9, counts=True), finding("rows-lost:b", 1, 9, on_purpose=7),
              finding("column-lost:c.d", 1, 9, on_purpose="unknown"),
              finding("values-lost:e.f", 1, 9, on_purpose="script")]
-    browser.open(rehearsal(status=4, found=verdict(16, 34, 34, found)))
+    browser.show(rehearsal(status=4, found=verdict(16, 34, 34, found)))
     marks = browser.run("return [...document.querySelectorAll('.finding')].map("
                         "one => [one.dataset.code, one.querySelector('.badge').innerText])")
     assert dict(marks) == {
@@ -260,7 +260,7 @@ def test_losses_are_marked_as_on_purpose_or_only_here(browser):
 
 
 def test_repairs_come_with_tables_and_keys(browser):
-    browser.open(failing())
+    browser.show(failing())
     assert browser.texts("#run-1-repairs ~ ul > li") == [
         "A copy of a table is left from an earlier run: PC_Mix_temp, with 41 rows. was so before",
         "2 of 42 guidance lines would be removed: what they belong to is not there.\n"
@@ -272,14 +272,14 @@ def test_repairs_come_with_tables_and_keys(browser):
 
 
 def test_equal_names_are_shown_before_and_after(browser):
-    browser.open(rehearsal(found=verdict(16, 34, 34, [
+    browser.show(rehearsal(found=verdict(16, 34, 34, [
         finding("renamed:farms", 1, 30, **values("farms", ("51", "'Home'", "'Home_2'")))])))
     assert browser.rows("#run-1-names ~ ul table") == [["51", "'Home'", "'Home_2'"]]
 
 
 def test_failed_step_has_the_words_of_the_log_and_what_they_mean(browser):
     document = failing()
-    browser.open(document)
+    browser.show(document)
     card = next(text for text in browser.texts(".counts") if "step of version 27" in text)
     failed = document["versions"][10]
     assert failed["lines"][0] in card
@@ -290,7 +290,7 @@ def test_failed_step_has_the_words_of_the_log_and_what_they_mean(browser):
 
 
 def test_steps_back_are_named_as_such(browser):
-    browser.open(rehearsal(34, 32, found=verdict(34, 32, 32)))
+    browser.show(rehearsal(34, 32, found=verdict(34, 32, 32)))
     assert [row[0] for row in browser.rows(".steps")] == ["34 back", "33 back"]
 
 
@@ -298,13 +298,13 @@ def test_a_report_without_rows_has_none(browser):
     document = rehearsal(withRows=False, log=None, found=verdict(16, 34, 34, [
         finding("rows-lost:fields", 3, 41, on_purpose=7)]))
     document["database"]["path"] = None
-    browser.open(document)
+    browser.show(document)
     assert "without names, keys and contents" in browser.text()
     assert browser.texts(".keys, .log") == []
 
 
 def test_record_has_the_last_change_the_earlier_ones_and_the_last_run(browser):
-    browser.open(record())
+    browser.show(record())
     assert browser.text("h1") == "3 of 101 fields were lost."
     assert browser.text("article + article h2") == (
         "This database stayed at version 34. Nothing was changed.")
@@ -314,7 +314,7 @@ def test_record_has_the_last_change_the_earlier_ones_and_the_last_run(browser):
 
 
 def test_several_databases_have_an_overview_and_a_section_each(browser):
-    browser.open(rehearsal(), failing(), refused())
+    browser.show(rehearsal(), failing(), refused())
     assert browser.text("h1") == "3 databases: 1 in order, 1 to look at, 1 not migrated"
     assert [[cell.split("\n")[0] for cell in row] for row in browser.rows(".overview")] == [
         ["my.db.sqlite", "16 → 26", "Do not install yet 3 things"],
@@ -335,7 +335,7 @@ PAGES = {"in order": lambda: [rehearsal(found=taking(7, 21))], "failing": lambda
 
 @pytest.mark.parametrize("name", PAGES)
 def test_nothing_is_wider_than_a_phone_or_paper(browser, name):
-    browser.open(*PAGES[name](), width=PHONE)
+    browser.show(*PAGES[name](), width=PHONE)
     assert browser.too_wide() == []
     browser.as_printed()
     assert browser.too_wide() == []
@@ -344,21 +344,21 @@ def test_nothing_is_wider_than_a_phone_or_paper(browser, name):
 
 @pytest.mark.parametrize("name", ["failing", "several"])
 def test_paper_is_a4_and_has_what_is_unfolded(browser, name):
-    browser.open(*PAGES[name](), unfolded=False)
+    browser.show(*PAGES[name](), unfolded=False)
     assert paper_sizes(browser.print()) == A4
     browser.as_printed()
     assert "Show the whole log" not in browser.text()
 
 
 def test_real_page_fits_everywhere(browser, real):
-    browser.open(real, width=PHONE)
+    browser.show(real, width=PHONE)
     assert browser.too_wide() == []
     browser.as_printed()
     assert browser.too_wide() == []
 
 
 def test_page_needs_nothing_else_and_runs_no_script(browser):
-    browser.open(failing())
+    browser.show(failing())
     assert browser.run("return performance.getEntriesByType('resource').length") == 0
     assert browser.run("return document.querySelectorAll("
                        "'script, link, img, iframe, object, [src], [onclick]').length") == 0
@@ -366,7 +366,7 @@ def test_page_needs_nothing_else_and_runs_no_script(browser):
 
 @pytest.mark.parametrize("name", PAGES)
 def test_page_is_accessible(browser, name):
-    browser.open(*PAGES[name]())
+    browser.show(*PAGES[name]())
     assert browser.run("return document.documentElement.lang") == "en"
     levels = browser.run("return [...document.querySelectorAll('h1, h2, h3, h4')]"
                          ".map(one => Number(one.tagName[1]))")
@@ -384,7 +384,7 @@ def test_page_is_accessible(browser, name):
 
 
 def test_contrast_is_enough(browser):
-    browser.open(rehearsal(), failing(), refused())
+    browser.show(rehearsal(), failing(), refused())
     assert browser.run("""
         const channels = color => color.match(/[\\d.]+/g).map(Number);
         const linear = part => part <= 0.03928 ? part / 12.92 : ((part + 0.055) / 1.055) ** 2.4;
@@ -415,7 +415,7 @@ def visible(text):
 
 
 def test_hostile_texts_are_shown_and_do_nothing(browser):
-    browser.open(hostile())
+    browser.show(hostile())
     shown = browser.run("return [...document.querySelectorAll("
                         "'#run-1-names ~ ul .values td:nth-child(3)')].map("
                         "one => one.textContent)")
@@ -427,7 +427,7 @@ def test_hostile_texts_are_shown_and_do_nothing(browser):
 
 
 def test_names_do_not_turn_the_text_around_them(browser):
-    browser.open(rehearsal(found=verdict(16, 34, 34, [
+    browser.show(rehearsal(found=verdict(16, 34, 34, [
         finding("renamed:farms", 1, 30, **values(
             "farms", ("1", "'\u05d0\u05d1'", "'\u202etxt.exe\u2069\u202e'")))])),
         width=DESKTOP)

@@ -7,7 +7,7 @@ import pytest
 from regenerate_words import WORDS, words
 from support.places import ROOT
 from support.versions import VERSIONS
-from wording import Words
+from texts import Words
 
 GUARD = ROOT / "guard"
 
