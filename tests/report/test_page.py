@@ -100,6 +100,10 @@ def taking(*versions):
                  "The disk failed during the last write. Nobody can tell which of the two the"
                  " database is before it can be read again.", "Nobody can tell yet",
                  id="nobody can tell"),
+    pytest.param({"format": 1, "lastRun": run(16, 34, verdict(16, 34, 34, [
+        finding("direct:no-lock", accepted=True)]), way="direct")},
+        "This database went from 16 to 34. What became of its contents was not compared.",
+        "In order", id="a direct run that was accepted"),
     pytest.param({"format": 1, "lastRun": run(34, 16, None, command="restore")},
                  "The kept database of version 16 was brought back in place of version 34."
                  " What became of its contents was not compared.", "In order", id="a restore"),
