@@ -7,6 +7,8 @@
 #include <QString>
 #include <QVector>
 
+#include <optional>
+
 /// Who took what is missing.
 struct Purpose {
     enum class Taker {
@@ -61,3 +63,14 @@ struct Finding {
 
 /// @return a name of a database in printable ASCII: other bytes as %XX, and a long one cut
 QByteArray printableName(const QByteArray &name);
+
+/// Findings that take no database.
+namespace findings
+{
+/// @param reason the guard's code for it, such as "no-bubblewrap"
+Finding direct(const QByteArray &reason);
+/// @param recorded nothing when the database records no version
+Finding targetMissed(const std::optional<int> &recorded, int target);
+Finding newerThanProgram(int recorded, int newest);
+Finding libraryUnfit();
+} // namespace findings

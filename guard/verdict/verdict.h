@@ -55,14 +55,3 @@ struct Verdict {
 /// @param differences of the two databases, as compareDatabases() tells them
 Verdict judge(
     const RunToJudge &run, const DatabaseDifferences &differences, const VersionTable &versions);
-
-/// Findings that take no database.
-namespace findings
-{
-/// @param reason the guard's code for it, such as "no-bubblewrap"
-Finding direct(const QByteArray &reason);
-/// @param recorded nothing when the database records no version
-Finding targetMissed(const std::optional<int> &recorded, int target);
-Finding newerThanProgram(int recorded, int newest);
-Finding libraryUnfit();
-} // namespace findings
