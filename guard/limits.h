@@ -15,6 +15,9 @@ constexpr qint64 commitCache = 20 * mebibyte;
 /// What staging holds from the start: the copy, and the database that the program works on.
 constexpr int stagedCopies = 2;
 
+/// The same with mending: what the program has done is judged against the mended copy.
+constexpr int stagedCopiesWithMending = 3;
+
 /// The most that a walk was measured to add to the staged files at any moment, in hundredths of the
 /// database's size, rounded up (bench/guard.py): 20 on databases of farms, 220 where a single table
 /// that is rebuilt is the whole database.

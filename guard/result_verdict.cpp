@@ -16,6 +16,50 @@ std::optional<int> judgedVersion(const RecordedVersion &version)
     }
     return static_cast<int>(std::clamp<qint64>(*version.number, 0, limits::largestVersion));
 }
+QByteArray wayOf(MendingKind kind)
+{
+    switch (kind) {
+    case MendingKind::CopyRemoved:
+        return "copy-removed";
+    case MendingKind::NameGiven:
+        return "name-given";
+    case MendingKind::RowsReturned:
+        return "rows-returned";
+    case MendingKind::OnlyReported:
+        break;
+    }
+    return {};
+}
+
+Finding findingOf(const Mending &mending)
+{
+    Finding finding;
+    finding.kind = "mended";
+    finding.object = mending.copy;
+    finding.mending = wayOf(mending.kind);
+    finding.table = mending.table;
+    finding.numbers = {{"rows", mending.rowsOfCopy}, {"rowsReturned", mending.rowsReturned}};
+    return finding;
+}
+
+/// A copy that was left alone was there before the run, also where the run has changed nothing and
+/// nobody has looked.
+void addLeftAlone(const Mending &mending, QVector<Finding> *findings)
+{
+    auto found = std::find_if(findings->begin(), findings->end(), [&](const Finding &finding) {
+        return finding.kind == "left-behind" && folded(finding.object) == folded(mending.copy);
+    });
+    if (found == findings->end()) {
+        Finding finding;
+        finding.kind = "left-behind";
+        finding.object = mending.copy;
+        finding.numbers = {{"rows", mending.rowsOfCopy}};
+        finding.before = true;
+        found = findings->insert(findings->end(), finding);
+    }
+    // SQLite's words can hold names of values.
+    found->detail = mending.reason;
+}
 } // namespace
 
 Verdict judgeResult(
@@ -40,7 +84,15 @@ Verdict judgeResult(
     }
     run.acceptedCodes = options.acceptedCodes;
     run.scratchDirectory = result.scratchDirectory;
-    return judge(run, differences, versions);
+    Verdict verdict = judge(run, differences, versions);
+    for (const Mending &mending : result.mendings) {
+        if (mending.kind == MendingKind::OnlyReported) {
+            addLeftAlone(mending, &verdict.findings);
+        } else {
+            verdict.findings << findingOf(mending);
+        }
+    }
+    return verdict;
 }
 
 Verdict judgeDirectRun(

@@ -1,14 +1,16 @@
 #pragma once
 
+#include "guard/mending.h"
 #include "guard/migration.h"
 #include "guard/verdict/verdict.h"
 
 /// What the program has made of the staged database.
 struct StagedResult {
-    QString before;           ///< the copy of the database as it was, at rest
+    QString before;           ///< the copy of the database that the program was given, at rest
     QString after;            ///< what the program has made of it, at rest
     QString scratchDirectory; ///< for the verdict's own copy
     QByteArray log;           ///< what the program has logged
+    QVector<Mending> mendings = {}; ///< of the copy, before the program was given it
 };
 
 /// Judges the result of a run on this device.

@@ -10,11 +10,11 @@ namespace
 /// Longer names are cut: a code has to fit a line.
 constexpr int longestName = 64;
 
-/// Repairs that a run makes before it walks, and what it does to equal names.
+/// Repairs that a run makes before it walks, those of the guard before it, and what it does to equal names.
 bool isRepair(const QByteArray &kind)
 {
     return kind == "violations-removed" || kind == "orphans-removed" || kind == "reapplied" ||
-           kind == "renamed";
+           kind == "renamed" || kind == "mended";
 }
 
 QJsonValue purposeValue(const Purpose &purpose)
@@ -86,6 +86,10 @@ QJsonObject Finding::toJson(bool withRows) const
     }
     if (!column.isEmpty()) {
         json.insert("column", QString::fromLatin1(printableName(column)));
+    }
+    if (!mending.isEmpty()) {
+        json.insert("mending", QString::fromLatin1(mending));
+        json.insert("table", QString::fromLatin1(printableName(table)));
     }
     if (!withRows) {
         return json;

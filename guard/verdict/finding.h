@@ -40,6 +40,9 @@ struct Finding {
     /// By name: "rows" for the rows that it is about, "rowsBefore" and "rowsAfter" for the table's.
     QMap<QString, qint64> numbers;
 
+    QByteArray mending; ///< of "mended": "copy-removed", "name-given" or "rows-returned"
+    QByteArray table;   ///< of "mended": the table that the object is a copy of
+
     Purpose purpose;
     bool before = false;   ///< it was so before this run
     bool accepted = false; ///< the caller has accepted its code

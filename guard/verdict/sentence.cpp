@@ -67,6 +67,24 @@ QString leftBehind(const Finding &finding)
     return finding.before ? text + ", as before this run" : text;
 }
 
+QString mended(const Finding &finding)
+{
+    const QString copy = nameOf(finding.object);
+    const QString table = wordForTable(finding.table);
+    const QString rows = QString::number(rowsOf(finding));
+    if (finding.mending == "name-given") {
+        return QString("the table of %1 was only there as %2: it has its name again, with %3 rows")
+            .arg(table, copy, rows);
+    }
+    if (finding.mending == "rows-returned") {
+        const qint64 returned = finding.numbers.value("rowsReturned");
+        return QString("%1 came back from %2, which a cut run had left")
+            .arg(countedRows(returned, finding.table), copy);
+    }
+    return QString("%1, a copy that a cut run had left, was removed: its %2 rows are all in %3")
+        .arg(copy, rows, table);
+}
+
 QString rowsLost(const Finding &finding)
 {
     const QString lost = finding.purpose.taker == Purpose::Taker::Nobody ? " lost" : " removed";
@@ -178,6 +196,7 @@ constexpr Wording wordings[] = {
     {"target-missed", targetMissed},
     {"step-failed", stepFailed},
     {"left-behind", leftBehind},
+    {"mended", mended},
     {"rows-lost", rowsLost},
     {"values-lost", valuesLost},
     {"table-lost", tableLost},

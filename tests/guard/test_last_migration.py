@@ -47,6 +47,14 @@ def test_every_end_of_a_run_keeps_to_the_schema(device, arguments, options, stat
     check(device)
 
 
+def test_so_does_a_mended_run(device):
+    device.install(24, "CREATE TABLE growers_temp AS SELECT * FROM growers;")
+    assert device.migrate(25, "--mend") == 0
+    finding, = (finding for finding in check(device)["lastRun"]["verdict"]["findings"]
+                if finding["kind"] == "mended")
+    assert finding["mending"] == "copy-removed"
+
+
 def test_so_does_a_restore_and_a_newer_database(device):
     device.install(NEWEST - 1)
     assert device.migrate(NEWEST) == 0
