@@ -255,6 +255,9 @@ Next GuardedTry::commit(const Staging &staging, const QByteArray &log)
     const CommitEnd end = commitResult(m_database, m_task.device, result);
     record.measured.endPart("commit");
     record.kept = end.kept;
+    if (record.kept) {
+        record.verdict->noteKept();
+    }
     m_end.directoryChanged = m_end.directoryChanged || end.kept;
     m_end.noteIsDone = end.poolIsSettled;
     return end.failure ? endWith(*end.failure, "commit-failed") : Next::Done;

@@ -44,9 +44,10 @@ struct Finding {
     QByteArray table;   ///< of "mended": the table that the object is a copy of
 
     Purpose purpose;
-    bool before = false;   ///< it was so before this run
-    bool accepted = false; ///< the caller has accepted its code
-    QString detail;        ///< words of SQLite's for it
+    bool before = false;       ///< it was so before this run
+    bool accepted = false;     ///< the caller has accepted its code
+    bool beforeIsKept = false; ///< the database of before can be looked at
+    QString detail;            ///< words of SQLite's for it
 
     QVector<FindingRow> rows; ///< contents of the device: not for every reader
     bool hasAllRows = true;   ///< false when there were too many to keep

@@ -16,9 +16,16 @@ QString wasOrWere(qint64 count)
     return count == 1 ? "was" : "were";
 }
 
-/// @return what ends the sentence on something that is missing
-QString onPurpose(const Purpose &purpose)
+/// @return what ends the sentence on something that is only in the database of before
+QString whereToLook(const Finding &finding)
 {
+    return finding.beforeIsKept ? QString(": look at before-migration.sqlite") : QString();
+}
+
+/// @return what ends the sentence on something that is missing
+QString onPurpose(const Finding &finding)
+{
+    const Purpose &purpose = finding.purpose;
     switch (purpose.taker) {
     case Purpose::Taker::Version:
         return QString(" on purpose: version %1 takes them").arg(purpose.version);
@@ -29,7 +36,7 @@ QString onPurpose(const Purpose &purpose)
     case Purpose::Taker::Nobody:
         break;
     }
-    return ": look at before-migration.sqlite";
+    return whereToLook(finding);
 }
 
 QString nameOf(const QByteArray &name)
@@ -89,7 +96,7 @@ QString rowsLost(const Finding &finding)
 {
     const QString lost = finding.purpose.taker == Purpose::Taker::Nobody ? " lost" : " removed";
     return countedRows(rowsOf(finding), finding.object) + ' ' + wasOrWere(rowsOf(finding)) + lost +
-           onPurpose(finding.purpose);
+           onPurpose(finding);
 }
 
 QString valuesLost(const Finding &finding)
@@ -100,14 +107,14 @@ QString valuesLost(const Finding &finding)
                    QString(count == 1 ? "%1 value" : "%1 values").arg(count),
                    nameOf(finding.column),
                    wordForTable(finding.object)) +
-           onPurpose(finding.purpose);
+           onPurpose(finding);
 }
 
 QString tableLost(const Finding &finding)
 {
     return QString("the table of %1 is gone, with %2 rows")
                .arg(wordForTable(finding.object), QString::number(rowsOf(finding))) +
-           onPurpose(finding.purpose);
+           onPurpose(finding);
 }
 
 QString columnLost(const Finding &finding)
@@ -117,27 +124,26 @@ QString columnLost(const Finding &finding)
                    nameOf(finding.column),
                    wordForTable(finding.object),
                    QString::number(rowsOf(finding))) +
-           onPurpose(finding.purpose);
+           onPurpose(finding);
 }
 
 QString damaged(const Finding &finding)
 {
-    return finding.before ? "the database is damaged, as before this run"
-                          : "the database is damaged: look at before-migration.sqlite";
+    return "the database is damaged" +
+           (finding.before ? QString(", as before this run") : whereToLook(finding));
 }
 
 QString unreadable(const Finding &finding)
 {
-    if (finding.object.isEmpty()) {
-        return finding.before
-                   ? "the tables could not be read, as before this run"
-                   : "the tables cannot be read any more: look at before-migration.sqlite";
+    if (!finding.before) {
+        const QString unread =
+            finding.object.isEmpty() ? QString("the tables") : wordForTable(finding.object);
+        return unread + " cannot be read any more" + whereToLook(finding);
     }
-    return QString(
-               finding.before
-                   ? "%1 could not be compared, since the database of before could not be read there"
-                   : "%1 cannot be read any more: look at before-migration.sqlite")
-        .arg(wordForTable(finding.object));
+    return finding.object.isEmpty()
+               ? QString("the tables could not be read, as before this run")
+               : wordForTable(finding.object) +
+                     " could not be compared, since the database of before could not be read there";
 }
 
 QString violationsRemoved(const Finding &finding)

@@ -312,6 +312,13 @@ QJsonValue versionValue(const std::optional<int> &version)
 }
 } // namespace
 
+void Verdict::noteKept()
+{
+    for (Finding &finding : findings) {
+        finding.beforeIsKept = true;
+    }
+}
+
 int Verdict::counting() const
 {
     return static_cast<int>(std::count_if(

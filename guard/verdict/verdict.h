@@ -33,6 +33,9 @@ struct Verdict {
     QVector<int> unknownVersions; ///< steps of the run that the table of versions does not know
     bool lackedRoom = false; ///< the scratch directory had no room for the copy: nobody has judged
 
+    /// The database of before is kept: findings on what is only there say so.
+    void noteKept();
+
     /// @return how many findings somebody has to look at
     int counting() const;
 

@@ -6,7 +6,8 @@ from support.versions import NEWEST
 LOSES_ROWS = ('/app/migrator "$@"; '
               'sqlite3 /app/databases/my.db.sqlite "PRAGMA foreign_keys = OFF; '
               "DELETE FROM fields WHERE rowid IN (SELECT rowid FROM fields LIMIT 2)\"")
-SENTENCE = "2 rows of fields were lost: look at before-migration.sqlite"
+LOST = "2 rows of fields were lost"
+SENTENCE = f"{LOST}: look at before-migration.sqlite"
 
 
 def findings(device):
@@ -31,6 +32,20 @@ def test_rows_that_only_this_device_loses_are_told(losing):
     assert (found["code"], found["numbers"]["rows"], found["counts"]) == (
         "rows-lost:fields", 2, True)
     assert losing.verdict()["counting"] == 1
+
+
+@pytest.mark.parametrize("target, option, status", [
+    pytest.param(3, "--no-backup", 4, id="not wanted"),
+    pytest.param(3, "--strict", 3, id="thrown away"),
+    pytest.param(1, "--wait=9", 4, id="the version is as it was")])
+def test_what_is_not_kept_cannot_be_looked_at(losing, target, option, status):
+    # One of an earlier run is another state.
+    losing.kept.write_bytes(losing.database.read_bytes())
+    run = losing.run("run", target, option)
+    assert run.returncode == status
+    assert run.stderr.splitlines()[-1] == f"migration-guard: {LOST}"
+    assert findings(losing)[0]["sentence"] == LOST
+    assert "look at before-migration" not in losing.last.read_text()
 
 
 def test_what_is_accepted_is_reported_and_does_not_count(losing):

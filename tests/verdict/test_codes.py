@@ -105,6 +105,26 @@ def test_rows_lost(bench):
     assert verdict["lines"] == ["1 row of fields was lost: look at before-migration.sqlite"]
 
 
+def test_what_is_not_kept_cannot_be_looked_at(bench):
+    """Every sentence that names the kept database is another one without it."""
+    before = (FIELDS + "CREATE TABLE gone (a); CREATE TABLE other (a, b);"
+              "INSERT INTO other VALUES (1, 2);")
+    after = FIELDS + ("DELETE FROM fields WHERE id = 3; UPDATE fields SET area = 7;"
+                      "CREATE TABLE other (a); INSERT INTO other VALUES (1);")
+    bench.verdict(before, None)
+    sound = (bench.folder / "before.sqlite").read_bytes()
+    page = sound.rfind("Südhang".encode()) // 4096 * 4096
+    without_a_row = sound[:page + 3] + b"\0\2" + sound[page + 5:]
+    for other, number in ((after, 4), (without_a_row, 2),
+                          (sound[:page] + b"\7" + sound[page + 1:], 2),
+                          (sound[:100] + b"\7" + sound[101:], 1)):
+        kept = bench.verdict(sound, other)["lines"]
+        assert [line.endswith(": look at before-migration.sqlite") for line in kept] == (
+            [True] * number)
+        assert bench.verdict(sound, other, notKept=True)["lines"] == [
+            line.partition(": look")[0] for line in kept]
+
+
 def test_rows_that_a_version_takes_and_one_more(bench):
     after = FIELDS + "DELETE FROM fields WHERE id IN (1, 3)"
     assert bench.findings(FIELDS, after, target=2) == [
