@@ -97,6 +97,10 @@ constexpr qint64 largestTarget = 4 * kibibyte;
 /// the pool: thousands of them fit.
 constexpr qint64 largestJson = 16 * mebibyte;
 
+/// How many findings, tables and unknown versions of a verdict lastMigration.json has: it holds two
+/// verdicts, an entry takes 2 kB at most, and the next run has to be able to read it.
+constexpr int recordedEntries = 1000;
+
 /// The longest reference-data script that is read, in bytes: the verdict looks for names in it.
 constexpr qint64 largestScript = 16 * mebibyte;
 

@@ -42,11 +42,9 @@ QVector<Step> stepsOfRun(
         steps << Step{version, Direction::Forward};
     }
     // The program has no steps beyond the newest version that it knows.
-    const int newest =
-        versions.newest() > 0 ? versions.newest() : std::max(target, recorded.value_or(0));
-    const int from =
-        std::clamp(recorded.value_or(0), oldestVersion, std::max(newest, oldestVersion));
-    const int last = std::clamp(target, oldestVersion, std::max(newest, oldestVersion));
+    const int newest = versions.newest() > 0 ? versions.newest() : VersionTable::mostVersions;
+    const int from = std::clamp(recorded.value_or(0), oldestVersion, newest);
+    const int last = std::clamp(target, oldestVersion, newest);
     for (int version = from + 1; version <= last; ++version) {
         steps << Step{version, Direction::Forward};
     }

@@ -336,14 +336,16 @@ QStringList Verdict::lines() const
     return lines;
 }
 
-QJsonObject Verdict::toJson(bool withRows) const
+QJsonObject Verdict::toJson(bool withRows, int mostEntries) const
 {
+    const QVector<Finding> shownFindings = findings.mid(0, mostEntries);
     QJsonArray findingList;
-    for (const Finding &finding : findings) {
+    for (const Finding &finding : shownFindings) {
         findingList << finding.toJson(withRows);
     }
+    const QVector<TableNumbers> shownTables = tables.mid(0, mostEntries);
     QJsonArray tableList;
-    for (const TableNumbers &table : tables) {
+    for (const TableNumbers &table : shownTables) {
         tableList << QJsonObject{
             {"table", QString::fromLatin1(printableName(table.name))},
             {"rowsBefore", table.rowsBefore},
@@ -351,8 +353,9 @@ QJsonObject Verdict::toJson(bool withRows) const
             {"rowsGone", table.rowsGone},
             {"rowsNew", table.rowsNew}};
     }
+    const QVector<int> shownVersions = unknownVersions.mid(0, mostEntries);
     QJsonArray unknown;
-    for (const int version : unknownVersions) {
+    for (const int version : shownVersions) {
         unknown << version;
     }
     return {
@@ -363,7 +366,12 @@ QJsonObject Verdict::toJson(bool withRows) const
         {"counting", counting()},
         {"findings", findingList},
         {"tables", tableList},
-        {"unknownVersions", unknown}};
+        {"unknownVersions", unknown},
+        {"leftOut",
+         QJsonObject{
+             {"findings", findings.size() - shownFindings.size()},
+             {"tables", tables.size() - shownTables.size()},
+             {"unknownVersions", unknownVersions.size() - shownVersions.size()}}}};
 }
 
 Verdict judge(

@@ -7,6 +7,7 @@
 
 #include <QStringList>
 
+#include <limits>
 #include <optional>
 
 /// A run whose result is to be judged.
@@ -44,7 +45,8 @@ struct Verdict {
 
     /// docs/findings.md describes the format.
     /// @param withRows whether the keys, names and values of rows may be in it
-    QJsonObject toJson(bool withRows) const;
+    /// @param mostEntries of each list; how many are left out is in it too
+    QJsonObject toJson(bool withRows, int mostEntries = std::numeric_limits<int>::max()) const;
 };
 
 /// Judges a run: compares the databases of before and after, and reads the log.

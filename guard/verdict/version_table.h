@@ -57,6 +57,10 @@ public:
     /// @return the newest version that the program knows, 0 when the file does not say
     int newest() const { return m_newest; }
 
+    /// Far more versions than any program has, and few enough to go through them all: what is recorded,
+    /// asked for or logged can be any number.
+    static constexpr int mostVersions = 1000;
+
     bool knows(int version) const { return m_versions.contains(version); }
 
     /// @return what a step takes, by table; nothing for one that is not known
