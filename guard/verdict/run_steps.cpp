@@ -7,29 +7,23 @@ namespace
 /// There is no step to it.
 constexpr int oldestVersion = 1;
 
-/// @return whether an earlier step of the run makes a table: its way back takes it away, or it
-/// gives the name to another one
-bool isMadeBefore(
-    const Step &step, const QByteArray &table, const QVector<Step> &steps,
-    const VersionTable &versions)
+/// @return the tables that a step forward makes: its way back takes them away, or it gives another one
+/// the name
+QSet<QByteArray> tablesMadeBy(int version, const VersionTable &versions)
 {
-    for (const Step &earlier : steps) {
-        if (earlier.version == step.version && earlier.direction == step.direction) {
-            break;
-        }
-        const bool isForward = earlier.direction == Direction::Forward;
-        const VersionTable::Tables &back =
-            versions.takenBy(earlier.version, isForward ? Direction::Backward : Direction::Forward);
-        if (back.value(table).dropped) {
-            return true;
-        }
-        for (const TakenFromTable &taken : versions.takenBy(earlier.version, earlier.direction)) {
-            if (folded(taken.renamed) == table) {
-                return true;
-            }
+    QSet<QByteArray> made;
+    const VersionTable::Tables &back = versions.takenBy(version, Direction::Backward);
+    for (auto table = back.begin(); table != back.end(); ++table) {
+        if (table->dropped) {
+            made << table.key();
         }
     }
-    return false;
+    for (const TakenFromTable &taken : versions.takenBy(version, Direction::Forward)) {
+        if (!taken.renamed.isEmpty()) {
+            made << folded(taken.renamed);
+        }
+    }
+    return made;
 }
 } // namespace
 
@@ -54,26 +48,26 @@ QVector<Step> stepsOfRun(
     return steps;
 }
 
-bool lackedTable(
-    int version, const QVector<Step> &steps, const QSet<QByteArray> &tables,
+QSet<int> stepsThatLackTables(
+    const QVector<Step> &steps, const StepsInLog &log, const QSet<QByteArray> &tables,
     const VersionTable &versions)
 {
-    const auto step = std::find_if(
-        steps.rbegin(), steps.rend(), [&](const Step &made) { return made.version == version; });
-    if (step == steps.rend()) {
-        return false;
-    }
-    // On the way back nothing needs what it drops.
-    if (step->direction == Direction::Backward) {
-        return false;
-    }
-    const VersionTable::Tables &taken = versions.takenBy(version, step->direction);
-    for (auto table = taken.begin(); table != taken.end(); ++table) {
-        const bool isTaken = table->dropped || !table->renamed.isEmpty();
-        if (isTaken && !tables.contains(table.key()) &&
-            !isMadeBefore(*step, table.key(), steps, versions)) {
-            return true;
+    QSet<QByteArray> available = tables;
+    QSet<int> lacking;
+    for (const Step &step : steps) {
+        if (step.direction == Direction::Backward) {
+            continue;
+        }
+        const QByteArrayList needs = versions.neededBy(step.version);
+        const bool lacksTable =
+            std::any_of(needs.begin(), needs.end(), [&](const QByteArray &table) {
+                return !available.contains(table);
+            });
+        if (lacksTable && log.failed.contains(step.version)) {
+            lacking << step.version;
+        } else if (!log.failedAgain.contains(step.version)) {
+            available += tablesMadeBy(step.version, versions);
         }
     }
-    return false;
+    return lacking;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "guard/verdict/steps_in_log.h"
 #include "guard/verdict/table_walk.h"
 
 #include <QSet>
@@ -13,9 +14,11 @@ QVector<Step> stepsOfRun(
     std::optional<int> recorded, int target, const QVector<int> &reapplied,
     const VersionTable &versions);
 
+/// Tells which steps would have failed before, too. A step forward that needs a table which was not
+/// there fails on every run, and so does a later one that needs what that step would have made.
 /// @param steps of the run
 /// @param tables that there were before the run, folded
-/// @return whether a table that a version's step of the walk takes was missing before the run
-bool lackedTable(
-    int version, const QVector<Step> &steps, const QSet<QByteArray> &tables,
+/// @return the versions of the walk whose steps have failed for that
+QSet<int> stepsThatLackTables(
+    const QVector<Step> &steps, const StepsInLog &log, const QSet<QByteArray> &tables,
     const VersionTable &versions);

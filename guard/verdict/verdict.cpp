@@ -139,11 +139,11 @@ private:
         std::sort(failed.begin(), failed.end());
         const QList<QByteArray> names = m_tablesBefore.keys();
         const QSet<QByteArray> tablesBefore(names.begin(), names.end());
+        const QSet<int> lacking = stepsThatLackTables(m_steps, m_log, tablesBefore, m_versions);
         for (const int version : failed) {
             // What could not be applied again was not there before either.
             add("step-failed", QByteArray::number(version)).before =
-                !m_log.failed.contains(version) ||
-                lackedTable(version, m_steps, tablesBefore, m_versions);
+                !m_log.failed.contains(version) || lacking.contains(version);
         }
         if (m_log.unknownFailed) {
             add("step-failed", "unknown");

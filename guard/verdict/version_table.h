@@ -66,6 +66,9 @@ public:
     /// @return what a step takes, by table; nothing for one that is not known
     const Tables &takenBy(int version, Direction direction) const;
 
+    /// @return the tables, folded, without which the step forward fails
+    QByteArrayList neededBy(int version) const { return m_versions.value(version).needs; }
+
     /// What every run does, whatever it walks.
     struct EveryRun {
         QVector<RowCondition> rows;          ///< orphans, which go, in the order of their going
@@ -82,6 +85,7 @@ private:
     struct Version {
         Tables forward;
         Tables backward;
+        QByteArrayList needs;
     };
     int m_newest = 0;
     QHash<int, Version> m_versions;

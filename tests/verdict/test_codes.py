@@ -354,23 +354,52 @@ def test_target_missed(bench):
     (6, 7, ["\n"], {7: False}),
 ], ids=str)
 def test_step_failed(bench, source, target, lines, failed):
-    """failed: the versions, and whether they count."""
+    """failed: the versions, and whether they count. Of the tables that steps need systemFiles is
+    missing."""
     table = json.loads(VERSIONS_FILE.read_text(encoding="utf-8"))
-    found = bench.verdict(FIELDS, None, source=source, target=target, table=table,
+    needed = {name for entry in table["versions"].values() for name in entry["needs"]}
+    before = "".join(f"CREATE TABLE {name} (a);" for name in needed - {"systemFiles"})
+    found = bench.verdict(before, None, source=source, target=target, table=table,
                           log=log_of(source, target, *lines))["findings"]
     assert {finding["object"]: finding["counts"] for finding in found
             if finding["kind"] == "step-failed"} == {str(version): counts for version, counts
                                                      in failed.items()}
 
 
-def test_what_a_step_needs_may_be_made_by_an_earlier_one(bench):
-    """20 fails although 12 has made what 19 takes: nothing was missing before."""
+@pytest.mark.parametrize("there, seventeen, failed", [
+    pytest.param("internalGpsReceiverSettings", "was successful.", {26: True},
+                 id="17 has made what 26 needs"),
+    pytest.param("serialDevices", "FAILED!", {17: False, 26: False}, id="17 could not make it"),
+    pytest.param("internalGpsReceiverSettings", "FAILED!", {17: True, 26: True},
+                 id="17 has failed for another reason"),
+    pytest.param("supportedHarloReceiverSettings", "FAILED!", {17: False, 26: True},
+                 id="it was there before")])
+def test_what_a_step_needs_may_be_made_by_an_earlier_one(bench, there, seventeen, failed):
     table = json.loads(VERSIONS_FILE.read_text(encoding="utf-8"))
-    before = "CREATE TABLE switchToSectionBridge (a);"
-    found = bench.findings(before, None, source=11, target=19, table=table, log=log_of(
-        11, 19, *(f"Migration to version {version} was successful.\n"
-                  for version in range(12, 19)), "Migration to version 19 FAILED!\n"))
-    assert ("step-failed:19", None, None, False, True) in found
+    lines = {version: "was successful." for version in range(17, 27)}
+    lines.update({17: seventeen, 26: "FAILED!"})
+    # The other steps have what they need.
+    table["versions"] = {version: {**entry, "needs": entry["needs"] if version in ("17", "26")
+                                   else []} for version, entry in table["versions"].items()}
+    found = bench.findings(f"CREATE TABLE {there} (a);", None, source=16, target=26, table=table,
+                           log=log_of(16, 26, *(f"Migration to version {version} {end}\n"
+                                                for version, end in lines.items())))
+    assert {code: counts for code, _, _, _, counts in found if code.startswith("step-")} == {
+        f"step-failed:{version}": counts for version, counts in failed.items()}
+
+
+@pytest.mark.parametrize("version", [12, 13, 19])
+def test_a_table_that_is_only_dropped_if_it_is_there_is_no_excuse(bench, version):
+    """Such a step that fails has found something else."""
+    table = json.loads(VERSIONS_FILE.read_text(encoding="utf-8"))
+    needed = table["versions"][str(version)]["needs"]
+    dropped = [name for name, taken in table["versions"][str(version)]["forward"].items()
+               if taken.get("dropped") and name not in needed]
+    assert dropped
+    before = "".join(f"CREATE TABLE {name} (a);" for name in needed)
+    assert ("step-failed:" + str(version), None, None, False, True) in bench.findings(
+        before, None, source=version - 1, target=version, table=table,
+        log=log_of(version - 1, version, f"Migration to version {version} FAILED!\n"))
 
 
 def test_reapplied(bench):
