@@ -1,6 +1,7 @@
 #include "guard/result_verdict.h"
 #include "guard/limits.h"
 #include "guard/regular_file.h"
+#include "guard/verdict/run_steps.h"
 
 #include <QFileInfo>
 
@@ -60,6 +61,19 @@ void addLeftAlone(const Mending &mending, QVector<Finding> *findings)
     // SQLite's words can hold names of values.
     found->detail = mending.reason;
 }
+/// @param from the recorded version before
+QVector<Finding> findingsOnSteps(
+    const DevicePaths &device, int from, int target, const DirectResult &result)
+{
+    const VersionTable versions(device.knownVersions);
+    const StepsInLog log = readSteps(result.log, from, target, versions);
+    QSet<int> lacking;
+    if (result.tablesBefore) {
+        const QVector<Step> steps = stepsOfRun(from, target, log.reapplied, versions);
+        lacking = stepsThatLackTables(steps, log, *result.tablesBefore, versions);
+    }
+    return findingsOnSteps(log, lacking);
+}
 } // namespace
 
 Verdict judgeResult(
@@ -96,20 +110,24 @@ Verdict judgeResult(
 }
 
 Verdict judgeDirectRun(
-    const MigrationOptions &options, const RunRecord &record, const QString &reason)
+    const DevicePaths &device, const MigrationOptions &options, const RunRecord &record,
+    const DirectResult &result)
 {
     Verdict verdict;
     verdict.from = judgedVersion(record.from);
     verdict.to = judgedVersion(record.to);
     verdict.target = options.target;
-    Finding finding = findings::direct(reason.toLatin1());
-    finding.accepted = options.acceptedCodes.contains(finding.code());
-    verdict.findings << finding;
+    verdict.findings << findings::direct(result.reason.toLatin1());
     // What the program makes where there was no database records no version.
-    if (record.to.isKnown && reason != "no-database" && verdict.to != verdict.target) {
-        Finding missed = findings::targetMissed(verdict.to, verdict.target);
-        missed.accepted = options.acceptedCodes.contains(missed.code());
-        verdict.findings << missed;
+    if (record.to.isKnown && result.reason != "no-database" && verdict.to != verdict.target) {
+        verdict.findings << findings::targetMissed(verdict.to, verdict.target);
+    }
+    // Where no version was recorded the log does not tell which steps were to be made.
+    if (verdict.from && tellsOfRun(result.log)) {
+        verdict.findings += findingsOnSteps(device, *verdict.from, verdict.target, result);
+    }
+    for (Finding &finding : verdict.findings) {
+        finding.accepted = options.acceptedCodes.contains(finding.code());
     }
     return verdict;
 }

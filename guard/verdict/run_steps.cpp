@@ -71,3 +71,29 @@ QSet<int> stepsThatLackTables(
     }
     return lacking;
 }
+
+QVector<Finding> findingsOnSteps(const StepsInLog &log, const QSet<int> &lacking)
+{
+    QVector<Finding> found;
+    const auto add = [&found](const QByteArray &kind, const QByteArray &object, bool before) {
+        Finding finding;
+        finding.kind = kind;
+        finding.object = object;
+        finding.before = before;
+        found << finding;
+    };
+    QList<int> failed = (log.failed + log.failedAgain).values();
+    std::sort(failed.begin(), failed.end());
+    for (const int version : failed) {
+        // What could not be applied again was not there before either.
+        const bool before = !log.failed.contains(version) || lacking.contains(version);
+        add("step-failed", QByteArray::number(version), before);
+    }
+    if (log.unknownFailed) {
+        add("step-failed", "unknown", false);
+    }
+    for (const int version : log.reapplied) {
+        add("reapplied", QByteArray::number(version), false);
+    }
+    return found;
+}

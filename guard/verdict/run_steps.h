@@ -1,5 +1,6 @@
 #pragma once
 
+#include "guard/verdict/finding.h"
 #include "guard/verdict/steps_in_log.h"
 #include "guard/verdict/table_walk.h"
 
@@ -22,3 +23,7 @@ QVector<Step> stepsOfRun(
 QSet<int> stepsThatLackTables(
     const QVector<Step> &steps, const StepsInLog &log, const QSet<QByteArray> &tables,
     const VersionTable &versions);
+
+/// @param lacking the versions of stepsThatLackTables()
+/// @return the findings on steps that failed, and on those that were applied again
+QVector<Finding> findingsOnSteps(const StepsInLog &log, const QSet<int> &lacking);

@@ -224,6 +224,11 @@ private:
 };
 } // namespace
 
+bool tellsOfRun(const QByteArray &log)
+{
+    return log.startsWith(openingLine) || log.contains(QByteArray("\n") + openingLine);
+}
+
 StepsInLog readSteps(const QByteArray &log, int from, int target, const VersionTable &versions)
 {
     return Reader(from, target, versions).read(log);

@@ -135,22 +135,10 @@ private:
         if (m_run.to != m_run.target) {
             m_verdict.findings << findings::targetMissed(m_run.to, m_run.target);
         }
-        QList<int> failed = (m_log.failed + m_log.failedAgain).values();
-        std::sort(failed.begin(), failed.end());
         const QList<QByteArray> names = m_tablesBefore.keys();
-        const QSet<QByteArray> tablesBefore(names.begin(), names.end());
-        const QSet<int> lacking = stepsThatLackTables(m_steps, m_log, tablesBefore, m_versions);
-        for (const int version : failed) {
-            // What could not be applied again was not there before either.
-            add("step-failed", QByteArray::number(version)).before =
-                !m_log.failed.contains(version) || lacking.contains(version);
-        }
-        if (m_log.unknownFailed) {
-            add("step-failed", "unknown");
-        }
-        for (const int version : m_log.reapplied) {
-            add("reapplied", QByteArray::number(version));
-        }
+        const QSet<int> lacking = stepsThatLackTables(
+            m_steps, m_log, QSet<QByteArray>(names.begin(), names.end()), m_versions);
+        m_verdict.findings += findingsOnSteps(m_log, lacking);
     }
 
     void judgeContents(
