@@ -208,6 +208,19 @@ def test_damaged(bench):
     assert ("damaged", None, None, True, False) in bench.findings(broken, worse)
 
 
+def test_pages_that_nothing_uses_are_no_damage(bench):
+    """SQLite looks for them only when its own list of tables does not begin with a view."""
+    hidden = FIELDS + ("CREATE TABLE forgotten (a); PRAGMA writable_schema = ON;"
+                       "DELETE FROM sqlite_schema WHERE name = 'forgotten';"
+                       "PRAGMA writable_schema = OFF;")
+    assert bench.findings(hidden + "CREATE VIEW v AS SELECT 1;", hidden) == []
+    checks = []
+    for name in ("before", "after"):
+        with closing(sqlite3.connect(bench.folder / f"{name}.sqlite")) as database:
+            checks.append(database.execute("PRAGMA quick_check").fetchone()[0])
+    assert checks[0] == "ok" and checks[1].endswith(" is never used")
+
+
 def test_unreadable(bench):
     bench.verdict(FIELDS, None)
     sound = (bench.folder / "before.sqlite").read_bytes()
