@@ -243,12 +243,12 @@ class Count:
                                                   "WHERE type = 'trigger'").fetchall():
                         database.execute(f"DROP TRIGGER {quoted(string(name))}")
                 database.execute("PRAGMA foreign_keys = ON")
-                with suppress(sqlite3.Error):
-                    for table, rowid, *_ in database.execute("PRAGMA foreign_key_check"):
-                        if rowid is not None:
-                            with suppress(sqlite3.Error):
-                                database.execute(f"DELETE FROM {quoted(string(table))} "
-                                                 "WHERE rowid = ?", (rowid,))
+                # Python loses the row before an error: nobody can count what it would remove.
+                for table, rowid, *_ in database.execute("PRAGMA foreign_key_check"):
+                    if rowid is not None:
+                        with suppress(sqlite3.Error):
+                            database.execute(f"DELETE FROM {quoted(string(table))} "
+                                             "WHERE rowid = ?", (rowid,))
                 if orphans:
                     for condition in self.every_run["rows"]:
                         with suppress(sqlite3.Error):
