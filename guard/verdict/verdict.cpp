@@ -390,7 +390,11 @@ private:
         for (const QByteArray &column : shape.key) {
             key << quotedName(column);
         }
-        return key.isEmpty() ? QByteArrayList{shape.rowid} : key;
+        if (key.isEmpty()) {
+            // Columns can have all the names of the row id: then nothing tells the rows.
+            key << (shape.rowid.isEmpty() ? QByteArray("1") : shape.rowid);
+        }
+        return key;
     }
 
     /// Notes the rows of before that neither the repaired copy nor the database after has.
