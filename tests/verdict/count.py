@@ -1,6 +1,7 @@
 """Counts what a run has done to a database: what the guard's verdict has to say.
 
-Written apart from the guard: whole tables in dictionaries, no order, no bounds.
+Written apart from the guard: whole tables in dictionaries, no order, no bounds. Apart from
+tests/support/judge.py too, which says why there are two.
 """
 
 import collections
