@@ -247,6 +247,9 @@ SITUATIONS = {
         {"source": 6, "target": 8}),
     "a step that rewrites keys has failed": (
         NULL_KEYS, "DELETE FROM t WHERE a = 2", {"source": 6, "target": 7}),
+    "a step that rewrites keys has failed, and a row is new": (
+        NULL_KEYS + "DELETE FROM t WHERE a = 3;", "INSERT INTO t VALUES ('a', 5)",
+        {"source": 6, "target": 7}),
     "equal keys": (
         "CREATE TABLE t (k TEXT PRIMARY KEY, a); INSERT INTO t VALUES (NULL, 1), (NULL, 2),"
         " (NULL, 3);", "DELETE FROM t WHERE a = 1", {}),
@@ -263,6 +266,13 @@ SITUATIONS = {
         " ('b', CAST(x'd800' AS TEXT));",
         "UPDATE t SET a = CAST(x'd801' AS TEXT) WHERE k = 'b'; DELETE FROM t WHERE k = '𐀀';",
         {"encoding": "UTF-16be"}),
+    "keys that UTF-16 would have in another order": (
+        "CREATE TABLE t (k TEXT PRIMARY KEY, a); INSERT INTO t VALUES ('～', 'x'), ('𐀀', 'y'),"
+        " ('b', 'z');", "DELETE FROM t WHERE k = '～'", {}),
+    "texts that are none": (
+        "CREATE TABLE t (id INTEGER PRIMARY KEY, a); INSERT INTO t VALUES (1, CAST(x'41ff' AS"
+        " TEXT)), (2, CAST(x'41fe' AS TEXT));",
+        "UPDATE t SET a = CAST(x'41fd' AS TEXT) WHERE id = 1", {}),
     "texts with zeros in them": (
         "CREATE TABLE t (k TEXT PRIMARY KEY, a TEXT); INSERT INTO t VALUES ('a' || char(0) || 'b',"
         " 'x' || char(0) || 'y'), ('a' || char(0) || 'c', 'z');",
@@ -338,6 +348,9 @@ SITUATIONS = {
         "after": [(b"tabletableVersiontableVersion", b"tabletableVersiontableVersio\xff")]}}),
     "a definition that cannot be understood": (
         FIELDS, "DELETE FROM fields; " + in_schema("area REAL", "area %%%%", "fields"), {}),
+    "a definition that could not be understood before": (
+        FIELDS + in_schema("area REAL", "area %%%%", "fields"),
+        "=" + FIELDS + "DELETE FROM fields;", {}),
     "other kinds of objects": (
         FIELDS + "CREATE VIRTUAL TABLE f USING fts3(a); INSERT INTO f VALUES ('x');"
         "CREATE VIEW v AS SELECT 1; CREATE TABLE s (id INTEGER PRIMARY KEY AUTOINCREMENT);"
@@ -424,6 +437,9 @@ SITUATIONS = {
                SUCCESS.format(3), "DatabaseMigrator::addColumn - failed", SUCCESS.format(5)],
            "a part of something fails after all steps": [
                *(SUCCESS.format(version) for version in (3, 4, 5)),
+               "DatabaseMigrator::addColumn - failed"],
+           "a part of something fails after the last step has failed": [
+               SUCCESS.format(3), SUCCESS.format(4), "Migration to version 5 FAILED!",
                "DatabaseMigrator::addColumn - failed"],
            "a part of a step fails that says nothing": [
                SUCCESS.format(3), SUCCESS.format(4), "DatabaseMigrator::addColumn - failed"],
