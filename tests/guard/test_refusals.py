@@ -132,6 +132,9 @@ def test_a_library_that_refuses_texts_is_told_before_anything_runs(device, bubbl
                      options="--setenv LD_PRELOAD /app/library.so")
     assert run.returncode == 3
     assert "not changed, library-unfit, status 3" in run.stderr
+    assert run.stderr.splitlines()[-1] == (
+        "migration-guard: the SQLite library refuses texts in double quotes, which versions 6 and "
+        "16 need: the program was not started")
     assert device.verdict()["findings"][0]["code"] == "library-unfit"
     assert not (device.app / "started").exists()
     assert (device.contents(), device.log()) == (before, "")
