@@ -275,7 +275,7 @@ class Count:
                                  (None, self.platform)], gone)
                  for column, (path, rules, gone) in paths.items()}
         if not found:
-            rows = left.select([quoted(column) for column in left.key] or [left.rowid])
+            rows = left.select([quoted(column) for column in left.key] or [left.rowid or "1"])
             gone = self.removed(original, Table(half, name), left, set())
             self.note(f"table-lost:{printable(name)}", self.taker(dropped, current),
                       {"rows": len(rows), "rowsBefore": len(original.select([])), "rowsAfter": 0})
@@ -385,7 +385,7 @@ class Count:
     @staticmethod
     def removed(original, half, left, still, key=None):
         """How many rows the first repair took and the second one, of those that are gone."""
-        names = key or [quoted(column) for column in left.key] or [left.rowid]
+        names = key or [quoted(column) for column in left.key] or [left.rowid or "1"]
         marks = [left.rowid] if left.rowid else [quoted(column) for column in left.key]
         counts = []
         for earlier, later in ((original, half), (half, left)):
