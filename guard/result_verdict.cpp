@@ -2,8 +2,6 @@
 #include "guard/limits.h"
 #include "guard/regular_file.h"
 
-#include <QFileInfo>
-
 #include <algorithm>
 
 namespace
@@ -33,10 +31,9 @@ Verdict judgeResult(
     const QByteArray platform =
         readSmallFile(device.platform, limits::largestPlatform).value_or(QByteArray());
     run.platform = platform.left(platform.indexOf('\n'));
-    const QString besideProgram = QFileInfo(device.program).absolutePath() + '/';
     for (const QString &script : versions.everyRun().scripts) {
-        run.scripts
-            << readSmallFile(besideProgram + script, limits::largestScript).value_or(QByteArray());
+        run.scripts << readSmallFile(device.references + '/' + script, limits::largestScript)
+                           .value_or(QByteArray());
     }
     run.acceptedCodes = options.acceptedCodes;
     run.scratchDirectory = result.scratchDirectory;

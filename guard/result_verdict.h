@@ -9,6 +9,7 @@ struct StagedResult {
     QString after;            ///< what the program has made of it, at rest
     QString scratchDirectory; ///< for the verdict's own copy
     QByteArray log;           ///< what the program has logged
+    qint64 mostTaken = 0;     ///< bytes that the program was seen to take in staging
 };
 
 /// Judges the result of a run on this device.
