@@ -4,6 +4,7 @@
 #include "guard/read_lock.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QThread>
 
 #include <cerrno>
@@ -103,9 +104,13 @@ bool beginsLikeAJournal(const QString &path)
     return file.open(QIODevice::ReadOnly) && file.getChar(&first) && first != 0;
 }
 
-/// @return 0 or the error number of the system; of a file that is not there no copy is made
+/// @return 0 or the error number of the system; of what is no file, or not there, no copy is made
 int copyFile(const QString &from, const QString &to)
 {
+    const QFileInfo file(from);
+    if (file.exists() && !file.isFile()) {
+        return 0;
+    }
     QFile::remove(to);
     const int error = durable::copy(from, to, durable::Ownership(), false);
     if (error != 0) {

@@ -44,6 +44,19 @@ qint64 largestProcess(int who)
     return usage.ru_maxrss * limits::kibibyte;
 }
 
+/// Writes the content of a file into another one, which stays the same file.
+bool writeInto(const QString &path, const QString &from)
+{
+    QFile source(from);
+    QFile file(path);
+    bool isWritten = source.open(QIODevice::ReadOnly) && file.open(QIODevice::WriteOnly);
+    while (isWritten && !source.atEnd()) {
+        const QByteArray piece = source.read(limits::copiedPiece);
+        isWritten = !piece.isEmpty() && file.write(piece) == piece.size();
+    }
+    return isWritten && file.flush();
+}
+
 QVector<RehearsedStep> stepsOf(
     const RunRecord &record, const QByteArray &log, const VersionTable &versions)
 {
@@ -242,9 +255,8 @@ void Rehearser::keepResult()
         connection.open(database, SQLITE_OPEN_READWRITE);
         connection.run("PRAGMA wal_checkpoint(TRUNCATE)");
     }
-    const int error = durable::copy(database, m_options.resultFile, durable::Ownership(), false);
-    if (error != 0) {
-        m_rehearsal.record.detail = "the result could not be kept: " + systemText(error);
+    if (!writeInto(m_options.resultFile, database)) {
+        m_rehearsal.record.detail = "the result could not be kept";
     }
 }
 

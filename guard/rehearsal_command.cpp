@@ -141,6 +141,18 @@ bool printInto(const OutputFile &file)
     return dup2(file.descriptor(), STDOUT_FILENO) == STDOUT_FILENO;
 }
 
+/// @return false only when the header of a database tells that it has none
+bool mayHaveWriteAheadLog(const QString &database)
+{
+    // Without this the system could note the time of the reading.
+    const Descriptor file(open(
+        QFile::encodeName(database).constData(),
+        O_RDONLY | O_NOATIME | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    const int formatAt = 18;
+    char format = 0;
+    return !file.isOpen() || pread(file.get(), &format, 1, formatAt) != 1 || format != 1;
+}
+
 /// @return the most bytes that a rehearsal takes
 qint64 neededRoom(const QString &database)
 {
@@ -148,8 +160,7 @@ qint64 neededRoom(const QString &database)
     size.fileBytes = QFileInfo(database).size();
     size.bytes = size.fileBytes + QFileInfo(database + "-wal").size() +
                  QFileInfo(database + "-journal").size();
-    // Reading its header could change the time of its last reading.
-    size.hasWriteAheadLog = QFileInfo::exists(database + "-wal");
+    size.hasWriteAheadLog = mayHaveWriteAheadLog(database);
     return limits::rehearsedCopies * size.bytes + sizing::roomForCommit(size, 2 * size.bytes) +
            sizing::stagingRoom(size) + limits::mebibyte;
 }

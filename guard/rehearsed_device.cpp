@@ -31,6 +31,20 @@ bool isFile(const QString &path)
     return QFileInfo(path).isFile();
 }
 
+/// Makes a directory, or a link that leads to no file, a second time.
+void copyWhatIsNoFile(const QString &path, const QString &copy)
+{
+    const QFileInfo file(path);
+    if (file.isFile()) {
+        return;
+    }
+    if (file.isSymLink()) {
+        QFile::link(rootDirectory::linkText(path), copy);
+    } else if (file.isDir()) {
+        QDir().mkdir(copy);
+    }
+}
+
 QString realPath(const QString &path)
 {
     return QFileInfo(path).canonicalFilePath();
@@ -240,22 +254,20 @@ bool RehearsedDevice::copyDatabase(const QString &entry)
     if (!m_options.database.isEmpty() && !file.exists()) {
         return fail("no-database", "there is no such file");
     }
-    if (file.isSymLink() && !file.exists()) {
-        QFile::link(rootDirectory::linkText(entry), copy);
-        return true;
-    }
-    if (!file.exists()) {
-        return true;
-    }
-    if (file.isDir()) {
-        QDir().mkdir(copy);
+    if (!file.exists() || file.isDir()) {
+        copyWhatIsNoFile(entry, copy);
         return true;
     }
     if (!file.isFile()) {
         return fail("not-copied", "it is no file");
     }
+    // SQLite cannot work with what has the name of one of its files.
+    const QString real = file.canonicalFilePath();
+    for (const char *suffix : {"-journal", "-wal", "-shm"}) {
+        copyWhatIsNoFile(real + suffix, copy + suffix);
+    }
     WaitBudget budget(m_options.waitSeconds);
-    const std::optional<DatabaseFailure> failure = copyRaw(file.canonicalFilePath(), copy, budget);
+    const std::optional<DatabaseFailure> failure = copyRaw(real, copy, budget);
     if (failure) {
         RunRecord record;
         record.endWith(*failure, "copy-failed");
