@@ -104,17 +104,24 @@ bool beginsLikeAJournal(const QString &path)
     return file.open(QIODevice::ReadOnly) && file.getChar(&first) && first != 0;
 }
 
+/// Removes what an earlier attempt has copied.
+void removeCopy(const QString &path)
+{
+    if (!QFileInfo(path).isSymLink()) {
+        QFile::remove(path);
+    }
+}
+
 /// @return 0 or the error number of the system; of what is no file, or not there, no copy is made
 int copyFile(const QString &from, const QString &to)
 {
-    const QFileInfo file(from);
-    if (file.exists() && !file.isFile()) {
+    removeCopy(to);
+    if (!QFileInfo(from).isFile()) {
         return 0;
     }
-    QFile::remove(to);
     const int error = durable::copy(from, to, durable::Ownership(), false);
     if (error != 0) {
-        QFile::remove(to);
+        removeCopy(to);
     }
     return error == ENOENT ? 0 : error;
 }
@@ -141,7 +148,7 @@ Attempt copyOnce(const QString &database, const QString &copy, WaitBudget &budge
     if (needsJournal) {
         suffixes << journalSuffix;
     } else {
-        QFile::remove(copy + journalSuffix);
+        removeCopy(copy + journalSuffix);
     }
     for (const QString &suffix : suffixes) {
         if (const int error = copyFile(database + suffix, copy + suffix)) {

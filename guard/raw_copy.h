@@ -16,7 +16,7 @@
 /// copied again, five times.
 ///
 /// @param database path of a file, resolved
-/// @param copy path of the copy, in a directory where nothing has its names
+/// @param copy path of the copy; a link or a directory that has one of its files' names stays
 /// @param budget for a writer who holds a lock
 /// @return nothing when the copy is there, or why it is not: Locked, Written after five times, NoRoom,
 /// NotWritable (this user may not read it), Failed

@@ -10,10 +10,9 @@ from rehearsals import Untouched, rehearse
 from support.places import scratch_directory
 from support.versions import NEWEST
 from test_same_result import (
-    IDENTIFIER, KINDS, RandomDevice, case, contents, run_directly, target_of, text)
+    IDENTIFIER, KINDS, RandomDevice, case, contents, target_of, text)
 
-DEVICES = 1050 if "CAMPAIGN" in os.environ else 3 * len(KINDS)
-RUNS_OF_CHANCE = 20
+DEVICES = 1000 if "CAMPAIGN" in os.environ else 3 * len(KINDS)
 COMMON = ("from", "to", "target", "status", "reason", "way", "changed")
 WALKS = [(1, NEWEST), (NEWEST, 1), (20, 26), (NEWEST, NEWEST), (26, 25)]
 
@@ -152,6 +151,12 @@ def test_random_devices_end_as_rehearsed(random_pair, first):
         if earlier is None:
             expected["log"] = None
         run = device.run("run", target)
-        if device.last.exists() and expected != ended(device, run, earlier):
+        if not device.last.exists():
+            continue
+        found = ended(device, run, earlier)
+        if run.returncode == 3 and found["log"] == "":
+            # That of a result that is not kept is not appended.
+            expected["log"] = ""
+        if expected != found:
             differences.append((seed, target, done.errors, run.stderr))
     assert differences == []
