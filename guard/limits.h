@@ -19,6 +19,9 @@ constexpr int stagedCopies = 2;
 /// database of before, which the way back is compared with.
 constexpr int rehearsedCopies = 3;
 
+/// Where a rehearsal had too little room in memory it has so many times more at the next try.
+constexpr qint64 rehearsalRoomFactor = 4;
+
 /// The most that a walk was measured to add to the staged files at any moment, in hundredths of the
 /// database's size, rounded up (bench/guard.py): 20 on databases of farms, 220 where a single table
 /// that is rebuilt is the whole database.

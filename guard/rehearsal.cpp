@@ -20,6 +20,8 @@
 
 namespace
 {
+const char *const noRoom = "no-room";
+
 /// What a run tells while it works is for whoever watches a device.
 class SilentErrors
 {
@@ -126,12 +128,16 @@ Rehearsal Rehearser::run()
     describe();
     if (!isMade) {
         m_rehearsal.isWrongCall = m_made.isWrongCall();
+        m_rehearsal.lackedRoom = m_made.reason() == noRoom;
         record.endUnchanged(m_made.reason(), m_made.detail());
         return m_rehearsal;
     }
     record.newestKnown = newestKnownVersion(m_made.paths().knownVersions);
     const SilentErrors silence;
     runForward();
+    if (m_rehearsal.lackedRoom) {
+        return m_rehearsal;
+    }
     keepResult();
     goBack();
     return m_rehearsal;
@@ -175,6 +181,8 @@ void Rehearser::runForward()
     const DevicePaths &device = m_made.paths();
     record = migrate(device, options);
     record.newestKnown = newestKnownVersion(device.knownVersions);
+    // So far no disk of the device was asked.
+    m_rehearsal.lackedRoom = record.reason == noRoom;
     if (!record.guarded) {
         m_rehearsal.log = readSmallFile(device.log, limits::largestLog).value_or(QByteArray());
     }
@@ -231,16 +239,15 @@ void Rehearser::noteRoom()
     const sizing::Database before = sizing::measure(placeOf("before.sqlite"));
     const bool hasRoomForDirectRun =
         sizing::freeRoom(directory) >= sizing::roomForDirectRun(before, m_mostInStaging);
-    const QString reason = "no-room";
     if (!hasRoomForDirectRun || m_options.strict) {
         record.verdict.reset();
-        record.endUnchanged(reason, "for the commit");
+        record.endUnchanged(noRoom, "for the commit");
         return;
     }
     record.guarded = false;
-    record.reason = reason;
+    record.reason = noRoom;
     record.detail = "for the commit";
-    record.verdict = judgeDirectRun(migrationOptions(m_options.target), record, reason);
+    record.verdict = judgeDirectRun(migrationOptions(m_options.target), record, noRoom);
     record.status = record.verdict->counting() > 0 ? Status::LookAtIt : Status::Success;
 }
 

@@ -29,6 +29,9 @@ namespace
 /// Where the inner guard finds the file for the result.
 const char *const resultPlace = "/.migration-guard-result";
 
+/// The exit status of an inner guard that had too little room. Nobody else sees it.
+constexpr int placeTooSmall = 5;
+
 int exitStatus(Status status)
 {
     return static_cast<int>(status);
@@ -165,26 +168,53 @@ qint64 neededRoom(const QString &database)
            sizing::stagingRoom(size) + limits::mebibyte;
 }
 
-/// @return the exit status of the inner guard, nothing when there is no room or no such place
-std::optional<int> runInside(const CommandLine &line, qint64 room, const QStringList &binds)
+/// How an inner guard ended.
+enum class InnerEnd { Reported, LackedRoom, NotStarted };
+
+/// Tries one place.
+/// @param[out] status set with Reported
+InnerEnd rehearseIn(const innerGuard::Place &place, int *status)
+{
+    const QStringList arguments =
+        QStringList{QString("--") + insideOption, "place"} + QCoreApplication::arguments().mid(1);
+    const std::optional<int> end = innerGuard::runReadOnly(place, arguments);
+    if (!end) {
+        return InnerEnd::NotStarted;
+    }
+    *status = *end;
+    return *end == placeTooSmall ? InnerEnd::LackedRoom : InnerEnd::Reported;
+}
+
+/// Tries places in memory, then one on the disk.
+InnerEnd rehearseSomewhere(
+    const CommandLine &line, qint64 room, const QStringList &binds, int *status)
 {
     innerGuard::Place place;
     place.binds = binds;
-    const QStringList arguments =
-        QStringList{QString("--") + insideOption, "memory"} + QCoreApplication::arguments().mid(1);
-    if (line.stagingDirectory.isEmpty() && availableMemory() >= room + limits::memoryForProcesses) {
-        place.memorySize = room;
-        if (const std::optional<int> status = innerGuard::runReadOnly(place, arguments)) {
-            return status;
+    InnerEnd end = InnerEnd::LackedRoom;
+    if (line.stagingDirectory.isEmpty()) {
+        // A write-ahead log can have grown meanwhile.
+        for (const qint64 size : {room, limits::rehearsalRoomFactor * room}) {
+            place.memorySize = size;
+            if (end == InnerEnd::LackedRoom &&
+                availableMemory() >= size + limits::memoryForProcesses) {
+                end = rehearseIn(place, status);
+            }
         }
         // Bubblewrap may be too old for a file system with a size.
-        place.memorySize.reset();
+        if (end == InnerEnd::Reported) {
+            return end;
+        }
     }
     const QString parent =
         line.stagingDirectory.isEmpty() ? QDir::tempPath() : absolute(line.stagingDirectory);
+    if (sizing::freeRoom(parent) < room) {
+        return InnerEnd::LackedRoom;
+    }
     const QTemporaryDir directory(parent + "/migration-guard.rehearsal.XXXXXX");
+    place.memorySize.reset();
     place.directory = directory.path();
-    return directory.isValid() ? innerGuard::runReadOnly(place, arguments) : std::nullopt;
+    return directory.isValid() ? rehearseIn(place, status) : InnerEnd::LackedRoom;
 }
 
 int rehearseOne(const CommandLine &line, const QString &application, int target)
@@ -197,13 +227,6 @@ int rehearseOne(const CommandLine &line, const QString &application, int target)
     const DevicePaths device(application);
     const qint64 room =
         neededRoom(named.isEmpty() ? device.database : QFileInfo(named).canonicalFilePath());
-    const QString onDisk =
-        line.stagingDirectory.isEmpty() ? QDir::tempPath() : line.stagingDirectory;
-    const bool hasMemory =
-        line.stagingDirectory.isEmpty() && availableMemory() >= room + limits::memoryForProcesses;
-    if (!hasMemory && sizing::freeRoom(onDisk) < room) {
-        return reportFailure(line, application, target, "no-room", "for the copies in " + onDisk);
-    }
     std::unique_ptr<OutputFile> result;
     QStringList binds;
     if (!asked.resultFile.isEmpty()) {
@@ -214,14 +237,19 @@ int rehearseOne(const CommandLine &line, const QString &application, int target)
             return exitStatus(Status::WrongCall);
         }
     }
-    const std::optional<int> status = runInside(line, room, binds);
-    if (!status) {
+    int status = 0;
+    switch (rehearseSomewhere(line, room, binds, &status)) {
+    case InnerEnd::LackedRoom:
+        return reportFailure(line, application, target, "no-room", "for the copies");
+    case InnerEnd::NotStarted:
         return reportFailure(line, application, target, "no-namespaces");
+    case InnerEnd::Reported:
+        break;
     }
     if (result && QFileInfo(result->unfinished()).size() > 0 && !result->finish()) {
         tell("cannot be written: " + asked.resultFile);
     }
-    return *status;
+    return status;
 }
 
 /// A process that rehearses one of several databases.
@@ -321,7 +349,7 @@ int rehearseAsAsked(const CommandLine &line, const QString &application, int tar
             tell(rehearsal.record.detail);
             return exitStatus(Status::WrongCall);
         }
-        return report(line, rehearsal);
+        return rehearsal.lackedRoom ? placeTooSmall : report(line, rehearsal);
     }
     if (!asked.root.isEmpty() && !QFileInfo(asked.root).isDir()) {
         tell("no directory: " + asked.root);
