@@ -15,9 +15,9 @@ constexpr qint64 commitCache = 20 * mebibyte;
 /// What staging holds from the start: the copy, and the database that the program works on.
 constexpr int stagedCopies = 2;
 
-/// What a rehearsal holds besides what a run stages: the device's copy with its journal, and the
-/// database of before, which the way back is compared with.
-constexpr int rehearsedCopies = 3;
+/// What a rehearsal holds besides what a run stages: the device's copy, the kept database, the database
+/// of before, which the way back is compared with, and one to try mending on.
+constexpr int rehearsedCopies = 4;
 
 /// Where a rehearsal had too little room in memory it has so many times more at the next try.
 constexpr qint64 rehearsalRoomFactor = 4;

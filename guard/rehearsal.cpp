@@ -164,7 +164,6 @@ MigrationOptions Rehearser::migrationOptions(int target) const
 {
     MigrationOptions options;
     options.target = target;
-    options.keepDatabase = false;
     options.memoryStaging = placeOf("staging");
     return options;
 }
@@ -217,8 +216,7 @@ void Rehearser::noteMeasurements(const Measurements &measured)
         return;
     }
     const RunRecord &record = m_rehearsal.record;
-    const bool keeps = record.changed && record.from != record.to;
-    const qint64 kept = keeps ? QFileInfo(placeOf("before.sqlite")).size() : 0;
+    const qint64 kept = record.kept ? QFileInfo(placeOf("before.sqlite")).size() : 0;
     QJsonObject bytes = m_rehearsal.measured.value("bytes").toObject();
     bytes.insert("peakDisk", record.changed ? m_roomOnDisk + kept : 0);
     bytes.insert(
@@ -277,6 +275,7 @@ void Rehearser::goBack()
     }
     const DevicePaths &device = m_made.paths();
     MigrationOptions options = migrationOptions(static_cast<int>(*record.from.number));
+    options.keepDatabase = false;
     std::optional<Verdict> verdict;
     options.seeResult = [&](const StagedResult &result) {
         RunRecord back;

@@ -234,12 +234,19 @@ bool RehearsedDevice::placeDatabases()
     if (!copyDatabase(entry)) {
         return false;
     }
-    if (isThisDevice) {
-        // It makes a run more careful.
-        QFile::copy(m_device.note, databases + '/' + QFileInfo(m_device.note).fileName());
-    }
     m_paths.placeDatabases(databases);
     m_paths.databaseEntry = databases + '/' + databaseName;
+    if (isThisDevice) {
+        // What earlier runs have left decides what a run does, and what it keeps.
+        for (const auto &[file, copy] :
+             {std::make_pair(m_device.note, m_paths.note),
+              std::make_pair(m_device.lastMigration, m_paths.lastMigration)}) {
+            durable::copy(file, copy, durable::Ownership(), false);
+        }
+        if (QFileInfo::exists(m_device.kept)) {
+            QFile::link(m_device.kept, m_paths.kept);
+        }
+    }
     m_paths.view.databases = resolved(m_application + "/databases");
     m_root.place(m_paths.view.databases, databases, ProgramRoot::Access::Writable);
     m_paths.view.root = m_root.arguments();
