@@ -252,7 +252,8 @@ void Rehearser::noteRoom()
 void Rehearser::keepResult()
 {
     const QString database = m_made.paths().databaseEntry;
-    if (m_options.resultFile.isEmpty() || !QFileInfo(database).isFile()) {
+    const bool hasNone = m_rehearsal.record.status == Status::NothingChanged;
+    if (m_options.resultFile.isEmpty() || hasNone || !QFileInfo(database).isFile()) {
         return;
     }
     {

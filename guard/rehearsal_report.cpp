@@ -23,6 +23,12 @@ QString printable(QString path)
     return path;
 }
 
+/// @return all of a text of the log, also what is after a NUL
+QString textOf(const QByteArray &bytes)
+{
+    return QString::fromUtf8(bytes.constData(), bytes.size());
+}
+
 QString outcomeName(RehearsedStep::Outcome outcome)
 {
     switch (outcome) {
@@ -62,7 +68,7 @@ QJsonArray stepsOf(const Rehearsal &rehearsal, bool withRows)
         if (withRows && step.outcome == RehearsedStep::Outcome::Failed) {
             QJsonArray lines;
             for (const QByteArray &line : step.lines) {
-                lines << QString::fromUtf8(line);
+                lines << textOf(line);
             }
             entry.insert("lines", lines);
         }
@@ -129,7 +135,7 @@ QJsonObject toJson(const Rehearsal &rehearsal, bool withRows)
         {"versions", stepsOf(rehearsal, withRows)},
         {"mending", mendingsOf(rehearsal, withRows)},
         {"wayBack", wayBackOf(rehearsal, withRows)},
-        {"log", withRows ? QJsonValue(QString::fromUtf8(rehearsal.log)) : QJsonValue()}};
+        {"log", withRows ? QJsonValue(textOf(rehearsal.log)) : QJsonValue()}};
     for (const char *name :
          {"from", "to", "target", "status", "reason", "way", "changed", "software"}) {
         if (run.contains(name)) {

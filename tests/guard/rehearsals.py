@@ -1,4 +1,4 @@
-"""What the tests of rehearsals share: rehearsing a scratch device, and telling that it is untouched."""
+"""What the tests of rehearsals share: a rehearsal, and telling that a device is untouched."""
 
 import json
 import os

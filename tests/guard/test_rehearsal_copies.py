@@ -1,4 +1,4 @@
-"""The raw copy of a database: whole while others write, and the database keeps every byte and time."""
+"""The raw copy of a database: whole while others write; the database keeps every byte and time."""
 
 import itertools
 import os
@@ -39,6 +39,7 @@ def holder(database, *statements):
         assert process.stdout.readline() == b"ready\n"
         yield
         process.stdin.close()
+
 
 class Writer:
     """A program that writes to the database all the time."""
