@@ -42,7 +42,7 @@ struct Rehearsal {
     RunRecord record;
     bool isWrongCall = false;
     bool lackedRoom = false; ///< the place was too small: nothing is known
-    QString database; ///< path
+    QString database;        ///< path
     qint64 databaseBytes = 0;
     QString journalMode; ///< empty where nobody can tell
     QStringList assumed;
