@@ -15,6 +15,14 @@ OTHER = {"A": "B", "B": "A"}
 RECORDED = "SELECT version FROM tableVersion WHERE tableName = 'mainSqlDb'"
 
 
+def make_database(data, version, statements=""):
+    """The data partition of a device at a version. statements: executed in its database"""
+    (data / "databases").mkdir(parents=True)
+    with contextlib.closing(sqlite3.connect(data / "databases" / "my.db.sqlite")) as database:
+        database.execute("PRAGMA synchronous = OFF")
+        database.executescript(dump_of(version) + statements)
+
+
 class BootEnvironment:
     """The variables of the boot loader. A change is there as a whole or not at all."""
 
@@ -36,8 +44,9 @@ class BootEnvironment:
 
 
 def choose_slot(environment):
-    """What the boot script does, with the variables that RAUC has for U-Boot: the first system that has
-    attempts left. A start of one that was not found good yet is a trial boot and costs an attempt.
+    """What the boot script does, with the variables that RAUC has for U-Boot: it starts the first
+    system that has attempts left. A start of one that was not found good yet is a trial boot and
+    costs an attempt.
 
     Returns the slot and whether it is a trial boot.
     """
@@ -53,56 +62,50 @@ def choose_slot(environment):
 
 
 class Computer:
-    """Its systems are directories, and a power cut ends all processes."""
+    """What all computers of the tests have: two systems, the data, the boot environment."""
 
-    def __init__(self, folder, power, system, statements=""):
-        """system: what is installed in slot A
-        statements: executed in the database at its version"""
+    def __init__(self, folder, power, **variables):
+        """variables: of the boot environment"""
         self.folder, self.power = folder, power
-        self.data = folder / "data"
-        self.databases = self.data / "databases"
-        self.environment = BootEnvironment(
-            folder / "boot" / "environment", BOOT_ORDER="A", BOOT_A_LEFT=3, BOOT_B_LEFT=0,
-            good_slot="A")
-        self.databases.mkdir(parents=True)
-        self.database = self.databases / "my.db.sqlite"
-        with contextlib.closing(sqlite3.connect(self.database)) as database:
-            database.execute("PRAGMA synchronous = OFF")
-            database.executescript(dump_of(system.version) + statements)
-        self.slots = {slot: folder / f"system-{slot}" for slot in "AB"}
-        self.slots["B"].mkdir()
-        self.write(system, "A")
+        self.environment = BootEnvironment(folder / "boot" / "environment", **variables)
 
-    def write(self, system, slot, point=lambda name: None):
-        """Replaces what is in a slot. point is called where the power can be cut."""
-        shutil.rmtree(self.slots[slot], ignore_errors=True)  # a power cut may have done it
-        point("half of the old system is gone")
-        # The application comes last: a half written slot has no guard.
-        subprocess.run(["cp", "-al", system.root, self.slots[slot]], check=True)
-        shutil.rmtree(self.slots[slot] / APPLICATION)
-        point("half of the new system is there")
-        subprocess.run(["cp", "-al", system.application, self.slots[slot] / APPLICATION],
-                       check=True)
+    @property
+    def data(self):
+        """Where the data partition is."""
+        raise NotImplementedError
 
-    def run(self, name, slot, *command, mounted=None, environment=None):
+    @property
+    def database(self):
+        return self.data / "databases" / "my.db.sqlite"
+
+    def root_of(self, slot):
+        """The root directory of the system in a slot."""
+        raise NotImplementedError
+
+    def version_of(self, slot):
+        """The schema version that the device software of a slot works with."""
+        return int((self.root_of(slot) / APPLICATION / "schemaversion.txt").read_text())
+
+    def run(self, name, slot, *command, mounted=None, options=()):
         """Runs a command in a system; returns its exit status and its output.
 
         name: of the command, for power cuts
         mounted: the slot that the command finds at /mnt
+        options: more options for bubblewrap
         """
-        binds = ["--ro-bind", self.slots[slot], "/", "--bind", self.data, "/data",
-                 "--ro-bind", ENGINES, "/sys", "--proc", "/proc", "--dev", "/dev",
+        binds = ["--ro-bind", self.root_of(slot), "/", "--bind", self.data, "/data",
+                 "--bind", self.environment.path.parent, "/boot-environment",
+                 "--ro-bind", ENGINES, "/opt", "--proc", "/proc", "--dev", "/dev",
                  "--tmpfs", "/tmp", "--tmpfs", "/run"]
         if mounted:
-            binds += ["--ro-bind", self.slots[mounted], "/mnt"]
-        for variable, value in (environment or {}).items():
-            binds += ["--setenv", variable, value]
+            binds += ["--ro-bind", self.root_of(mounted), "/mnt"]
         return self.power.run(name, ["bwrap", "--die-with-parent", "--unshare-pid", "--clearenv",
-                                     "--setenv", "PATH", "/usr/bin", *binds, "--", *command])
+                                     "--setenv", "PATH", "/usr/bin", *binds, *options, "--",
+                                     *command])
 
     def lose_power(self):
         """What is different after the next start: the identifier of the boot."""
-        note = self.databases / "migration-guard.note"
+        note = self.data / "databases" / "migration-guard.note"
         if note.exists():
             note.write_text(note.read_text().replace(BOOT.read_text().strip(), OTHER_BOOT))
 
@@ -110,6 +113,31 @@ class Computer:
         with contextlib.closing(sqlite3.connect(self.database)) as database:
             return database.execute(RECORDED).fetchone()[0]
 
-    def version_of(self, slot):
-        """The schema version that the device software of a slot works with."""
-        return int((self.slots[slot] / APPLICATION / "schemaversion.txt").read_text())
+
+class DirectoryComputer(Computer):
+    """Its systems are directories. A power cut ends all processes and loses nothing else."""
+
+    data = None
+
+    def __init__(self, folder, power, system, statements=""):
+        """system: what is installed in slot A
+        statements: executed in the database at its version"""
+        super().__init__(folder, power, BOOT_ORDER="A", BOOT_A_LEFT=3, BOOT_B_LEFT=0,
+                         good_slot="A")
+        self.data = folder / "data"
+        make_database(self.data, system.version, statements)
+        self.write(system, "A")
+
+    def root_of(self, slot):
+        return self.folder / f"system-{slot}"
+
+    def write(self, system, slot, point=lambda name: None):
+        """Replaces what is in a slot. point is called where the power can be cut."""
+        root = self.root_of(slot)
+        shutil.rmtree(root, ignore_errors=True)  # a power cut may have done it
+        point("half of the old system is gone")
+        # The application comes last: a half written slot has no guard.
+        subprocess.run(["cp", "-al", system.root, root], check=True)
+        shutil.rmtree(root / APPLICATION)
+        point("half of the new system is there")
+        subprocess.run(["cp", "-al", system.application, root / APPLICATION], check=True)

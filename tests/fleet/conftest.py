@@ -1,20 +1,15 @@
 """The systems of the tests, made once, and computers that run them."""
 
 import contextlib
-import subprocess
 
 import pytest
 import systems
-from computer import Computer
+from computer import DirectoryComputer
 from engine import Engine
 from journey import Journey
 from power import Power
 from support.places import scratch_directory
-
-# The guard of another branch of development may not have the command yet.
-REHEARSES = "migration-guard rehearse" in subprocess.run(
-    [systems.GUARD, "--help"], capture_output=True, text=True, check=True).stdout
-
+from systems import REHEARSES
 
 @pytest.fixture(scope="session")
 def folder():
@@ -44,7 +39,7 @@ def begin(folder, old_system):
         def make(cuts=(), durations=None, attempts=3, rehearses=REHEARSES, statements=""):
             power = Power(durations=durations)
             place = stack.enter_context(scratch_directory(folder))
-            computer = Computer(place, power, old_system, statements)
+            computer = DirectoryComputer(place, power, old_system, statements)
             journey = Journey(computer, Engine(computer, attempts, rehearses))
             journey.start()
             power.points.clear()

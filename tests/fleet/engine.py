@@ -24,8 +24,8 @@ class Engine:
         point("the new system is written")
         if self.rehearses:
             status, _ = self.computer.run(
-                "the rehearsal", running, "/sys/rauc/hook", "slot-post-install", mounted=target,
-                environment={"RAUC_SLOT_MOUNT_POINT": "/mnt"})
+                "the rehearsal", running, "/opt/rauc/hook", "slot-post-install", mounted=target,
+                options=("--setenv", "RAUC_SLOT_MOUNT_POINT", "/mnt"))
             point("rehearsed")
             if status:
                 return status

@@ -6,9 +6,10 @@ import sqlite3
 from computer import OTHER
 from power import PowerCut
 from support.contents import RANDOM_IDENTIFIER
-from systems import APPLICATION
+from systems import APPLICATION, OLD_VERSION
 
 MOST_STARTS = 12
+MOST_TRIES = 3
 ENTERED = "entered %"
 
 
@@ -95,6 +96,15 @@ class Journey:
         self.start()
         return status
 
+    def repeat(self, step, *arguments, until):
+        """Does a step until the device software of a version runs, as a server does that offers an
+        update again."""
+        for _ in range(MOST_TRIES):
+            step(*arguments)
+            if self.computer.version_of(self.running) == until:
+                return
+        raise AssertionError(f"{step.__name__} does not come through: {self.starts}")
+
     def versions_for_old_program(self):
         """What the old system's program has found when it started."""
         note = self.computer.data / "found-by-old-program"
@@ -113,3 +123,23 @@ class Journey:
                 database.backup(copy)
             copy.execute("DELETE FROM growers WHERE displayName LIKE ?", (ENTERED,))
             return RANDOM_IDENTIFIER.sub("{}", "\n".join(sorted(copy.iterdump())))
+
+    def content_after_another_start(self):
+        """The first ordinary start after a migration may change the text of a definition, once."""
+        self.start()
+        return self.content()
+
+    def violations(self, version, content):
+        """What does not hold at the end, wherever the power was cut.
+
+        version: that the database should have
+        content: of the database after an undisturbed journey and another start
+        """
+        found = self.computer.recorded_version()
+        tests = {"the power was not cut": bool(self.computer.power.cuts),
+                 f"the database is at version {found}": found != version,
+                 f"lost rows: {self.lost_rows()}": bool(self.lost_rows()),
+                 "other content": self.content_after_another_start() != content,
+                 "the old program met a newer database":
+                     any(found > OLD_VERSION for found in self.versions_for_old_program())}
+        return [text for text, is_wrong in tests.items() if is_wrong]

@@ -42,7 +42,7 @@ class Power:
             raise PowerCut(name)
 
     def run(self, name, command):
-        """Runs a command that ends with all that it has started; returns its status and its output."""
+        """Runs a command that ends with all that it has started; returns status and output."""
         seconds, is_cut = SECONDS, self._next_is(name, True)
         if is_cut:
             seconds = self.cuts.pop(0).part * self.known[name]

@@ -8,12 +8,17 @@ import shutil
 import subprocess
 
 from support.places import DEMO, ROOT
-from support.versions import NEWEST
+from support.versions import NEWEST, newest_of
 
-PROGRAM = pathlib.Path(os.environ["DATABASE_MIGRATOR"])
-OLD_PROGRAM = pathlib.Path(os.environ["OLD_DATABASE_MIGRATOR"])
-GUARD = pathlib.Path(os.environ["MIGRATION_GUARD"])
-OLD_VERSION = int(os.environ["OLD_VERSION"])
+BUILD = ROOT / "build" / "dev"
+PROGRAM = pathlib.Path(os.environ.get("DATABASE_MIGRATOR", BUILD / "database-migrator"))
+OLD_PROGRAM = pathlib.Path(os.environ.get(
+    "OLD_DATABASE_MIGRATOR", BUILD / "tests" / "fleet" / "old-database-migrator"))
+GUARD = pathlib.Path(os.environ.get("MIGRATION_GUARD", BUILD / "guard" / "migration-guard"))
+OLD_VERSION = newest_of(OLD_PROGRAM.parent / "old_registry.cpp")
+# Until the guard of this tree has the command, the engines leave it out.
+REHEARSES = "migration-guard rehearse" in subprocess.run(
+    [GUARD, "--help"], capture_output=True, text=True, check=True).stdout
 KNOWN_VERSIONS = GUARD.parent.parent / "schema-versions.json"
 ENGINES = ROOT / "packaging" / "update-engines"
 
@@ -49,7 +54,7 @@ class System:
         self.root, self.version = root, version
         self.application = root / APPLICATION
         for folder in ("usr/bin", "data", "proc", "dev", "etc/harlo", "Harlo", "run", "tmp", "sys",
-                       "boot-environment", "mnt", "usr/bin/harlo/pool",
+                       "boot-environment", "mnt", "opt", "usr/bin/harlo/pool",
                        f"{APPLICATION}/quillmoor"):
             (root / folder).mkdir(parents=True)
         for name in ("bin", "lib", "lib64", "sbin"):

@@ -1,51 +1,25 @@
 """An update of a device and the way back, with power cuts at every step.
 
-Both systems are real ones, with the guard and their own program; the update engine and the boot loader
-are simulated. campaign.py has real engines.
+Both systems are real ones, with the guard and their own program; the update engine and the boot
+loader are simulated. campaign.py has real engines.
 """
 
 import os
 
 import pytest
-from conftest import REHEARSES
 from power import Moment
-from systems import APPLICATION, NEWEST, OLD_VERSION
+from systems import APPLICATION, NEWEST, OLD_VERSION, REHEARSES
 
 needs_rehearsal = pytest.mark.skipif(not REHEARSES, reason="the guard cannot rehearse yet")
 PARTS = [number / 40 for number in range(1, 40)] if os.environ.get("CAMPAIGN") else (0.3, 0.8)
-MOST_TRIES = 3
 
 
 def update(journey, system):
-    """Installs a system as often as it takes, as a server does that offers it again."""
-    for _ in range(MOST_TRIES):
-        journey.update(system)
-        if journey.computer.version_of(journey.running) == system.version:
-            return
-    raise AssertionError(f"the update does not come through: {journey.starts}")
+    journey.repeat(journey.update, system, until=system.version)
 
 
-def go_back(journey, version):
-    for _ in range(MOST_TRIES):
-        journey.go_back()
-        if journey.computer.version_of(journey.running) == version:
-            return
-    raise AssertionError(f"the return does not come through: {journey.starts}")
-
-
-def content_after_another_start(journey):
-    """The first ordinary start after a migration may change the text of a definition, once."""
-    journey.start()
-    return journey.content()
-
-
-def check(journey, version, content):
-    """What has to hold at the end, wherever the power was cut."""
-    assert journey.computer.power.cuts == [], "the power was not cut"
-    assert journey.computer.recorded_version() == version
-    assert journey.lost_rows() == []
-    assert content_after_another_start(journey) == content
-    assert all(found <= OLD_VERSION for found in journey.versions_for_old_program())
+def go_back(journey):
+    journey.repeat(journey.go_back, until=OLD_VERSION)
 
 
 @pytest.fixture(scope="module")
@@ -60,10 +34,10 @@ def known(undisturbed, begin, new_system):
         journey = begin()
         power = journey.computer.power
         for name, change in (("update", lambda: update(journey, new_system)),
-                             ("return", lambda: go_back(journey, OLD_VERSION))):
+                             ("return", lambda: go_back(journey))):
             power.points.clear()
             change()
-            undisturbed[name] = list(power.points), content_after_another_start(journey)
+            undisturbed[name] = list(power.points), journey.content_after_another_start()
         undisturbed["durations"] = power.durations
         assert journey.starts == [("A", False, 0), ("B", True, 0), ("B", False, 0),
                                   ("A", True, 0), ("A", False, 0)]
@@ -93,7 +67,7 @@ def moments(points, *commands):
 def test_power_cut_in_an_update(known, begin, new_system, moment):
     journey = begin([moment], known["durations"])
     update(journey, new_system)
-    check(journey, NEWEST, known["update"][1])
+    assert journey.violations(NEWEST, known["update"][1]) == []
 
 
 @pytest.mark.parametrize("moment", moments(
@@ -105,7 +79,7 @@ def test_power_cut_in_a_fall_back_that_no_hook_sees(known, begin, new_system, mo
     assert journey.computer.version_of(journey.running) == OLD_VERSION
     assert journey.computer.recorded_version() == OLD_VERSION
     update(journey, new_system)
-    check(journey, NEWEST, known["update"][1])
+    assert journey.violations(NEWEST, known["update"][1]) == []
 
 
 @pytest.mark.parametrize("moment", moments(POINTS_OF_RETURN, "the return", "the first start"))
@@ -114,8 +88,8 @@ def test_power_cut_in_a_deliberate_return(known, begin, new_system, moment):
     update(journey, new_system)
     power = journey.computer.power
     power.cuts, power.known = [moment], known["durations"]
-    go_back(journey, OLD_VERSION)
-    check(journey, OLD_VERSION, known["return"][1])
+    go_back(journey)
+    assert journey.violations(OLD_VERSION, known["return"][1]) == []
 
 
 def test_trial_boot_is_tried_again_while_it_has_attempts(known, begin, new_system):
@@ -123,7 +97,7 @@ def test_trial_boot_is_tried_again_while_it_has_attempts(known, begin, new_syste
     journey = begin([cut, cut], known["durations"], attempts=3)
     journey.update(new_system)
     assert journey.running == "B"
-    check(journey, NEWEST, known["update"][1])
+    assert journey.violations(NEWEST, known["update"][1]) == []
 
 
 def test_harmful_update_that_was_not_rehearsed_ends_in_the_old_system(begin, faulty_system):
