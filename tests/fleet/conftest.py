@@ -11,6 +11,7 @@ from power import Power
 from support.places import scratch_directory
 from systems import REHEARSES
 
+
 @pytest.fixture(scope="session")
 def folder():
     with scratch_directory() as path:

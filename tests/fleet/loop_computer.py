@@ -2,17 +2,19 @@
 
 import shutil
 import subprocess
+import time
 
 from computer import Computer, make_database
 
 SYSTEM_SIZE, DATA_SIZE = "160M", "32M"
+SECONDS_FOR_DETACHING = 60
 
 
 def run(*command):
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout.strip()
 
 
-def make_image(path, size, content):
+def make_image(path, content, size=SYSTEM_SIZE):
     """A file system with these files."""
     run("mkfs.ext4", "-q", "-F", "-d", content, path, size)
 
@@ -48,7 +50,17 @@ class Partition:
         run("cp", "--sparse=always", self.image, copy)
         self.close()
         copy.rename(self.image)
-        run("losetup", self.device, self.image)
+        self._attach_again()
+
+    def _attach_again(self):
+        """The kernel keeps the old file until the last process of before has gone."""
+        for _ in range(SECONDS_FOR_DETACHING * 50):
+            attached = subprocess.run(["losetup", self.device, self.image], capture_output=True,
+                                      check=False)
+            if attached.returncode == 0:
+                return
+            time.sleep(0.02)
+        raise TimeoutError(f"{self.device} is not free")
 
     def close(self):
         self.unmount()
@@ -63,7 +75,7 @@ class LoopComputer(Computer):
         version: of the database"""
         super().__init__(folder, power, **variables)
         make_database(folder / "content", version)
-        make_image(folder / "data.img", DATA_SIZE, folder / "content")
+        make_image(folder / "data.img", folder / "content", DATA_SIZE)
         run("cp", "--sparse=always", image, folder / "system-A.img")
         run("truncate", f"--size={SYSTEM_SIZE}", folder / "system-B.img")
         self.slots = {}
@@ -81,7 +93,8 @@ class LoopComputer(Computer):
     def run_engine(self, name, slot, *command, options=()):
         """Runs a command that may mount and write devices in a system."""
         return self.run(name, slot, *command, options=(
-            "--dev-bind", "/dev", "/dev", "--ro-bind", "/sys", "/sys", "--cap-add", "ALL", *options))
+            "--dev-bind", "/dev", "/dev", "--ro-bind", "/sys", "/sys", "--cap-add", "ALL",
+            *options))
 
     def lose_power(self):
         for partition in (self._data, *self.slots.values()):

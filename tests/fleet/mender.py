@@ -4,7 +4,7 @@ import re
 import shutil
 
 from computer import OTHER
-from loop_computer import SYSTEM_SIZE, LoopComputer, make_image, run
+from loop_computer import LoopComputer, run
 from support.places import TESTS
 from systems import ENGINES
 
@@ -13,6 +13,7 @@ COMMANDS = ("mender", "mount", "umount", "cp", "grep", "mv", "sync", "sed", "mkt
 FILES = TESTS / "fleet" / "system"
 EXAMPLES = ENGINES / "mender"
 DEVICE_TYPE = "field-computer"
+# How often the boot loader starts a system that was not found good.
 BOOT_LIMIT = 1
 
 
@@ -28,11 +29,82 @@ def configure(system, name):
         shutil.copy(FILES / tool, system.root / "usr/bin")
 
 
-def make_artifact(folder, image, name, has_scripts):
+def make_update(folder, image, name, rehearses):
+    """An artifact with the state scripts; without a rehearsal only with those for the commit."""
     artifact = folder / f"{name}.mender"
-    scripts = [f"--script={file}" for file in sorted(EXAMPLES.glob("Artifact*"))] \
-        if has_scripts else []
+    scripts = sorted(EXAMPLES.glob("Artifact*" if rehearses else "ArtifactCommit*"))
     run("mender-artifact", "write", "rootfs-image", f"--file={image}", f"--artifact-name={name}",
         f"--device-type={DEVICE_TYPE}", "--compression=none", "--no-progress",
-        f"--output-path={artifact}", *scripts)
+        f"--output-path={artifact}", *(f"--script={script}" for script in scripts))
     return artifact
+
+
+def make_computer(folder, power, image, version):
+    computer = LoopComputer(folder, power, image, version)
+    part = number(computer, "A")
+    computer.environment.set(mender_boot_part=part, mender_boot_part_hex=f"{part:x}",
+                             upgrade_available=0, bootcount=0)
+    (computer.data / "mender").mkdir()
+    (computer.data / "mender/device_type").write_text(f"device_type={DEVICE_TYPE}\n")
+    return computer
+
+
+def number(computer, slot):
+    """The number of a slot's partition, as the boot loader knows it."""
+    return int(re.search(r"\d+$", computer.slots[slot].device)[0])
+
+
+class Mender:
+    """The client of a computer on loop devices."""
+
+    attempts = BOOT_LIMIT
+
+    def __init__(self, computer):
+        self.computer = computer
+        self.output = ""
+
+    def choose_slot(self):
+        """What U-Boot does: it counts the starts of an update, and goes back after too many."""
+        variables = self.computer.environment.read()
+        slots = {number(self.computer, slot): slot for slot in "AB"}
+        slot = slots[int(variables["mender_boot_part"])]
+        is_trial = variables["upgrade_available"] == "1"
+        count = int(variables["bootcount"]) + 1
+        if not is_trial:
+            return slot, False
+        if count <= BOOT_LIMIT:
+            self.computer.environment.set(bootcount=count)
+            return slot, True
+        part = number(self.computer, OTHER[slot])
+        self.computer.environment.set(mender_boot_part=part, mender_boot_part_hex=f"{part:x}",
+                                      upgrade_available=0, bootcount=0)
+        return OTHER[slot], False
+
+    def _run(self, name, slot, *command, options=()):
+        configuration = self.computer.folder / "mender.conf"
+        text = (EXAMPLES / "mender.conf").read_text()
+        for letter, partition in zip("AB", re.findall(r"/dev/\w+", text)):
+            text = text.replace(partition, self.computer.slots[letter].device)
+        configuration.write_text(text)
+        self.computer.slots[OTHER[slot]].unmount()
+        status, self.output = self.computer.run_engine(
+            name, slot, *command,
+            options=("--ro-bind", configuration, "/etc/mender/mender.conf", *options))
+        return status
+
+    def install(self, running, artifact):
+        self.computer.power.point("before the installation")
+        return self._run("the installation", running, "mender", "--no-syslog", "install",
+                         "/run/update.mender",
+                         options=("--ro-bind", artifact, "/run/update.mender"))
+
+    def activate(self, slot):
+        part = number(self.computer, slot)
+        variables = (f"mender_boot_part {part}\nmender_boot_part_hex {part:x}\n"
+                     "upgrade_available 1\nbootcount 0\n")
+        self._run("the activation", OTHER[slot], "sh", "-c",
+                  f"printf '{variables}' | fw_setenv -s -")
+
+    def commit(self, slot):
+        status = self._run("the commit", slot, "mender", "--no-syslog", "commit")
+        assert status == 0, self.output
