@@ -28,6 +28,8 @@ from support.places import scratch_directory
 from systems import ENGINES, NEWEST, OLD_VERSION, REHEARSES
 
 HERE = pathlib.Path(__file__).resolve().parent
+HARNESS = ("campaign.py", "computer.py", "journey.py", "loop_computer.py", "mender.py", "power.py",
+           "rauc.py", "system", "systems.py")
 START = ("started", "the first start", "migrated", "the commit", "committed")
 # What an update, a fall-back and a return go through: commands, and points between them.
 UPDATE = ("before the installation", "the installation", "installed", *START)
@@ -164,7 +166,8 @@ def main():
         print("Not tried: loop devices take root.")
         return 0
     campaign = Campaign("fleet", arguments.minutes)
-    of = fingerprint(ENGINES, HERE, systems.PROGRAM, systems.OLD_PROGRAM, systems.GUARD)
+    of = fingerprint(ENGINES, *(HERE / name for name in HARNESS), systems.PROGRAM,
+                     systems.OLD_PROGRAM, systems.GUARD)
     broken = False
     for name, module, engine in (("RAUC", rauc, rauc.Rauc), ("Mender", mender, mender.Mender)):
         with scratch_directory() as folder:
