@@ -13,6 +13,7 @@ Answers are kept in build/fleet/. Needs root, and the preset dev to be built.
 
 import os
 import pathlib
+import signal
 import sys
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
@@ -165,6 +166,8 @@ def main():
     if os.geteuid() != 0:
         print("Not tried: loop devices take root.")
         return 0
+    # What is mounted is unmounted then.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     campaign = Campaign("fleet", arguments.minutes)
     of = fingerprint(ENGINES, *(HERE / name for name in HARNESS), systems.PROGRAM,
                      systems.OLD_PROGRAM, systems.GUARD)
