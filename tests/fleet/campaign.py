@@ -31,7 +31,7 @@ from systems import ENGINES, NEWEST, OLD_VERSION, REHEARSES
 HERE = pathlib.Path(__file__).resolve().parent
 HARNESS = ("campaign.py", "computer.py", "journey.py", "loop_computer.py", "mender.py", "power.py",
            "rauc.py", "system", "systems.py")
-START = ("started", "the first start", "migrated", "the commit", "committed")
+START = ("started", "the first start", "migrated", "finding it good", "found good")
 # What an update, a fall-back and a return go through: commands, and points between them.
 UPDATE = ("before the installation", "the installation", "installed", *START)
 FALL_BACK = ("started", "an ordinary start", "migrated")

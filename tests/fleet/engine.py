@@ -37,8 +37,8 @@ class Engine:
                                          f"BOOT_{slot}_LEFT": self.attempts})
         self.computer.power.point("activated")
 
-    def commit(self, slot):
+    def find_good(self, slot):
         """Finds the running system good."""
         self.computer.environment.set(**{f"BOOT_{slot}_LEFT": self.attempts})
-        self.computer.power.point("half committed")
+        self.computer.power.point("half found good")
         self.computer.environment.set(good_slot=slot)

@@ -47,8 +47,8 @@ class Journey:
         if is_trial:
             if status != 0:
                 return False
-            self.engine.commit(slot)
-            self.point("committed")
+            self.engine.find_good(slot)
+            self.point("found good")
         self.running = slot
         self._work()
         return True

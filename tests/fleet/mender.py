@@ -30,7 +30,7 @@ def configure(system, name):
 
 
 def make_update(folder, image, name, rehearses):
-    """An artifact with the state scripts; without a rehearsal only with those for the commit."""
+    """An artifact with the state scripts; without a rehearsal it has only the one for the commit."""
     artifact = folder / f"{name}.mender"
     scripts = sorted(EXAMPLES.glob("Artifact*" if rehearses else "ArtifactCommit*"))
     run("mender-artifact", "write", "rootfs-image", f"--file={image}", f"--artifact-name={name}",
@@ -105,6 +105,6 @@ class Mender:
         self._run("the activation", OTHER[slot], "sh", "-c",
                   f"printf '{variables}' | fw_setenv -s -")
 
-    def commit(self, slot):
-        status = self._run("the commit", slot, "mender", "--no-syslog", "commit")
+    def find_good(self, slot):
+        status = self._run("finding it good", slot, "mender", "--no-syslog", "commit")
         assert status == 0, self.output

@@ -33,7 +33,7 @@ def configure(system, _name):
     shutil.copy(FILES / "rauc.service", etc / "bus-services")
     for tool in ("fw_printenv", "fw_setenv", "with-bus"):
         shutil.copy(FILES / tool, system.root / "usr/bin")
-    shutil.copy(EXAMPLES / "commit", system.application / "commit-update")
+    shutil.copy(EXAMPLES / "update-good", system.application)
 
 
 def make_key(folder):
@@ -98,8 +98,8 @@ class Rauc:
     def activate(self, slot):
         self._run("the activation", OTHER[slot], "rauc", "status", "mark-active", "other")
 
-    def commit(self, slot):
-        status = self._run("the commit", slot, f"/{APPLICATION}/commit-update")
+    def find_good(self, slot):
+        status = self._run("finding it good", slot, f"/{APPLICATION}/update-good")
         assert status == 0, self.output
 
 

@@ -50,7 +50,7 @@ def test_points_are_those_of_a_whole_update_and_return(known):
 
 
 REHEARSAL = ["rehearsed"] if REHEARSES else []
-START = ["started", "migrated", "half committed", "committed"]
+START = ["started", "migrated", "half found good", "found good"]
 POINTS_OF_UPDATE = [
     "before the installation", "half of the old system is gone", "half of the new system is there",
     "the new system is written", *REHEARSAL, "activated", "installed", *START]
@@ -73,7 +73,7 @@ def test_power_cut_in_an_update(known, begin, new_system, moment):
 @pytest.mark.parametrize("moment", moments(
     ["started", "migrated"], "an ordinary start"))
 def test_power_cut_in_a_fall_back_that_no_hook_sees(known, begin, new_system, moment):
-    """The key is turned off between the migration and the commit, and the boot loader goes back."""
+    """The key is turned off after the migration, before the update is found good."""
     journey = begin([Moment("migrated"), moment], known["durations"], attempts=1)
     journey.update(new_system)
     assert journey.computer.version_of(journey.running) == OLD_VERSION
