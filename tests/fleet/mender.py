@@ -30,7 +30,7 @@ def configure(system, name):
 
 
 def make_update(folder, image, name, rehearses):
-    """An artifact with the state scripts; without a rehearsal it has only the one for the commit."""
+    """An artifact with the state scripts; without a rehearsal only that for the commit."""
     artifact = folder / f"{name}.mender"
     scripts = sorted(EXAMPLES.glob("Artifact*" if rehearses else "ArtifactCommit*"))
     run("mender-artifact", "write", "rootfs-image", f"--file={image}", f"--artifact-name={name}",
