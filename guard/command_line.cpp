@@ -71,6 +71,10 @@ CommandLine parseCommandLine(const QStringList &arguments)
     const QCommandLineOption json("json", "Status: prints JSON.");
     const QCommandLineOption exitCode(
         "exit-code", "Status: ends with the status of the last run, or with 3 without one.");
+    const QCommandLineOption mend(
+        "mend",
+        "Run: puts right in the copy what runs without the guard have left when they were cut: copies "
+        "of tables. Without this option they are only reported.");
     const QCommandLineOption noBackup("no-backup", "Run: does not keep the database of before.");
     const QCommandLineOption accept(
         "accept",
@@ -88,6 +92,7 @@ CommandLine parseCommandLine(const QStringList &arguments)
          strict,
          accept,
          fallBack,
+         mend,
          noBackup,
          staging,
          json,
@@ -117,7 +122,7 @@ CommandLine parseCommandLine(const QStringList &arguments)
     QList<QCommandLineOption> allowed = {application};
     if (command == "run") {
         line.command = CommandLine::Command::Run;
-        allowed << wait << strict << accept << fallBack << noBackup << staging << inside;
+        allowed << wait << strict << accept << fallBack << mend << noBackup << staging << inside;
         line.hasTarget = !words.isEmpty();
         line.target = words.isEmpty() ? QString() : words.takeFirst();
     } else if (command == "status") {
@@ -166,6 +171,7 @@ CommandLine parseCommandLine(const QStringList &arguments)
     }
     line.keepDatabase = !parser.isSet(noBackup);
     line.fallBack = parser.isSet(fallBack);
+    line.mend = parser.isSet(mend);
     line.json = parser.isSet(json);
     line.tellsStatus = parser.isSet(exitCode);
     line.dryRun = parser.isSet(dryRun);

@@ -40,6 +40,22 @@ RecordedVersion versionOf(const QString &database)
     real.open();
     return recordedVersion(real.connection());
 }
+/// @return the names, folded; nothing when they cannot be read
+std::optional<QSet<QByteArray>> tablesOf(const QString &database)
+{
+    if (!QFileInfo(database).isFile()) {
+        return std::nullopt;
+    }
+    WaitBudget noWaiting(0);
+    RealDatabase real(database, noWaiting);
+    real.open();
+    SqliteStatement names(real.connection(), "SELECT name FROM sqlite_schema WHERE type = 'table'");
+    QSet<QByteArray> tables;
+    while (names.step()) {
+        tables << folded(names.text(0));
+    }
+    return names.result() == SQLITE_DONE ? std::optional<QSet<QByteArray>>(tables) : std::nullopt;
+}
 } // namespace
 
 void runUnguarded(const DevicePaths &device, const MigrationOptions &options, RunRecord *record)
@@ -51,6 +67,7 @@ void runUnguarded(const DevicePaths &device, const MigrationOptions &options, Ru
     if (refusals::endIfNewer(device, record)) {
         return;
     }
+    const std::optional<QSet<QByteArray>> tablesBefore = tablesOf(device.databaseEntry);
     record->measured.begin();
     const ProgramRun run = runDirectly(device, options.target);
     record->measured.endPart("program");
@@ -61,7 +78,7 @@ void runUnguarded(const DevicePaths &device, const MigrationOptions &options, Ru
     const QString whyDirect = record->reason;
     record->to = versionOf(device.databaseEntry);
     record->changed = stampOf(device.databaseEntry) != before;
-    record->verdict = judgeDirectRun(options, *record, whyDirect);
+    record->verdict = judgeDirectRun(device, options, *record, {whyDirect, run.log, tablesBefore});
     const bool isBroken = run.end == ProgramRun::End::Broken;
     if (isBroken) {
         record->reason = "program-broken";
