@@ -7,6 +7,7 @@
 #include "guard/limits.h"
 #include "guard/messages.h"
 #include "guard/migration.h"
+#include "guard/rehearsal_command.h"
 #include "guard/restoration.h"
 #include "guard/sizing.h"
 #include "guard/status_report.h"
@@ -61,7 +62,7 @@ std::optional<qint64> memorySize(const DevicePaths &device, const CommandLine &l
     if (!line.stagingDirectory.isEmpty()) {
         return std::nullopt;
     }
-    const qint64 room = sizing::stagingRoom(sizing::measure(device.database));
+    const qint64 room = sizing::stagingRoom(sizing::measure(device.database), line.mend);
     if (availableMemory() < room + limits::memoryForProcesses) {
         tell(QString("not enough memory, staging on the disk"));
         return std::nullopt;
@@ -119,6 +120,7 @@ int run(const QString &application, const DevicePaths &device, const CommandLine
     options.strict = line.strict;
     options.fallBack = line.fallBack;
     options.keepDatabase = line.keepDatabase;
+    options.mend = line.mend;
     options.acceptedCodes = line.acceptedCodes;
     options.waitSeconds = line.waitSeconds;
     if (line.inside == inMemory) {
@@ -132,6 +134,20 @@ int run(const QString &application, const DevicePaths &device, const CommandLine
     const RunRecord record = migrate(device, options);
     tell(record);
     return exitStatus(record.status);
+}
+
+int rehearseRun(const QString &application, const CommandLine &line)
+{
+    const std::optional<int> target = parseTarget(line.target.toUtf8());
+    if (!target) {
+        tell("not a schema version: " + line.target);
+        return exitStatus(Status::WrongCall);
+    }
+    if (!line.stagingDirectory.isEmpty() && !QFileInfo(line.stagingDirectory).isDir()) {
+        tell("no directory for staging: " + line.stagingDirectory);
+        return exitStatus(Status::WrongCall);
+    }
+    return rehearseAsAsked(line, application, *target);
 }
 
 int showStatus(const DevicePaths &device, const CommandLine &line)
@@ -174,6 +190,8 @@ int main(int argc, char **argv)
     switch (line.command) {
     case CommandLine::Command::Run:
         return run(application, device, line);
+    case CommandLine::Command::Rehearse:
+        return rehearseRun(application, line);
     case CommandLine::Command::Status:
         return showStatus(device, line);
     case CommandLine::Command::Restore:

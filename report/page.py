@@ -13,7 +13,7 @@ from verdict import KINDS, LOOK, OK, REFUSED, VerdictWording
 
 # The JSON has all of them.
 ROWS_SHOWN = 20
-REPAIRS = ("violations-removed", "orphans-removed", "reapplied")
+REPAIRS = ("mended", "violations-removed", "orphans-removed", "reapplied")
 PARTS = (("copy", "copy"), ("program", "program"), ("comparison", "comparison"),
          ("commit", "commit"))
 OUTCOMES = {"done": "done", "failed": "failed", "not-reached": "not reached"}

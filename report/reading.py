@@ -43,6 +43,8 @@ class Finding:
     rows: tuple | None  # None where contents were left out
     has_all_rows: bool
     detail: str
+    mending: str  # of a mended copy: what was done, and the table that it is one of
+    table: str
 
 
 @dataclass(frozen=True)
@@ -74,7 +76,7 @@ class Step:
 
 @dataclass(frozen=True)
 class Copy:
-    """A copy of a table that an earlier run has left, and what `run --mend` would do with it."""
+    """A copy of a table that a cut run has left, and what `run --mend` does with it."""
 
     copy: str
     table: str
@@ -238,7 +240,8 @@ def read_finding(finding):
         on_purpose=on_purpose if isinstance(on_purpose, (str, type(None))) else int(on_purpose),
         accepted=bool(finding.flag("accepted")), counts=bool(finding.flag("counts", required=True)),
         rows=finding.objects("rows", read_row) if finding.has("rows") else None,
-        has_all_rows=finding.flag("hasAllRows") is not False, detail=finding.text("detail"))
+        has_all_rows=finding.flag("hasAllRows") is not False, detail=finding.text("detail"),
+        mending=finding.text("mending"), table=finding.text("table"))
 
 
 def read_table(table):

@@ -2,6 +2,7 @@
 
 from markupsafe import Markup, escape
 
+from reading import Copy
 from texts import counted, number, shown, visible
 
 LOSSES = ("rows-lost", "values-lost", "table-lost", "column-lost")
@@ -130,29 +131,35 @@ class Sentences:
         return Markup(
             "The SQLite library refuses texts in double quotes, and versions 6 and 16 need them.")
 
+    def mended(self, finding):
+        return self.mending(Copy(
+            finding.object, finding.table, finding.mending, finding.numbers.get("rows"),
+            finding.numbers.get("rowsReturned"), ""))
+
     def mending(self, copy):
-        """What `run --mend` would do with a copy of a table."""
+        """What `run --mend` does with a copy of a table."""
         name, table = shown(copy.copy), self.contents(copy.table)
         rows = "rows" if copy.rows is None else counted(copy.rows, "row", "rows")
         if copy.kind == "copy-removed":
-            return Markup("The copy {} would go: {} already has each of its {}.").format(
-                name, table, rows)
+            return Markup("The copy {} {}: {} already {} each of its {}.").format(
+                name, self.would("go", "is gone"), table, "had" if self.is_past else "has", rows)
         if copy.kind == "name-given":
-            return Markup("The copy {} would be the table {} again, with its {}.").format(
-                name, shown(copy.table), rows)
+            return Markup("The copy {} {} the table {} again, with its {}.").format(
+                name, self.would("be", "is"), shown(copy.table), rows)
         if copy.kind == "rows-returned" and copy.rows_returned is not None:
-            return Markup("{} of the copy {} would come back into {}, and the copy would go."
-                          ).format(counted(copy.rows_returned, "row", "rows"), name, table)
-        return Markup("Nothing would be done with the copy {} and its {}. {}").format(
-            name, rows, visible(copy.reason))
+            return Markup("{} of the copy {} {} back into {}, and the copy {}.").format(
+                counted(copy.rows_returned, "row", "rows"), name, self.would("come", "came"),
+                table, self.would("go", "is gone"))
+        return Markup("Nothing {} with the copy {} and its {}. {}").format(
+            self.were(1, "done"), name, rows, visible(copy.reason))
 
 
 BY_KIND = {method.__name__.replace("_", "-"): method for method in (
     Sentences.target_missed, Sentences.step_failed, Sentences.left_behind, Sentences.rows_lost,
     Sentences.values_lost, Sentences.table_lost, Sentences.column_lost, Sentences.damaged,
     Sentences.unreadable, Sentences.violations_removed, Sentences.orphans_removed,
-    Sentences.reapplied, Sentences.renamed, Sentences.direct, Sentences.newer_than_program,
-    Sentences.library_unfit)}
+    Sentences.reapplied, Sentences.renamed, Sentences.mended, Sentences.direct,
+    Sentences.newer_than_program, Sentences.library_unfit)}
 
 
 def rows_of(finding):

@@ -21,6 +21,10 @@ class VerdictWording:
         self.sentences = Sentences(words, not run.is_rehearsal and run.status != REFUSED)
         self.counting = [finding for finding in run.verdict.findings if finding.counts
                          ] if run.verdict else []
+        # What `run --mend` would do besides what this run does already.
+        is_mended = run.verdict and any(
+            finding.kind == "mended" for finding in run.verdict.findings)
+        self.copies = () if is_mended else run.copies
         failed = [finding for finding in self.counting if finding.kind == "step-failed"]
         # The headline is about failed steps before all, and where they end.
         self.first = failed + [finding for finding in self.counting
@@ -144,9 +148,9 @@ class VerdictWording:
         """What to do, in paragraphs."""
         run = self.run
         paragraphs = [self.words.status(run.status, run.is_rehearsal)]
-        if run.status == LOOK and any(copy.kind != "only-reported" for copy in run.copies):
+        if run.status == LOOK and any(copy.kind != "only-reported" for copy in self.copies):
             paragraphs.append(marked(
-                "An earlier run has left copies of tables, which can be in the way."
+                "A cut run has left copies of tables, which can be in the way."
                 " `migration-guard run --mend` takes care of them first."))
         if run.status == REFUSED and run.reason and not self.counting:
             paragraphs.append(self.words.reason(run.reason, "advice"))

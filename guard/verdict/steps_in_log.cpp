@@ -87,16 +87,33 @@ public:
             if (line.startsWith(closingLine)) {
                 break;
             }
-            if (begun) {
+            if (begun && !line.startsWith(openingLine)) {
+                const QSet<int> failedBefore = m_steps.failed;
+                m_lines << line;
                 readLine(QString::fromUtf8(line.left(bytesLookedAt)));
+                keepLines(m_steps.failed - failedBefore, line);
             }
         }
+        const QSet<int> failedBefore = m_steps.failed;
         end();
+        keepLines(m_steps.failed - failedBefore, {});
         return m_steps;
     }
 
 private:
     bool isForward() const { return m_target > m_from; }
+
+    /// Keeps the lines since the last step for those that have failed with this line.
+    void keepLines(const QSet<int> &failed, const QByteArray &line)
+    {
+        for (const int version : failed) {
+            m_steps.linesOfFailed.insert(version, m_lines);
+        }
+        const bool endsStep = closing.match(QString::fromUtf8(line.left(bytesLookedAt))).hasMatch();
+        if (endsStep || !failed.isEmpty()) {
+            m_lines.clear();
+        }
+    }
 
     void readLine(const QString &line)
     {
@@ -171,7 +188,9 @@ private:
             return; // the second of the toolkit's two lines
         }
         QVector<int> candidates;
-        for (int version = m_from; version > std::max(m_target, oldestVersion); --version) {
+        for (int version = std::min(m_from, VersionTable::mostVersions);
+             version > std::max(m_target, oldestVersion);
+             --version) {
             if (concerns(
                     failure,
                     m_versions.takenBy(version, Direction::Backward),
@@ -199,7 +218,8 @@ private:
     {
         const bool pendingInWalk = m_pending && m_again == 0;
         settlePending();
-        const int last = std::min(m_target, std::max(m_versions.newest(), m_lastClosed));
+        const int last = std::min(
+            {m_target, std::max(m_versions.newest(), m_lastClosed), VersionTable::mostVersions});
         bool silent = false;
         for (int version = std::max(m_from, oldestVersion) + 1; version <= last; ++version) {
             if (!m_succeeded.contains(version)) {
@@ -216,10 +236,16 @@ private:
     int m_lastClosed;
     bool m_pending = false; ///< the toolkit has failed in a step that has not ended
     QSet<int> m_succeeded;
+    QByteArrayList m_lines; ///< of the step that has not ended
     const VersionTable &m_versions;
     StepsInLog m_steps;
 };
 } // namespace
+
+bool tellsOfRun(const QByteArray &log)
+{
+    return log.startsWith(openingLine) || log.contains(QByteArray("\n") + openingLine);
+}
 
 StepsInLog readSteps(const QByteArray &log, int from, int target, const VersionTable &versions)
 {

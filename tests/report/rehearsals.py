@@ -102,6 +102,18 @@ def failing():
                   "rowsOfCopy": 41, "rowsReturned": 0}])
 
 
+def mended():
+    """A rehearsal with --mend: three copies are put right."""
+    done = (("farms_temp", "farms", "copy-removed", 0), ("growers_old", "growers", "name-given", 0),
+            ("fields_temp", "fields", "rows-returned", 3))
+    return rehearsal(
+        found=verdict(16, 34, 34, [
+            finding(f"mended:{copy}", numbers={"rows": 30, "rowsReturned": returned}, table=table,
+                    mending=kind) for copy, table, kind, returned in done]),
+        mending=[{"copy": copy, "table": table, "kind": kind, "rowsOfCopy": 30,
+                  "rowsReturned": returned} for copy, table, kind, returned in done])
+
+
 def refused():
     """A rehearsal in which nothing was started."""
     return rehearsal(35, 34, 35, status=3, reason="newer-than-program", changed=False,

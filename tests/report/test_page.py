@@ -5,8 +5,8 @@ import re
 
 import pytest
 from conftest import DESKTOP, PHONE, paper_sizes
-from rehearsals import (HOSTILE, failing, finding, hostile, keys, of_device, record, refused,
-                        rehearsal, run, values, verdict, with_numbers)
+from rehearsals import (HOSTILE, failing, finding, hostile, keys, mended, of_device, record,
+                        refused, rehearsal, run, values, verdict, with_numbers)
 from runs_to_judge import Judge
 from support.places import DEMO, scratch_directory
 from support.versions import NEWEST
@@ -273,6 +273,19 @@ def test_repairs_come_with_tables_and_keys(browser):
         "mixes of product configurations, key: 15\nproduct configurations, keys: 50 51",
         "Version 17 would be applied again: its change is missing.",
         "The copy PC_Mix_temp would go: mixes already has each of its 41 rows."]
+
+
+def test_mended_copies_are_told_once(browser):
+    sentences = ["The copy farms_temp would go: farms already has each of its 30 rows.",
+                 "The copy growers_old would be the table growers again, with its 30 rows.",
+                 "3 rows of the copy fields_temp would come back into fields, and the copy would"
+                 " go."]
+    assert browser.show(mended()).texts("#run-1-repairs ~ ul > li") == sentences
+    has_been = run(16, 34, mended()["verdict"])
+    assert browser.show({"format": 1, "lastRun": has_been}).texts("#run-1-repairs ~ ul > li") == [
+        "The copy farms_temp is gone: farms already had each of its 30 rows.",
+        "The copy growers_old is the table growers again, with its 30 rows.",
+        "3 rows of the copy fields_temp came back into fields, and the copy is gone."]
 
 
 def test_equal_names_are_shown_before_and_after(browser):
