@@ -40,6 +40,7 @@ RecordedVersion versionOf(const QString &database)
     real.open();
     return recordedVersion(real.connection());
 }
+
 /// @return the names, folded; nothing when they cannot be read
 std::optional<QSet<QByteArray>> tablesOf(const QString &database)
 {
