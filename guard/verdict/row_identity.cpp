@@ -106,7 +106,11 @@ QByteArrayList ownKey(const TableShape &shape)
     for (const QByteArray &column : shape.key) {
         key << quotedName(column);
     }
-    return key.isEmpty() ? QByteArrayList{shape.rowid} : key;
+    if (key.isEmpty()) {
+        // Columns can have all the names of the row id: then nothing tells the rows.
+        key << (shape.rowid.isEmpty() ? QByteArray("1") : shape.rowid);
+    }
+    return key;
 }
 
 int placeAfter(const ColumnWalk &column, const TableShape &after)

@@ -45,13 +45,19 @@ QString damageOf(const JudgedDatabase &database)
 {
     SqliteStatement off(database.connection(), "PRAGMA ignore_check_constraints = ON");
     off.step();
-    SqliteStatement check(database.connection(), "PRAGMA quick_check(1)");
-    if (!check.step()) {
-        const bool isTooMuch = check.result() == SQLITE_INTERRUPT;
-        return isTooMuch ? QString() : database.connection().errorText();
+    // Pages that nothing uses hold nothing. SQLite does not look for them when its list of tables
+    // begins with a view: a run that only changes that order would seem to bring damage.
+    SqliteStatement check(database.connection(), "PRAGMA quick_check(1000)");
+    while (check.step()) {
+        for (const QByteArray &line : check.text(0).split('\n')) {
+            if (line != "ok" && !line.startsWith("*** in database ") &&
+                !line.endsWith(" is never used")) {
+                return QString::fromUtf8(line);
+            }
+        }
     }
-    const QByteArray answer = check.text(0);
-    return answer == "ok" ? QString() : QString::fromUtf8(answer);
+    const bool isDone = check.result() == SQLITE_DONE || check.result() == SQLITE_INTERRUPT;
+    return isDone ? QString() : database.connection().errorText();
 }
 
 class Judge

@@ -49,7 +49,9 @@ def test_a_newer_database_is_left_alone(newer, bubblewrap):
     assert not (newer.app / "started").exists()
     assert (newer.contents(), newer.log()) == (newer.newer, log)
     assert newer.last_run()["reason"] == "newer-than-program"
-    assert newer.verdict()["findings"][0]["code"] == "newer-than-program"
+    finding = newer.verdict()["findings"][0]
+    assert (finding["code"], finding["numbers"]) == (
+        "newer-than-program", {"recorded": NEWEST + 1, "newest": NEWEST})
     assert not newer.note.exists()
 
 
@@ -133,6 +135,9 @@ def test_a_library_that_refuses_texts_is_told_before_anything_runs(device, bubbl
                      options="--setenv LD_PRELOAD /app/library.so")
     assert run.returncode == 3
     assert "not changed, library-unfit, status 3" in run.stderr
+    assert run.stderr.splitlines()[-1] == (
+        "migration-guard: the SQLite library refuses texts in double quotes, which versions 6 and "
+        "16 need: the program was not started")
     assert device.verdict()["findings"][0]["code"] == "library-unfit"
     assert not (device.app / "started").exists()
     assert (device.contents(), device.log()) == (before, "")

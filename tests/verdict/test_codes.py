@@ -6,85 +6,8 @@ import sqlite3
 from contextlib import closing
 
 import pytest
-from runs_to_judge import VERSIONS_FILE, Judge
-from support.places import scratch_directory
-
-VERSION = ("CREATE TABLE tableVersion "
-           "(tableName TEXT PRIMARY KEY, version INTEGER, MirelVersion TEXT);")
-FIELDS = ("CREATE TABLE fields (id INTEGER PRIMARY KEY, displayName TEXT, area REAL);"
-          "INSERT INTO fields VALUES (1, 'North', 1.5), (2, 'South', 2.5), (3, 'Südhang', 3.5);")
-OPENING = "\n*****Beginning database migration from version: {} to version: {}\n"
-CLOSING = "\n*****Updating version in DB to: {} with software version: 4.2.0\n"
-
-# A table of versions of its own: 2 takes rows, 3 values, 4 a column, 5 a table; 6 renames; 7 takes
-# what may be missing, 8 may give any value.
-TABLE = {
-    "format": 1, "newest": 9,
-    "everyRun": {
-        "rows": [{"table": "orphans", "rows": "parent NOT IN (SELECT id FROM parents)"}],
-        "names": {"fields": "displayName"},
-        "values": {"tableVersion": ["version", "MirelVersion"]}},
-    "versions": {
-        "2": {"forward": {"fields": {"rows": "area < 2"}}, "backward": {}},
-        "3": {"forward": {"FIELDS": {"values": {"Area": {"becomes": "round(area)"}}}},
-              "backward": {"fields": {"values": {"area": {"becomes": "area", "within": 0.1}}}}},
-        "4": {"forward": {"fields": {"columnsDropped": ["area"]}}, "backward": {}},
-        "5": {"forward": {"fields": {"dropped": True}}, "backward": {}},
-        "6": {"forward": {"fields": {"renamed": "plots", "columnsRenamed": {"area": "size"}}},
-              "backward": {"plots": {"renamed": "fields"}}},
-        "7": {"forward": {"systemFiles": {"dropped": True}}, "backward": {}},
-        "8": {"forward": {"fields": {"values": {"area": {"any": "id = 2"}}}}, "backward": {}}}}
-
-
-def log_of(source, target, *lines, reached=None):
-    steps = [f"Migration to version {version} was successful.\n"
-             for version in range(source + 1, target + 1)]
-    return (OPENING.format(source, target) + "".join(lines or steps)
-            + CLOSING.format(reached or target))
-
-
-class Bench:
-    def __init__(self, folder, judge):
-        self.folder, self.judge = folder, judge
-        self.request = {}
-
-    def verdict(self, before, after, source=1, target=1, log=None, reached=None, table=None,
-                scripts=(), **others):
-        """before, after: statements; after=None repeats those of before."""
-        paths = {}
-        for name, statements in (("before", before), ("after", before if after is None
-                                                      else after)):
-            paths[name] = self.folder / f"{name}.sqlite"
-            paths[name].unlink(missing_ok=True)
-            if isinstance(statements, bytes):
-                paths[name].write_bytes(statements)
-                continue
-            with closing(sqlite3.connect(paths[name])) as database:
-                database.executescript(VERSION + statements)
-        for name, content in (("log", log or log_of(source, target)),
-                              ("versions", json.dumps(table or TABLE))):
-            paths[name] = self.folder / name
-            paths[name].write_text(content, encoding="utf-8")
-        places = []
-        for number, script in enumerate(scripts):
-            places.append(str(self.folder / f"script{number}"))
-            (self.folder / f"script{number}").write_text(script, encoding="utf-8")
-        self.request = {
-            **{name: str(path) for name, path in paths.items()}, "from": source,
-            "to": target if reached is None else reached, "target": target,
-            "platform": "TORVIK", "scratch": str(self.folder), "scripts": places, **others}
-        return self.judge.verdict(self.request)
-
-    def findings(self, *arguments, **options):
-        return [(finding["code"], finding["onPurpose"], finding["numbers"].get("rows"),
-                 finding["before"], finding["counts"])
-                for finding in self.verdict(*arguments, **options)["findings"]]
-
-
-@pytest.fixture(scope="module")
-def bench():
-    with scratch_directory() as folder, Judge() as judge:
-        yield Bench(folder, judge)
+from bench import FIELDS, TABLE, log_of
+from runs_to_judge import VERSIONS_FILE
 
 
 def test_a_run_with_nothing_to_say(bench):
@@ -226,6 +149,19 @@ def test_damaged(bench):
             bench.findings(sound, broken)][0] == ("damaged", False, True)
     worse = broken.replace(b"North", b"Worth")
     assert ("damaged", None, None, True, False) in bench.findings(broken, worse)
+
+
+def test_pages_that_nothing_uses_are_no_damage(bench):
+    """SQLite looks for them only when its own list of tables does not begin with a view."""
+    hidden = FIELDS + ("CREATE TABLE forgotten (a); PRAGMA writable_schema = ON;"
+                       "DELETE FROM sqlite_schema WHERE name = 'forgotten';"
+                       "PRAGMA writable_schema = OFF;")
+    assert bench.findings(hidden + "CREATE VIEW v AS SELECT 1;", hidden) == []
+    checks = []
+    for name in ("before", "after"):
+        with closing(sqlite3.connect(bench.folder / f"{name}.sqlite")) as database:
+            checks.append(database.execute("PRAGMA quick_check").fetchone()[0])
+    assert checks[0] == "ok" and checks[1].endswith(" is never used")
 
 
 def test_unreadable(bench):
