@@ -123,7 +123,7 @@ CommandLine parseCommandLine(const QStringList &arguments)
     const QCommandLineOption mend(
         "mend",
         "Run, rehearse: puts right in the copy what cut runs without the guard have left: copies of "
-        "tables. Without this option it is only reported.");
+        "tables. Without it they are only reported.");
     const QCommandLineOption noBackup("no-backup", "Run: does not keep the database of before.");
     const QCommandLineOption accept(
         "accept",
