@@ -1,5 +1,6 @@
 #!/bin/bash
-# Builds the programs, runs the guard on a scratch device and shows what it did there.
+# Builds the programs, rehearses a migration on a scratch device, runs the guard there, shows what it
+# did, and makes the page that a technician gets of the rehearsal.
 #
 #   ./demo.sh [--fresh] [--worn] [--direct] [TARGET]
 #
@@ -85,17 +86,31 @@ sqlite3 "$database" ".backup '$before'"
 touch "$log"
 log_size=$(stat --format %s "$log")
 cp build/release/{database-migrator,guard/migration-guard,schema-versions.json} "$device/app"
+on_device() {
+    DEVICE_OPTIONS="--ro-bind /usr/bin/bwrap /usr/bin/bwrap" \
+        tests/support/on_device.sh "$device" "$device/app/$1" "${@:2}"
+}
+
+echo "Rehearsing: migration-guard rehearse $target --json"
 status=0
+on_device migration-guard rehearse "$target" --json >"$device/rehearsal.json" || status=$?
+if [ $status != 2 ]; then
+    report/migration_report.py "$device/rehearsal.json" >"$device/rehearsal.html"
+fi
+
 if [ -n "$direct" ]; then
     echo "Running database-migrator $target"
-    tests/support/on_device.sh "$device" "$device/app/database-migrator" "$target"
+    on_device database-migrator "$target"
 else
     echo "Running migration-guard run $target"
-    DEVICE_OPTIONS="--ro-bind /usr/bin/bwrap /usr/bin/bwrap" \
-        tests/support/on_device.sh "$device" "$device/app/migration-guard" run "$target" || status=$?
+    status=0
+    on_device migration-guard run "$target" || status=$?
     echo "Exit status $status: $(meaning $status)"
 fi
 
 printf '\nLog of this run\n'
 tail --bytes +$((log_size + 1)) "$log" | sed 's/^./  &/'
 tools/show_changes.py "$before" "$database"
+if [ $status != 2 ]; then
+    printf '\nThe page of the rehearsal, for a technician: %s\n' "$PWD/$device/rehearsal.html"
+fi
