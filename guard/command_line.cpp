@@ -122,8 +122,8 @@ CommandLine parseCommandLine(const QStringList &arguments)
         "exit-code", "Status: ends with the status of the last run, or with 3 without one.");
     const QCommandLineOption mend(
         "mend",
-        "Run, rehearse: puts right in the copy what runs without the guard have left when they were cut: copies "
-        "of tables. Without this option they are only reported.");
+        "Run, rehearse: puts right in the copy what cut runs without the guard have left: copies of "
+        "tables. Without it they are only reported.");
     const QCommandLineOption noBackup("no-backup", "Run: does not keep the database of before.");
     const QCommandLineOption accept(
         "accept",

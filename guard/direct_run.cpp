@@ -41,6 +41,7 @@ RecordedVersion versionOf(const QString &database)
     return recordedVersion(real.connection());
 }
 
+/// @return the names, folded; nothing when they cannot be read
 std::optional<QSet<QByteArray>> tablesOf(const QString &database)
 {
     if (!QFileInfo(database).isFile()) {

@@ -15,6 +15,7 @@ std::optional<int> judgedVersion(const RecordedVersion &version)
     }
     return static_cast<int>(std::clamp<qint64>(*version.number, 0, limits::largestVersion));
 }
+
 QByteArray wayOf(MendingKind kind)
 {
     switch (kind) {
@@ -59,6 +60,7 @@ void addLeftAlone(const Mending &mending, QVector<Finding> *findings)
     // SQLite's words can hold names of values.
     found->detail = mending.reason;
 }
+
 /// @param from the recorded version before
 QVector<Finding> findingsOnSteps(
     const DevicePaths &device, int from, int target, const DirectResult &result)

@@ -25,10 +25,10 @@ PROGRAM = 'exec env -u LD_PRELOAD -u FAULT_AT -u FAULT_ACTION -u FAULT_FOREVER /
 class FaultyDevice:
     """A device that begins again and again with the same files."""
 
-    def __init__(self, device: GuardedDevice, version, target, mode):
+    def __init__(self, device: GuardedDevice, version, target, mode, extra="", options=()):
         self.device = device
-        self.target = target
-        device.install(version, mode=mode)
+        self.arguments = target, *options
+        device.install(version, extra, mode)
         device.replace_program(PROGRAM)
         shutil.copy(SHIM, device.app / "shim.so")
         shutil.copy(MOMENTS, device.app / "moments.so")
@@ -53,7 +53,7 @@ class FaultyDevice:
         if switches:
             # The inner guard could not kill itself without the second one.
             options += " --setenv LD_PRELOAD /app/shim.so:/app/moments.so"
-        run = self.device.run("run", self.target, "--wait", 2, options=options)
+        run = self.device.run("run", *self.arguments, "--wait", 2, options=options)
         self.said = run.stderr
         return run.returncode
 
@@ -79,8 +79,11 @@ class FaultyDevice:
             assert contents(device.kept) == self.old, what
 
 
+# What a cut step has left, all of which can be mended.
+CUT = ("CREATE TABLE growers_temp AS SELECT * FROM growers;"
+       "PRAGMA legacy_alter_table = ON; ALTER TABLE farms RENAME TO farms_temp;")
 WALKS = {"forward": (1, NEWEST, "delete"), "back": (NEWEST, 1, "delete"),
-         "write-ahead log": (1, NEWEST, "wal")}
+         "write-ahead log": (1, NEWEST, "wal"), "mended": (24, 25, "delete", CUT, ("--mend",))}
 if not WHOLE:
     del WALKS["back"]
 

@@ -112,16 +112,15 @@ def test_the_platform_decides_about_values(device):
     assert device.migrate(24) == 0
 
 
+SUCCESSES = [f"Migration to version {version} was successful." for version in (25, 26, 27)]
+FAILURE = [SUCCESSES[0], "Migration to version 26 FAILED!", SUCCESSES[2]]
+
+
 @pytest.mark.parametrize("extra, lines, found", [
-    pytest.param("", ["Migration to version 25 was successful.", "Migration to version 26 FAILED!",
-                      "Migration to version 27 was successful."],
-                 [("step-failed:26", True)], id="a step that fails"),
-    pytest.param("DROP TABLE supportedHarloReceiverSettings;",
-                 ["Migration to version 25 was successful.", "Migration to version 26 FAILED!",
-                  "Migration to version 27 was successful."],
+    pytest.param("", FAILURE, [("step-failed:26", True)], id="a step that fails"),
+    pytest.param("DROP TABLE supportedHarloReceiverSettings;", FAILURE,
                  [("step-failed:26", False)], id="one that lacks a table"),
-    pytest.param("", [f"Migration to version {number} was successful." for number in (25, 26, 27)],
-                 [], id="none")])
+    pytest.param("", SUCCESSES, [], id="none")])
 def test_of_a_direct_run_the_log_is_judged(device, extra, lines, found):
     device.install(24, extra)
     log = "/app/databases/sqlMigrationErrorLog.txt"
