@@ -250,6 +250,9 @@ SITUATIONS = {
     "a step that rewrites keys has failed, and a row is new": (
         NULL_KEYS + "DELETE FROM t WHERE a = 3;", "INSERT INTO t VALUES ('a', 5)",
         {"source": 6, "target": 7}),
+    "a key that is another number of the same size": (
+        "CREATE TABLE t (k PRIMARY KEY, a); INSERT INTO t VALUES (1, 'x'), (2.0, 'y');",
+        "=CREATE TABLE t (k PRIMARY KEY, a); INSERT INTO t VALUES (1.0, 'z'), (2, 'z');", {}),
     "equal keys": (
         "CREATE TABLE t (k TEXT PRIMARY KEY, a); INSERT INTO t VALUES (NULL, 1), (NULL, 2),"
         " (NULL, 3);", "DELETE FROM t WHERE a = 1", {}),

@@ -70,3 +70,12 @@ def test_long_names_are_cut(bench, length, cut):
     assert (finding["object"], finding["column"]) == (expected, expected)
     assert finding["sentence"] == (f"1 value of {expected} in {expected} changed: "
                                    "look at before-migration.sqlite")
+
+
+def test_many_rows_that_belong_to_nothing_are_all_removed(bench):
+    """More than SQLite works on before it asks whether it may go on."""
+    tables = ("CREATE TABLE parents (id INTEGER PRIMARY KEY); CREATE TABLE children (id INTEGER"
+              " PRIMARY KEY, parent REFERENCES parents); INSERT INTO children WITH RECURSIVE n(i) "
+              "AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000) SELECT i, i FROM n;")
+    finding, = bench.verdict(tables, tables + "DELETE FROM children")["findings"]
+    assert (finding["code"], finding["numbers"]["rows"]) == ("violations-removed:children", 5000)
