@@ -48,7 +48,9 @@ def test_a_newer_database_is_left_alone(newer, bubblewrap):
     assert not (newer.app / "started").exists()
     assert (newer.contents(), newer.log()) == (newer.newer, log)
     assert newer.last_run()["reason"] == "newer-than-program"
-    assert newer.verdict()["findings"][0]["code"] == "newer-than-program"
+    finding = newer.verdict()["findings"][0]
+    assert (finding["code"], finding["numbers"]) == (
+        "newer-than-program", {"recorded": NEWEST + 1, "newest": NEWEST})
     assert not newer.note.exists()
 
 

@@ -32,7 +32,8 @@ TABLE = {
               "backward": {}},
         "6": {"forward": {"plots": {"columnsDropped": ["SIZE"]}},
               "backward": {"plots": {"renamed": "fields", "columnsRenamed": {"size": "area"}}}},
-        "7": {"forward": {"t": rewriting(7)}, "backward": {"t": {"dropped": True}}},
+        "7": {"forward": {"t": rewriting(7), "u": {"values": {"k": {"becomes": "k || 'x'"}}}},
+              "backward": {"t": {"dropped": True}}},
         "8": {"forward": {"t": {"values": {"k": {"becomes": "ifnull(k, 'from 8')"}}}},
               "backward": {}},
         "9": {"forward": {}, "backward": {"left": {"dropped": True}, "right": {"dropped": True}}},
@@ -253,6 +254,12 @@ SITUATIONS = {
     "a key that is another number of the same size": (
         "CREATE TABLE t (k PRIMARY KEY, a); INSERT INTO t VALUES (1, 'x'), (2.0, 'y');",
         "=CREATE TABLE t (k PRIMARY KEY, a); INSERT INTO t VALUES (1.0, 'z'), (2, 'z');", {}),
+    "a step that rewrites every key has failed, and the first row is new": (
+        "CREATE TABLE u (k TEXT PRIMARY KEY); INSERT INTO u VALUES ('b'), ('c');",
+        "INSERT INTO u VALUES ('a')", {"source": 6, "target": 7}),
+    "every key is rewritten, and the first row is new": (
+        "CREATE TABLE u (k TEXT PRIMARY KEY); INSERT INTO u VALUES ('b'), ('c');",
+        "UPDATE u SET k = k || 'x'; INSERT INTO u VALUES ('a')", {"source": 6, "target": 7}),
     "equal keys": (
         "CREATE TABLE t (k TEXT PRIMARY KEY, a); INSERT INTO t VALUES (NULL, 1), (NULL, 2),"
         " (NULL, 3);", "DELETE FROM t WHERE a = 1", {}),
@@ -316,6 +323,9 @@ SITUATIONS = {
         "CREATE TABLE s (id INTEGER PRIMARY KEY, parent REFERENCES parents);"
         "INSERT INTO s VALUES (1, 1), (2, 2); INSERT INTO c VALUES (1, 1), (2, 2), (3, 2);",
         "DELETE FROM w WHERE id = 3; DELETE FROM s WHERE id = 2; DELETE FROM c WHERE id > 1", {}),
+    "rows that belong to nothing, where a column has the name of the row id": (
+        PARENTS + "CREATE TABLE w (rowid PRIMARY KEY, parent REFERENCES parents) WITHOUT ROWID;"
+        "INSERT INTO w VALUES (0, 1), (5, 9);", "DELETE FROM w WHERE rowid = 0", {}),
     "an index that computes is not evaluated": (
         CHILDREN + "CREATE INDEX i ON switches (parent + 1);"
         + in_schema("parent + 1", OVERFLOW, "i"), "DROP INDEX i;" + REMOVED, {}),
@@ -463,6 +473,9 @@ SITUATIONS = {
            "a version is applied again in vain": [
                again(2), "updateToVersion2 failed at something", "Migration to version 2 FAILED!",
                *(SUCCESS.format(version) for version in (3, 4, 5))],
+           "a version is applied again in vain, and then a part of a step fails": [
+               again(2), "Migration to version 2 FAILED!", "DatabaseMigrator::addColumn - failed",
+               *(SUCCESS.format(version) for version in (3, 4, 5))],
            "two versions are applied again, and a part of the first one fails": [
                again(1), "DatabaseMigrator::addColumn - failed", again(2), SUCCESS.format(2), *(
                    SUCCESS.format(version) for version in (3, 4, 5))],
@@ -477,6 +490,7 @@ SITUATIONS = {
            "a line that is not too long": [
                SUCCESS.format(3), SUCCESS.format(4),
                "x" * (4096 - len(SUCCESS.format(5)) - 1) + " " + SUCCESS.format(5)]}.items()},
+    "the oldest step says nothing": (FIELDS, "", {"target": 3, "log": lines(SUCCESS.format(3))}),
     "every table that a version has": (
         "".join(f"CREATE TABLE {name} (a);" for name in TABLES),
         "".join(f"DROP TABLE {name};" for name in TABLES), {}),

@@ -79,3 +79,10 @@ def test_many_rows_that_belong_to_nothing_are_all_removed(bench):
               "AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000) SELECT i, i FROM n;")
     finding, = bench.verdict(tables, tables + "DELETE FROM children")["findings"]
     assert (finding["code"], finding["numbers"]["rows"]) == ("violations-removed:children", 5000)
+
+
+def test_without_anything_to_repair_no_room_is_needed(bench):
+    rows = "CREATE TABLE t (id INTEGER PRIMARY KEY); INSERT INTO t VALUES (1);"
+    verdict = bench.verdict(rows, rows + "DELETE FROM t", scratch="/proc/none")
+    assert not verdict["lackedRoom"]
+    assert [finding["code"] for finding in verdict["findings"]] == ["rows-lost:t"]
