@@ -165,6 +165,10 @@ SITUATIONS = {
         "UPDATE fields SET displayName = 'A_2x' WHERE id = 11;"
         "UPDATE fields SET displayName = x'415f32' WHERE id = 12;"
         "UPDATE fields SET displayName = 'A_2_' WHERE id = 13", {}),
+    "a name that was not there, in a table without row ids": (
+        "CREATE TABLE fields (id, number, displayName, PRIMARY KEY (id, number)) WITHOUT ROWID;"
+        "INSERT INTO fields VALUES (1, 1, NULL), (1, 2, 'A');",
+        "UPDATE fields SET displayName = ifnull(displayName, '') || '_2'", {}),
     "one name becomes unique": (FIELDS, "UPDATE fields SET displayName = 'North_2' WHERE id = 1",
                                 {}),
     "a name of another column": (
@@ -357,6 +361,8 @@ SITUATIONS = {
         "before": [(b"\x02\x04\x00\x17\x07South", b"\x09\x04\x00\x17\x07South")]}}),
     "rows out of order in a table that is gone": (FIELDS, "DROP TABLE fields", {"patches": {
         "before": [(b"\x02\x04\x00\x17\x07South", b"\x09\x04\x00\x17\x07South")]}}),
+    "the schema cannot be read after": (FIELDS, "", {"patches": {"after": [(100, b"\7")]}}),
+    "the schema could not be read before": (FIELDS, "", {"patches": {"before": [(100, b"\7")]}}),
     "tables that cannot be read after": (FIELDS, "", {"patches": {
         "after": [(b"tabletableVersiontableVersion", b"tabletableVersiontableVersio\xff")]}}),
     "a definition that cannot be understood": (
