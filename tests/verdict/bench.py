@@ -47,7 +47,8 @@ class Bench:
                 scripts=(), encoding="UTF-8", patches=None, **others):
         """before, after: statements, or the bytes of a file; after=None repeats those of before.
 
-        patches: by "before" or "after", what is replaced in the bytes of the file
+        patches: by "before" or "after", places in the file, or the bytes there, and what replaces
+            as many bytes
         """
         paths = {}
         for name, statements in (("before", before), ("after", before if after is None
@@ -60,9 +61,10 @@ class Bench:
             with closing(sqlite3.connect(paths[name])) as database:
                 database.executescript(f"PRAGMA encoding = '{encoding}';" + VERSION + statements)
             for old, new in (patches or {}).get(name, ()):
-                content = paths[name].read_bytes()
-                assert content.count(old) == 1 and len(old) == len(new)
-                paths[name].write_bytes(content.replace(old, new))
+                content = bytearray(paths[name].read_bytes())
+                place = old if isinstance(old, int) else content.index(old)
+                content[place:place + len(new)] = new
+                paths[name].write_bytes(content)
         for name, content in (("log", log or log_of(source, target)),
                               ("versions", json.dumps(table or TABLE))):
             paths[name] = self.folder / name

@@ -11,8 +11,8 @@ def rewriting(version):
             "later.k IS NULL)", "values": {"k": {"becomes": f"ifnull(k, 'from {version}')"}}}
 
 
-# 2 and 3 take rows, 4 values of one platform, 5 and 6 a column and a table under other names, 7 and
-# 8 a key; 10 makes two tables of one, and 11 takes them.
+# 2 and 3 take rows, and 3 values by platform; 4 changes values a little; 5 and 6 give a table and a
+# column other names and take the column; 7 and 8 rewrite keys; 9 makes tables that 10 and 11 need.
 TABLE = {
     "format": 1, "newest": 12,
     "everyRun": {
@@ -62,8 +62,8 @@ LAST_ROW_ID = ("CREATE TABLE t (_RowId_, ROWID, a);"
                "INSERT INTO t VALUES (1, 2, 3), (4, 5, 6), (7, 8, 9);")
 NULL_KEYS = ("CREATE TABLE t (k TEXT PRIMARY KEY, a); INSERT INTO t VALUES "
              "(NULL, 1), ('b', 2), (NULL, 3);")
-WIDE = ", ".join(f"c{number}" for number in range(1001))
-WIDE = (f"CREATE TABLE t (id INTEGER PRIMARY KEY, {WIDE});"
+COLUMNS = ", ".join(f"c{number}" for number in range(1001))
+WIDE = (f"CREATE TABLE t (id INTEGER PRIMARY KEY, {COLUMNS});"
         "INSERT INTO t (id, c0, c498, c499, c500, c999, c1000) VALUES "
         "(1, 1, 1, 1, 1, 1, 1), (2, 2, 2, 2, 2, 2, 2), (3, 3, 3, 3, 3, 3, 3);")
 SCHEMA = "PRAGMA writable_schema = ON; UPDATE sqlite_schema SET sql = {} WHERE name = '{}';"
@@ -165,6 +165,10 @@ SITUATIONS = {
         "UPDATE fields SET displayName = 'A_2x' WHERE id = 11;"
         "UPDATE fields SET displayName = x'415f32' WHERE id = 12;"
         "UPDATE fields SET displayName = 'A_2_' WHERE id = 13", {}),
+    "a name that was not there, in a table without row ids": (
+        "CREATE TABLE fields (id, number, displayName, PRIMARY KEY (id, number)) WITHOUT ROWID;"
+        "INSERT INTO fields VALUES (1, 1, NULL), (1, 2, 'A');",
+        "UPDATE fields SET displayName = ifnull(displayName, '') || '_2'", {}),
     "one name becomes unique": (FIELDS, "UPDATE fields SET displayName = 'North_2' WHERE id = 1",
                                 {}),
     "a name of another column": (
@@ -357,6 +361,8 @@ SITUATIONS = {
         "before": [(b"\x02\x04\x00\x17\x07South", b"\x09\x04\x00\x17\x07South")]}}),
     "rows out of order in a table that is gone": (FIELDS, "DROP TABLE fields", {"patches": {
         "before": [(b"\x02\x04\x00\x17\x07South", b"\x09\x04\x00\x17\x07South")]}}),
+    "the schema cannot be read after": (FIELDS, "", {"patches": {"after": [(100, b"\7")]}}),
+    "the schema could not be read before": (FIELDS, "", {"patches": {"before": [(100, b"\7")]}}),
     "tables that cannot be read after": (FIELDS, "", {"patches": {
         "after": [(b"tabletableVersiontableVersion", b"tabletableVersiontableVersio\xff")]}}),
     "a definition that cannot be understood": (
