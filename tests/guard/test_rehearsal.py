@@ -1,13 +1,16 @@
 """A rehearsal tells what a run then does, to the word, and touches nothing."""
 
+import json
 import os
 from contextlib import contextmanager
 
 import pytest
+import test_direct
 from conftest import JOURNAL, GuardedDevice, leave
 from rehearsals import Untouched, rehearse
 from support.places import scratch_directory
 from support.versions import NEWEST
+from test_direct import small  # noqa: F401
 from test_same_result import (
     IDENTIFIER, KINDS, RandomDevice, case, contents, target_of)
 
@@ -150,6 +153,20 @@ def test_what_is_no_database(pair, make, reason, strict):
     assert result.exists() == (device.database.is_file() and device.database.stat().st_size > 0
                                and run.returncode != 3)
     assert (done.report["reason"], done.status) == (reason, run.returncode)
+
+
+@pytest.mark.parametrize("mode", ["delete", "wal"])
+@pytest.mark.parametrize("size", [340_000, 600_000, 800_000, 1_000_000, 8_000_000])
+def test_room_on_the_device(device, small, monkeypatch, size, mode):  # noqa: F811
+    """The copies have more room than the device."""
+    rehearsal = "/app/second/migration-guard rehearse --json=/app/report \"$@\" 2>/dev/null\n"
+    monkeypatch.setattr(test_direct, "SHELL", test_direct.SHELL.replace(
+        "/app/second/migration-guard run", f"{rehearsal}/app/second/migration-guard run"))
+    device.install(1, mode=mode)
+    status, output = small(size)
+    report = json.loads((device.app / "report").read_text())
+    assert (report["status"], report["way"] in output) == (status, True)
+    assert ("no-room" in output) == (report.get("reason") == "no-room")
 
 
 @pytest.mark.parametrize("first", range(len(KINDS)), ids=KINDS)
