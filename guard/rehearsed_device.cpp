@@ -261,7 +261,7 @@ bool RehearsedDevice::copyDatabase(const QString &entry)
     if (!m_options.database.isEmpty() && !file.exists()) {
         return fail("no-database", "there is no such file");
     }
-    if (!file.exists() || file.isDir()) {
+    if (!file.exists() || file.isDir() || (file.isSymLink() && !file.isFile())) {
         copyWhatIsNoFile(entry, copy);
         return true;
     }
