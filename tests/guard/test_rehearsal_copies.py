@@ -2,14 +2,18 @@
 
 import itertools
 import os
+import signal
 import sqlite3
 import subprocess
 import sys
 import threading
+import time
 from contextlib import closing, contextmanager
 
 import pytest
-from conftest import leave
+from conftest import SECONDS, leave
+from processes import (
+    descendants, guards_of, left_over, name_of, output_ends, parent_of_orphans)
 from rehearsals import Untouched, rehearse
 from support.versions import NEWEST
 
@@ -180,3 +184,21 @@ def test_the_help_names_it_as_others_do(device):
     run = device.run("--help")
     assert "a dry run" in run.stdout
     assert "migration-guard rehearse TARGET" in run.stdout
+
+
+@pytest.mark.parametrize("staging", [(), ("--staging", "/app/work")], ids=["memory", "disk"])
+def test_nothing_runs_on_when_it_is_killed(device, staging):
+    device.install(33)
+    (device.app / "work").mkdir()
+    device.replace_program("sleep 1000")
+    with parent_of_orphans():
+        process = device.start("rehearse", NEWEST, *staging)
+        end = time.monotonic() + SECONDS
+        while "sleep" not in map(name_of, descendants(process.pid)):
+            assert time.monotonic() < end
+            time.sleep(0.01)
+        [guard, *_] = guards_of(process)
+        os.kill(guard, signal.SIGKILL)
+        assert output_ends(process)
+        process.wait(SECONDS)
+        assert left_over() == []
