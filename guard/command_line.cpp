@@ -120,6 +120,10 @@ CommandLine parseCommandLine(const QStringList &arguments)
     only.setFlags(QCommandLineOption::HiddenFromHelp);
     const QCommandLineOption exitCode(
         "exit-code", "Status: ends with the status of the last run, or with 3 without one.");
+    const QCommandLineOption mend(
+        "mend",
+        "Run, rehearse: puts right in the copy what runs without the guard have left when they were cut: copies "
+        "of tables. Without this option they are only reported.");
     const QCommandLineOption noBackup("no-backup", "Run: does not keep the database of before.");
     const QCommandLineOption accept(
         "accept",
@@ -130,11 +134,11 @@ CommandLine parseCommandLine(const QStringList &arguments)
     const QCommandLineOption dryRun("dry-run", "Restore: only prints what would change.");
     QCommandLineOption inside(insideOption, QString(), "PLACE");
     inside.setFlags(QCommandLineOption::HiddenFromHelp);
-    parser.addOptions({help,     version,         application,  wait,          strict,
-                       accept,   fallBack,        noBackup,     staging,       json,
-                       exitCode, dryRun,          withoutRows,  root,          program,
-                       platform, softwareVersion, registration, referenceData, result,
-                       jobs,     jsonFile,        only,         inside});
+    parser.addOptions({help,         version,       application, wait,    strict,   accept,
+                       fallBack,     mend,          noBackup,    staging, json,     exitCode,
+                       dryRun,       withoutRows,   root,        program, platform, softwareVersion,
+                       registration, referenceData, result,      jobs,    jsonFile, only,
+                       inside});
     parser.addPositionalArgument("command", "run, rehearse, status or restore.");
     parser.addPositionalArgument(
         "TARGET", "Run, rehearse: the schema version to go to.", "[TARGET]");
@@ -161,14 +165,14 @@ CommandLine parseCommandLine(const QStringList &arguments)
     QList<QCommandLineOption> allowed = {application};
     if (command == "run") {
         line.command = CommandLine::Command::Run;
-        allowed << wait << strict << accept << fallBack << noBackup << staging << inside;
+        allowed << wait << strict << accept << fallBack << mend << noBackup << staging << inside;
         line.hasTarget = !words.isEmpty();
         line.target = words.isEmpty() ? QString() : words.takeFirst();
     } else if (command == "rehearse") {
         line.command = CommandLine::Command::Rehearse;
-        allowed << wait << strict << accept << staging << json << jsonFile << withoutRows << root
-                << program << platform << softwareVersion << registration << referenceData << result
-                << jobs << only << inside;
+        allowed << wait << strict << accept << mend << staging << json << jsonFile << withoutRows
+                << root << program << platform << softwareVersion << registration << referenceData
+                << result << jobs << only << inside;
         if (words.isEmpty()) {
             return wrong(line, "rehearse needs a schema version.");
         }
@@ -253,6 +257,7 @@ CommandLine parseCommandLine(const QStringList &arguments)
     }
     line.keepDatabase = !parser.isSet(noBackup);
     line.fallBack = parser.isSet(fallBack);
+    line.mend = parser.isSet(mend);
     line.json = parser.isSet(json) || parser.isSet(jsonFile);
     line.tellsStatus = parser.isSet(exitCode);
     line.dryRun = parser.isSet(dryRun);

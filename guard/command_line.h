@@ -37,6 +37,7 @@ struct CommandLine {
     bool keepDatabase = true;
     QByteArrayList acceptedCodes;
     bool fallBack = false;
+    bool mend = false;
     bool dryRun = false;
     bool json = false;        ///< of `status` and `rehearse`
     bool tellsStatus = false; ///< of `status`: end with the status of the last run

@@ -40,6 +40,17 @@ RecordedVersion versionOf(const QString &database)
     real.open();
     return recordedVersion(real.connection());
 }
+
+std::optional<QSet<QByteArray>> tablesOf(const QString &database)
+{
+    if (!QFileInfo(database).isFile()) {
+        return std::nullopt;
+    }
+    WaitBudget noWaiting(0);
+    RealDatabase real(database, noWaiting);
+    real.open();
+    return tableNames(real.connection());
+}
 } // namespace
 
 void runUnguarded(const DevicePaths &device, const MigrationOptions &options, RunRecord *record)
@@ -51,6 +62,7 @@ void runUnguarded(const DevicePaths &device, const MigrationOptions &options, Ru
     if (refusals::endIfNewer(device, record)) {
         return;
     }
+    const std::optional<QSet<QByteArray>> tablesBefore = tablesOf(device.databaseEntry);
     record->measured.begin();
     const ProgramRun run = runDirectly(device, options.target);
     record->measured.endPart("program");
@@ -61,7 +73,7 @@ void runUnguarded(const DevicePaths &device, const MigrationOptions &options, Ru
     const QString whyDirect = record->reason;
     record->to = versionOf(device.databaseEntry);
     record->changed = stampOf(device.databaseEntry) != before;
-    record->verdict = judgeDirectRun(options, *record, whyDirect);
+    record->verdict = judgeDirectRun(device, options, *record, {whyDirect, run.log, tablesBefore});
     const bool isBroken = run.end == ProgramRun::End::Broken;
     if (isBroken) {
         record->reason = "program-broken";

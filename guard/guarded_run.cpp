@@ -5,6 +5,7 @@
 #include "guard/durable_file.h"
 #include "guard/earlier_run.h"
 #include "guard/limits.h"
+#include "guard/mending.h"
 #include "guard/messages.h"
 #include "guard/program_run.h"
 #include "guard/real_database.h"
@@ -57,6 +58,7 @@ public:
 private:
     // Each does its part and goes on with the next one.
     Next copy();
+    std::optional<Next> mend(const Staging &staging);
     Next runProgram(const Staging &staging);
     Next accept(const Staging &staging, const QByteArray &log);
     Next commit(const Staging &staging, const QByteArray &log);
@@ -75,6 +77,7 @@ private:
     const sizing::Database m_size;
     RealDatabase m_database;
     QByteArrayList m_poolFiles;
+    MendingResult m_mending;
     RunNote m_note;
     GuardedEnd m_end;
 };
@@ -83,7 +86,7 @@ Next GuardedTry::copy()
 {
     m_end.record.measured.begin();
     const StagingPlace where = stagingPlace(m_task.device, m_task.options, m_place);
-    if (sizing::freeRoom(where.parent) < sizing::stagingRoom(m_size)) {
+    if (sizing::freeRoom(where.parent) < sizing::stagingRoom(m_size, m_task.options.mend)) {
         return withoutStaging("for staging");
     }
     Staging staging(where.directory, m_place);
@@ -111,14 +114,37 @@ Next GuardedTry::copy()
     const std::optional<QByteArrayList> poolFiles =
         stagedPool::fill(m_task.device.pool, staging.pool());
     if (!poolFiles ||
-        durable::copy(staging.original(), staging.database(), durable::Ownership(), false) != 0 ||
-        sizing::freeRoom(staging.directory()) < sizing::roomForProgram(m_size)) {
+        durable::copy(staging.original(), staging.database(), durable::Ownership(), false) != 0) {
+        return withoutStaging("for staging");
+    }
+    if (m_task.options.mend) {
+        if (const std::optional<Next> end = mend(staging)) {
+            return *end;
+        }
+    }
+    if (sizing::freeRoom(staging.directory()) < sizing::roomForProgram(m_size)) {
         return withoutStaging("for staging");
     }
     m_poolFiles = *poolFiles;
     m_end.record.measured.noteBytes("before", QFileInfo(staging.original()).size());
     m_end.record.staging = m_place == Place::Memory ? "memory" : "disk";
     return runProgram(staging);
+}
+
+/// Only the disk or the memory fails here. The run ends then: what a step does beside a copy that is
+/// left behind cannot be mended after it.
+/// @return nothing when the program can be run
+std::optional<Next> GuardedTry::mend(const Staging &staging)
+{
+    m_mending = mendCopies(staging.database(), VersionTable(m_task.device.knownVersions));
+    if (!m_mending.error.isEmpty()) {
+        return m_place == Place::Memory ? withoutStaging("for mending")
+                                        : endUnchanged("mending-failed", m_mending.error);
+    }
+    const bool isCopied =
+        !m_mending.changed() ||
+        durable::copy(staging.database(), staging.mended(), durable::Ownership(), false) == 0;
+    return isCopied ? std::nullopt : std::optional<Next>(withoutStaging("for staging"));
 }
 
 Next GuardedTry::runProgram(const Staging &staging)
@@ -161,17 +187,26 @@ Next GuardedTry::accept(const Staging &staging, const QByteArray &log)
     if (!differences.readError.isEmpty()) {
         return endUnchanged("comparison-failed", differences.readError);
     }
+    // What mending has changed is known. The rest is what the program has done.
+    const QString given = m_mending.changed() ? staging.mended() : staging.original();
+    const DatabaseDifferences doneByProgram =
+        m_mending.changed() ? compareDatabases(given, staging.database()) : differences;
+    if (!doneByProgram.readError.isEmpty()) {
+        return endUnchanged("comparison-failed", doneByProgram.readError);
+    }
     record.to = versionOfStaged(staging.database());
     if (!record.to.isKnown) {
         return endUnchanged("comparison-failed", "the version after cannot be read");
     }
     const StagedResult result = {
-        staging.original(),
+        given,
         staging.database(),
         staging.temporary(),
         log,
+        m_mending.mendings,
         m_end.mostTaken.value_or(0)};
-    const Verdict verdict = judgeResult(m_task.device, m_task.options, record, result, differences);
+    const Verdict verdict =
+        judgeResult(m_task.device, m_task.options, record, result, doneByProgram);
     record.measured.endPart("comparison");
     record.measured.noteBytes("after", QFileInfo(staging.database()).size());
     record.measured.noteBytes("log", log.size());
@@ -226,6 +261,9 @@ Next GuardedTry::commit(const Staging &staging, const QByteArray &log)
     const CommitEnd end = commitResult(m_database, m_task.device, result);
     record.measured.endPart("commit");
     record.kept = end.kept;
+    if (record.kept) {
+        record.verdict->noteKept();
+    }
     m_end.directoryChanged = m_end.directoryChanged || end.kept;
     m_end.noteIsDone = end.poolIsSettled;
     return end.failure ? endWith(*end.failure, "commit-failed") : Next::Done;

@@ -15,6 +15,9 @@ constexpr qint64 commitCache = 20 * mebibyte;
 /// What staging holds from the start: the copy, and the database that the program works on.
 constexpr int stagedCopies = 2;
 
+/// The same with mending: what the program has done is judged against the mended copy.
+constexpr int stagedCopiesWithMending = 3;
+
 /// What a rehearsal holds besides what a run stages: the device's copy, the kept database, the database
 /// of before, which the way back is compared with, and one to try mending on.
 constexpr int rehearsedCopies = 4;
@@ -100,6 +103,10 @@ constexpr qint64 largestTarget = 4 * kibibyte;
 /// The longest of the guard's own JSON files that is read, in bytes. The note of a run names files of
 /// the pool: thousands of them fit.
 constexpr qint64 largestJson = 16 * mebibyte;
+
+/// How many findings, tables and unknown versions of a verdict lastMigration.json has: it holds two
+/// verdicts, an entry takes 2 kB at most, and the next run has to be able to read it.
+constexpr int recordedEntries = 1000;
 
 /// The longest reference-data script that is read, in bytes: the verdict looks for names in it.
 constexpr qint64 largestScript = 16 * mebibyte;

@@ -62,7 +62,7 @@ std::optional<qint64> memorySize(const DevicePaths &device, const CommandLine &l
     if (!line.stagingDirectory.isEmpty()) {
         return std::nullopt;
     }
-    const qint64 room = sizing::stagingRoom(sizing::measure(device.database));
+    const qint64 room = sizing::stagingRoom(sizing::measure(device.database), line.mend);
     if (availableMemory() < room + limits::memoryForProcesses) {
         tell(QString("not enough memory, staging on the disk"));
         return std::nullopt;
@@ -120,6 +120,7 @@ int run(const QString &application, const DevicePaths &device, const CommandLine
     options.strict = line.strict;
     options.fallBack = line.fallBack;
     options.keepDatabase = line.keepDatabase;
+    options.mend = line.mend;
     options.acceptedCodes = line.acceptedCodes;
     options.waitSeconds = line.waitSeconds;
     if (line.inside == inMemory) {

@@ -250,6 +250,9 @@ void Migration::runDirectly()
     if (!m_end.earlierIsSettled) {
         settleBeforeDirectRun();
     }
+    if (m_options.mend) {
+        tell(QString("nothing is mended: the program runs on the real database"));
+    }
     record.guarded = false;
     record.staging.clear();
     runUnguarded(m_device, m_options, &record);

@@ -16,6 +16,7 @@ struct MigrationOptions {
     bool strict = false;          ///< nothing rather than something to look at
     bool fallBack = false;        ///< bring the kept database back where the one there is too new
     bool keepDatabase = true;     ///< keep the database of before
+    bool mend = false;            ///< put right in the copy what cut runs have left
     QByteArrayList acceptedCodes; ///< findings with these codes do not count
     int waitSeconds = 0;          ///< for locks of others, in all
     bool noNamespaces = false; ///< bubblewrap was tried, and could not make a place for a program

@@ -172,6 +172,7 @@ void Rehearser::runForward()
 {
     MigrationOptions options = migrationOptions(m_options.target);
     options.strict = m_options.strict;
+    options.mend = m_options.mend;
     options.acceptedCodes = m_options.acceptedCodes;
     options.seeResult = [this](const StagedResult &result) { lookAt(result); };
     QDir().mkdir(options.memoryStaging);
@@ -196,12 +197,14 @@ void Rehearser::lookAt(const StagedResult &result)
     m_rehearsal.log = result.log;
     const DevicePaths &device = m_made.paths();
     const sizing::Database before = sizing::measure(result.before);
-    m_mostInStaging = limits::stagedCopies * before.bytes + result.mostTaken;
+    const int copies = m_options.mend ? limits::stagedCopiesWithMending : limits::stagedCopies;
+    m_mostInStaging = copies * before.bytes + result.mostTaken;
     m_roomOnDisk =
         sizing::roomForCommit(before, QFileInfo(result.after).size()) + result.log.size();
 
+    m_rehearsal.mendings = result.mendings;
     const QString copy = placeOf("mended.sqlite");
-    if (durable::copy(result.before, copy, durable::Ownership(), false) == 0) {
+    if (!m_options.mend && durable::copy(result.before, copy, durable::Ownership(), false) == 0) {
         m_rehearsal.mendings = mendCopies(copy, VersionTable(device.knownVersions)).mendings;
     }
     QFile::remove(copy);
@@ -245,7 +248,12 @@ void Rehearser::noteRoom()
     record.guarded = false;
     record.reason = noRoom;
     record.detail = "for the commit";
-    record.verdict = judgeDirectRun(migrationOptions(m_options.target), record, noRoom);
+    SqliteConnection connection;
+    connection.openAtRest(placeOf("before.sqlite"));
+    MigrationOptions migration = migrationOptions(m_options.target);
+    migration.acceptedCodes = m_options.acceptedCodes;
+    record.verdict = judgeDirectRun(
+        m_made.paths(), migration, record, {noRoom, m_rehearsal.log, tableNames(connection)});
     record.status = record.verdict->counting() > 0 ? Status::LookAtIt : Status::Success;
 }
 

@@ -16,6 +16,7 @@ struct RehearsalOptions {
     RehearsedDeviceOptions device;
     int target = 0;
     bool strict = false;
+    bool mend = false;
     QByteArrayList acceptedCodes;
     QString place;      ///< an empty directory for everything that is written
     QString resultFile; ///< an empty file for the migrated database, or empty
@@ -50,7 +51,7 @@ struct Rehearsal {
     QString softwareVersion;
     QByteArray log; ///< what the program has logged
     QVector<RehearsedStep> steps;
-    QVector<Mending> mendings; ///< what `run --mend` would do
+    QVector<Mending> mendings; ///< what `run --mend` does
     std::optional<WayBack> wayBack;
     QJsonObject measured;
 };

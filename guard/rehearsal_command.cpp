@@ -56,6 +56,7 @@ RehearsalOptions optionsOf(const CommandLine &line, const QString &application, 
     RehearsalOptions options;
     options.target = target;
     options.strict = line.strict;
+    options.mend = line.mend;
     options.acceptedCodes = line.acceptedCodes;
     options.place = innerGuard::memory;
     options.resultFile = asked.resultFile.isEmpty() ? QString() : QString(resultPlace);
@@ -156,8 +157,9 @@ bool mayHaveWriteAheadLog(const QString &database)
     return !file.isOpen() || pread(file.get(), &format, 1, formatAt) != 1 || format != 1;
 }
 
+/// @param mends whether the copy is mended
 /// @return the most bytes that a rehearsal takes
-qint64 neededRoom(const QString &database)
+qint64 neededRoom(const QString &database, bool mends)
 {
     sizing::Database size;
     size.fileBytes = QFileInfo(database).size();
@@ -165,7 +167,7 @@ qint64 neededRoom(const QString &database)
                  QFileInfo(database + "-journal").size();
     size.hasWriteAheadLog = mayHaveWriteAheadLog(database);
     return limits::rehearsedCopies * size.bytes + sizing::roomForCommit(size, 2 * size.bytes) +
-           sizing::stagingRoom(size) + limits::mebibyte;
+           sizing::stagingRoom(size, mends) + limits::mebibyte;
 }
 
 /// How an inner guard ended.
@@ -225,8 +227,8 @@ int rehearseOne(const CommandLine &line, const QString &application, int target)
     }
     const QString named = databaseOf(line);
     const DevicePaths device(application);
-    const qint64 room =
-        neededRoom(named.isEmpty() ? device.database : QFileInfo(named).canonicalFilePath());
+    const qint64 room = neededRoom(
+        named.isEmpty() ? device.database : QFileInfo(named).canonicalFilePath(), line.mend);
     std::unique_ptr<OutputFile> result;
     QStringList binds;
     if (!asked.resultFile.isEmpty()) {

@@ -1,6 +1,7 @@
 #include "guard/result_verdict.h"
 #include "guard/limits.h"
 #include "guard/regular_file.h"
+#include "guard/verdict/run_steps.h"
 
 #include <algorithm>
 
@@ -13,6 +14,63 @@ std::optional<int> judgedVersion(const RecordedVersion &version)
         return std::nullopt;
     }
     return static_cast<int>(std::clamp<qint64>(*version.number, 0, limits::largestVersion));
+}
+QByteArray wayOf(MendingKind kind)
+{
+    switch (kind) {
+    case MendingKind::CopyRemoved:
+        return "copy-removed";
+    case MendingKind::NameGiven:
+        return "name-given";
+    case MendingKind::RowsReturned:
+        return "rows-returned";
+    case MendingKind::OnlyReported:
+        break;
+    }
+    return {};
+}
+
+Finding findingOf(const Mending &mending)
+{
+    Finding finding;
+    finding.kind = "mended";
+    finding.object = mending.copy;
+    finding.mending = wayOf(mending.kind);
+    finding.table = mending.table;
+    finding.numbers = {{"rows", mending.rowsOfCopy}, {"rowsReturned", mending.rowsReturned}};
+    return finding;
+}
+
+/// A copy that was left alone was there before the run, also where the run has changed nothing and
+/// nobody has looked.
+void addLeftAlone(const Mending &mending, QVector<Finding> *findings)
+{
+    auto found = std::find_if(findings->begin(), findings->end(), [&](const Finding &finding) {
+        return finding.kind == "left-behind" && folded(finding.object) == folded(mending.copy);
+    });
+    if (found == findings->end()) {
+        Finding finding;
+        finding.kind = "left-behind";
+        finding.object = mending.copy;
+        finding.numbers = {{"rows", mending.rowsOfCopy}};
+        finding.before = true;
+        found = findings->insert(findings->end(), finding);
+    }
+    // SQLite's words can hold names of values.
+    found->detail = mending.reason;
+}
+/// @param from the recorded version before
+QVector<Finding> findingsOnSteps(
+    const DevicePaths &device, int from, int target, const DirectResult &result)
+{
+    const VersionTable versions(device.knownVersions);
+    const StepsInLog log = readSteps(result.log, from, target, versions);
+    QSet<int> lacking;
+    if (result.tablesBefore) {
+        const QVector<Step> steps = stepsOfRun(from, target, log.reapplied, versions);
+        lacking = stepsThatLackTables(steps, log, *result.tablesBefore, versions);
+    }
+    return findingsOnSteps(log, lacking);
 }
 } // namespace
 
@@ -37,24 +95,46 @@ Verdict judgeResult(
     }
     run.acceptedCodes = options.acceptedCodes;
     run.scratchDirectory = result.scratchDirectory;
-    return judge(run, differences, versions);
+    Verdict verdict = judge(run, differences, versions);
+    for (const Mending &mending : result.mendings) {
+        if (mending.kind == MendingKind::OnlyReported) {
+            addLeftAlone(mending, &verdict.findings);
+        } else {
+            verdict.findings << findingOf(mending);
+        }
+    }
+    return verdict;
+}
+
+std::optional<QSet<QByteArray>> tableNames(const SqliteConnection &connection)
+{
+    SqliteStatement names(connection, "SELECT name FROM sqlite_schema WHERE type = 'table'");
+    QSet<QByteArray> tables;
+    while (names.step()) {
+        tables << folded(names.text(0));
+    }
+    return names.result() == SQLITE_DONE ? std::optional<QSet<QByteArray>>(tables) : std::nullopt;
 }
 
 Verdict judgeDirectRun(
-    const MigrationOptions &options, const RunRecord &record, const QString &reason)
+    const DevicePaths &device, const MigrationOptions &options, const RunRecord &record,
+    const DirectResult &result)
 {
     Verdict verdict;
     verdict.from = judgedVersion(record.from);
     verdict.to = judgedVersion(record.to);
     verdict.target = options.target;
-    Finding finding = findings::direct(reason.toLatin1());
-    finding.accepted = options.acceptedCodes.contains(finding.code());
-    verdict.findings << finding;
+    verdict.findings << findings::direct(result.reason.toLatin1());
     // What the program makes where there was no database records no version.
-    if (record.to.isKnown && reason != "no-database" && verdict.to != verdict.target) {
-        Finding missed = findings::targetMissed(verdict.to, verdict.target);
-        missed.accepted = options.acceptedCodes.contains(missed.code());
-        verdict.findings << missed;
+    if (record.to.isKnown && result.reason != "no-database" && verdict.to != verdict.target) {
+        verdict.findings << findings::targetMissed(verdict.to, verdict.target);
+    }
+    // Where no version was recorded the log does not tell which steps were to be made.
+    if (verdict.from && tellsOfRun(result.log)) {
+        verdict.findings += findingsOnSteps(device, *verdict.from, verdict.target, result);
+    }
+    for (Finding &finding : verdict.findings) {
+        finding.accepted = options.acceptedCodes.contains(finding.code());
     }
     return verdict;
 }

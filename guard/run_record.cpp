@@ -1,4 +1,5 @@
 #include "guard/run_record.h"
+#include "guard/limits.h"
 
 #include <QCoreApplication>
 #include <QStringList>
@@ -86,7 +87,7 @@ QJsonObject RunRecord::toJson() const
     }
     if (verdict) {
         // It travels to an inventory: no contents of rows.
-        run.insert("verdict", verdict->toJson(false));
+        run.insert("verdict", verdict->toJson(false, limits::recordedEntries));
     }
     run.insert(
         "software",

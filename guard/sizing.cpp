@@ -34,9 +34,10 @@ Database measure(const QString &path)
     return database;
 }
 
-qint64 stagingRoom(const Database &database)
+qint64 stagingRoom(const Database &database, bool mends)
 {
-    return limits::stagedCopies * database.bytes + roomForProgram(database);
+    const int copies = mends ? limits::stagedCopiesWithMending : limits::stagedCopies;
+    return copies * database.bytes + roomForProgram(database);
 }
 
 qint64 roomForProgram(const Database &database)

@@ -20,7 +20,8 @@ Database measure(const QString &path);
 
 /// @return what staging has to offer before anything is copied: the copies and several times what a
 /// run was measured to add
-qint64 stagingRoom(const Database &database);
+/// @param mends whether there may be a mended copy as well
+qint64 stagingRoom(const Database &database, bool mends = false);
 
 /// @return what has to be free in staging when the copies are made and the program is to start
 qint64 roomForProgram(const Database &database);

@@ -13,13 +13,17 @@ int SqliteConnection::openAtRest(const QString &path)
 {
     const int result = open(addressAtRest(path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
     if (result == SQLITE_OK) {
-        // Nothing of the schema may run, nor may it lead SQLite astray.
+        distrustSchema();
         sqlite3_db_config(m_handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
-        sqlite3_db_config(m_handle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-        sqlite3_db_config(m_handle, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
-        sqlite3_db_config(m_handle, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
     }
     return result;
+}
+
+void SqliteConnection::distrustSchema()
+{
+    sqlite3_db_config(m_handle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    sqlite3_db_config(m_handle, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+    sqlite3_db_config(m_handle, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
 }
 
 void SqliteConnection::close()

@@ -24,6 +24,9 @@ public:
     int openAtRest(const QString &path);
     void close();
 
+    /// Nothing that the schema holds is run, nor may it lead SQLite astray.
+    void distrustSchema();
+
     sqlite3 *handle() const { return m_handle; }
     QString errorText() const { return QString::fromUtf8(sqlite3_errmsg(m_handle)); }
 

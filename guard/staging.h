@@ -24,6 +24,7 @@ public:
     Place place() const { return m_place; }
     QString directory() const { return m_directory; }
     QString original() const { return m_directory + "/original.sqlite"; } ///< the copy, untouched
+    QString mended() const { return m_directory + "/mended.sqlite"; }     ///< the copy, mended
     QString databases() const { return m_directory + "/databases"; }      ///< what the program sees
     QString database() const;
     QString log() const;

@@ -1,7 +1,5 @@
 #include "guard/verdict/finding.h"
 
-#include "guard/verdict/table_words.h"
-
 #include <QCryptographicHash>
 #include <QJsonArray>
 
@@ -12,39 +10,11 @@ namespace
 /// Longer names are cut: a code has to fit a line.
 constexpr int longestName = 64;
 
-/// Repairs that a run makes before it walks, and what it does to equal names.
+/// Repairs that a run makes before it walks, those of the guard before it, and what it does to equal names.
 bool isRepair(const QByteArray &kind)
 {
     return kind == "violations-removed" || kind == "orphans-removed" || kind == "reapplied" ||
-           kind == "renamed";
-}
-
-/// @return "1 row of fields" or "3 rows of fields"
-QString rowsOf(qint64 count, const QByteArray &table)
-{
-    return QString(count == 1 ? "%1 row of %2" : "%1 rows of %2")
-        .arg(QString::number(count), wordForTable(table));
-}
-
-QString wasOrWere(qint64 count)
-{
-    return count == 1 ? "was" : "were";
-}
-
-/// @return what ends the sentence on something that is missing
-QString onPurpose(const Purpose &purpose)
-{
-    switch (purpose.taker) {
-    case Purpose::Taker::Version:
-        return QString(" on purpose: version %1 takes them").arg(purpose.version);
-    case Purpose::Taker::Script:
-        return ", perhaps by a reference-data script, which names the table";
-    case Purpose::Taker::Unknown:
-        return ": nobody can say whether on purpose, since a version is not known here";
-    case Purpose::Taker::Nobody:
-        break;
-    }
-    return ": look at before-migration.sqlite";
+           kind == "renamed" || kind == "mended";
 }
 
 QJsonValue purposeValue(const Purpose &purpose)
@@ -96,98 +66,6 @@ bool Finding::counts() const
     return !expected && !before && !accepted && purpose.taker == Purpose::Taker::Nobody;
 }
 
-QString Finding::sentence() const
-{
-    const qint64 count = numbers.value("rows");
-    const QString name = QString::fromLatin1(printableName(object));
-    const QString word = wordForTable(object);
-    const QString columnName = QString::fromLatin1(printableName(column));
-    if (kind == "target-missed") {
-        return QString("the database is at %1, not at version %2")
-            .arg(
-                object == "none" ? QString("no version") : "version " + name,
-                QString::number(numbers.value("target")));
-    }
-    if (kind == "step-failed") {
-        const QString failed = object == "unknown"
-                                   ? QString("a version's step failed")
-                                   : QString("the step of version %1 failed").arg(name);
-        return before ? failed + ", as it would have before: what it needs was not there"
-                      : failed + ": look at the log";
-    }
-    if (kind == "left-behind") {
-        const QString text = QString("a copy of a table was left behind: %1, with %2 rows")
-                                 .arg(name, QString::number(count));
-        return before ? text + ", as before this run" : text;
-    }
-    if (kind == "rows-lost") {
-        const QString lost = purpose.taker == Purpose::Taker::Nobody ? " lost" : " removed";
-        return rowsOf(count, object) + ' ' + wasOrWere(count) + lost + onPurpose(purpose);
-    }
-    if (kind == "values-lost") {
-        return QString("%1 of %2 in %3 changed")
-                   .arg(
-                       QString(count == 1 ? "%1 value" : "%1 values").arg(count),
-                       columnName,
-                       word) +
-               onPurpose(purpose);
-    }
-    if (kind == "table-lost") {
-        return QString("the table of %1 is gone, with %2 rows").arg(word, QString::number(count)) +
-               onPurpose(purpose);
-    }
-    if (kind == "column-lost") {
-        return QString("the column %1 of %2 is gone, with %3 values")
-                   .arg(columnName, word, QString::number(count)) +
-               onPurpose(purpose);
-    }
-    if (kind == "damaged") {
-        return before ? "the database is damaged, as before this run"
-                      : "the database is damaged: look at before-migration.sqlite";
-    }
-    if (kind == "unreadable") {
-        if (object.isEmpty()) {
-            return before ? "the tables could not be read, as before this run"
-                          : "the tables cannot be read any more: look at before-migration.sqlite";
-        }
-        return QString(
-                   before
-                       ? "%1 could not be compared, since the database of before could not be read there"
-                       : "%1 cannot be read any more: look at before-migration.sqlite")
-            .arg(word);
-    }
-    if (kind == "violations-removed") {
-        return rowsOf(count, object) + ' ' + wasOrWere(count) +
-               " removed, since something that they belong to was not there";
-    }
-    if (kind == "orphans-removed") {
-        return QString("%1 of product configurations that nothing refers to %2 removed")
-            .arg(QString(count == 1 ? "%1 row" : "%1 rows").arg(count), wasOrWere(count));
-    }
-    if (kind == "reapplied") {
-        return QString("version %1 was applied again, since its change was not there").arg(name);
-    }
-    if (kind == "renamed") {
-        return QString(
-                   count == 1 ? "%1 of %2 got another name, since there were equal names"
-                              : "%1 of %2 got other names, since there were equal names")
-            .arg(QString::number(count), word);
-    }
-    if (kind == "direct") {
-        return QString("the program ran without the guard's protection: %1").arg(name);
-    }
-    if (kind == "newer-than-program") {
-        return QString(
-                   "the database is at version %1, but the program knows versions up to %2: it was not started")
-            .arg(numbers.value("recorded"))
-            .arg(numbers.value("newest"));
-    }
-    if (kind == "library-unfit") {
-        return "the SQLite library refuses texts in double quotes, which versions 6 and 16 need: the program was not started";
-    }
-    return QString::fromLatin1(code());
-}
-
 QJsonObject Finding::toJson(bool withRows) const
 {
     QJsonObject figures;
@@ -209,6 +87,10 @@ QJsonObject Finding::toJson(bool withRows) const
     if (!column.isEmpty()) {
         json.insert("column", QString::fromLatin1(printableName(column)));
     }
+    if (!mending.isEmpty()) {
+        json.insert("mending", QString::fromLatin1(mending));
+        json.insert("table", QString::fromLatin1(printableName(table)));
+    }
     if (!withRows) {
         return json;
     }
@@ -229,3 +111,38 @@ QJsonObject Finding::toJson(bool withRows) const
     json.insert("hasAllRows", hasAllRows);
     return json;
 }
+
+namespace findings
+{
+Finding direct(const QByteArray &reason)
+{
+    Finding finding;
+    finding.kind = "direct";
+    finding.object = reason;
+    return finding;
+}
+
+Finding targetMissed(const std::optional<int> &recorded, int target)
+{
+    Finding finding;
+    finding.kind = "target-missed";
+    finding.object = recorded ? QByteArray::number(*recorded) : QByteArray("none");
+    finding.numbers = {{"target", target}};
+    return finding;
+}
+
+Finding newerThanProgram(int recorded, int newest)
+{
+    Finding finding;
+    finding.kind = "newer-than-program";
+    finding.numbers = {{"recorded", recorded}, {"newest", newest}};
+    return finding;
+}
+
+Finding libraryUnfit()
+{
+    Finding finding;
+    finding.kind = "library-unfit";
+    return finding;
+}
+} // namespace findings

@@ -7,6 +7,8 @@
 #include <QString>
 #include <QVector>
 
+#include <optional>
+
 /// Who took what is missing.
 struct Purpose {
     enum class Taker {
@@ -38,10 +40,14 @@ struct Finding {
     /// By name: "rows" for the rows that it is about, "rowsBefore" and "rowsAfter" for the table's.
     QMap<QString, qint64> numbers;
 
+    QByteArray mending; ///< of "mended": "copy-removed", "name-given" or "rows-returned"
+    QByteArray table;   ///< of "mended": the table that the object is a copy of
+
     Purpose purpose;
-    bool before = false;   ///< it was so before this run
-    bool accepted = false; ///< the caller has accepted its code
-    QString detail;        ///< words of SQLite's for it
+    bool before = false;       ///< it was so before this run
+    bool accepted = false;     ///< the caller has accepted its code
+    bool beforeIsKept = false; ///< the database of before can be looked at
+    QString detail;            ///< words of SQLite's for it
 
     QVector<FindingRow> rows; ///< contents of the device: not for every reader
     bool hasAllRows = true;   ///< false when there were too many to keep
@@ -61,3 +67,14 @@ struct Finding {
 
 /// @return a name of a database in printable ASCII: other bytes as %XX, and a long one cut
 QByteArray printableName(const QByteArray &name);
+
+/// Findings that take no database.
+namespace findings
+{
+/// @param reason the guard's code for it, such as "no-bubblewrap"
+Finding direct(const QByteArray &reason);
+/// @param recorded nothing when the database records no version
+Finding targetMissed(const std::optional<int> &recorded, int target);
+Finding newerThanProgram(int recorded, int newest);
+Finding libraryUnfit();
+} // namespace findings

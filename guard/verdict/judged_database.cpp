@@ -13,12 +13,8 @@ constexpr int largestRow = 64 * 1024 * 1024;
 constexpr int computedColumn = 2;
 } // namespace
 
-void distrustSchema(sqlite3 *connection)
+void boundStatements(sqlite3 *connection)
 {
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
-    // A column that is missing is no text.
     sqlite3_db_config(connection, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
     sqlite3_limit(connection, SQLITE_LIMIT_LENGTH, largestRow);
 }
@@ -36,8 +32,7 @@ JudgedDatabase::JudgedDatabase(const QString &path, WorkBudget &budget)
 {
     m_connection.openAtRest(path);
     sqlite3 *handle = m_connection.handle();
-    sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
-    distrustSchema(handle);
+    boundStatements(handle);
     sqlite3_progress_handler(
         handle,
         WorkBudget::stride,

@@ -71,5 +71,6 @@ private:
     bool m_isUtf16 = false;
 };
 
-/// Nothing of a schema may run, nor may it lead SQLite astray.
-void distrustSchema(sqlite3 *connection);
+/// Bounds what a statement of the verdict's can do in a database: a name that is missing is no text, and
+/// no row may be larger than what the guard reads.
+void boundStatements(sqlite3 *connection);

@@ -51,7 +51,8 @@ RepairedCopy::RepairedCopy(
         return;
     }
     sqlite3 *handle = m_connection.handle();
-    distrustSchema(handle);
+    m_connection.distrustSchema();
+    boundStatements(handle);
     sqlite3_progress_handler(
         handle,
         WorkBudget::stride,

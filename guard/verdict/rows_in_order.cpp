@@ -109,6 +109,16 @@ int compareValues(sqlite3_stmt *left, sqlite3_stmt *right, int column, bool isUt
     return common != 0 ? common : compare(leftBytes.size(), rightBytes.size());
 }
 
+/// @return a literal that SQLite takes for this number, and not for an integer
+QByteArray realText(double number)
+{
+    if (std::isinf(number)) {
+        return number < 0 ? "-9e999" : "9e999";
+    }
+    const QByteArray text = QByteArray::number(number, 'g', 17);
+    return text.contains('.') || text.contains('e') ? text : text + ".0";
+}
+
 /// As bits, 0.0 is not -0.0.
 quint64 bitsOf(double number)
 {
@@ -185,7 +195,7 @@ QByteArray valueText(sqlite3_stmt *row, int column)
     case SQLITE_INTEGER:
         return QByteArray::number(sqlite3_column_int64(row, column));
     case SQLITE_FLOAT:
-        return QByteArray::number(sqlite3_column_double(row, column), 'g', 17);
+        return realText(sqlite3_column_double(row, column));
     default:
         break;
     }
@@ -195,6 +205,11 @@ QByteArray valueText(sqlite3_stmt *row, int column)
     const int size = sqlite3_column_bytes(row, column);
     const QByteArray shown(bytes, std::min(size, longestValue));
     const QByteArray cut = size > longestValue ? "..." : "";
-    return isBlob ? "x'" + shown.toHex() + '\'' + cut
-                  : '\'' + QByteArray(shown).replace("'", "''") + '\'' + cut;
+    const QByteArray hex = "x'" + shown.toHex() + '\'';
+    if (isBlob) {
+        return hex + cut;
+    }
+    // A literal would end at the zero.
+    return shown.contains('\0') ? "CAST(" + hex + " AS TEXT)" + cut
+                                : '\'' + QByteArray(shown).replace("'", "''") + '\'' + cut;
 }

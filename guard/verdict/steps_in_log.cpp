@@ -188,7 +188,9 @@ private:
             return; // the second of the toolkit's two lines
         }
         QVector<int> candidates;
-        for (int version = m_from; version > std::max(m_target, oldestVersion); --version) {
+        for (int version = std::min(m_from, VersionTable::mostVersions);
+             version > std::max(m_target, oldestVersion);
+             --version) {
             if (concerns(
                     failure,
                     m_versions.takenBy(version, Direction::Backward),
@@ -216,7 +218,8 @@ private:
     {
         const bool pendingInWalk = m_pending && m_again == 0;
         settlePending();
-        const int last = std::min(m_target, std::max(m_versions.newest(), m_lastClosed));
+        const int last = std::min(
+            {m_target, std::max(m_versions.newest(), m_lastClosed), VersionTable::mostVersions});
         bool silent = false;
         for (int version = std::max(m_from, oldestVersion) + 1; version <= last; ++version) {
             if (!m_succeeded.contains(version)) {
@@ -238,6 +241,11 @@ private:
     StepsInLog m_steps;
 };
 } // namespace
+
+bool tellsOfRun(const QByteArray &log)
+{
+    return log.startsWith(openingLine) || log.contains(QByteArray("\n") + openingLine);
+}
 
 StepsInLog readSteps(const QByteArray &log, int from, int target, const VersionTable &versions)
 {

@@ -17,6 +17,9 @@ struct StepsInLog {
     bool unknownFailed = false;               ///< a step failed, and nothing tells which
 };
 
+/// @return whether a run has begun to write; without that nothing is known of its steps
+bool tellsOfRun(const QByteArray &log);
+
 /// @param log the text that the run has logged
 /// @param from the version at which the walk began
 /// @param target the version to which it should go

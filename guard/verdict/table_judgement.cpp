@@ -1,5 +1,7 @@
 #include "guard/verdict/table_judgement.h"
 
+#include "guard/verdict/row_identity.h"
+#include "guard/verdict/row_question.h"
 #include "guard/verdict/rows_in_order.h"
 
 #include <algorithm>
@@ -19,113 +21,6 @@ constexpr qint64 mostRowBytes = 32 * 1024 * 1024;
 struct ColumnPair {
     int before = 0;   ///< in the shape and in the walk
     QByteArray after; ///< null when the column is gone
-};
-
-/// @return where a column of before is after the walk, -1 when it is gone
-int placeAfter(const ColumnWalk &column, const TableShape &after)
-{
-    // A step that failed has left it under an earlier name.
-    for (auto name = column.names.crbegin(); name != column.names.crend(); ++name) {
-        const int place = after.indexOf(*name);
-        if (place >= 0) {
-            return place;
-        }
-    }
-    return -1;
-}
-
-/// @return the columns in the table after, empty when one is missing
-QByteArrayList columnsAfter(
-    const QByteArrayList &columns, const TableCase &table, const TableShape &after)
-{
-    QByteArrayList names;
-    for (const QByteArray &column : columns) {
-        const int place = placeAfter(table.walk.columns[table.shape.indexOf(column)], after);
-        if (place < 0) {
-            return {};
-        }
-        names << quotedName(after.columns[place]);
-    }
-    return names;
-}
-
-/// @return the columns of before that the key of after is made of, empty when one is missing
-QByteArrayList columnsBefore(
-    const QByteArrayList &key, const TableCase &table, const TableShape &after)
-{
-    QByteArrayList names;
-    for (const QByteArray &wanted : key) {
-        for (int column = 0; column < table.shape.columns.size(); ++column) {
-            const int place = placeAfter(table.walk.columns[column], after);
-            if (place >= 0 && folded(after.columns[place]) == folded(wanted)) {
-                names << table.shape.columns[column];
-                break;
-            }
-        }
-    }
-    return names.size() == key.size() ? names : QByteArrayList();
-}
-
-/// @return how many rows of before have no row of the same key after; -1 when it cannot be told
-qint64 countLost(const TableCase &table, const RowIdentity &identity)
-{
-    RowsInOrder before(table.before, table.name, identity.before, {"1"}, {});
-    RowsInOrder after(table.after, table.nameAfter, identity.after, {"1"}, {});
-    qint64 lost = 0;
-    after.next();
-    while (before.next()) {
-        while (after.hasRow() && before.compareKey(after) > 0) {
-            after.next();
-        }
-        if (after.hasRow() && before.compareKey(after) == 0) {
-            after.next();
-        } else {
-            ++lost;
-        }
-    }
-    return before.isComplete() ? lost : -1;
-}
-
-/// Asks an expression of the table of versions for one row.
-class RowQuestion
-{
-public:
-    RowQuestion(const TableCase &table, const QByteArray &expression)
-        : m_statement(table.before.connection(), text(table, expression))
-    {
-    }
-
-    /// @param row of before; its columns from firstKey on are the row id or the key
-    /// @return whether there is an answer
-    bool ask(sqlite3_stmt *row, int firstKey)
-    {
-        sqlite3_stmt *statement = m_statement.handle();
-        sqlite3_reset(statement);
-        for (int parameter = 1; parameter <= sqlite3_bind_parameter_count(statement); ++parameter) {
-            sqlite3_bind_value(
-                statement, parameter, sqlite3_column_value(row, firstKey + parameter - 1));
-        }
-        return statement != nullptr && sqlite3_step(statement) == SQLITE_ROW;
-    }
-
-    sqlite3_stmt *answer() const { return m_statement.handle(); }
-
-private:
-    static QByteArray text(const TableCase &table, const QByteArray &expression)
-    {
-        QByteArrayList conditions;
-        if (!table.shape.rowid.isEmpty()) {
-            conditions << table.shape.rowid + " = ?";
-        } else {
-            for (const QByteArray &column : table.shape.key) {
-                conditions << quotedName(column) + " IS ? COLLATE BINARY";
-            }
-        }
-        return "SELECT (" + expression + ") FROM " + quotedName(table.name) + " WHERE " +
-               conditions.join(" AND ");
-    }
-
-    SqliteStatement m_statement;
 };
 
 /// What a rule of the table of versions says of a row that is gone.
@@ -430,49 +325,6 @@ void RowKeeper::keep(Finding &finding, const FindingRow &row)
     } else {
         finding.rows << row;
     }
-}
-
-std::optional<RowIdentity> rowIdentity(const TableCase &table)
-{
-    const std::optional<TableShape> after = table.after.shape(table.nameAfter);
-    if (!after) {
-        return std::nullopt;
-    }
-    RowIdentity identity;
-    QByteArrayList key = table.shape.key;
-    identity.after = columnsAfter(key, table, *after);
-    if (identity.after.isEmpty()) {
-        key = columnsBefore(after->key, table, *after);
-        identity.after = columnsAfter(key, table, *after);
-    }
-    const bool haveRowids = !table.shape.rowid.isEmpty() && !after->rowid.isEmpty();
-    if (haveRowids) {
-        identity.tieBreakerBefore = table.shape.rowid;
-        identity.tieBreakerAfter = after->rowid;
-    }
-    if (identity.after.isEmpty()) {
-        // Without anything that tells rows, they are told by their number only.
-        identity.before = haveRowids ? QByteArrayList{table.shape.rowid} : QByteArrayList{"1"};
-        identity.after = haveRowids ? QByteArrayList{after->rowid} : QByteArrayList{"1"};
-        return identity;
-    }
-    RowIdentity rewritten = identity;
-    bool isRewritten = false;
-    for (const QByteArray &column : key) {
-        identity.before << quotedName(column);
-        rewritten.before << quotedName(column);
-        for (const ColumnWalk::Rule &rule : table.walk.columns[table.shape.indexOf(column)].rules) {
-            // Without an expression it cannot be prepared.
-            const QByteArray becomes = '(' + rule.value.becomes + ')';
-            if (table.before.canPrepare("SELECT " + becomes + " FROM " + quotedName(table.name))) {
-                rewritten.before.last() = becomes;
-                isRewritten = true;
-            }
-        }
-    }
-    // A step that failed has left the keys as they were.
-    return isRewritten && countLost(table, rewritten) <= countLost(table, identity) ? rewritten
-                                                                                    : identity;
 }
 
 Unreadable judgeTable(

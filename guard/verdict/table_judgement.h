@@ -1,8 +1,7 @@
 #pragma once
 
 #include "guard/verdict/finding.h"
-#include "guard/verdict/judged_database.h"
-#include "guard/verdict/table_walk.h"
+#include "guard/verdict/table_case.h"
 
 /// How many rows a table had and has, as far as both could be read.
 struct TableNumbers {
@@ -23,20 +22,6 @@ private:
     qint64 m_bytes = 0;
 };
 
-/// What the judgement of a table needs.
-struct TableCase {
-    QByteArray name;              ///< in the database of before
-    QByteArray nameAfter;         ///< null when the table is gone
-    const JudgedDatabase &before; ///< with the repairs, if there were any
-    const JudgedDatabase &after;
-    TableWalk walk;            ///< its columns are those of the shape
-    TableShape shape;          ///< before
-    QByteArray uniqueNames;    ///< the column of names that the run makes unique, folded; or empty
-    QByteArrayList ownColumns; ///< folded: what the program writes itself
-    bool isNamedByScript = false;
-    bool hasUnknownVersion = false; ///< a version of the walk is not known
-};
-
 /// Why a table could not be judged.
 enum class Unreadable { No, Before, After };
 
@@ -44,14 +29,3 @@ enum class Unreadable { No, Before, After };
 /// @param[out] findings one for every kind, column and taker
 Unreadable judgeTable(
     const TableCase &table, QVector<Finding> &findings, TableNumbers &numbers, RowKeeper &keeper);
-
-/// The expressions by which rows of before and after are told, and how they are ordered.
-struct RowIdentity {
-    QByteArrayList before;
-    QByteArrayList after;
-    QByteArray tieBreakerBefore;
-    QByteArray tieBreakerAfter;
-};
-
-/// @return nothing when the table after cannot be read
-std::optional<RowIdentity> rowIdentity(const TableCase &table);

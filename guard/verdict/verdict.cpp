@@ -1,77 +1,26 @@
 #include "guard/verdict/verdict.h"
 
 #include "guard/stored_schema.h"
-#include "guard/verdict/repaired_copy.h"
+#include "guard/verdict/repair_judgement.h"
+#include "guard/verdict/row_identity.h"
 #include "guard/verdict/rows_in_order.h"
+#include "guard/verdict/run_steps.h"
+#include "guard/verdict/script_words.h"
 #include "guard/verdict/steps_in_log.h"
 
 #include <QFileInfo>
 #include <QJsonArray>
 
 #include <algorithm>
-#include <cctype>
 
 namespace
 {
 constexpr int format = 1;
 
-/// There is no step to it.
-constexpr int oldestVersion = 1;
-
 /// SQLite's instructions that a verdict may take: so many for each byte of the two files, and a
 /// fixed part that small databases need. Sound databases of farms need less than a tenth.
 constexpr qint64 instructionsPerByte = 20;
 constexpr qint64 fixedInstructions = 50'000'000;
-
-QVector<Step> stepsOf(
-    const RunToJudge &run, const QVector<int> &reapplied, const VersionTable &versions)
-{
-    QVector<Step> steps;
-    for (const int version : reapplied) {
-        steps << Step{version, Direction::Forward};
-    }
-    // The program has no steps beyond the newest version that it knows.
-    const int newest =
-        versions.newest() > 0 ? versions.newest() : std::max(run.target, run.from.value_or(0));
-    const int from =
-        std::clamp(run.from.value_or(0), oldestVersion, std::max(newest, oldestVersion));
-    const int target = std::clamp(run.target, oldestVersion, std::max(newest, oldestVersion));
-    for (int version = from + 1; version <= target; ++version) {
-        steps << Step{version, Direction::Forward};
-    }
-    for (int version = from; version > target; --version) {
-        steps << Step{version, Direction::Backward};
-    }
-    return steps;
-}
-
-/// @return the words, folded, of all statements of the scripts that can change or remove rows
-QSet<QByteArray> wordsOfChangingStatements(const QVector<QByteArray> &scripts)
-{
-    static const QSet<QByteArray> changing = {"update", "replace", "delete", "drop", "alter"};
-    QSet<QByteArray> words;
-    for (QByteArray script : scripts) {
-        // As the program reads them: lines with nothing between, statements that end with ";".
-        script.replace("\n", "");
-        for (const QByteArray &statement : script.split(';')) {
-            QSet<QByteArray> own;
-            QByteArray word;
-            for (const char letter : statement + ' ') {
-                const auto byte = static_cast<unsigned char>(letter);
-                if (std::isalnum(byte) != 0 || letter == '_' || byte >= 0x80) {
-                    word += letter;
-                } else {
-                    own << folded(word);
-                    word.clear();
-                }
-            }
-            if (own.intersects(changing)) {
-                words += own;
-            }
-        }
-    }
-    return words;
-}
 
 /// @return the part of a copy's name that is the table's, null when it is no copy's
 QByteArray tableOfCopy(const QByteArray &name)
@@ -96,13 +45,19 @@ QString damageOf(const JudgedDatabase &database)
 {
     SqliteStatement off(database.connection(), "PRAGMA ignore_check_constraints = ON");
     off.step();
-    SqliteStatement check(database.connection(), "PRAGMA quick_check(1)");
-    if (!check.step()) {
-        const bool isTooMuch = check.result() == SQLITE_INTERRUPT;
-        return isTooMuch ? QString() : database.connection().errorText();
+    // Pages that nothing uses hold nothing. SQLite does not look for them when its list of tables
+    // begins with a view: a run that only changes that order would seem to bring damage.
+    SqliteStatement check(database.connection(), "PRAGMA quick_check(1000)");
+    while (check.step()) {
+        for (const QByteArray &line : check.text(0).split('\n')) {
+            if (line != "ok" && !line.startsWith("*** in database ") &&
+                !line.endsWith(" is never used")) {
+                return QString::fromUtf8(line);
+            }
+        }
     }
-    const QByteArray answer = check.text(0);
-    return answer == "ok" ? QString() : QString::fromUtf8(answer);
+    const bool isDone = check.result() == SQLITE_DONE || check.result() == SQLITE_INTERRUPT;
+    return isDone ? QString() : database.connection().errorText();
 }
 
 class Judge
@@ -111,7 +66,7 @@ public:
     Judge(const RunToJudge &run, const VersionTable &versions)
         : m_run(run), m_versions(versions),
           m_log(readSteps(run.log, run.from.value_or(0), run.target, versions)),
-          m_steps(stepsOf(run, m_log.reapplied, versions)),
+          m_steps(stepsOfRun(run.from, run.target, m_log.reapplied, versions)),
           m_budget(
               fixedInstructions +
               instructionsPerByte * (QFileInfo(run.before).size() + QFileInfo(run.after).size()))
@@ -186,67 +141,10 @@ private:
         if (m_run.to != m_run.target) {
             m_verdict.findings << findings::targetMissed(m_run.to, m_run.target);
         }
-        QList<int> failed = (m_log.failed + m_log.failedAgain).values();
-        std::sort(failed.begin(), failed.end());
-        for (const int version : failed) {
-            // What could not be applied again was not there before either.
-            add("step-failed", QByteArray::number(version)).before =
-                !m_log.failed.contains(version) || lackedSomethingBefore(version);
-        }
-        if (m_log.unknownFailed) {
-            add("step-failed", "unknown");
-        }
-        for (const int version : m_log.reapplied) {
-            add("reapplied", QByteArray::number(version));
-        }
-    }
-
-    /// @return whether a table that the step of the walk takes was missing before the run
-    bool lackedSomethingBefore(int version) const
-    {
-        const auto step = std::find_if(m_steps.rbegin(), m_steps.rend(), [&](const Step &made) {
-            return made.version == version;
-        });
-        if (step == m_steps.rend()) {
-            return false;
-        }
-        // On the way back nothing needs what it drops.
-        if (step->direction == Direction::Backward) {
-            return false;
-        }
-        const VersionTable::Tables &tables = m_versions.takenBy(version, step->direction);
-        for (auto table = tables.begin(); table != tables.end(); ++table) {
-            const bool isTaken = table->dropped || !table->renamed.isEmpty();
-            if (isTaken && !m_tablesBefore.contains(table.key()) &&
-                !isMadeBefore(*step, table.key())) {
-                return true;
-            }
-        }
-        return false;
-    }
-
-    /// @return whether an earlier step of the run makes a table: its way back takes it away, or it
-    /// gives the name to another one
-    bool isMadeBefore(const Step &step, const QByteArray &table) const
-    {
-        for (const Step &earlier : m_steps) {
-            if (earlier.version == step.version && earlier.direction == step.direction) {
-                break;
-            }
-            const bool isForward = earlier.direction == Direction::Forward;
-            const VersionTable::Tables &back = m_versions.takenBy(
-                earlier.version, isForward ? Direction::Backward : Direction::Forward);
-            if (back.value(table).dropped) {
-                return true;
-            }
-            for (const TakenFromTable &taken :
-                 m_versions.takenBy(earlier.version, earlier.direction)) {
-                if (folded(taken.renamed) == table) {
-                    return true;
-                }
-            }
-        }
-        return false;
+        const QList<QByteArray> names = m_tablesBefore.keys();
+        const QSet<int> lacking = stepsThatLackTables(
+            m_steps, m_log, QSet<QByteArray>(names.begin(), names.end()), m_versions);
+        m_verdict.findings += findingsOnSteps(m_log, lacking);
     }
 
     void judgeContents(
@@ -340,7 +238,11 @@ private:
         Unreadable end = table.nameAfter.isNull() ? judgeLostTable(table, found, numbers)
                                                   : judgeTable(table, found, numbers, m_keeper);
         if (end == Unreadable::No && repaired.isMade()) {
-            end = judgeRepairs(table, before, repaired, found, numbers);
+            FoundRepairs repairs = {m_orphans, {}};
+            end = judgeRepairs(table, before, repaired, repairs, numbers, m_keeper);
+            if (repairs.violations) {
+                found << *repairs.violations;
+            }
         }
         if (end != Unreadable::No) {
             addUnreadable(name, end == Unreadable::Before);
@@ -378,84 +280,6 @@ private:
         return rows.isComplete() ? Unreadable::No : Unreadable::Before;
     }
 
-    static QByteArrayList ownKey(const TableShape &shape)
-    {
-        QByteArrayList key;
-        for (const QByteArray &column : shape.key) {
-            key << quotedName(column);
-        }
-        return key.isEmpty() ? QByteArrayList{shape.rowid} : key;
-    }
-
-    /// Notes the rows of before that neither the repaired copy nor the database after has.
-    Unreadable judgeRepairs(
-        const TableCase &table, const JudgedDatabase &original, const RepairedCopy &repaired,
-        QVector<Finding> &found, TableNumbers &numbers)
-    {
-        const auto touched = repaired.touched().value(folded(table.name));
-        if (!touched.hasLostRows && !table.shape.rowid.isEmpty()) {
-            return Unreadable::No;
-        }
-        const bool isGone = table.nameAfter.isNull();
-        RowIdentity identity = {ownKey(table.shape), {}, {}, {}};
-        if (!isGone) {
-            identity = rowIdentity(table).value_or(identity);
-        }
-        const QByteArray rowid = table.shape.rowid.isEmpty() ? QByteArray("0") : table.shape.rowid;
-        RowsInOrder before(
-            original, table.name, identity.before, {rowid}, identity.tieBreakerBefore);
-        RowsInOrder kept(
-            table.before, table.name, identity.before, {rowid}, identity.tieBreakerBefore);
-        std::unique_ptr<RowsInOrder> after;
-        if (!isGone) {
-            after = std::make_unique<RowsInOrder>(
-                table.after,
-                table.nameAfter,
-                identity.after,
-                QByteArrayList{"1"},
-                identity.tieBreakerAfter);
-            after->next();
-        }
-        const auto take = [](RowsInOrder &rows, const RowsInOrder &row) {
-            while (rows.hasRow() && row.compareKey(rows) > 0) {
-                rows.next();
-            }
-            const bool hasIt = rows.hasRow() && row.compareKey(rows) == 0;
-            if (hasIt) {
-                rows.next();
-            }
-            return hasIt;
-        };
-        Finding violations;
-        violations.kind = "violations-removed";
-        violations.object = table.name;
-        qint64 rowsBefore = 0;
-        kept.next();
-        while (before.next()) {
-            ++rowsBefore;
-            const bool isKept = take(kept, before);
-            const bool isAfter = after && take(*after, before);
-            if (isKept) {
-                continue;
-            }
-            if (isAfter) {
-                // The program could not remove it.
-                --numbers.rowsNew;
-                continue;
-            }
-            ++numbers.rowsGone;
-            const qint64 number = sqlite3_column_int64(before.row(), before.place(0));
-            Finding &finding = touched.orphans.contains(number) ? m_orphans : violations;
-            ++finding.numbers["rows"];
-            m_keeper.keep(finding, {table.name, before.keyText(), {}, {}});
-        }
-        numbers.rowsBefore = rowsBefore;
-        if (violations.numbers.value("rows") > 0) {
-            found << violations;
-        }
-        return before.isComplete() ? Unreadable::No : Unreadable::Before;
-    }
-
     const RunToJudge &m_run;
     const VersionTable &m_versions;
     StepsInLog m_log;
@@ -482,6 +306,13 @@ QJsonValue versionValue(const std::optional<int> &version)
 }
 } // namespace
 
+void Verdict::noteKept()
+{
+    for (Finding &finding : findings) {
+        finding.beforeIsKept = true;
+    }
+}
+
 int Verdict::counting() const
 {
     return static_cast<int>(std::count_if(
@@ -499,14 +330,16 @@ QStringList Verdict::lines() const
     return lines;
 }
 
-QJsonObject Verdict::toJson(bool withRows) const
+QJsonObject Verdict::toJson(bool withRows, int mostEntries) const
 {
+    const QVector<Finding> shownFindings = findings.mid(0, mostEntries);
     QJsonArray findingList;
-    for (const Finding &finding : findings) {
+    for (const Finding &finding : shownFindings) {
         findingList << finding.toJson(withRows);
     }
+    const QVector<TableNumbers> shownTables = tables.mid(0, mostEntries);
     QJsonArray tableList;
-    for (const TableNumbers &table : tables) {
+    for (const TableNumbers &table : shownTables) {
         tableList << QJsonObject{
             {"table", QString::fromLatin1(printableName(table.name))},
             {"rowsBefore", table.rowsBefore},
@@ -514,8 +347,9 @@ QJsonObject Verdict::toJson(bool withRows) const
             {"rowsGone", table.rowsGone},
             {"rowsNew", table.rowsNew}};
     }
+    const QVector<int> shownVersions = unknownVersions.mid(0, mostEntries);
     QJsonArray unknown;
-    for (const int version : unknownVersions) {
+    for (const int version : shownVersions) {
         unknown << version;
     }
     return {
@@ -526,7 +360,12 @@ QJsonObject Verdict::toJson(bool withRows) const
         {"counting", counting()},
         {"findings", findingList},
         {"tables", tableList},
-        {"unknownVersions", unknown}};
+        {"unknownVersions", unknown},
+        {"leftOut",
+         QJsonObject{
+             {"findings", findings.size() - shownFindings.size()},
+             {"tables", tables.size() - shownTables.size()},
+             {"unknownVersions", unknownVersions.size() - shownVersions.size()}}}};
 }
 
 Verdict judge(
@@ -534,38 +373,3 @@ Verdict judge(
 {
     return Judge(run, versions).judge(differences);
 }
-
-namespace findings
-{
-Finding direct(const QByteArray &reason)
-{
-    Finding finding;
-    finding.kind = "direct";
-    finding.object = reason;
-    return finding;
-}
-
-Finding targetMissed(const std::optional<int> &recorded, int target)
-{
-    Finding finding;
-    finding.kind = "target-missed";
-    finding.object = recorded ? QByteArray::number(*recorded) : QByteArray("none");
-    finding.numbers = {{"target", target}};
-    return finding;
-}
-
-Finding newerThanProgram(int recorded, int newest)
-{
-    Finding finding;
-    finding.kind = "newer-than-program";
-    finding.numbers = {{"recorded", recorded}, {"newest", newest}};
-    return finding;
-}
-
-Finding libraryUnfit()
-{
-    Finding finding;
-    finding.kind = "library-unfit";
-    return finding;
-}
-} // namespace findings

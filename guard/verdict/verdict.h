@@ -7,6 +7,7 @@
 
 #include <QStringList>
 
+#include <limits>
 #include <optional>
 
 /// A run whose result is to be judged.
@@ -33,6 +34,9 @@ struct Verdict {
     QVector<int> unknownVersions; ///< steps of the run that the table of versions does not know
     bool lackedRoom = false; ///< the scratch directory had no room for the copy: nobody has judged
 
+    /// The database of before is kept: findings on what is only there say so.
+    void noteKept();
+
     /// @return how many findings somebody has to look at
     int counting() const;
 
@@ -41,7 +45,8 @@ struct Verdict {
 
     /// docs/findings.md describes the format.
     /// @param withRows whether the keys, names and values of rows may be in it
-    QJsonObject toJson(bool withRows) const;
+    /// @param mostEntries of each list; how many are left out is in it too
+    QJsonObject toJson(bool withRows, int mostEntries = std::numeric_limits<int>::max()) const;
 };
 
 /// Judges a run: compares the databases of before and after, and reads the log.
@@ -55,14 +60,3 @@ struct Verdict {
 /// @param differences of the two databases, as compareDatabases() tells them
 Verdict judge(
     const RunToJudge &run, const DatabaseDifferences &differences, const VersionTable &versions);
-
-/// Findings that take no database.
-namespace findings
-{
-/// @param reason the guard's code for it, such as "no-bubblewrap"
-Finding direct(const QByteArray &reason);
-/// @param recorded nothing when the database records no version
-Finding targetMissed(const std::optional<int> &recorded, int target);
-Finding newerThanProgram(int recorded, int newest);
-Finding libraryUnfit();
-} // namespace findings

@@ -133,7 +133,8 @@ VersionTable::VersionTable(const QString &path)
         m_versions.insert(
             version.key().toInt(),
             {readTables(entry.value("forward").toObject()),
-             readTables(entry.value("backward").toObject())});
+             readTables(entry.value("backward").toObject()),
+             foldedTexts(entry.value("needs"))});
     }
 }
 

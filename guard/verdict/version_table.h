@@ -57,10 +57,17 @@ public:
     /// @return the newest version that the program knows, 0 when the file does not say
     int newest() const { return m_newest; }
 
+    /// Far more versions than any program has, and few enough to go through them all: what is recorded,
+    /// asked for or logged can be any number.
+    static constexpr int mostVersions = 1000;
+
     bool knows(int version) const { return m_versions.contains(version); }
 
     /// @return what a step takes, by table; nothing for one that is not known
     const Tables &takenBy(int version, Direction direction) const;
+
+    /// @return the tables, folded, without which the step forward fails
+    QByteArrayList neededBy(int version) const { return m_versions.value(version).needs; }
 
     /// What every run does, whatever it walks.
     struct EveryRun {
@@ -78,6 +85,7 @@ private:
     struct Version {
         Tables forward;
         Tables backward;
+        QByteArrayList needs;
     };
     int m_newest = 0;
     QHash<int, Version> m_versions;

@@ -1,8 +1,14 @@
+#include "guard/last_migration.h"
+#include "guard/limits.h"
 #include "guard/run_record.h"
 
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QTemporaryDir>
 #include <QtTest>
 
 #include <cerrno>
+#include <limits>
 #include <sqlite3.h>
 
 using Kind = DatabaseFailure::Kind;
@@ -19,6 +25,7 @@ private slots:
     void sqliteFailures();
     void systemFailures_data();
     void systemFailures();
+    void largestRecord();
 };
 
 namespace
@@ -29,6 +36,30 @@ RecordedVersion number(qint64 version)
     known.isKnown = true;
     known.number = version;
     return known;
+}
+
+/// A verdict with more than is recorded, each entry as long as names and numbers can make it.
+Verdict endlessVerdict(int entries)
+{
+    Verdict verdict;
+    const QByteArray name(2000, '\n');
+    for (int index = 0; index < entries; ++index) {
+        Finding finding;
+        finding.kind = "mended";
+        finding.mending = "rows-returned";
+        for (const char *number : {"rows", "rowsBefore", "rowsAfter", "rowsReturned"}) {
+            finding.numbers.insert(number, std::numeric_limits<qint64>::min());
+        }
+        finding.object = finding.column = finding.table = name + QByteArray::number(index);
+        verdict.findings << finding;
+        TableNumbers table;
+        table.name = finding.object;
+        table.rowsBefore = table.rowsAfter = table.rowsGone = table.rowsNew =
+            std::numeric_limits<qint64>::min();
+        verdict.tables << table;
+        verdict.unknownVersions << limits::largestVersion;
+    }
+    return verdict;
 }
 } // namespace
 
@@ -130,6 +161,31 @@ void RunRecordTest::systemFailures()
     const DatabaseFailure failure = systemFailure(error, "log");
     QVERIFY(failure.kind == kind);
     QCOMPARE(failure.text, "log: " + systemText(error));
+}
+
+void RunRecordTest::largestRecord()
+{
+    constexpr int leftOut = 7;
+    const QTemporaryDir directory;
+    const QString path = directory.filePath("lastMigration.json");
+    RunRecord record;
+    record.from = number(1);
+    record.to = number(34);
+    record.changed = true;
+    record.verdict = endlessVerdict(limits::recordedEntries + leftOut);
+
+    QVERIFY(LastMigration(path).record(record, false));
+    QVERIFY2(
+        QFileInfo(path).size() < limits::largestJson / 2,
+        qPrintable(QString::number(QFileInfo(path).size())));
+    const LastMigration read(path);
+    for (const QJsonObject &run : {read.lastRun(), read.lastChange()}) {
+        const QJsonObject verdict = run.value("verdict").toObject();
+        for (const char *list : {"findings", "tables", "unknownVersions"}) {
+            QCOMPARE(verdict.value(list).toArray().size(), limits::recordedEntries);
+            QCOMPARE(verdict.value("leftOut").toObject().value(list).toInt(), leftOut);
+        }
+    }
 }
 
 QTEST_GUILESS_MAIN(RunRecordTest)

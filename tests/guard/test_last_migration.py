@@ -10,6 +10,11 @@ from support.versions import NEWEST
 SCHEMA = json.loads((ROOT / "docs" / "last-migration.schema.json").read_text())
 jsonschema.Draft202012Validator.check_schema(SCHEMA)
 CHANGES = 20
+# Of each list of a verdict.
+ENTRIES = 1000
+TABLES = ENTRIES + 200
+# That a program can have.
+MOST_VERSIONS = 1000
 
 
 def closed(schema):
@@ -47,6 +52,14 @@ def test_every_end_of_a_run_keeps_to_the_schema(device, arguments, options, stat
     check(device)
 
 
+def test_so_does_a_mended_run(device):
+    device.install(24, "CREATE TABLE growers_temp AS SELECT * FROM growers;")
+    assert device.migrate(25, "--mend") == 0
+    finding, = (finding for finding in check(device)["lastRun"]["verdict"]["findings"]
+                if finding["kind"] == "mended")
+    assert finding["mending"] == "copy-removed"
+
+
 def test_so_does_a_restore_and_a_newer_database(device):
     device.install(NEWEST - 1)
     assert device.migrate(NEWEST) == 0
@@ -73,6 +86,38 @@ def test_what_was_measured(device):
     assert measured["flushes"] == 4
     versions = device.run("--version").stdout.split()
     assert run["software"] == {"guard": versions[1], "sqlite": versions[-1], "program": NEWEST}
+
+
+def test_a_record_that_the_next_run_can_read(device):
+    """What counts comes first; what is left out is counted."""
+    names = [f"t{number}" for number in range(TABLES)]
+    device.install(NEWEST, "BEGIN;" + "".join(
+        f"CREATE TABLE {name} (a); INSERT INTO {name} VALUES (1);" for name in names) + "COMMIT;")
+    for _ in range(2):
+        assert device.migrate(NEWEST) == 0
+    idle = device.verdict()
+    (device.app / "losses.sql").write_text(
+        "BEGIN;" + "".join(f"DELETE FROM {name};" for name in names) + "COMMIT;")
+    device.replace_program('/app/migrator "$@"; '
+                           'sqlite3 /app/databases/my.db.sqlite < /app/losses.sql')
+    assert device.migrate(NEWEST) == 4
+    verdict = check(device)["lastRun"]["verdict"]
+    assert verdict["counting"] == TABLES
+    assert [finding["counts"] for finding in verdict["findings"]] == [True] * ENTRIES
+    assert len(verdict["tables"]) == ENTRIES
+    assert verdict["leftOut"] == {
+        "findings": TABLES + len(idle["findings"]) - ENTRIES, "tables": TABLES - ENTRIES,
+        "unknownVersions": 0}
+    assert idle["leftOut"] == {"findings": 0, "tables": 0, "unknownVersions": 0}
+    assert device.run("status", "--exit-code").returncode == 4
+
+
+@pytest.mark.parametrize("recorded, target", [(1, 999_999), (999_999, 1)])
+def test_any_version_where_nobody_knows_what_the_program_knows(device, recorded, target):
+    device.install(1, f"UPDATE tableVersion SET version = {recorded};")
+    (device.app / "schema-versions.json").unlink()
+    device.migrate(target)
+    assert len(check(device)["lastRun"]["verdict"]["unknownVersions"]) == MOST_VERSIONS - 1
 
 
 def test_no_contents_of_rows(device):

@@ -1,4 +1,5 @@
-"""The program is not started on a newer database, nor where the library cannot run every step."""
+"""The program is not started on a newer database, nor where the library cannot run every step, nor
+where mending was asked for and has failed."""
 
 import os
 import shutil
@@ -48,7 +49,9 @@ def test_a_newer_database_is_left_alone(newer, bubblewrap):
     assert not (newer.app / "started").exists()
     assert (newer.contents(), newer.log()) == (newer.newer, log)
     assert newer.last_run()["reason"] == "newer-than-program"
-    assert newer.verdict()["findings"][0]["code"] == "newer-than-program"
+    finding = newer.verdict()["findings"][0]
+    assert (finding["code"], finding["numbers"]) == (
+        "newer-than-program", {"recorded": NEWEST + 1, "newest": NEWEST})
     assert not newer.note.exists()
 
 
@@ -132,7 +135,29 @@ def test_a_library_that_refuses_texts_is_told_before_anything_runs(device, bubbl
                      options="--setenv LD_PRELOAD /app/library.so")
     assert run.returncode == 3
     assert "not changed, library-unfit, status 3" in run.stderr
+    assert run.stderr.splitlines()[-1] == (
+        "migration-guard: the SQLite library refuses texts in double quotes, which versions 6 and "
+        "16 need: the program was not started")
     assert device.verdict()["findings"][0]["code"] == "library-unfit"
     assert not (device.app / "started").exists()
     assert (device.contents(), device.log()) == (before, "")
     assert device.migrate(NEWEST) == 0
+
+
+@pytest.mark.parametrize("bubblewrap", [True, False])
+def test_where_mending_fails_nothing_runs(device, bubblewrap):
+    device.install(24, "CREATE TABLE growers_temp AS SELECT * FROM growers;")
+    before = device.contents()
+    device.replace_program(MARK + PROGRAM)
+    shutil.copy(os.environ["SQLITE_WITHOUT_FUNCTIONS"], device.app / "library.so")
+    options = {"options": "--setenv LD_PRELOAD /app/library.so", "bubblewrap": bubblewrap}
+    # A direct run mends nothing.
+    assert device.migrate(25, "--mend", **options) == (3 if bubblewrap else 4)
+    assert (device.app / "started").exists() is not bubblewrap
+    if bubblewrap:
+        assert device.end_of_last_run() == {
+            "command": "run", "from": 24, "to": 24, "target": 25, "way": "guarded",
+            "changed": False, "status": 3, "reason": "mending-failed"}
+        assert (device.contents(), device.log()) == (before, "")
+        assert device.migrate(25, **options) == 4
+        assert device.migrate(25, "--mend") == 0

@@ -6,7 +6,8 @@ from support.versions import NEWEST
 LOSES_ROWS = ('/app/migrator "$@"; '
               'sqlite3 /app/databases/my.db.sqlite "PRAGMA foreign_keys = OFF; '
               "DELETE FROM fields WHERE rowid IN (SELECT rowid FROM fields LIMIT 2)\"")
-SENTENCE = "2 rows of fields were lost: look at before-migration.sqlite"
+LOST = "2 rows of fields were lost"
+SENTENCE = f"{LOST}: look at before-migration.sqlite"
 
 
 def findings(device):
@@ -31,6 +32,20 @@ def test_rows_that_only_this_device_loses_are_told(losing):
     assert (found["code"], found["numbers"]["rows"], found["counts"]) == (
         "rows-lost:fields", 2, True)
     assert losing.verdict()["counting"] == 1
+
+
+@pytest.mark.parametrize("target, option, status", [
+    pytest.param(3, "--no-backup", 4, id="not wanted"),
+    pytest.param(3, "--strict", 3, id="thrown away"),
+    pytest.param(1, "--wait=9", 4, id="the version is as it was")])
+def test_what_is_not_kept_cannot_be_looked_at(losing, target, option, status):
+    # One of an earlier run is another state.
+    losing.kept.write_bytes(losing.database.read_bytes())
+    run = losing.run("run", target, option)
+    assert run.returncode == status
+    assert run.stderr.splitlines()[-1] == f"migration-guard: {LOST}"
+    assert findings(losing)[0]["sentence"] == LOST
+    assert "look at before-migration" not in losing.last.read_text()
 
 
 def test_what_is_accepted_is_reported_and_does_not_count(losing):
@@ -95,6 +110,47 @@ def test_the_platform_decides_about_values(device):
     device.install(24)
     assert device.migrate(25) == 0
     assert device.migrate(24) == 0
+
+
+@pytest.mark.parametrize("extra, lines, found", [
+    pytest.param("", ["Migration to version 25 was successful.", "Migration to version 26 FAILED!",
+                      "Migration to version 27 was successful."],
+                 [("step-failed:26", True)], id="a step that fails"),
+    pytest.param("DROP TABLE supportedHarloReceiverSettings;",
+                 ["Migration to version 25 was successful.", "Migration to version 26 FAILED!",
+                  "Migration to version 27 was successful."],
+                 [("step-failed:26", False)], id="one that lacks a table"),
+    pytest.param("", [f"Migration to version {number} was successful." for number in (25, 26, 27)],
+                 [], id="none")])
+def test_of_a_direct_run_the_log_is_judged(device, extra, lines, found):
+    device.install(24, extra)
+    log = "/app/databases/sqlMigrationErrorLog.txt"
+    # What earlier runs have logged says nothing about this one.
+    device.log_file.write_text("*****Beginning database migration from version: 1 to version: 9\n"
+                               "Migration to version 9 FAILED!\n")
+    (device.app / "words").write_text(
+        "\n*****Beginning database migration from version: 24 to version: 27\n"
+        + "\n".join(lines) + "\n*****Updating version in DB to: 27\n")
+    device.replace_program(
+        f"while read -r line; do echo \"$line\"; done < /app/words >> {log};"
+        "sqlite3 /app/databases/my.db.sqlite"
+        " \"UPDATE tableVersion SET version = 27 WHERE tableName = 'mainSqlDb'\"")
+    assert device.migrate(27, bubblewrap=False) == 4
+    assert [(finding["code"], finding["counts"]) for finding in findings(device)] == [
+        ("direct:no-bubblewrap", True), *found]
+    status = 4 if ("step-failed:26", True) in found else 0
+    device.sql("UPDATE tableVersion SET version = 24 WHERE tableName = 'mainSqlDb'")
+    accept = ("--accept", "direct:no-bubblewrap")
+    assert device.migrate(27, *accept, bubblewrap=False) == status
+    device.sql("UPDATE tableVersion SET version = 24 WHERE tableName = 'mainSqlDb'")
+    assert device.migrate(27, *accept, "--accept", "step-failed:26", bubblewrap=False) == 0
+
+
+def test_of_a_direct_run_without_a_log_nothing_is_said_of_the_steps(device):
+    device.install(24)
+    device.log_file.mkdir()
+    assert device.migrate(25, bubblewrap=False) == 4
+    assert [finding["code"] for finding in findings(device)] == ["direct:no-bubblewrap"]
 
 
 def test_a_direct_run_is_a_finding_that_can_be_accepted(device):

@@ -21,7 +21,9 @@ import shutil
 import subprocess
 import sys
 from collections import Counter, defaultdict
+from collections.abc import Callable
 from contextlib import contextmanager
+from dataclasses import dataclass
 from functools import lru_cache
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
@@ -31,20 +33,12 @@ from support.campaign import Campaign, fingerprint, parser
 from support.places import PRODUCT, RAM_DISK, ROOT, TESTS
 
 HERE = pathlib.Path(__file__).resolve().parent
-KEPT = ROOT / "build" / "mutation"
-TREE = KEPT / "tree"
-BUILD = KEPT / "build"
-HEADERS = KEPT / "headers.h"
-SURVIVORS = HERE / "survivors.txt"
 # Tests of the source text, of other programs and of the disk. They do not look for faults in the
 # program.
 OTHER_TESTS = "|".join((
     "^(fuzz|guard|verdict)_", "^(format|shellcheck|flake8|clang_tidy|install|show_changes|faults"
     "|mutants|catalogue|support|pages|units|packages|man_pages|sqlite_page)$",
     *(f"^{path.stem}$" for path in (TESTS / "guard").glob("*_test.cpp"))))
-# Processor time of one process. A whole test gets twice that; tests set their own limits for the
-# programs that they start.
-MOST_SECONDS = 30
 # A fault that the tests of its file do not notice is left, one that no test notices has survived;
 # the outcome that a fault has before it is tried for this one.
 BEFORE = {"left": "not tried", "survived": "left"}
@@ -52,51 +46,83 @@ NOT_TRIED = {"outcome": "not tried", "tests": ""}
 digest = lru_cache(maxsize=None)(fingerprint)
 
 
+@dataclass(frozen=True)
+class Subject:
+    """What gets the faults, and what has to notice them."""
+
+    name: str  # of the folder in build/
+    folders: tuple  # of the sources
+    library: str  # what they are linked to
+    defined_in: str  # the file that says so
+    targets: tuple  # what the tests need; nothing for everything
+    tests: tuple  # options of ctest: the tests that look for faults
+    first_tests: Callable  # the same for the tests of a file, which are tried first
+    seconds: int  # processor time of one process; a whole test gets twice that
+    survivors: pathlib.Path
+    mutants: list
+    used_tests: tuple  # files and folders: when one changes, what survived is tried again
+
+    @property
+    def kept(self):
+        return ROOT / "build" / self.name
+
+
 def run(command, **options):
     return subprocess.run(command, capture_output=True, text=True, **options)
-
-
-def ctest(*arguments):
-    """Whether the tests pass, and the name of the first that fails."""
-    result = run(["prlimit", f"--cpu={MOST_SECONDS}:", "ctest", "--test-dir", BUILD,
-                  "--stop-on-failure", "--exclude-regex", OTHER_TESTS, *arguments],
-                 env={**os.environ, "TMPDIR": RAM_DISK})
-    failed = [line.split()[3] for line in result.stdout.splitlines() if "***" in line]
-    return result.returncode == 0, failed[0] if failed else "nothing"
 
 
 class Tree:
     """The copy of the tree, and how its files are compiled."""
 
-    def __init__(self):
-        shutil.rmtree(TREE, ignore_errors=True)
-        shutil.copytree(ROOT, TREE, ignore=shutil.ignore_patterns("build", ".git", "__pycache__"))
-        self.edit(TREE / "CMakeLists.txt", "database_migrator STATIC", "database_migrator SHARED")
-        self.edit(TREE / "tests" / "CMakeLists.txt", r"TIMEOUT \d+", f"TIMEOUT {MOST_SECONDS * 2}")
+    def __init__(self, subject):
+        self.subject = subject
+        self.root = subject.kept / "tree"
+        self.build = subject.kept / "build"
+        self.headers = subject.kept / "headers.h"
+        shutil.rmtree(self.root, ignore_errors=True)
+        shutil.copytree(ROOT, self.root,
+                        ignore=shutil.ignore_patterns("build", ".git", "__pycache__"))
+        self.edit(self.root / subject.defined_in, f"{subject.library} STATIC",
+                  f"{subject.library} SHARED")
+        self.edit(self.root / "tests" / "CMakeLists.txt", r"TIMEOUT \d+",
+                  f"TIMEOUT {subject.seconds * 2}")
         # Not optimized, and without warnings: a fault may cause one.
-        self.check(["cmake", "-S", TREE, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
-                    "-DCMAKE_CXX_FLAGS=-w", "-DDATABASE_MIGRATOR_TESTS=ON"])
-        self.commands = self.check(["ninja", "-C", BUILD, "-t", "commands"]).splitlines()
+        self.check(["cmake", "-S", self.root, "-B", self.build, "-G", "Ninja",
+                    "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-w",
+                    "-DDATABASE_MIGRATOR_TESTS=ON"])
+        self.commands = self.check(
+            ["ninja", "-C", self.build, "-t", "commands", *subject.targets]).splitlines()
         # A campaign that was killed may have left a fault in one of them.
         for compilation in self.commands:
-            if any(f" -c {TREE / folder}/" in compilation for folder in PRODUCT):
+            if any(f" -c {self.root / folder}/" in compilation for folder in subject.folders):
                 self.product(compilation).unlink(missing_ok=True)
-        self.check(["cmake", "--build", BUILD])
+        self.check(["ninja", "-C", self.build, *subject.targets])
         self.precompile()
         self.stale = []
-        passed, failed = ctest("--parallel", "2")
+        passed, failed = self.ctest(*subject.tests, "--parallel", "2")
         if not passed:
             sys.exit(f"Without a fault the tests fail: {failed}")
 
+    def ctest(self, *arguments):
+        """Whether the tests pass, and the name of the first that fails."""
+        result = run(["prlimit", f"--cpu={self.subject.seconds}:", "ctest",
+                      "--test-dir", self.build, "--stop-on-failure", *arguments],
+                     env={**os.environ, "TMPDIR": RAM_DISK, "PYTEST_ADDOPTS": "--exitfirst"})
+        failed = [line.split()[3] for line in result.stdout.splitlines() if "***" in line]
+        return result.returncode == 0, failed[0] if failed else "nothing"
+
     def precompile(self):
         """The headers of Qt are most of what is compiled."""
-        command = self.compilations("app/driver.cpp")[0].partition(" -MD ")[0]
-        texts = (path.read_text(encoding="utf-8") for folder in PRODUCT
-                 for path in (TREE / folder).iterdir())
-        includes = {line for text in texts for line in text.splitlines()
+        sources = [path for folder in self.subject.folders
+                   for path in sorted((self.root / folder).iterdir())]
+        first = next(path for path in sources if path.suffix == ".cpp")
+        command = self.compilations(first.relative_to(self.root))[0].partition(" -MD ")[0]
+        includes = {line for path in sources
+                    for line in path.read_text(encoding="utf-8").splitlines()
                     if line.startswith("#include <")}
-        HEADERS.write_text("\n".join(sorted(includes)))
-        self.check(["sh", "-c", f"{command} -x c++-header -o {HEADERS}.gch -c {HEADERS}"])
+        self.headers.write_text("\n".join(sorted(includes)))
+        self.check(["sh", "-c",
+                    f"{command} -x c++-header -o {self.headers}.gch -c {self.headers}"])
 
     @staticmethod
     def edit(file, pattern, replacement):
@@ -111,36 +137,35 @@ class Tree:
 
     def compilations(self, file):
         """The commands that compile a file; for a header, those of the files that include it."""
-        if file.endswith(".h"):
+        if str(file).endswith(".h"):
             return [command for user in self.users(file) for command in self.compilations(user)]
-        return [command for command in self.commands if command.endswith(f"-c {TREE / file}")]
+        return [command for command in self.commands if command.endswith(f"-c {self.root / file}")]
 
     def users(self, header):
         if header == "app/database_migrator.h":
             return ["app/construction.cpp", "tests/app/construction_test.cpp"]
-        return [str(path.relative_to(TREE)) for folder in PRODUCT
-                for path in (TREE / folder).glob("*.cpp")
+        return [str(path.relative_to(self.root)) for folder in self.subject.folders
+                for path in (self.root / folder).glob("*.cpp")
                 if f'"{header}"' in path.read_text(encoding="utf-8")]
 
-    @staticmethod
-    def product(compilation):
-        return BUILD / compilation.split(" -o ")[1].split()[0]
+    def product(self, compilation):
+        return self.build / compilation.split(" -o ")[1].split()[0]
 
     @contextmanager
     def with_fault(self, mutant):
         """The program with a fault in it; the value is true when it could be compiled."""
-        source = TREE / mutant.file
+        source = self.root / mutant.file
         original = source.read_text(encoding="utf-8")
         compilations = self.compilations(mutant.file)
         objects = {self.product(command): self.product(command).read_bytes()
                    for command in compilations}
         links = [command for command in self.commands
                  if " -c " not in command
-                 and any(f" {path.relative_to(BUILD)} " in command for path in objects)]
+                 and any(f" {path.relative_to(self.build)} " in command for path in objects)]
         source.write_text(mutant.text(original), encoding="utf-8")
-        compilations = [f"{command} -include {HEADERS}" for command in compilations]
+        compilations = [f"{command} -include {self.headers}" for command in compilations]
         try:
-            yield all(run(command, shell=True, cwd=BUILD).returncode == 0
+            yield all(run(command, shell=True, cwd=self.build).returncode == 0
                       for command in [*compilations, *dict.fromkeys([*self.stale, *links])])
         finally:
             source.write_text(original, encoding="utf-8")
@@ -183,14 +208,14 @@ def judge(tree, mutant, *arguments):
     with tree.with_fault(mutant) as compiled:
         if not compiled:
             return "not compiled", ""
-        passed, failed = ctest(*arguments)
+        passed, failed = tree.ctest(*arguments)
         return ("unnoticed", "") if passed else ("noticed", failed)
 
 
-def explanations():
+def explanations(survivors):
     """The survivors that make no difference: their keys, and why."""
     reasons = {}
-    for block in SURVIVORS.read_text(encoding="utf-8").split("\n\n"):
+    for block in survivors.read_text(encoding="utf-8").split("\n\n"):
         lines = [line for line in block.splitlines() if not line.startswith("#")]
         if lines:
             place, before, after, *reason = lines
@@ -203,11 +228,11 @@ def identity(mutant):
     return hashlib.sha256(f"{digest(ROOT / mutant.file)}{mutant}".encode()).hexdigest()[:16]
 
 
-def go_on(campaign, chosen):
+def go_on(subject, campaign, chosen):
     """Tries every mutant without an answer: first in the tests of its file, and when all have been
     tried there, the unnoticed ones in the others."""
-    tests = digest(*(path for path in TESTS.iterdir() if path != HERE))
-    explained = explanations()
+    tests = digest(*subject.used_tests)
+    explained = explanations(subject.survivors)
     tree = None
     for stage in BEFORE:
         for mutant in chosen:
@@ -219,16 +244,17 @@ def go_on(campaign, chosen):
                 continue
             if campaign.is_over():
                 return
-            tree = tree or Tree()
-            own = ["--tests-regex", first_tests(mutant.file)]
-            outcome, by = judge(tree, mutant, *(own if stage == "left" else ["--parallel", "2"]))
+            tree = tree or Tree(subject)
+            arguments = (subject.first_tests(mutant.file) if stage == "left"
+                         else (*subject.tests, "--parallel", "2"))
+            outcome, by = judge(tree, mutant, *arguments)
             campaign.note(identity(mutant), {
                 "outcome": stage if outcome == "unnoticed" else outcome, "by": by, "tests": tests,
                 "mutant": mutant.key()})
 
 
-def print_figures(campaign, chosen):
-    explained = explanations()
+def print_figures(subject, campaign, chosen):
+    explained = explanations(subject.survivors)
     figures, survivors = defaultdict(Counter), []
     for mutant in chosen:
         outcome = campaign.answer(identity(mutant), NOT_TRIED)["outcome"]
@@ -252,16 +278,28 @@ def print_figures(campaign, chosen):
     return not survivors and noticed >= 0.98 * tried
 
 
-def main():
-    options = parser(__doc__)
-    options.add_argument("--mutants", type=int, default=500,
+def main(subject, description, mutants):
+    """Runs the campaign. mutants: how many are made, unless the command line says another number"""
+    options = parser(description)
+    options.add_argument("--mutants", type=int, default=mutants,
                          help="the first so many, which are spread over the files and the kinds")
     arguments = options.parse_args()
-    campaign = Campaign("mutation", arguments.minutes)
-    chosen = all_mutants(ROOT)[:arguments.mutants]
-    go_on(campaign, chosen)
-    return 0 if print_figures(campaign, chosen) else 1
+    campaign = Campaign(subject.name, arguments.minutes)
+    chosen = subject.mutants[:arguments.mutants]
+    go_on(subject, campaign, chosen)
+    return 0 if print_figures(subject, campaign, chosen) else 1
+
+
+def program():
+    """The program, and all its tests."""
+    others = ("--exclude-regex", OTHER_TESTS)
+    return Subject(
+        name="mutation", folders=PRODUCT, library="database_migrator",
+        defined_in="CMakeLists.txt", targets=(), tests=others,
+        first_tests=lambda file: (*others, "--tests-regex", first_tests(file)), seconds=30,
+        survivors=HERE / "survivors.txt", mutants=all_mutants(ROOT),
+        used_tests=tuple(path for path in TESTS.iterdir() if path != HERE))
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(main(program(), __doc__, 500))

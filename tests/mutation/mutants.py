@@ -48,6 +48,8 @@ class Mutant:
 class Source:
     """A file, and all the faults that could be made in it."""
 
+    mutant = Mutant
+
     def __init__(self, file, text):
         self.file = file
         self.text = text
@@ -63,22 +65,29 @@ class Source:
                 self.strings.append(match)
         assert len(self.code) == len(self.text)
 
+    def faults(self):
+        """Kind, start, end and replacement of each."""
+        return (*self.texts(), *self.letter_cases(), *self.statements(), *self.lists(),
+                *self.operators(), *self.conditions(), *self.numbers(), *self.returns(),
+                *self.arguments())
+
+    def function_at(self, place):
+        """The name of the function that a place is in, empty before the first one."""
+        heads = re.findall(r"^[^\s#/}].*?([~\w]+)\(", self.code[:place], re.M)
+        return heads[-1] if heads else ""
+
     def mutants(self):
         found = []
-        for kind, start, end, replacement in (
-                *self.texts(), *self.letter_cases(), *self.statements(), *self.lists(),
-                *self.operators(), *self.conditions(), *self.numbers(), *self.returns(),
-                *self.arguments()):
-            heads = re.findall(r"^[^\s#/}].*?([~\w]+)\(", self.code[:start], re.M)
+        for kind, start, end, replacement in self.faults():
             first = self.text.rfind("\n", 0, start) + 1
             above = self.text[:first].rstrip().rpartition("\n")[2]
             last = self.text.find("\n", end - 1)
             before = self.text[first:last]
             after = self.text[first:start] + replacement + self.text[end:last]
             if before != after:
-                found.append(Mutant(self.file, kind, start, end, replacement,
-                                    heads[-1] if heads else "", one_line(before), one_line(after),
-                                    one_line(above)))
+                found.append(self.mutant(self.file, kind, start, end, replacement,
+                                         self.function_at(start), one_line(before),
+                                         one_line(after), one_line(above)))
         return found
 
     def texts(self):
@@ -223,9 +232,14 @@ def in_turns(lists):
 
 
 def all_mutants(root):
+    """All faults that could be made in the program, in such an order."""
+    return spread(sources(root))
+
+
+def spread(sources):
     """All faults, in an order in which the first N are spread over the files and the kinds."""
     files = []
-    for source in sources(root):
+    for source in sources:
         kinds = {}
         for mutant in source.mutants():
             kinds.setdefault(mutant.kind, []).append(mutant)

@@ -5,7 +5,7 @@ import json
 
 from copies import copies_of_steps
 from ledger import ON_BOARD_PORTS, all_steps, title_of
-from on_purpose import BACKWARD, DROPPED_IF_THERE, EVERY_RUN, FORWARD, ROWS, VALUES
+from on_purpose import BACKWARD, DROPPED_IF_THERE, EVERY_RUN, FORWARD, NEEDED, ROWS, VALUES
 from support.contents import compare
 from support.places import ROOT
 from support.versions import NEWEST
@@ -108,6 +108,7 @@ def table_of_losses():
     return {"format": FORMAT, "newest": NEWEST, "everyRun": EVERY_RUN, "versions": {
         str(version): {
             "title": titles[version],
+            "needs": sorted(NEEDED.get(version, ()), key=str.lower),
             FORWARD: entry_of(version, FORWARD, steps.forward, steps.forward_on_board),
             BACKWARD: entry_of(version, BACKWARD, steps.backward, steps.backward_on_board)}
         for version, steps in all_steps().items()}, "copies": copies_of_steps()}

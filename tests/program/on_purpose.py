@@ -161,3 +161,38 @@ EVERY_RUN = {
     "values": {"tableVersion": ["version", "MirelVersion"], "registrationInfo": ["partNumber"]},
     "scripts": ["refMachines.sql", "refProducts.sql"],
 }
+
+# The tables without which a version's step forward fails. A step that drops a table only if it is
+# there does not need it.
+NEEDED = {
+    2: ("MC_MachineConfig", "productControl_productSettings"),
+    3: ("ombrixMasterSettings",),
+    4: ("systemControl",),
+    5: ("MC_EquipmentSection",),
+    6: ("MC_EquipmentSectionGroup",),
+    7: ("FileTransferHistory", "IncomingFiles", "OutgoingFiles", "files", "systemFiles"),
+    8: ("userProfiles",),
+    10: ("boomCapacity",),
+    11: ("FileTransferHistory", "IncomingFiles", "OutgoingFiles"),
+    12: ("MC_EquipmentSection", "MC_EquipmentSectionGroup", "MC_MachineConfig",
+         "switchToSectionBridge"),
+    13: ("userProfiles",),
+    14: ("preferredGpsSolutions",),
+    15: ("MC_EquipmentSectionGroup",),
+    16: ("languages", "userProfiles"),
+    17: ("internalGpsReceiverSettings",),
+    18: ("JP_JobProfile",),
+    19: ("MC_MachineConfig",),
+    20: ("userProfiles",),
+    21: ("MC_Machine", "MC_MachineConfig", "preferredGpsSolutions", "serialDevices"),
+    22: ("farms", "fields", "growers"),
+    23: ("PC_Ingredient", "PC_IngredientToMixBridge", "PC_Mix", "productControl_userProfile"),
+    25: ("farms", "fields", "growers"),
+    26: ("supportedHarloReceiverSettings",),
+    27: ("PC_Ingredient", "PC_IngredientToMixBridge", "PC_Mix"),
+    28: ("VideoCaptureConfigurationSetup",),
+    30: ("systemControl",),
+    31: ("PC_Carrier", "PC_Mix", "PC_PlanterVariety"),
+    32: ("SM_Preferences", "files"),
+    33: ("systemControl",),
+}

@@ -103,13 +103,16 @@ class Trials:
         """How many walks of a kind ended equally; what differs in the others."""
         tried = [case for case in self.cases(library)
                  if case[0] == kind and self.answer(library, *case)]
-        found = self.different(library, kind).values()
-        text = f"{len(tried) - len(found)} of {len(tried)} equal"
+        different = self.different(library, kind).values()
+        found = [one for one in different if not trials.is_refused(one)]
+        refused = len(different) - len(found)
+        text = f"{len(tried) - len(different)} of {len(tried)} equal"
         failed = sorted({version for one in found for version in trials.failed_versions(one)})
         tables = sorted({"tableVersion" if name == "versions" else name
                          for one in found for name in one["differs"]})
         return "; ".join([
-            text, *([f"version {', '.join(map(str, failed))} fails"] if failed else []),
+            text, *([f"{refused} refused"] if refused else []),
+            *([f"version {', '.join(map(str, failed))} fails"] if failed else []),
             *([f"`{'`, `'.join(tables)}`"] if tables else [])])
 
 

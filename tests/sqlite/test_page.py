@@ -3,10 +3,11 @@
 import re
 
 import pytest
-from libraries import OPTIONS, PACKAGES
+from campaign import Trials
+from libraries import OPTIONS, PACKAGES, REFERENCE, Library
 from support.places import ROOT
 from support.versions import NEWEST
-from trials import PLANTED, difference, failed_versions, is_none
+from trials import GUARDED, PLANTED, difference, failed_versions, is_none
 from walks import expected_of_walk
 
 PAGE = (ROOT / "docs" / "sqlite.md").read_text(encoding="utf-8")
@@ -43,3 +44,24 @@ def test_difference_is_named(text, replacement, part, expected):
     found = difference(whole, whole.replace(text, replacement) if text else whole)
     assert (found[part], is_none(found)) == (expected, text == "")
     assert failed_versions(found) == ([16] if part == "missing" else [])
+
+
+class Answers:
+    """A campaign in which every walk has ended in the same way."""
+
+    def __init__(self, found):
+        self.found = found
+
+    def answer(self, _):
+        return self.found
+
+
+@pytest.mark.parametrize("status, text", [
+    pytest.param(0, "0 of 3 equal; version 16 fails; `tableVersion`", id="a walk that differs"),
+    pytest.param(3, "0 of 3 equal; 3 refused", id="a guard that changes nothing")])
+def test_what_the_guard_refuses_is_told_apart(status, text):
+    found = {"missing": ["Migration to version 16 was successful."], "added": [],
+             "differs": ["versions"], "status": status}
+    assert len(GUARDED) == 3
+    library = Library(REFERENCE, "SQLITE_DQS=0")
+    assert Trials(Answers(found)).figures(library, "guarded") == text

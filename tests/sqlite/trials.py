@@ -13,6 +13,7 @@ from walks import (as_departures, database_at, device_with, expected_of_walk, le
 GUARD = PROGRAM.parent / "guard" / "migration-guard"
 KNOWN_VERSIONS = PROGRAM.parent / "schema-versions.json"
 SECONDS = 300
+NOTHING_CHANGED = 3
 FORWARD = [(1, version, "TORVIK") for version in VERSIONS]
 GUARDED = [(1, NEWEST, "TORVIK"), (NEWEST, 1, "TORVIK"), (20, 26, "TORVIKMAX")]
 
@@ -104,6 +105,11 @@ def difference(expected, actual):
 def is_none(found):
     """True where a difference is none."""
     return not (found["missing"] or found["added"] or found["differs"])
+
+
+def is_refused(found):
+    """True where the guard has changed nothing."""
+    return found.get("status") == NOTHING_CHANGED
 
 
 def failed_versions(found):

@@ -2,6 +2,12 @@
 
 guard/schema-versions.json says what is on purpose, docs/schema-versions.md has the rules. This
 judges the slow and simple way, row by row.
+
+tests/verdict/count.py is a second one, because the questions are two. This one asks whether the
+file tells the truth about the program, also what a step leaves that it should have taken: no
+verdict says that. It needs devices in good order. The other one asks whether the guard's verdict is
+right, by the rules of docs/findings.md, with the log and the scripts, and on damaged devices too.
+Neither uses the other or the guard, so one mistake does not hide in both.
 """
 
 import collections

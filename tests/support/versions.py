@@ -5,8 +5,15 @@ import re
 from support.places import DATA, ROOT
 
 ROW = re.compile(r"^\s*\{(\d+), &M::updateToVersion\d+,", re.MULTILINE)
+
+
+def newest_of(registry):
+    """The newest version of a registry's source."""
+    return max(map(int, ROW.findall(registry.read_text(encoding="utf-8"))))
+
+
 # Tests, campaigns and benchmarks all take the newest version from here.
-NEWEST = max(map(int, ROW.findall((ROOT / "app" / "registry.cpp").read_text(encoding="utf-8"))))
+NEWEST = newest_of(ROOT / "app" / "registry.cpp")
 VERSIONS = range(1, NEWEST + 1)
 
 

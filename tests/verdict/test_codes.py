@@ -6,85 +6,8 @@ import sqlite3
 from contextlib import closing
 
 import pytest
-from runs_to_judge import VERSIONS_FILE, Judge
-from support.places import scratch_directory
-
-VERSION = ("CREATE TABLE tableVersion "
-           "(tableName TEXT PRIMARY KEY, version INTEGER, MirelVersion TEXT);")
-FIELDS = ("CREATE TABLE fields (id INTEGER PRIMARY KEY, displayName TEXT, area REAL);"
-          "INSERT INTO fields VALUES (1, 'North', 1.5), (2, 'South', 2.5), (3, 'Südhang', 3.5);")
-OPENING = "\n*****Beginning database migration from version: {} to version: {}\n"
-CLOSING = "\n*****Updating version in DB to: {} with software version: 4.2.0\n"
-
-# A table of versions of its own: 2 takes rows, 3 values, 4 a column, 5 a table; 6 renames; 7 takes
-# what may be missing, 8 may give any value.
-TABLE = {
-    "format": 1, "newest": 9,
-    "everyRun": {
-        "rows": [{"table": "orphans", "rows": "parent NOT IN (SELECT id FROM parents)"}],
-        "names": {"fields": "displayName"},
-        "values": {"tableVersion": ["version", "MirelVersion"]}},
-    "versions": {
-        "2": {"forward": {"fields": {"rows": "area < 2"}}, "backward": {}},
-        "3": {"forward": {"FIELDS": {"values": {"Area": {"becomes": "round(area)"}}}},
-              "backward": {"fields": {"values": {"area": {"becomes": "area", "within": 0.1}}}}},
-        "4": {"forward": {"fields": {"columnsDropped": ["area"]}}, "backward": {}},
-        "5": {"forward": {"fields": {"dropped": True}}, "backward": {}},
-        "6": {"forward": {"fields": {"renamed": "plots", "columnsRenamed": {"area": "size"}}},
-              "backward": {"plots": {"renamed": "fields"}}},
-        "7": {"forward": {"systemFiles": {"dropped": True}}, "backward": {}},
-        "8": {"forward": {"fields": {"values": {"area": {"any": "id = 2"}}}}, "backward": {}}}}
-
-
-def log_of(source, target, *lines, reached=None):
-    steps = [f"Migration to version {version} was successful.\n"
-             for version in range(source + 1, target + 1)]
-    return (OPENING.format(source, target) + "".join(lines or steps)
-            + CLOSING.format(reached or target))
-
-
-class Bench:
-    def __init__(self, folder, judge):
-        self.folder, self.judge = folder, judge
-        self.request = {}
-
-    def verdict(self, before, after, source=1, target=1, log=None, reached=None, table=None,
-                scripts=(), **others):
-        """before, after: statements; after=None repeats those of before."""
-        paths = {}
-        for name, statements in (("before", before), ("after", before if after is None
-                                                      else after)):
-            paths[name] = self.folder / f"{name}.sqlite"
-            paths[name].unlink(missing_ok=True)
-            if isinstance(statements, bytes):
-                paths[name].write_bytes(statements)
-                continue
-            with closing(sqlite3.connect(paths[name])) as database:
-                database.executescript(VERSION + statements)
-        for name, content in (("log", log or log_of(source, target)),
-                              ("versions", json.dumps(table or TABLE))):
-            paths[name] = self.folder / name
-            paths[name].write_text(content, encoding="utf-8")
-        places = []
-        for number, script in enumerate(scripts):
-            places.append(str(self.folder / f"script{number}"))
-            (self.folder / f"script{number}").write_text(script, encoding="utf-8")
-        self.request = {
-            **{name: str(path) for name, path in paths.items()}, "from": source,
-            "to": target if reached is None else reached, "target": target,
-            "platform": "TORVIK", "scratch": str(self.folder), "scripts": places, **others}
-        return self.judge.verdict(self.request)
-
-    def findings(self, *arguments, **options):
-        return [(finding["code"], finding["onPurpose"], finding["numbers"].get("rows"),
-                 finding["before"], finding["counts"])
-                for finding in self.verdict(*arguments, **options)["findings"]]
-
-
-@pytest.fixture(scope="module")
-def bench():
-    with scratch_directory() as folder, Judge() as judge:
-        yield Bench(folder, judge)
+from bench import FIELDS, TABLE, log_of
+from runs_to_judge import VERSIONS_FILE
 
 
 def test_a_run_with_nothing_to_say(bench):
@@ -103,6 +26,26 @@ def test_rows_lost(bench):
     assert verdict["tables"] == [{
         "table": "fields", "rowsBefore": 3, "rowsAfter": 2, "rowsGone": 1, "rowsNew": 0}]
     assert verdict["lines"] == ["1 row of fields was lost: look at before-migration.sqlite"]
+
+
+def test_what_is_not_kept_cannot_be_looked_at(bench):
+    """Every sentence that names the kept database is another one without it."""
+    before = (FIELDS + "CREATE TABLE gone (a); CREATE TABLE other (a, b);"
+              "INSERT INTO other VALUES (1, 2);")
+    after = FIELDS + ("DELETE FROM fields WHERE id = 3; UPDATE fields SET area = 7;"
+                      "CREATE TABLE other (a); INSERT INTO other VALUES (1);")
+    bench.verdict(before, None)
+    sound = (bench.folder / "before.sqlite").read_bytes()
+    page = sound.rfind("Südhang".encode()) // 4096 * 4096
+    without_a_row = sound[:page + 3] + b"\0\2" + sound[page + 5:]
+    for other, number in ((after, 4), (without_a_row, 2),
+                          (sound[:page] + b"\7" + sound[page + 1:], 2),
+                          (sound[:100] + b"\7" + sound[101:], 1)):
+        kept = bench.verdict(sound, other)["lines"]
+        assert [line.endswith(": look at before-migration.sqlite") for line in kept] == (
+            [True] * number)
+        assert bench.verdict(sound, other, notKept=True)["lines"] == [
+            line.partition(": look")[0] for line in kept]
 
 
 def test_rows_that_a_version_takes_and_one_more(bench):
@@ -206,6 +149,19 @@ def test_damaged(bench):
             bench.findings(sound, broken)][0] == ("damaged", False, True)
     worse = broken.replace(b"North", b"Worth")
     assert ("damaged", None, None, True, False) in bench.findings(broken, worse)
+
+
+def test_pages_that_nothing_uses_are_no_damage(bench):
+    """SQLite looks for them only when its own list of tables does not begin with a view."""
+    hidden = FIELDS + ("CREATE TABLE forgotten (a); PRAGMA writable_schema = ON;"
+                       "DELETE FROM sqlite_schema WHERE name = 'forgotten';"
+                       "PRAGMA writable_schema = OFF;")
+    assert bench.findings(hidden + "CREATE VIEW v AS SELECT 1;", hidden) == []
+    checks = []
+    for name in ("before", "after"):
+        with closing(sqlite3.connect(bench.folder / f"{name}.sqlite")) as database:
+            checks.append(database.execute("PRAGMA quick_check").fetchone()[0])
+    assert checks[0] == "ok" and checks[1].endswith(" is never used")
 
 
 def test_unreadable(bench):
@@ -334,23 +290,52 @@ def test_target_missed(bench):
     (6, 7, ["\n"], {7: False}),
 ], ids=str)
 def test_step_failed(bench, source, target, lines, failed):
-    """failed: the versions, and whether they count."""
+    """failed: the versions, and whether they count. Of the tables that steps need systemFiles is
+    missing."""
     table = json.loads(VERSIONS_FILE.read_text(encoding="utf-8"))
-    found = bench.verdict(FIELDS, None, source=source, target=target, table=table,
+    needed = {name for entry in table["versions"].values() for name in entry["needs"]}
+    before = "".join(f"CREATE TABLE {name} (a);" for name in needed - {"systemFiles"})
+    found = bench.verdict(before, None, source=source, target=target, table=table,
                           log=log_of(source, target, *lines))["findings"]
     assert {finding["object"]: finding["counts"] for finding in found
             if finding["kind"] == "step-failed"} == {str(version): counts for version, counts
                                                      in failed.items()}
 
 
-def test_what_a_step_needs_may_be_made_by_an_earlier_one(bench):
-    """20 fails although 12 has made what 19 takes: nothing was missing before."""
+@pytest.mark.parametrize("there, seventeen, failed", [
+    pytest.param("internalGpsReceiverSettings", "was successful.", {26: True},
+                 id="17 has made what 26 needs"),
+    pytest.param("serialDevices", "FAILED!", {17: False, 26: False}, id="17 could not make it"),
+    pytest.param("internalGpsReceiverSettings", "FAILED!", {17: True, 26: True},
+                 id="17 has failed for another reason"),
+    pytest.param("supportedHarloReceiverSettings", "FAILED!", {17: False, 26: True},
+                 id="it was there before")])
+def test_what_a_step_needs_may_be_made_by_an_earlier_one(bench, there, seventeen, failed):
     table = json.loads(VERSIONS_FILE.read_text(encoding="utf-8"))
-    before = "CREATE TABLE switchToSectionBridge (a);"
-    found = bench.findings(before, None, source=11, target=19, table=table, log=log_of(
-        11, 19, *(f"Migration to version {version} was successful.\n"
-                  for version in range(12, 19)), "Migration to version 19 FAILED!\n"))
-    assert ("step-failed:19", None, None, False, True) in found
+    lines = {version: "was successful." for version in range(17, 27)}
+    lines.update({17: seventeen, 26: "FAILED!"})
+    # The other steps have what they need.
+    table["versions"] = {version: {**entry, "needs": entry["needs"] if version in ("17", "26")
+                                   else []} for version, entry in table["versions"].items()}
+    found = bench.findings(f"CREATE TABLE {there} (a);", None, source=16, target=26, table=table,
+                           log=log_of(16, 26, *(f"Migration to version {version} {end}\n"
+                                                for version, end in lines.items())))
+    assert {code: counts for code, _, _, _, counts in found if code.startswith("step-")} == {
+        f"step-failed:{version}": counts for version, counts in failed.items()}
+
+
+@pytest.mark.parametrize("version", [12, 13, 19])
+def test_a_table_that_is_only_dropped_if_it_is_there_is_no_excuse(bench, version):
+    """Such a step that fails has found something else."""
+    table = json.loads(VERSIONS_FILE.read_text(encoding="utf-8"))
+    needed = table["versions"][str(version)]["needs"]
+    dropped = [name for name, taken in table["versions"][str(version)]["forward"].items()
+               if taken.get("dropped") and name not in needed]
+    assert dropped
+    before = "".join(f"CREATE TABLE {name} (a);" for name in needed)
+    assert ("step-failed:" + str(version), None, None, False, True) in bench.findings(
+        before, None, source=version - 1, target=version, table=table,
+        log=log_of(version - 1, version, f"Migration to version {version} FAILED!\n"))
 
 
 def test_reapplied(bench):

@@ -56,8 +56,10 @@ QJsonObject answer(const QJsonObject &request)
     if (!differences.readError.isEmpty()) {
         return {{"readError", differences.readError}};
     }
-    const Verdict verdict =
-        judge(run, differences, VersionTable(request.value("versions").toString()));
+    Verdict verdict = judge(run, differences, VersionTable(request.value("versions").toString()));
+    if (!request.value("notKept").toBool()) {
+        verdict.noteKept();
+    }
     QJsonObject json = verdict.toJson(!request.value("withoutRows").toBool());
     json.insert("differs", !differences.isEmpty());
     json.insert("lackedRoom", verdict.lackedRoom);

@@ -1,0 +1,203 @@
+"""What the hooks of update engines call, and what they make of the guard's exit status."""
+
+import json
+import shutil
+import subprocess
+
+import pytest
+import systems
+from systems import APPLICATION, ENGINES, NEWEST, OLD_VERSION
+
+TOOLS = ("cp", "jq", "mktemp", "rm", "rmdir", "sed")
+GUARD = '#!/bin/sh\necho "$@" >>/data/calls\nexit "$(cat /data/status)"\n'
+# The new system, which stays at /mnt, seems to be on a device.
+MOUNT = '#!/bin/sh\necho "mount $*" >>/data/calls\n[ ! -e /data/broken ] && cp -r /mnt/. "$4"\n'
+UMOUNT = '#!/bin/sh\necho "umount" >>/data/calls\nrm -r "$1"/*\n'
+PRINTENV = '#!/bin/sh\necho "$1=$(cat /data/part)"\n'
+CONFIGURATION = (ENGINES / "mender" / "mender.conf").read_text()
+
+
+@pytest.fixture(scope="module")
+def root(folder):
+    system = systems.System(folder / "system-of-hooks", OLD_VERSION, TOOLS)
+    (system.root / "etc/mender").mkdir()
+    (system.root / "etc/mender/mender.conf").write_text(CONFIGURATION)
+    return system.root
+
+
+class Place:
+    """A running system and a new one at /mnt, with a guard that only says how it was called."""
+
+    def __init__(self, folder, root):
+        self.root, self.data = root, folder / "data"
+        self.running, self.new = folder / "application", folder / "new"
+        self.stubs = folder / "stubs"
+        for path in (self.data / "databases", self.running, self.new / APPLICATION, self.stubs):
+            path.mkdir(parents=True)
+        for application, version in ((self.running, OLD_VERSION),
+                                     (self.new / APPLICATION, NEWEST)):
+            shutil.copy2(ENGINES / "update-check", application)
+            (application / "schemaversion.txt").write_text(f"{version}\n")
+            self.script(application / "migration-guard", GUARD)
+        (self.running / "databases").symlink_to("/data/databases")
+        for name, text in (("mount", MOUNT), ("umount", UMOUNT), ("fw_printenv", PRINTENV)):
+            self.script(self.stubs / name, text)
+        (self.data / "part").write_text("2")
+
+    def script(self, path, text):
+        path.write_text(text)
+        path.chmod(0o755)
+
+    def run(self, *command, guard=0, variables=()):
+        """Runs a command of the running system; returns its status and what it has printed.
+
+        guard: the status with which the guard ends
+        """
+        (self.data / "status").write_text(str(guard))
+        options = [option for variable in variables for option in ("--setenv", *variable)]
+        result = subprocess.run(
+            ["bwrap", "--die-with-parent", "--unshare-pid", "--clearenv",
+             "--setenv", "PATH", "/tmp/stubs:/usr/bin", *options,
+             "--ro-bind", self.root, "/", "--ro-bind", self.running, f"/{APPLICATION}",
+             "--ro-bind", self.new, "/mnt", "--bind", self.data, "/data",
+             "--ro-bind", ENGINES, "/opt", "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp",
+             "--ro-bind", self.stubs, "/tmp/stubs", "--", *command],
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+        return result.returncode, result.stdout
+
+    def calls(self):
+        file = self.data / "calls"
+        return file.read_text().splitlines() if file.exists() else []
+
+
+@pytest.fixture
+def place(tmp_path, root):
+    return Place(tmp_path, root)
+
+
+INSTALL = (f"/mnt/{APPLICATION}/update-check", "install", "/mnt")
+START = (f"/{APPLICATION}/update-check", "start")
+RETURN = (f"/{APPLICATION}/update-check", "return", "/mnt")
+
+
+@pytest.mark.parametrize("command, call", [
+    pytest.param(INSTALL, f"rehearse --root /mnt {NEWEST}", id="install"),
+    pytest.param(START, "run --strict", id="start"),
+    pytest.param(RETURN, f"run --strict {NEWEST}", id="return"),
+])
+@pytest.mark.parametrize("guard, status", [(0, 0), (1, 1), (2, 4), (3, 3), (4, 4), (127, 127)])
+def test_status_of_the_guard(place, command, call, guard, status):
+    assert place.run(*command, guard=guard)[0] == status
+    assert place.calls() == [call]
+
+
+def test_accepted_findings_are_those_of_the_new_system(place):
+    (place.new / APPLICATION / "accepted-findings").write_text("rows-lost:growers\n\ndamaged\n")
+    assert place.run(*INSTALL)[0] == 0
+    (place.running / "accepted-findings").write_text("rows-lost:farms")
+    assert place.run(*START)[0] == 0
+    assert place.run(*RETURN)[0] == 0
+    assert place.calls() == [
+        f"rehearse --root /mnt --accept rows-lost:growers --accept damaged {NEWEST}",
+        "run --strict --accept rows-lost:farms", f"run --strict {NEWEST}"]
+
+
+@pytest.mark.parametrize("version, status", [
+    pytest.param(None, 4, id="no word about them"),
+    pytest.param(OLD_VERSION, 4, id="they have another version"),
+    pytest.param(NEWEST, 0, id="they have the same version"),
+])
+def test_update_of_a_system_without_a_guard(place, version, status):
+    (place.running / "migration-guard").unlink()
+    if version:
+        (place.new / APPLICATION / "version-without-guard").write_text(f"{version}\n")
+    assert place.run(*INSTALL)[0] == status
+    assert place.calls() == []
+
+
+@pytest.mark.parametrize("arguments", [(), ("install",), ("start", "/mnt"), ("return",), ("x",)])
+def test_wrong_call_is_refused(place, arguments):
+    status, output = place.run(START[0], *arguments)
+    assert (status, output.startswith("update-check: usage:")) == (4, True)
+    assert place.calls() == []
+
+
+@pytest.mark.parametrize("guard, status, output", [
+    (0, 0, ""), (3, 3, "the update could not be rehearsed: try again later\n"),
+    (4, 4, "this update is not for the database of this device\n"),
+    (137, 137, "the update could not be rehearsed: try again later\n")])
+def test_hook_of_a_rauc_bundle(place, guard, status, output):
+    assert place.run("/opt/rauc/hook", "slot-post-install", guard=guard, variables=[
+        ("RAUC_SLOT_MOUNT_POINT", "/mnt")]) == (status, output)
+    assert place.calls() == [f"rehearse --root /mnt {NEWEST}"]
+
+
+def test_hook_of_a_rauc_bundle_knows_no_other_call(place):
+    assert place.run("/opt/rauc/hook", "x") == (1, "unknown hook: x\n")
+
+
+MENDER_INSTALL = "/opt/mender/ArtifactInstall_Enter_50_rehearse"
+MENDER_COMMIT = "/opt/mender/ArtifactCommit_Enter_50_database"
+
+
+@pytest.mark.parametrize("guard, status", [(0, 0), (1, 21), (2, 1), (3, 21), (4, 1), (137, 21)])
+@pytest.mark.parametrize("running, new", [("2", "/dev/mmcblk0p3"), ("3", "/dev/mmcblk0p2")])
+def test_mender_rehearses_in_the_other_partition(place, running, new, guard, status):
+    (place.data / "part").write_text(running)
+    assert place.run(MENDER_INSTALL, guard=guard)[0] == status
+    mounted, rehearsed, unmounted = place.calls()
+    path = mounted.split()[-1]
+    assert mounted == f"mount -o ro {new} {path}"
+    assert (rehearsed, unmounted) == (f"rehearse --root {path} {NEWEST}", "umount")
+
+
+def test_mender_tries_later_when_the_new_system_cannot_be_mounted(place):
+    (place.data / "broken").touch()
+    assert place.run(MENDER_INSTALL)[0] == 21
+
+
+def test_mender_tries_later_when_the_boot_loader_does_not_answer(place):
+    place.script(place.stubs / "fw_printenv", "#!/bin/sh\nexit 1\n")
+    assert place.run(MENDER_INSTALL)[0] == 21
+    assert place.calls() == []
+
+
+@pytest.mark.parametrize("guard, status", [(0, 0), (1, 21), (2, 1), (3, 21), (137, 21)])
+def test_mender_commits_what_the_guard_finds_good(place, guard, status):
+    assert place.run(MENDER_COMMIT, guard=guard)[0] == status
+    assert place.calls() == ["run --strict"]
+
+
+def run_of(status, **more):
+    return {"command": "run", "from": 30, "to": 34, "target": 34, "way": "guarded",
+            "changed": True, "status": status, "software": {"guard": "1.0.0", "program": 34},
+            "measured": {}, **more}
+
+
+def test_inventory_has_the_ends_of_runs_and_what_counts(place):
+    findings = [{"code": "rows-lost:growers", "counts": True}, {"code": "damaged", "counts": True},
+                {"code": "reapplied:30", "counts": False}]
+    (place.data / "databases" / "lastMigration.json").write_text(json.dumps({
+        "format": 1, "lastRun": run_of(0),
+        "lastChange": run_of(4, reason="rows-lost", verdict={"findings": findings})}))
+    assert place.run("/opt/mender/mender-inventory-migration") == (0, """\
+last_run_from=30
+last_run_to=34
+last_run_target=34
+last_run_way=guarded
+last_run_status=0
+last_migration_from=30
+last_migration_to=34
+last_migration_target=34
+last_migration_way=guarded
+last_migration_status=4
+last_migration_reason=rows-lost
+last_migration_finding=rows-lost:growers
+last_migration_finding=damaged
+migration_software_guard=1.0.0
+migration_software_program=34
+""")
+
+
+def test_inventory_of_a_new_device_is_empty(place):
+    assert place.run("/opt/mender/mender-inventory-migration") == (0, "")

@@ -1,0 +1,129 @@
+#!/usr/bin/python3
+"""Makes single faults in the guard's judgement, and tells which of them the tests do not notice.
+
+    verdict_campaign.py [--minutes M] [--mutants N]
+
+It does what campaign.py does, in build/verdict_mutation/, for guard/verdict/. Besides the faults of
+mutants.py it exchanges before and after, adds one to what is counted, and leaves findings out. Here
+too answers are kept. verdict_survivors.txt lists the faults that make no difference, and why.
+"""
+
+import random
+import re
+import sys
+
+from campaign import HERE, Subject, main
+from mutants import Mutant, Source, in_turns
+from support.places import ROOT, TESTS
+
+FOLDER = "guard/verdict"
+FIRST_TESTS = "^verdict_test_(codes|verdicts|details)$"
+# What the guard does with a verdict, and the mending, which reads the same table of versions.
+ALL_TESTS = "^(verdict_.*|guard_test_(verdict|last_migration|direct|refusals|mending))$"
+# The head of a function, or of a method inside its class.
+HEAD = re.compile(r"^(?:    )?(?!return|if|for|while|else|switch|struct|class)"
+                  r"[\w~][^\n;{}=()]*?([~\w]+)\([^;{}]*\)[^;{}]*\{$", re.MULTILINE)
+# A block with one of these reports something.
+REPORTING = re.compile(r"\b(add|addUnreadable|note|finding)\(|\b(findings|found) (<<|\+=) ")
+LONGEST_BLOCK = 600
+
+
+class MutantOfJudgement(Mutant):
+    def key(self):
+        """Without the file: a function may move."""
+        return FOLDER, *super().key()[1:]
+
+
+class Judgement(Source):
+    """A source of the judgement."""
+
+    mutant = MutantOfJudgement
+
+    def faults(self):
+        # Few orders of statements make a difference where almost everything only reads.
+        return (*(fault for fault in super().faults() if fault[0] != "statements swapped"),
+                *self.exchanges(), *self.counts(), *self.missing_findings())
+
+    def letter_cases(self):
+        """Not of the list of words, which takes a table's name in any letter case."""
+        for fault in super().letter_cases():
+            line = self.text[self.text.rfind("\n", 0, fault[1]) + 1:]
+            if not re.match(r' +\{"\w+", "[\w -]+"\},\n', line):
+                yield fault
+
+    def function_at(self, place):
+        heads = HEAD.findall(self.code[:place])
+        return heads[-1] if heads else ""
+
+    def exchanges(self):
+        """Before instead of after, and the other way round, where both names are in use."""
+        names = {*re.findall(r"\w+", self.text)}
+        for match in re.finditer(r"\b\w*([Bb]efore|[Aa]fter)\w*\b", self.text):
+            start, end = match.span(1)
+            in_text = self.code[start] == "_"
+            if self.code[start] != self.text[start] and not in_text:
+                continue  # in a comment
+            line = self.text[self.text.rfind("\n", 0, start) + 1:start]
+            if "#include" in line or self.text[match.start() - 1] == "&":
+                continue  # a parameter has to have its name
+            other = {"before": "after", "Before": "After", "after": "before",
+                     "After": "Before"}[match[1]]
+            name = self.text[match.start():start] + other + self.text[end:match.end()]
+            if name in names:
+                yield "before and after", start, end, other
+
+    def counts(self):
+        """One more of what is counted."""
+        for match in re.finditer(r"^ +\+\+([^;]+);", self.code, re.MULTILINE):
+            counted = self.text[match.start(1):match.end(1)]
+            yield "count", match.end(1) - len(counted) - 2, match.end(1), f"{counted} += 2"
+        for match in re.finditer(r" \+= (countsRows|sqlite3_column_int\([^;]*\));", self.code):
+            yield "count", match.end() - 1, match.end() - 1, " + 1"
+        for match in re.finditer(r"\.insert\(\"_+\", ([^;]+)\);", self.code):
+            value = self.text[match.start(1):match.end(1)]
+            if value.startswith(("count", "numbers.")):
+                yield "count", match.end(1), match.end(1), " + 1"
+
+    def missing_findings(self):
+        """A condition is never true, or a loop never runs, so that something is not reported."""
+        for match in re.finditer(r"^( *)(?:\} else )?(if|while) \((.*)\) \{$", self.code,
+                                 re.MULTILINE):
+            end = self.code.find(f"\n{match[1]}}}", match.end())
+            block = self.code[match.end():end]
+            if len(block) < LONGEST_BLOCK and REPORTING.search(block):
+                yield "finding missing", match.start(3), match.end(3), "false"
+
+
+def sources():
+    return [Judgement(str(path.relative_to(ROOT)), path.read_text(encoding="utf-8"))
+            for path in sorted((ROOT / FOLDER).glob("*.cpp"))]
+
+
+def all_mutants(sources):
+    """All faults, in an order in which the first N are spread over the kinds, and in each kind over
+    the files."""
+    kinds = {}
+    for source in sources:
+        for mutant in source.mutants():
+            kinds.setdefault(mutant.kind, {}).setdefault(mutant.file, []).append(mutant)
+    for files in kinds.values():
+        for file, mutants in files.items():
+            random.Random(file).shuffle(mutants)
+    return in_turns([in_turns(files.values()) for files in kinds.values()])
+
+
+def verdict():
+    """The guard's judgement, and the tests of what it says."""
+    return Subject(
+        name="verdict_mutation", folders=(FOLDER,), library="migration_guard",
+        defined_in="guard/CMakeLists.txt",
+        targets=("verdict_of", "fork_server", "database-migrator", "migration-guard", "mend",
+                 "sqlite_without_texts", "fault_shim", "fatal_moments"),
+        tests=("--tests-regex", ALL_TESTS),
+        first_tests=lambda file: ("--tests-regex", FIRST_TESTS), seconds=60,
+        survivors=HERE / "verdict_survivors.txt", mutants=all_mutants(sources()),
+        used_tests=(TESTS / "verdict", TESTS / "guard", TESTS / "support", TESTS / "fuzz"))
+
+
+if __name__ == "__main__":
+    sys.exit(main(verdict(), __doc__, 250))
