@@ -112,6 +112,16 @@ def test_it_predicts_the_run(pair, version, target, mode):
     assert done.status == 0
 
 
+def test_a_log_with_bytes_that_are_no_text(pair):
+    device, out = pair
+    device.install(33)
+    (device.app / "refProducts.sql").write_bytes(b"'a \r \xff \xe2\x80\xae b\n")
+    done, _ = rehearse_into(device, out, NEWEST)
+    run = device.run("run", NEWEST)
+    assert predicted(done) == ended(device, run)
+    assert "unrecognized token" in done.report["log"]
+
+
 LEFT = [pytest.param("-journal", "delete", id="a journal that has to be rolled back"),
         pytest.param("-wal", "wal", id="a write-ahead log that was not brought in")]
 
