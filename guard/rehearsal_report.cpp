@@ -155,6 +155,9 @@ QStringList lines(const Rehearsal &rehearsal, bool named)
     if (named) {
         return {printable(rehearsal.database) + ": " + lines.first()};
     }
+    if (!rehearsal.assumed.isEmpty()) {
+        lines << "assumed: " + rehearsal.assumed.join(", ");
+    }
     return lines;
 }
 } // namespace rehearsalReport

@@ -14,6 +14,6 @@ QJsonObject toJson(const Rehearsal &rehearsal, bool withRows);
 
 /// @param named whether the database is named: there are several
 /// @return a line on how the run would end; for one database also a sentence for every finding that
-/// counts
+/// counts, and what was assumed
 QStringList lines(const Rehearsal &rehearsal, bool named);
 } // namespace rehearsalReport

@@ -226,7 +226,7 @@ bool RehearsedDevice::placeDatabases()
     m_paths.databaseEntry = entry;
     if (isThisDevice && m_device.databases.isEmpty()) {
         // The program finds no directory there either.
-        m_paths.view.root = m_root.arguments();
+        m_paths.view.root = rootOptions();
         return true;
     }
     const QString databases = staged("databases");
@@ -249,8 +249,20 @@ bool RehearsedDevice::placeDatabases()
     }
     m_paths.view.databases = resolved(m_application + "/databases");
     m_root.place(m_paths.view.databases, databases, ProgramRoot::Access::Writable);
-    m_paths.view.root = m_root.arguments();
+    m_paths.view.root = rootOptions();
     return true;
+}
+
+QStringList RehearsedDevice::rootOptions() const
+{
+    QStringList options = m_root.arguments();
+    if (m_options.root != "/") {
+        // They lead to libraries of this system.
+        for (const char *variable : {"LD_LIBRARY_PATH", "LD_PRELOAD", "QT_PLUGIN_PATH"}) {
+            options += {"--unsetenv", variable};
+        }
+    }
+    return options;
 }
 
 /// Copies what is there in the place of the database.
@@ -261,7 +273,7 @@ bool RehearsedDevice::copyDatabase(const QString &entry)
     if (!m_options.database.isEmpty() && !file.exists()) {
         return fail("no-database", "there is no such file");
     }
-    if (!file.exists() || file.isDir()) {
+    if (!file.exists() || file.isDir() || (file.isSymLink() && !file.isFile())) {
         copyWhatIsNoFile(entry, copy);
         return true;
     }

@@ -61,6 +61,7 @@ private:
     bool placePool();
     bool placeDatabases();
     bool copyDatabase(const QString &entry);
+    QStringList rootOptions() const;
 
     QString resolved(const QString &path) const;
     QString outside(const QString &path) const;

@@ -2,24 +2,30 @@
 
 import itertools
 import os
+import signal
 import sqlite3
 import subprocess
 import sys
 import threading
+import time
 from contextlib import closing, contextmanager
 
 import pytest
-from conftest import leave
+from conftest import SECONDS, leave
+from processes import (
+    descendants, guards_of, left_over, name_of, output_ends, parent_of_orphans)
 from rehearsals import Untouched, rehearse
 from support.versions import NEWEST
 
-ROUNDS = 150 if "CAMPAIGN" in os.environ else 6
+ROUNDS = 150 if "CAMPAIGN" in os.environ else 2
 # Two tables that every transaction changes by the same number.
 NUMBERS = "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 400) "
 PAIR = "".join(
     f"CREATE TABLE {table} (a INTEGER PRIMARY KEY, b);"
     f"INSERT INTO {table} {NUMBERS} SELECT i, zeroblob(800) FROM n;"
     for table in ("left_side", "right_side"))
+# Reading it takes longer than a transaction does.
+BALLAST = "CREATE TABLE ballast AS SELECT zeroblob(30000000) AS a;"
 # A program of its own: this one loses its locks when it reads the file.
 HOLDER = """
 import sqlite3, sys
@@ -84,7 +90,7 @@ class Writer:
 
 @pytest.mark.parametrize("mode", ["delete", "truncate", "persist", "wal"])
 def test_a_copy_is_whole_while_others_write(device, mode):
-    device.install(33, PAIR, mode="wal" if mode == "wal" else "delete")
+    device.install(33, PAIR + BALLAST, mode="wal" if mode == "wal" else "delete")
     with Writer(device.database, mode) as writer:
         for number in range(ROUNDS):
             before = writer.commits
@@ -178,3 +184,21 @@ def test_the_help_names_it_as_others_do(device):
     run = device.run("--help")
     assert "a dry run" in run.stdout
     assert "migration-guard rehearse TARGET" in run.stdout
+
+
+@pytest.mark.parametrize("staging", [(), ("--staging", "/app/work")], ids=["memory", "disk"])
+def test_nothing_runs_on_when_it_is_killed(device, staging):
+    device.install(33)
+    (device.app / "work").mkdir()
+    device.replace_program("sleep 1000")
+    with parent_of_orphans():
+        process = device.start("rehearse", NEWEST, *staging)
+        end = time.monotonic() + SECONDS
+        while "sleep" not in map(name_of, descendants(process.pid)):
+            assert time.monotonic() < end
+            time.sleep(0.01)
+        [guard, *_] = guards_of(process)
+        os.kill(guard, signal.SIGKILL)
+        assert output_ends(process)
+        process.wait(SECONDS)
+        assert left_over() == []

@@ -101,8 +101,10 @@ def test_nothing_of_the_farm_without_rows(tmp_path):
 
 def test_what_is_given_and_what_is_assumed(tmp_path):
     path = make(tmp_path / "a.sqlite", 24)
-    report = rehearse_here(25, path).report
+    done = rehearse_here(25, path)
+    report = done.report
     assert report["assumed"] == ["referenceData", "platform", "softwareVersion", "registration"]
+    assert "assumed: referenceData, platform, softwareVersion, registration" in done.errors
     assert report["given"] == {"platform": "TORVIK", "softwareVersion": ""}
     result = tmp_path / "result.sqlite"
     report = rehearse_here(

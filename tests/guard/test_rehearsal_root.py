@@ -1,7 +1,9 @@
 """The program of another root file system is rehearsed on this device's database."""
 
 import json
+import os
 import shutil
+import subprocess
 
 import pytest
 from conftest import KNOWN_VERSIONS, PROGRAM, TOOLS, contents
@@ -146,3 +148,33 @@ def test_no_other_root(device):
     device.install(33)
     run = device.run("rehearse", NEWEST, "--root", "/nowhere")
     assert (run.returncode, run.stdout) == (2, "")
+
+
+@pytest.mark.skipif("CAMPAIGN" not in os.environ, reason="makes a whole Debian")
+def test_a_debian_with_a_newer_program(device, tmp_path):
+    """This device's program knows versions up to 30, and its libraries are another system's."""
+    if os.geteuid() != 0:
+        pytest.skip("debootstrap needs root")
+    debian = tmp_path / "debian"
+    subprocess.run(
+        ["debootstrap", "--variant=minbase",
+         "--include=libqt5core5a,libqt5sql5,libqt5sql5-sqlite,libqt5xml5", "bookworm", debian],
+        check=True, stdout=subprocess.DEVNULL)
+    app = debian / "opt" / "fieldcomputer"
+    (app / "quillmoor").mkdir(parents=True)
+    (app / "databases").symlink_to("/data/databases")
+    (app / "quillmoor" / "softwareversion.txt").write_text("9.9.9\n")
+    for file in (PROGRAM, KNOWN_VERSIONS):
+        shutil.copy2(file, app)
+    device.install(30)
+    known = json.loads(KNOWN_VERSIONS.read_text())
+    known["newest"] = 30
+    (device.app / "schema-versions.json").write_text(json.dumps(known))
+    assert device.run("run", 30).returncode == 0
+    before = Untouched(device.root)
+    done = rehearse(device, NEWEST, "/app/databases/my.db.sqlite", "--root", "/other",
+                    "--app-dir", "/opt/fieldcomputer", options=f"--ro-bind {debian} /other")
+    before.check()
+    report = done.report
+    assert (done.status, report["from"], report["to"]) == (0, 30, NEWEST), done.errors
+    assert report["given"]["softwareVersion"] == "9.9.9"
