@@ -4,6 +4,7 @@
 #include <QCommandLineParser>
 
 const char *const insideOption = "inside";
+const char *const onlyOption = "only";
 
 namespace
 {
@@ -14,6 +15,11 @@ const char *const description =
     "  migration-guard run [TARGET]\n"
     "      Migrates to schema version TARGET. Without TARGET the version is read\n"
     "      from schemaversion.txt in the application directory.\n"
+    "  migration-guard rehearse TARGET [DATABASE...]\n"
+    "      Tells how a run to TARGET would end, and what it would do (others call it\n"
+    "      a dry run). Changes nothing: a copy is migrated. Without DATABASE it is\n"
+    "      this device's own, with everything as it is here. A named DATABASE needs\n"
+    "      no device; what is neither given nor here is assumed.\n"
     "  migration-guard status\n"
     "      Shows the recorded version, the newest version that the program knows,\n"
     "      the kept database of before, the last run, and the last run that changed\n"
@@ -22,7 +28,8 @@ const char *const description =
     "      Brings the kept database of before back. A second restore brings back\n"
     "      what the first one has replaced.\n"
     "\n"
-    "Exit status:\n"
+    "Exit status; that of rehearse is what the run would end with, the largest one\n"
+    "of several databases:\n"
     "  0  The target is reached, nothing to look at.\n"
     "  2  The call is wrong. Nothing was started.\n"
     "  3  Nothing changed: the database is as it was. With the reason\n"
@@ -30,6 +37,20 @@ const char *const description =
     "  4  The database changed, but look at it.\n"
     "Any other status: the guard itself was ended. Unless the program was running\n"
     "without a copy, the database is the old one or the new one.";
+
+const char *const jsonFileOption = "json-file";
+
+/// An option has a value or it has none; --json may have one.
+QStringList withJsonFile(QStringList arguments)
+{
+    const QString json = "--json=";
+    for (QString &argument : arguments) {
+        if (argument.startsWith(json)) {
+            argument = QString("--") + jsonFileOption + '=' + argument.mid(json.size());
+        }
+    }
+    return arguments;
+}
 
 CommandLine wrong(CommandLine line, const QString &error)
 {
@@ -55,55 +76,77 @@ CommandLine parseCommandLine(const QStringList &arguments)
     const QCommandLineOption wait(
         "wait",
         QString(
-            "Run, restore: waits at most SECONDS for other programs that hold a lock, all waits "
+            "Run, rehearse, restore: waits at most SECONDS for other programs that hold a lock, all waits "
             "together. Without this option %1.")
             .arg(limits::waitSeconds),
         "SECONDS",
         QString::number(limits::waitSeconds));
     const QCommandLineOption strict(
         "strict",
-        "Run: where the run would end with 4, or there is no database, changes nothing and ends "
+        "Run, rehearse: where the run would end with 4, or there is no database, changes nothing and ends "
         "with 3.");
     const QCommandLineOption fallBack(
         "fall-back",
         "Run: where the database is newer than the program, brings the kept database of before back "
         "if the program knows its version, and keeps the newer one in its place. Not with --strict.");
-    const QCommandLineOption json("json", "Status: prints JSON.");
+    const QCommandLineOption json(
+        "json",
+        "Status, rehearse: prints JSON. Rehearse: --json=FILE writes it to FILE; several databases "
+        "have a line each.");
+    const QCommandLineOption withoutRows(
+        "without-rows",
+        "Rehearse: leaves out names, keys and contents of rows, the log and paths: a report that may "
+        "leave the farm.");
+    const QCommandLineOption root(
+        "root",
+        "Rehearse: the program, its libraries and its reference data are those of another root file "
+        "system, mounted at DIR. The application directory is at the same path there.",
+        "DIR");
+    const QCommandLineOption program("program", "Rehearse: the program is FILE.", "FILE");
+    const QCommandLineOption platform("platform", "Rehearse: the platform has this NAME.", "NAME");
+    const QCommandLineOption softwareVersion(
+        "software-version", "Rehearse: the device software has this VERSION.", "VERSION");
+    const QCommandLineOption registration(
+        "registration", "Rehearse: FILE is the registration file.", "FILE");
+    const QCommandLineOption referenceData(
+        "reference-data", "Rehearse: the reference-data scripts are in DIR.", "DIR");
+    const QCommandLineOption result(
+        "result", "Rehearse: writes the migrated copy to FILE. For one database.", "FILE");
+    const QCommandLineOption jobs(
+        "jobs", "Rehearse: works on N databases at once. Without this option one.", "N", "1");
+    QCommandLineOption jsonFile(jsonFileOption, QString(), "FILE");
+    jsonFile.setFlags(QCommandLineOption::HiddenFromHelp);
+    QCommandLineOption only(onlyOption, QString(), "NUMBER");
+    only.setFlags(QCommandLineOption::HiddenFromHelp);
     const QCommandLineOption exitCode(
         "exit-code", "Status: ends with the status of the last run, or with 3 without one.");
     const QCommandLineOption mend(
         "mend",
-        "Run: puts right in the copy what runs without the guard have left when they were cut: copies "
+        "Run, rehearse: puts right in the copy what runs without the guard have left when they were cut: copies "
         "of tables. Without this option they are only reported.");
     const QCommandLineOption noBackup("no-backup", "Run: does not keep the database of before.");
     const QCommandLineOption accept(
         "accept",
-        "Run: a finding with exactly this code is reported but does not count. May be repeated.",
+        "Run, rehearse: a finding with exactly this code is reported but does not count. May be repeated.",
         "CODE");
-    const QCommandLineOption staging("staging", "Run: the copy is in DIR, not in memory.", "DIR");
+    const QCommandLineOption staging(
+        "staging", "Run, rehearse: the copy is in DIR, not in memory.", "DIR");
     const QCommandLineOption dryRun("dry-run", "Restore: only prints what would change.");
     QCommandLineOption inside(insideOption, QString(), "PLACE");
     inside.setFlags(QCommandLineOption::HiddenFromHelp);
-    parser.addOptions(
-        {help,
-         version,
-         application,
-         wait,
-         strict,
-         accept,
-         fallBack,
-         mend,
-         noBackup,
-         staging,
-         json,
-         exitCode,
-         dryRun,
-         inside});
-    parser.addPositionalArgument("command", "run, status or restore.");
-    parser.addPositionalArgument("TARGET", "Run: the schema version to go to.", "[TARGET]");
+    parser.addOptions({help,         version,       application, wait,    strict,   accept,
+                       fallBack,     mend,          noBackup,    staging, json,     exitCode,
+                       dryRun,       withoutRows,   root,        program, platform, softwareVersion,
+                       registration, referenceData, result,      jobs,    jsonFile, only,
+                       inside});
+    parser.addPositionalArgument("command", "run, rehearse, status or restore.");
+    parser.addPositionalArgument(
+        "TARGET", "Run, rehearse: the schema version to go to.", "[TARGET]");
+    parser.addPositionalArgument(
+        "DATABASE", "Rehearse: a database of another device.", "[DATABASE...]");
 
     CommandLine line;
-    const bool understood = parser.parse(arguments);
+    const bool understood = parser.parse(withJsonFile(arguments));
     line.help = parser.helpText();
     if (!understood) {
         return wrong(line, parser.errorText());
@@ -125,6 +168,18 @@ CommandLine parseCommandLine(const QStringList &arguments)
         allowed << wait << strict << accept << fallBack << mend << noBackup << staging << inside;
         line.hasTarget = !words.isEmpty();
         line.target = words.isEmpty() ? QString() : words.takeFirst();
+    } else if (command == "rehearse") {
+        line.command = CommandLine::Command::Rehearse;
+        allowed << wait << strict << accept << mend << staging << json << jsonFile << withoutRows
+                << root << program << platform << softwareVersion << registration << referenceData
+                << result << jobs << only << inside;
+        if (words.isEmpty()) {
+            return wrong(line, "rehearse needs a schema version.");
+        }
+        line.hasTarget = true;
+        line.target = words.takeFirst();
+        line.rehearsal.databases = words;
+        words.clear();
     } else if (command == "status") {
         line.command = CommandLine::Command::Status;
         allowed << json << exitCode;
@@ -169,10 +224,41 @@ CommandLine parseCommandLine(const QStringList &arguments)
         }
         line.acceptedCodes << code.toUtf8();
     }
+    for (const QCommandLineOption &path :
+         {root, program, registration, referenceData, result, jsonFile}) {
+        if (parser.isSet(path) && parser.value(path).isEmpty()) {
+            return wrong(line, "--" + path.names().first() + " has no name.");
+        }
+    }
+    RehearsalLine &rehearsal = line.rehearsal;
+    if (parser.isSet(platform)) {
+        rehearsal.platform = parser.value(platform);
+    }
+    if (parser.isSet(softwareVersion)) {
+        rehearsal.softwareVersion = parser.value(softwareVersion);
+    }
+    rehearsal.registration = parser.value(registration);
+    rehearsal.referenceData = parser.value(referenceData);
+    rehearsal.program = parser.value(program);
+    rehearsal.root = parser.value(root);
+    rehearsal.resultFile = parser.value(result);
+    rehearsal.jsonFile = parser.value(jsonFile);
+    rehearsal.withRows = !parser.isSet(withoutRows);
+    rehearsal.only = parser.isSet(only) ? parser.value(only).toInt() : -1;
+    rehearsal.jobs = parser.value(jobs).toInt();
+    if (rehearsal.jobs < 1) {
+        return wrong(line, "Not a number of jobs: " + parser.value(jobs));
+    }
+    if (!rehearsal.resultFile.isEmpty() && rehearsal.databases.size() > 1) {
+        return wrong(line, "--result is for one database.");
+    }
+    if (!rehearsal.root.isEmpty() && !rehearsal.program.isEmpty()) {
+        return wrong(line, "--root has a program, --program is another one.");
+    }
     line.keepDatabase = !parser.isSet(noBackup);
     line.fallBack = parser.isSet(fallBack);
     line.mend = parser.isSet(mend);
-    line.json = parser.isSet(json);
+    line.json = parser.isSet(json) || parser.isSet(jsonFile);
     line.tellsStatus = parser.isSet(exitCode);
     line.dryRun = parser.isSet(dryRun);
     line.inside = parser.value(inside);

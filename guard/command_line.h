@@ -4,14 +4,32 @@
 #include <QString>
 #include <QStringList>
 
+#include <optional>
+
+/// What is rehearsed: the options of `rehearse` alone.
+struct RehearsalLine {
+    QStringList databases; ///< empty for this device's own
+    std::optional<QString> platform;
+    std::optional<QString> softwareVersion;
+    QString registration; ///< this and the next ones are paths, empty for what is there
+    QString referenceData;
+    QString program;
+    QString root;
+    QString resultFile; ///< empty for none
+    QString jsonFile;   ///< empty for standard output
+    bool withRows = true;
+    int jobs = 1;
+    int only = -1; ///< of a process for one of several databases: which one
+};
+
 /// What the caller wants.
 struct CommandLine {
-    enum class Command { Run, Status, Restore, ShowVersion, ShowHelp, Wrong };
+    enum class Command { Run, Rehearse, Status, Restore, ShowVersion, ShowHelp, Wrong };
 
     Command command = Command::Wrong;
     QString error;  ///< what is wrong with the call
     QString help;   ///< the text of --help
-    QString target; ///< of `run`, empty to take schemaversion.txt
+    QString target; ///< of `run` and `rehearse`, empty to take schemaversion.txt
     bool hasTarget = false;
     QString applicationDirectory; ///< empty for the guard's own
     QString stagingDirectory;     ///< empty for none
@@ -21,10 +39,11 @@ struct CommandLine {
     bool fallBack = false;
     bool mend = false;
     bool dryRun = false;
-    bool json = false;        ///< of `status`
+    bool json = false;        ///< of `status` and `rehearse`
     bool tellsStatus = false; ///< of `status`: end with the status of the last run
     QString inside; ///< where the guard has started itself again: "memory", "disk", empty for not
     int waitSeconds = 0;
+    RehearsalLine rehearsal;
 };
 
 /// @param arguments the whole command line, the program's name first
@@ -32,3 +51,6 @@ CommandLine parseCommandLine(const QStringList &arguments);
 
 /// The hidden option of a guard that was started by itself, with the place as its value.
 extern const char *const insideOption;
+
+/// The hidden option of a process that rehearses one of several databases, with its number from 0.
+extern const char *const onlyOption;

@@ -6,12 +6,12 @@
 const char *const databaseName = "my.db.sqlite";
 const char *const logName = "sqlMigrationErrorLog.txt";
 
-namespace
-{
 const char *const programName = "database-migrator";
 const char *const poolPath = "/usr/bin/harlo/pool";
 const char *const platformPath = "/etc/harlo/platform";
 
+namespace
+{
 QString existingDirectory(const QString &path)
 {
     const QFileInfo directory(path);
@@ -29,10 +29,19 @@ DevicePaths::DevicePaths(const QString &application)
         directory = QFileInfo(program).absolutePath();
     }
     knownVersions = directory + "/schema-versions.json";
+    references = directory;
     pool = existingDirectory(poolPath);
     platform = platformPath;
-    databases = existingDirectory(directory + "/databases");
     databaseEntry = directory + "/databases/" + databaseName;
+    placeDatabases(existingDirectory(directory + "/databases"));
+    view.program = program;
+    view.databases = databases;
+    view.pool = pool;
+}
+
+void DevicePaths::placeDatabases(const QString &directory)
+{
+    databases = directory;
     if (databases.isEmpty()) {
         return;
     }

@@ -40,7 +40,7 @@ RecordedVersion versionOf(const QString &database)
     real.open();
     return recordedVersion(real.connection());
 }
-/// @return the names, folded; nothing when they cannot be read
+
 std::optional<QSet<QByteArray>> tablesOf(const QString &database)
 {
     if (!QFileInfo(database).isFile()) {
@@ -49,12 +49,7 @@ std::optional<QSet<QByteArray>> tablesOf(const QString &database)
     WaitBudget noWaiting(0);
     RealDatabase real(database, noWaiting);
     real.open();
-    SqliteStatement names(real.connection(), "SELECT name FROM sqlite_schema WHERE type = 'table'");
-    QSet<QByteArray> tables;
-    while (names.step()) {
-        tables << folded(names.text(0));
-    }
-    return names.result() == SQLITE_DONE ? std::optional<QSet<QByteArray>>(tables) : std::nullopt;
+    return tableNames(real.connection());
 }
 } // namespace
 

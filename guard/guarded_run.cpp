@@ -198,17 +198,23 @@ Next GuardedTry::accept(const Staging &staging, const QByteArray &log)
     if (!record.to.isKnown) {
         return endUnchanged("comparison-failed", "the version after cannot be read");
     }
-    const Verdict verdict = judgeResult(
-        m_task.device,
-        m_task.options,
-        record,
-        {given, staging.database(), staging.temporary(), log, m_mending.mendings},
-        doneByProgram);
+    const StagedResult result = {
+        given,
+        staging.database(),
+        staging.temporary(),
+        log,
+        m_mending.mendings,
+        m_end.mostTaken.value_or(0)};
+    const Verdict verdict =
+        judgeResult(m_task.device, m_task.options, record, result, doneByProgram);
     record.measured.endPart("comparison");
     record.measured.noteBytes("after", QFileInfo(staging.database()).size());
     record.measured.noteBytes("log", log.size());
     if (verdict.lackedRoom) {
         return withoutStaging("for the verdict");
+    }
+    if (m_task.options.seeResult) {
+        m_task.options.seeResult(result);
     }
     if (differences.isEmpty()) {
         // As with the program, a log that cannot be written is no failure.

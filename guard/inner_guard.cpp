@@ -1,10 +1,9 @@
 #include "guard/inner_guard.h"
 #include "guard/bubblewrap.h"
 #include "guard/output_relay.h"
+#include "guard/root_directory.h"
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QFileInfo>
 
 #include <csignal>
 #include <fcntl.h>
@@ -19,22 +18,10 @@ namespace
 {
 const int endedBySignal = 128;
 
-/// A root directory in memory with everything of the real one in it: a new directory can be made
-/// there, which the real one could not have without a change on the disk.
-QStringList rootInMemory(qint64 size)
+/// The root directory with everything of the real one in it, and a file system in memory.
+QStringList rootWithMemory(qint64 size)
 {
-    QStringList arguments = {"--tmpfs", "/"};
-    const QFileInfoList entries =
-        QDir("/").entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
-    for (const QFileInfo &entry : entries) {
-        const QString path = entry.filePath();
-        if (entry.isSymLink()) {
-            // Also a broken link; QFileInfo would resolve a relative one.
-            arguments += {"--symlink", QFile::symLinkTarget(path), path};
-        } else if (path != memory) {
-            arguments += {"--dev-bind", path, path};
-        }
-    }
+    QStringList arguments = rootDirectory::inMemory("/", "--dev-bind", memory);
     // Bubblewrap itself, started again inside, asks for it.
     arguments += {"--dir", "/tmp"};
     arguments += {"--perms", "0700", "--size", QString::number(size), "--tmpfs", memory};
@@ -71,16 +58,8 @@ Bubblewrap::End runOnce(const QStringList &arguments)
     return end;
 }
 
-void endNow(int signal)
+std::optional<int> runIn(const QStringList &root, const QStringList &arguments)
 {
-    _exit(endedBySignal + signal);
-}
-} // namespace
-
-std::optional<int> run(std::optional<qint64> memorySize, const QStringList &arguments)
-{
-    const QStringList root =
-        memorySize ? rootInMemory(*memorySize) : QStringList{"--dev-bind", "/", "/"};
     const QStringList command =
         QStringList{"--", QCoreApplication::applicationFilePath()} + arguments;
     // An ordinary user cannot mount /proc where parts of it are hidden, as in a container.
@@ -91,6 +70,34 @@ std::optional<int> run(std::optional<qint64> memorySize, const QStringList &argu
         }
     }
     return std::nullopt;
+}
+
+void endNow(int signal)
+{
+    _exit(endedBySignal + signal);
+}
+} // namespace
+
+std::optional<int> run(std::optional<qint64> memorySize, const QStringList &arguments)
+{
+    return runIn(
+        memorySize ? rootWithMemory(*memorySize) : QStringList{"--dev-bind", "/", "/"}, arguments);
+}
+
+std::optional<int> runReadOnly(const Place &place, const QStringList &arguments)
+{
+    QStringList root = rootDirectory::inMemory("/", "--ro-bind", memory);
+    // Bubblewrap, started again inside, writes in /proc.
+    root += {"--dir", "/tmp", "--dev-bind", "/dev", "/dev", "--dev-bind", "/proc", "/proc"};
+    // No device, but memory with files of anybody.
+    root += {"--ro-bind-try", "/dev/shm", "/dev/shm"};
+    if (place.memorySize) {
+        const QString size = QString::number(*place.memorySize);
+        root += {"--perms", "0700", "--size", size, "--tmpfs", memory};
+    } else {
+        root += {"--bind", place.directory, memory};
+    }
+    return runIn(root + place.binds, arguments);
 }
 
 bool endWithOuterGuard()

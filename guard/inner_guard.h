@@ -20,6 +20,17 @@ extern const char *const memory;
 /// @return the exit status of that run, nothing when it could not be started
 std::optional<int> run(std::optional<qint64> memorySize, const QStringList &arguments);
 
+/// A place where nothing of the system can be written, not even the time at which a file was read.
+struct Place {
+    std::optional<qint64> memorySize; ///< of the file system in memory; nothing: it is on the disk
+    QString directory;                ///< takes its place then
+    QStringList binds;                ///< bubblewrap's options for what may be written besides
+};
+
+/// Runs this program again in such a place.
+/// @return the exit status of that run, nothing when it could not be started
+std::optional<int> runReadOnly(const Place &place, const QStringList &arguments);
+
 /// Lets the inner guard end when the outer one has ended.
 /// @return false when it has ended already
 bool endWithOuterGuard();

@@ -18,6 +18,13 @@ constexpr int stagedCopies = 2;
 /// The same with mending: what the program has done is judged against the mended copy.
 constexpr int stagedCopiesWithMending = 3;
 
+/// What a rehearsal holds besides what a run stages: the device's copy, the kept database, the database
+/// of before, which the way back is compared with, and one to try mending on.
+constexpr int rehearsedCopies = 4;
+
+/// Where a rehearsal had too little room in memory it has so many times more at the next try.
+constexpr qint64 rehearsalRoomFactor = 4;
+
 /// The most that a walk was measured to add to the staged files at any moment, in hundredths of the
 /// database's size, rounded up (bench/guard.py): 20 on databases of farms, 220 where a single table
 /// that is rebuilt is the whole database.
@@ -104,8 +111,14 @@ constexpr int recordedEntries = 1000;
 /// The longest reference-data script that is read, in bytes: the verdict looks for names in it.
 constexpr qint64 largestScript = 16 * mebibyte;
 
+/// The longest log of a direct run that a rehearsal reads, in bytes: a walk writes a few kB.
+constexpr qint64 largestLog = 64 * mebibyte;
+
 /// The longest platform file that is read, in bytes.
 constexpr qint64 largestPlatform = 4 * kibibyte;
+
+/// How often a rehearsal copies a database that somebody is writing to.
+constexpr int mostRawCopies = 5;
 
 /// How often a database that somebody is writing to is copied for a look at it.
 constexpr int mostSnapshots = 10;

@@ -7,6 +7,7 @@
 #include "guard/limits.h"
 #include "guard/messages.h"
 #include "guard/migration.h"
+#include "guard/rehearsal_command.h"
 #include "guard/restoration.h"
 #include "guard/sizing.h"
 #include "guard/status_report.h"
@@ -135,6 +136,20 @@ int run(const QString &application, const DevicePaths &device, const CommandLine
     return exitStatus(record.status);
 }
 
+int rehearseRun(const QString &application, const CommandLine &line)
+{
+    const std::optional<int> target = parseTarget(line.target.toUtf8());
+    if (!target) {
+        tell("not a schema version: " + line.target);
+        return exitStatus(Status::WrongCall);
+    }
+    if (!line.stagingDirectory.isEmpty() && !QFileInfo(line.stagingDirectory).isDir()) {
+        tell("no directory for staging: " + line.stagingDirectory);
+        return exitStatus(Status::WrongCall);
+    }
+    return rehearseAsAsked(line, application, *target);
+}
+
 int showStatus(const DevicePaths &device, const CommandLine &line)
 {
     const StatusReport report(device);
@@ -175,6 +190,8 @@ int main(int argc, char **argv)
     switch (line.command) {
     case CommandLine::Command::Run:
         return run(application, device, line);
+    case CommandLine::Command::Rehearse:
+        return rehearseRun(application, line);
     case CommandLine::Command::Status:
         return showStatus(device, line);
     case CommandLine::Command::Restore:

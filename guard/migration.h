@@ -6,6 +6,10 @@
 #include <QByteArrayList>
 #include <QString>
 
+#include <functional>
+
+struct StagedResult;
+
 /// What the caller asks of a run.
 struct MigrationOptions {
     int target = 0;
@@ -18,6 +22,9 @@ struct MigrationOptions {
     bool noNamespaces = false; ///< bubblewrap was tried, and could not make a place for a program
     QString memoryStaging;     ///< an empty directory in memory that is this run's own, or empty
     QString stagingParent;     ///< a directory that the caller named for staging, or empty
+
+    /// Called with a result that was judged, as long as it is staged.
+    std::function<void(const StagedResult &)> seeResult;
 };
 
 /// Migrates the device's database in one transaction, or not at all.

@@ -13,19 +13,42 @@ namespace
 {
 const char *const temporaryDirectory = "/temporary";
 
-QStringList sandboxArguments(const DevicePaths &device, const Staging &staging, int target)
+/// The program dies with this process.
+QStringList inView(const ProgramView &view, const QStringList &binds, int target)
+{
+    return QStringList{"--die-with-parent"} + view.root + binds +
+           QStringList{"--", view.program, QString::number(target)};
+}
+
+QStringList stagedBinds(const ProgramView &view, const Staging &staging)
 {
     // Inside, the staged directory is at the real one's place, and so is its part for temporary
     // files.
-    const QString temporary = device.databases + temporaryDirectory;
-    QStringList arguments = {"--die-with-parent", "--dev-bind", "/", "/"};
-    if (!device.pool.isEmpty()) {
-        arguments += {"--bind", staging.pool(), device.pool};
+    const QString temporary = view.databases + temporaryDirectory;
+    QStringList arguments;
+    if (!view.pool.isEmpty()) {
+        arguments += {"--bind", staging.pool(), view.pool};
     }
-    arguments += {"--bind", staging.databases(), device.databases};
+    arguments += {"--bind", staging.databases(), view.databases};
     arguments += {"--setenv", "TMPDIR", temporary, "--setenv", "SQLITE_TMPDIR", temporary};
-    arguments << "--" << device.program << QString::number(target);
     return arguments;
+}
+
+/// A run in a root of its own, on what is there in the place of the real database.
+ProgramRun runInView(const DevicePaths &device, int target, LogFollower &log)
+{
+    Bubblewrap sandbox;
+    const bool started = sandbox.start(inView(device.view, {}, target));
+    while (started && !sandbox.waitForEnd(limits::watchInterval)) {
+        log.readOn();
+    }
+    const Bubblewrap::End end = sandbox.end();
+    log.readOn();
+    if (!end.programStarted && !end.killed) {
+        return {ProgramRun::End::NeverStarted, QByteArray()};
+    }
+    const bool whole = end.exitCode == 0;
+    return {whole ? ProgramRun::End::Whole : ProgramRun::End::Broken, log.text()};
 }
 
 ProgramRun::End endOf(const Bubblewrap::End &end, const QByteArray &log)
@@ -44,7 +67,8 @@ ProgramRun runOnStaging(
     LogFollower log(staging.log());
     const qint64 freeAtStart = sizing::freeRoom(staging.directory());
     Bubblewrap sandbox;
-    if (!sandbox.start(sandboxArguments(device, staging, target))) {
+    const ProgramView &view = device.view;
+    if (!sandbox.start(inView(view, stagedBinds(view, staging), target))) {
         return {ProgramRun::End::NeverStarted, QByteArray()};
     }
     bool hadRoom = true;
@@ -73,6 +97,9 @@ ProgramRun runDirectly(const DevicePaths &device, int target)
 {
     LogFollower log(device.log);
     log.skipToEnd();
+    if (!device.view.isDevice) {
+        return runInView(device, target, log);
+    }
     ChildProcess program;
     ChildProcess::Options options;
     // Without the guard nobody would hold the lock for it.

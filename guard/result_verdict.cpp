@@ -3,8 +3,6 @@
 #include "guard/regular_file.h"
 #include "guard/verdict/run_steps.h"
 
-#include <QFileInfo>
-
 #include <algorithm>
 
 namespace
@@ -91,10 +89,9 @@ Verdict judgeResult(
     const QByteArray platform =
         readSmallFile(device.platform, limits::largestPlatform).value_or(QByteArray());
     run.platform = platform.left(platform.indexOf('\n'));
-    const QString besideProgram = QFileInfo(device.program).absolutePath() + '/';
     for (const QString &script : versions.everyRun().scripts) {
-        run.scripts
-            << readSmallFile(besideProgram + script, limits::largestScript).value_or(QByteArray());
+        run.scripts << readSmallFile(device.references + '/' + script, limits::largestScript)
+                           .value_or(QByteArray());
     }
     run.acceptedCodes = options.acceptedCodes;
     run.scratchDirectory = result.scratchDirectory;
@@ -107,6 +104,16 @@ Verdict judgeResult(
         }
     }
     return verdict;
+}
+
+std::optional<QSet<QByteArray>> tableNames(const SqliteConnection &connection)
+{
+    SqliteStatement names(connection, "SELECT name FROM sqlite_schema WHERE type = 'table'");
+    QSet<QByteArray> tables;
+    while (names.step()) {
+        tables << folded(names.text(0));
+    }
+    return names.result() == SQLITE_DONE ? std::optional<QSet<QByteArray>>(tables) : std::nullopt;
 }
 
 Verdict judgeDirectRun(

@@ -10,11 +10,12 @@
 
 /// What the program has made of the staged database.
 struct StagedResult {
-    QString before;           ///< the copy of the database that the program was given, at rest
-    QString after;            ///< what the program has made of it, at rest
-    QString scratchDirectory; ///< for the verdict's own copy
-    QByteArray log;           ///< what the program has logged
-    QVector<Mending> mendings = {}; ///< of the copy, before the program was given it
+    QString before;            ///< the copy of the database that the program was given, at rest
+    QString after;             ///< what the program has made of it, at rest
+    QString scratchDirectory;  ///< for the verdict's own copy
+    QByteArray log;            ///< what the program has logged
+    QVector<Mending> mendings; ///< of the copy, before the program was given it
+    qint64 mostTaken = 0;      ///< bytes that the program was seen to take in staging
 };
 
 /// Judges the result of a run on this device.
@@ -32,6 +33,9 @@ struct DirectResult {
     /// That there were before, folded; nothing when nobody could read them.
     std::optional<QSet<QByteArray>> tablesBefore;
 };
+
+/// @return the names of all tables, folded; nothing when they cannot be read
+std::optional<QSet<QByteArray>> tableNames(const SqliteConnection &connection);
 
 /// Judges a run of the program on the real database, of which there is nothing to compare: whether it
 /// has reached the target, and what its log says of the steps.

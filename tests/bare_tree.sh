@@ -3,7 +3,7 @@
 # installs two minimal systems into a scratch directory and clones the committed state of this tree
 # into the first one. There it runs a plain build of the program, ./demo.sh and ./test.sh, as root, and
 # makes the Debian packages; the second one installs, runs, upgrades, removes and purges them. It needs
-# root, debootstrap, git, the network, some 5 GB and a quarter of an hour. ./test.sh does not run it.
+# root, debootstrap, git, iproute2, the network, some 6 GB and a quarter of an hour. ./test.sh does not run it.
 #
 #   bare_tree.sh [--packages] [MIRROR]
 #
@@ -65,7 +65,9 @@ if [ -n "$everything" ]; then
     in_tree "$computer" "cd / && root/clone/test.sh"
 
     # Once more, without the network.
-    without=(unshare --net)
+    # Without a network a computer still has its own address, which the browser of a test needs.
+    # shellcheck disable=SC2016 # the inner shell expands it
+    without=(unshare --net bash -c 'ip link set lo up && exec "$@"' bash)
     in_tree "$computer" "/root/clone/demo.sh 1"
     in_tree "$computer" "/root/clone/test.sh"
     in_tree "$computer" "cd /root/clone && ./demo.sh --fresh 2"
@@ -84,7 +86,8 @@ in_tree "$computer" "apt-get -qq install --yes --no-install-recommends sqlite3 >
 application=/usr/lib/fieldcomputer
 mkdir -p "$device/data/databases" "$device/root/packages"
 cp "$computer/root/version_01.sqlite" "$device/data/databases/my.db.sqlite"
-cp "$computer"/root/clone/build/release/packages/*.deb "$device/root/packages"
+cp "$computer"/root/clone/build/release/packages/{database-migrator,migration-guard}_*.deb \
+    "$device/root/packages"
 in_tree "$device" "apt-get -qq update && cd /root/packages &&
     apt-get -qq install --yes --no-install-recommends \$(find -name '*.deb' ! -name '*-2_*')"
 in_tree "$device" "ln -s /data/databases $application/ &&

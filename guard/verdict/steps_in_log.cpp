@@ -87,16 +87,33 @@ public:
             if (line.startsWith(closingLine)) {
                 break;
             }
-            if (begun) {
+            if (begun && !line.startsWith(openingLine)) {
+                const QSet<int> failedBefore = m_steps.failed;
+                m_lines << line;
                 readLine(QString::fromUtf8(line.left(bytesLookedAt)));
+                keepLines(m_steps.failed - failedBefore, line);
             }
         }
+        const QSet<int> failedBefore = m_steps.failed;
         end();
+        keepLines(m_steps.failed - failedBefore, {});
         return m_steps;
     }
 
 private:
     bool isForward() const { return m_target > m_from; }
+
+    /// Keeps the lines since the last step for those that have failed with this line.
+    void keepLines(const QSet<int> &failed, const QByteArray &line)
+    {
+        for (const int version : failed) {
+            m_steps.linesOfFailed.insert(version, m_lines);
+        }
+        const bool endsStep = closing.match(QString::fromUtf8(line.left(bytesLookedAt))).hasMatch();
+        if (endsStep || !failed.isEmpty()) {
+            m_lines.clear();
+        }
+    }
 
     void readLine(const QString &line)
     {
@@ -219,6 +236,7 @@ private:
     int m_lastClosed;
     bool m_pending = false; ///< the toolkit has failed in a step that has not ended
     QSet<int> m_succeeded;
+    QByteArrayList m_lines; ///< of the step that has not ended
     const VersionTable &m_versions;
     StepsInLog m_steps;
 };

@@ -34,8 +34,8 @@ TEXT = """\
 
 For whoever decides whether devices are mended, and for whoever looks at one that was. A run of the
 program alone that is cut can leave a copy of a table beside it or in its place (docs/power-cut.md).
-Every later step on that table then fails. `migration-guard run --mend` puts that right in its copy of
-the database, before the program is given it (docs/guard.md, "Mending"). Made by
+Every later step on that table then fails. `migration-guard run --mend` puts that right in its copy
+of the database, before the program is given it (docs/guard.md, "Mending"). Made by
 `tests/faults/mending_campaign.py --document`.
 
 ## What is mended

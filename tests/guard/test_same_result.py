@@ -28,6 +28,9 @@ class RandomDevice(GuardedDevice):
     def __init__(self, root):
         self.root = root
         self.app = root / "app"
+        self.last = self.app / "databases" / "lastMigration.json"
+        self.database = root / DATABASE
+        self.log_file = root / LOG
 
     def fill(self, files):
         Device(self.root).fill(files)

@@ -120,7 +120,7 @@ def test_the_platform_decides_about_values(device):
                  ["Migration to version 25 was successful.", "Migration to version 26 FAILED!",
                   "Migration to version 27 was successful."],
                  [("step-failed:26", False)], id="one that lacks a table"),
-    pytest.param("", [f"Migration to version {version} was successful." for version in (25, 26, 27)],
+    pytest.param("", [f"Migration to version {number} was successful." for number in (25, 26, 27)],
                  [], id="none")])
 def test_of_a_direct_run_the_log_is_judged(device, extra, lines, found):
     device.install(24, extra)

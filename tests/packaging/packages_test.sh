@@ -19,7 +19,10 @@ expect() {
 }
 
 package() {
-    echo "$scratch/$1_${version}_$architecture.deb"
+    case $1 in
+        migration-report) echo "$scratch/$1_${version}_all.deb" ;;
+        *) echo "$scratch/$1_${version}_$architecture.deb" ;;
+    esac
 }
 
 files() {
@@ -37,7 +40,8 @@ cpack --config "$1/CPackConfig.cmake" -B "$scratch" >"$scratch/output" 2>&1 || {
 }
 expect "one package for each program, of the changelog's version" \
     "$(cd "$scratch" && echo ./*.deb)" \
-    "./database-migrator_${version}_$architecture.deb ./migration-guard_${version}_$architecture.deb"
+    "./database-migrator_${version}_$architecture.deb ./migration-guard_${version}_$architecture.deb \
+./migration-report_${version}_all.deb"
 
 expect "the files of the program" "$(files database-migrator)" \
     "-rwxr-xr-x root/root ./usr/lib/fieldcomputer/database-migrator
@@ -54,6 +58,17 @@ expect "the files of the guard" "$(files migration-guard)" \
 -rw-r--r-- root/root ./usr/share/doc/migration-guard/examples/sandbox.conf
 -rw-r--r-- root/root ./usr/share/doc/migration-guard/examples/schemaversion.txt
 -rw-r--r-- root/root ./usr/share/man/man8/migration-guard.8.gz"
+expect "the files of the report" "$(files migration-report)" \
+    "-rw-r--r-- root/root ./usr/share/doc/migration-report/changelog.gz
+-rw-r--r-- root/root ./usr/share/doc/migration-report/copyright
+-rw-r--r-- root/root ./usr/share/man/man1/migration-report.1.gz
+-rwxr-xr-x root/root ./usr/share/migration-report/migration_report.py
+-rw-r--r-- root/root ./usr/share/migration-report/page.html
+-rw-r--r-- root/root ./usr/share/migration-report/page.py
+-rw-r--r-- root/root ./usr/share/migration-report/reading.py
+-rw-r--r-- root/root ./usr/share/migration-report/style.css
+-rw-r--r-- root/root ./usr/share/migration-report/wording.py
+-rw-r--r-- root/root ./usr/share/migration-report/words.json"
 
 expect "what the program needs" "$(depends database-migrator)" \
     "libc6
@@ -71,20 +86,32 @@ libgcc-s1
 libqt5core5a
 libsqlite3-0
 libstdc++6"
+expect "what the report needs" "$(depends migration-report)" \
+    "python3
+python3-jinja2"
 
-for name in database-migrator migration-guard; do
+for page in database-migrator.8 migration-guard.8 migration-report.1; do
+    name=${page%.*}
     expect "$name: no script that could touch a database" \
-        "$(dpkg-deb --ctrl-tarfile "$(package $name)" | tar --list | sort)" "./control
+        "$(dpkg-deb --ctrl-tarfile "$(package "$name")" | tar --list | sort)" "./control
 ./md5sums"
     expect "$name: its man page, whole" \
-        "$(dpkg-deb --fsys-tarfile "$(package $name)" |
-            tar --extract --to-stdout "./usr/share/man/man8/$name.8.gz" | gzip --decompress)" \
-        "$(cat "$root/packaging/man/$name.8")"
+        "$(dpkg-deb --fsys-tarfile "$(package "$name")" |
+            tar --extract --to-stdout "./usr/share/man/man${page##*.}/$page.gz" | gzip --decompress)" \
+        "$(cat "$root/packaging/man/$page")"
 done
 expect "the example is the newest version" \
     "$(dpkg-deb --fsys-tarfile "$(package migration-guard)" |
         tar --extract --to-stdout ./usr/share/doc/migration-guard/examples/schemaversion.txt)" \
     "$(sed -n 's/^ *{\([0-9]\+\),.*/\1/p' "$root/app/registry.cpp" | tail -n 1)"
+
+dpkg-deb --extract "$(package migration-report)" "$scratch/service"
+echo '{"format": 1, "rehearsal": true, "status": 0, "from": 16, "to": 34}' >"$scratch/rehearsal.json"
+expect "the report of the package makes a page" \
+    "$("$scratch/service/usr/bin/migration-report" "$scratch/rehearsal.json" | grep '<h1')" \
+    "$("$root/report/migration_report.py" "$scratch/rehearsal.json" | grep '<h1')"
+expect "and leaves nothing where it is installed" \
+    "$(find "$scratch/service" -name __pycache__)" ""
 
 if [ -n "${CAMPAIGN:-}" ] || command -v lintian >/dev/null; then
     expect "lintian" "$(lintian --allow-root "$scratch"/*.deb 2>&1)" ""

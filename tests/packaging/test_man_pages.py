@@ -15,7 +15,8 @@ OPTION = re.compile(r"^  (-.*?)(?:  +(.*))?$")
 
 def section(name, title):
     """{term: text} of a section of a man page, without the fonts."""
-    page = (ROOT / "packaging" / "man" / f"{name}.8").read_text(encoding="utf-8")
+    page, = (ROOT / "packaging" / "man").glob(f"{name}.*")
+    page = page.read_text(encoding="utf-8")
     lines = re.search(rf"^\.SH {title}\n(.*?)(?=^\.SH|\Z)", page, re.DOTALL | re.MULTILINE)[1]
     entries = {}
     for entry in re.split(r"^\.PP$", lines, flags=re.MULTILINE)[0].split(".TP\n")[1:]:
@@ -71,6 +72,13 @@ def test_page_of_the_guard_has_the_commands_of_its_help_text(help_text):
 
 def test_page_of_the_guard_has_the_exit_statuses_of_its_help_text(help_text):
     assert section("migration-guard", "EXIT STATUS") == statuses_of(help_text)
+
+
+def test_page_of_the_report_has_what_its_help_text_says():
+    help_text = subprocess.run([ROOT / "report" / "migration_report.py", "--help"],
+                               capture_output=True, text=True, check=True).stdout
+    assert section("migration-report", "EXIT STATUS") == statuses_of(help_text)
+    assert section("migration-report", "OPTIONS")["FILE.json"] in " ".join(help_text.split())
 
 
 def test_page_of_the_program_has_the_files_that_the_builder_of_an_image_is_told():

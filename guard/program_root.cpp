@@ -1,0 +1,89 @@
+#include "guard/program_root.h"
+#include "guard/root_directory.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QSet>
+
+#include <algorithm>
+
+namespace
+{
+/// Where a directory that is made again has the one that it replaces.
+const char *const originalName = ".original";
+
+const char *const sharedMemory = "/dev/shm";
+} // namespace
+
+ProgramRoot::ProgramRoot(const QString &base) : m_base(base)
+{
+    // These belong to the running kernel.
+    for (const char *path : {"/dev", "/proc"}) {
+        m_places << Place{path, path, "--dev-bind"};
+    }
+    // No device, but memory with files of anybody.
+    m_places << Place{sharedMemory, sharedMemory, "--ro-bind-try"};
+}
+
+void ProgramRoot::place(const QString &inside, const QString &source, Access access)
+{
+    m_places << Place{inside, source, access == Access::Writable ? "--bind" : "--ro-bind"};
+}
+
+/// @return true for a place, and for a directory that one is in
+bool ProgramRoot::leadsToPlace(const QString &path) const
+{
+    return std::any_of(m_places.begin(), m_places.end(), [&](const Place &place) {
+        return place.inside == path || place.inside.startsWith(path + '/');
+    });
+}
+
+/// Bubblewrap can put something only where a directory or a file is already, or where it may make one.
+/// So the nearest directory of a missing place is made again in memory.
+/// @return options for it with everything that is in it; links cost less than mounts do
+QStringList ProgramRoot::remade(const QString &directory) const
+{
+    const QString real = rootDirectory::outside(m_base, directory);
+    const QString original = directory + '/' + originalName;
+    QStringList arguments = {"--tmpfs", directory, "--ro-bind", real, original};
+    const QStringList names =
+        QDir(real).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    for (const QString &name : names) {
+        const QString inside = directory + '/' + name;
+        if (leadsToPlace(inside)) {
+            // The program looks beside itself, wherever a link to it is.
+            arguments += {"--ro-bind", real + '/' + name, inside};
+        } else {
+            arguments += {"--symlink", QString(originalName) + '/' + name, inside};
+        }
+    }
+    return arguments;
+}
+
+QStringList ProgramRoot::arguments() const
+{
+    QSet<QString> lacking;
+    for (const Place &place : m_places) {
+        QString path = place.inside;
+        if (path == sharedMemory || QFileInfo::exists(rootDirectory::outside(m_base, path))) {
+            continue;
+        }
+        while (path != "/" && !QFileInfo::exists(rootDirectory::outside(m_base, path))) {
+            path = QFileInfo(path).path();
+        }
+        lacking << path;
+    }
+    QStringList arguments = lacking.remove("/")
+                                ? rootDirectory::inMemory(m_base, "--ro-bind", QString())
+                                : QStringList{"--ro-bind", m_base, "/"};
+    QStringList sorted = lacking.values();
+    // A directory comes before those in it.
+    std::sort(sorted.begin(), sorted.end());
+    for (const QString &directory : sorted) {
+        arguments += remade(directory);
+    }
+    for (const Place &place : m_places) {
+        arguments += {place.option, place.source, place.inside};
+    }
+    return arguments;
+}

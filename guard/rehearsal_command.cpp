@@ -1,0 +1,376 @@
+#include "guard/rehearsal_command.h"
+#include "guard/available_memory.h"
+#include "guard/bubblewrap.h"
+#include "guard/child_process.h"
+#include "guard/durable_file.h"
+#include "guard/inner_guard.h"
+#include "guard/limits.h"
+#include "guard/messages.h"
+#include "guard/rehearsal.h"
+#include "guard/rehearsal_report.h"
+#include "guard/sizing.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QTemporaryDir>
+
+#include <algorithm>
+#include <cstdio>
+#include <fcntl.h>
+#include <memory>
+#include <sys/mman.h>
+#include <vector>
+
+namespace
+{
+/// Where the inner guard finds the file for the result.
+const char *const resultPlace = "/.migration-guard-result";
+
+/// The exit status of an inner guard that had too little room. Nobody else sees it.
+constexpr int placeTooSmall = 5;
+
+int exitStatus(Status status)
+{
+    return static_cast<int>(status);
+}
+
+QString absolute(const QString &path)
+{
+    return path.isEmpty() ? path : QFileInfo(path).absoluteFilePath();
+}
+
+/// @return the database that this process is for, empty for this device's own
+QString databaseOf(const CommandLine &line)
+{
+    const QStringList &databases = line.rehearsal.databases;
+    return databases.isEmpty() ? QString()
+                               : absolute(databases.value(std::max(line.rehearsal.only, 0)));
+}
+
+RehearsalOptions optionsOf(const CommandLine &line, const QString &application, int target)
+{
+    const RehearsalLine &asked = line.rehearsal;
+    RehearsalOptions options;
+    options.target = target;
+    options.strict = line.strict;
+    options.mend = line.mend;
+    options.acceptedCodes = line.acceptedCodes;
+    options.place = innerGuard::memory;
+    options.resultFile = asked.resultFile.isEmpty() ? QString() : QString(resultPlace);
+    RehearsedDeviceOptions &device = options.device;
+    device.application = application;
+    device.root = asked.root.isEmpty() ? QString("/") : QFileInfo(asked.root).canonicalFilePath();
+    device.database = databaseOf(line);
+    device.platform = asked.platform;
+    device.softwareVersion = asked.softwareVersion;
+    device.registration = absolute(asked.registration);
+    device.referenceData = absolute(asked.referenceData);
+    device.program = absolute(asked.program);
+    device.waitSeconds = line.waitSeconds;
+    return options;
+}
+
+void print(const QByteArray &text)
+{
+    std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
+    std::fflush(stdout);
+}
+
+/// @return the exit status
+int report(const CommandLine &line, const Rehearsal &rehearsal)
+{
+    for (const QString &text : rehearsalReport::lines(rehearsal, line.rehearsal.only >= 0)) {
+        tell(text);
+    }
+    if (line.json) {
+        const QJsonObject json = rehearsalReport::toJson(rehearsal, line.rehearsal.withRows);
+        print(QJsonDocument(json).toJson(QJsonDocument::Compact) + '\n');
+    }
+    return exitStatus(rehearsal.record.status);
+}
+
+/// Reports a rehearsal that could not be made.
+int reportFailure(
+    const CommandLine &line, const QString &application, int target, const QString &reason,
+    const QString &detail = QString())
+{
+    Rehearsal rehearsal;
+    const QString named = databaseOf(line);
+    rehearsal.database = named.isEmpty() ? DevicePaths(application).databaseEntry : named;
+    rehearsal.record.target = target;
+    rehearsal.record.endUnchanged(reason, detail);
+    return report(line, rehearsal);
+}
+
+/// A file that gets its name when it is whole.
+class OutputFile
+{
+public:
+    explicit OutputFile(const QString &path)
+        : m_path(path), m_file(open(
+                            QFile::encodeName(unfinished()).constData(),
+                            O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600))
+    {
+    }
+    ~OutputFile()
+    {
+        if (m_file.isOpen()) {
+            QFile::remove(unfinished());
+        }
+    }
+    Q_DISABLE_COPY(OutputFile)
+
+    bool isOpen() const { return m_file.isOpen(); }
+    int descriptor() const { return m_file.get(); }
+    QString unfinished() const { return durable::unfinishedName(m_path); }
+
+    /// @return false when it is not there now
+    bool finish()
+    {
+        m_file.close();
+        return durable::rename(unfinished(), m_path) == 0;
+    }
+
+private:
+    QString m_path;
+    Descriptor m_file;
+};
+
+/// Lets standard output be a file.
+bool printInto(const OutputFile &file)
+{
+    return dup2(file.descriptor(), STDOUT_FILENO) == STDOUT_FILENO;
+}
+
+/// @return false only when the header of a database tells that it has none
+bool mayHaveWriteAheadLog(const QString &database)
+{
+    // Without this the system could note the time of the reading.
+    const Descriptor file(open(
+        QFile::encodeName(database).constData(),
+        O_RDONLY | O_NOATIME | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    const int formatAt = 18;
+    char format = 0;
+    return !file.isOpen() || pread(file.get(), &format, 1, formatAt) != 1 || format != 1;
+}
+
+/// @param mends whether the copy is mended
+/// @return the most bytes that a rehearsal takes
+qint64 neededRoom(const QString &database, bool mends)
+{
+    sizing::Database size;
+    size.fileBytes = QFileInfo(database).size();
+    size.bytes = size.fileBytes + QFileInfo(database + "-wal").size() +
+                 QFileInfo(database + "-journal").size();
+    size.hasWriteAheadLog = mayHaveWriteAheadLog(database);
+    return limits::rehearsedCopies * size.bytes + sizing::roomForCommit(size, 2 * size.bytes) +
+           sizing::stagingRoom(size, mends) + limits::mebibyte;
+}
+
+/// How an inner guard ended.
+enum class InnerEnd { Reported, LackedRoom, NotStarted };
+
+/// Tries one place.
+/// @param[out] status set with Reported
+InnerEnd rehearseIn(const innerGuard::Place &place, int *status)
+{
+    const QStringList arguments =
+        QStringList{QString("--") + insideOption, "place"} + QCoreApplication::arguments().mid(1);
+    const std::optional<int> end = innerGuard::runReadOnly(place, arguments);
+    if (!end) {
+        return InnerEnd::NotStarted;
+    }
+    *status = *end;
+    return *end == placeTooSmall ? InnerEnd::LackedRoom : InnerEnd::Reported;
+}
+
+/// Tries places in memory, then one on the disk.
+InnerEnd rehearseSomewhere(
+    const CommandLine &line, qint64 room, const QStringList &binds, int *status)
+{
+    innerGuard::Place place;
+    place.binds = binds;
+    InnerEnd end = InnerEnd::LackedRoom;
+    if (line.stagingDirectory.isEmpty()) {
+        // A write-ahead log can have grown meanwhile.
+        for (const qint64 size : {room, limits::rehearsalRoomFactor * room}) {
+            place.memorySize = size;
+            if (end == InnerEnd::LackedRoom &&
+                availableMemory() >= size + limits::memoryForProcesses) {
+                end = rehearseIn(place, status);
+            }
+        }
+        // Bubblewrap may be too old for a file system with a size.
+        if (end == InnerEnd::Reported) {
+            return end;
+        }
+    }
+    const QString parent =
+        line.stagingDirectory.isEmpty() ? QDir::tempPath() : absolute(line.stagingDirectory);
+    if (sizing::freeRoom(parent) < room) {
+        return InnerEnd::LackedRoom;
+    }
+    const QTemporaryDir directory(parent + "/migration-guard.rehearsal.XXXXXX");
+    place.memorySize.reset();
+    place.directory = directory.path();
+    return directory.isValid() ? rehearseIn(place, status) : InnerEnd::LackedRoom;
+}
+
+int rehearseOne(const CommandLine &line, const QString &application, int target)
+{
+    const RehearsalLine &asked = line.rehearsal;
+    if (bubblewrapPath().isEmpty()) {
+        return reportFailure(line, application, target, "no-bubblewrap");
+    }
+    const QString named = databaseOf(line);
+    const DevicePaths device(application);
+    const qint64 room = neededRoom(
+        named.isEmpty() ? device.database : QFileInfo(named).canonicalFilePath(), line.mend);
+    std::unique_ptr<OutputFile> result;
+    QStringList binds;
+    if (!asked.resultFile.isEmpty()) {
+        result = std::make_unique<OutputFile>(absolute(asked.resultFile));
+        binds = QStringList{"--bind", result->unfinished(), resultPlace};
+        if (!result->isOpen()) {
+            tell("cannot be written: " + asked.resultFile);
+            return exitStatus(Status::WrongCall);
+        }
+    }
+    int status = 0;
+    switch (rehearseSomewhere(line, room, binds, &status)) {
+    case InnerEnd::LackedRoom:
+        return reportFailure(line, application, target, "no-room", "for the copies");
+    case InnerEnd::NotStarted:
+        return reportFailure(line, application, target, "no-namespaces");
+    case InnerEnd::Reported:
+        break;
+    }
+    if (result && QFileInfo(result->unfinished()).size() > 0 && !result->finish()) {
+        tell("cannot be written: " + asked.resultFile);
+    }
+    return status;
+}
+
+/// A process that rehearses one of several databases.
+class Job
+{
+public:
+    Job(const CommandLine &line, int number) : m_line(line)
+    {
+        m_line.rehearsal.only = number;
+        const QStringList arguments =
+            QStringList{QString("--") + onlyOption, QString::number(number)} +
+            QCoreApplication::arguments().mid(1);
+        ChildProcess::Options options;
+        options.diesWithParent = true;
+        options.output = m_output.get();
+        options.errors = m_errors.get();
+        m_process.start(QCoreApplication::applicationFilePath(), arguments, options);
+    }
+
+    bool hasEnded() { return m_process.hasEnded(); }
+    bool waitForEnd(int milliseconds) { return m_process.waitForEnd(milliseconds); }
+
+    /// Passes on what it has printed.
+    /// @return its exit status
+    int finish(const QString &application, int target)
+    {
+        std::fwrite(textOf(m_errors).constData(), 1, size_t(textOf(m_errors).size()), stderr);
+        const bool isStatus =
+            !m_process.wasKilled() && QList<int>{0, 2, 3, 4}.contains(m_process.exitCode());
+        if (!isStatus) {
+            return reportFailure(
+                m_line, application, target, "program-broken", "the guard was ended");
+        }
+        print(textOf(m_output));
+        return m_process.exitCode();
+    }
+
+private:
+    static Descriptor newFile() { return Descriptor(memfd_create("rehearsal", MFD_CLOEXEC)); }
+    static QByteArray textOf(const Descriptor &descriptor)
+    {
+        QFile file;
+        const bool isOpen = file.open(descriptor.get(), QIODevice::ReadOnly) && file.seek(0);
+        return isOpen ? file.readAll() : QByteArray();
+    }
+
+    CommandLine m_line;
+    Descriptor m_output = newFile();
+    Descriptor m_errors = newFile();
+    ChildProcess m_process;
+};
+
+/// On a terminal only: a line that the next one writes over.
+void showProgress(int done, int all)
+{
+    if (isatty(STDERR_FILENO) != 0) {
+        std::fprintf(stderr, "%d of %d\r", done, all);
+        std::fflush(stderr);
+    }
+}
+
+int rehearseSeveral(const CommandLine &line, const QString &application, int target)
+{
+    const int all = line.rehearsal.databases.size();
+    std::vector<std::unique_ptr<Job>> jobs;
+    int next = 0;
+    int worst = 0;
+    bool isWrongCall = false;
+    // In the order of the call, whichever ends first.
+    for (int done = 0; done < all; ++done) {
+        showProgress(done, all);
+        const auto running = [&] {
+            return std::count_if(jobs.begin(), jobs.end(), [](const std::unique_ptr<Job> &job) {
+                return job && !job->hasEnded();
+            });
+        };
+        do {
+            while (next < all && running() < line.rehearsal.jobs) {
+                jobs.push_back(std::make_unique<Job>(line, next++));
+            }
+        } while (!jobs[size_t(done)]->waitForEnd(limits::watchInterval));
+        const int status = jobs[size_t(done)]->finish(application, target);
+        jobs[size_t(done)].reset();
+        isWrongCall = isWrongCall || status == exitStatus(Status::WrongCall);
+        worst = std::max(worst, status);
+    }
+    return isWrongCall ? exitStatus(Status::WrongCall) : worst;
+}
+} // namespace
+
+int rehearseAsAsked(const CommandLine &line, const QString &application, int target)
+{
+    const RehearsalLine &asked = line.rehearsal;
+    if (!line.inside.isEmpty()) {
+        const Rehearsal rehearsal = rehearse(optionsOf(line, application, target));
+        if (rehearsal.isWrongCall) {
+            tell(rehearsal.record.detail);
+            return exitStatus(Status::WrongCall);
+        }
+        return rehearsal.lackedRoom ? placeTooSmall : report(line, rehearsal);
+    }
+    if (!asked.root.isEmpty() && !QFileInfo(asked.root).isDir()) {
+        tell("no directory: " + asked.root);
+        return exitStatus(Status::WrongCall);
+    }
+    std::unique_ptr<OutputFile> json;
+    const bool isPart = asked.only >= 0;
+    if (!asked.jsonFile.isEmpty() && !isPart) {
+        json = std::make_unique<OutputFile>(absolute(asked.jsonFile));
+        if (!json->isOpen() || !printInto(*json)) {
+            tell("cannot be written: " + asked.jsonFile);
+            return exitStatus(Status::WrongCall);
+        }
+    }
+    const int status = asked.databases.size() > 1 && !isPart
+                           ? rehearseSeveral(line, application, target)
+                           : rehearseOne(line, application, target);
+    if (json && status != exitStatus(Status::WrongCall) && !json->finish()) {
+        tell("cannot be written: " + asked.jsonFile);
+    }
+    return status;
+}

@@ -1,0 +1,181 @@
+"""A rehearsal tells what a run then does, to the word, and touches nothing."""
+
+import os
+from contextlib import contextmanager
+
+import pytest
+from conftest import JOURNAL, GuardedDevice, leave
+from rehearsals import Untouched, rehearse
+from support.places import scratch_directory
+from support.versions import NEWEST
+from test_same_result import (
+    IDENTIFIER, KINDS, RandomDevice, case, contents, target_of)
+
+DEVICES = 1000 if "CAMPAIGN" in os.environ else 3 * len(KINDS)
+COMMON = ("from", "to", "target", "status", "reason", "way", "changed")
+WALKS = [(1, NEWEST), (NEWEST, 1), (20, 26), (NEWEST, NEWEST), (26, 25)]
+
+
+@contextmanager
+def device_and_place():
+    """A device, and a directory for the results of rehearsals."""
+    with scratch_directory() as root:
+        for name in ("device", "out"):
+            (root / name).mkdir()
+        yield root / "device", root / "out"
+
+
+@pytest.fixture
+def pair():
+    with device_and_place() as (root, out):
+        yield GuardedDevice(root), out
+
+
+@pytest.fixture(scope="module")
+def random_pair():
+    with device_and_place() as (root, out):
+        yield RandomDevice(root), out
+
+
+def without_rows(verdict):
+    """A verdict as lastMigration.json has it."""
+    if verdict is None:
+        return None
+    for finding in verdict["findings"]:
+        for name in ("rows", "hasAllRows", "detail"):
+            finding.pop(name, None)
+    return verdict
+
+
+def rehearse_into(device, out, *arguments):
+    """Rehearses; returns how it ended and what it has made of the database."""
+    result = out / "result.sqlite"
+    result.unlink(missing_ok=True)
+    done = rehearse(device, *arguments, "--result", "/out/result.sqlite",
+                    options=f"--bind {out} /out")
+    return done, result
+
+
+def common(report):
+    return {name: report.get(name) for name in COMMON}
+
+
+def lines_of(log):
+    """The lines of a log, without identifiers that a run makes up."""
+    return IDENTIFIER.sub("{}", log).split("\n")
+
+
+def predicted(done):
+    report = done.report
+    return {**common(report), "exit": done.status, "verdict": without_rows(report["verdict"]),
+            "log": lines_of(report["log"])}
+
+
+def ended(device, run, earlier=b""):
+    """The same of the run itself.
+
+    earlier: the log of before, None where it is no file: then a run does without it.
+    """
+    last = device.last_run()
+    log = None
+    if earlier is not None:
+        log = device.log_file.read_bytes() if device.log_file.exists() else b""
+        log = lines_of(log.removeprefix(earlier).decode(errors="replace"))
+    return {**common(last), "exit": run.returncode, "verdict": last.get("verdict"), "log": log}
+
+
+def has_same_content(result, database):
+    """Of a damaged page SQLite can read bytes that are no part of it: each time other ones."""
+    if not result.exists() or not database.is_file():
+        return result.exists() == database.is_file()
+    return (result.read_bytes() == database.read_bytes()
+            or contents(result) == contents(database))
+
+
+@pytest.mark.parametrize("mode", ["delete", "wal"])
+@pytest.mark.parametrize("version, target", WALKS)
+def test_it_predicts_the_run(pair, version, target, mode):
+    device, out = pair
+    device.install(version, mode=mode)
+    before = Untouched(device.root)
+    done, result = rehearse_into(device, out, target)
+    before.check()
+    run = device.run("run", target)
+    assert predicted(done) == ended(device, run)
+    assert has_same_content(result, device.database)
+    assert done.status == 0
+
+
+LEFT = [pytest.param("-journal", "delete", id="a journal that has to be rolled back"),
+        pytest.param("-wal", "wal", id="a write-ahead log that was not brought in")]
+
+
+@pytest.mark.parametrize("suffix, mode", LEFT)
+def test_what_a_crash_has_left_is_recovered_in_the_copy(pair, suffix, mode):
+    device, out = pair
+    device.install(20, mode=mode)
+    leave(device, suffix, JOURNAL + ("COMMIT" if mode == "wal" else ""))
+    before = Untouched(device.root)
+    done, result = rehearse_into(device, out, NEWEST)
+    before.check()
+    run = device.run("run", NEWEST)
+    assert predicted(done) == ended(device, run)
+    assert has_same_content(result, device.database)
+    assert done.report["from"] == (5 if mode == "wal" else 20)
+
+
+def nothing(path):
+    path.unlink()
+
+
+ODD = [pytest.param(nothing, "no-database", id="none"),
+       pytest.param(lambda path: path.write_bytes(b""), "no-database", id="0 bytes"),
+       pytest.param(lambda path: path.write_bytes(b"x" * 5000), "not-copied", id="no database"),
+       pytest.param(lambda path: (path.unlink(), path.mkdir()), "not-copied", id="a directory"),
+       pytest.param(lambda path: (path.unlink(), path.symlink_to("/nowhere/x")),
+                    "database-link-broken", id="a link to nothing")]
+
+
+@pytest.mark.parametrize("strict", [(), ("--strict",)])
+@pytest.mark.parametrize("make, reason", ODD)
+def test_what_is_no_database(pair, make, reason, strict):
+    device, out = pair
+    device.install(20)
+    make(device.database)
+    before = Untouched(device.root)
+    done, result = rehearse_into(device, out, NEWEST, *strict)
+    before.check()
+    run = device.run("run", NEWEST, *strict)
+    assert predicted(done) == ended(device, run)
+    assert result.exists() == (device.database.is_file() and device.database.stat().st_size > 0
+                               and run.returncode != 3)
+    assert (done.report["reason"], done.status) == (reason, run.returncode)
+
+
+@pytest.mark.parametrize("first", range(len(KINDS)), ids=KINDS)
+def test_random_devices_end_as_rehearsed(random_pair, first):
+    device, out = random_pair
+    differences = []
+    for seed in range(first, DEVICES, len(KINDS)):
+        made = case(seed)
+        target = target_of(made, seed)
+        device.fill(made.files)
+        before = Untouched(device.root)
+        done, result = rehearse_into(device, out, target)
+        before.check()
+        expected = predicted(done)
+        earlier = b""
+        if os.path.lexists(device.log_file):
+            earlier = device.log_file.read_bytes() if device.log_file.is_file() else None
+        run = device.run("run", target)
+        if not device.last.exists():
+            continue
+        found = ended(device, run, earlier)
+        if earlier is None or (run.returncode == 3 and found["log"] == [""]):
+            # A log that cannot be written, or that of a result that is not kept.
+            expected["log"] = found["log"]
+        if run.returncode != 3 and not has_same_content(result, device.database):
+            differences.append((seed, target, "content"))
+        if expected != found:
+            differences.append((seed, target, done.errors, run.stderr))
+    assert differences == []

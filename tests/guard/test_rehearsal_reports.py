@@ -1,0 +1,195 @@
+"""What a rehearsal reports, of databases that need no device too."""
+
+import json
+import os
+import sqlite3
+import subprocess
+from contextlib import closing
+
+import jsonschema
+import pytest
+from conftest import GUARD, PROGRAM, contents
+from rehearsals import Rehearsed, Untouched, rehearse
+from support.places import DEMO, ROOT
+from support.versions import NEWEST, dump_of
+from test_last_migration import closed
+
+SCHEMA = json.loads((ROOT / "docs" / "rehearsal.schema.json").read_text())
+jsonschema.Draft202012Validator.check_schema(SCHEMA)
+CLOSED = closed(SCHEMA)
+SECRET = "INSERT INTO growers (id, displayName) VALUES (9001, 'Secret'), (9002, 'Secret');"
+BLOCKED = "CREATE TABLE fields_temp (a); INSERT INTO fields_temp VALUES (1);"
+
+
+def make(path, version, extra=""):
+    with closing(sqlite3.connect(path, isolation_level=None)) as database:
+        database.executescript(dump_of(version) + extra)
+    return path
+
+
+def rehearse_here(*arguments, environment=None):
+    """On a service computer: this one."""
+    return Rehearsed(subprocess.run(
+        [GUARD, "rehearse", *map(str, arguments), "--json", "--program", PROGRAM],
+        capture_output=True, text=True, stdin=subprocess.DEVNULL,
+        env={**os.environ, **(environment or {})}))
+
+
+def check(done):
+    for report in done.reports:
+        jsonschema.validate(report, SCHEMA)
+        jsonschema.validate(report, CLOSED)
+    return done
+
+
+CASES = [
+    pytest.param(1, "", (NEWEST,), 0, id="a walk"),
+    pytest.param(NEWEST, "", (1,), 0, id="a walk back"),
+    pytest.param(NEWEST, "", (NEWEST,), 0, id="an ordinary boot"),
+    pytest.param(24, BLOCKED, (26,), 4, id="a step that fails"),
+    pytest.param(24, BLOCKED, (26, "--strict"), 3, id="thrown away"),
+    pytest.param(24, SECRET, (NEWEST + 1,), 4, id="a target that is missed"),
+    pytest.param(24, SECRET, (NEWEST + 1, "--accept", f"target-missed:{NEWEST}"), 0,
+                 id="a finding that is accepted"),
+    pytest.param(24, f"UPDATE tableVersion SET version = {NEWEST + 1};", (NEWEST,), 3,
+                 id="newer than the program")]
+
+
+@pytest.mark.parametrize("rows", [(), ("--without-rows",)])
+@pytest.mark.parametrize("version, extra, arguments, status", CASES)
+def test_every_report_keeps_to_the_schema(tmp_path, version, extra, arguments, status, rows):
+    path = make(tmp_path / "a.sqlite", version, extra)
+    before = Untouched(tmp_path)
+    done = check(rehearse_here(arguments[0], path, *arguments[1:], *rows))
+    before.check()
+    assert (done.status, done.report["status"]) == (status, status), done.errors
+
+
+def test_steps_that_fail_have_the_words_of_the_log(tmp_path):
+    path = make(tmp_path / "a.sqlite", 23, BLOCKED)
+    report = rehearse_here(26, path).report
+    outcomes = {step["version"]: step["outcome"] for step in report["versions"]}
+    failed = [step for step in report["versions"] if step["outcome"] == "failed"]
+    assert outcomes == {24: "done", 25: "failed", 26: "done"}
+    assert failed[0]["lines"] and all(line in report["log"] for line in failed[0]["lines"])
+    assert report["mending"] == [
+        {"copy": "fields_temp", "table": "fields", "kind": "only-reported", "rowsOfCopy": 1,
+         "rowsReturned": 0, "reason": report["mending"][0]["reason"]}]
+
+
+def test_the_way_back(tmp_path):
+    """Version 27 takes a column away, which going back makes again without its values."""
+    path = make(tmp_path / "a.sqlite", 26)
+    report = rehearse_here(27, path).report
+    back = report["wayBack"]
+    with closing(sqlite3.connect(path)) as database:
+        [(rows,)] = database.execute("SELECT count(*) FROM PC_IngredientToMixBridge")
+    assert (back["target"], back["to"], back["reached"]) == (26, 26, True)
+    assert [(finding["code"], finding["numbers"]["rows"]) for finding in back["findings"]] == [
+        ("column-lost:PC_IngredientToMixBridge.id", rows)]
+    assert rehearse_here(26, path).report["wayBack"] is None
+
+
+def test_nothing_of_the_farm_without_rows(tmp_path):
+    path = make(tmp_path / "Smith farm.sqlite", 20, SECRET)
+    done = rehearse_here(NEWEST, path, "--without-rows")
+    text = json.dumps(done.report)
+    assert "renamed:growers" in text
+    assert not any(word in text for word in ("Secret", "9001", "Smith", "Migration to version"))
+    assert "Secret" in json.dumps(rehearse_here(NEWEST, path).report)
+
+
+def test_what_is_given_and_what_is_assumed(tmp_path):
+    path = make(tmp_path / "a.sqlite", 24)
+    report = rehearse_here(25, path).report
+    assert report["assumed"] == ["referenceData", "platform", "softwareVersion", "registration"]
+    assert report["given"] == {"platform": "TORVIK", "softwareVersion": ""}
+    result = tmp_path / "result.sqlite"
+    report = rehearse_here(
+        25, path, "--platform", "TORVIKMAX", "--software-version", "5.6.7", "--registration",
+        DEMO / "registration.xml", "--reference-data", DEMO, "--result", result).report
+    assert report["assumed"] == []
+    assert report["given"] == {"platform": "TORVIKMAX", "softwareVersion": "5.6.7"}
+    with closing(sqlite3.connect(result)) as database:
+        assert database.execute("SELECT MirelVersion FROM tableVersion "
+                                "WHERE tableName = 'mainSqlDb'").fetchone() == ("5.6.7",)
+        assert database.execute("SELECT partNumber FROM registrationInfo").fetchone() != ("",)
+
+
+def test_what_is_given_leads_to_what_a_device_with_it_makes(device, tmp_path):
+    path = make(tmp_path / "a.sqlite", 16)
+    device.install(16)
+    assert device.migrate(NEWEST) == 0
+    result = tmp_path / "result.sqlite"
+    done = rehearse_here(
+        NEWEST, path, "--platform", "TORVIK", "--software-version", "4.2.0", "--registration",
+        DEMO / "registration.xml", "--reference-data", DEMO, "--result", result)
+    assert done.report["log"] == device.log()
+    assert contents(result) == device.contents()
+
+
+def test_several_databases_have_a_line_each_in_their_order(tmp_path):
+    paths = [make(tmp_path / "1.sqlite", 33), make(tmp_path / "2.sqlite", 24, BLOCKED),
+             tmp_path / "missing.sqlite", make(tmp_path / "3.sqlite", NEWEST)]
+    before = Untouched(tmp_path)
+    done = check(rehearse_here(NEWEST, *paths, "--jobs", 3))
+    before.check()
+    assert [report["database"]["path"] for report in done.reports] == [*map(str, paths)]
+    assert [report["status"] for report in done.reports] == [0, 4, 3, 0]
+    assert done.status == 4
+    lines = done.errors.splitlines()
+    assert [line.split(": ")[1] for line in lines] == [*map(str, paths)]
+    assert rehearse_here(NEWEST, *paths[2:]).status == 3
+
+
+def test_json_goes_into_a_file(tmp_path):
+    path = make(tmp_path / "a.sqlite", 33)
+    out = tmp_path / "report.json"
+    for paths in ([path], [path, path]):
+        run = subprocess.run(
+            [GUARD, "rehearse", str(NEWEST), *paths, "--program", PROGRAM, f"--json={out}"],
+            capture_output=True, text=True)
+        assert (run.returncode, run.stdout) == (0, "")
+        assert len(out.read_text().splitlines()) == len(paths)
+    assert sorted(os.listdir(tmp_path)) == ["a.sqlite", "report.json"]
+
+
+@pytest.mark.parametrize("arguments", [
+    pytest.param((), id="no target"),
+    pytest.param(("0",), id="a target that is no version"),
+    pytest.param((NEWEST, "a", "b", "--result", "x"), id="one result of two databases"),
+    pytest.param((NEWEST, "--jobs", "0"), id="no job"),
+    pytest.param((NEWEST, "--root", "/", "--program", "/x"), id="two programs"),
+    pytest.param((NEWEST, "--fall-back"), id="an option of run"),
+    pytest.param((NEWEST, "--program", "/nowhere/x"), id="a program that is not there"),
+    pytest.param((NEWEST, "--reference-data", "/nowhere"), id="no reference data"),
+    pytest.param((NEWEST, "--registration", "/nowhere/x"), id="no registration file"),
+    pytest.param((NEWEST, "--staging", "/nowhere"), id="no directory for staging")])
+def test_a_wrong_call(device, arguments):
+    device.install(33)
+    run = device.run("rehearse", *arguments, "--json")
+    assert (run.returncode, run.stdout) == (2, "")
+    assert run.stderr.startswith("migration-guard: ")
+
+
+def test_staging_on_the_disk_leaves_nothing(tmp_path):
+    path = make(tmp_path / "a.sqlite", 33)
+    staging = tmp_path / "staging"
+    staging.mkdir()
+    assert rehearse_here(NEWEST, path, "--staging", staging).status == 0
+    assert os.listdir(staging) == []
+
+
+def test_a_full_place_is_no_prediction(device):
+    device.install(33)
+    done = rehearse(device, NEWEST, "--staging", "/small",
+                    options="--size 500000 --tmpfs /small")
+    assert (done.status, done.report["reason"]) == (3, "no-room")
+    assert done.report["verdict"] is None
+    assert device.version() == 33
+
+
+def test_without_bubblewrap(device):
+    device.install(33)
+    done = check(rehearse(device, NEWEST, bubblewrap=False))
+    assert (done.status, done.report["reason"]) == (3, "no-bubblewrap")

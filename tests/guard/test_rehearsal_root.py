@@ -1,0 +1,148 @@
+"""The program of another root file system is rehearsed on this device's database."""
+
+import json
+import shutil
+
+import pytest
+from conftest import KNOWN_VERSIONS, PROGRAM, TOOLS, contents
+from rehearsals import Untouched, rehearse
+from support.places import DEMO
+from support.versions import NEWEST
+
+# The other system's libraries are this one's, but they are at no other place than there.
+LIBRARIES = ("--ro-bind /usr/lib /other/usr/lib --ro-bind-try /usr/lib64 /other/usr/lib64 "
+             + " ".join(f"--ro-bind /usr/bin/{tool} /other/usr/bin/{tool}" for tool in TOOLS))
+LOSING = """/app/migrator "$@"
+sqlite3 /app/databases/my.db.sqlite "DELETE FROM growers WHERE rowid = 1"
+"""
+
+
+class OtherRoot:
+    """A root file system with the program, mounted at /other."""
+
+    def __init__(self, path):
+        self.path = path
+        self.app = path / "app"
+        for name in ("app/quillmoor", "usr/lib", "usr/lib64", "usr/bin", "etc", "proc", "dev",
+                     "tmp"):
+            (path / name).mkdir(parents=True)
+        for name in ("lib", "lib64", "bin"):
+            (path / name).symlink_to(f"usr/{name}")
+        for tool in TOOLS:
+            # Something to mount on.
+            (path / "usr" / "bin" / tool).touch()
+        shutil.copy2(PROGRAM, self.app)
+        shutil.copy(KNOWN_VERSIONS, self.app)
+        (self.app / "quillmoor" / "softwareversion.txt").write_text("9.9.9\n")
+        for name in ("refMachines.sql", "refProducts.sql"):
+            shutil.copy(DEMO / name, self.app)
+
+    @property
+    def options(self):
+        return f"--ro-bind {self.path} /other {LIBRARIES}"
+
+    def replace_program(self, script):
+        program = self.app / "database-migrator"
+        program.rename(self.app / "migrator")
+        program.write_text("#!/usr/bin/dash\n" + script)
+        program.chmod(0o755)
+
+
+@pytest.fixture
+def other(device):
+    """This device's own program cannot run."""
+    device.install(33)
+    device.replace_program("exit 1")
+    return OtherRoot(device.root / "other")
+
+
+def rehearse_other(device, other, *arguments):
+    before = Untouched(device.root)
+    done = rehearse(device, *arguments, "--root", "/other", options=other.options)
+    before.check()
+    return done
+
+
+def plain(other):
+    (other.app / "databases").mkdir()
+
+
+def no_databases(_):
+    pass
+
+
+def link_to_a_partition(other):
+    """It is not mounted where the other system is."""
+    (other.path / "data").mkdir()
+    (other.app / "databases").symlink_to("/data/fieldcomputer/databases")
+
+
+def link_to_nowhere(other):
+    (other.app / "databases").symlink_to("../data/databases")
+
+
+@pytest.mark.parametrize("arrange", [plain, no_databases, link_to_a_partition, link_to_nowhere])
+def test_the_other_program_on_this_database(device, other, arrange):
+    arrange(other)
+    done = rehearse_other(device, other, NEWEST)
+    report = done.report
+    assert (done.status, report["to"], report["way"]) == (0, NEWEST, "guarded"), done.errors
+    assert report["given"] == {"platform": "TORVIK", "softwareVersion": "9.9.9"}
+    assert report["assumed"] == []
+    assert report["database"]["path"] == "/app/databases/my.db.sqlite"
+    # The device's own program is what ends otherwise.
+    assert rehearse(device, NEWEST).report["reason"] == "program-broken"
+
+
+def test_its_result_is_what_it_makes_here(device, other, other_device):
+    plain(other)
+    out = device.root / "out"
+    out.mkdir()
+    rehearse(device, NEWEST, "--root", "/other", "--result", "/out/result.sqlite",
+             options=f"{other.options} --bind {out} /out")
+    other_device.install(33)
+    (other_device.app / "quillmoor" / "softwareversion.txt").write_text("9.9.9\n")
+    assert other_device.migrate(NEWEST) == 0
+    assert contents(out / "result.sqlite") == contents(other_device.database)
+
+
+def test_an_update_that_would_lose_rows_is_told(device, other):
+    plain(other)
+    other.replace_program(LOSING)
+    done = rehearse_other(device, other, NEWEST)
+    assert (done.status, done.report["reason"]) == (4, "rows-lost")
+    assert "rows-lost:growers" in done.codes()
+    assert rehearse_other(device, other, NEWEST, "--strict").status == 3
+
+
+def test_its_table_of_versions_judges(device, other):
+    plain(other)
+    known = json.loads((other.app / "schema-versions.json").read_text())
+    known["newest"] = 20
+    (other.app / "schema-versions.json").write_text(json.dumps(known))
+    done = rehearse_other(device, other, NEWEST)
+    assert (done.status, done.report["reason"]) == (3, "newer-than-program")
+    assert done.report["software"]["program"] == 20
+
+
+def test_what_is_the_other_systems_comes_before_what_is_the_devices(device, other):
+    plain(other)
+    (other.path / "etc" / "harlo").mkdir()
+    (other.path / "etc" / "harlo" / "platform").write_text("TORVIKMAX\n")
+    assert rehearse_other(device, other, NEWEST).report["given"]["platform"] == "TORVIKMAX"
+    done = rehearse_other(device, other, NEWEST, "--platform", "TORVIK")
+    assert done.report["given"]["platform"] == "TORVIK"
+
+
+def test_another_application_directory(device, other):
+    other.app.rename(other.path / "opt")
+    assert rehearse_other(device, other, NEWEST).report["reason"] == "program-broken"
+    done = rehearse_other(device, other, NEWEST, "/app/databases/my.db.sqlite",
+                          "--app-dir", "/opt")
+    assert (done.status, done.report["to"]) == (0, NEWEST), done.errors
+
+
+def test_no_other_root(device):
+    device.install(33)
+    run = device.run("rehearse", NEWEST, "--root", "/nowhere")
+    assert (run.returncode, run.stdout) == (2, "")
