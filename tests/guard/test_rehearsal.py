@@ -8,6 +8,7 @@ from conftest import JOURNAL, GuardedDevice, leave
 from rehearsals import Untouched, rehearse
 from support.places import scratch_directory
 from support.versions import NEWEST
+from test_mended_runs import CUT
 from test_same_result import (
     IDENTIFIER, KINDS, RandomDevice, case, contents, target_of)
 
@@ -122,6 +123,21 @@ def test_what_a_crash_has_left_is_recovered_in_the_copy(pair, suffix, mode):
     assert predicted(done) == ended(device, run)
     assert has_same_content(result, device.database)
     assert done.report["from"] == (5 if mode == "wal" else 20)
+
+
+@pytest.mark.parametrize("mend", [(), ("--mend",)], ids=["left", "mended"])
+@pytest.mark.parametrize("version, target", [(24, 25), (25, 25)])
+def test_copies_that_are_left(pair, version, target, mend):
+    device, out = pair
+    device.install(version, CUT)
+    before = Untouched(device.root)
+    done, result = rehearse_into(device, out, target, *mend)
+    before.check()
+    kinds = [entry["kind"] for entry in done.report["mending"]]
+    assert kinds == ["name-given", "rows-returned", "copy-removed"]
+    run = device.run("run", target, *mend)
+    assert predicted(done) == ended(device, run)
+    assert has_same_content(result, device.database)
 
 
 def nothing(path):
