@@ -82,6 +82,16 @@ def plan(journey, *cuts):
     journey.computer.power.cuts = list(cuts)
 
 
+def noted(travel):
+    """The same, with what a journey finds wrong on its way among what it returns."""
+    def journey(*arguments):
+        try:
+            return travel(*arguments)
+        except AssertionError as error:
+            return [str(error)]
+    return journey
+
+
 def in_update(known, moment):
     def travel(journey, bench):
         plan(journey, moment)
@@ -143,14 +153,15 @@ def try_engine(campaign, bench, name, of, cuts):
     broken = False
     if known is None:
         return False
-    wrong = answer([name, of, "harmful"], harmful_update)
+    wrong = answer([name, of, "harmful"], noted(harmful_update))
     print(f"{name}, a harmful update: {'not tried' if wrong is None else wrong or 'as it should'}")
     broken = broken or bool(wrong)
     for what, steps, travel in (("update", UPDATE, in_update), ("return", RETURN, in_return),
                                 ("fall-back", FALL_BACK, in_fall_back)):
         tried = 0
         for moment in moments(steps, cuts, known):
-            wrong = answer([name, of, what, *moment], travel(known, moment), known["durations"])
+            wrong = answer([name, of, what, *moment], noted(travel(known, moment)),
+                           known["durations"])
             tried += wrong is not None
             if wrong:
                 broken = True
