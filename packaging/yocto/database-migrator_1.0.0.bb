@@ -1,8 +1,9 @@
 # An example of a recipe, for Yocto 4.0 and 5.0 with the layers openembedded-core, meta-openembedded
 # (meta-oe) and meta-qt5. No build of Yocto has run it; see docs/fleet.md.
 #
-# The image's configuration needs Qt's SQLite driver, which meta-qt5 leaves out, and a bubblewrap:
+# The distribution's configuration has to ask for Qt's SQLite driver, which meta-qt5 leaves out:
 #   PACKAGECONFIG:append:pn-qtbase = " sql-sqlite"
+# meta-oe has bubblewrap.
 SUMMARY = "Schema migration of a field computer's database, safe against power cuts"
 LICENSE = "CLOSED"
 

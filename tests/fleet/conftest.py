@@ -9,7 +9,6 @@ from engine import Engine
 from journey import Journey
 from power import Power
 from support.places import scratch_directory
-from systems import REHEARSES
 
 
 @pytest.fixture(scope="session")
@@ -37,7 +36,7 @@ def faulty_system(folder):
 def begin(folder, old_system):
     """Makes a computer that was started with the old system."""
     with contextlib.ExitStack() as stack:
-        def make(cuts=(), durations=None, attempts=3, rehearses=REHEARSES, statements=""):
+        def make(cuts=(), durations=None, attempts=3, rehearses=True, statements=""):
             power = Power(durations=durations)
             place = stack.enter_context(scratch_directory(folder))
             computer = DirectoryComputer(place, power, old_system, statements)

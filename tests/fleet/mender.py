@@ -29,10 +29,10 @@ def configure(system, name):
         shutil.copy(FILES / tool, system.root / "usr/bin")
 
 
-def make_update(folder, image, name, rehearses):
-    """An artifact with the state scripts; without a rehearsal only that for the commit."""
+def make_update(folder, image, name):
+    """An artifact with the state scripts."""
     artifact = folder / f"{name}.mender"
-    scripts = sorted(EXAMPLES.glob("Artifact*" if rehearses else "ArtifactCommit*"))
+    scripts = sorted(EXAMPLES.glob("Artifact*"))
     run("mender-artifact", "write", "rootfs-image", f"--file={image}", f"--artifact-name={name}",
         f"--device-type={DEVICE_TYPE}", "--compression=none", "--no-progress",
         f"--output-path={artifact}", *(f"--script={script}" for script in scripts))

@@ -1,14 +1,41 @@
 """The power of a computer, which can be cut at any moment."""
 
+import contextlib
+import ctypes
+import os
+import pathlib
+import signal
 import subprocess
 import time
 from typing import NamedTuple
 
 SECONDS = 300  # for one command, on a busy machine
+PR_SET_CHILD_SUBREAPER = 36
 
 
 class PowerCut(Exception):
     """Everything that ran has ended."""
+
+
+def children():
+    """The processes whose parent this one is."""
+    lists = pathlib.Path("/proc/self/task").glob("*/children")
+    return [int(number) for file in lists for number in file.read_text().split()]
+
+
+def end_all(process):
+    """Ends a process in the sandbox with all that it has started.
+
+    Bubblewrap's own child ends with it only after it has prepared the sandbox. If bubblewrap is
+    killed before, this process becomes the parent of that child, the first one of a PID namespace.
+    """
+    process.kill()
+    process.wait()
+    while others := children():
+        for number in others:
+            with contextlib.suppress(ProcessLookupError, ChildProcessError):
+                os.kill(number, signal.SIGKILL)
+                os.waitpid(number, 0)
 
 
 class Moment(NamedTuple):
@@ -29,6 +56,7 @@ class Power:
         self.cuts = list(cuts)
         self.known = durations or {}
         self.points, self.durations = [], {}  # what came by
+        ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1)
 
     def _next_is(self, name, is_command):
         return self.cuts and self.cuts[0].name == name and \
@@ -42,7 +70,7 @@ class Power:
             raise PowerCut(name)
 
     def run(self, name, command):
-        """Runs a command that ends with all that it has started; returns status and output."""
+        """Runs a command in a sandbox; returns its status and its output."""
         seconds, is_cut = SECONDS, self._next_is(name, True)
         if is_cut:
             seconds = self.cuts.pop(0).part * self.known[name]
@@ -52,7 +80,7 @@ class Power:
             try:
                 output, _ = process.communicate(timeout=seconds)
             except subprocess.TimeoutExpired:
-                process.kill()
+                end_all(process)
                 process.communicate()
                 if not is_cut:
                     raise

@@ -42,17 +42,12 @@ def make_key(folder):
         "-days", "3650", "-keyout", folder / KEY, "-out", folder / CERTIFICATE)
 
 
-def make_update(folder, image, name, rehearses):
-    """A bundle as the example of a manifest has it; without a rehearsal it has no hook."""
+def make_update(folder, image, name):
+    """A bundle as the example of a manifest has it."""
     content = folder / f"{name}-bundle"
     content.mkdir()
-    manifest = (EXAMPLES / "manifest.raucm").read_text()
-    if rehearses:
-        shutil.copy(EXAMPLES / "hook", content)
-    else:
-        manifest = manifest.replace("[hooks]\nfilename=hook\n", "").replace(
-            "hooks=post-install\n", "")
-    (content / "manifest.raucm").write_text(manifest)
+    for file in ("hook", "manifest.raucm"):
+        shutil.copy(EXAMPLES / file, content)
     shutil.copy(image, content / "system.ext4")
     bundle = folder / f"{name}.raucb"
     run("rauc", "bundle", f"--key={folder / KEY}", f"--cert={folder / CERTIFICATE}",

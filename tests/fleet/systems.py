@@ -16,9 +16,6 @@ OLD_PROGRAM = pathlib.Path(os.environ.get(
     "OLD_DATABASE_MIGRATOR", BUILD / "tests" / "fleet" / "old-database-migrator"))
 GUARD = pathlib.Path(os.environ.get("MIGRATION_GUARD", BUILD / "guard" / "migration-guard"))
 OLD_VERSION = newest_of(OLD_PROGRAM.parent / "old_registry.cpp")
-# Until the guard of this tree has the command, the engines leave it out.
-REHEARSES = "migration-guard rehearse" in subprocess.run(
-    [GUARD, "--help"], capture_output=True, text=True, check=True).stdout
 KNOWN_VERSIONS = GUARD.parent.parent / "schema-versions.json"
 ENGINES = ROOT / "packaging" / "update-engines"
 

@@ -8,9 +8,8 @@ import os
 
 import pytest
 from power import Moment
-from systems import APPLICATION, NEWEST, OLD_VERSION, REHEARSES
+from systems import APPLICATION, NEWEST, OLD_VERSION
 
-needs_rehearsal = pytest.mark.skipif(not REHEARSES, reason="the guard cannot rehearse yet")
 PARTS = [number / 40 for number in range(1, 40)] if os.environ.get("CAMPAIGN") else (0.3, 0.8)
 
 
@@ -49,11 +48,10 @@ def test_points_are_those_of_a_whole_update_and_return(known):
     assert known["return"][0] == POINTS_OF_RETURN
 
 
-REHEARSAL = ["rehearsed"] if REHEARSES else []
 START = ["started", "migrated", "half found good", "found good"]
 POINTS_OF_UPDATE = [
     "before the installation", "half of the old system is gone", "half of the new system is there",
-    "the new system is written", *REHEARSAL, "activated", "installed", *START]
+    "the new system is written", "rehearsed", "activated", "installed", *START]
 POINTS_OF_RETURN = ["before the return", "brought back", "activated", *START]
 
 
@@ -63,7 +61,7 @@ def moments(points, *commands):
 
 
 @pytest.mark.parametrize("moment", moments(
-    POINTS_OF_UPDATE, *(["the rehearsal"] if REHEARSES else []), "the first start"))
+    POINTS_OF_UPDATE, "the rehearsal", "the first start"))
 def test_power_cut_in_an_update(known, begin, new_system, moment):
     journey = begin([moment], known["durations"])
     update(journey, new_system)
@@ -110,7 +108,6 @@ def test_harmful_update_that_was_not_rehearsed_ends_in_the_old_system(begin, fau
     assert journey.computer.recorded_version() == OLD_VERSION
 
 
-@needs_rehearsal
 def test_harmful_update_is_refused_before_a_restart(begin, faulty_system):
     journey = begin()
     before = journey.computer.database.read_bytes()
@@ -120,7 +117,6 @@ def test_harmful_update_is_refused_before_a_restart(begin, faulty_system):
     assert journey.computer.environment.read()["BOOT_ORDER"] == "A"
 
 
-@needs_rehearsal
 def test_accepted_finding_passes_the_rehearsal_and_the_first_start(begin, faulty_system):
     accepted = faulty_system.application / "accepted-findings"
     accepted.write_text("rows-lost:growers\n")
