@@ -126,4 +126,4 @@ def verdict():
 
 
 if __name__ == "__main__":
-    sys.exit(main(verdict(), __doc__, 270))
+    sys.exit(main(verdict(), __doc__, 400))

@@ -19,6 +19,18 @@ def test_rows_are_kept_up_to_32_mebibytes(bench):
     assert finding["hasAllRows"] is False
 
 
+def test_values_are_kept_up_to_32_mebibytes(bench):
+    """Of a value the one of before is kept, and the one of after."""
+    rows = ("CREATE TABLE t (id INTEGER PRIMARY KEY, a); INSERT INTO t WITH RECURSIVE n(i) AS"
+            " (SELECT 10000 UNION ALL SELECT i + 1 FROM n WHERE i < 50000)"
+            " SELECT i, printf('%01000d', i) FROM n;")
+    finding, = bench.verdict(rows, rows + "UPDATE t SET a = ''")["findings"]
+    size = 5 + 1002 + 2 + 4 * 8
+    kept = len(finding["rows"])
+    assert kept * size <= 32 * MEBIBYTE < (kept + 1) * size
+    assert finding["hasAllRows"] is False
+
+
 @pytest.mark.parametrize("size, kind", [
     (64 * MEBIBYTE - 1000, "values-lost"), (64 * MEBIBYTE + 1, "unreadable")])
 def test_rows_are_read_up_to_64_mebibytes(bench, size, kind):
