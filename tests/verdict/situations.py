@@ -34,12 +34,13 @@ TABLE = {
               "backward": {"plots": {"renamed": "fields", "columnsRenamed": {"size": "area"}}}},
         "7": {"forward": {"t": rewriting(7), "u": {"values": {"k": {"becomes": "k || 'x'"}}}},
               "backward": {"t": {"dropped": True}}},
-        "8": {"forward": {"t": {"values": {"k": {"becomes": "ifnull(k, 'from 8')"}}},
-                          "later": {"dropped": True}}, "backward": {}},
+        "8": {"needs": ["later"], "forward": {"t": {"values": {"k": {"becomes": "ifnull(k, 'from 8')"}}},
+                                                "later": {"dropped": True}}, "backward": {}},
         "9": {"forward": {}, "backward": {"left": {"dropped": True}, "right": {"dropped": True},
                                           "later": {"dropped": True}}},
         "10": {"forward": {"whole": {"renamed": "left"}}, "backward": {}},
-        "11": {"forward": {"Left": {"dropped": True}, "right": {"renamed": "last"}},
+        "11": {"needs": ["Left", "right"],
+               "forward": {"Left": {"dropped": True}, "right": {"renamed": "last"}},
                "backward": {}}}}
 
 PARENTS = "CREATE TABLE parents (id INTEGER PRIMARY KEY); INSERT INTO parents VALUES (1);"
