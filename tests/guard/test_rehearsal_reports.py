@@ -2,13 +2,16 @@
 
 import json
 import os
+import signal
 import sqlite3
 import subprocess
+import time
 from contextlib import closing
 
 import jsonschema
 import pytest
-from conftest import GUARD, PROGRAM, contents
+from conftest import GUARD, PROGRAM, SECONDS, contents
+from processes import descendants, name_of
 from rehearsals import Rehearsed, Untouched, rehearse
 from support.places import DEMO, ROOT
 from support.versions import NEWEST, dump_of
@@ -142,6 +145,31 @@ def test_several_databases_have_a_line_each_in_their_order(tmp_path):
     lines = done.errors.splitlines()
     assert [line.split(": ")[1] for line in lines] == [*map(str, paths)]
     assert rehearse_here(NEWEST, *paths[2:]).status == 3
+
+
+def test_one_of_several_that_is_ended(tmp_path):
+    """The others go on, and it has its line."""
+    paths = [make(tmp_path / name, 33) for name in ("1.sqlite", "2.sqlite", "3.sqlite")]
+    program = tmp_path / "program"
+    program.write_text(f"#!/bin/sh\n[ ! -e {tmp_path}/wait ] || sleep 1000\n{PROGRAM} \"$@\"\n")
+    program.chmod(0o755)
+    (tmp_path / "wait").touch()
+    with subprocess.Popen(
+            [GUARD, "rehearse", str(NEWEST), *paths, "--json", "--program", program],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
+        end = time.monotonic() + SECONDS
+        while "sleep" not in map(name_of, descendants(process.pid)):
+            assert time.monotonic() < end
+            time.sleep(0.01)
+        (tmp_path / "wait").unlink()
+        first = descendants(process.pid)[0]
+        assert name_of(first) == "migration-guard"
+        os.kill(first, signal.SIGKILL)
+        output, _ = process.communicate(timeout=SECONDS)
+    reports = [json.loads(line) for line in output.splitlines()]
+    assert [report["database"]["path"] for report in reports] == [*map(str, paths)]
+    assert reports[0]["reason"] == "program-broken"
+    assert process.returncode == max(report["status"] for report in reports)
 
 
 def test_json_goes_into_a_file(tmp_path):
