@@ -5,17 +5,21 @@ import os
 import signal
 import sqlite3
 import subprocess
+import sys
 import time
 from contextlib import closing
 
 import jsonschema
 import pytest
-from conftest import GUARD, PROGRAM, SECONDS, contents
+from conftest import GUARD, KNOWN_VERSIONS, PROGRAM, SECONDS, contents
 from processes import descendants, name_of
 from rehearsals import Rehearsed, Untouched, rehearse
-from support.places import DEMO, ROOT
+from support.places import DEMO, ROOT, TESTS
 from support.versions import NEWEST, dump_of
 from test_last_migration import closed
+
+sys.path.insert(0, str(TESTS / "verdict"))
+from count import Count  # noqa: E402
 
 SCHEMA = json.loads((ROOT / "docs" / "rehearsal.schema.json").read_text())
 jsonschema.Draft202012Validator.check_schema(SCHEMA)
@@ -91,6 +95,28 @@ def test_the_way_back(tmp_path):
     assert [(finding["code"], finding["numbers"]["rows"]) for finding in back["findings"]] == [
         ("column-lost:PC_IngredientToMixBridge.id", rows)]
     assert rehearse_here(26, path).report["wayBack"] is None
+
+
+def numbers(findings):
+    """By code and purpose, of what an independent count can tell."""
+    return {(finding["code"], finding["onPurpose"]):
+            {**finding["numbers"], "before": finding["before"]} for finding in findings}
+
+
+@pytest.mark.parametrize("version", [1, 8, 16, 26, 31])
+def test_every_number_is_that_of_an_independent_count(tmp_path, version):
+    """There, and on the way back, which is walked a second time to be counted."""
+    path = make(tmp_path / "before.sqlite", version)
+    there, back = tmp_path / "there.sqlite", tmp_path / "back.sqlite"
+    report = rehearse_here(NEWEST, path, "--result", there).report
+    counted = Count(path, there, version, NEWEST, report["log"].encode(),
+                    KNOWN_VERSIONS.read_text(), "TORVIK", [], tmp_path)
+    assert numbers(report["verdict"]["findings"]) == counted.findings
+    assert rehearse_here(version, there, "--result", back).status == 0
+    counted = Count(path, back, version, version, b"", KNOWN_VERSIONS.read_text(), "TORVIK", [],
+                    tmp_path)
+    assert report["wayBack"]["findings"]
+    assert numbers(report["wayBack"]["findings"]) == counted.findings
 
 
 def test_nothing_of_the_farm_without_rows(tmp_path):
