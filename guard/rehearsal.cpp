@@ -15,6 +15,7 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/resource.h>
 
@@ -115,6 +116,7 @@ private:
     const RehearsalOptions &m_options;
     RehearsedDevice m_made;
     Rehearsal m_rehearsal;
+    qint64 m_takenByProgram = 0; ///< in staging, in bytes
     qint64 m_mostInStaging = 0;
     qint64 m_roomOnDisk = 0;
     bool m_hasBefore = false; ///< the database of before is kept
@@ -182,7 +184,7 @@ void Rehearser::runForward()
     record = migrate(device, options);
     record.newestKnown = newestKnownVersion(device.knownVersions);
     // So far no disk of the device was asked.
-    m_rehearsal.lackedRoom = record.reason == noRoom;
+    m_rehearsal.lackedRoom = m_rehearsal.lackedRoom || record.reason == noRoom;
     if (!record.guarded) {
         m_rehearsal.log = readSmallFile(device.log, limits::largestLog).value_or(QByteArray());
     }
@@ -198,6 +200,7 @@ void Rehearser::lookAt(const StagedResult &result)
     const DevicePaths &device = m_made.paths();
     const sizing::Database before = sizing::measure(result.before);
     const int copies = m_options.mend ? limits::stagedCopiesWithMending : limits::stagedCopies;
+    m_takenByProgram = result.mostTaken;
     m_mostInStaging = copies * before.bytes + result.mostTaken;
     m_roomOnDisk =
         sizing::roomForCommit(before, QFileInfo(result.after).size()) + result.log.size();
@@ -208,8 +211,10 @@ void Rehearser::lookAt(const StagedResult &result)
         m_rehearsal.mendings = mendCopies(copy, VersionTable(device.knownVersions)).mendings;
     }
     QFile::remove(copy);
-    m_hasBefore =
-        durable::copy(result.before, placeOf("before.sqlite"), durable::Ownership(), false) == 0;
+    const int error =
+        durable::copy(result.before, placeOf("before.sqlite"), durable::Ownership(), false);
+    m_hasBefore = error == 0;
+    m_rehearsal.lackedRoom = error == ENOSPC;
 }
 
 void Rehearser::noteMeasurements(const Measurements &measured)
@@ -239,7 +244,7 @@ void Rehearser::noteRoom()
     }
     const sizing::Database before = sizing::measure(placeOf("before.sqlite"));
     const bool hasRoomForDirectRun =
-        sizing::freeRoom(directory) >= sizing::roomForDirectRun(before, m_mostInStaging);
+        sizing::freeRoom(directory) >= sizing::roomForDirectRun(before, m_takenByProgram);
     if (!hasRoomForDirectRun || m_options.strict) {
         record.verdict.reset();
         record.endUnchanged(noRoom, "for the commit");

@@ -268,7 +268,7 @@ public:
         options.diesWithParent = true;
         options.output = m_output.get();
         options.errors = m_errors.get();
-        m_process.start(QCoreApplication::applicationFilePath(), arguments, options);
+        m_isStarted = m_process.start(QCoreApplication::applicationFilePath(), arguments, options);
     }
 
     bool hasEnded() { return m_process.hasEnded(); }
@@ -278,9 +278,10 @@ public:
     /// @return its exit status
     int finish(const QString &application, int target)
     {
-        std::fwrite(textOf(m_errors).constData(), 1, size_t(textOf(m_errors).size()), stderr);
-        const bool isStatus =
-            !m_process.wasKilled() && QList<int>{0, 2, 3, 4}.contains(m_process.exitCode());
+        const QByteArray errors = textOf(m_errors);
+        std::fwrite(errors.constData(), 1, size_t(errors.size()), stderr);
+        const bool isStatus = m_isStarted && !m_process.wasKilled() &&
+                              QList<int>{0, 2, 3, 4}.contains(m_process.exitCode());
         if (!isStatus) {
             return reportFailure(
                 m_line, application, target, "program-broken", "the guard was ended");
@@ -302,6 +303,7 @@ private:
     Descriptor m_output = newFile();
     Descriptor m_errors = newFile();
     ChildProcess m_process;
+    bool m_isStarted = false;
 };
 
 /// On a terminal only: a line that the next one writes over.

@@ -183,17 +183,22 @@ def test_what_is_no_database(pair, make, reason, strict):
     assert (done.report["reason"], done.status) == (reason, run.returncode)
 
 
-@pytest.mark.parametrize("mode", ["delete", "wal"])
-@pytest.mark.parametrize("size", [340_000, 600_000, 800_000, 1_000_000, 8_000_000])
-def test_room_on_the_device(device, small, monkeypatch, size, mode):  # noqa: F811
+ROOM = [(size, mode, "", ()) for mode in ("delete", "wal")
+        for size in (340_000, 600_000, 800_000, 1_000_000, 8_000_000)]
+ROOM += [(size, "delete", test_direct.LARGE, strict)
+         for strict in ((), ("--strict",)) for size in (13_000_000, 16_000_000, 28_000_000)]
+
+
+@pytest.mark.parametrize("size, mode, extra, strict", ROOM)
+def test_room_on_the_device(device, small, monkeypatch, size, mode, extra, strict):  # noqa: F811
     """The copies have more room than the device."""
     rehearsal = "/app/second/migration-guard rehearse --json=/app/report \"$@\" 2>/dev/null\n"
     monkeypatch.setattr(test_direct, "SHELL", test_direct.SHELL.replace(
         "/app/second/migration-guard run", f"{rehearsal}/app/second/migration-guard run"))
-    device.install(1, mode=mode)
-    status, output = small(size)
+    device.install(1, extra, mode=mode)
+    status, output = small(size, *strict)
     report = json.loads((device.app / "report").read_text())
-    assert (report["status"], report["way"] in output) == (status, True)
+    assert (report["status"], f", {report['way']}," in output) == (status, True), output
     assert ("no-room" in output) == (report.get("reason") == "no-room")
 
 

@@ -2,17 +2,24 @@
 
 import json
 import os
+import signal
 import sqlite3
 import subprocess
+import sys
+import time
 from contextlib import closing
 
 import jsonschema
 import pytest
-from conftest import GUARD, PROGRAM, contents
+from conftest import GUARD, KNOWN_VERSIONS, PROGRAM, SECONDS, contents
+from processes import descendants, name_of
 from rehearsals import Rehearsed, Untouched, rehearse
-from support.places import DEMO, ROOT
+from support.places import DEMO, ROOT, TESTS
 from support.versions import NEWEST, dump_of
 from test_last_migration import closed
+
+sys.path.insert(0, str(TESTS / "verdict"))
+from count import Count  # noqa: E402
 
 SCHEMA = json.loads((ROOT / "docs" / "rehearsal.schema.json").read_text())
 jsonschema.Draft202012Validator.check_schema(SCHEMA)
@@ -90,6 +97,28 @@ def test_the_way_back(tmp_path):
     assert rehearse_here(26, path).report["wayBack"] is None
 
 
+def numbers(findings):
+    """By code and purpose, of what an independent count can tell."""
+    return {(finding["code"], finding["onPurpose"]):
+            {**finding["numbers"], "before": finding["before"]} for finding in findings}
+
+
+@pytest.mark.parametrize("version", [1, 8, 16, 26, 31])
+def test_every_number_is_that_of_an_independent_count(tmp_path, version):
+    """There, and on the way back, which is walked a second time to be counted."""
+    path = make(tmp_path / "before.sqlite", version)
+    there, back = tmp_path / "there.sqlite", tmp_path / "back.sqlite"
+    report = rehearse_here(NEWEST, path, "--result", there).report
+    counted = Count(path, there, version, NEWEST, report["log"].encode(),
+                    KNOWN_VERSIONS.read_text(), "TORVIK", [], tmp_path)
+    assert numbers(report["verdict"]["findings"]) == counted.findings
+    assert rehearse_here(version, there, "--result", back).status == 0
+    counted = Count(path, back, version, version, b"", KNOWN_VERSIONS.read_text(), "TORVIK", [],
+                    tmp_path)
+    assert report["wayBack"]["findings"]
+    assert numbers(report["wayBack"]["findings"]) == counted.findings
+
+
 def test_nothing_of_the_farm_without_rows(tmp_path):
     path = make(tmp_path / "Smith farm.sqlite", 20, SECRET)
     done = rehearse_here(NEWEST, path, "--without-rows")
@@ -142,6 +171,31 @@ def test_several_databases_have_a_line_each_in_their_order(tmp_path):
     lines = done.errors.splitlines()
     assert [line.split(": ")[1] for line in lines] == [*map(str, paths)]
     assert rehearse_here(NEWEST, *paths[2:]).status == 3
+
+
+def test_one_of_several_that_is_ended(tmp_path):
+    """The others go on, and it has its line."""
+    paths = [make(tmp_path / name, 33) for name in ("1.sqlite", "2.sqlite", "3.sqlite")]
+    program = tmp_path / "program"
+    program.write_text(f"#!/bin/sh\n[ ! -e {tmp_path}/wait ] || sleep 1000\n{PROGRAM} \"$@\"\n")
+    program.chmod(0o755)
+    (tmp_path / "wait").touch()
+    with subprocess.Popen(
+            [GUARD, "rehearse", str(NEWEST), *paths, "--json", "--program", program],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
+        end = time.monotonic() + SECONDS
+        while "sleep" not in map(name_of, descendants(process.pid)):
+            assert time.monotonic() < end
+            time.sleep(0.01)
+        (tmp_path / "wait").unlink()
+        first = descendants(process.pid)[0]
+        assert name_of(first) == "migration-guard"
+        os.kill(first, signal.SIGKILL)
+        output, _ = process.communicate(timeout=SECONDS)
+    reports = [json.loads(line) for line in output.splitlines()]
+    assert [report["database"]["path"] for report in reports] == [*map(str, paths)]
+    assert reports[0]["reason"] == "program-broken"
+    assert process.returncode == max(report["status"] for report in reports)
 
 
 def test_json_goes_into_a_file(tmp_path):
