@@ -34,8 +34,9 @@ TABLE = {
               "backward": {"plots": {"renamed": "fields", "columnsRenamed": {"size": "area"}}}},
         "7": {"forward": {"t": rewriting(7), "u": {"values": {"k": {"becomes": "k || 'x'"}}}},
               "backward": {"t": {"dropped": True}}},
-        "8": {"needs": ["later"], "forward": {"t": {"values": {"k": {"becomes": "ifnull(k, 'from 8')"}}},
-                                                "later": {"dropped": True}}, "backward": {}},
+        "8": {"needs": ["later"], "backward": {}, "forward": {
+            "later": {"dropped": True},
+            "t": {"values": {"k": {"becomes": "ifnull(k, 'from 8')"}}}}},
         "9": {"forward": {}, "backward": {"left": {"dropped": True}, "right": {"dropped": True},
                                           "later": {"dropped": True}}},
         "10": {"forward": {"whole": {"renamed": "left"}}, "backward": {}},
