@@ -9,6 +9,21 @@
 #include <algorithm>
 #include <optional>
 
+QByteArray mendingCode(MendingKind kind)
+{
+    switch (kind) {
+    case MendingKind::CopyRemoved:
+        return "copy-removed";
+    case MendingKind::NameGiven:
+        return "name-given";
+    case MendingKind::RowsReturned:
+        return "rows-returned";
+    case MendingKind::OnlyReported:
+        break;
+    }
+    return "only-reported";
+}
+
 bool MendingResult::changed() const
 {
     return std::any_of(mendings.begin(), mendings.end(), [](const Mending &mending) {

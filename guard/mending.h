@@ -13,6 +13,9 @@ enum class MendingKind {
     OnlyReported, ///< the copy is left as it was
 };
 
+/// @return the word for it in JSON
+QByteArray mendingCode(MendingKind kind);
+
 /// What was done about a copy of a table that a step has left behind.
 struct Mending {
     MendingKind kind = MendingKind::OnlyReported;

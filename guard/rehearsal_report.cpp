@@ -42,21 +42,6 @@ QString outcomeName(RehearsedStep::Outcome outcome)
     return "done";
 }
 
-QString kindName(MendingKind kind)
-{
-    switch (kind) {
-    case MendingKind::CopyRemoved:
-        return "copy-removed";
-    case MendingKind::NameGiven:
-        return "name-given";
-    case MendingKind::RowsReturned:
-        return "rows-returned";
-    case MendingKind::OnlyReported:
-        break;
-    }
-    return "only-reported";
-}
-
 QJsonArray stepsOf(const Rehearsal &rehearsal, bool withRows)
 {
     QJsonArray list;
@@ -84,7 +69,7 @@ QJsonArray mendingsOf(const Rehearsal &rehearsal, bool withRows)
         QJsonObject entry = {
             {"copy", QString::fromLatin1(printableName(mending.copy))},
             {"table", QString::fromLatin1(printableName(mending.table))},
-            {"kind", kindName(mending.kind)},
+            {"kind", QString::fromLatin1(mendingCode(mending.kind))},
             {"rowsOfCopy", mending.rowsOfCopy},
             {"rowsReturned", mending.rowsReturned}};
         if (withRows && !mending.reason.isEmpty()) {

@@ -16,27 +16,12 @@ std::optional<int> judgedVersion(const RecordedVersion &version)
     return static_cast<int>(std::clamp<qint64>(*version.number, 0, limits::largestVersion));
 }
 
-QByteArray wayOf(MendingKind kind)
-{
-    switch (kind) {
-    case MendingKind::CopyRemoved:
-        return "copy-removed";
-    case MendingKind::NameGiven:
-        return "name-given";
-    case MendingKind::RowsReturned:
-        return "rows-returned";
-    case MendingKind::OnlyReported:
-        break;
-    }
-    return {};
-}
-
 Finding findingOf(const Mending &mending)
 {
     Finding finding;
     finding.kind = "mended";
     finding.object = mending.copy;
-    finding.mending = wayOf(mending.kind);
+    finding.mending = mendingCode(mending.kind);
     finding.table = mending.table;
     finding.numbers = {{"rows", mending.rowsOfCopy}, {"rowsReturned", mending.rowsReturned}};
     return finding;

@@ -19,7 +19,7 @@ namespace
 Rehearsal rehearsalWithSecrets()
 {
     Rehearsal rehearsal;
-    rehearsal.database = "/farm/\n\u202eof Smith.sqlite";
+    rehearsal.database = "/stick/\n\u202eof Smith.sqlite";
     rehearsal.log = QByteArray("before\0after Smith", 18);
     rehearsal.assumed = QStringList{"platform"};
     rehearsal.record.endUnchanged("copy-failed", "Smith");
@@ -60,7 +60,7 @@ void RehearsalReportTest::tellsOneDatabaseOfSeveralInALine()
 
     QCOMPARE(
         rehearsalReport::lines(rehearsalWithSecrets(), true),
-        QStringList{"/farm/??of Smith.sqlite: " + line});
+        QStringList{"/stick/??of Smith.sqlite: " + line});
     QCOMPARE(
         rehearsalReport::lines(rehearsalWithSecrets(), false),
         (QStringList{line, "assumed: platform"}));
