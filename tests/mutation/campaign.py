@@ -36,8 +36,9 @@ HERE = pathlib.Path(__file__).resolve().parent
 # Tests of the source text, of other programs and of the disk. They do not look for faults in the
 # program.
 OTHER_TESTS = "|".join((
-    "^(fuzz|guard|verdict)_", "^(format|shellcheck|flake8|clang_tidy|install|show_changes|faults"
-    "|mutants|catalogue|support|pages|units|packages|man_pages|sqlite_page)$",
+    "^(fleet|fuzz|guard|report|verdict)_", "^(format|shellcheck|flake8|clang_tidy|install"
+    "|show_changes|faults|mending_faults|mutants|catalogue|support|pages|units|packages|man_pages"
+    "|sqlite_page)$",
     *(f"^{path.stem}$" for path in (TESTS / "guard").glob("*_test.cpp"))))
 # A fault that the tests of its file do not notice is left, one that no test notices has survived;
 # the outcome that a fault has before it is tried for this one.
@@ -142,11 +143,16 @@ class Tree:
         return [command for command in self.commands if command.endswith(f"-c {self.root / file}")]
 
     def users(self, header):
+        """The sources that include a header, or a header that includes it."""
         if header == "app/database_migrator.h":
             return ["app/construction.cpp", "tests/app/construction_test.cpp"]
-        return [str(path.relative_to(self.root)) for folder in self.subject.folders
-                for path in (self.root / folder).glob("*.cpp")
-                if f'"{header}"' in path.read_text(encoding="utf-8")]
+        users = set()
+        for path in (path for folder in self.subject.folders
+                     for path in (self.root / folder).iterdir()):
+            name = str(path.relative_to(self.root))
+            if path.suffix in (".cpp", ".h") and f'"{header}"' in path.read_text(encoding="utf-8"):
+                users.update([name] if path.suffix == ".cpp" else self.users(name))
+        return sorted(users)
 
     def product(self, compilation):
         return self.build / compilation.split(" -o ")[1].split()[0]

@@ -301,14 +301,17 @@ void TableRebuildTest::tableThatCannotBeDropped()
 
 void TableRebuildTest::structureThatCannotBeRead_data()
 {
-    const auto row = addColumns<int, QByteArray, QString>("action", "object", "error");
+    const auto row =
+        addColumns<int, QByteArray, QByteArray, QString>("action", "object", "part", "error");
     row("no column is read: the create statement fails",
         SQLITE_PRAGMA,
         "table_info",
+        "",
         rebuildRefused);
     row("the CREATE text is not read: its foreign keys would be lost",
         SQLITE_READ,
         "sqlite_master",
+        "type",
         "access to sqlite_master.type is prohibited Unable to execute statement");
 }
 
@@ -316,11 +319,12 @@ void TableRebuildTest::structureThatCannotBeRead()
 {
     QFETCH(int, action);
     QFETCH(QByteArray, object);
+    QFETCH(QByteArray, part);
     QFETCH(QString, error);
     device->sql(tableWithForeignKey);
     const QStringList unchanged = device->dump();
     DatabaseMigrator &migrator = start();
-    device->refuse(action, object);
+    device->refuse(action, object, part);
 
     QVERIFY(!migrator.dropColumnSaveParameters("t", "old"));
 
