@@ -40,7 +40,8 @@ const char *const description =
 
 const char *const jsonFileOption = "json-file";
 
-/// An option has a value or it has none; --json may have one.
+/// The parser's options either have a value or have none. --json may have one, so --json=FILE
+/// becomes an option of its own.
 QStringList withJsonFile(QStringList arguments)
 {
     const QString json = "--json=";
