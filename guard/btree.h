@@ -17,8 +17,8 @@ public:
         bool isValid = false;     ///< the cell lies inside the page
         quint32 leftChild = 0;    ///< interior pages only; known even when the cell is not valid
         qint64 rowid = 0;         ///< tables only
-        quint32 payloadSize = 0; ///< bytes, including those on overflow pages
-        int localOffset = 0; ///< where the payload begins in the page
+        quint32 payloadSize = 0;  ///< bytes, including those on overflow pages
+        int localOffset = 0;      ///< where the payload begins in the page
         int localSize = 0;        ///< bytes of the payload that are in the page
         quint32 overflowPage = 0; ///< the first page of the chain, 0 without one
     };
@@ -106,11 +106,11 @@ private:
     bool m_isDamaged = false;
     bool m_hasLowerBound = false;
     qint64 m_lowerBound = 0;       ///< the rowids that follow are greater
-    quint32 m_pagesRead = 0; ///< if it exceeds the pages of the file, the tree has a cycle
+    quint32 m_pagesRead = 0;       ///< if it exceeds the pages of the file, the tree has a cycle
     BTreePage::Cell m_cell;        ///< the current entry
     const char *m_local = nullptr; ///< the part of the current record that is in the page
-    quint32 m_bytesLeft = 0; ///< of the current record
-    QByteArray m_overflowPage; ///< the last one that was read
+    quint32 m_bytesLeft = 0;       ///< of the current record
+    QByteArray m_overflowPage;     ///< the last one that was read
 };
 
 /// Finds out which b-trees own a page of a set.

@@ -41,7 +41,7 @@ struct CommandLine {
     bool dryRun = false;
     bool json = false;        ///< of `status` and `rehearse`
     bool tellsStatus = false; ///< of `status`: end with the status of the last run
-    QString inside; ///< where the guard has started itself again: "memory", "disk"; empty if it has not
+    QString inside; ///< where the guard runs itself again: "memory", "disk"; empty for not
     int waitSeconds = 0;
     RehearsalLine rehearsal;
 };

@@ -129,7 +129,7 @@ bool haveEqualPayload(BTreeCursor &before, BTreeCursor &after)
 enum class Entries {
     Equal,
     OtherBytes, ///< the same number of entries and the same rowids, but not all the same bytes
-    Different ///< different entries, or a damaged tree
+    Different   ///< different entries, or a damaged tree
 };
 
 Entries compareEntries(BTreeCursor before, BTreeCursor after)

@@ -5,15 +5,15 @@
 /// Why a database, or a file beside it, could not be read or changed.
 struct DatabaseFailure {
     enum class Kind {
-        Locked, ///< another process held a lock for longer than the budget
-        Written, ///< another process has written to it since it was copied
-        Replaced, ///< there is another file at its path now, or none
+        Locked,      ///< another process held a lock for longer than the budget
+        Written,     ///< another process has written to it since it was copied
+        Replaced,    ///< there is another file at its path now, or none
         NoRoom,      ///< the disk is full
         NotWritable, ///< this user may not write there, or it is read-only
-        Damaged, ///< SQLite does not accept it as a database
-        Failed, ///< the disk failed, or there was too little memory
+        Damaged,     ///< SQLite does not accept it as a database
+        Failed,      ///< the disk failed, or there was too little memory
         NotFlushed,  ///< it has the new content, but a power cut may bring the old one back
-        Unknown ///< the commit failed, and the database could not be read after it
+        Unknown      ///< the commit failed, and the database could not be read after it
     };
     Kind kind;
     QString text; ///< SQLite's or the system's words for it

@@ -7,7 +7,7 @@
 /// for it.
 struct ProgramView {
     QStringList root = {"--dev-bind", "/", "/"}; ///< as options for bubblewrap
-    bool isDevice = true; ///< false: it sees another root
+    bool isDevice = true;                        ///< false: it sees another root
     QString program; ///< this and the next ones are paths as the program sees them
     QString databases;
     QString pool; ///< empty when there is none
@@ -25,7 +25,7 @@ struct DevicePaths {
     void placeDatabases(const QString &directory);
 
     QString program;       ///< the migrator, empty when there is none that can be started
-    QString knownVersions; ///< the table of the versions that the installed program knows, beside it
+    QString knownVersions; ///< the table of the program's versions, beside it
     QString databases;     ///< the directory of the database, empty when there is none
     QString database;      ///< the database's file, empty when there is none or it is empty
     QString databaseEntry; ///< where the program looks for it, whatever is there

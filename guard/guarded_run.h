@@ -19,9 +19,9 @@ struct GuardedTask {
 struct GuardedEnd {
     enum class Next {
         Done,        ///< the record says how it ended
-        CopyAgain, ///< another process has written since the copy was made
+        CopyAgain,   ///< another process has written since the copy was made
         StageOnDisk, ///< there is too little room in memory
-        NoRoom, ///< there is too little room on the disk; the record's detail says for what
+        NoRoom,      ///< there is too little room on the disk; the record's detail says for what
         RunDirectly  ///< guarding is impossible; the record's reason says why
     };
     Next next = Next::Done;

@@ -22,8 +22,8 @@ std::optional<int> run(std::optional<qint64> memorySize, const QStringList &argu
 
 /// A place where the system cannot be changed, not even the access time of a file.
 struct Place {
-    std::optional<qint64> memorySize; ///< bytes of the file system in memory; nothing: the place is on the disk
-    QString directory; ///< used if there is no file system in memory
+    std::optional<qint64> memorySize; ///< bytes in memory; nothing: the place is on the disk
+    QString directory;                ///< used if there is no file system in memory
     QStringList binds;                ///< bubblewrap's options for what else may be written
 };
 

@@ -20,9 +20,9 @@ struct KnownCopy {
     QByteArray name;               ///< such as growers_temp
     QByteArray table;              ///< the table that it is a copy of
     QVector<RenamedTable> renames; ///< of the table
-    QByteArrayList inItsPlace; ///< tables that hold its rows in versions without this table
+    QByteArrayList inItsPlace;     ///< tables that hold its rows in versions without this table
     QByteArrayList otherCopies;    ///< of the same table
-    QVector<TakenFromTable> steps; ///< what the steps that make the copy take from the table on purpose
+    QVector<TakenFromTable> steps; ///< what steps that make the copy take from the table
 
     /// @return all names that the table has in any version, its own first
     QByteArrayList names() const;

@@ -16,9 +16,8 @@ enum class MendingKind {
 /// What was done about a copy of a table that a step has left behind.
 struct Mending {
     MendingKind kind = MendingKind::OnlyReported;
-    QByteArray
-        table; ///< its name as the database writes it; without such a table, as the versions write it
-    QByteArray copy; ///< its name as the database writes it
+    QByteArray table; ///< its name in the database; if it is missing, in the versions
+    QByteArray copy;  ///< its name as the database writes it
     qint64 rowsOfCopy = 0;
     qint64 rowsReturned = 0; ///< rows that were put back into the table; with NameGiven all
     QString reason;          ///< why a copy is only reported, as a sentence

@@ -217,7 +217,7 @@ void Migration::tryGuarded(bool mayReplaceKept)
             tell(QString("not enough room in memory, staging on the disk"));
             place = Place::Disk;
         } else if (m_end.next == Next::CopyAgain) {
-            tell(QString("somebody else has written to the database"));
+            tell(QString("another program has written to the database"));
             ++copies;
         } else {
             return;

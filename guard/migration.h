@@ -19,9 +19,9 @@ struct MigrationOptions {
     bool mend = false;            ///< repair in the copy what cut runs have left
     QByteArrayList acceptedCodes; ///< findings with these codes do not count
     int waitSeconds = 0;          ///< to wait for locks of others, in all
-    bool noNamespaces = false; ///< bubblewrap was tried and could not make a sandbox
-    QString memoryStaging;     ///< an empty directory in memory that is this run's own, or empty
-    QString stagingParent;     ///< a directory that the caller named for staging, or empty
+    bool noNamespaces = false;    ///< bubblewrap was tried and could not make a sandbox
+    QString memoryStaging;        ///< an empty directory in memory that is this run's own, or empty
+    QString stagingParent;        ///< a directory that the caller named for staging, or empty
 
     /// Called with a judged result while it is still staged.
     std::function<void(const StagedResult &)> seeResult;

@@ -8,9 +8,9 @@
 /// One run of the unchanged program.
 struct ProgramRun {
     enum class End {
-        Whole, ///< it ended by itself and had enough room
+        Whole,        ///< it ended by itself and had enough room
         NeverStarted, ///< bubblewrap could not make the sandbox
-        LackOfRoom, ///< staging was nearly full, or the log reports lack of room: the result may be a half one
+        LackOfRoom,   ///< staging was nearly full, or the log says so: maybe half a result
         Broken        ///< a signal, another exit status than 0, or a log that is not whole
     };
     End end = End::NeverStarted;

@@ -243,7 +243,7 @@ RealDatabase::Failure RealDatabase::replaceContent(
         return failure(result);
     }
     if (dataVersion() != m_copiedVersion) {
-        return DatabaseFailure{DatabaseFailure::Kind::Written, "somebody else has written"};
+        return DatabaseFailure{DatabaseFailure::Kind::Written, "another program has written"};
     }
     if (!(identity() == m_copiedIdentity)) {
         return DatabaseFailure{DatabaseFailure::Kind::Replaced, "the database was replaced"};

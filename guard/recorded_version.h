@@ -8,7 +8,7 @@
 
 /// The schema version that a database records, if it is known.
 struct RecordedVersion {
-    bool isKnown = false; ///< false: it was not read, or reading failed
+    bool isKnown = false;         ///< false: it was not read, or reading failed
     std::optional<qint64> number; ///< nothing when the database records none
 
     bool is(qint64 version) const { return number && *number == version; }

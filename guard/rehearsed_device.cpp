@@ -278,7 +278,7 @@ bool RehearsedDevice::copyDatabase(const QString &entry)
         return true;
     }
     if (!file.isFile()) {
-        return fail("not-copied", "it is no file");
+        return fail("not-copied", "it is not a file");
     }
     // SQLite fails if something other than a file has the name of one of its files.
     const QString real = file.canonicalFilePath();

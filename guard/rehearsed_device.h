@@ -15,9 +15,9 @@ struct RehearsedDeviceOptions {
     QString database;    ///< empty for this device's own
     std::optional<QString> platform;
     std::optional<QString> softwareVersion;
-    QString registration; ///< a file; empty for the device's own
+    QString registration;  ///< a file; empty for the device's own
     QString referenceData; ///< a directory with the scripts; empty for the device's own
-    QString program; ///< a file; empty for the device's own
+    QString program;       ///< a file; empty for the device's own
     int waitSeconds = 0;   ///< to wait for a program that is writing to the database
 };
 

@@ -127,7 +127,7 @@ RunRecord Restoration::run()
         return nothingChanged("database-link-broken");
     }
     if (QFileInfo::exists(m_path) && !QFileInfo(m_path).isFile()) {
-        return nothingChanged(restoreFailed, "in the place of the database is no file");
+        return nothingChanged(restoreFailed, "the database is not a file");
     }
     const sizing::Database size = sizing::measure(m_path);
     const qint64 sourceBytes =
@@ -191,7 +191,7 @@ void Restoration::settleReplaced()
 std::optional<DatabaseFailure> Restoration::copyCurrent()
 {
     if (m_device.database.isEmpty()) {
-        m_whyUnreadable = "there is none, or nothing in it";
+        m_whyUnreadable = "there is none, or it is empty";
         return std::nullopt;
     }
     if (m_options.dryRun) {

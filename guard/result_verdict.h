@@ -11,7 +11,7 @@
 /// The staged database before and after the program.
 struct StagedResult {
     QString before;            ///< the copy of the database that the program was given, at rest
-    QString after; ///< the database after the program, at rest
+    QString after;             ///< the database after the program, at rest
     QString scratchDirectory;  ///< for the verdict's own copy
     QByteArray log;            ///< what the program has logged
     QVector<Mending> mendings; ///< of the copy, before the program was given it

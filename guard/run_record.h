@@ -16,24 +16,24 @@ enum class Status {
     Success = 0,        ///< the target is reached, nothing to look at
     WrongCall = 2,      ///< nothing was started
     NothingChanged = 3, ///< with the reason `commit-unknown` this is not known
-    LookAtIt = 4 ///< changed, and needs a look
+    LookAtIt = 4        ///< changed, and needs a look
 };
 
 /// How one run ended.
 struct RunRecord {
     QString command = "run";   ///< or "restore"
-    RecordedVersion from; ///< the version before
-    RecordedVersion to; ///< the version after
+    RecordedVersion from;      ///< the version before
+    RecordedVersion to;        ///< the version after
     std::optional<int> target; ///< nothing for a restore
     bool guarded = true;       ///< false: the program ran on the real database
     QString staging;           ///< "memory" or "disk", empty when nothing was staged
     QString reason;            ///< a code: why direct, why nothing changed, what to look at
     QString detail;            ///< SQLite's or the system's words for it
-    bool endIsKnown = true; ///< false: `to`, `changed` and `kept` have no meaning
+    bool endIsKnown = true;    ///< false: `to`, `changed` and `kept` have no meaning
     bool changed = false;
     bool kept = false; ///< the database of before was kept
     Status status = Status::Success;
-    std::optional<Verdict> verdict; ///< on a result that was judged, or why the program was not started
+    std::optional<Verdict> verdict; ///< on the result, or why the program was not started
     std::optional<int> newestKnown; ///< the newest version that the program knows
     Measurements measured;
 

@@ -10,7 +10,7 @@ namespace sizing
 /// The sizes of a database.
 struct Database {
     qint64 fileBytes = 0; ///< of its file
-    qint64 bytes = 0; ///< of its file and its write-ahead log
+    qint64 bytes = 0;     ///< of its file and its write-ahead log
     bool hasWriteAheadLog = false;
 };
 

@@ -25,7 +25,10 @@ public:
     QString directory() const { return m_directory; }
     QString original() const { return m_directory + "/original.sqlite"; } ///< the copy, untouched
     QString mended() const { return m_directory + "/mended.sqlite"; }     ///< the copy, mended
-    QString databases() const { return m_directory + "/databases"; } ///< the directory that the program sees
+    QString databases() const
+    {
+        return m_directory + "/databases";
+    } ///< the directory that the program sees
     QString database() const;
     QString log() const;
     QString pool() const { return m_directory + "/pool"; }

@@ -8,7 +8,7 @@
 
 /// Where staging is.
 struct StagingPlace {
-    QString parent; ///< a directory that exists
+    QString parent;    ///< a directory that exists
     QString directory; ///< the one that staging makes in it, or the parent itself
 };
 

@@ -12,10 +12,10 @@
 /// What took the missing rows or values.
 struct Purpose {
     enum class Taker {
-        Nobody, ///< no version takes it: only this run does
+        Nobody,  ///< no version takes it: only this run does
         Version, ///< a version, on purpose
-        Script, ///< perhaps a reference-data script that names the table
-        Unknown ///< not known: the table of versions lacks a version that was walked
+        Script,  ///< perhaps a reference-data script that names the table
+        Unknown  ///< not known: the table of versions lacks a version that was walked
     };
     Taker taker = Taker::Nobody;
     int version = 0; ///< the version that took it
@@ -45,10 +45,10 @@ struct Finding {
     QByteArray table;   ///< of "mended": the table that the object is a copy of
 
     Purpose purpose;
-    bool before = false; ///< it was already so before this run
-    bool accepted = false; ///< the caller accepts its code
+    bool before = false;       ///< it was already so before this run
+    bool accepted = false;     ///< the caller accepts its code
     bool beforeIsKept = false; ///< the database of before is kept, so a person can look at it
-    QString detail; ///< SQLite's words for it
+    QString detail;            ///< SQLite's words for it
 
     QVector<FindingRow> rows; ///< contents of the device; not every reader may see them
     bool hasAllRows = true;   ///< false when there were too many to keep

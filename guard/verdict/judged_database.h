@@ -36,7 +36,7 @@ private:
 struct TableShape {
     QByteArrayList columns; ///< names of the stored columns
     QByteArrayList key;     ///< the columns of the primary key
-    QByteArray rowid; ///< a name that reads the row id, empty when there is none
+    QByteArray rowid;       ///< a name that reads the row id, empty when there is none
 
     /// @return the place of the column, in any letter case; -1 when there is none
     int indexOf(const QByteArray &column) const;

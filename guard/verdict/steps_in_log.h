@@ -11,10 +11,10 @@
 /// The steps of a run according to its log. The program's log words are a contract.
 struct StepsInLog {
     QVector<int> reapplied; ///< the versions that self-repair applied again, in order
-    QSet<int> failedAgain; ///< those of `reapplied` that failed
+    QSet<int> failedAgain;  ///< those of `reapplied` that failed
     QSet<int> failed;       ///< the versions of the walk whose step failed
     QHash<int, QByteArrayList> linesOfFailed; ///< by version, the log's lines on those steps
-    bool unknownFailed = false; ///< a step failed, but the log does not say which
+    bool unknownFailed = false;               ///< a step failed, but the log does not say which
 };
 
 /// @return whether the log has the first line of a run; if not, nothing is known about its steps

@@ -11,7 +11,7 @@ struct TableCase {
     const JudgedDatabase &after;
     TableWalk walk;            ///< its columns are those of the shape
     TableShape shape;          ///< before
-    QByteArray uniqueNames; ///< folded: the column whose names the run makes unique, or empty
+    QByteArray uniqueNames;    ///< folded: the column whose names the run makes unique, or empty
     QByteArrayList ownColumns; ///< folded: the columns that the program writes itself
     bool isNamedByScript = false;
     bool hasUnknownVersion = false; ///< a version of the walk is not in the table of versions

@@ -19,7 +19,7 @@ constexpr qint64 mostRowBytes = 32 * 1024 * 1024;
 
 /// A column of before, and where its values are now.
 struct ColumnPair {
-    int before = 0; ///< index in the shape and in the walk
+    int before = 0;   ///< index in the shape and in the walk
     QByteArray after; ///< null when the column is gone
 };
 

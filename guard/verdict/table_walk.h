@@ -25,10 +25,9 @@ struct TableWalk {
         int version = 0;
         QByteArray rows; ///< a condition
     };
-    QByteArrayList
-        names; ///< its names one after the other; the first as in the database of before
-    QVector<Rule> rules;         ///< in the order of the steps
-    int droppedBy = 0;           ///< a version, 0 when it is kept
+    QByteArrayList names; ///< its names one after the other; the first as in the database of before
+    QVector<Rule> rules;  ///< in the order of the steps
+    int droppedBy = 0;    ///< a version, 0 when it is kept
     QVector<ColumnWalk> columns; ///< in the order of the argument
 };
 

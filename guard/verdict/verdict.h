@@ -17,7 +17,7 @@ struct RunToJudge {
     std::optional<int> from; ///< recorded versions, nothing when the database records none
     std::optional<int> to;
     int target = 0;
-    QByteArray log; ///< the text that the run has logged
+    QByteArray log;               ///< the text that the run has logged
     QByteArray platform;          ///< the first line of the device's platform file
     QVector<QByteArray> scripts;  ///< the texts of the reference-data scripts
     QByteArrayList acceptedCodes; ///< findings with these codes do not count
@@ -32,7 +32,7 @@ struct Verdict {
     QVector<Finding> findings;    ///< those that count first
     QVector<TableNumbers> tables; ///< those that differ and could be read
     QVector<int> unknownVersions; ///< versions of the run that the table of versions does not know
-    bool lackedRoom = false; ///< not judged: the scratch directory had no room for the copy
+    bool lackedRoom = false;      ///< not judged: the scratch directory had no room for the copy
 
     /// Makes findings on lost data name the kept database of before.
     void noteKept();

@@ -16,9 +16,9 @@ enum class Direction { Forward, Backward };
 
 /// How a version rewrites the values of a column. The expressions are SQL over the row of before.
 struct RewrittenValue {
-    QByteArray becomes; ///< the new value; empty: it cannot be predicted
+    QByteArray becomes;  ///< the new value; empty: it cannot be predicted
     QByteArray any;      ///< a condition on rows that may get any value; empty: no row
-    double within = 0; ///< a number may differ by this fraction of itself
+    double within = 0;   ///< a number may differ by this fraction of itself
     QByteArray platform; ///< the only platform that this is for; empty: all
 };
 
@@ -71,9 +71,9 @@ public:
 
     /// The repairs and changes that every run makes, whatever it walks.
     struct EveryRun {
-        QVector<RowCondition> rows; ///< orphans that are removed, in this order
+        QVector<RowCondition> rows;          ///< orphans that are removed, in this order
         QHash<QByteArray, QByteArray> names; ///< by table, the column whose names are made unique
-        QHash<QByteArray, QByteArrayList> values; ///< by table, the columns that the program writes itself
+        QHash<QByteArray, QByteArrayList> values; ///< by table, columns that it writes itself
         QStringList scripts; ///< names of the reference-data scripts beside the program
     };
     const EveryRun &everyRun() const { return m_everyRun; }
