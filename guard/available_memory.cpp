@@ -17,7 +17,7 @@ QByteArray content(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-/// @return the number of a file that holds one; nothing for another text, such as "max"
+/// @return the number in a file; nothing for any other text, such as "max"
 std::optional<qint64> number(const QString &path)
 {
     bool valid = false;
@@ -25,7 +25,7 @@ std::optional<qint64> number(const QString &path)
     return valid ? std::optional<qint64>(value) : std::nullopt;
 }
 
-/// @return the number after a name that begins a line
+/// @return the number after a name at the beginning of a line
 qint64 valueAfter(const QByteArray &text, const QByteArray &name)
 {
     for (const QByteArray &line : text.split('\n')) {
@@ -36,7 +36,7 @@ qint64 valueAfter(const QByteArray &text, const QByteArray &name)
     return 0;
 }
 
-/// What a group has left. Its file cache counts as free, files in memory do not.
+/// The bytes that a group has left. Its file cache counts as free; files in memory do not.
 qint64 leftInGroup(const QString &group, const QString &limitFile, const QString &usageFile)
 {
     const std::optional<qint64> limit = number(group + limitFile);
@@ -50,7 +50,7 @@ qint64 leftInGroup(const QString &group, const QString &limitFile, const QString
     return std::max<qint64>(0, *limit - std::max<qint64>(0, used - fileCache));
 }
 
-/// The least that a group or one of those above it has left.
+/// The least that a group, or any group above it, has left.
 qint64 leftInGroups(
     const QString &hierarchy, QString group, const QString &limitFile, const QString &usageFile)
 {
@@ -70,7 +70,8 @@ qint64 availableMemory(const QString &root)
 
     const QString groups = root + "/sys/fs/cgroup";
     for (const QByteArray &line : content(root + "/proc/self/cgroup").split('\n')) {
-        // Number of the hierarchy, its controllers, the group; version 2 names no controller.
+        // A line: number of the hierarchy, its controllers, the group. Version 2 names no
+        // controller.
         const QList<QByteArray> fields = line.split(':');
         if (fields.size() < 3) {
             continue;

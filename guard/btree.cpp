@@ -4,7 +4,7 @@
 
 namespace
 {
-// SQLite follows no tree that is deeper.
+// SQLite refuses deeper trees.
 constexpr int deepestLevel = 20;
 
 quint32 numberAt(const char *bytes)
@@ -38,7 +38,7 @@ BTreePage::Cell BTreePage::cell(int index) const
 {
     Cell cell;
     const int pointer = m_headerOffset + (isLeaf() ? 8 : 12) + 2 * index;
-    // SQLite cuts an offset that is too great in the same way.
+    // SQLite truncates an offset that is too large in the same way.
     int offset = qFromBigEndian<quint16>(bytes() + pointer) & (m_bytes.size() - 1);
     if (!isLeaf()) {
         if (offset + 4 > m_usableSize) {
@@ -63,7 +63,7 @@ void BTreePage::readPayload(Cell &cell, int offset) const
     if (!readVarint(offset, value)) {
         return;
     }
-    // SQLite takes the lower half of a greater number.
+    // SQLite takes the lower half of a larger number.
     cell.payloadSize = static_cast<quint32>(value);
     if (isTable()) {
         if (!readVarint(offset, value)) {
@@ -71,7 +71,7 @@ void BTreePage::readPayload(Cell &cell, int offset) const
         }
         cell.rowid = static_cast<qint64>(value);
     }
-    // How much of a record is in the page: the file format's own formula.
+    // The file format's formula for the part of a record that is in the page.
     const int most = isTable() ? m_usableSize - 35 : (m_usableSize - 12) * 64 / 255 - 23;
     const int least = (m_usableSize - 12) * 32 / 255 - 23;
     const qint64 wanted = least + (qint64(cell.payloadSize) - least) % (m_usableSize - 4);
@@ -89,7 +89,7 @@ void BTreePage::readPayload(Cell &cell, int offset) const
     }
 }
 
-/// @return false when the number leaves the page
+/// @return false when the number extends beyond the page
 bool BTreePage::readVarint(int &offset, quint64 &value) const
 {
     value = 0;
@@ -180,7 +180,7 @@ bool BTreeCursor::acceptEntry(const BTreePage::Cell &cell)
     return true;
 }
 
-/// A rowid that does not divide the children leads SQLite to the wrong one.
+/// A rowid that does not divide the children leads SQLite to the wrong child.
 bool BTreeCursor::acceptSeparator(const BTreePage::Cell &cell)
 {
     if (!cell.isValid || (m_hasLowerBound && cell.rowid < m_lowerBound)) {
@@ -239,7 +239,7 @@ PageOwners::Answer PageOwners::ask(quint32 rootPage)
     while (!m_toVisit.empty()) {
         const quint32 number = m_toVisit.back();
         m_toVisit.pop_back();
-        // A page that cannot be read has no links; the file remembers the failure.
+        // A page that cannot be read has no links; the file object remembers the failure.
         if (m_owners[number] == m_tree) {
             if (page.read(m_file, number)) {
                 visitLinks(page);
@@ -282,7 +282,7 @@ void PageOwners::visit(quint32 page, bool isOverflow)
         m_toVisit.push_back(page);
         m_answer.ownsPageOfSet = m_answer.ownsPageOfSet || m_pages[page];
     } else if (owner != visitor) {
-        // Where the page leads to is known if another tree has read it as a page of the same kind.
+        // The page's links are known if another tree has read it as a page of the same kind.
         const bool isKnown = owner / 2 != m_tree / 2 && owner % 2 == visitor % 2;
         m_answer.sharesPages = true;
         m_answer.ownsPageOfSet = m_answer.ownsPageOfSet || !isKnown || m_ownsPageOfSet[owner / 2];

@@ -7,20 +7,20 @@
 #include <algorithm>
 #include <vector>
 
-/// A page of a b-tree, in SQLite's file format. Whatever its bytes are, no operation reads beyond
-/// them.
+/// A page of a b-tree, in SQLite's file format. No operation reads beyond the page, whatever bytes
+/// are in it.
 class BTreePage
 {
 public:
-    /// One entry, or in an interior page of a table a rowid that divides two children.
+    /// One entry; in an interior page of a table, a rowid that divides two children.
     struct Cell {
         bool isValid = false;     ///< the cell lies inside the page
         quint32 leftChild = 0;    ///< interior pages only; known even when the cell is not valid
         qint64 rowid = 0;         ///< tables only
-        quint32 payloadSize = 0;  ///< bytes, those on overflow pages included
-        int localOffset = 0;      ///< where in the page the payload begins
+        quint32 payloadSize = 0;  ///< bytes, including those on overflow pages
+        int localOffset = 0;      ///< where the payload begins in the page
         int localSize = 0;        ///< bytes of the payload that are in the page
-        quint32 overflowPage = 0; ///< the first of a chain, 0 without one
+        quint32 overflowPage = 0; ///< the first page of the chain, 0 without one
     };
 
     /// @return false when the disk failed
@@ -31,10 +31,10 @@ public:
     bool isIndex() const { return m_type == 2 || m_type == 10; }
     bool isLeaf() const { return m_type == 10 || m_type == 13; }
 
-    /// @return whether the page has room for the cells that it is said to have
+    /// @return whether the page has room for as many cells as it claims to have
     bool hasRoomForCells() const { return m_cellCount <= m_mostCells; }
 
-    /// @return so many cells as there is room for at most
+    /// @return how many cells the page claims to have, but no more than it has room for
     int cellCount() const { return std::min(m_cellCount, m_mostCells); }
 
     Cell cell(int index) const;
@@ -67,8 +67,7 @@ public:
     /// @return false after the last one, or when the tree is damaged or cannot be read
     bool next();
 
-    /// @return whether reading stopped at something that no b-tree has: then there may be more
-    /// entries than have come
+    /// @return whether reading stopped at damage; there may be more entries than were read
     bool isDamaged() const { return m_isDamaged; }
 
     /// @return whether the tree has rowids
@@ -92,7 +91,7 @@ public:
 private:
     struct Level {
         BTreePage page;
-        int next = 0; ///< in an interior page 2 i is child i, and 2 i + 1 is cell i
+        int next = 0; ///< in an interior page, 2 i is child i and 2 i + 1 is cell i
     };
 
     bool descend(quint32 page);
@@ -107,28 +106,29 @@ private:
     bool m_isDamaged = false;
     bool m_hasLowerBound = false;
     qint64 m_lowerBound = 0;       ///< the rowids that follow are greater
-    quint32 m_pagesRead = 0;       ///< more than the file has: the tree leads in a circle
+    quint32 m_pagesRead = 0;       ///< if it exceeds the pages of the file, the tree has a cycle
     BTreePage::Cell m_cell;        ///< the current entry
-    const char *m_local = nullptr; ///< the part of its record that is in the page
-    quint32 m_bytesLeft = 0;       ///< of its record
-    QByteArray m_overflowPage;     ///< the one that was read last
+    const char *m_local = nullptr; ///< the part of the current record that is in the page
+    quint32 m_bytesLeft = 0;       ///< of the current record
+    QByteArray m_overflowPage;     ///< the last one that was read
 };
 
-/// Tells which b-trees own a page of a set.
+/// Finds out which b-trees own a page of a set.
 class PageOwners
 {
 public:
     struct Answer {
-        bool ownsPageOfSet = false; ///< also when that cannot be ruled out
-        bool sharesPages = false;   ///< another tree that was asked for before has a page of it
+        bool ownsPageOfSet = false; ///< also true when that cannot be ruled out
+        bool sharesPages = false;   ///< it shares a page with a tree that was asked for before
     };
 
-    /// @param file whose trees are looked at
+    /// @param file the file whose trees are looked at
     /// @param pages the set, by page number; the file has no pages beyond it
     PageOwners(const DatabaseFile &file, const std::vector<bool> &pages);
 
-    /// Follows all that could be a link from page to page: in a damaged tree too, every page is
-    /// looked at that SQLite could read for it. All trees together take one look at every page.
+    /// Follows everything that could be a link from page to page. So even in a damaged tree it
+    /// looks at every page that SQLite could read for that tree. For all trees together, each page
+    /// is read once.
     Answer ask(quint32 rootPage);
 
 private:
@@ -137,7 +137,8 @@ private:
 
     const DatabaseFile &m_file;
     const std::vector<bool> &m_pages;
-    /// By page: 0 where no tree is known, or the tree's number; for an overflow page one more.
+    /// By page: the tree's number, for an overflow page that number plus 1; 0 when no tree is
+    /// known.
     std::vector<quint32> m_owners;
     std::vector<bool> m_ownsPageOfSet; ///< by tree
     Answer m_answer;                   ///< on the current tree

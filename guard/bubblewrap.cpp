@@ -35,12 +35,13 @@ QString bubblewrapPath()
 
 bool Bubblewrap::start(const QStringList &arguments, ChildProcess::Options options)
 {
-    // Not a pipe: without this process bubblewrap could not write there, and would end in the moment
-    // in which its child waits for it.
+    // Not a pipe: if this process ended, bubblewrap could not write to it, and would end while its
+    // child waits for it.
     m_status = Descriptor(memfd_create("bubblewrap-status", MFD_CLOEXEC));
     options.passed = m_status.get();
-    // Bubblewrap's own child waits for it before it prepares the sandbox. If bubblewrap is killed in
-    // that moment, the child waits for ever, and becomes a child of this process, which ends it.
+    // Bubblewrap's child waits for bubblewrap before it prepares the sandbox. If bubblewrap is
+    // killed at that moment, the child waits forever. It then becomes a child of this process,
+    // which ends it.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     return m_status.isOpen() &&
            m_process.start(
@@ -61,8 +62,8 @@ Bubblewrap::End Bubblewrap::end()
             end.exitCode = status.value("exit-code").toInt();
         }
     }
-    // Bubblewrap names the child before it has prepared the sandbox. Where it ends by itself without
-    // the child's exit code, the preparation has failed.
+    // Bubblewrap reports the child before it has prepared the sandbox. If bubblewrap ends by itself
+    // without reporting the child's exit code, the preparation has failed.
     end.killed = m_process.wasKilled();
     const bool failedItself = !end.killed && !end.exitCode;
     end.programStarted = programKnown && !failedItself;

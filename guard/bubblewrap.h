@@ -8,17 +8,17 @@
 /// @return the path of bubblewrap, empty where it is not installed
 QString bubblewrapPath();
 
-/// Starts a program inside bubblewrap and tells its end from bubblewrap's own. Has to be used from the
-/// main thread.
+/// Starts a program inside bubblewrap, and can tell whether the program or bubblewrap itself ended.
+/// Use it from the main thread only.
 class Bubblewrap
 {
 public:
     /// @param arguments bubblewrap's, then the program and its own
-    /// @param options what bubblewrap and the program have as their standard files
+    /// @param options the standard files of bubblewrap and the program
     /// @return false when bubblewrap could not be started
     bool start(const QStringList &arguments, ChildProcess::Options options = {});
 
-    /// Can be read when it may have ended.
+    /// Becomes readable when bubblewrap may have ended.
     int endDescriptor() const { return m_process.endDescriptor(); }
     bool hasEnded() { return m_process.hasEnded(); }
 
@@ -30,10 +30,10 @@ public:
     struct End {
         bool programStarted = false; ///< false: bubblewrap failed before the program ran
         bool killed = false;         ///< bubblewrap was ended by a signal
-        std::optional<int> exitCode; ///< nothing: bubblewrap was ended before the program was
+        std::optional<int> exitCode; ///< nothing: bubblewrap ended before the program did
     };
 
-    /// Ends what still runs.
+    /// Ends whatever still runs.
     End end();
 
 private:

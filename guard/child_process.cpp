@@ -17,7 +17,7 @@
 
 namespace
 {
-/// The arguments of a program as execv takes them.
+/// The arguments of a program in the form that execv takes.
 class Command
 {
 public:
@@ -47,14 +47,14 @@ pid_t childIn(const QString &directory)
     if (!file.open(QIODevice::ReadOnly)) {
         return -1;
     }
-    // Its number, its name in parentheses, its state, its parent.
+    // The file has the process's number, its name in parentheses, its state and its parent.
     const QByteArray content = file.readAll();
     const QList<QByteArray> fields = content.mid(content.lastIndexOf(')') + 2).split(' ');
     const bool isChild = fields.size() > 1 && fields[1].toInt() == getpid();
     return isChild ? content.left(content.indexOf(' ')).toInt() : -1;
 }
 
-/// @return false when there was none that could be found
+/// @return false when no child was found
 bool killChildren()
 {
     bool found = false;
@@ -88,7 +88,8 @@ void prepareDescriptors()
 
 ChildProcess::ChildProcess()
 {
-    // A caller may have left this signal ignored, and then no end can be waited for.
+    // A caller may have left this signal ignored, and then this process could not wait for a
+    // child's end.
     std::signal(SIGCHLD, SIG_DFL);
     sigset_t ends;
     sigemptyset(&ends);
@@ -119,7 +120,7 @@ bool ChildProcess::start(
         execute(command.get(), options, self, failureWrite);
     }
     failureWrite.close();
-    // It is closed without a word when the program is executed.
+    // The pipe is closed without a message when the program is executed.
     int error = 0;
     ssize_t size = -1;
     while (m_process > 0 && (size = read(failureRead.get(), &error, sizeof error)) < 0 &&
@@ -140,7 +141,7 @@ void ChildProcess::execute(
     if (options.diesWithParent) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != parent) {
-            // It has ended before.
+            // The parent has ended already.
             _exit(failed);
         }
     }
@@ -159,7 +160,7 @@ void ChildProcess::execute(
     _exit(failed);
 }
 
-/// Has to be called before the system is asked who has ended: another end can follow at once.
+/// Call it before asking the system which child has ended: another child can end right after.
 void ChildProcess::forgetEnds() const
 {
     signalfd_siginfo told;
@@ -173,7 +174,7 @@ bool ChildProcess::hasEnded()
     if (m_process > 0) {
         const pid_t ended = waitpid(m_process, &m_status, WNOHANG);
         if (ended < 0) {
-            // Nobody knows how.
+            // It is not known how it ended.
             m_status = SIGKILL;
         }
         m_process = ended == 0 ? m_process : -1;

@@ -17,9 +17,9 @@ const char *const description =
     "      from schemaversion.txt in the application directory.\n"
     "  migration-guard rehearse TARGET [DATABASE...]\n"
     "      Tells how a run to TARGET would end, and what it would do (others call it\n"
-    "      a dry run). Changes nothing: a copy is migrated. Without DATABASE it is\n"
-    "      this device's own, with everything as it is here. A named DATABASE needs\n"
-    "      no device; what is neither given nor here is assumed.\n"
+    "      a dry run). Changes nothing: a copy is migrated. Without DATABASE the\n"
+    "      database is this device's own, with everything as it is here. A named\n"
+    "      DATABASE needs no device; what is neither given nor here is assumed.\n"
     "  migration-guard status\n"
     "      Shows the recorded version, the newest version that the program knows,\n"
     "      the kept database of before, the last run, and the last run that changed\n"
@@ -28,19 +28,20 @@ const char *const description =
     "      Brings the kept database of before back. A second restore brings back\n"
     "      what the first one has replaced.\n"
     "\n"
-    "Exit status; that of rehearse is what the run would end with, the largest one\n"
-    "of several databases:\n"
+    "Exit status. rehearse ends with the status that the run would end with; of\n"
+    "several databases, with the largest one.\n"
     "  0  The target is reached, nothing to look at.\n"
     "  2  The call is wrong. Nothing was started.\n"
     "  3  Nothing changed: the database is as it was. With the reason\n"
-    "     commit-unknown nobody can tell before the disk can be read again.\n"
-    "  4  The database changed, but look at it.\n"
+    "     commit-unknown this is not known until the disk can be read again.\n"
+    "  4  The database changed, and needs a look.\n"
     "Any other status: the guard itself was ended. Unless the program was running\n"
     "without a copy, the database is the old one or the new one.";
 
 const char *const jsonFileOption = "json-file";
 
-/// An option has a value or it has none; --json may have one.
+/// The parser's options either have a value or have none. --json may have one, so --json=FILE
+/// becomes an option of its own.
 QStringList withJsonFile(QStringList arguments)
 {
     const QString json = "--json=";
@@ -83,16 +84,16 @@ CommandLine parseCommandLine(const QStringList &arguments)
         QString::number(limits::waitSeconds));
     const QCommandLineOption strict(
         "strict",
-        "Run, rehearse: where the run would end with 4, or there is no database, changes nothing and ends "
+        "Run, rehearse: if the run would end with 4, or there is no database, changes nothing and ends "
         "with 3.");
     const QCommandLineOption fallBack(
         "fall-back",
-        "Run: where the database is newer than the program, brings the kept database of before back "
+        "Run: if the database is newer than the program, brings the kept database of before back "
         "if the program knows its version, and keeps the newer one in its place. Not with --strict.");
     const QCommandLineOption json(
         "json",
         "Status, rehearse: prints JSON. Rehearse: --json=FILE writes it to FILE; several databases "
-        "have a line each.");
+        "have one line each.");
     const QCommandLineOption withoutRows(
         "without-rows",
         "Rehearse: leaves out names, keys and contents of rows, the log and paths: a report that may "
@@ -122,8 +123,8 @@ CommandLine parseCommandLine(const QStringList &arguments)
         "exit-code", "Status: ends with the status of the last run, or with 3 without one.");
     const QCommandLineOption mend(
         "mend",
-        "Run, rehearse: puts right in the copy what cut runs without the guard have left: copies of "
-        "tables. Without it they are only reported.");
+        "Run, rehearse: repairs in the copy what cut runs without the guard have left: copies of "
+        "tables. Without this option they are only reported.");
     const QCommandLineOption noBackup("no-backup", "Run: does not keep the database of before.");
     const QCommandLineOption accept(
         "accept",

@@ -6,12 +6,12 @@
 
 #include <optional>
 
-/// What is rehearsed: the options of `rehearse` alone.
+/// What to rehearse: the options that only `rehearse` has.
 struct RehearsalLine {
     QStringList databases; ///< empty for this device's own
     std::optional<QString> platform;
     std::optional<QString> softwareVersion;
-    QString registration; ///< this and the next ones are paths, empty for what is there
+    QString registration; ///< this and the next ones are paths, empty to use those of the device
     QString referenceData;
     QString program;
     QString root;
@@ -19,7 +19,7 @@ struct RehearsalLine {
     QString jsonFile;   ///< empty for standard output
     bool withRows = true;
     int jobs = 1;
-    int only = -1; ///< of a process for one of several databases: which one
+    int only = -1; ///< the number of the database, when this process is for one of several
 };
 
 /// What the caller wants.
@@ -29,7 +29,7 @@ struct CommandLine {
     Command command = Command::Wrong;
     QString error;  ///< what is wrong with the call
     QString help;   ///< the text of --help
-    QString target; ///< of `run` and `rehearse`, empty to take schemaversion.txt
+    QString target; ///< of `run` and `rehearse`, empty to read schemaversion.txt
     bool hasTarget = false;
     QString applicationDirectory; ///< empty for the guard's own
     QString stagingDirectory;     ///< empty for none
@@ -41,7 +41,7 @@ struct CommandLine {
     bool dryRun = false;
     bool json = false;        ///< of `status` and `rehearse`
     bool tellsStatus = false; ///< of `status`: end with the status of the last run
-    QString inside; ///< where the guard has started itself again: "memory", "disk", empty for not
+    QString inside; ///< where the guard runs itself again: "memory", "disk"; empty for not
     int waitSeconds = 0;
     RehearsalLine rehearsal;
 };
@@ -49,7 +49,7 @@ struct CommandLine {
 /// @param arguments the whole command line, the program's name first
 CommandLine parseCommandLine(const QStringList &arguments);
 
-/// The hidden option of a guard that was started by itself, with the place as its value.
+/// The hidden option with which the guard starts itself again; its value is the place.
 extern const char *const insideOption;
 
 /// The hidden option of a process that rehearses one of several databases, with its number from 0.

@@ -10,7 +10,7 @@ namespace
 {
 using FailureKind = DatabaseFailure::Kind;
 
-/// Makes the names of what was written before the commit durable.
+/// Makes the names of the files that were written before the commit durable.
 /// @return 0 or the error number of the system
 int flushDirectories(const RealDatabase &database, const DevicePaths &device, const DeviceLog &log)
 {
@@ -34,7 +34,7 @@ bool hasRoomToCommit(
     const qint64 commit = sizing::roomForCommit(before, QFileInfo(result.database).size());
     const qint64 kept = result.keep ? QFileInfo(result.original).size() : 0;
     const qint64 beside = result.log.size() + kept;
-    // Where the database is a link its file may be on another partition.
+    // If the database is a link, its file may be on another partition.
     return sizing::shareRoom(directory, device.databases)
                ? free >= commit + beside
                : free >= commit && sizing::freeRoom(device.databases) >= beside;

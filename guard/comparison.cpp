@@ -15,7 +15,7 @@
 
 namespace
 {
-// Places in the header of a database file.
+// Offsets in the header of a database file.
 constexpr int writeVersionOffset = 18;
 constexpr int readVersionOffset = 19;
 constexpr int reservedBytesOffset = 20;
@@ -26,7 +26,7 @@ constexpr int userVersionOffset = 60;
 constexpr int incrementalVacuumOffset = 64;
 constexpr int applicationIdOffset = 68;
 
-/// So much of each file is read at once to find the pages that differ.
+/// Bytes of each file that are read at a time to find the pages that differ.
 constexpr int bytesReadAtOnce = 256 * 1024;
 
 /// @return 0 without auto_vacuum, 1 with it, 2 when it is incremental
@@ -64,8 +64,8 @@ QStringList differentSettings(const DatabaseFile &before, const DatabaseFile &af
     return names;
 }
 
-/// @return by page number, to the last page of the longer file, whether the page differs or only
-/// one of the files has it
+/// @return by page number, up to the last page of the longer file: true when the page differs or
+/// only one file has it
 std::vector<bool> differentPages(const DatabaseFile &before, const DatabaseFile &after)
 {
     const quint32 all = std::max(before.pageCount(), after.pageCount());
@@ -96,8 +96,8 @@ std::vector<bool> differentPages(const DatabaseFile &before, const DatabaseFile 
     return differ;
 }
 
-/// Reads two records piece by piece. The pieces of the two need not be of the same size. Damage is
-/// left to the next step of the cursors, which then fails.
+/// Compares two records piece by piece; their pieces may have different sizes. Damage is not
+/// reported here: the next step of the cursors fails on it.
 bool haveEqualPayload(BTreeCursor &before, BTreeCursor &after)
 {
     if (before.payloadSize() != after.payloadSize()) {
@@ -128,8 +128,8 @@ bool haveEqualPayload(BTreeCursor &before, BTreeCursor &after)
 
 enum class Entries {
     Equal,
-    OtherBytes, ///< as many entries with the same rowids, but not all are stored in the same bytes
-    Different   ///< other entries, or a damaged tree
+    OtherBytes, ///< the same number of entries and the same rowids, but not all the same bytes
+    Different   ///< different entries, or a damaged tree
 };
 
 Entries compareEntries(BTreeCursor before, BTreeCursor after)
@@ -157,7 +157,7 @@ Entries compareEntries(BTreeCursor before, BTreeCursor after)
 struct CommonObject {
     StoredObject before;
     StoredObject after;
-    bool isRedefined = false; ///< only type and name are the same
+    bool isRedefined = false; ///< only type and name are equal
 };
 
 class Comparison
@@ -218,7 +218,7 @@ private:
         }
     }
 
-    /// @return what both databases have
+    /// @return the objects that both databases have
     QVector<CommonObject> compareSchemas(
         const QVector<StoredObject> &before, const QVector<StoredObject> &after)
     {
@@ -269,8 +269,8 @@ private:
     {
         const QByteArray &name = table.before.object.name;
         const Entries entries = compareTrees(table, owners);
-        // The same bytes may be other values under another definition. A virtual table has no tree
-        // and is not read.
+        // Under another definition, the same bytes can mean other values. A virtual table has no
+        // tree and is not read.
         const bool haveToBeRead =
             entries == Entries::OtherBytes ||
             (entries == Entries::Equal && table.isRedefined && table.before.rootPage != 0);
@@ -299,7 +299,8 @@ private:
         if (before == after && !answer.ownsPageOfSet) {
             return Entries::Equal;
         }
-        // Trees with common pages are damaged, and could be read once for every table.
+        // Trees that share pages are damaged, and the shared pages could be read once for every
+        // table.
         return answer.sharesPages
                    ? Entries::Different
                    : compareEntries(BTreeCursor(m_before, before), BTreeCursor(m_after, after));
@@ -312,7 +313,7 @@ private:
     QSet<QByteArray> m_differentTables;
 };
 
-/// @return the journal or write-ahead log that is left beside a database, or nothing
+/// @return the journal or write-ahead log that is left beside a database; empty for none
 QString leftJournal(const QString &path)
 {
     for (const QString &suffix : {QString("-journal"), QString("-wal")}) {

@@ -13,7 +13,7 @@ Kind kindOfResult(int result)
     switch (result) {
     case SQLITE_READONLY_DBMOVED:
         return Kind::Replaced;
-    case SQLITE_IOERR_SHMSIZE: // the index of a write-ahead log, which every reader makes
+    case SQLITE_IOERR_SHMSIZE: // the index of a write-ahead log: every reader needs room for it
         return Kind::NoRoom;
     default:
         break;
@@ -47,7 +47,7 @@ Kind kindOfError(int error)
     case EROFS:
     case EACCES:
     case EPERM:
-    case EISDIR: // something else has the name
+    case EISDIR: // something that is not a file has the name
     case EEXIST:
         return Kind::NotWritable;
     case ENOENT:

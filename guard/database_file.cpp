@@ -19,14 +19,14 @@ int reservedBytes(const QByteArray &header)
     return static_cast<quint8>(header[20]);
 }
 
-/// @return the page size that a header states, 0 when SQLite does not accept the header
+/// @return the page size in a header, 0 when SQLite does not accept the header
 int acceptedPageSize(const QByteArray &header)
 {
     const int stated = qFromBigEndian<quint16>(header.constData() + 16);
     const int size = stated == 1 ? 65536 : stated;
     const bool isPowerOfTwo = (size & (size - 1)) == 0;
-    // The literal's own NUL is the last byte of the magic; after the reserved bytes come the only
-    // payload fractions that there are.
+    // The NUL that ends the literal is the last byte of the magic. The three bytes after the
+    // reserved ones are the payload fractions, which always have these values.
     const bool isAccepted = std::memcmp(header.constData(), "SQLite format 3", 16) == 0 &&
                             std::memcmp(header.constData() + 21, "\x40\x20\x20", 3) == 0 &&
                             isPowerOfTwo && size - reservedBytes(header) >= smallestUsableSize;

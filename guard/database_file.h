@@ -5,28 +5,28 @@
 #include <QByteArray>
 #include <QString>
 
-/// A database file at rest, read page by page without SQLite. A page that the file ends within is
-/// filled up with zeros.
+/// A database file at rest, read page by page without SQLite. If the file ends within a page, the
+/// rest of that page is zeros.
 class DatabaseFile
 {
 public:
     static constexpr int headerSize = 100; ///< bytes at the start of page 1
 
-    /// Opens the file, whatever is in it; readError() tells when that failed.
+    /// Opens the file, whatever is in it; readError() says whether that failed.
     explicit DatabaseFile(const QString &path);
     Q_DISABLE_COPY(DatabaseFile)
 
     /// @return the first failure to open or read, empty when there was none
     const QString &readError() const { return m_readError; }
 
-    /// @return whether the header is one that SQLite accepts, or the file is empty, which SQLite
-    /// takes for a database without tables
+    /// @return whether SQLite accepts the header; also true for an empty file, which SQLite treats
+    /// as a database without tables
     bool isDatabase() const { return m_isDatabase; }
 
     /// @return the first bytes of the file, zeros where it is shorter
     const QByteArray &header() const { return m_header; }
 
-    /// @param offset of a big-endian number of four bytes in the header
+    /// @param offset where a big-endian number of four bytes begins in the header
     quint32 headerNumber(int offset) const;
 
     /// @return whether SQLite keeps changes of this database in a write-ahead log
@@ -37,12 +37,12 @@ public:
     /// @return bytes of a page; 4096 when the file is no database
     int pageSize() const { return m_pageSize; }
 
-    /// @return bytes of a page that b-trees use
+    /// @return how many bytes of a page b-trees use
     int usableSize() const;
 
     /// Reads pages that follow each other.
-    /// @param number of the first page, from 1
-    /// @param[out] pages size bytes: whole pages, or the beginning of one
+    /// @param number the first page, from 1
+    /// @param[out] pages receives size bytes: whole pages, or the beginning of one
     /// @return false when the disk failed
     bool read(quint32 number, char *pages, int size) const;
 

@@ -22,7 +22,7 @@ QString copyError(int error)
     return error == ENOSPC ? "no room for a copy in " + QDir::tempPath() : systemText(error);
 }
 
-/// @return the next bytes of a file, fewer only at its end; nothing after an error
+/// @return the next bytes of a file, fewer only at its end; nothing on an error
 std::optional<QByteArray> readPiece(const Descriptor &file)
 {
     QByteArray piece(limits::copiedPiece, Qt::Uninitialized);
@@ -41,7 +41,8 @@ std::optional<QByteArray> readPiece(const Descriptor &file)
     return piece;
 }
 
-/// @return 0 or the error number of the system; of a file that is not there no copy is made
+/// @return 0 or the error number of the system; a file that does not exist is not copied, without
+/// an error
 int copyFile(const QString &from, const QString &to)
 {
     QFile::remove(to);
@@ -70,8 +71,9 @@ bool isSame(const QString &path, const QString &copyPath)
 /// @return true when another process is about to write to a database, or writes
 bool isBeingWritten(const QString &database)
 {
-    // SQLite's lock bytes: pending, reserved, and those of the readers. A write lock on one of them is
-    // a writer's. Asking takes no lock; this process has none on the file that closing it could drop.
+    // SQLite's lock bytes: pending, reserved, and those of the readers. A write lock on any of them
+    // belongs to a writer. This only asks and takes no lock. Closing the file drops this process's
+    // locks on it, but there are none.
     struct flock lock = {};
     lock.l_type = F_RDLCK;
     lock.l_whence = SEEK_SET;
@@ -81,7 +83,8 @@ bool isBeingWritten(const QString &database)
     return file.isOpen() && fcntl(file.get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
-/// @return true when a journal is one that SQLite rolls back; a used one that stays begins with zeros
+/// @return true when SQLite would roll the journal back; a used journal that is kept begins with
+/// zeros
 bool isHot(const QString &path)
 {
     QFile file(path);
@@ -105,7 +108,7 @@ DatabaseSnapshot::DatabaseSnapshot(const QString &database)
         if (!copyAll(database)) {
             return;
         }
-        // What was written while it was copied differs from the copy.
+        // If the file was written to while it was copied, it differs from the copy.
         isStable = true;
         for (const char *part : parts) {
             isStable = isStable && isSame(database + part, path() + part);
@@ -146,6 +149,6 @@ void DatabaseSnapshot::recover()
     if (QFileInfo(path()).size() == 0) {
         m_error = "there is nothing in it";
     }
-    // Rolled back, or used up by its writer: what is left of it is no part of the database.
+    // The journal was rolled back, or its writer has used it: the rest is not part of the database.
     QFile::remove(path() + journal);
 }

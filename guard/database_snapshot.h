@@ -3,22 +3,22 @@
 #include <QString>
 #include <QTemporaryDir>
 
-/// What a database holds at one moment, for a look at it that changes nothing beside it and waits for
-/// nobody. Its file, journal and write-ahead log are copied to a temporary directory as they are, and
-/// SQLite recovers the copy as it would recover them after a power cut at that moment.
+/// The content of a database at one moment. Making it changes nothing beside the database and waits
+/// for no lock: file, journal and write-ahead log are copied to a temporary directory as they are,
+/// and SQLite recovers the copy as after a power cut at that moment.
 class DatabaseSnapshot
 {
 public:
     explicit DatabaseSnapshot(const QString &database);
 
-    /// @return why there is none, empty when there is one
+    /// @return why there is no snapshot, empty when there is one
     const QString &error() const { return m_error; }
 
-    /// @return the recovered copy, at rest; it goes with this object
+    /// @return the recovered copy, at rest; it is removed with this object
     QString path() const { return m_directory.filePath("database"); }
 
-    /// @return what a reader of the database itself would meet, for people: a journal that is left,
-    /// another program that writes; empty for nothing
+    /// @return for people: what a reader of the database itself would find, such as a journal that
+    /// is left or another program that is writing; empty for nothing
     const QString &remark() const { return m_remark; }
 
 private:

@@ -10,7 +10,7 @@
 class Descriptor
 {
 public:
-    /// @param number what `open` has returned, negative for none
+    /// @param number the result of `open`, negative for none
     explicit Descriptor(int number = -1) : m_number(number) {}
     ~Descriptor() { close(); }
     Descriptor(Descriptor &&other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
@@ -24,10 +24,10 @@ public:
     bool isOpen() const { return m_number >= 0; }
     int get() const { return m_number; }
 
-    /// @return 0, or -1 with errno when the last writes were lost
+    /// @return 0; -1 with errno when the last writes were lost
     int close() { return m_number < 0 ? 0 : ::close(std::exchange(m_number, -1)); }
 
-    /// Writes all of it, however often the system stops half-way.
+    /// Writes all bytes, however often the system writes only a part.
     /// @return 0 or the error number
     int writeAll(const char *data, ssize_t size) const
     {
@@ -37,7 +37,7 @@ public:
                 data += written;
                 size -= written;
             } else if (written < 0 && errno == EAGAIN) {
-                // Of a file of the caller's that does not wait by itself.
+                // The caller's file may be non-blocking.
                 pollfd room = {m_number, POLLOUT, 0};
                 poll(&room, 1, -1);
             } else if (written < 0 && errno != EINTR) {

@@ -40,7 +40,7 @@ int DeviceLog::append(const QByteArray &text, bool flush)
 
 QString DeviceLog::newIn() const
 {
-    // The name may be a link's, and the file elsewhere.
+    // The name may be a link, and the file in another directory.
     const bool made = m_isNew && m_file.isOpen();
     return made ? QFileInfo(QFileInfo(m_path).canonicalFilePath()).absolutePath() : QString();
 }

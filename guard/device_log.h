@@ -5,8 +5,8 @@
 #include <QByteArray>
 #include <QString>
 
-/// The log beside the real database. The program does without a log that cannot be opened, and so
-/// does this class: all operations succeed then.
+/// The log beside the real database. If the log cannot be opened, the program goes on without it,
+/// and so does this class: all operations then succeed.
 class DeviceLog
 {
 public:
@@ -17,10 +17,10 @@ public:
     /// @return 0 or the error number of the system
     int append(const QByteArray &text, bool flush);
 
-    /// @return the directory that has to be flushed since the append has made the file, empty for none
+    /// @return the directory to flush because the append created the file, empty for none
     QString newIn() const;
 
-    /// Takes the appended text back, after a commit that failed.
+    /// Removes the appended text after a commit that failed.
     void cutBack();
 
 private:

@@ -25,7 +25,7 @@ DevicePaths::DevicePaths(const QString &application)
     QString directory = QFileInfo(application).canonicalFilePath();
     if (executable.isFile() && executable.isExecutable()) {
         program = executable.canonicalFilePath();
-        // The program looks for its files where it really is, not where a link to it is.
+        // The program looks for its files in its real directory, not in that of a link to it.
         directory = QFileInfo(program).absolutePath();
     }
     knownVersions = directory + "/schema-versions.json";

@@ -9,11 +9,11 @@
 
 namespace
 {
-/// What tells that files were written to, without reading them.
+/// A text that changes when the files are written to; the files are not read.
 QString stampOf(const QString &database)
 {
     QString stamp;
-    // SQLite's files are where the link leads.
+    // SQLite's files are beside the target of the link.
     const QString resolved = QFileInfo(database).canonicalFilePath();
     for (const QString &path : {resolved, resolved + "-wal"}) {
         const QFileInfo file(path);
@@ -36,7 +36,7 @@ RecordedVersion versionOf(const QString &database)
     }
     WaitBudget noWaiting(0);
     RealDatabase real(database, noWaiting);
-    // Where it cannot be opened the version cannot be read either.
+    // If it cannot be opened, reading the version fails too.
     real.open();
     return recordedVersion(real.connection());
 }

@@ -4,5 +4,5 @@
 #include "guard/migration.h"
 
 /// Runs the program on the real database, as without a guard, and records how it ended.
-/// @param record has the reason already, and the version before where that is known
+/// @param record already has the reason, and the version before if it is known
 void runUnguarded(const DevicePaths &device, const MigrationOptions &options, RunRecord *record);

@@ -5,8 +5,8 @@
 
 #include <QString>
 
-/// Lets one guard at a time work on a directory. The lock ends with the process. A child loses it when
-/// its program is executed; ChildProcess makes sure that it does not wait before that.
+/// Lets one guard at a time work on a directory. The lock ends with the process. A child loses it
+/// when it executes its program; ChildProcess makes sure that the child does not wait before that.
 class DirectoryLock
 {
 public:

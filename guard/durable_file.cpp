@@ -17,7 +17,7 @@ namespace
 {
 int flushes = 0;
 
-/// Makes a new file that nobody else can open before it has its owner and mode.
+/// Creates a file that no other user can open before it has its owner and mode.
 Descriptor create(const QString &path, const Ownership &ownership)
 {
     const QByteArray name = QFile::encodeName(path);
@@ -27,15 +27,15 @@ Descriptor create(const QString &path, const Ownership &ownership)
     if (!file.isOpen()) {
         return file;
     }
-    // A group that cannot be given must not become another one's right to read.
+    // If the group cannot be set, the file's present group must not get the right to read it.
     const bool owned = fchown(file.get(), ownership.owner, ownership.group) == 0;
     const mode_t groupRights = 0070;
-    // A file system without modes refuses; the file is then this user's alone.
+    // A file system without modes refuses this; then only this user has the file.
     fchmod(file.get(), owned ? ownership.mode : ownership.mode & ~groupRights);
     return file;
 }
 
-/// Ends a new file; one that is not whole goes.
+/// Completes a new file, or removes it if it is not whole.
 int finish(Descriptor &file, const QString &path, int error, bool flush)
 {
     if (error == 0 && flush) {
@@ -78,7 +78,7 @@ int replace(const QString &path, const QByteArray &content, const Ownership &own
         error = rename(unfinished, path);
     }
     if (error != 0) {
-        // Where it cannot be removed the next one writes over it.
+        // If it cannot be removed, the next write replaces it.
         unlink(QFile::encodeName(unfinished).constData());
     }
     return error;

@@ -16,15 +16,16 @@ struct Ownership {
     unsigned mode = 0600;
 };
 
-/// @return the ownership of a file, that of a file for this user alone when it cannot be read
+/// @return the ownership of a file; if it cannot be read, one that lets only this user read and
+/// write
 Ownership ownershipOf(const QString &path);
 
-/// Writes a file in place of another. At every moment one of the two has the name; what a failure
-/// leaves is the other one.
+/// Writes a file in place of another. At every moment the old or the new file has the name; a
+/// failure leaves the old one.
 /// @param flush whether the content is flushed before it gets the name
 int replace(const QString &path, const QByteArray &content, const Ownership &ownership, bool flush);
 
-/// @return the name that a file has until it is whole; a run that was cut can leave it
+/// @return the name that a file has until it is whole; a cut run can leave a file of that name
 QString unfinishedName(const QString &path);
 
 /// Copies a file in place of another.
@@ -37,7 +38,7 @@ int rename(const QString &from, const QString &to);
 /// Flushes an open file.
 int flush(int descriptor);
 
-/// @return how often this process has asked for a flush itself; SQLite's own are not counted
+/// @return how often this process has asked for a flush; SQLite's own flushes are not counted
 int flushesAskedFor();
 
 /// Makes what was created, renamed or removed in a directory durable.

@@ -17,7 +17,7 @@ bool settleKeptDatabases(const DevicePaths &device, const QString &current)
 {
     const bool keptChanged = KeptDatabase(device.kept).settle(current);
     const bool replacedChanged = KeptDatabase(device.replaced).settle(current);
-    // A log is no database that could be compared.
+    // A log is not a database, so it cannot be compared.
     const bool logChanged = KeptDatabase(device.replacedLog).settle(QString());
     return keptChanged || replacedChanged || logChanged;
 }

@@ -29,8 +29,8 @@ RecordedVersion versionOfStaged(const QString &database)
     return recordedVersion(connection);
 }
 
-/// A run that fell back keeps the newer database there, with the work of a season perhaps: it stays
-/// until a program comes that knows its version.
+/// A run that fell back keeps the newer database there, perhaps with the work of a season. It stays
+/// until a program is installed that knows its version.
 bool keepsNewerDatabase(const DevicePaths &device)
 {
     SqliteConnection connection;
@@ -56,7 +56,7 @@ public:
     }
 
 private:
-    // Each does its part and goes on with the next one.
+    // Each stage does its part and then calls the next one.
     Next copy();
     std::optional<Next> mend(const Staging &staging);
     Next runProgram(const Staging &staging);
@@ -131,9 +131,9 @@ Next GuardedTry::copy()
     return runProgram(staging);
 }
 
-/// Only the disk or the memory fails here. The run ends then: what a step does beside a copy that is
-/// left behind cannot be mended after it.
-/// @return nothing when the program can be run
+/// Only the disk or the memory can fail here. The run then ends, because mending cannot repair
+/// later what a step does while the copy is still there.
+/// @return nothing when the program may run
 std::optional<Next> GuardedTry::mend(const Staging &staging)
 {
     m_mending = mendCopies(staging.database(), VersionTable(m_task.device.knownVersions));
@@ -154,7 +154,7 @@ Next GuardedTry::runProgram(const Staging &staging)
         m_note.runsInARow = m_task.earlier->runsInARow + 1;
     }
     if (const int error = m_note.write(m_task.device.note, false)) {
-        // A disk that is full or fails is no place for a program without a guard.
+        // On a disk that is full or failing, the program must not run without the guard.
         const DatabaseFailure failure = systemFailure(error, "note of the run");
         return failure.kind == FailureKind::NotWritable ? directly("not-writable", failure.text)
                                                         : endWith(failure, "commit-failed");
@@ -187,7 +187,7 @@ Next GuardedTry::accept(const Staging &staging, const QByteArray &log)
     if (!differences.readError.isEmpty()) {
         return endUnchanged("comparison-failed", differences.readError);
     }
-    // What mending has changed is known. The rest is what the program has done.
+    // The result is compared with the mended copy, so all differences come from the program.
     const QString given = m_mending.changed() ? staging.mended() : staging.original();
     const DatabaseDifferences doneByProgram =
         m_mending.changed() ? compareDatabases(given, staging.database()) : differences;
@@ -217,7 +217,7 @@ Next GuardedTry::accept(const Staging &staging, const QByteArray &log)
         m_task.options.seeResult(result);
     }
     if (differences.isEmpty()) {
-        // As with the program, a log that cannot be written is no failure.
+        // A log that cannot be written is not a failure; the program does the same.
         DeviceLog(m_task.device.log).append(log, false);
         const QByteArrayList deleted = stagedPool::deletedFiles(m_poolFiles, staging.pool());
         if (!stagedPool::deleteFiles(m_task.device.pool, deleted)) {
@@ -234,7 +234,7 @@ Next GuardedTry::accept(const Staging &staging, const QByteArray &log)
     const bool otherLayout =
         differences.settings.contains("page_size") || differences.settings.contains("journal_mode");
     if (m_database.hasWriteAheadLog() && otherLayout) {
-        // SQLite's backup interface refuses it, and would at every start.
+        // SQLite's backup interface refuses such a result, and would do so at every start.
         return directly("layout-changed", differences.settings.join(", "));
     }
     return commit(staging, log);
@@ -279,7 +279,7 @@ Next GuardedTry::endWith(const DatabaseFailure &failure, const QString &step)
 {
     m_end.record.endWith(failure, step);
     if (!m_end.record.changed) {
-        // The verdict is on a result that nobody has.
+        // The verdict is on a result that was not committed.
         m_end.record.verdict.reset();
     }
     switch (failure.kind) {
@@ -290,7 +290,7 @@ Next GuardedTry::endWith(const DatabaseFailure &failure, const QString &step)
     case FailureKind::NotFlushed:
         break;
     case FailureKind::Unknown:
-        // From the note and the database that may be kept the next run finds out.
+        // The next run finds out from the note and from the database that may be kept.
         m_end.noteIsDone = false;
         break;
     default:
@@ -313,7 +313,7 @@ Next GuardedTry::withoutStaging(const QString &detail)
     return m_place == Place::Memory ? Next::StageOnDisk : Next::NoRoom;
 }
 
-/// Where the disk of the database is full or fails, the program is not run on it directly.
+/// If the disk of the database is full or failing, the program is not run on it directly.
 Next GuardedTry::endOfReading(const DatabaseFailure &failure)
 {
     switch (failure.kind) {
@@ -345,7 +345,7 @@ void GuardedTry::noteFailure()
     failed.poolFiles.clear();
     failed.schemaCookie = -1;
     if (const int error = failed.write(m_task.device.note, false)) {
-        // The note from the start of this run stays. It says the same unless the power is cut.
+        // The note from the start of this run remains. It says the same, except after a power cut.
         tell("the failure could not be noted: " + systemText(error));
     }
     m_end.noteIsDone = false;

@@ -7,36 +7,37 @@
 
 #include <optional>
 
-/// What a try works with.
+/// The input of a try.
 struct GuardedTask {
     const DevicePaths &device;
     const MigrationOptions &options;
     const std::optional<RunNote> &earlier; ///< the note that an earlier run has left
-    bool mayReplaceKept;                   ///< the kept database of before is not needed any more
+    bool mayReplaceKept;                   ///< the kept database of before is no longer needed
 };
 
-/// What one try has come to.
+/// How one try ended.
 struct GuardedEnd {
     enum class Next {
         Done,        ///< the record says how it ended
-        CopyAgain,   ///< somebody else has written since the copy was made
-        StageOnDisk, ///< memory has too little room
-        NoRoom,      ///< the disk has too little room; the record's detail says for what
+        CopyAgain,   ///< another process has written since the copy was made
+        StageOnDisk, ///< there is too little room in memory
+        NoRoom,      ///< there is too little room on the disk; the record's detail says for what
         RunDirectly  ///< guarding is impossible; the record's reason says why
     };
     Next next = Next::Done;
     RunRecord record;
 
-    /// True when nothing of a note matters any more. A note that stays is for the next run: files to
-    /// delete in the pool, a failure to be careful about, or a commit whose end is not known.
+    /// True when the note is no longer needed. A note that stays is for the next run: it names
+    /// files to delete in the pool, a failure to be careful about, or a commit whose end is not
+    /// known.
     bool noteIsDone = false;
-    bool earlierIsSettled = false; ///< what an earlier run has left is in order
-    bool directoryChanged = false; ///< a database beside the real one has got its name or gone
+    bool earlierIsSettled = false; ///< what an earlier run left is settled
+    bool directoryChanged = false; ///< a database beside the real one was renamed or removed
     std::optional<qint64>
         mostTaken; ///< bytes that the program took in staging, if it ran to its end
 };
 
 /// Runs the program on a copy and brings the result into the real database.
 /// @param place where the copy is
-/// @param budget for the locks of others
+/// @param budget time to wait for the locks of others
 GuardedEnd runGuarded(const GuardedTask &task, Staging::Place place, WaitBudget &budget);

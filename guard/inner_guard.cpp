@@ -22,18 +22,18 @@ const int endedBySignal = 128;
 QStringList rootWithMemory(qint64 size)
 {
     QStringList arguments = rootDirectory::inMemory("/", "--dev-bind", memory);
-    // Bubblewrap itself, started again inside, asks for it.
+    // A second bubblewrap, started inside, needs it.
     arguments += {"--dir", "/tmp"};
     arguments += {"--perms", "0700", "--size", QString::number(size), "--tmpfs", memory};
     return arguments;
 }
 
-/// Processes of its own. Bubblewrap, started again inside, looks for its child in /proc.
+/// A PID namespace of its own. A second bubblewrap, started inside, looks for its child in /proc.
 const QStringList ownProcesses = {"--unshare-pid", "--as-pid-1", "--proc", "/proc"};
 
 Bubblewrap::End runOnce(const QStringList &arguments)
 {
-    // Nothing is ever written there; the inner guard is told when this process has ended.
+    // Nothing is ever written to it. The inner guard gets a signal when this process ends.
     int lifeline[2];
     OutputRelay relay;
     if (!relay.open() || pipe2(lifeline, O_CLOEXEC) != 0) {
@@ -87,9 +87,9 @@ std::optional<int> run(std::optional<qint64> memorySize, const QStringList &argu
 std::optional<int> runReadOnly(const Place &place, const QStringList &arguments)
 {
     QStringList root = rootDirectory::inMemory("/", "--ro-bind", memory);
-    // Bubblewrap, started again inside, writes in /proc.
+    // A second bubblewrap, started inside, writes in /proc.
     root += {"--dir", "/tmp", "--dev-bind", "/dev", "/dev", "--dev-bind", "/proc", "/proc"};
-    // No device, but memory with files of anybody.
+    // It has no devices: it is memory with files of any user.
     root += {"--ro-bind-try", "/dev/shm", "/dev/shm"};
     if (place.memorySize) {
         const QString size = QString::number(*place.memorySize);
@@ -102,7 +102,7 @@ std::optional<int> runReadOnly(const Place &place, const QStringList &arguments)
 
 bool endWithOuterGuard()
 {
-    // To the first process of a PID namespace come only the signals that it handles.
+    // The first process of a PID namespace receives only the signals that it handles.
     for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGIO}) {
         if (std::signal(signal, endNow) == SIG_IGN && signal != SIGIO) {
             std::signal(signal, SIG_IGN);

@@ -5,33 +5,33 @@
 
 #include <optional>
 
-/// The guard starts itself again inside bubblewrap, in a place of its own. It is the first process of
-/// a PID namespace there: when it ends, the kernel ends all that it has started, at whatever moment.
-/// A file system in memory belongs to this run alone: nobody else can fill it, and nothing of it is
-/// left.
+/// The guard starts itself again inside bubblewrap, in a place of its own. There it is the first
+/// process of a PID namespace: whenever it ends, the kernel ends all processes that it has started.
+/// Its file system in memory belongs to this run alone: no other process can fill it, and it
+/// disappears with the run.
 namespace innerGuard
 {
 /// Where the inner guard finds the file system in memory.
 extern const char *const memory;
 
 /// Runs this program again in such a place.
-/// @param memorySize of the file system in memory, in bytes; nothing for none
-/// @param arguments for the program
+/// @param memorySize bytes of the file system in memory; nothing for none
+/// @param arguments the program's
 /// @return the exit status of that run, nothing when it could not be started
 std::optional<int> run(std::optional<qint64> memorySize, const QStringList &arguments);
 
-/// A place where nothing of the system can be written, not even the time at which a file was read.
+/// A place where the system cannot be changed, not even the access time of a file.
 struct Place {
-    std::optional<qint64> memorySize; ///< of the file system in memory; nothing: it is on the disk
-    QString directory;                ///< takes its place then
-    QStringList binds;                ///< bubblewrap's options for what may be written besides
+    std::optional<qint64> memorySize; ///< bytes in memory; nothing: the place is on the disk
+    QString directory;                ///< used if there is no file system in memory
+    QStringList binds;                ///< bubblewrap's options for what else may be written
 };
 
 /// Runs this program again in such a place.
 /// @return the exit status of that run, nothing when it could not be started
 std::optional<int> runReadOnly(const Place &place, const QStringList &arguments);
 
-/// Lets the inner guard end when the outer one has ended.
-/// @return false when it has ended already
+/// Makes the inner guard end when the outer one ends.
+/// @return false when the outer one has ended already
 bool endWithOuterGuard();
 } // namespace innerGuard

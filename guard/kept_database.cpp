@@ -12,7 +12,7 @@ bool KeptDatabase::prepare(const QString &from, const durable::Ownership &owners
         tellThatItIsNotKept("a directory has its name");
         return false;
     }
-    // Under its second name it is never half of one.
+    // A file with the second name is always whole.
     int error = durable::copy(from, unfinished(), ownership, true);
     if (error == 0) {
         error = durable::rename(unfinished(), prepared());
@@ -39,7 +39,7 @@ bool KeptDatabase::accept()
 
 void KeptDatabase::discard()
 {
-    // One that cannot be removed equals the database: the next run settles it.
+    // If it cannot be removed: it equals the database, and the next run settles it.
     QFile::remove(unfinished());
     QFile::remove(prepared());
 }
@@ -64,7 +64,7 @@ bool KeptDatabase::settle(const QString &current)
         accept();
         return true;
     }
-    // It is the database of before only when the commit has happened. Where that cannot be told it
+    // It is the database of before only if the commit has happened. If that cannot be found out, it
     // stays for the next run.
     const DatabaseDifferences differences = compareDatabases(prepared(), current);
     if (!differences.readError.isEmpty()) {
@@ -74,7 +74,7 @@ bool KeptDatabase::settle(const QString &current)
     if (differences.isEmpty()) {
         discard();
     } else {
-        // Told already where it fails, and tried again by the next run.
+        // A failure is reported there, and the next run tries again.
         accept();
     }
     return true;

@@ -18,7 +18,7 @@ QByteArrayList droppedTables(const VersionTable::Tables &tables)
     return dropped;
 }
 
-/// Adds where a table's rows are in the versions that do not have it by its name.
+/// Adds the names of the tables that hold these rows in versions without the table.
 void addOtherPlaces(KnownCopy &copy, const VersionTable &versions)
 {
     for (int version = 1; version <= versions.newest(); ++version) {

@@ -8,28 +8,28 @@
 
 #include <optional>
 
-/// A version gives a table another name.
+/// A table that a version renames.
 struct RenamedTable {
     int version;
     QByteArray before;
     QByteArray after;
 };
 
-/// A copy that a cut step leaves behind, and what becomes of its table in all versions.
+/// A copy that a cut step leaves behind, and what all versions do to its table.
 struct KnownCopy {
     QByteArray name;               ///< such as growers_temp
     QByteArray table;              ///< the table that it is a copy of
     QVector<RenamedTable> renames; ///< of the table
-    QByteArrayList inItsPlace;     ///< tables of the versions that do not have this one
+    QByteArrayList inItsPlace;     ///< tables that hold its rows in versions without this table
     QByteArrayList otherCopies;    ///< of the same table
-    QVector<TakenFromTable> steps; ///< what the steps that make the copy take from the table
+    QVector<TakenFromTable> steps; ///< what steps that make the copy take from the table
 
-    /// @return the names that the table has in all versions, its own one first
+    /// @return all names that the table has in any version, its own first
     QByteArrayList names() const;
 
-    /// @return the name of the table at a version, its own one at none
+    /// @return the name of the table at a version; its own name when there is no version
     QByteArray nameAt(std::optional<qint64> version) const;
 };
 
-/// @return the copies that the versions can leave behind, in the order of their names
+/// @return the copies that steps can leave behind, in the order of their names
 QVector<KnownCopy> knownCopies(const VersionTable &versions);

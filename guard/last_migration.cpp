@@ -11,7 +11,7 @@ namespace
 {
 const int format = 1;
 
-/// @return whether the database is in order after a run, nothing when the run does not tell
+/// @return whether the database is in order after a run, nothing when the run does not show it
 std::optional<bool> leavesInOrder(const RunRecord &run)
 {
     if (!run.endIsKnown || !run.changed) {
@@ -24,7 +24,7 @@ std::optional<bool> leavesInOrder(const RunRecord &run)
     return isRestore || run.from != run.to ? std::optional<bool>(true) : std::nullopt;
 }
 
-/// @return what tells how runs ended: without what differs from run to run
+/// @return the content without measurements, which differ from run to run
 QJsonObject withoutMeasurements(QJsonObject content)
 {
     for (const char *name : {"lastRun", "lastChange"}) {
@@ -37,7 +37,7 @@ QJsonObject withoutMeasurements(QJsonObject content)
     return content;
 }
 
-/// @return the change of version of a run, for the list of the last ones
+/// @return the change of version that a run made, as an entry of `changes`
 QJsonObject changeOfVersion(const QJsonObject &run)
 {
     QJsonObject change;

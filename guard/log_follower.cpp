@@ -10,7 +10,8 @@
 
 namespace
 {
-/// @return not open when there is no file yet, or something that is none and might never end
+/// @return not open when there is no file yet, or something other than a file, whose reading might
+/// never end
 Descriptor openFile(const QString &path)
 {
     Descriptor file(open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));

@@ -5,23 +5,24 @@
 #include <QByteArray>
 #include <QString>
 
-/// Reads a log while the program writes it, and tells the terminal of every step that ends.
+/// Reads a log while the program writes it, and prints the closing line of every step on the
+/// terminal.
 class LogFollower
 {
 public:
     /// @param path a log that may not be there yet
     explicit LogFollower(const QString &path);
 
-    /// Passes over what the log already holds.
+    /// Skips the text that is already in the log.
     void skipToEnd();
 
-    /// Reads what has come since the last call.
+    /// Reads the text that was added since the last call.
     void readOn();
 
-    /// @return all that was read
+    /// @return all text that was read
     const QByteArray &text() const { return m_text; }
 
-    /// @return true when a line told of lack of room
+    /// @return true when a line reported lack of room
     bool toldOfLackOfRoom() const { return m_lackOfRoom; }
 
 private:

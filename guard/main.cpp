@@ -56,7 +56,8 @@ int showVersion(const DevicePaths &device)
 const char *const inMemory = "memory";
 const char *const onDisk = "disk";
 
-/// @return the size of a file system for staging in memory, nothing when it has to be on the disk
+/// @return the size of a file system for staging in memory, nothing when staging has to be on the
+/// disk
 std::optional<qint64> memorySize(const DevicePaths &device, const CommandLine &line)
 {
     if (!line.stagingDirectory.isEmpty()) {
@@ -67,7 +68,7 @@ std::optional<qint64> memorySize(const DevicePaths &device, const CommandLine &l
         tell(QString("not enough memory, staging on the disk"));
         return std::nullopt;
     }
-    // The root of the file system takes a page itself.
+    // The file system's root directory takes a page too.
     return room + limits::mebibyte;
 }
 
@@ -83,7 +84,7 @@ std::optional<int> runInside(const DevicePaths &device, const CommandLine &line)
         if (const std::optional<int> status = innerGuard::run(size, arguments(inMemory))) {
             return status;
         }
-        // Bubblewrap may be too old for a file system with a size.
+        // Bubblewrap may be too old to set the size of a file system in memory.
     }
     return innerGuard::run(std::nullopt, arguments(onDisk));
 }
@@ -171,9 +172,9 @@ int restoreDatabase(const DevicePaths &device, const CommandLine &line)
 int main(int argc, char **argv)
 {
     prepareDescriptors();
-    // A caller that does not read to the end must not end the guard.
+    // A caller that stops reading the output must not end the guard.
     std::signal(SIGPIPE, SIG_IGN);
-    // Paths are UTF-8 whatever locale the device boots with.
+    // Paths are UTF-8, whatever locale the device boots with.
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     QCoreApplication guard(argc, argv);
     QCoreApplication::setApplicationName("migration-guard");

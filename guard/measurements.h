@@ -4,7 +4,8 @@
 #include <QJsonObject>
 #include <QString>
 
-/// What a run took. It differs from run to run, and says nothing about how the run ended.
+/// Times, bytes and flushes of a run. They differ from run to run, and say nothing about how the
+/// run ended.
 class Measurements
 {
 public:
@@ -24,7 +25,7 @@ public:
         m_bytes.insert(what, static_cast<double>(bytes));
     }
 
-    /// @return what was measured, with the flushes that the guard itself has asked for so far
+    /// @return the measurements, and how many flushes the guard itself has asked for so far
     QJsonObject toJson() const;
 
 private:

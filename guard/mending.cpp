@@ -33,7 +33,7 @@ bool MendingResult::changed() const
 
 namespace
 {
-/// Names are the same whatever the case of their ASCII letters.
+/// Names are compared without regard to the case of ASCII letters.
 bool isSameName(const QByteArray &left, const QByteArray &right)
 {
     return folded(left) == folded(right);
@@ -46,23 +46,24 @@ bool holdsName(const QByteArrayList &names, const QByteArray &name)
     });
 }
 
-/// The rows of a copy as a step makes them: the columns of the table that get a value, and the SQL
-/// for each over a row of the copy.
+/// The rows of a copy as a step would make them: the columns of the table that get a value, and for
+/// each the SQL over a row of the copy.
 struct CopiedRows {
     QByteArrayList columns;
     QByteArrayList values;
 };
 
-/// Looks at copies in an open transaction, and mends.
+/// Examines the copies in an open transaction, and mends what it can.
 class Mender
 {
 public:
     explicit Mender(const SqliteConnection &connection) : m_connection(connection) {}
 
-    /// @return the result for every copy that is there
+    /// @return the result for every copy in the database
     QVector<Mending> mendAll(const QVector<KnownCopy> &copies);
 
-    /// @return the failure of the disk or the memory because of which nothing may be kept
+    /// @return a failure of the disk or the memory, after which the transaction has to be rolled
+    /// back; empty for none
     const QString &failure() const { return m_failure; }
 
 private:
@@ -83,7 +84,7 @@ private:
 
     const SqliteConnection &m_connection;
     QString m_failure;
-    QString m_lastError; ///< of the last statement that failed
+    QString m_lastError; ///< SQLite's words for the last statement that failed
 };
 
 /// @return a SELECT of the keys of rows; rows that are equal are numbered
@@ -237,14 +238,15 @@ void Mender::mendBesideTable(const KnownCopy &copy, Mending &mending)
 
 bool Mender::giveName(const Mending &mending)
 {
-    // What SQLite has rewritten when the program gave the copy its name is written back.
+    // SQLite rewrote references when the program renamed the table to the copy's name. Renaming it
+    // back restores them.
     const QByteArray rename =
         "ALTER TABLE main." + quotedName(mending.copy) + " RENAME TO " + quotedName(mending.table);
     if (run(rename)) {
         return true;
     }
-    // SQLite rewrites nothing where it cannot understand everything, such as a view of a table that
-    // is not there. In the old way only the table itself changes.
+    // The rename fails if SQLite cannot understand the whole schema, for example a view of a
+    // missing table. In the legacy mode only the table itself is renamed.
     run("PRAGMA legacy_alter_table = ON");
     const bool isRenamed = run(rename);
     run("PRAGMA legacy_alter_table = OFF");
@@ -259,8 +261,8 @@ bool Mender::bringRowsBack(const CopiedRows &rows, const Mending &mending)
         places << "value_" + QByteArray::number(index);
         selected << rows.values[index] + " AS " + places.last();
     }
-    // In the order of the copy: later steps read the rows in theirs. What a table does about a
-    // conflict could cost rows, or end the transaction.
+    // The rows keep the order of the copy, because later steps read them in order. OR ABORT: the
+    // table's own conflict clause could lose rows, or end the transaction.
     const QByteArray insertion =
         "INSERT OR ABORT INTO main." + quotedName(mending.table) + " (" +
         quotedAll(rows.columns).join(", ") + ") SELECT " + places.join(", ") +
@@ -273,7 +275,7 @@ bool Mender::bringRowsBack(const CopiedRows &rows, const Mending &mending)
     if (!run(insertion)) {
         return false;
     }
-    // A column may turn a value into another one.
+    // A column's affinity may change a value.
     const bool allRowsAreThere =
         number(countOfDifference(keysOfCopy(rows, mending), keysOfTable(rows, mending))) == 0 &&
         number(countOfRows(mending.table)) == mending.rowsOfCopy;
@@ -297,7 +299,7 @@ bool Mender::isSound()
 }
 
 /// @param condition more SQL on the row of the schema
-/// @return the name as it is written, empty when there is no such object
+/// @return the name as the schema writes it, empty when there is no such object
 QByteArray Mender::objectName(const QByteArray &name, const char *condition)
 {
     SqliteStatement query(
@@ -316,7 +318,7 @@ QByteArray Mender::storedTable(const QByteArray &name)
     return objectName(name, " AND type = 'table' AND rootpage > 0");
 }
 
-/// @return the columns whose values are stored and not computed
+/// @return the columns with stored values, not computed ones
 QByteArrayList Mender::columnsOf(const QByteArray &table)
 {
     SqliteStatement query(
@@ -330,7 +332,8 @@ QByteArrayList Mender::columnsOf(const QByteArray &table)
     return columns;
 }
 
-/// @return nothing when the copy has a column that neither the table has nor the step takes away
+/// @return nothing when the copy has a column that is not in the table and that the step does not
+/// take away
 std::optional<CopiedRows> Mender::copiedRows(const TakenFromTable &step, const Mending &mending)
 {
     const QByteArrayList columnsOfTable = columnsOf(mending.table);
@@ -398,7 +401,7 @@ void Mender::noteFailure(int code)
     m_lastError = m_connection.errorText();
 }
 
-/// Nothing of the schema may run but what its columns and indexes compute.
+/// Nothing from the schema may run, except expressions of columns and indexes.
 void restrain(const SqliteConnection &connection)
 {
     sqlite3_db_config(connection.handle(), SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
@@ -419,7 +422,7 @@ MendingResult mendCopies(const QString &database, const VersionTable &versions)
         return result;
     }
     restrain(connection);
-    // The copy is gone after a power cut.
+    // This copy of the database does not survive a power cut anyway.
     connection.run("PRAGMA synchronous = OFF");
     if (connection.run("BEGIN IMMEDIATE") != SQLITE_OK) {
         result.error = connection.errorText();
@@ -434,6 +437,6 @@ MendingResult mendCopies(const QString &database, const VersionTable &versions)
     if (!result.error.isEmpty()) {
         result.mendings.clear();
     }
-    // What was not committed is rolled back when the connection is closed.
+    // Closing the connection rolls back what was not committed.
     return result;
 }

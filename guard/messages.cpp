@@ -4,7 +4,7 @@
 
 void tell(const QByteArray &text)
 {
-    // One call, one write: lines of two programs do not mix.
+    // One write for the whole line, so that lines of two programs do not mix.
     const QByteArray line = "migration-guard: " + text + '\n';
     std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stderr);
     std::fflush(stderr);

@@ -70,13 +70,13 @@ RunRecord Migration::run()
     case DirectoryLock::Result::Impossible:
         return unguarded("no-lock");
     }
-    // A run or a restore that was cut has left them.
+    // A run or a restore that was cut may have left these files.
     removeLeftStaging(m_device, m_options);
     for (const QString &file :
          {m_device.copy,
           durable::unfinishedName(m_device.note),
           durable::unfinishedName(m_device.lastMigration)}) {
-        // One that cannot be removed is written over by whoever needs its name.
+        // If one cannot be removed, the next file with its name replaces it.
         QFile::remove(file);
     }
     LastMigration lastMigration(m_device.lastMigration);
@@ -124,12 +124,12 @@ void Migration::tryOnce(bool databaseInOrder)
         runDirectly();
     }
     if (m_end.noteIsDone) {
-        // One that cannot be removed makes the next run more careful than it has to be.
+        // If the note cannot be removed, the next run is more careful than it has to be.
         QFile::remove(m_device.note);
     }
 }
 
-/// @return true when the kept database is there now; false when the record says why not
+/// @return true when the kept database is now the real one; if false, the record says why
 bool Migration::fallBackToKept()
 {
     const int newest = newestKnownVersion(m_device.knownVersions).value_or(0);
@@ -157,7 +157,7 @@ bool Migration::fallBackToKept()
     return true;
 }
 
-/// The run with the kept database and the way to it are one run to whoever reads the record.
+/// The record shows the fall-back and the run after it as one run.
 void Migration::noteFallBack(const RunRecord &newer)
 {
     m_end.directoryChanged = true;
@@ -172,13 +172,13 @@ void Migration::noteFallBack(const RunRecord &newer)
     Verdict verdict = record.verdict.value_or(Verdict());
     verdict.target = m_options.target;
     Finding finding = newer.verdict->findings.first();
-    // The caller has asked for the way back.
+    // The caller has asked to fall back, so this finding is accepted.
     finding.accepted = true;
     verdict.findings << finding;
     record.verdict = verdict;
 }
 
-/// @return the reason, empty where guarding can be tried
+/// @return the reason, empty when a guarded run can be tried
 QString Migration::whyNotGuarded() const
 {
     if (m_device.databaseLinkIsBroken) {
@@ -194,11 +194,12 @@ QString Migration::whyNotGuarded() const
         return "no-bubblewrap";
     }
     if (m_options.noNamespaces) {
-        // Nothing is copied to the disk at every start for a program that could not be started then.
+        // The program could not be started in a sandbox, so nothing is copied to the disk for it at
+        // every start.
         return "no-namespaces";
     }
-    // After a run that died the next one is staged on the disk; if that one dies too, staging may be
-    // the reason.
+    // After a run that died, the next one is staged on the disk. If that one dies too, staging may
+    // be the reason.
     const bool failedTwice =
         m_earlier && m_earlier->stagedOnDisk && m_earlier->failed && m_earlier->runsInARow > 1;
     return failedTwice && !m_options.strict && hasRoomForDirectRun() ? "earlier-runs-failed" : "";
@@ -216,7 +217,7 @@ void Migration::tryGuarded(bool mayReplaceKept)
             tell(QString("not enough room in memory, staging on the disk"));
             place = Place::Disk;
         } else if (m_end.next == Next::CopyAgain) {
-            tell(QString("somebody else has written to the database"));
+            tell(QString("another program has written to the database"));
             ++copies;
         } else {
             return;
@@ -224,7 +225,7 @@ void Migration::tryGuarded(bool mayReplaceKept)
     }
 }
 
-/// Only where staging has gone: it may have been on the same disk.
+/// Call it only after staging is removed: staging may have been on the same disk.
 bool Migration::hasRoomForDirectRun() const
 {
     const sizing::Database size = sizing::measure(m_device.database);
@@ -256,11 +257,12 @@ void Migration::runDirectly()
     record.guarded = false;
     record.staging.clear();
     runUnguarded(m_device, m_options, &record);
-    // What is left to delete in the pool would be judged by a counter that the program has changed.
+    // The note's counter is of no use after this run, because the program changes it; so the note
+    // is done.
     m_end.noteIsDone = true;
 }
 
-/// What a commit that was cut had still to delete in the pool is known from the note alone.
+/// Only the note says which files of the pool a cut run still had to delete.
 void Migration::settleBeforeDirectRun()
 {
     if (!m_earlier || m_earlier->poolFiles.isEmpty()) {
@@ -270,12 +272,12 @@ void Migration::settleBeforeDirectRun()
     RealDatabase database(m_device.database, noWaiting);
     database.open();
     if (const std::optional<qint64> schemaCookie = database.readSchemaCookie()) {
-        // A file that stays is told; nothing can be done about it after a direct run.
+        // A file that stays is reported; nothing can be done about it after a direct run.
         settlePool(m_device, m_earlier, *schemaCookie);
     }
 }
 
-/// A run that takes no lock and leaves no record.
+/// A run without a lock and without a record.
 RunRecord Migration::unguarded(const QString &reason)
 {
     if (!refusals::endIfLibraryIsUnfit(&m_end.record)) {

@@ -10,20 +10,20 @@
 
 struct StagedResult;
 
-/// What the caller asks of a run.
+/// The caller's options for a run.
 struct MigrationOptions {
     int target = 0;
-    bool strict = false;          ///< nothing rather than something to look at
-    bool fallBack = false;        ///< bring the kept database back where the one there is too new
+    bool strict = false;          ///< change nothing if the result would need a look
+    bool fallBack = false;        ///< if the database is too new, bring the kept one back
     bool keepDatabase = true;     ///< keep the database of before
-    bool mend = false;            ///< put right in the copy what cut runs have left
+    bool mend = false;            ///< repair in the copy what cut runs have left
     QByteArrayList acceptedCodes; ///< findings with these codes do not count
-    int waitSeconds = 0;          ///< for locks of others, in all
-    bool noNamespaces = false; ///< bubblewrap was tried, and could not make a place for a program
-    QString memoryStaging;     ///< an empty directory in memory that is this run's own, or empty
-    QString stagingParent;     ///< a directory that the caller named for staging, or empty
+    int waitSeconds = 0;          ///< to wait for locks of others, in all
+    bool noNamespaces = false;    ///< bubblewrap was tried and could not make a sandbox
+    QString memoryStaging;        ///< an empty directory in memory that is this run's own, or empty
+    QString stagingParent;        ///< a directory that the caller named for staging, or empty
 
-    /// Called with a result that was judged, as long as it is staged.
+    /// Called with a judged result while it is still staged.
     std::function<void(const StagedResult &)> seeResult;
 };
 

@@ -6,7 +6,7 @@
 
 namespace
 {
-/// @return true when the caller gets both in one order, as with 2>&1
+/// @return true when both are the same file for the caller, as with 2>&1
 bool outputAndErrorsAreOne()
 {
     struct stat output;
@@ -45,7 +45,7 @@ bool OutputRelay::passOnPiece(Stream *stream)
     char piece[8192];
     const ssize_t size = read(stream->ownEnd.get(), piece, sizeof piece);
     if (size > 0) {
-        // A caller that has closed its end must not end the run: the rest is read and dropped.
+        // If the caller has closed its end, the run must not end: the rest is read and dropped.
         if (stream->target.isOpen() && stream->target.writeAll(piece, size) != 0) {
             stream->target.close();
         }
@@ -62,7 +62,7 @@ void OutputRelay::passOnUntil(int descriptor)
     for (;;) {
         std::vector<pollfd> sources = {{descriptor, POLLIN, 0}};
         for (const Stream &stream : m_streams) {
-            // A descriptor of -1 is passed over.
+            // poll() ignores a descriptor of -1.
             sources.push_back({stream.ownEnd.get(), POLLIN, 0});
         }
         if (poll(sources.data(), sources.size(), -1) < 0) {

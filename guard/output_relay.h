@@ -4,33 +4,33 @@
 
 #include <vector>
 
-/// Passes on what children write to standard output and standard error. They have pipes of this
-/// process instead of the caller's own: a child that is left over when this process was killed does
-/// not keep the caller waiting for the end of its output.
+/// Passes on what children write to standard output and standard error. They write into pipes of
+/// this process, not into the caller's files. So a child that survives this process does not keep
+/// the caller waiting for the end of the output.
 class OutputRelay
 {
 public:
-    /// @return false when there are no pipes
+    /// @return false when the pipes cannot be made
     bool open();
 
-    /// What the child is to have as its standard output and standard error.
+    /// For the child's standard output and standard error.
     int childOutput() const { return m_streams.front().childEnd.get(); }
     int childErrors() const { return m_streams.back().childEnd.get(); }
 
-    /// Has to be called when the child is started.
+    /// Call it as soon as the child is started.
     void closeChildEnds();
 
-    /// Passes on what comes until a descriptor can be read.
+    /// Passes on output until a descriptor becomes readable.
     void passOnUntil(int descriptor);
 
-    /// Passes on what is left after the child has ended.
+    /// Passes on the rest of the output after the child has ended.
     void passOnRest();
 
 private:
     struct Stream {
         Descriptor childEnd;
-        Descriptor ownEnd; ///< not open: nothing more can come
-        Descriptor target; ///< the caller's; not open: nobody reads there any more
+        Descriptor ownEnd; ///< not open: there is no more output
+        Descriptor target; ///< the caller's; not open: the caller has stopped reading
     };
     static bool passOnPiece(Stream *stream);
 

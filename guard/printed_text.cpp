@@ -5,7 +5,7 @@
 
 QString printedText(const QByteArray &text)
 {
-    // A character has four bytes at most: a text of megabytes is not decoded whole.
+    // A character has at most four bytes, so a text of megabytes need not be decoded whole.
     const QString decoded =
         QString::fromUtf8(text.constData(), qMin(text.size(), 4 * (limits::printedCharacters + 1)));
     const QVector<uint> characters = decoded.toUcs4();

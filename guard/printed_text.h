@@ -3,7 +3,7 @@
 #include <QByteArray>
 #include <QString>
 
-/// A name or a value out of a database as it is printed: on one line, not longer than a line, and
-/// without what a terminal would obey. What is left out is told by "...".
-/// @param text UTF-8; anything may be in it
+/// A name or value from a database in printable form: it fits on one line and has no characters
+/// that control a terminal. "..." marks a cut.
+/// @param text UTF-8; any bytes may be in it
 QString printedText(const QByteArray &text);

@@ -9,7 +9,7 @@
 
 namespace
 {
-/// Where a directory that is made again has the one that it replaces.
+/// The name, in a remade directory, of the directory that it replaces.
 const char *const originalName = ".original";
 
 const char *const sharedMemory = "/dev/shm";
@@ -21,7 +21,7 @@ ProgramRoot::ProgramRoot(const QString &base) : m_base(base)
     for (const char *path : {"/dev", "/proc"}) {
         m_places << Place{path, path, "--dev-bind"};
     }
-    // No device, but memory with files of anybody.
+    // It has no devices: it is memory with files of any user.
     m_places << Place{sharedMemory, sharedMemory, "--ro-bind-try"};
 }
 
@@ -30,7 +30,7 @@ void ProgramRoot::place(const QString &inside, const QString &source, Access acc
     m_places << Place{inside, source, access == Access::Writable ? "--bind" : "--ro-bind"};
 }
 
-/// @return true for a place, and for a directory that one is in
+/// @return true for a place, and for every directory above one
 bool ProgramRoot::leadsToPlace(const QString &path) const
 {
     return std::any_of(m_places.begin(), m_places.end(), [&](const Place &place) {
@@ -38,9 +38,9 @@ bool ProgramRoot::leadsToPlace(const QString &path) const
     });
 }
 
-/// Bubblewrap can put something only where a directory or a file is already, or where it may make one.
-/// So the nearest directory of a missing place is made again in memory.
-/// @return options for it with everything that is in it; links cost less than mounts do
+/// Bubblewrap can only mount over a directory or a file that exists or that it may create. So the
+/// nearest existing directory above a missing place is remade in memory.
+/// @return options for the directory and everything in it, as links, which cost less than mounts
 QStringList ProgramRoot::remade(const QString &directory) const
 {
     const QString real = rootDirectory::outside(m_base, directory);
@@ -51,7 +51,8 @@ QStringList ProgramRoot::remade(const QString &directory) const
     for (const QString &name : names) {
         const QString inside = directory + '/' + name;
         if (leadsToPlace(inside)) {
-            // The program looks beside itself, wherever a link to it is.
+            // Mounted, not linked: a link would change the program's real path, where it looks for
+            // its files.
             arguments += {"--ro-bind", real + '/' + name, inside};
         } else {
             arguments += {"--symlink", QString(originalName) + '/' + name, inside};
@@ -77,7 +78,7 @@ QStringList ProgramRoot::arguments() const
                                 ? rootDirectory::inMemory(m_base, "--ro-bind", QString())
                                 : QStringList{"--ro-bind", m_base, "/"};
     QStringList sorted = lacking.values();
-    // A directory comes before those in it.
+    // A directory comes before the directories in it.
     std::sort(sorted.begin(), sorted.end());
     for (const QString &directory : sorted) {
         arguments += remade(directory);

@@ -4,8 +4,8 @@
 #include <QStringList>
 #include <QVector>
 
-/// The root file system that the program sees in a rehearsal: another one, read-only, with some files
-/// and directories in the place of its own, or where it has none.
+/// The root file system that the program sees in a rehearsal: a root directory, read-only, in which
+/// some files and directories are replaced or added.
 class ProgramRoot
 {
 public:
@@ -14,8 +14,8 @@ public:
 
     enum class Access { ReadOnly, Writable };
 
-    /// Puts a file or a directory into a place.
-    /// @param inside absolute path in the root, without a link in it; it may be missing there
+    /// Puts a file or a directory at a path of the root.
+    /// @param inside absolute path in the root, without a link in it; nothing need be there
     void place(const QString &inside, const QString &source, Access access = Access::ReadOnly);
 
     /// @return bubblewrap's options for it

@@ -22,7 +22,7 @@ QStringList inView(const ProgramView &view, const QStringList &binds, int target
 
 QStringList stagedBinds(const ProgramView &view, const Staging &staging)
 {
-    // Inside, the staged directory is at the real one's place, and so is its part for temporary
+    // Inside, the staged directory is at the path of the real one, with its directory for temporary
     // files.
     const QString temporary = view.databases + temporaryDirectory;
     QStringList arguments;
@@ -34,7 +34,7 @@ QStringList stagedBinds(const ProgramView &view, const Staging &staging)
     return arguments;
 }
 
-/// A run in a root of its own, on what is there in the place of the real database.
+/// A direct run in a rehearsal: in its own root, on the copy in place of the real database.
 ProgramRun runInView(const DevicePaths &device, int target, LogFollower &log)
 {
     Bubblewrap sandbox;
@@ -102,7 +102,7 @@ ProgramRun runDirectly(const DevicePaths &device, int target)
     }
     ChildProcess program;
     ChildProcess::Options options;
-    // Without the guard nobody would hold the lock for it.
+    // If the guard ended first, the program would run without the lock.
     options.diesWithParent = true;
     if (!program.start(device.program, {QString::number(target)}, options)) {
         return {ProgramRun::End::NeverStarted, QByteArray()};

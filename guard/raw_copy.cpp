@@ -21,7 +21,7 @@ const char *const indexSuffix = "-shm";
 
 constexpr qint64 nanosecondsPerSecond = 1000 * 1000 * 1000;
 
-/// What tells that a file was written to, without reading it.
+/// Shows whether a file was written to, without reading it.
 struct Stamp {
     bool isThere = false;
     dev_t device = 0;
@@ -67,20 +67,20 @@ struct Stamps {
     }
 };
 
-/// The clock of time stamps ticks; what was written within one tick cannot be told apart.
+/// The clock of time stamps has ticks; two writes within one tick have the same time stamp.
 bool isOlderThanATick(const Stamp &stamp)
 {
     timespec now = {};
     clock_gettime(CLOCK_REALTIME_COARSE, &now);
     const qint64 time = now.tv_sec * nanosecondsPerSecond + now.tv_nsec;
-    // A file system such as that of most sticks counts in steps of two seconds.
+    // The file system of most USB sticks counts in steps of two seconds.
     const bool hasCoarseClock = stamp.time % nanosecondsPerSecond == 0;
     const qint64 tick = hasCoarseClock ? 2 * nanosecondsPerSecond : 1;
-    // The clock of another device may have been ahead.
+    // The file may come from a device whose clock was ahead.
     return !stamp.isThere || stamp.time > time || stamp.time + tick <= time;
 }
 
-/// Waits until a change of what the lock does not hold would be told by its stamp.
+/// Waits until the time stamp would show a change that the lock does not prevent.
 void waitForATick(const QString &database, const ReadLock &lock)
 {
     const auto canBeTold = [&] {
@@ -96,7 +96,8 @@ void waitForATick(const QString &database, const ReadLock &lock)
     }
 }
 
-/// @return true when a journal is one that SQLite rolls back; a used one that stays begins with zeros
+/// @return true when SQLite would roll the journal back; a used journal that is kept begins with
+/// zeros
 bool beginsLikeAJournal(const QString &path)
 {
     QFile file(path);
@@ -104,7 +105,7 @@ bool beginsLikeAJournal(const QString &path)
     return file.open(QIODevice::ReadOnly) && file.getChar(&first) && first != 0;
 }
 
-/// Removes what an earlier attempt has copied.
+/// Removes the files that an earlier attempt has copied.
 void removeCopy(const QString &path)
 {
     if (!QFileInfo(path).isSymLink()) {
@@ -112,7 +113,8 @@ void removeCopy(const QString &path)
     }
 }
 
-/// @return 0 or the error number of the system; of what is no file, or not there, no copy is made
+/// @return 0 or the error number of the system; what is missing or not a file is not copied,
+/// without an error
 int copyFile(const QString &from, const QString &to)
 {
     removeCopy(to);
@@ -139,11 +141,12 @@ Attempt copyOnce(const QString &database, const QString &copy, WaitBudget &budge
     }
     waitForATick(database, lock);
     const Stamps before(database);
-    // Under the lock a journal that is to be rolled back stays as it is, since nobody can do it. One
-    // of a writer holds pages that are still in the database.
+    // Under the lock no process can roll back a hot journal, so it stays as it is. A writer's
+    // journal is not needed: the database still holds its pages.
     const bool isHot = beginsLikeAJournal(database + journalSuffix);
     const bool needsJournal = !lock.isHeld() || (isHot && !lock.hasWriter());
-    // The database first: what goes into the write-ahead log meanwhile is then in the copy or not.
+    // The database first: then it does not matter whether text that is added to the write-ahead log
+    // meanwhile is in the copy.
     QStringList suffixes = {"", writeAheadLogSuffix};
     if (needsJournal) {
         suffixes << journalSuffix;

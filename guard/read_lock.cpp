@@ -7,16 +7,16 @@
 
 namespace
 {
-/// Bytes of a file that SQLite's locks are on.
+/// Bytes of a file that SQLite locks.
 struct LockBytes {
     off_t start;
     off_t count;
 };
-// Of the database file.
+// In the database file.
 constexpr LockBytes pendingByte = {0x40000000, 1};
 constexpr LockBytes reservedByte = {0x40000001, 1};
 constexpr LockBytes sharedBytes = {0x40000002, 510};
-// Of the index of a write-ahead log: one for each place to which a reader can hold.
+// In the index of a write-ahead log: one for each read mark.
 constexpr LockBytes readerBytes = {123, 5};
 
 struct flock description(short type, const LockBytes &bytes)
@@ -47,7 +47,8 @@ Descriptor openFile(const QString &path)
         open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
 
-/// As SQLite does: who waits for the last readers keeps new ones away with the first byte.
+/// Locks as SQLite does: a writer that waits for the last readers keeps new ones away with the
+/// first byte.
 int lockDatabase(const Descriptor &file)
 {
     if (const int error = setLock(file, F_RDLCK, pendingByte)) {
@@ -76,7 +77,7 @@ ReadLock::Result ReadLock::take(const QString &database, WaitBudget &budget)
         if (!isHeldByAnother(error)) {
             return Result::Impossible;
         }
-        // Nothing is held while it waits: the writer may be waiting too.
+        // No lock is held while this waits: the writer may be waiting too.
         file.close();
         index.close();
         if (!budget.waitAMoment()) {

@@ -11,7 +11,7 @@ namespace
 {
 const char *const mainDatabase = "main";
 
-/// One run of SQLite's backup interface.
+/// One use of SQLite's backup interface.
 class Backup
 {
 public:
@@ -23,13 +23,13 @@ public:
     ~Backup() { sqlite3_backup_finish(m_backup); }
     Q_DISABLE_COPY(Backup)
 
-    /// @param pages 0 to lock only, -1 for all
+    /// @param pages 0 only to lock, -1 for all
     int step(int pages)
     {
         return m_backup ? sqlite3_backup_step(m_backup, pages) : sqlite3_errcode(m_to.handle());
     }
 
-    /// Ends it; after an error the destination is rolled back.
+    /// Ends the backup; after an error the destination is rolled back.
     int finish()
     {
         const int result = sqlite3_backup_finish(m_backup);
@@ -42,8 +42,8 @@ private:
     sqlite3_backup *m_backup;
 };
 
-/// @return SQLite's words for a result code: the connection's own where they belong to it, since a
-/// later call may have replaced them
+/// @return SQLite's words for a result code: the connection's text if it belongs to this code; a
+/// later call may have replaced it
 QString textOf(const SqliteConnection &connection, int result)
 {
     const int primaryCode = 0xff;
@@ -90,14 +90,16 @@ RealDatabase::Failure RealDatabase::open()
 DatabaseFailure RealDatabase::readingFailure() const
 {
     DatabaseFailure failed = failure(sqlite3_extended_errcode(m_connection.handle()));
-    // Of a file that it cannot make SQLite does not say whether it may not, or the disk fails.
+    // When SQLite cannot create a file, it does not say whether a right is missing or the disk
+    // fails.
     if (failed.kind == DatabaseFailure::Kind::NotWritable && mayWriteBeside()) {
         failed.kind = DatabaseFailure::Kind::Failed;
     }
     return failed;
 }
 
-/// @return false when this user may not write SQLite's files, or something else has the name of one
+/// @return false when this user may not write SQLite's files, or something other than a file has
+/// the name of one
 bool RealDatabase::mayWriteBeside() const
 {
     bool may = QFileInfo(QFileInfo(m_path).absolutePath()).isWritable();
@@ -175,7 +177,7 @@ RealDatabase::Failure RealDatabase::openDamaged()
     }
     m_copiedIdentity = identity();
     m_schemaCookie = readSchemaCookie().value_or(-1);
-    // SQLite does not look at the header then, and takes the database for one without a page.
+    // SQLite then ignores the header and treats the database as one without a page.
     sqlite3_db_config(m_connection.handle(), SQLITE_DBCONFIG_RESET_DATABASE, 1, nullptr);
     if (!readSchemaCookie()) {
         return failure(sqlite3_extended_errcode(m_connection.handle()));
@@ -186,7 +188,7 @@ RealDatabase::Failure RealDatabase::openDamaged()
 
 RealDatabase::Failure RealDatabase::copyBytesTo(const QString &path)
 {
-    // A descriptor of its own would end SQLite's locks when it is closed.
+    // SQLite's own descriptor is used, because closing another one would drop SQLite's locks.
     sqlite3_file *file = nullptr;
     sqlite3_file_control(m_connection.handle(), mainDatabase, SQLITE_FCNTL_FILE_POINTER, &file);
     sqlite3_int64 size = 0;
@@ -212,8 +214,8 @@ RealDatabase::Failure RealDatabase::copyBytesTo(const QString &path)
 RealDatabase::Failure RealDatabase::replaceContent(
     const QString &source, const std::function<Failure()> &underLock)
 {
-    // Of a source without a page the step that only takes the lock already copies everything: the
-    // real database would be empty.
+    // If the source has no page, the step that only takes the lock already copies everything, and
+    // the real database would be empty.
     if (QFileInfo(source).size() == 0) {
         return DatabaseFailure{DatabaseFailure::Kind::Damaged, "the new database is empty"};
     }
@@ -224,14 +226,14 @@ RealDatabase::Failure RealDatabase::replaceContent(
     }
     const QByteArray cache =
         "PRAGMA cache_size = -" + QByteArray::number(limits::commitCache / limits::kibibyte);
-    // With less than EXTRA the removal of the journal, which is the commit, is not flushed.
+    // Below EXTRA, SQLite does not flush the removal of the journal, which is the commit.
     for (const char *setting : {"PRAGMA synchronous = EXTRA", cache.constData()}) {
         result = m_connection.setPragma(setting);
         if (result != SQLITE_OK) {
             return failure(result);
         }
     }
-    // Every page is read once: keeping them would only take memory.
+    // Every page is read once, so caching pages would only take memory.
     content.setPragma("PRAGMA cache_size = 10");
 
     Backup backup(m_connection, content);
@@ -241,7 +243,7 @@ RealDatabase::Failure RealDatabase::replaceContent(
         return failure(result);
     }
     if (dataVersion() != m_copiedVersion) {
-        return DatabaseFailure{DatabaseFailure::Kind::Written, "somebody else has written"};
+        return DatabaseFailure{DatabaseFailure::Kind::Written, "another program has written"};
     }
     if (!(identity() == m_copiedIdentity)) {
         return DatabaseFailure{DatabaseFailure::Kind::Replaced, "the database was replaced"};
@@ -261,8 +263,8 @@ RealDatabase::Failure RealDatabase::replaceContent(
 
 DatabaseFailure RealDatabase::commitFailure(int error, const QString &text)
 {
-    // A commit can fail at its last flush, when the journal is gone. A connection of its own sees
-    // what the next process will see, and rolls back what is to be rolled back.
+    // A commit can fail at its last flush, after the journal is gone. A new connection sees what
+    // the next process will see, and rolls back if necessary.
     using Kind = DatabaseFailure::Kind;
     m_connection.close();
     SqliteConnection reader;

@@ -10,8 +10,8 @@
 #include <optional>
 #include <sys/types.h>
 
-/// The database of the device: the only place where it is read and changed. Everything goes through
-/// SQLite, since closing any other descriptor of the file would drop SQLite's locks.
+/// The database of the device. Only this class reads and changes it. Everything goes through
+/// SQLite, because closing any other descriptor of the file would drop SQLite's locks.
 class RealDatabase
 {
 public:
@@ -22,32 +22,33 @@ public:
 
     using Failure = std::optional<DatabaseFailure>;
 
-    /// Opens it for reading and writing, and begins to read it: a hot journal is rolled back now, and
-    /// the index of a write-ahead log is made. So nothing is written beside it while it is copied.
+    /// Opens it for reading and writing, and begins to read it. So a hot journal is rolled back and
+    /// the index of a write-ahead log is made now, and nothing is written beside it while it is
+    /// copied.
     Failure open();
 
-    /// Copies it, once, after open(): as it is, damage included. What is committed later has to be made
-    /// from this copy.
+    /// Copies it as it is, damage included. Call it once, after open(). The content that is
+    /// committed later has to be made from this copy.
     /// @param path a file that is not there yet
-    /// @return NoRoom only where the copy has none
+    /// @return NoRoom only when there is no room for the copy
     Failure copyTo(const QString &path);
 
-    /// Opens a file that holds no database that SQLite can read, empty or damaged, for
-    /// replaceContent(), which then takes it for an empty one: under the same locks and journal.
+    /// Opens an empty or damaged file that SQLite cannot read as a database. replaceContent() then
+    /// treats it as an empty database, with the same locks and journal.
     Failure openDamaged();
 
-    /// Copies the bytes of the file, whatever they are. Under the lock of replaceContent() nobody
-    /// writes to it, and what SQLite could recover is recovered.
+    /// Copies the bytes of the file, whatever they are. Call it under the lock of replaceContent():
+    /// then no process writes to the file, and SQLite has recovered what it could.
     /// @param path a file that is not there yet
     Failure copyBytesTo(const QString &path);
 
-    /// Replaces the content in one transaction, under SQLite's own journal: the same file, in which
-    /// processes that have it open find the new content. Durable when it returns.
+    /// Replaces the content in one transaction, under SQLite's own journal. The file stays the same
+    /// one, so processes that have it open find the new content. The content is durable when this
+    /// returns.
     /// @param source a database at rest
-    /// @param underLock called when nobody else can write any more and the database is still the one
-    /// that was copied; a failure that it returns ends the change
-    /// @return the failure; what was done under the lock may be taken back unless it is NotFlushed or
-    /// Unknown
+    /// @param underLock called when no other process can write any more and the database is still
+    /// the one that was copied; a failure that it returns ends the change
+    /// @return the failure; unless it is NotFlushed or Unknown, the work of underLock may be undone
     Failure replaceContent(const QString &source, const std::function<Failure()> &underLock);
 
     /// @return true when the database has a write-ahead log; known after the copy
@@ -56,7 +57,7 @@ public:
     /// @return SQLite's counter of schema changes, which a commit changes; known when it is open
     qint64 schemaCookie() const { return m_schemaCookie; }
 
-    /// Reads that counter as it is now.
+    /// Reads the current value of that counter.
     /// @return nothing when the database cannot be read
     std::optional<qint64> readSchemaCookie()
     {

@@ -6,9 +6,9 @@
 
 #include <optional>
 
-/// The schema version that a database records, as far as it is known.
+/// The schema version that a database records, if it is known.
 struct RecordedVersion {
-    bool isKnown = false;         ///< false: nobody has read it, or reading failed
+    bool isKnown = false;         ///< false: it was not read, or reading failed
     std::optional<qint64> number; ///< nothing when the database records none
 
     bool is(qint64 version) const { return number && *number == version; }
@@ -19,8 +19,8 @@ struct RecordedVersion {
     bool operator!=(const RecordedVersion &other) const { return !(*this == other); }
 };
 
-/// Reads it. A database that is damaged, or has no table for it, records none.
-/// @return unknown when the disk, the memory or somebody else's lock prevented it
+/// Reads the version. A database that is damaged, or has no table for the version, records none.
+/// @return unknown when the disk, the memory or the lock of another process prevented it
 RecordedVersion recordedVersion(const SqliteConnection &connection);
 
 /// @return the number, "no version" or "unknown"

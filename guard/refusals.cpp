@@ -8,7 +8,7 @@ namespace refusals
 {
 namespace
 {
-/// Compile options do not tell it, a statement does.
+/// The compile options do not show this reliably; a statement does.
 bool libraryRefusesTexts()
 {
     SqliteConnection connection;

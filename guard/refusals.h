@@ -9,18 +9,18 @@ namespace refusals
 /// The reason of endIfNewer().
 extern const char *const newerThanProgram;
 
-/// @return true for a version that the installed program does not know; false also when nobody can
-/// tell
+/// @return true when the version is newer than any that the installed program knows; false also
+/// when the guard cannot tell
 bool isNewerThanProgram(const DevicePaths &device, const RecordedVersion &version);
 
-/// Ends a run whose database is newer than the program. Such a program walks nothing, records the
-/// newer version with the older software, and adds back what a newer step took.
-/// @param record has the version before
-/// @return whether it has ended
+/// Ends a run whose database is newer than the program. That program would walk nothing, record the
+/// newer version with the older software, and add back what a newer step took.
+/// @param record already has the version before
+/// @return whether it ended the run
 bool endIfNewer(const DevicePaths &device, RunRecord *record);
 
-/// Ends a run where the SQLite library takes texts in double quotes for names of columns. Steps of
-/// the program then fail, or write NULL and say that they were successful.
-/// @return whether it has ended
+/// Ends a run if the SQLite library refuses texts in double quotes (it takes them for names of
+/// columns). With such a library, steps of the program fail, or write NULL and report success.
+/// @return whether it ended the run
 bool endIfLibraryIsUnfit(RunRecord *record);
 } // namespace refusals

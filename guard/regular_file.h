@@ -7,12 +7,12 @@
 
 #include <optional>
 
-/// Opens a file for reading. In its place there may be anything: a pipe or a device, which would make
-/// a reader wait for ever, is not opened.
-/// @return a closed descriptor, with errno, when there is no regular file that can be read
+/// Opens a file for reading. Anything may be at the path: a pipe or a device, which could make a
+/// reader wait forever, is not opened.
+/// @return a closed descriptor, with errno, when there is no readable regular file
 Descriptor openRegularFile(const QString &path);
 
-/// Reads a file of a few lines that somebody else may have written.
-/// @param largest bytes; a longer file is something else
-/// @return nothing when it is no regular file, cannot be read or is too long
+/// Reads a short file that another program may have written.
+/// @param largest bytes; a longer file is not read
+/// @return nothing when it is not a regular file, cannot be read or is too long
 std::optional<QByteArray> readSmallFile(const QString &path, qint64 largest);

@@ -23,7 +23,7 @@ namespace
 {
 const char *const noRoom = "no-room";
 
-/// What a run tells while it works is for whoever watches a device.
+/// Silences a run's messages: they are for people who watch a device.
 class SilentErrors
 {
 public:
@@ -47,7 +47,7 @@ qint64 largestProcess(int who)
     return usage.ru_maxrss * limits::kibibyte;
 }
 
-/// Writes the content of a file into another one, which stays the same file.
+/// Writes the content of a file into another file without replacing that file.
 bool writeInto(const QString &path, const QString &from)
 {
     QFile source(from);
@@ -116,7 +116,7 @@ private:
     const RehearsalOptions &m_options;
     RehearsedDevice m_made;
     Rehearsal m_rehearsal;
-    qint64 m_takenByProgram = 0; ///< in staging, in bytes
+    qint64 m_takenByProgram = 0; ///< bytes in staging
     qint64 m_mostInStaging = 0;
     qint64 m_roomOnDisk = 0;
     bool m_hasBefore = false; ///< the database of before is kept
@@ -183,7 +183,7 @@ void Rehearser::runForward()
     const DevicePaths &device = m_made.paths();
     record = migrate(device, options);
     record.newestKnown = newestKnownVersion(device.knownVersions);
-    // So far no disk of the device was asked.
+    // Until here, only the rehearsal's own place was used, not the device's disk.
     m_rehearsal.lackedRoom = m_rehearsal.lackedRoom || record.reason == noRoom;
     if (!record.guarded) {
         m_rehearsal.log = readSmallFile(device.log, limits::largestLog).value_or(QByteArray());
@@ -193,7 +193,7 @@ void Rehearser::runForward()
     m_rehearsal.steps = stepsOf(record, m_rehearsal.log, VersionTable(device.knownVersions));
 }
 
-/// Keeps what is gone after the run.
+/// Keeps files that are gone after the run.
 void Rehearser::lookAt(const StagedResult &result)
 {
     m_rehearsal.log = result.log;
@@ -233,7 +233,7 @@ void Rehearser::noteMeasurements(const Measurements &measured)
     m_rehearsal.measured.insert("bytes", bytes);
 }
 
-/// The copies may be where there is more room than the device has.
+/// Checks the device's own room, because the place of the copies may have more.
 void Rehearser::noteRoom()
 {
     RunRecord &record = m_rehearsal.record;

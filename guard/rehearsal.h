@@ -11,7 +11,7 @@
 
 #include <optional>
 
-/// What a rehearsal is asked for.
+/// The caller's options for a rehearsal.
 struct RehearsalOptions {
     RehearsedDeviceOptions device;
     int target = 0;
@@ -42,20 +42,20 @@ struct WayBack {
 struct Rehearsal {
     RunRecord record;
     bool isWrongCall = false;
-    bool lackedRoom = false; ///< the place was too small: nothing is known
+    bool lackedRoom = false; ///< the place was too small: no other result is known
     QString database;        ///< path
     qint64 databaseBytes = 0;
-    QString journalMode; ///< empty where nobody can tell
+    QString journalMode; ///< empty when it cannot be read
     QStringList assumed;
     QString platform;
     QString softwareVersion;
-    QByteArray log; ///< what the program has logged
+    QByteArray log; ///< the text that the program has logged
     QVector<RehearsedStep> steps;
-    QVector<Mending> mendings; ///< what `run --mend` does
+    QVector<Mending> mendings; ///< what `run --mend` would do
     std::optional<WayBack> wayBack;
     QJsonObject measured;
 };
 
-/// Runs the guard on a copy of the device, as it would run on the device itself: it is the same run.
-/// Writes nowhere but in its place and the result's file.
+/// Runs the guard on a copy of the device with the same code as a run on the device itself. It
+/// writes only into its place and the result's file.
 Rehearsal rehearse(const RehearsalOptions &options);

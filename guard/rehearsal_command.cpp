@@ -29,7 +29,7 @@ namespace
 /// Where the inner guard finds the file for the result.
 const char *const resultPlace = "/.migration-guard-result";
 
-/// The exit status of an inner guard that had too little room. Nobody else sees it.
+/// The exit status of an inner guard that had too little room. Only the outer guard sees it.
 constexpr int placeTooSmall = 5;
 
 int exitStatus(Status status)
@@ -105,7 +105,7 @@ int reportFailure(
     return report(line, rehearsal);
 }
 
-/// A file that gets its name when it is whole.
+/// An output file that gets its name when it is whole.
 class OutputFile
 {
 public:
@@ -127,7 +127,7 @@ public:
     int descriptor() const { return m_file.get(); }
     QString unfinished() const { return durable::unfinishedName(m_path); }
 
-    /// @return false when it is not there now
+    /// @return false when the file could not be completed
     bool finish()
     {
         m_file.close();
@@ -139,16 +139,16 @@ private:
     Descriptor m_file;
 };
 
-/// Lets standard output be a file.
+/// Redirects standard output into the file.
 bool printInto(const OutputFile &file)
 {
     return dup2(file.descriptor(), STDOUT_FILENO) == STDOUT_FILENO;
 }
 
-/// @return false only when the header of a database tells that it has none
+/// @return false only when the database's header shows that it has no write-ahead log
 bool mayHaveWriteAheadLog(const QString &database)
 {
-    // Without this the system could note the time of the reading.
+    // O_NOATIME: the system must not record an access time.
     const Descriptor file(open(
         QFile::encodeName(database).constData(),
         O_RDONLY | O_NOATIME | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -173,8 +173,8 @@ qint64 neededRoom(const QString &database, bool mends)
 /// How an inner guard ended.
 enum class InnerEnd { Reported, LackedRoom, NotStarted };
 
-/// Tries one place.
-/// @param[out] status set with Reported
+/// Tries to rehearse in one place.
+/// @param[out] status set when the result is Reported
 InnerEnd rehearseIn(const innerGuard::Place &place, int *status)
 {
     const QStringList arguments =
@@ -203,7 +203,7 @@ InnerEnd rehearseSomewhere(
                 end = rehearseIn(place, status);
             }
         }
-        // Bubblewrap may be too old for a file system with a size.
+        // Bubblewrap may be too old to set the size of a file system in memory.
         if (end == InnerEnd::Reported) {
             return end;
         }
@@ -274,7 +274,7 @@ public:
     bool hasEnded() { return m_process.hasEnded(); }
     bool waitForEnd(int milliseconds) { return m_process.waitForEnd(milliseconds); }
 
-    /// Passes on what it has printed.
+    /// Passes on the output of the process.
     /// @return its exit status
     int finish(const QString &application, int target)
     {
@@ -306,7 +306,7 @@ private:
     bool m_isStarted = false;
 };
 
-/// On a terminal only: a line that the next one writes over.
+/// Only on a terminal: a line that the next one overwrites.
 void showProgress(int done, int all)
 {
     if (isatty(STDERR_FILENO) != 0) {
@@ -322,7 +322,7 @@ int rehearseSeveral(const CommandLine &line, const QString &application, int tar
     int next = 0;
     int worst = 0;
     bool isWrongCall = false;
-    // In the order of the call, whichever ends first.
+    // Results are reported in the order of the call, whichever job ends first.
     for (int done = 0; done < all; ++done) {
         showProgress(done, all);
         const auto running = [&] {

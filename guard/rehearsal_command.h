@@ -2,7 +2,8 @@
 
 #include "guard/command_line.h"
 
-/// Does what `rehearse` is asked for: prints how the run would end to standard error, and JSON.
+/// Executes `rehearse`: prints how the run would end to standard error, and JSON if it is asked
+/// for.
 /// @param application the application directory, absolute
 /// @param target the parsed one
 /// @return the exit status

@@ -15,7 +15,7 @@ QJsonValue versionValue(const RecordedVersion &version)
     return version.number ? QJsonValue(*version.number) : QJsonValue();
 }
 
-/// @return a path without what a terminal would obey
+/// @return a path without characters that control a terminal
 QString printable(QString path)
 {
     std::replace_if(
@@ -23,7 +23,7 @@ QString printable(QString path)
     return path;
 }
 
-/// @return all of a text of the log, also what is after a NUL
+/// @return a whole text of the log, including the part after a NUL
 QString textOf(const QByteArray &bytes)
 {
     return QString::fromUtf8(bytes.constData(), bytes.size());

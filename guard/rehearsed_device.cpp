@@ -16,7 +16,7 @@ namespace
 {
 const char *const registrationPath = "/Harlo/registration.xml";
 const char *const softwareVersionFile = "/quillmoor/softwareversion.txt";
-/// What the program takes without a platform file.
+/// The platform that the program assumes when there is no platform file.
 const char *const platformWithoutFile = "TORVIK";
 
 /// @return the first line of a file, as the program reads it
@@ -31,7 +31,7 @@ bool isFile(const QString &path)
     return QFileInfo(path).isFile();
 }
 
-/// Makes a directory, or a link that leads to no file, a second time.
+/// Copies a directory, or a link that does not lead to a file.
 void copyWhatIsNoFile(const QString &path, const QString &copy)
 {
     const QFileInfo file(path);
@@ -84,7 +84,7 @@ bool RehearsedDevice::findProgram()
     m_application = resolved(m_options.application);
     QString inside = m_application + '/' + programName;
     if (m_options.program.isEmpty()) {
-        // The program looks for its files where it really is, not where a link to it is.
+        // The program looks for its files in its real directory, not in that of a link to it.
         inside = resolved(inside);
         m_application = QFileInfo(inside).path();
         m_paths.program = outside(inside);
@@ -137,8 +137,8 @@ bool RehearsedDevice::placeReferenceData()
     return true;
 }
 
-/// Puts a file of one line into its place.
-/// @param given what it is to say, nothing for the file that is there
+/// Makes a file of one line in its place.
+/// @param given the line, nothing to copy the device's file
 bool RehearsedDevice::placeTextFile(
     const std::optional<QString> &given, const QString &inside, const QString &name)
 {
@@ -154,8 +154,8 @@ bool RehearsedDevice::placeTextFile(
     return true;
 }
 
-/// What tells one device from another is in a few small files. Another root file system may have no
-/// own ones: then it has this device's.
+/// A few small files distinguish one device from another. If another root file system has none of
+/// its own, it gets this device's.
 bool RehearsedDevice::placeFiles()
 {
     const QString platform = resolved(platformPath);
@@ -200,7 +200,7 @@ bool RehearsedDevice::placeFiles()
     return true;
 }
 
-/// The program may delete files there, but it is not known to read any.
+/// The program may delete files there. It is not known to read any, so empty ones will do.
 bool RehearsedDevice::placePool()
 {
     const QString inside = resolved(poolPath);
@@ -225,7 +225,7 @@ bool RehearsedDevice::placeDatabases()
     m_database = isThisDevice && !m_device.database.isEmpty() ? m_device.database : entry;
     m_paths.databaseEntry = entry;
     if (isThisDevice && m_device.databases.isEmpty()) {
-        // The program finds no directory there either.
+        // On the device the program finds no directory there either.
         m_paths.view.root = rootOptions();
         return true;
     }
@@ -237,7 +237,7 @@ bool RehearsedDevice::placeDatabases()
     m_paths.placeDatabases(databases);
     m_paths.databaseEntry = databases + '/' + databaseName;
     if (isThisDevice) {
-        // What earlier runs have left decides what a run does, and what it keeps.
+        // Files that earlier runs have left decide what a run does and keeps.
         for (const auto &[file, copy] :
              {std::make_pair(m_device.note, m_paths.note),
               std::make_pair(m_device.lastMigration, m_paths.lastMigration)}) {
@@ -257,7 +257,7 @@ QStringList RehearsedDevice::rootOptions() const
 {
     QStringList options = m_root.arguments();
     if (m_options.root != "/") {
-        // They lead to libraries of this system.
+        // These variables lead to libraries of this system.
         for (const char *variable : {"LD_LIBRARY_PATH", "LD_PRELOAD", "QT_PLUGIN_PATH"}) {
             options += {"--unsetenv", variable};
         }
@@ -265,7 +265,7 @@ QStringList RehearsedDevice::rootOptions() const
     return options;
 }
 
-/// Copies what is there in the place of the database.
+/// Copies the database, or whatever else has its name.
 bool RehearsedDevice::copyDatabase(const QString &entry)
 {
     const QString copy = staged("databases") + '/' + databaseName;
@@ -278,9 +278,9 @@ bool RehearsedDevice::copyDatabase(const QString &entry)
         return true;
     }
     if (!file.isFile()) {
-        return fail("not-copied", "it is no file");
+        return fail("not-copied", "it is not a file");
     }
-    // SQLite cannot work with what has the name of one of its files.
+    // SQLite fails if something other than a file has the name of one of its files.
     const QString real = file.canonicalFilePath();
     for (const char *suffix : {"-journal", "-wal", "-shm"}) {
         copyWhatIsNoFile(real + suffix, copy + suffix);

@@ -8,20 +8,20 @@
 
 #include <optional>
 
-/// Which device a rehearsal is for. Paths are absolute.
+/// The device that a rehearsal is for. Paths are absolute.
 struct RehearsedDeviceOptions {
     QString application; ///< the application directory, here and in the other root file system
     QString root = "/";  ///< a root file system that has the program, its libraries, reference data
     QString database;    ///< empty for this device's own
     std::optional<QString> platform;
     std::optional<QString> softwareVersion;
-    QString registration;  ///< a file; empty for what is there
-    QString referenceData; ///< a directory with the scripts; empty for what is there
-    QString program;       ///< a file; empty for what is there
-    int waitSeconds = 0;   ///< for a program that is writing to the database
+    QString registration;  ///< a file; empty for the device's own
+    QString referenceData; ///< a directory with the scripts; empty for the device's own
+    QString program;       ///< a file; empty for the device's own
+    int waitSeconds = 0;   ///< to wait for a program that is writing to the database
 };
 
-/// A device made of copies: what a rehearsal changes.
+/// A device made of copies: the only one that a rehearsal changes.
 class RehearsedDevice
 {
 public:
@@ -32,20 +32,21 @@ public:
     /// @return false when that failed; reason() and detail() tell why
     bool make();
 
-    /// @return why it could not be made, as in the record of a run
+    /// @return why it could not be made; a reason as in the record of a run
     const QString &reason() const { return m_reason; }
     const QString &detail() const { return m_detail; }
 
-    /// @return true when what the caller has named is not there
+    /// @return true when something that the caller named is not there
     bool isWrongCall() const { return m_isWrongCall; }
 
-    /// @return where everything is now
+    /// @return the paths of the copies
     const DevicePaths &paths() const { return m_paths; }
 
-    /// @return where the database is that was copied, or where it would be
+    /// @return where the copied database is, or would be
     const QString &database() const { return m_database; }
 
-    /// @return names of what is neither given nor on the device: the program goes on without it
+    /// @return names of what is assumed: it was neither given nor on the device, and the program
+    /// runs without it
     const QStringList &assumed() const { return m_assumed; }
 
     const QString &platform() const { return m_platform; }

@@ -42,14 +42,14 @@ bool areEqual(const QString &database, const QString &other)
     return compareDatabases(database, other).isEmpty();
 }
 
-/// @return where the database is to be, links resolved
+/// @return the path where the database belongs, links resolved
 QString placeOfDatabase(const DevicePaths &device)
 {
     const QFileInfo entry(device.databaseEntry);
     return entry.exists() ? entry.canonicalFilePath() : device.databases + "/" + databaseName;
 }
 
-/// Makes an empty file where there is none, which SQLite then fills.
+/// Makes an empty file if there is none; SQLite then fills it.
 /// @return 0 or the error number of the system
 int makeEmptyFile(const QString &path, const durable::Ownership &ownership)
 {
@@ -67,7 +67,7 @@ int makeEmptyFile(const QString &path, const durable::Ownership &ownership)
 class Restoration
 {
 public:
-    /// @param newest to fall back, the newest version that may come back; nothing for a restore
+    /// @param newest for a fall-back, the newest version that may come back; nothing for a restore
     Restoration(
         const DevicePaths &device, const RestorationOptions &options, WaitBudget &budget,
         const std::optional<int> &newest = std::nullopt)
@@ -107,7 +107,7 @@ private:
     RealDatabase m_database;
     KeptDatabase m_replaced;
     KeptDatabase m_replacedLog;
-    std::optional<DatabaseSnapshot> m_snapshot; ///< instead of a copy beside the database
+    std::optional<DatabaseSnapshot> m_snapshot; ///< used instead of a copy beside the database
     QString m_current;       ///< what the database holds, at rest; empty for nothing
     QString m_whyUnreadable; ///< empty when there is such a copy
     QString m_source;
@@ -127,7 +127,7 @@ RunRecord Restoration::run()
         return nothingChanged("database-link-broken");
     }
     if (QFileInfo::exists(m_path) && !QFileInfo(m_path).isFile()) {
-        return nothingChanged(restoreFailed, "in the place of the database is no file");
+        return nothingChanged(restoreFailed, "the database is not a file");
     }
     const sizing::Database size = sizing::measure(m_path);
     const qint64 sourceBytes =
@@ -169,7 +169,7 @@ RunRecord Restoration::run()
     if (failure) {
         m_record.endWith(*failure, restoreFailed);
     }
-    // Where the end is not known the next run finds out which of the two the database is.
+    // If it is not known how the commit ended, the next run finds out.
     if (m_record.endIsKnown) {
         settleReplaced();
     }
@@ -187,11 +187,11 @@ void Restoration::settleReplaced()
     }
 }
 
-/// @return why nothing can be done; a database that cannot be read is no reason
+/// @return why nothing can be done; an unreadable database is not a reason
 std::optional<DatabaseFailure> Restoration::copyCurrent()
 {
     if (m_device.database.isEmpty()) {
-        m_whyUnreadable = "there is none, or nothing in it";
+        m_whyUnreadable = "there is none, or it is empty";
         return std::nullopt;
     }
     if (m_options.dryRun) {
@@ -219,11 +219,11 @@ std::optional<DatabaseFailure> Restoration::copyCurrent()
     return std::nullopt;
 }
 
-/// What a run that was cut has left is settled by the database as it is now.
+/// Settles what a cut run has left, by looking at the present database.
 void Restoration::settleCutRuns()
 {
-    // Of a database that cannot be read nobody knows whether that run's commit has happened. The
-    // database of before comes back, and so the files of the pool stay.
+    // If the database cannot be read, it is not known whether that run's commit has happened. The
+    // database of before comes back, so the files of the pool stay.
     const bool isReadable = m_whyUnreadable.isEmpty();
     if (!isReadable ||
         settlePool(m_device, RunNote::read(m_device.note), m_database.schemaCookie())) {
@@ -232,7 +232,7 @@ void Restoration::settleCutRuns()
     settleKeptDatabases(m_device, m_current);
 }
 
-/// The kept one; where the database is that already, what was replaced by it.
+/// Chooses the kept database; if the present one equals it, the one that it replaced.
 void Restoration::chooseSource()
 {
     m_sourceName = m_device.kept;
@@ -246,7 +246,7 @@ void Restoration::chooseSource()
     m_sourceName = QFileInfo(m_sourceName).fileName();
 }
 
-/// @return why the source is no database to bring back, empty when it is one
+/// @return why the source cannot be brought back, empty when it can
 QString Restoration::whyUnusable()
 {
     if (!QFileInfo(m_source).isFile()) {
@@ -299,8 +299,8 @@ RealDatabase::Failure Restoration::replaceDamaged()
     return m_database.replaceContent(m_source, [this] { return keepBytes(); });
 }
 
-/// Keeps what cannot be read as it is. A write-ahead log gets a name under which SQLite does not take
-/// it for the log of another database.
+/// Keeps the bytes of an unreadable database as they are. Its write-ahead log gets another name,
+/// because SQLite would take it for the log of whatever database is kept there later.
 RealDatabase::Failure Restoration::keepBytes()
 {
     QFile::remove(m_device.copy);

@@ -7,7 +7,7 @@
 
 namespace
 {
-/// @return a version as the verdict takes it: what is no version of any program's is cut
+/// @return a version for the verdict; a number that no program's version can have is clamped
 std::optional<int> judgedVersion(const RecordedVersion &version)
 {
     if (!version.number) {
@@ -27,8 +27,8 @@ Finding findingOf(const Mending &mending)
     return finding;
 }
 
-/// A copy that was left alone was there before the run, also where the run has changed nothing and
-/// nobody has looked.
+/// A copy that mending left alone was there before the run. This adds the finding even if the run
+/// has changed nothing and the verdict did not look for copies.
 void addLeftAlone(const Mending &mending, QVector<Finding> *findings)
 {
     auto found = std::find_if(findings->begin(), findings->end(), [&](const Finding &finding) {
@@ -42,7 +42,7 @@ void addLeftAlone(const Mending &mending, QVector<Finding> *findings)
         finding.before = true;
         found = findings->insert(findings->end(), finding);
     }
-    // SQLite's words can hold names of values.
+    // SQLite's words can contain values, so they are in `detail`, which not every reader may see.
     found->detail = mending.reason;
 }
 
@@ -112,11 +112,11 @@ Verdict judgeDirectRun(
     verdict.to = judgedVersion(record.to);
     verdict.target = options.target;
     verdict.findings << findings::direct(result.reason.toLatin1());
-    // What the program makes where there was no database records no version.
+    // A database that the program has just made records no version.
     if (record.to.isKnown && result.reason != "no-database" && verdict.to != verdict.target) {
         verdict.findings << findings::targetMissed(verdict.to, verdict.target);
     }
-    // Where no version was recorded the log does not tell which steps were to be made.
+    // If no version was recorded, the log does not show which steps the run should have made.
     if (verdict.from && tellsOfRun(result.log)) {
         verdict.findings += findingsOnSteps(device, *verdict.from, verdict.target, result);
     }

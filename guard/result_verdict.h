@@ -8,37 +8,37 @@
 
 #include <optional>
 
-/// What the program has made of the staged database.
+/// The staged database before and after the program.
 struct StagedResult {
     QString before;            ///< the copy of the database that the program was given, at rest
-    QString after;             ///< what the program has made of it, at rest
+    QString after;             ///< the database after the program, at rest
     QString scratchDirectory;  ///< for the verdict's own copy
     QByteArray log;            ///< what the program has logged
     QVector<Mending> mendings; ///< of the copy, before the program was given it
-    qint64 mostTaken = 0;      ///< bytes that the program was seen to take in staging
+    qint64 mostTaken = 0;      ///< the most bytes that the program was measured to take in staging
 };
 
 /// Judges the result of a run on this device.
-/// @param record the versions before and after
-/// @param differences of the two databases
+/// @param record has the versions before and after
+/// @param differences between the two databases
 Verdict judgeResult(
     const DevicePaths &device, const MigrationOptions &options, const RunRecord &record,
     const StagedResult &result, const DatabaseDifferences &differences);
 
-/// What is known of a run of the program on the real database.
+/// What is known about a run of the program on the real database.
 struct DirectResult {
-    QString reason; ///< why it was not guarded
+    QString reason; ///< why the run was not guarded
     QByteArray log; ///< what the program has logged
 
-    /// That there were before, folded; nothing when nobody could read them.
+    /// The tables before the run, folded; nothing when they could not be read.
     std::optional<QSet<QByteArray>> tablesBefore;
 };
 
 /// @return the names of all tables, folded; nothing when they cannot be read
 std::optional<QSet<QByteArray>> tableNames(const SqliteConnection &connection);
 
-/// Judges a run of the program on the real database, of which there is nothing to compare: whether it
-/// has reached the target, and what its log says of the steps.
+/// Judges a run of the program on the real database. There is no copy to compare with, so it judges
+/// whether the target was reached, and what the log says about the steps.
 Verdict judgeDirectRun(
     const DevicePaths &device, const MigrationOptions &options, const RunRecord &record,
     const DirectResult &result);

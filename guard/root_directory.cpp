@@ -11,7 +11,7 @@ namespace rootDirectory
 {
 namespace
 {
-/// As many as the kernel follows.
+/// The kernel's own limit.
 constexpr int mostLinks = 40;
 } // namespace
 

@@ -3,24 +3,24 @@
 #include <QString>
 #include <QStringList>
 
-/// Root directories: this system's, or that of another one at some path.
+/// Root directories: this system's, or another system's at some path.
 namespace rootDirectory
 {
-/// @return what a link says, as it is; empty for anything else
+/// @return the text of a link, as it is; empty for anything else
 QString linkText(const QString &path);
 
-/// Resolves links as the system would whose root directory this is.
+/// Resolves links as a system with this root directory would.
 /// @param base path of the root directory, "/" for this system's
-/// @param path absolute, inside; what is missing of it stays as it is
-/// @return absolute, inside, without a link in it
+/// @param path absolute, inside the root; parts that do not exist stay as they are
+/// @return absolute, inside the root, without a link in it
 QString resolve(const QString &base, const QString &path);
 
-/// @return where a path inside a root directory is for this process
+/// @return the path by which this process reaches a path inside a root directory
 QString outside(const QString &base, const QString &path);
 
-/// @param bind bubblewrap's option for everything that is no link, such as "--ro-bind"
-/// @param leftOut an entry that does not come along
-/// @return bubblewrap's options for a root in memory with everything of another one in it: a new
-/// directory can be made there, which the other one could not have without a change on the disk
+/// @param bind bubblewrap's option for everything that is not a link, such as "--ro-bind"
+/// @param leftOut an entry to leave out
+/// @return bubblewrap's options for a root in memory that has everything of another one in it: a
+/// new directory can be made in it without a change on the disk
 QStringList inMemory(const QString &base, const QString &bind, const QString &leftOut);
 } // namespace rootDirectory

@@ -12,22 +12,22 @@ namespace
 const char *const currentSchema = "main";
 const char *const otherSchema = "other";
 
-/// Tells about the rows of one table after another.
+/// Compares the rows of one table after another.
 class RowComparison
 {
 public:
     RowComparison(const QString &current, const QString &other);
 
-    /// @param table in both databases
-    /// @return which rows go, come back and change
+    /// @param table a table of both databases
+    /// @return texts on the rows that go, come back and change
     QStringList changes(const QByteArray &table);
 
-    /// @return how many rows a table has that only one of the two has
+    /// @return the number of rows, as a text, of a table that only one of the two databases has
     QString rowsOf(const char *schema, const QByteArray &table);
 
 private:
     struct Key {
-        QByteArrayList columns; ///< as SQL takes them
+        QByteArrayList columns; ///< quoted for SQL
         QByteArrayList names;
     };
 
@@ -40,7 +40,7 @@ private:
     qint64 changedRows(const QByteArray &table, const Key &key);
 
     SqliteConnection m_connection;
-    QString m_error; ///< of the queries for a table, or of the two databases
+    QString m_error; ///< the failure of a query for a table, or of opening the databases
     bool m_isAttached = false;
 };
 
@@ -49,7 +49,7 @@ QByteArray tableIn(const char *schema, const QByteArray &table)
     return schema + QByteArray(".") + quotedName(table);
 }
 
-/// Equal in every bit: not 1 and 1.0, and not 'a' and 'A' where the column takes them for one. The
+/// Equal in every bit: 1 and 1.0 are not, nor are 'a' and 'A' in a column that ignores case. The
 /// first part lets SQLite use an index.
 QByteArray sameValue(const QByteArray &column)
 {
@@ -58,7 +58,7 @@ QByteArray sameValue(const QByteArray &column)
         .replace("%1", column);
 }
 
-/// The beginning of a value: it may have megabytes.
+/// Only the beginning of a value, which may have megabytes.
 QByteArray shownValue(const QByteArray &column)
 {
     const QByteArray most = QByteArray::number(limits::printedCharacters);
@@ -100,7 +100,7 @@ QByteArrayList RowComparison::columns(
     return names;
 }
 
-/// What names a row in both: the primary key, or the row id without one.
+/// The columns that identify a row in both databases: the primary key, or without one the row id.
 RowComparison::Key RowComparison::keyOf(const QByteArray &table)
 {
     const QByteArrayList current = columns(currentSchema, table, "pk > 0");
@@ -115,7 +115,7 @@ RowComparison::Key RowComparison::keyOf(const QByteArray &table)
     return key;
 }
 
-/// The keys of rows that only one of the two has, as a text; nothing without any.
+/// The keys of rows that only one of the two databases has, as a text; empty when there are none.
 QString RowComparison::onlyIn(
     const QByteArray &table, const Key &key, const char *schema, const char *without,
     const char *verb, const char *verbOfMany)
@@ -147,7 +147,7 @@ QString RowComparison::onlyIn(
            printed.join(", ") + (rows > printed.size() ? ", ...)" : ")");
 }
 
-/// The number of rows of both that have other values in a column of both.
+/// The number of rows in both databases whose values differ in a column of both.
 qint64 RowComparison::changedRows(const QByteArray &table, const Key &key)
 {
     QByteArrayList sameKey;
@@ -203,14 +203,14 @@ QString RowComparison::rowsOf(const char *schema, const QByteArray &table)
     return "cannot be counted: " + m_error;
 }
 
-/// In which of the two databases an object is, with the definition that it has there.
+/// An object's definitions in the two databases, if they have it.
 struct Presence {
     bool inCurrent = false;
     bool inOther = false;
 };
 using Objects = QMap<QByteArray, Presence>;
 
-/// @return the objects of these types with another definition, or in one database only
+/// @return the objects of these types whose definitions differ, or that only one database has
 Objects differentObjects(const DatabaseDifferences &differences, const QByteArrayList &types)
 {
     Objects objects;

@@ -13,7 +13,7 @@ template <typename Number> void addNumber(QCryptographicHash &hash, Number numbe
     hash.addData(bytes, sizeof number);
 }
 
-/// @return false when there was no memory to read the value
+/// @return false when there was too little memory to read the value
 bool addValue(QCryptographicHash &hash, sqlite3_value *value, bool isUtf16)
 {
     const int storageClass = sqlite3_value_type(value);
@@ -23,7 +23,7 @@ bool addValue(QCryptographicHash &hash, sqlite3_value *value, bool isUtf16)
     } else if (storageClass == SQLITE_FLOAT) {
         addNumber(hash, sqlite3_value_double(value));
     } else if (storageClass != SQLITE_NULL) {
-        // The function for the other encoding would convert the text.
+        // The function for the other encoding would convert the text, which changes its bytes.
         const int size = isUtf16 ? sqlite3_value_bytes16(value) : sqlite3_value_bytes(value);
         const void *bytes = sqlite3_value_blob(value);
         if (size > 0 && !bytes) {
@@ -80,7 +80,7 @@ int addRowKey(sqlite3 *connection)
 
 QByteArray rowKeyOf(const QByteArrayList &values)
 {
-    // A function of SQLite has 100 arguments at most.
+    // An SQLite function takes at most 100 arguments.
     constexpr int mostArguments = 100;
     if (values.size() <= mostArguments) {
         return "row_key(" + values.join(", ") + ")";

@@ -10,7 +10,7 @@
 
 namespace
 {
-/// @return what is another text after every start of the device, empty when it cannot be read
+/// @return a text that differs after every start of the device, empty when it cannot be read
 QString bootIdentifier()
 {
     QFile file("/proc/sys/kernel/random/boot_id");

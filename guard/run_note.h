@@ -5,14 +5,14 @@
 
 #include <optional>
 
-/// What a run notes beside the database while it is under way. A note that is still there at the
-/// next start tells how far that run came.
+/// The note that a run keeps beside the database while it is under way. If it is still there at the
+/// next start, it shows how far that run got.
 struct RunNote {
     bool stagedOnDisk = false;
-    int runsInARow = 1; ///< that did not end well, this one included
+    int runsInARow = 1; ///< runs in a row that did not end well, this one included
 
-    /// It failed in a way that staging may be the reason of, or died while the device kept running.
-    /// A run that a power cut has ended is none of these.
+    /// The run failed, perhaps because of staging, or died while the device kept running. False for
+    /// a run that a power cut has ended.
     bool failed = false;
 
     /// Before a commit: the files to delete in the pool after it, and SQLite's counter of schema
@@ -23,8 +23,8 @@ struct RunNote {
     /// @return the note of a run that did not end well, nothing when there is none
     static std::optional<RunNote> read(const QString &path);
 
-    /// Writes it in place of another one. At every moment one of the two is there.
-    /// @param flush whether its content is flushed; its name is the caller's business
+    /// Writes it in place of another note. At every moment one of the two is there.
+    /// @param flush whether to flush its content; the caller flushes the directory
     /// @return 0 or the error number of the system
     int write(const QString &path, bool flush) const;
 };

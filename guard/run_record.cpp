@@ -86,7 +86,7 @@ QJsonObject RunRecord::toJson() const
         run.insert("kept", kept);
     }
     if (verdict) {
-        // It travels to an inventory: no contents of rows.
+        // The record may be sent to an inventory, so it has no contents of rows.
         run.insert("verdict", verdict->toJson(false, limits::recordedEntries));
     }
     run.insert(

@@ -15,7 +15,7 @@ namespace sizing
 {
 namespace
 {
-/// What a run adds to the staged files, as it was measured.
+/// The bytes that runs were measured to add to the staged files.
 qint64 measuredGrowth(const Database &database)
 {
     const qint64 percent = database.hasWriteAheadLog
@@ -91,7 +91,7 @@ bool isInMemory(const QString &path)
     if (statfs(QFile::encodeName(path).constData(), &status) != 0) {
         return false;
     }
-    // On a 32-bit processor the field has a sign, and one of the numbers is too large for it.
+    // On a 32-bit processor the field is signed, and one of the numbers is too large for it.
     const auto type = static_cast<quint32>(status.f_type);
     return type == TMPFS_MAGIC || type == RAMFS_MAGIC;
 }

@@ -18,26 +18,26 @@ public:
     /// @return an SQLite result code
     int open(const QString &path, int flags);
 
-    /// Opens a database at rest for reading. SQLite makes no file beside it, also in write-ahead mode,
-    /// and nothing that the schema holds is run.
+    /// Opens a database at rest for reading. SQLite makes no file beside it, not even with a
+    /// write-ahead log, and runs nothing from the schema.
     /// @return an SQLite result code
     int openAtRest(const QString &path);
     void close();
 
-    /// Nothing that the schema holds is run, nor may it lead SQLite astray.
+    /// SQLite then runs nothing from the schema, and does not trust it.
     void distrustSchema();
 
     sqlite3 *handle() const { return m_handle; }
     QString errorText() const { return QString::fromUtf8(sqlite3_errmsg(m_handle)); }
 
-    /// Runs statements that return nothing of interest.
+    /// Runs statements whose rows are not needed.
     /// @return an SQLite result code
     int run(const char *sql) { return sqlite3_exec(m_handle, sql, nullptr, nullptr, nullptr); }
 
-    /// Sets a pragma also where the schema cannot be understood, which SQLite reads first.
+    /// Sets a pragma even if SQLite cannot understand the schema, which it reads first.
     int setPragma(const char *sql);
 
-    /// @return the number that a query returns first, nothing when it fails or has no row
+    /// @return the first number that a query returns, nothing when it fails or has no row
     std::optional<qint64> number(const char *sql);
 
 private:
@@ -56,7 +56,7 @@ public:
     ~SqliteStatement() { sqlite3_finalize(m_handle); }
     Q_DISABLE_COPY(SqliteStatement)
 
-    /// @return true with a row, false at the end or on an error
+    /// @return true when there is a row, false at the end or on an error
     bool step()
     {
         if (m_result == SQLITE_OK || m_result == SQLITE_ROW) {
@@ -67,7 +67,7 @@ public:
     int result() const { return m_result; }
     sqlite3_stmt *handle() const { return m_handle; }
 
-    /// @return a value as a text in UTF-8, whatever the encoding of the database, null for NULL
+    /// @return a value as UTF-8 text, whatever the encoding of the database; null for NULL
     QByteArray text(int column) const
     {
         const unsigned char *bytes = sqlite3_column_text(m_handle, column);
@@ -80,11 +80,11 @@ private:
     int m_result = SQLITE_ERROR;
 };
 
-/// @return the address under which SQLite takes a database for one at rest, as for openAtRest()
+/// @return the address under which SQLite treats a database as one at rest, as in openAtRest()
 QString addressAtRest(const QString &path);
 
-/// @return a name as SQL takes it
+/// @return a name, quoted for SQL
 QByteArray quotedName(QByteArray name);
 
-/// @return a text as SQL takes it
+/// @return a text, quoted for SQL
 QByteArray quotedText(QByteArray text);

@@ -14,7 +14,7 @@
 
 namespace
 {
-/// Others may write where staging is: their links and directories are left alone.
+/// Other users may write in the parent directory: their links and directories are left alone.
 bool isOwn(const QString &directory)
 {
     struct stat status;
@@ -31,7 +31,7 @@ Staging::~Staging()
 bool Staging::prepare()
 {
     remove(m_directory);
-    // The root of a file system of its own is there already.
+    // If staging is the root of a mounted file system, the directory exists already.
     if (mkdir(QFile::encodeName(m_directory).constData(), 0700) != 0 && !isOwn(m_directory)) {
         return false;
     }
@@ -65,7 +65,8 @@ namespace stagedPool
 {
 namespace
 {
-/// What a step can delete: files and links to files. Names are bytes, in whatever locale.
+/// The entries that a step can delete: files and links to files. Names are bytes, whatever the
+/// locale.
 QByteArrayList filesOf(const QString &pool)
 {
     QByteArrayList names;
@@ -120,7 +121,7 @@ bool deleteFiles(const QString &pool, const QByteArrayList &names)
     bool allGone = true;
     bool deleted = false;
     for (const QByteArray &name : names) {
-        // A note of an earlier run may hold anything.
+        // The note of an earlier run may contain any text.
         if (name.contains('/')) {
             continue;
         }

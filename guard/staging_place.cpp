@@ -22,10 +22,10 @@ StagingPlace stagingPlace(
     const QString &named = options.stagingParent;
     if (place == Staging::Place::Memory) {
         const QString &memory = options.memoryStaging;
-        // In memory that is this run's own, the root of the file system is the directory itself.
+        // If the file system in memory is this run's own, its root is the directory itself.
         return {memory, named.isEmpty() ? memory : directoryIn(memory, device)};
     }
-    // A named directory in memory has turned out to be too small.
+    // If it is not on the disk, the named directory is in memory and was too small.
     const bool isOnDisk = !named.isEmpty() && named != options.memoryStaging;
     return isOnDisk ? StagingPlace{named, directoryIn(named, device)}
                     : StagingPlace{device.databases, device.staging};

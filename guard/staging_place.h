@@ -8,16 +8,16 @@
 
 /// Where staging is.
 struct StagingPlace {
-    QString parent;    ///< a directory that is there
-    QString directory; ///< the one that staging makes in it, or the same
+    QString parent;    ///< a directory that exists
+    QString directory; ///< the one that staging makes in it, or the parent itself
 };
 
 /// @return the place that the options name, or the one beside the database
 StagingPlace stagingPlace(
     const DevicePaths &device, const MigrationOptions &options, Staging::Place place);
 
-/// Removes what a run that was cut has left staged, also in the directory that the options name: the
-/// run after it is staged elsewhere.
+/// Removes the staged files of a run that was cut, also in the directory that the options name:
+/// this run may be staged elsewhere.
 void removeLeftStaging(const DevicePaths &device, const MigrationOptions &options);
 
 /// SQLite's temporary files are in this directory while this object lives.

@@ -50,7 +50,7 @@ StatusReport::StatusReport(const DevicePaths &device)
     }
 }
 
-/// @param remark what else is to be said about it
+/// @param remark a remark on the database, empty for none
 StatusReport::Version StatusReport::versionAtRest(const QString &database, const QString &remark)
 {
     SqliteConnection connection;

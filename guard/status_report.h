@@ -5,8 +5,8 @@
 
 #include <QStringList>
 
-/// What `migration-guard status` says: recorded version, newest version that the program knows, the
-/// kept database of before, the last run and the last change.
+/// The report of `migration-guard status`: the recorded version, the newest version that the
+/// program knows, the kept database of before, the last run and the last change.
 class StatusReport
 {
 public:
@@ -19,14 +19,14 @@ public:
     /// @return for a script: a JSON object; docs/guard.md describes it
     QString json() const;
 
-    /// @return the exit status of the last run, that of a run that changed nothing without one
+    /// @return the exit status of the last run; without one, that of a run that changed nothing
     int lastStatus() const;
 
 private:
-    /// A version, as far as it could be read.
+    /// A version, if it could be read.
     struct Version {
         std::optional<qint64> number;
-        QString text; ///< with what else is to be said about it
+        QString text; ///< the version, with a remark if there is one
     };
     static Version versionAtRest(const QString &database, const QString &remark);
     static Version versionOfDatabase(const DevicePaths &device);

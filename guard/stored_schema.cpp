@@ -23,10 +23,10 @@ public:
         m_body = m_headerEnd;
     }
 
-    /// @return whether every value was of a kind that it was read as, and none is left
+    /// @return whether every value had the type that it was read as, and none is left
     bool isComplete() const { return m_isValid && m_position == m_headerEnd; }
 
-    /// @return a text, or nothing but a null one for NULL
+    /// @return a text; a null one for NULL
     QByteArray text()
     {
         const quint64 type = nextType();
@@ -93,8 +93,8 @@ private:
     int m_body = 0;
 };
 
-/// @param encoding as the header tells it: 2 and 3 are UTF-16
-/// @return a text in UTF-8; as it is when it is no text of that encoding
+/// @param encoding from the header: 2 and 3 are UTF-16
+/// @return the text in UTF-8; unchanged when it is not valid in that encoding
 QByteArray toUtf8(const QByteArray &text, quint32 encoding)
 {
     if ((encoding != 2 && encoding != 3) || text.size() % 2 != 0 || text.isEmpty()) {
@@ -110,7 +110,7 @@ QByteArray toUtf8(const QByteArray &text, quint32 encoding)
     return QString::fromUtf8(encoded) == decoded ? encoded : text;
 }
 
-/// @return nothing when the record is none of a schema
+/// @return nothing when the record is not an entry of a schema
 std::optional<StoredObject> readObject(const QByteArray &record, quint32 encoding)
 {
     RecordReader reader(record);

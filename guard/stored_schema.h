@@ -13,9 +13,9 @@ struct StoredObject {
     quint32 rootPage = 0; ///< 0 for what has no b-tree: views, triggers, virtual tables
 };
 
-/// Reads sqlite_schema as it is stored: its definitions are not looked into.
-/// @return the objects in the order of precedes(); nothing when they cannot be read
+/// Reads sqlite_schema as it is stored, without parsing its definitions.
+/// @return the objects, sorted by precedes(); nothing when they cannot be read
 std::optional<QVector<StoredObject>> readStoredSchema(const DatabaseFile &file);
 
-/// Orders objects by all that they are; the place of their b-tree does not count.
+/// Orders objects by all their texts; the place of their b-tree does not count.
 bool precedes(const SchemaObject &left, const SchemaObject &right);

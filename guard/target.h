@@ -5,8 +5,8 @@
 
 #include <optional>
 
-/// Reads a target version. Only ASCII digits with white space around them count, value 1 to 999999:
-/// the program takes anything else for 0 and reverts every step.
+/// Reads a target version: ASCII digits with optional white space around them, value 1 to 999999.
+/// Nothing else is accepted, because the program takes any other text for 0 and reverts every step.
 /// @return the version, nothing when the text holds none
 std::optional<int> parseTarget(const QByteArray &text);
 

@@ -9,7 +9,7 @@ namespace
 /// @return the query for the stored columns of every row
 QByteArray queryForRows(const SqliteConnection &connection, const QByteArray &table)
 {
-    // A computed column that is not stored has 2.
+    // 2 marks a computed column that is not stored.
     SqliteStatement columns(
         connection,
         "SELECT name FROM pragma_table_xinfo(" + quotedText(table) + ") WHERE hidden <> 2");
@@ -17,7 +17,7 @@ QByteArray queryForRows(const SqliteConnection &connection, const QByteArray &ta
     while (columns.step()) {
         names << quotedName(columns.text(0));
     }
-    // An index could have other values than the table.
+    // NOT INDEXED: a damaged index could have other values than the table.
     return "SELECT " + names.join(',') + " FROM " + quotedName(table) + " NOT INDEXED";
 }
 
@@ -30,14 +30,14 @@ bool isUtf16(const SqliteConnection &connection)
 /// @return the bytes of a text or a BLOB, as they are stored
 QByteArray storedBytes(sqlite3_stmt *row, int column, bool isUtf16)
 {
-    // The function for the other encoding would convert the text.
+    // The function for the other encoding would convert the text, which changes its bytes.
     const int size =
         isUtf16 ? sqlite3_column_bytes16(row, column) : sqlite3_column_bytes(row, column);
     return QByteArray::fromRawData(
         static_cast<const char *>(sqlite3_column_blob(row, column)), size);
 }
 
-/// As bits, 0.0 is not -0.0.
+/// Compared as bits, 0.0 differs from -0.0.
 quint64 bitsOf(double number)
 {
     quint64 bits = 0;

@@ -5,8 +5,8 @@
 #include <QByteArray>
 #include <QString>
 
-/// Compares the values of rows as SQLite reads them. The same values can be stored in two ways: a
-/// row older than a column that was added does not hold the column's default.
+/// Compares the values of rows as SQLite reads them, because equal values can be stored
+/// differently: a row that is older than an added column does not hold the column's default.
 class ValueComparison
 {
 public:

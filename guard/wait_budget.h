@@ -4,11 +4,11 @@
 
 #include <QThread>
 
-/// The time that a run may spend on waiting for locks of others, all waits together.
+/// The time that a run may spend waiting for locks of others, all waits together.
 class WaitBudget
 {
 public:
-    /// @param seconds 0 to wait for nothing
+    /// @param seconds 0 not to wait
     explicit WaitBudget(int seconds) : m_milliseconds(seconds * qint64(1000)) {}
 
     /// Waits a moment.

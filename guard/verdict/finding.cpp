@@ -7,10 +7,11 @@
 
 namespace
 {
-/// Longer names are cut: a code has to fit a line.
+/// Longer names are cut: a code has to fit on a line.
 constexpr int longestName = 64;
 
-/// Repairs that a run makes before it walks, those of the guard before it, and what it does to equal names.
+/// True for repairs: those that a run makes before it walks, those that the guard makes before the
+/// run, and new names for equal ones.
 bool isRepair(const QByteArray &kind)
 {
     return kind == "violations-removed" || kind == "orphans-removed" || kind == "reapplied" ||

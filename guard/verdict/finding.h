@@ -9,16 +9,16 @@
 
 #include <optional>
 
-/// Who took what is missing.
+/// What took the missing rows or values.
 struct Purpose {
     enum class Taker {
-        Nobody,  ///< only here: no version takes it
-        Version, ///< on purpose
-        Script,  ///< perhaps a reference-data script, which names the table
-        Unknown  ///< a version was walked that the table of versions does not know
+        Nobody,  ///< no version takes it: only this run does
+        Version, ///< a version, on purpose
+        Script,  ///< perhaps a reference-data script that names the table
+        Unknown  ///< not known: the table of versions lacks a version that was walked
     };
     Taker taker = Taker::Nobody;
-    int version = 0; ///< the one that took it
+    int version = 0; ///< the version that took it
 
     bool operator<(const Purpose &other) const;
 };
@@ -27,35 +27,36 @@ struct Purpose {
 struct FindingRow {
     QByteArray table;
     QByteArray key;    ///< the values of its key
-    QByteArray before; ///< of a value that changed; empty for a row that is gone
+    QByteArray before; ///< a value that changed; empty for a row that is gone
     QByteArray after;
 };
 
-/// Something worth saying about a run. docs/findings.md explains every code.
+/// A result of judging a run. docs/findings.md explains every code.
 struct Finding {
     QByteArray kind;   ///< the first part of the code, such as "rows-lost"
     QByteArray object; ///< a table, version or reason; empty where there is only one
-    QByteArray column; ///< of that table, empty when it is no column's finding
+    QByteArray column; ///< of that table, empty when the finding is not on a column
 
-    /// By name: "rows" for the rows that it is about, "rowsBefore" and "rowsAfter" for the table's.
+    /// By name: "rows" counts the rows that it is about, "rowsBefore" and "rowsAfter" those of the
+    /// table.
     QMap<QString, qint64> numbers;
 
     QByteArray mending; ///< of "mended": "copy-removed", "name-given" or "rows-returned"
     QByteArray table;   ///< of "mended": the table that the object is a copy of
 
     Purpose purpose;
-    bool before = false;       ///< it was so before this run
-    bool accepted = false;     ///< the caller has accepted its code
-    bool beforeIsKept = false; ///< the database of before can be looked at
-    QString detail;            ///< words of SQLite's for it
+    bool before = false;       ///< it was already so before this run
+    bool accepted = false;     ///< the caller accepts its code
+    bool beforeIsKept = false; ///< the database of before is kept, so a person can look at it
+    QString detail;            ///< SQLite's words for it
 
-    QVector<FindingRow> rows; ///< contents of the device: not for every reader
+    QVector<FindingRow> rows; ///< contents of the device; not every reader may see them
     bool hasAllRows = true;   ///< false when there were too many to keep
 
     /// @return the stable code: printable ASCII without blanks, such as "rows-lost:fields"
     QByteArray code() const;
 
-    /// @return whether somebody has to look at it
+    /// @return whether a person has to look at it
     bool counts() const;
 
     /// @return a sentence for a person: table names and numbers, no contents of rows
@@ -65,13 +66,13 @@ struct Finding {
     QJsonObject toJson(bool withRows) const;
 };
 
-/// @return a name of a database in printable ASCII: other bytes as %XX, and a long one cut
+/// @return a name from a database in printable ASCII: other bytes are %XX, and a long name is cut
 QByteArray printableName(const QByteArray &name);
 
-/// Findings that take no database.
+/// Findings that need no database to be read.
 namespace findings
 {
-/// @param reason the guard's code for it, such as "no-bubblewrap"
+/// @param reason the guard's code for the reason, such as "no-bubblewrap"
 Finding direct(const QByteArray &reason);
 /// @param recorded nothing when the database records no version
 Finding targetMissed(const std::optional<int> &recorded, int target);

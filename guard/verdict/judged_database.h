@@ -11,13 +11,13 @@
 #include <memory>
 #include <optional>
 
-/// How much work may be done for a verdict: a database may be made to take for ever.
+/// Limits the work for a verdict, because a database can be made so that reading it never ends.
 class WorkBudget
 {
 public:
     explicit WorkBudget(qint64 instructions) : m_left(instructions) {}
 
-    /// SQLite asks it every so many of its instructions.
+    /// SQLite asks each time it has executed this many instructions.
     static constexpr int stride = 1000;
 
     /// @return false when the work has to end
@@ -32,22 +32,22 @@ private:
     qint64 m_left;
 };
 
-/// What a table looks like to a reader of its rows.
+/// The columns and key of a table.
 struct TableShape {
-    QByteArrayList columns; ///< those that are stored, by their names
+    QByteArrayList columns; ///< names of the stored columns
     QByteArrayList key;     ///< the columns of the primary key
-    QByteArray rowid;       ///< a name by which the row id can be read, empty without one
+    QByteArray rowid;       ///< a name that reads the row id, empty when there is none
 
-    /// @return where the column is, letter case aside; -1 without it
+    /// @return the place of the column, in any letter case; -1 when there is none
     int indexOf(const QByteArray &column) const;
 };
 
-/// A database at rest, opened for reading. Nothing of its schema runs: no trigger, no view, no
-/// computed column; it cannot lead SQLite astray, nor take more than a bounded time.
+/// A database at rest, opened for reading. Nothing from its schema runs: no trigger, no view, no
+/// computed column. SQLite does not trust its schema, and the work is limited.
 class JudgedDatabase
 {
 public:
-    /// @param budget has to live as long as this object
+    /// @param budget has to outlive this object
     JudgedDatabase(const QString &path, WorkBudget &budget);
 
     const SqliteConnection &connection() const { return m_connection; }
@@ -71,6 +71,6 @@ private:
     bool m_isUtf16 = false;
 };
 
-/// Bounds what a statement of the verdict's can do in a database: a name that is missing is no text, and
-/// no row may be larger than what the guard reads.
+/// Restricts the verdict's statements on a database: a missing name in double quotes is an error,
+/// not a text, and SQLite refuses rows that are larger than those that the guard reads.
 void boundStatements(sqlite3 *connection);

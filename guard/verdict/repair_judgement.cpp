@@ -7,8 +7,8 @@
 
 namespace
 {
-/// Passes over the rows before a row, and over that one.
-/// @return whether it is there
+/// Skips the rows before a row, and that row.
+/// @return whether the row is there
 bool take(RowsInOrder &rows, const RowsInOrder &row)
 {
     while (rows.hasRow() && row.compareKey(rows) > 0) {
@@ -61,7 +61,7 @@ Unreadable judgeRepairs(
             continue;
         }
         if (isAfter) {
-            // The program could not remove it.
+            // The program could not remove the row.
             --numbers.rowsNew;
             continue;
         }

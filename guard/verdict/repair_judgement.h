@@ -11,10 +11,10 @@ struct FoundRepairs {
     std::optional<Finding> violations;
 };
 
-/// Notes the rows of before that neither the repaired copy nor the database after has.
-/// @param table its database of before is the repaired copy
+/// Notes the rows of before that are missing both in the repaired copy and in the database after.
+/// @param table a case whose database of before is the repaired copy
 /// @param original the database of before, without the repairs
-/// @param numbers as they are told from the repaired copy; made those of the original
+/// @param[in,out] numbers counted on the repaired copy; changed to those of the original
 Unreadable judgeRepairs(
     const TableCase &table, const JudgedDatabase &original, const RepairedCopy &repaired,
     FoundRepairs &found, TableNumbers &numbers, RowKeeper &keeper);

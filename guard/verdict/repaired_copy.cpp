@@ -23,7 +23,7 @@ bool hasSomethingToRepair(const SqliteConnection &before, const VersionTable::Ev
     return false;
 }
 
-/// Makes the copy one without a write-ahead log: at rest there is nothing in it.
+/// Switches the copy to a rollback journal. At rest its write-ahead log is empty.
 bool usesRollbackJournal(const QString &path)
 {
     constexpr int versionsOffset = 18;
@@ -96,7 +96,7 @@ void RepairedCopy::removeViolations()
     }
 }
 
-/// Their expressions are text of the database.
+/// The expressions of such indexes come from the database and must not run.
 void RepairedCopy::dropIndexesThatCompute()
 {
     QByteArrayList names;

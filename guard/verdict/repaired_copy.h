@@ -6,13 +6,13 @@
 #include <QHash>
 #include <QSet>
 
-/// A copy of the database of before with the repairs that a run makes before it walks: rows that
-/// break foreign keys go, then those that the table of versions names for every run, each with what
-/// SQLite takes along. Triggers do not run in it.
+/// A copy of the database of before with the repairs that a run makes before it walks: it removes
+/// rows that break foreign keys, then those that the table of versions names for every run, each
+/// with the rows that SQLite removes with them. Triggers do not run in it.
 class RepairedCopy
 {
 public:
-    /// @param before is copied when there is something to repair
+    /// @param before the database to copy when there is something to repair
     /// @param directory where the copy is made; it is removed with this object
     RepairedCopy(
         const JudgedDatabase &before, const QString &path, const QString &directory,
@@ -20,17 +20,17 @@ public:
     ~RepairedCopy();
     Q_DISABLE_COPY(RepairedCopy)
 
-    /// @return whether there was something to repair; without that there is no copy
+    /// @return whether there is a copy; there is none when there was nothing to repair
     bool isMade() const { return m_isMade; }
 
-    /// @return whether there was something to repair and the copy could not be made
+    /// @return whether there was something to repair but the copy could not be made
     bool hasFailed() const { return m_hasFailed; }
 
     const QString &path() const { return m_path; }
 
-    /// What the repairs have touched in a table with row ids.
+    /// The rows of a table with row ids that the repairs have touched.
     struct TouchedTable {
-        QSet<qint64> orphans; ///< row ids of the rows that went in the second repair
+        QSet<qint64> orphans; ///< row ids of the rows that the second repair removed
         bool hasLostRows = false;
     };
 

@@ -19,7 +19,7 @@ QByteArrayList columnsAfter(
     return names;
 }
 
-/// @return the columns of before that the key of after is made of, empty when one is missing
+/// @return the columns of before that make up the key of after, empty when one is missing
 QByteArrayList columnsBefore(
     const QByteArrayList &key, const TableCase &table, const TableShape &after)
 {
@@ -36,7 +36,8 @@ QByteArrayList columnsBefore(
     return names.size() == key.size() ? names : QByteArrayList();
 }
 
-/// @return how many rows of before have no row of the same key after; -1 when it cannot be told
+/// @return how many rows of before have no row with the same key after; -1 when that cannot be
+/// found out
 qint64 countLost(const TableCase &table, const RowIdentity &identity)
 {
     RowsInOrder before(table.before, table.name, identity.before, {"1"}, {});
@@ -76,7 +77,7 @@ std::optional<RowIdentity> rowIdentity(const TableCase &table)
         identity.tieBreakerAfter = after->rowid;
     }
     if (identity.after.isEmpty()) {
-        // Without anything that tells rows, they are told by their number only.
+        // If nothing identifies the rows, only their number is compared.
         identity.before = haveRowids ? QByteArrayList{table.shape.rowid} : QByteArrayList{"1"};
         identity.after = haveRowids ? QByteArrayList{after->rowid} : QByteArrayList{"1"};
         return identity;
@@ -87,7 +88,7 @@ std::optional<RowIdentity> rowIdentity(const TableCase &table)
         identity.before << quotedName(column);
         rewritten.before << quotedName(column);
         for (const ColumnWalk::Rule &rule : table.walk.columns[table.shape.indexOf(column)].rules) {
-            // Without an expression it cannot be prepared.
+            // Without an expression this is "()", which cannot be prepared.
             const QByteArray becomes = '(' + rule.value.becomes + ')';
             if (table.before.canPrepare("SELECT " + becomes + " FROM " + quotedName(table.name))) {
                 rewritten.before.last() = becomes;
@@ -95,7 +96,7 @@ std::optional<RowIdentity> rowIdentity(const TableCase &table)
             }
         }
     }
-    // A step that failed has left the keys as they were.
+    // The keys are as they were if the step failed.
     return isRewritten && countLost(table, rewritten) <= countLost(table, identity) ? rewritten
                                                                                     : identity;
 }
@@ -107,7 +108,7 @@ QByteArrayList ownKey(const TableShape &shape)
         key << quotedName(column);
     }
     if (key.isEmpty()) {
-        // Columns can have all the names of the row id: then nothing tells the rows.
+        // If columns use all names of the row id, nothing identifies the rows.
         key << (shape.rowid.isEmpty() ? QByteArray("1") : shape.rowid);
     }
     return key;
@@ -115,7 +116,7 @@ QByteArrayList ownKey(const TableShape &shape)
 
 int placeAfter(const ColumnWalk &column, const TableShape &after)
 {
-    // A step that failed has left it under an earlier name.
+    // If a step failed, the column has an earlier name.
     for (auto name = column.names.crbegin(); name != column.names.crend(); ++name) {
         const int place = after.indexOf(*name);
         if (place >= 0) {

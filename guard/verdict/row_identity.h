@@ -4,7 +4,7 @@
 
 #include <optional>
 
-/// The expressions by which rows of before and after are told, and how they are ordered.
+/// The expressions that identify rows of before and after, and the order of the rows.
 struct RowIdentity {
     QByteArrayList before;
     QByteArrayList after;
@@ -15,8 +15,8 @@ struct RowIdentity {
 /// @return nothing when the table after cannot be read
 std::optional<RowIdentity> rowIdentity(const TableCase &table);
 
-/// @return the expressions by which the rows of a table are told in its own database
+/// @return the expressions that identify the rows of a table within its own database
 QByteArrayList ownKey(const TableShape &shape);
 
-/// @return where a column of before is after the walk, -1 when it is gone
+/// @return the place of a column of before after the walk, -1 when it is gone
 int placeAfter(const ColumnWalk &column, const TableShape &after);

@@ -2,13 +2,13 @@
 
 #include "guard/verdict/table_case.h"
 
-/// Asks an expression of the table of versions for one row.
+/// Evaluates an expression of the table of versions for one row.
 class RowQuestion
 {
 public:
     RowQuestion(const TableCase &table, const QByteArray &expression);
 
-    /// @param row of before; its columns from firstKey on are the row id or the key
+    /// @param row a row of before; its columns from firstKey on are the row id or the key
     /// @return whether there is an answer
     bool ask(sqlite3_stmt *row, int firstKey);
 

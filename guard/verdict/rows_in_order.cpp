@@ -18,16 +18,16 @@ QByteArray statementText(
         order << QByteArray::number(column) + " COLLATE BINARY";
     }
     if (!tieBreaker.isEmpty()) {
-        // Where rows come to have the same key, the program keeps the last one.
+        // If several rows get the same key, the program keeps the last one.
         order << tieBreaker + " DESC";
     }
-    // An index could have other values than the table.
+    // NOT INDEXED: a damaged index could have other values than the table.
     const QByteArray text =
         "SELECT " + (key + others).join(", ") + " FROM " + quotedName(table) + " NOT INDEXED";
     return order.isEmpty() ? text : text + " ORDER BY " + order.join(", ");
 }
 
-/// The bytes as they are stored: the function for the other encoding would convert the text.
+/// The bytes as stored: the function for the other encoding would convert the text.
 QByteArray storedBytes(sqlite3_stmt *row, int column, bool isUtf16)
 {
     const int size =
@@ -109,7 +109,7 @@ int compareValues(sqlite3_stmt *left, sqlite3_stmt *right, int column, bool isUt
     return common != 0 ? common : compare(leftBytes.size(), rightBytes.size());
 }
 
-/// @return a literal that SQLite takes for this number, and not for an integer
+/// @return a literal that SQLite reads as this number, and not as an integer
 QByteArray realText(double number)
 {
     if (std::isinf(number)) {
@@ -119,7 +119,7 @@ QByteArray realText(double number)
     return text.contains('.') || text.contains('e') ? text : text + ".0";
 }
 
-/// As bits, 0.0 is not -0.0.
+/// Compared as bits, 0.0 differs from -0.0.
 quint64 bitsOf(double number)
 {
     quint64 bits = 0;
@@ -139,7 +139,7 @@ RowsInOrder::RowsInOrder(
 bool RowsInOrder::next()
 {
     m_hasRow = !m_isOutOfOrder && m_statement.step();
-    // SQLite believes that row ids rise, and does not sort by them.
+    // SQLite relies on rising row ids and does not sort by them, so this is checked here.
     if (m_hasRow && m_keySize == 1 && sqlite3_column_type(row(), 0) == SQLITE_INTEGER) {
         const qint64 number = sqlite3_column_int64(row(), 0);
         m_isOutOfOrder = m_lastNumber && number < *m_lastNumber;
@@ -209,7 +209,7 @@ QByteArray valueText(sqlite3_stmt *row, int column)
     if (isBlob) {
         return hex + cut;
     }
-    // A literal would end at the zero.
+    // A literal would end at the zero byte.
     return shown.contains('\0') ? "CAST(" + hex + " AS TEXT)" + cut
                                 : '\'' + QByteArray(shown).replace("'", "''") + '\'' + cut;
 }

@@ -6,9 +6,9 @@
 class RowsInOrder
 {
 public:
-    /// @param key expressions over a row, in the order of the key
-    /// @param others expressions that are read besides
-    /// @param tieBreaker orders the rows of equal keys, the greatest first; empty for none
+    /// @param key expressions over a row that make its key, in order
+    /// @param others further expressions to read
+    /// @param tieBreaker orders rows with equal keys, the greatest first; empty for none
     RowsInOrder(
         const JudgedDatabase &database, const QByteArray &table, const QByteArrayList &key,
         const QByteArrayList &others, const QByteArray &tieBreaker);
@@ -19,14 +19,14 @@ public:
 
     bool hasRow() const { return m_hasRow; }
 
-    /// @return whether reading has ended with the last row
+    /// @return whether reading ended at the last row, without an error
     bool isComplete() const { return m_statement.result() == SQLITE_DONE && !m_isOutOfOrder; }
 
-    /// @return a negative number, 0 or a positive one as this row's key is less than the other's,
-    /// equal or greater, in the order in which SQLite sorts
+    /// @return a negative number, 0 or a positive one: this row's key is less than the other's,
+    /// equal or greater, in SQLite's order
     int compareKey(const RowsInOrder &other) const;
 
-    /// @return the column of the statement in which an expression besides the key is
+    /// @return the statement's column for one of the other expressions
     int place(int other) const { return m_keySize + other; }
 
     sqlite3_stmt *row() const { return m_statement.handle(); }
@@ -39,7 +39,7 @@ private:
     int m_keySize;
     bool m_isUtf16;
     bool m_hasRow = false;
-    bool m_isOutOfOrder = false; ///< a damaged table's rows do not rise
+    bool m_isOutOfOrder = false; ///< row ids do not rise: the table is damaged
     std::optional<qint64> m_lastNumber;
 };
 

@@ -4,11 +4,11 @@
 
 namespace
 {
-/// There is no step to it.
+/// No step leads to this version.
 constexpr int oldestVersion = 1;
 
-/// @return the tables that a step forward makes: its way back takes them away, or it gives another one
-/// the name
+/// @return the tables that a step forward makes: those that its way back drops, and those that it
+/// renames another table to
 QSet<QByteArray> tablesMadeBy(int version, const VersionTable &versions)
 {
     QSet<QByteArray> made;
@@ -35,7 +35,7 @@ QVector<Step> stepsOfRun(
     for (const int version : reapplied) {
         steps << Step{version, Direction::Forward};
     }
-    // The program has no steps beyond the newest version that it knows.
+    // The program has no step beyond its newest version.
     const int newest = versions.newest() > 0 ? versions.newest() : VersionTable::mostVersions;
     const int from = std::clamp(recorded.value_or(0), oldestVersion, newest);
     const int last = std::clamp(target, oldestVersion, newest);
@@ -85,7 +85,7 @@ QVector<Finding> findingsOnSteps(const StepsInLog &log, const QSet<int> &lacking
     QList<int> failed = (log.failed + log.failedAgain).values();
     std::sort(failed.begin(), failed.end());
     for (const int version : failed) {
-        // What could not be applied again was not there before either.
+        // If a version could not be applied again, its change was not there before either.
         const bool before = !log.failed.contains(version) || lacking.contains(version);
         add("step-failed", QByteArray::number(version), before);
     }

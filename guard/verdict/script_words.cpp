@@ -9,7 +9,8 @@ QSet<QByteArray> wordsOfChangingStatements(const QVector<QByteArray> &scripts)
     static const QSet<QByteArray> changing = {"update", "replace", "delete", "drop", "alter"};
     QSet<QByteArray> words;
     for (QByteArray script : scripts) {
-        // As the program reads them: lines with nothing between, statements that end with ";".
+        // Read as the program does: lines are joined with nothing between them, and ";" ends a
+        // statement.
         script.replace("\n", "");
         for (const QByteArray &statement : script.split(';')) {
             QSet<QByteArray> own;

@@ -16,13 +16,13 @@ QString wasOrWere(qint64 count)
     return count == 1 ? "was" : "were";
 }
 
-/// @return what ends the sentence on something that is only in the database of before
+/// @return the end of a sentence on something that only the database of before has
 QString whereToLook(const Finding &finding)
 {
     return finding.beforeIsKept ? QString(": look at before-migration.sqlite") : QString();
 }
 
-/// @return what ends the sentence on something that is missing
+/// @return the end of a sentence on something that is missing
 QString onPurpose(const Finding &finding)
 {
     const Purpose &purpose = finding.purpose;

@@ -7,14 +7,14 @@
 
 namespace
 {
-// Between these lines are the steps of a run.
+// The steps of a run are between these lines.
 const char *const openingLine = "*****Beginning database migration from version: ";
 const char *const closingLine = "*****Updating version in DB to: ";
 
-/// No line of a step's needs more to be told; a name in a database can have any length.
+/// Enough to recognise any line of a step; a name in a database can have any length.
 constexpr int bytesLookedAt = 4096;
 
-/// There is no step to it.
+/// No step leads to this version.
 constexpr int oldestVersion = 1;
 
 const QRegularExpression appliedAgain(
@@ -22,7 +22,8 @@ const QRegularExpression appliedAgain(
 
 const QRegularExpression success("\\bto version (\\d+) (was successful|completed successfully)");
 
-/// Lines of failures that name their version. On the way back to 24 it is 25's step that speaks.
+/// Failure lines that name their version. On the way back, a line with "version 24" comes from the
+/// step of version 25.
 const QRegularExpression failureForward(
     "^(?=.*(fail|Error while)).*((update|updating|migration) ?to ?version ?(?<version>\\d+))",
     QRegularExpression::CaseInsensitiveOption);
@@ -31,7 +32,7 @@ const QRegularExpression failureBackward(
     QRegularExpression::CaseInsensitiveOption);
 const QRegularExpression errorOnTheWayBack("^Error while reverting to version (\\d+)");
 
-/// Lines of failures without a version that only one step writes.
+/// Failure lines without a version that only one step writes.
 const QRegularExpression failureOf21Backward(
     "^Failed to (create preferredGpsSolutions|determine |insert preferredGpsSolutions)");
 const QRegularExpression failureOf29(
@@ -49,7 +50,7 @@ const QRegularExpression failureAtColumn(
 /// The line with which a step forward ends.
 const QRegularExpression closing("^(Database migration|Migration) to version \\d");
 
-/// @return whether what a step takes or brings back has to do with what the toolkit failed at
+/// @return whether a step takes or brings back the object of the toolkit's failed operation
 bool concerns(
     const QRegularExpressionMatch &failure, const VersionTable::Tables &taken,
     const VersionTable::Tables &takenByOpposite)
@@ -103,7 +104,7 @@ public:
 private:
     bool isForward() const { return m_target > m_from; }
 
-    /// Keeps the lines since the last step for those that have failed with this line.
+    /// Keeps the lines since the last step for the versions that this line shows as failed.
     void keepLines(const QSet<int> &failed, const QByteArray &line)
     {
         for (const int version : failed) {
@@ -138,7 +139,8 @@ private:
         }
     }
 
-    /// A step forward has said how it ended, or, when that is not its end, that a part of it failed.
+    /// Handles a line with which a step forward says how it ended, or, without isEnd, that a part
+    /// of it failed.
     void close(int version, bool succeeded, bool isEnd)
     {
         if (m_again != 0) {
@@ -159,7 +161,7 @@ private:
             }
             return;
         }
-        // Steps between the two have ended without a line, as they do when they fail.
+        // The steps between the two ended without a line, as failed steps do.
         const bool othersFailed = version > m_lastClosed + 1;
         if (!succeeded || (m_pending && !othersFailed)) {
             m_steps.failed << version;
@@ -180,7 +182,8 @@ private:
         m_again = 0;
     }
 
-    /// On the way back most steps have no line of their own: what the toolkit failed at tells.
+    /// Most steps back have no failure line of their own. The object of the toolkit's failed
+    /// operation shows the step.
     void blameStepBackward(const QString &line)
     {
         const QRegularExpressionMatch failure = failureAtColumn.match(line);
@@ -234,9 +237,9 @@ private:
     int m_target;
     int m_again = 0; ///< the version that is being applied again, 0 while none is
     int m_lastClosed;
-    bool m_pending = false; ///< the toolkit has failed in a step that has not ended
+    bool m_pending = false; ///< the toolkit failed in a step that has not ended yet
     QSet<int> m_succeeded;
-    QByteArrayList m_lines; ///< of the step that has not ended
+    QByteArrayList m_lines; ///< of the step that has not ended yet
     const VersionTable &m_versions;
     StepsInLog m_steps;
 };

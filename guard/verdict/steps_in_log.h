@@ -8,19 +8,19 @@
 #include <QSet>
 #include <QVector>
 
-/// What the log text of a run says about its steps. The program's log words are a contract.
+/// The steps of a run according to its log. The program's log words are a contract.
 struct StepsInLog {
     QVector<int> reapplied; ///< the versions that self-repair applied again, in order
-    QSet<int> failedAgain;  ///< those of them that failed
+    QSet<int> failedAgain;  ///< those of `reapplied` that failed
     QSet<int> failed;       ///< the versions of the walk whose step failed
-    QHash<int, QByteArrayList> linesOfFailed; ///< by version, what the log says of those steps
-    bool unknownFailed = false;               ///< a step failed, and nothing tells which
+    QHash<int, QByteArrayList> linesOfFailed; ///< by version, the log's lines on those steps
+    bool unknownFailed = false;               ///< a step failed, but the log does not say which
 };
 
-/// @return whether a run has begun to write; without that nothing is known of its steps
+/// @return whether the log has the first line of a run; if not, nothing is known about its steps
 bool tellsOfRun(const QByteArray &log);
 
 /// @param log the text that the run has logged
 /// @param from the version at which the walk began
-/// @param target the version to which it should go
+/// @param target the version that it was to reach
 StepsInLog readSteps(const QByteArray &log, int from, int target, const VersionTable &versions);

@@ -3,7 +3,7 @@
 #include "guard/verdict/judged_database.h"
 #include "guard/verdict/table_walk.h"
 
-/// What the judgement of a table needs.
+/// A table to judge.
 struct TableCase {
     QByteArray name;              ///< in the database of before
     QByteArray nameAfter;         ///< null when the table is gone
@@ -11,8 +11,8 @@ struct TableCase {
     const JudgedDatabase &after;
     TableWalk walk;            ///< its columns are those of the shape
     TableShape shape;          ///< before
-    QByteArray uniqueNames;    ///< the column of names that the run makes unique, folded; or empty
-    QByteArrayList ownColumns; ///< folded: what the program writes itself
+    QByteArray uniqueNames;    ///< folded: the column whose names the run makes unique, or empty
+    QByteArrayList ownColumns; ///< folded: the columns that the program writes itself
     bool isNamedByScript = false;
-    bool hasUnknownVersion = false; ///< a version of the walk is not known
+    bool hasUnknownVersion = false; ///< a version of the walk is not in the table of versions
 };

@@ -11,19 +11,19 @@
 
 namespace
 {
-/// Columns that are read at once: SQLite refuses more than 2,000 in a statement.
+/// Columns that are read in one statement: SQLite refuses more than 2,000.
 constexpr int columnsAtOnce = 500;
 
-/// Bytes of rows that findings keep in all.
+/// Bytes of rows that all findings together keep.
 constexpr qint64 mostRowBytes = 32 * 1024 * 1024;
 
 /// A column of before, and where its values are now.
 struct ColumnPair {
-    int before = 0;   ///< in the shape and in the walk
+    int before = 0;   ///< index in the shape and in the walk
     QByteArray after; ///< null when the column is gone
 };
 
-/// What a rule of the table of versions says of a row that is gone.
+/// A rule of the table of versions for rows that are gone.
 struct LossQuestion {
     LossQuestion(const TableCase &table, const TableWalk::Rule &rule)
         : version(rule.version), rows(table, rule.rows)
@@ -34,7 +34,7 @@ struct LossQuestion {
     RowQuestion rows;
 };
 
-/// What a rule of the table of versions says of a row's value.
+/// A rule of the table of versions for a row's value.
 struct ValueQuestion {
     ValueQuestion(const TableCase &table, const ColumnWalk::Rule &valueRule)
         : rule(valueRule), becomes(table, rule.value.becomes), any(table, rule.value.any)
@@ -208,7 +208,7 @@ private:
         }
     }
 
-    /// @return whether a rule gives a row of before the value that it has after
+    /// @return whether a rule allows the value that a row of before has after
     bool allows(
         ValueQuestion &asked, const RowsInOrder &before, int placeBefore, sqlite3_stmt *after,
         int placeAfter) const
@@ -235,7 +235,7 @@ private:
                within * std::fabs(number);
     }
 
-    /// @return whether a name became itself with one or more of "_" and digits after it
+    /// @return whether the new name is the old one with "_" and digits added, once or several times
     static bool isMadeUnique(
         sqlite3_stmt *before, int placeBefore, sqlite3_stmt *after, int placeAfter)
     {
@@ -249,7 +249,7 @@ private:
         const QByteArray newName(
             reinterpret_cast<const char *>(sqlite3_column_text(after, placeAfter)),
             sqlite3_column_bytes(after, placeAfter));
-        // Names may be equal but for their letter case; the new one is made of the first one's.
+        // Equal names may differ in letter case; the new name is built from the first of them.
         if (newName.size() <= oldName.size() + 1 ||
             folded(newName.left(oldName.size())) != folded(oldName)) {
             return false;
@@ -276,7 +276,7 @@ private:
         return takerBesides(m_table.walk.droppedBy);
     }
 
-    /// @param droppedBy the version that takes the whole table or column, 0 for none
+    /// @param droppedBy the version that drops the whole table or column, 0 for none
     Purpose takerBesides(int droppedBy) const
     {
         if (droppedBy != 0) {
@@ -307,7 +307,7 @@ private:
     const RowIdentity &m_identity;
     TableNumbers &m_numbers;
     RowKeeper &m_keeper;
-    QByteArrayList m_reference; ///< what a question names a row of before by
+    QByteArrayList m_reference; ///< the expressions by which a question finds a row of before
     std::deque<LossQuestion> m_rowQuestions;
     std::deque<std::deque<ValueQuestion>>
         m_valueQuestions; ///< by column, in the order of the steps

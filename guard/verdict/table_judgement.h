@@ -3,16 +3,16 @@
 #include "guard/verdict/finding.h"
 #include "guard/verdict/table_case.h"
 
-/// How many rows a table had and has, as far as both could be read.
+/// The numbers of rows of a table, if it could be read before and after.
 struct TableNumbers {
     QByteArray name; ///< in the database of before
     qint64 rowsBefore = 0;
     qint64 rowsAfter = 0;
-    qint64 rowsGone = 0; ///< rows of before that are not there any more
+    qint64 rowsGone = 0; ///< rows of before that are gone
     qint64 rowsNew = 0;
 };
 
-/// Keeps the rows that findings are about, up to a number of bytes in all.
+/// Keeps the rows that findings are about, up to a limit of bytes for all.
 class RowKeeper
 {
 public:
@@ -25,7 +25,7 @@ private:
 /// Why a table could not be judged.
 enum class Unreadable { No, Before, After };
 
-/// Judges what a run has done to a table.
-/// @param[out] findings one for every kind, column and taker
+/// Judges the changes that a run has made to a table.
+/// @param[out] findings receives one for every kind, column and taker
 Unreadable judgeTable(
     const TableCase &table, QVector<Finding> &findings, TableNumbers &numbers, RowKeeper &keeper);

@@ -9,7 +9,7 @@ struct TableWord {
     const char *word;
 };
 
-/// The one list of what the user calls the contents of a table. Add a line for a new one.
+/// The only list of the user's words for the contents of tables. Add a line for a new table.
 constexpr TableWord words[] = {
     {"boomCapacity", "boom capacities"},
     {"cropTypes", "crop types"},

@@ -17,12 +17,12 @@ namespace
 {
 constexpr int format = 1;
 
-/// SQLite's instructions that a verdict may take: so many for each byte of the two files, and a
-/// fixed part that small databases need. Sound databases of farms need less than a tenth.
+/// How many of SQLite's instructions a verdict may take: this many for each byte of the two files,
+/// and a fixed number for small databases. Sound databases of farms need less than a tenth.
 constexpr qint64 instructionsPerByte = 20;
 constexpr qint64 fixedInstructions = 50'000'000;
 
-/// @return the part of a copy's name that is the table's, null when it is no copy's
+/// @return the table's part of a copy's name, null when the name is not a copy's
 QByteArray tableOfCopy(const QByteArray &name)
 {
     for (const char *suffix : {"_temp", "_old"}) {
@@ -40,13 +40,14 @@ qint64 countRows(const JudgedDatabase &database, const QByteArray &table)
     return count.step() ? sqlite3_column_int64(count.handle(), 0) : 0;
 }
 
-/// @return SQLite's first words for damage, empty without any
+/// @return SQLite's first report of damage, empty when there is none
 QString damageOf(const JudgedDatabase &database)
 {
     SqliteStatement off(database.connection(), "PRAGMA ignore_check_constraints = ON");
     off.step();
-    // Pages that nothing uses hold nothing. SQLite does not look for them when its list of tables
-    // begins with a view: a run that only changes that order would seem to bring damage.
+    // Unused pages that SQLite reports are ignored: they hold nothing. SQLite does not look for
+    // them when its list of tables begins with a view, so a run that only changes that order would
+    // seem to cause damage.
     SqliteStatement check(database.connection(), "PRAGMA quick_check(1000)");
     while (check.step()) {
         for (const QByteArray &line : check.text(0).split('\n')) {
@@ -131,7 +132,7 @@ private:
     void addUnreadable(const QByteArray &table, bool before)
     {
         Finding &finding = add("unreadable", table);
-        // What takes too much work says nothing about this run.
+        // A table that takes too much work does not count against this run.
         finding.before = before || m_budget.isSpent();
         finding.detail = m_budget.isSpent() ? QString("too much work") : QString();
     }

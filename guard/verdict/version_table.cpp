@@ -7,7 +7,7 @@
 
 namespace
 {
-/// The one that this reader understands.
+/// The format that this reader understands.
 constexpr int knownFormat = 1;
 
 QByteArray text(const QJsonValue &value)
@@ -106,7 +106,7 @@ QByteArray folded(const QByteArray &name)
 {
     QByteArray result = name;
     for (char &letter : result) {
-        // SQLite compares the letters of ASCII only.
+        // SQLite ignores the case of ASCII letters only.
         if (letter >= 'A' && letter <= 'Z') {
             letter = static_cast<char>(letter - 'A' + 'a');
         }

@@ -41,17 +41,17 @@ fault it was run again to the same version, and once more.
 
 {cases:,} cases, of which {violations} broke a rule. The rules: the database is sound; after a kill
 or a power cut it is the database after some statement of the undisturbed run; tables that no step
-touches are untouched, and what a step moves is in the table or in its copy; the log says what
+changes are unchanged, and rows that a step moves are in the table or in its copy; the log says what
 failed; the next run ends well. The last section has the exceptions.
 
 - Every statement is a transaction of its own. A fault stops a walk between two statements, or makes
   one statement fail. The version is recorded at the end of a walk only, so an interrupted walk
-  starts over. A step that finds its work done or half done may fail, or do it twice.
+  starts over. A step whose work is already done or half done may fail, or do it twice.
 - Of {interrupted:,} kills and power cuts, the next run put {recovered:,} right. {copies:,} left a
   copy of a table over, {other:,} left some other difference, {lost:,} cost rows
   ({tables}).
 
-What the second run left, compared with an undisturbed run, is one of these. Tables give the numbers
+Compared with an undisturbed run, the second run had one of these outcomes. Tables have the numbers
 of cases in this order:
 
 - recovered: the same tables, definitions and rows
@@ -64,12 +64,11 @@ UNDER_THE_GUARD = """\
 ## The program alone, and under the guard
 
 The same faults. Alone: how many cases the next run put right, and how many cost rows. Under the
-guard (docs/guard.md): "right" says that the database was the old or the new one, that the log
-lacked nothing that the database shows, that no process was left for longer than {seconds} seconds,
-and that the next run ended as an undisturbed one does. "direct" are broken rules where the guard
-had run the program directly: there is no guard then. Kills are at the guard's own operations and at
-some of the program's, power cuts at operations on the disk, errors and lack of memory at the
-guard's own.
+guard (docs/guard.md): "right" means that the database was the old or the new one, that the log had
+every change that the database has, that no process was left for longer than {seconds} seconds, and
+that the next run ended as an undisturbed one does. "direct" counts broken rules after the guard had
+run the program directly, without protection. Kills are at the guard's own operations and at some of
+the program's, power cuts at operations on the disk, errors and lack of memory at the guard's own.
 
 """
 
@@ -82,40 +81,41 @@ where it is not all of them. Where a fault changes nothing there is no case.
 """
 
 GUARD_UNITS = """\
-What an undisturbed run does. The program works in memory: between two operations on the disk a
-kill of everything leaves the same files. So there are few states of the disk for many operations.
-Every operation of the guard met a kill, and every write a kill half-way through; each left the very
-state that the recording tells. A kill of the program is answered by the guard, which leaves one
-state in each walk, whatever the operation; it was tried at some 200. Signals met the first and the
-last of alike operations in a row. Every tenth allocation of the guard failed once, every 50th with
-all after it.
+What an undisturbed run does. The program works in memory: between two operations on the disk a kill
+of everything leaves the same files. So there are few states of the disk for many operations. The
+guard was killed at every operation, and half-way through every write; each kill left exactly the
+state that the recording predicts. If the program is killed, the guard reacts, so each walk has one
+resulting state, whatever the operation; this was tried at some 200. Signals came at the first and
+the last of similar operations in a row. Every tenth allocation of the guard failed once; every 50th
+failed with all after it.
 
 """
 
 LOST_ROWS = """\
 ## Rows lost, by table
 
-Cases after which rows of a table, by their keys, were in no table. Each is required; the last
-section has the reasons. On the way back, the rows of preferredGpsSolutions are still there as
-receivers. "any": no step can be named (locks, full disks, pairs of faults).
+Cases after which rows of a table, by their keys, were in no table. All these losses are required;
+the last section has the reasons. On the way back, the rows of preferredGpsSolutions are still there
+as receivers. "any": no step can be named (locks, full disks, pairs of faults).
 
 """
 
 WHY = """\
 ## Why a difference is left
 
-The numbers are the steps in which the fault was. tests/faults/deviations.json has each difference;
-it may only get shorter: the tests and the campaign fail at a difference that is not in it.
+The numbers are the steps in which the fault happened. tests/faults/deviations.json has each
+difference; it may only get shorter: the tests and the campaign fail at a difference that is not in
+it.
 
 """
 
 HOW_OFTEN = """\
 ## How often
 
-Every operation meets every kind of fault that it can meet, and every tenth allocation fails; with
-ten times the rows it is a sample. Equal states after a fault in the same step are recovered once
-and count each. Power cuts take turns: what was not synced is dropped, kept, kept up to some write,
-kept in part, only its end is kept, or it is torn at 512 bytes.
+Every operation meets every kind of fault that is possible for it, and every tenth allocation fails;
+with ten times the rows only a sample is tried. If faults in the same step leave equal states, the
+next run is tried once and counts for each. Power cuts take turns: what was not synced is dropped,
+kept, kept up to some write, kept in part, only its end is kept, or it is torn at 512 bytes.
 
 """
 

@@ -18,61 +18,61 @@ CAUSES = {
     r" in no table": "version 29 has dropped both tables before: there is nothing left to mend",
     r"_(temp|old) left over": "later steps have changed values of the table, so the copy has rows"
                               " that the table lacks: it is only reported",
-    r" column \w+ more": "the walk is over and its version recorded: no step takes the column away"
-                         " that the step that was cut has left",
-    r"^files other values$": "version 7 has put its prefix before some paths twice, which is no"
-                             " matter of copies",
-    r"^tableVersion other values$": "only the version that was recorded before is another one: the"
-                                    " walk took one run more",
+    r" column \w+ more": "the walk is over and its version recorded: no step removes the column"
+                         " that the cut step has left",
+    r"^files other values$": "version 7 has put its prefix before some paths twice; this has"
+                             " nothing to do with copies",
+    r"^tableVersion other values$": "only the recorded previous version differs: the walk"
+                                    " took one more run",
     r"sqlite_sequence|other definition|other order": "the counter of a table, or the text of its"
-                                                     " definition, is another one",
+                                                     " definition, differs",
 }
 OTHER_CAUSE = "a value that later steps have set in a table while the copy was in its place"
 
 TEXT = """\
 # Mending what a cut run has left
 
-For whoever decides whether devices are mended, and for whoever looks at one that was. A run of the
-program alone that is cut can leave a copy of a table beside it or in its place (docs/power-cut.md).
-Every later step on that table then fails. `migration-guard run --mend` puts that right in its copy
-of the database, before the program is given it (docs/guard.md, "Mending"). Made by
+For whoever decides whether devices are mended, and for whoever examines a mended device. If a run
+of the program alone is cut, it can leave a copy of a table, beside the table or in its place
+(docs/power-cut.md). Every later step on that table then fails. `migration-guard run --mend` repairs
+this in its copy of the database, before the program gets it (docs/guard.md, "Mending"). Made by
 `tests/faults/mending_campaign.py --document`.
 
 ## What is mended
 
-A copy is a table with a name that a step uses for one, such as `farms_temp`. They are listed in
-guard/schema-versions.json under `copies`. Any other table whose name ends with `_temp` or `_old` is
-somebody's own, and is left alone.
+A copy is a table with a name that a step uses for copies, such as `farms_temp`.
+guard/schema-versions.json lists these names under `copies`. Any other table whose name ends with
+`_temp` or `_old` does not come from a step, and is left alone.
 
 | What is there | What is done |
 |---|---|
-| every row of the copy is in the table | the copy goes |
-| there is no such table | the copy gets its name, and is the table again |
+| every row of the copy is in the table | the copy is removed |
+| the table is missing | the copy gets the table's name, and is the table again |
 | the table has fewer rows than the copy, and the copy has all of them | the other rows come back, \
 and the copy goes |
-| anything else | nothing: it is reported |
+| anything else | nothing: the copy is reported |
 
-- A row is the values of all columns that the copy has, with storage class and bytes, as often as it
-  is there. Collations do not count. What the step that made the copy changes on purpose may be as
-  the step makes it: six digits in version 2, an empty text for NULL in version 32, new names of
-  columns in version 29. Rows that come back are as the step makes them.
-- A copy that becomes the table keeps its definition. That is the one that the step gives the table,
-  or had found. Where versions have different names for a table, the recorded version decides.
-- Where two copies of a table are there, but no table, both are reported. So is a copy of a table
-  that others have replaced: preferredGpsSolutions, once there are gpsReceivers.
-- No trigger fires, and foreign keys are off. What SQLite has rewritten when the step renamed the
-  table is written back. No other table changes.
+- Rows are compared by the values of all columns that the copy has, with storage class and bytes;
+  equal rows are counted, and collations do not matter. The table may have the changes that the step
+  makes on purpose: six digits in version 2, an empty text for NULL in version 32, new names of
+  columns in version 29. Rows that come back have these changes.
+- A copy that becomes the table keeps its definition: either the new one from the step, or the one
+  that the table had before. If versions have different names for a table, the recorded version
+  decides.
+- If there are two copies of a table but no table, both are reported. A copy of a table that other
+  tables have replaced is reported too: preferredGpsSolutions, once there are gpsReceivers.
+- No trigger fires, and foreign keys are off. SQLite changed references to the table when the step
+  renamed it; mending changes them back. No other table changes.
 - Everything is one transaction. A failure of the disk or the memory rolls all of it back. If the
   table refuses a row, the copy is left as it was and reported with SQLite's reason.
 - A database that fails SQLite's quick check is not mended.
 
-Rows that somebody has deleted from the table since the cut come back if the table has no other rows
-that the copy lacks: nobody can tell them from rows that were lost. With a copy its indexes and
-triggers go. An undisturbed step takes them too.
+Rows that were deleted from the table after the cut come back, unless the table has rows that the
+copy lacks: they look the same as rows that were lost. The indexes and triggers of a removed copy go
+with it. An undisturbed step removes them too.
 """
 
-FIGURES_TEXT = """
-## What it is worth
+FIGURES_TEXT = """ ## How much it helps
 
 Every kill and every power cut of the walks between the versions 1 and {newest}, and 1 and 4, on the
 database of tests/data/version_01.sql: {cases:,}. After {touched:,} of them the next run of the
@@ -80,18 +80,17 @@ program alone leaves a copy over ({copies:,}) or loses rows ({lost:,}). No mendi
 
 - Mended before the next run, {right:,} of the {touched:,} end as an undisturbed run, {rest:,} with
   some other difference, {still:,} with a copy or with rows lost.
-- Mended only after a next run without the guard, {later_right:,} end as an undisturbed run,
+- Mended only after one more run without the guard, {later_right:,} end as an undisturbed run,
   {later_rest:,} with some other difference, {later_still:,} with a copy or with rows lost. Mending
-  does not do what that run has left out.
+  does not make up for the steps that failed in that run.
 
-Numbers of cases: right / other difference / copy left over / rows lost.
+The columns have numbers of cases: right / other difference / copy left over / rows lost.
 
 """
 
-WHY = """
-## Why the rest does not
+WHY = """ ## Why the rest ends differently
 
-Of the cases above, those that do not end as an undisturbed run.
+The cases above that do not end as an undisturbed run, by cause.
 
 """
 

@@ -46,7 +46,7 @@ def test_a_write_before_the_commit_is_not_lost(paused):
     assert status == 0, errors
     assert paused.version() == NEWEST
     assert paused.rows("SELECT * FROM notes") == [(1,)]
-    assert "somebody else has written" in errors
+    assert "another program has written" in errors
     assert paused.log().count("Beginning database migration") == 1
 
 

@@ -83,7 +83,7 @@ def test_page_of_the_report_has_what_its_help_text_says():
 
 def test_page_of_the_program_has_the_files_that_the_builder_of_an_image_is_told():
     page = (ROOT / "packaging" / "README.md").read_text(encoding="utf-8")
-    table = re.search(r"## What it finds on the device\n(.*?)\n\n[^|\n]", page, re.DOTALL)[1]
+    table = re.search(r"## The files on the device\n(.*?)\n\n[^|\n]", page, re.DOTALL)[1]
     rows = [row.strip("|").split(" | ") for row in table.strip().splitlines()[2:]]
     assert section("database-migrator", "FILES") == {
         path.strip().replace("`", ""): text.strip().replace("`", "") for path, text in rows}

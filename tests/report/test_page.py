@@ -76,7 +76,7 @@ def taking(*versions):
                  " database would stop at version 26, not at version 34.", "Do not install yet",
                  id="a step fails"),
     pytest.param(refused(),
-                 "This database cannot be migrated. The database is at a version that the program"
+                 "This database cannot be migrated. The database has a version that the program"
                  " does not know. The program was not started.", "Would not run", id="refused"),
     pytest.param(rehearsal(status=3, reason="new-reason", verdict=None),
                  "This database cannot be migrated. The reason is new-reason.", "Would not run",
@@ -97,8 +97,8 @@ def taking(*versions):
         id="a strict run"),
     pytest.param({"format": 1, "lastRun": run(16, None, None, status=3, reason="commit-unknown",
                                               changed=None)},
-                 "The disk failed during the last write. Nobody can tell which of the two the"
-                 " database is before it can be read again.", "Nobody can tell yet",
+                 "The disk failed during the last write. Whether the database is the old or the"
+                 " new one is not known until it can be read again.", "Nobody can tell yet",
                  id="nobody can tell"),
     pytest.param({"format": 1, "lastRun": run(16, 34, verdict(16, 34, 34, [
         finding("direct:no-lock", accepted=True)]), way="direct")},
