@@ -33,7 +33,7 @@ QStringList described(const DatabaseDifferences &differences)
     for (const QByteArray &index : differences.indexes) {
         texts << "entries: " + index;
     }
-    // Both ways of asking have one answer.
+    // Both ways of asking must have the same answer.
     return differences.isEmpty() == texts.isEmpty() ? texts : QStringList("isEmpty is wrong");
 }
 
@@ -54,14 +54,14 @@ void write(const QString &path, const QByteArray &contents)
     }
 }
 
-/// @return what the process has read from files, in bytes
+/// @return how many bytes the process has read from files
 qint64 bytesRead()
 {
     const QByteArray counters = contentsOf("/proc/self/io");
     return counters.mid(7, counters.indexOf('\n') - 7).toLongLong();
 }
 
-/// @return what SQLite reads from every table, or its errors
+/// @return the rows that SQLite reads from every table, or its errors
 QVector<QVector<Row>> allRows(const QString &path)
 {
     Database database(path);
@@ -91,7 +91,7 @@ QByteArray wideTable(int columns)
 const QByteArray numbersTo2000 =
     "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000) ";
 
-/// What an ordinary boot does to a table.
+/// @return statements that do to a table what an ordinary boot does
 QByteArray rebuilt(const QByteArray &table, const QByteArray &definition)
 {
     return "CREATE TABLE " + table + "_temp AS SELECT * FROM " + table + "; DROP TABLE " + table +
@@ -134,7 +134,7 @@ private slots:
 private:
     static constexpr int seedsOfARow = 50;
 
-    /// @return how many of the random databases are looked at
+    /// @return how many of the random databases are compared
     static int seeds(int sample) { return qEnvironmentVariableIsSet("CAMPAIGN") ? 20000 : sample; }
 
     QString told(int seed, const QStringList &expected) const
@@ -145,7 +145,7 @@ private:
 
     QStringList differences() const { return described(compareDatabases(m_before, m_after)); }
 
-    /// Makes the database of before, and the one of after from its copy.
+    /// Makes the database of before, and makes the one of after from a copy of it.
     void make(const QByteArray &base, const QByteArray &before, const QByteArray &after) const
     {
         Database(m_before).execute(base);
@@ -495,7 +495,7 @@ void ComparisonTest::compares_data()
         "'CREATE VIRTUAL TABLE v USING missing' WHERE name = 'v'",
         {"before: table v", "after: table v"});
 
-    // What SQLite cannot prepare or must not run
+    // Tables and expressions that SQLite cannot prepare or must not run
     add("a table with an unknown collation may be moved",
         "CREATE TABLE t (a COLLATE unknown PRIMARY KEY); INSERT INTO t VALUES ('a');" + other,
         "",
@@ -563,10 +563,10 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
     enum File { Before, After, Both };
     QTest::addColumn<QByteArray>("base");
     QTest::addColumn<QByteArray>("after");
-    QTest::addColumn<int>("file");         ///< which is damaged
-    QTest::addColumn<QByteArray>("tree");  ///< whose root page
-    QTest::addColumn<int>("offset");       ///< in the page, from its end where it is negative
-    QTest::addColumn<QByteArray>("bytes"); ///< what is written there
+    QTest::addColumn<int>("file");         ///< the damaged file
+    QTest::addColumn<QByteArray>("tree");  ///< the table or index whose root page is damaged
+    QTest::addColumn<int>("offset");       ///< in the page; from its end if negative
+    QTest::addColumn<QByteArray>("bytes"); ///< the bytes to write there
     QTest::addColumn<QStringList>("expected");
 
     const QByteArray other = "CREATE TABLE other (a); INSERT INTO other VALUES (1);";
@@ -634,7 +634,7 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         -1,
         QByteArray(1, '\0'),
         onlyT);
-    // The last child is the page itself, and so is the first: its cell is moved there.
+    // The last child is the page itself. So is the first: its cell is moved there.
     add("a tree that leads downwards without end is damage",
         deep,
         "",
@@ -841,7 +841,8 @@ void ComparisonTest::readsFilesThatEndEarly()
     const QByteArray value = "INSERT INTO t VALUES (zeroblob(4300) || 'x')";
     make("CREATE TABLE t (a);" + value, "", "");
     const QByteArray contents = contentsOf(m_after);
-    // The file's last page is the value's, and is not full: what is missing is read as zeros.
+    // The file's last page belongs to the value and is not full: the missing bytes are read as
+    // zeros.
     write(m_after, contents.left(contents.size() - 1));
     QCOMPARE(differences(), QStringList());
     const int unused = contents.size() - contents.lastIndexOf('x') - 1;
@@ -933,7 +934,8 @@ void ComparisonTest::readsUntouchedTablesForTheirPagesOnly()
     const qint64 size = contentsOf(m_before).size();
     const qint64 begin = bytesRead();
     QCOMPARE(differences(), QStringList());
-    // Both files once, to find the pages that differ, and the first again for their owners.
+    // Both files are read once, to find the pages that differ, and the first again to find their
+    // owners.
     constexpr int schemasAndHeaders = 64 * 1024;
     QVERIFY2(bytesRead() - begin <= 3 * size + schemasAndHeaders, "read too much");
 }
@@ -1010,7 +1012,7 @@ void ComparisonTest::findsWhatWasPlanted()
         }
         QStringList found = differences();
         if (planted.value(0).startsWith("before: table")) {
-            // A new default changes the rows that do not store it; whether there are any is chance.
+            // A new default changes the rows that do not store it, if there happen to be any.
             found = found.mid(0, 2);
         }
         QVERIFY2(found == planted, qPrintable(told(seed, planted)));
