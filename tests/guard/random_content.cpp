@@ -23,7 +23,7 @@ QByteArray placeholders(int count)
 {
     return QByteArrayList(QVector<QByteArray>(count, "?").toList()).join(", ");
 }
-/// Changes ASCII letters only: SQLite knows no letter case of others.
+/// @return true for an ASCII letter: SQLite knows no letter case of others
 bool isLetter(char byte)
 {
     return (byte | 0x20) >= 'a' && (byte | 0x20) <= 'z';

@@ -13,7 +13,7 @@ CHANGES = 20
 # The most entries of each list in a verdict.
 ENTRIES = 1000
 TABLES = ENTRIES + 200
-# The number of the newest version that a program can have.
+# The most versions that a program can have.
 MOST_VERSIONS = 1000
 
 

@@ -457,7 +457,7 @@ def test_no_row_is_lost_on_random_devices(tmp_path, first):
                 for _ in range(chance.randint(1, 4)):
                     plant(chance, database)
         except (sqlite3.Error, MemoryError, TypeError):
-            pass  # Mending accepts the database as it is.
+            pass  # The device is mended with what was planted before.
         before.write_bytes(device.database)
         shutil.copy(before, after)
         answer = mend(after)

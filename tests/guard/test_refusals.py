@@ -15,7 +15,7 @@ FALL_BACK = ("run", NEWEST, "--fall-back", "--wait", "2")
 
 
 def forget(device, newest):
-    """Replaces the program by one that knows only these versions."""
+    """Makes the program one that knows only the versions up to this one."""
     file = device.app / "schema-versions.json"
     text = file.read_text()
     file.write_text(text.replace(f'"newest": {NEWEST}', f'"newest": {newest}'))

@@ -15,7 +15,7 @@ from support.versions import NEWEST
 
 # The moments at which runs are killed, spread over a whole one.
 MOMENTS = 120 if "CAMPAIGN" in os.environ else 8
-# The same for the start of a run, where its processes are made, and the time between them.
+# The moments in the start of a run, where its processes are made, and the time between moments.
 EARLY_MOMENTS = 100 if "CAMPAIGN" in os.environ else 3
 DISTANCE = 0.0004 if "CAMPAIGN" in os.environ else 0.015  # seconds
 
