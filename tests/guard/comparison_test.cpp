@@ -288,13 +288,13 @@ void ComparisonTest::compares_data()
         "UPDATE t SET b = CAST(x'00D84104' AS TEXT)",
         rows);
     add("another rowid is found", t, "", "UPDATE t SET rowid = 7 WHERE a = 2", rows);
-    add("another rowid is found where no column can tell it",
+    add("another rowid is found where no column shows it",
         "CREATE TABLE t (rowid, oid, _rowid_); INSERT INTO t (rowid) VALUES (1), (2), (3)",
         "DELETE FROM t WHERE rowid = 2",
         "DELETE FROM t WHERE rowid > 1; INSERT INTO t (rowid) VALUES (3)",
         rows);
-    add("a row more is found", t, "", "INSERT INTO t VALUES (3, 'z')", rows);
-    add("a row less is found", t, "", "DELETE FROM t WHERE a = 2", rows);
+    add("an additional row is found", t, "", "INSERT INTO t VALUES (3, 'z')", rows);
+    add("a missing row is found", t, "", "DELETE FROM t WHERE a = 2", rows);
     add("no rows at all are found", t, "", "DELETE FROM t", rows);
     add("rows in exchanged places are found",
         t,
@@ -316,12 +316,12 @@ void ComparisonTest::compares_data()
         "",
         "UPDATE t SET c = '5'",
         rows);
-    add("every table that differs is told",
+    add("every table that differs is reported",
         t + other,
         "",
         "DELETE FROM t; DELETE FROM other",
         {"rows: other", "rows: t"});
-    add("an index of a table that differs is not told",
+    add("an index of a table that differs is not reported",
         t + "CREATE INDEX i ON t (b);",
         "",
         "UPDATE t SET b = 'z'",
@@ -370,13 +370,13 @@ void ComparisonTest::compares_data()
         {"rows: v_config"});
 
     // Schema
-    add("an index more is found", t, "", "CREATE INDEX i ON t (a)", {"after: index i"});
-    add("an index less is found",
+    add("an additional index is found", t, "", "CREATE INDEX i ON t (a)", {"after: index i"});
+    add("a missing index is found",
         t + "CREATE INDEX i ON t (a);",
         "",
         "DROP INDEX i",
         {"before: index i"});
-    add("a table less is found", t + other, "", "DROP TABLE t", {"before: table t"});
+    add("a missing table is found", t + other, "", "DROP TABLE t", {"before: table t"});
     add("another default is found, and the rows are equal",
         "",
         "CREATE TABLE t (a DEFAULT 1); INSERT INTO t VALUES (1)",
@@ -428,7 +428,7 @@ void ComparisonTest::compares_data()
         "CREATE TABLE t (a PRIMARY KEY); INSERT INTO t VALUES (1)",
         "CREATE TABLE t (a PRIMARY KEY) WITHOUT ROWID; INSERT INTO t VALUES (1)",
         {"before: index sqlite_autoindex_t_1", "before: table t", "after: table t", "rows: t"});
-    add("names in UTF-16 are told in UTF-8",
+    add("names in UTF-16 are reported in UTF-8",
         "PRAGMA encoding='UTF-16le'; CREATE TABLE \"Fläche\" (a)",
         "",
         "INSERT INTO \"Fläche\" VALUES (1)",
@@ -659,8 +659,8 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         -5,
         "\x7e",
         onlyT);
-    add("a child that the file has not is damage", deep, "", After, "t", 8, farPage, onlyT);
-    add("a child that the file has not is no difference in both",
+    add("a child beyond the end of the file is damage", deep, "", After, "t", 8, farPage, onlyT);
+    add("a child beyond the end of the file is no difference if both have it",
         deep,
         changed,
         Both,
@@ -709,7 +709,7 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         -4,
         QByteArray(4, '\0'),
         onlyT);
-    add("a value on a page that the file has not is damage",
+    add("a value on a page beyond the end of the file is damage",
         large,
         "",
         After,
@@ -717,7 +717,7 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         -4,
         farPage,
         onlyT);
-    add("a value on pages of another tree is no difference in both",
+    add("a value on pages of another tree is no difference if both have it",
         large,
         changed,
         Both,
@@ -725,7 +725,7 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         -4,
         QByteArray("\0\0\0\2", 4),
         {"rows: other", "rows: t"});
-    add("a tree whose first page is in another one's value is read all the same",
+    add("a tree whose first page is in another tree's value is still read",
         "CREATE TABLE a (x);" + deep.mid(other.size()) + "INSERT INTO a VALUES (zeroblob(20000))",
         "UPDATE t SET a = 'y' WHERE rowid = 2000",
         Both,
@@ -765,7 +765,7 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         100,
         "\x0a",
         schema);
-    add("a schema whose last page the file has not is damage",
+    add("a schema whose last page is beyond the end of the file is damage",
         wideTable(2000) + wideTable(2000).replace("wide", "wider"),
         "",
         After,
