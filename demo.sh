@@ -1,15 +1,15 @@
 #!/bin/bash
-# Builds the programs, rehearses a migration on a scratch device, runs the guard there, shows what it
-# did, and makes the page that a technician gets of the rehearsal.
+# Builds the programs, rehearses a migration on a scratch device, runs the guard there and shows what
+# changed. It also makes the page about the rehearsal that a technician gets.
 #
 #   ./demo.sh [--fresh] [--worn] [--direct] [TARGET]
 #
 # TARGET is the schema version to go to, by default the newest one. The device is the directory
-# build/demo-device: made at the first call with a database at version 1 in which a run has two things
-# to repair (tests/data/demo/repairs.sql), kept from call to call, made again with --fresh. --worn makes
-# it again with a database that is in bad order (tests/data/blemishes.sql says what is wrong with it;
-# its version rows say 2). --direct runs the program alone. ./demo.sh 1 goes back; what that loses is
-# in the comparison.
+# build/demo-device. The first call makes it, with a database at version 1 in which a run has two things
+# to repair (tests/data/demo/repairs.sql). Later calls use it again; --fresh makes it again. --worn
+# makes it again with a database that is in bad order (tests/data/blemishes.sql says what is wrong with
+# it; its version rows say 2). --direct runs the program alone. ./demo.sh 1 goes back; the comparison
+# shows what that loses.
 set -euo pipefail
 
 usage() {
@@ -76,7 +76,7 @@ if [ ! -e "$database" ]; then
         sed -i '/MC_MachineType/d; /Lime; fine/d; /Glyphosate 360/d' "$device"/app/ref*.sql
     fi
     touch "$device/pool/VT-01.iop"
-    # In one go: a file that is only half there would pass for a device.
+    # The rename is last: a half-written database would be taken for a device.
     rm -f "$before"
     cat tests/data/version_01.sql "$blemishes" | sqlite3 -bail "$before"
     mv "$before" "$database"

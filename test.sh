@@ -1,6 +1,6 @@
 #!/bin/bash
-# Builds everything and runs all tests; tests/README.md says what they are. It ends with the summary
-# of ctest and its exit status.
+# Builds everything and runs all tests; tests/README.md describes them. The summary of ctest comes last,
+# and its exit status is the script's.
 #
 #   ./test.sh             the preset dev
 #   ./test.sh --asan      the same under the address and undefined-behaviour sanitizers
@@ -53,9 +53,9 @@ if [ "$preset" = coverage ]; then
     gcovr --config tests/coverage/gcovr.cfg --branches --print-summary "build/$preset" || status=$?
 fi
 if [ -n "$campaign" ]; then
-    # Each keeps its answers in build/ and ends with its figures.
+    # Each campaign keeps its answers in build/ and prints its figures at the end.
     for program in tests/*/*campaign.py; do
-        # tests/support has what they share.
+        # tests/support has the code that they share.
         [ ! -x "$program" ] || "$program" "${minutes[@]}" || status=$?
     done
 fi

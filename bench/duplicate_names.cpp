@@ -1,6 +1,6 @@
 #include "app/database_migrator.h"
 
-/// Renames what is equal in the device's database, and does nothing else of a run.
+/// Renames equal names in the device's database. No other part of a run happens.
 int main(int argc, char **argv)
 {
     DatabaseMigrator migrator(argc, argv);

@@ -6,7 +6,7 @@ import measure
 DUPLICATE_NAMES = measure.BUILD / "bench" / "duplicate_names"
 SIZES = (1_000, 10_000, 100_000)
 
-# Every file and every field has a name of its own, until some get the name of another.
+# Every file and every field has a name of its own at first. Then some get the name of another.
 CASES = {
     "none": "",
     "one pair": "UPDATE {table} SET displayName = (SELECT displayName FROM {table} WHERE id = 1) "

@@ -1,7 +1,8 @@
 #!/usr/bin/python3
-"""The guard against the program alone: flushes and bytes that reach a disk, times, memory, staging.
+"""The guard compared with the program alone: flushes and bytes that reach a disk, times, memory,
+staging.
 
-Takes root: the disk is a loop device with a file system of its own, and nothing else is counted.
+It needs root: the disk is a loop device with a file system of its own, so nothing else is counted.
 Arguments choose parts; "growth" is what a walk adds to the staged files (guard/limits.h)."""
 
 import contextlib
@@ -41,8 +42,8 @@ def run(*command, **options):
 
 
 class Disk:
-    """A file system on a loop device. Without a journal each flush that a program asks for is one
-    that reaches the device; with one it is up to two, around the journal's commit record."""
+    """A file system on a loop device. Without a journal, each flush that a program asks for reaches
+    the device once. With a journal it can be two flushes, one on each side of the commit record."""
 
     def __init__(self, directory, size, journal):
         self.image, self.place = directory / "image", directory / "disk"
@@ -132,7 +133,8 @@ def make_database(path, version, times, mode="delete"):
 
 
 def flushes_and_bytes(table, directory):
-    """Bounds hold where a flush is one; figures with a journal are what most devices have."""
+    """The bounds hold without a journal, where each flush counts once. Most devices have a journal:
+    its figures are printed too."""
     for journal, sizes in ((False, TIMES), (True, ("0.3 MB", "3 MB"))):
         with disk(journal=journal) as loop:
             for size in sizes:
@@ -145,7 +147,7 @@ def flushes_of_one(table, label, loop, database, bounded):
     device = GuardedDevice(loop.place)
 
     def cost(way):
-        # Twice: what the first one leaves is not to be counted.
+        # Twice: what the first sync leaves must not be counted.
         os.sync(), os.sync()
         before = loop.counters()
         device.run(way, NEWEST)
@@ -161,7 +163,7 @@ def flushes_of_one(table, label, loop, database, bounded):
     size = device.database.stat().st_size
     table.add(f"{label}flushes of the guard, 1 to {NEWEST}", flushes,
               at_most=int(10 + 2 * size / (CACHE_MIB * MIB)) if bounded else None)
-    # Besides the log, the record and what the file system itself writes.
+    # A quarter of a MiB is for the log, the record and the file system's own writes.
     table.add(f"{label}bytes written by the guard to those of its database",
               (written - MIB // 4) / size, digits=2, at_most=3 if bounded else None)
     for _ in range(2):
@@ -194,8 +196,8 @@ def times(table, directory):
 
 
 def spread_rows(file):
-    """Writes the rows of all tables again, in turns, as years of work do: the pages of a table are
-    all over the file then."""
+    """Writes the rows of all tables again, table by table in turn. The pages of a table are then
+    spread over the whole file, as after years of work."""
     with contextlib.closing(sqlite3.connect(file)) as database:
         database.execute("PRAGMA synchronous = OFF")
         triggers = database.execute(
@@ -246,7 +248,7 @@ def boots(table, directory):
 
 
 def growth(table, directory):
-    """What a walk adds to the files that the program works on, to the size of its database."""
+    """How much a walk adds to the files that the program works on, in % of its database."""
     place = directory / "memory"
     place.mkdir()
     run("mount", "-t", "tmpfs", "-o", "size=4G", "none", place)

@@ -26,7 +26,8 @@ def fill_files(device, rows):
             1, 2, 1 FROM number;""")
 
 
-# version, filling, many rows, what runs, and for the wall time: the device's place and the runs.
+# The version, how its tables are filled, the large number of rows, what runs; for the wall time,
+# the folder of the device and the number of runs.
 STEPS = (("2", fill_products, 500_000, measure.PROGRAM, measure.DISK, 5),
          ("7", fill_files, 200_000, measure.STEP, measure.RAM_DISK, 11))
 

@@ -1,4 +1,4 @@
-"""What the scripts of this directory share: the build, scratch devices, measuring and the table."""
+"""The parts that the scripts of this directory share: build, scratch devices, measuring, table."""
 
 import contextlib
 import hashlib
@@ -52,7 +52,7 @@ class Device(scratch.Device):
         self.sql(versions.dump_of(1))
 
     def run(self, program, *arguments, options=""):
-        """Runs a program; the options are further ones for the sandbox."""
+        """Runs a program. options: further options for the sandbox"""
         run = self.start(program, *arguments, options=options, stdin=subprocess.DEVNULL,
                          stdout=subprocess.DEVNULL)
         if run.wait() != 0:
@@ -99,7 +99,8 @@ class Device(scratch.Device):
     def against_shell(self, figure, runs, program, *arguments):
         """The medians of a figure of a program, and of the sqlite3 shell with the same statements.
 
-        They take turns, begin with the database as it is now and must end with the same one.
+        The two take turns. Both begin with the present database, and both must end with the same
+        content.
         """
         original = self.root / "original.sqlite"
         shutil.copy(self.database, original)

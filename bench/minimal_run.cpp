@@ -4,7 +4,7 @@
 #include <QSqlQuery>
 
 /// The least that a Qt program needs to run statements on a database:
-/// minimal_run DATABASE STATEMENTS, the statements as record_statements writes them.
+/// minimal_run DATABASE STATEMENTS. STATEMENTS is a file that record_statements wrote.
 int main(int argc, char **argv)
 {
     const QCoreApplication application(argc, argv);

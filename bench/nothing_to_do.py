@@ -3,8 +3,8 @@
 
 import measure
 
-# The newest at which a run has nothing to do. Version 33 removes the column that the probe of 30
-# looks for: from there on every run applies both again.
+# The newest version at which a run has nothing to do. Version 33 removes the column that the probe
+# of 30 looks for, so from 33 on every run applies both again.
 VERSION = "32"
 
 measure.build()

@@ -1,7 +1,7 @@
 #include "app/database_migrator.h"
 
-/// Takes the device's database forward to the version of the command line, by the steps alone. The
-/// program's maintenance after them would hide what a step costs.
+/// Takes the device's database forward to the version on the command line. It runs the steps alone:
+/// the program's maintenance after them would hide the cost of a step.
 int main(int argc, char **argv)
 {
     DatabaseMigrator migrator(argc, argv);

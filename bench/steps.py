@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Steps that write row by row, each over many rows: wall time against the sqlite3 shell."""
+"""Steps that write row by row, over many rows: wall time compared with the sqlite3 shell."""
 
 import measure
 

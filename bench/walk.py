@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The whole walk from version 1 to the newest: waits for the disk against the sqlite3 shell."""
+"""The walk from version 1 to the newest: waits for the disk, compared with the shell's."""
 
 import functools
 

@@ -1,4 +1,4 @@
-# One place for what every target of the project is compiled with.
+# The compile options of every target of the project.
 add_library(project_options INTERFACE)
 target_compile_features(project_options INTERFACE cxx_std_17)
 target_compile_options(

@@ -1,11 +1,11 @@
 #!/usr/bin/python3
-"""Makes a page for a service technician of what migration-guard has written as JSON."""
+"""Makes a page for a service technician from the JSON that migration-guard wrote."""
 
 import argparse
 import pathlib
 import sys
 
-# The folder of an installed program is not the place for what Python keeps.
+# Python must not write its compiled files into the folder of an installed program.
 sys.dont_write_bytecode = True
 
 from page import render

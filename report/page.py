@@ -1,4 +1,4 @@
-"""What is on the page: each run's parts in the order in which a technician needs them."""
+"""The content of the page: each run's parts in the order in which a technician needs them."""
 
 import functools
 import itertools
@@ -11,7 +11,7 @@ from sentences import LOSSES, purpose
 from texts import Words, counted, duration, number, shown, size, version, visible
 from verdict import KINDS, LOOK, OK, REFUSED, VerdictWording
 
-# The JSON has all of them.
+# A page shows no more rows of a finding; the JSON file has the others.
 ROWS_SHOWN = 20
 REPAIRS = ("mended", "violations-removed", "orphans-removed", "reapplied")
 PARTS = (("copy", "copy"), ("program", "program"), ("comparison", "comparison"),
@@ -25,7 +25,7 @@ class RunParts:
     def __init__(self, run, words, place):
         self.run = run
         self.words = words
-        self.place = place  # the number in the file; makes the names of its parts unique
+        self.place = place  # its number in the file, which makes the names of its parts unique
         self.verdict = VerdictWording(run, words)
         self.sentences = self.verdict.sentences
         self.counting = self.verdict.counting
@@ -50,13 +50,13 @@ class RunParts:
         return Markup("Database {}").format(self.place)
 
     def movement(self):
-        """From where to where, short."""
+        """The versions before and after, in short form."""
         source, to = ("no version" if recorded is None else str(recorded)
                       for recorded in (self.run.source, self.run.to))
         return source if source == to else Markup("{} → {}").format(source, to)
 
     def facts(self):
-        """(label, value, whether it was only assumed) of what is known."""
+        """(label, value, whether it was only assumed) for each fact that is known."""
         run, in_bytes = self.run, self.run.bytes
         facts = [("From", version(run.source), False), ("To", version(run.to), False)]
         if run.target is not None and run.target != run.to:
@@ -93,7 +93,7 @@ class RunParts:
         return facts
 
     def assumed(self):
-        """What was not given, in words."""
+        """The inputs that were not given, in words."""
         names = {"platform": "platform", "softwareVersion": "software version",
                  "registration": "registration file", "referenceData": "reference data"}
         return Markup(", ").join(names.get(name, visible(name)) for name in self.run.assumed)
@@ -120,7 +120,7 @@ class RunParts:
 
     @staticmethod
     def has_other_tables(finding):
-        """Whether a row is of another table than the finding, so that it has to be said."""
+        """Whether a row is of another table than the finding, which the page then names."""
         return any(row.table != finding.object for row in finding.rows)
 
     def keys_by_table(self, finding):
@@ -144,7 +144,7 @@ class RunParts:
 
     @staticmethod
     def where_the_rest_is(finding):
-        """What the JSON file has besides what is shown; empty if that is all."""
+        """A sentence on the rows that are not shown; empty if all are."""
         if len(finding.rows) > ROWS_SHOWN:
             return (f"The first {ROWS_SHOWN} are shown. " + (
                 "All are in the JSON file." if finding.has_all_rows
@@ -152,7 +152,7 @@ class RunParts:
         return "" if finding.has_all_rows else "The others were too many for the JSON file."
 
     def by_taker(self, findings):
-        """(title, findings) for each that takes something: only here first, then by version."""
+        """(title, findings) for all that take something: only here first, then by version."""
         titles = {None: "Only here", "script": "Perhaps by reference data",
                   "unknown": "By versions that are not known here"}
         order = {None: -3, "script": -2, "unknown": -1}
@@ -174,7 +174,7 @@ class RunParts:
         return [step for step in self.run.steps if step.outcome == "failed"]
 
     def failed_steps_besides(self):
-        """Those that no finding that counts has shown."""
+        """The failed steps that no finding that counts has shown."""
         told = [step for finding in self.counting for step in self.steps_of(finding)]
         return [step for step in self.failed_steps() if step not in told]
 
@@ -193,7 +193,7 @@ class RunParts:
         return OUTCOMES.get(step.outcome, visible(step.outcome))
 
     def way_back_sentence(self):
-        """What the way back is about, and whether it gets there."""
+        """The sentence about the way back: whether it reaches its version and what it restores."""
         way_back = self.run.way_back
         gets = ("gets there" if way_back.reached else
                 f"does not get there: it would stop at {version(way_back.to)}")

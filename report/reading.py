@@ -1,7 +1,8 @@
 """Reads what migration-guard writes as JSON: rehearsals, and lastMigration.json.
 
-Every field that the page uses is looked at here, once, with its type. Fields that the page does not
-know are passed over, and fields that may be missing are None. What is wrong is told with its place.
+Every field that the page uses is read here, once, and its type is checked. Fields that the page
+does not know are ignored; fields that may be missing are None. An error names the place in the
+file.
 """
 
 import json
@@ -10,7 +11,7 @@ from dataclasses import dataclass, replace
 
 FORMAT = 1
 STATUSES = (0, 3, 4)
-# A number of the guard's has 64 bits.
+# The guard's numbers have 64 bits.
 LARGEST = 2 ** 63
 
 
@@ -24,7 +25,7 @@ class Row:
 
     table: str
     key: str
-    before: str | None  # only of a value
+    before: str | None  # only for a value
     after: str | None
 
 
@@ -43,7 +44,7 @@ class Finding:
     rows: tuple | None  # None where contents were left out
     has_all_rows: bool
     detail: str
-    mending: str  # of a mended copy: what was done, and the table that it is one of
+    mending: str  # for a mended copy: what was done, and the table that it is a copy of
     table: str
 
 
@@ -58,7 +59,7 @@ class TableRows:
 
 @dataclass(frozen=True)
 class Verdict:
-    """Also what a way back would not restore."""
+    """A finding; also a difference that a way back would not restore."""
 
     counting: int
     findings: tuple
@@ -109,7 +110,7 @@ class Change:
 
 @dataclass(frozen=True)
 class Run:
-    """A rehearsal, or a run that has been."""
+    """A rehearsal, or a run that has taken place."""
 
     is_rehearsal: bool
     command: str
@@ -138,7 +139,7 @@ class Run:
     copies: tuple
     way_back: WayBack | None
     log: str | None
-    # Of lastMigration.json only:
+    # Only in lastMigration.json:
     run_since: "Run | None" = None  # the last run, if this is an earlier one
     changes: tuple = ()
     is_in_order: bool = True
@@ -162,7 +163,7 @@ class Fields:
         return f"{self.place}.{name}" if self.place else name
 
     def look(self, name, what, check, required):
-        """The value of a field, None without one; null counts as none."""
+        """The value of a field; None if the field is missing or null."""
         value = self.values.get(name)
         if value is None:
             if required:
@@ -183,7 +184,7 @@ class Fields:
         return self.look(name, "true or false", lambda value: isinstance(value, bool), required)
 
     def fields(self, name, required=False):
-        """The object in a field, without fields if there is none."""
+        """The object in a field; an empty object if there is none."""
         return Fields(self.look(name, "an object", lambda value: isinstance(value, dict),
                                 required) or {}, self.at(name))
 
@@ -311,7 +312,7 @@ def read_run(run, is_rehearsal):
 
 
 def read_record(record):
-    """lastMigration.json: its last change, which an ordinary boot since does not hide."""
+    """The last change in lastMigration.json, even if an ordinary boot has followed it."""
     last = read_run(record.fields("lastRun", required=True), is_rehearsal=False)
     change = last
     if record.has("lastChange"):
@@ -339,7 +340,7 @@ def refuse_constant(name):
 
 
 def parse(content):
-    """The objects of a file: one, or several after one another."""
+    """The objects of a file: one, or several in a row."""
     try:
         text = content.decode("utf-8-sig")
     except UnicodeDecodeError as error:
@@ -362,7 +363,7 @@ def parse(content):
 def read_runs(content):
     """The rehearsals and runs of a file.
 
-    content: bytes. Raises Unreadable if there is none, or if one is not what it should be.
+    content: bytes. Raises Unreadable if the file has none, or if one is not what it should be.
     """
     values = list(parse(content))
     if not values:

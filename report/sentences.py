@@ -9,7 +9,7 @@ LOSSES = ("rows-lost", "values-lost", "table-lost", "column-lost")
 
 
 class Sentences:
-    """Sentences of what was, or of what would be.
+    """Sentences in the past tense for a run, in the conditional for a rehearsal.
 
     Everything that comes from a device goes through Markup.format or `visible`, which escape it.
     """
@@ -43,7 +43,7 @@ class Sentences:
             counts, "row" if every == 1 else "rows", self.contents(finding.object))
 
     def finding(self, finding):
-        """The sentence of a finding; that of the JSON for a kind that is not known here."""
+        """The sentence of a finding. For a kind that is not known here, the JSON's own."""
         if finding.kind in BY_KIND:
             return BY_KIND[finding.kind](self, finding)
         return visible(finding.sentence or finding.code)
@@ -168,7 +168,7 @@ def rows_of(finding):
 
 
 def purpose(finding):
-    """Whether a loss is on purpose: (words, class of the mark), None for what is no loss."""
+    """Whether a loss is on purpose: (words, class of the mark). None if the finding is no loss."""
     if finding.kind not in LOSSES:
         return None
     if finding.on_purpose is None:

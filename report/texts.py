@@ -7,13 +7,13 @@ import unicodedata
 
 from markupsafe import Markup, escape
 
-# Joiners belong to the writing of some languages and to emoji.
+# Some languages and emoji are written with joiners.
 JOINERS = "\u200c\u200d"
 INVISIBLE = ("Cc", "Cf", "Cs", "Zl", "Zp")
 
 
 def visible(text, kept=""):
-    """Escapes a text and makes every character visible that is not: controls and bidi marks.
+    """Escapes a text and makes invisible characters visible: controls and bidi marks.
 
     kept: characters that stay as they are
     """
@@ -24,17 +24,17 @@ def visible(text, kept=""):
               if unicodedata.category(char) in INVISIBLE and char not in JOINERS + kept}
     if not hidden:
         return escape(text)
-    # Escaping leaves all of them alone.
+    # Escaping changes none of these characters.
     return Markup(re.sub(f"[{re.escape(''.join(sorted(hidden)))}]", mark, str(escape(text))))
 
 
 def shown(name):
-    """A name or a value of a device, apart from the writing direction of what is around it."""
+    """A name or a value from a device, which does not change the writing direction around it."""
     return Markup("<bdi>{}</bdi>").format(visible(name))
 
 
 def marked(text, object_name=""):
-    """A text of words.json: `names` in another font, {object} filled in."""
+    """A text of words.json, with `names` in another font and {object} filled in."""
     parts = str(escape(text)).split("`")
     texts = [part if number % 2 == 0 else f"<code>{part}</code>"
              for number, part in enumerate(parts)]
@@ -103,7 +103,7 @@ class Words:
                       finding.object)
 
     def reason(self, reason, part):
-        """Of a reason; a kind of findings is one too."""
+        """What a reason means; a kind of findings can be a reason too."""
         entry = self.texts["reasons"].get(reason) or self.texts["findings"].get(reason)
         if entry:
             return marked(entry[part])
@@ -111,6 +111,6 @@ class Words:
                 "advice": "docs/guard.md explains it."}[part]
 
     def of_sqlite(self, lines):
-        """What SQLite's words in lines of the log mean; empty without any."""
+        """What SQLite's words in the lines of a log mean; empty if there are none."""
         return next((plain for line in lines for words, plain in self.texts["sqlite"].items()
                      if words.lower() in line.lower()), "")

@@ -17,21 +17,21 @@ class VerdictWording:
     def __init__(self, run, words):
         self.run = run
         self.words = words
-        # A result that was not taken over would have been so.
+        # If the result was not taken over, the sentences say what would have been.
         self.sentences = Sentences(words, not run.is_rehearsal and run.status != REFUSED)
         self.counting = [finding for finding in run.verdict.findings if finding.counts
                          ] if run.verdict else []
-        # What `run --mend` would do besides what this run does already.
+        # The mending that `run --mend` would do in addition to this run.
         is_mended = run.verdict and any(
             finding.kind == "mended" for finding in run.verdict.findings)
         self.copies = () if is_mended else run.copies
         failed = [finding for finding in self.counting if finding.kind == "step-failed"]
-        # The headline is about failed steps before all, and where they end.
+        # If steps failed, the headline names them first, and the version where the run ends.
         self.first = failed + [finding for finding in self.counting
                                if finding.kind == "target-missed"] if failed else self.counting[:1]
 
     def badge(self):
-        """The verdict in two or three words, and its kind."""
+        """The verdict in a few words, and its kind."""
         if self.run.reason == "commit-unknown":
             return "Nobody can tell yet", KINDS[REFUSED]
         badges = REHEARSAL_BADGES if self.run.is_rehearsal else RUN_BADGES
@@ -62,7 +62,7 @@ class VerdictWording:
             "no version" if run.to is None else run.to)
 
     def besides(self):
-        """What is lost besides what versions take, when nothing counts."""
+        """The sentence on losses when no finding counts: those that do not count."""
         run, verdict = self.run, self.run.verdict
         if run.changed is False:
             return "Nothing would change." if run.is_rehearsal else "Nothing was changed."
@@ -109,13 +109,13 @@ class VerdictWording:
         return self.words.reason(self.run.reason, "means") if self.run.reason else ""
 
     def what_counts(self):
-        """The first thing that counts in words; empty if nothing does."""
+        """The first finding that counts, in words; empty if none does."""
         failed = [finding for finding in self.first if finding.kind == "step-failed"]
         rest = [self.sentences.finding(finding) for finding in self.first[len(failed):]]
         return joined(self.failed_steps(failed) if failed else "", *rest)
 
     def more(self):
-        """How many things count besides those of the headline; empty without any."""
+        """How many findings count besides those in the headline; empty if none does."""
         more = len(self.counting) - len(self.first)
         if not more:
             return ""
@@ -134,7 +134,7 @@ class VerdictWording:
             listed(map(shown, numbers)), "fail" if self.run.is_rehearsal else "failed")
 
     def why_failed(self, number):
-        """The end of the sentence on a failed step: the reason in plain words, or the log's."""
+        """The end of the sentence on a failed step: the reason, plain or from the log."""
         lines = next((step.lines for step in self.run.steps
                       if str(step.version) == number and step.lines), None)
         if not lines:

@@ -1,20 +1,19 @@
 #!/bin/bash
-# Does what a newcomer does on a bare Debian, and what becomes of the packages on a bare device. It
-# installs two minimal systems into a scratch directory and clones the committed state of this tree
-# into the first one. There it runs a plain build of the program, ./demo.sh and ./test.sh, as root, and
-# makes the Debian packages; the second one installs, runs, upgrades, removes and purges them. It needs
-# root, debootstrap, git, the network, some 6 GB and a quarter of an hour. ./test.sh does not run it.
+# Tries the whole tree on a bare Debian, as a newcomer does, and the packages on a bare device. It
+# installs two minimal systems into a scratch directory and clones the committed state of this tree into
+# the first one. There it runs a plain build of the program, ./demo.sh and ./test.sh, as root, and makes
+# the Debian packages. In the second system it installs, runs, upgrades, removes and purges them. It
+# needs root, debootstrap, git, the network, some 6 GB and a quarter of an hour. ./test.sh does not run
+# it.
 #
 #   bare_tree.sh [--packages] [MIRROR]
-#
-# --packages leaves all but the packages out. MIRROR is where the packages come from, by default where
-# this machine's own come from.
+# --packages tries only the packages. MIRROR is the source of Debian's packages, by default this
+# machine's own.
 set -euo pipefail
 
 root=$(cd "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/.." && pwd)
 
-# The mounts end with the process: no mount is left through which the removal below could delete
-# files of the machine.
+# The mounts end with the process, so the removal below cannot delete files of the machine through one.
 if [ -z "${BARE_TREE:-}" ]; then
     scratch=$(mktemp -d "${TMPDIR:-/tmp}/bare_tree.XXXXXX")
     trap 'rm -rf --one-file-system "$scratch"' EXIT
@@ -41,7 +40,7 @@ cp -a "$computer" "$device"
 git clone --quiet --no-hardlinks "$root" "$computer/root/clone"
 
 for tree in "$computer" "$device"; do
-    # Bubblewrap takes the root directory for a mount.
+    # Bubblewrap needs a root directory that is a mount.
     mount --bind "$tree" "$tree"
     mount --rbind /dev "$tree/dev"
     mount -t proc proc "$tree/proc"
@@ -77,7 +76,7 @@ in_tree "$computer" "cd /root/clone && . tools/packages.sh && install_packages p
     cpack --config build/release/CPackConfig.cmake -D CPACK_DEBIAN_PACKAGE_RELEASE=2"
 in_tree "$computer" "apt-get -qq install --yes --no-install-recommends sqlite3 >/dev/null &&
     sqlite3 -bail /root/version_01.sqlite </root/clone/tests/data/version_01.sql"
-# They leave files only in build/, which git ignores.
+# The commands above leave files only in build/, which git ignores.
 [ -z "$(git -C "$computer/root/clone" status --short)" ]
 
 # A device whose databases are on a data partition.

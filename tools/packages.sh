@@ -1,8 +1,9 @@
 # shellcheck shell=bash
-# The commands that a newcomer starts source this file; it installs what a bare Debian lacks.
+# ./demo.sh, ./test.sh and the benchmarks source this file. It installs packages that a bare Debian
+# lacks.
 
-# Installs the packages that packages.txt lists for a command. It does not use the network when none
-# is missing.
+# Installs the packages that packages.txt lists for a command. If none is missing, it does not use the
+# network.
 install_packages() {
     local list needed missing
     list=$(dirname "${BASH_SOURCE[0]}")/../packages.txt
@@ -11,8 +12,8 @@ install_packages() {
     [ ${#missing[@]} -gt 0 ] || return 0
 
     echo "Installing the Debian packages ${missing[*]}; this takes a while"
-    # The lists of a bare system are empty or old. An update may fail for a source that has none of
-    # these packages: only their installation counts.
+    # The package lists of a bare system are empty or old, so they are updated first. The update may
+    # fail for a source that has none of these packages: only their installation counts.
     as_root apt-get -qq update || true
     as_root apt-get -qq install --yes --no-install-recommends "${missing[@]}" >/dev/null && return 0
 

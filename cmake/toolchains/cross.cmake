@@ -1,4 +1,4 @@
-# Debian's cross compiler and, made by tools/make_sysroot.sh, Debian's libraries of the architecture.
+# Debian's cross compiler, and Debian's libraries for the architecture (tools/make_sysroot.sh).
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${compiler}-gcc)
 set(CMAKE_CXX_COMPILER ${compiler}-g++)

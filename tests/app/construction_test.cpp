@@ -19,7 +19,7 @@ void keepMessage(QtMsgType, const QMessageLogContext &, const QString &text)
     qtMessages << text;
 }
 
-/// Collects, during its lifetime, what Qt would print to the terminal.
+/// During its lifetime, collects the messages that Qt would print to the terminal.
 class QtMessages
 {
 public:
@@ -40,7 +40,7 @@ private:
     QtMessageHandler m_handlerBefore;
 };
 
-/// During its lifetime no file of this process can grow larger than the log and some bytes.
+/// During its lifetime, no file of this process can grow beyond the log's size and some bytes.
 class FullDisk
 {
 public:
@@ -61,7 +61,7 @@ private:
     rlimit m_before{};
 };
 
-/// @return the files in the databases directory that this process has open
+/// @return the files of the databases directory that are open in this process
 QStringList openFiles()
 {
     QStringList files;
@@ -289,7 +289,7 @@ void ConstructionTest::opensTheDefaultConnection()
 void ConstructionTest::databaseThatCannotBeOpened_data()
 {
     const auto row = addColumns<QStringList, QString>("arguments", "log");
-    // The update shows that the software version is still read.
+    // The line "Updating version" proves that the software version is still read.
     row("without an argument",
         {},
         "unable to open database file Error opening database\n"
@@ -373,7 +373,8 @@ void ConstructionTest::missingDatabasesDirectory()
     QCOMPARE(QFileInfo::exists("/app/databases"), aFileHasTheName);
 }
 
-/// @return what Qt would print in a run: a line for every statement on the closed connection
+/// @return the messages that Qt would print in a run: one for every statement on the closed
+/// connection
 QStringList ConstructionTest::messagesOfARun(const QStringList &arguments)
 {
     const QtMessages kept;

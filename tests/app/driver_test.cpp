@@ -9,7 +9,7 @@ const int largest = std::numeric_limits<int>::max();
 /// Higher than any version.
 const int newest = 1000;
 
-// The tables that every run reads: without them it would report errors.
+// The tables that every run reads. Without them a run would log errors.
 const QByteArray maintainedTables =
     "CREATE TABLE PC_ProductConfig (id INTEGER PRIMARY KEY);"
     "CREATE TABLE PC_MixToProductConfigBridge (mixId INTEGER, productConfigId INTEGER);"

@@ -333,7 +333,7 @@ void IntegrityCheckTest::everyStageRunsAfterFailuresOfOthers()
         "foreign key mismatch - \"toys\" referencing \"names\"\n" + failed +
             everyFailure("no such table: PC_ProductConfig") + reapplied2);
 
-    // The table that is dropped last is not locked: the query of the check has ended.
+    // The check's query has ended, so the table that is dropped last is not locked.
     QCOMPARE(device->createText("productControl_productSettings"), QString(tableOfVersion2));
     QCOMPARE(device->createText("productControl_productSettings_old"), QString());
 }

@@ -177,8 +177,8 @@ void IntegrityRepairsTest::foreignKeysAreRepaired()
 
 void IntegrityRepairsTest::rowThatIsReadAgainEndsTheRepair()
 {
-    // A toy refers to row 5, which is there twice. At the second one a failed deletion sends the check
-    // back to the first.
+    // A toy refers to row 5, which the table has twice. When the second one cannot be deleted, the
+    // check goes back to the first.
     device->recordVersion(1);
     device->sql(manyChildren);
     device->sql("CREATE TABLE toys (id INTEGER PRIMARY KEY, "

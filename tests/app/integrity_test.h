@@ -2,7 +2,7 @@
 
 #include "support/device_test.h"
 
-// What the tests of the integrity check and of its repairs share.
+// The parts that the tests of the integrity check and of its repairs share.
 
 inline const QByteArray productTables =
     "CREATE TABLE PC_ProductConfig (id INTEGER PRIMARY KEY, displayName TEXT);"
@@ -12,7 +12,7 @@ inline const QByteArray productTables =
     "CREATE TABLE PC_ProductConfigToMachineConfigBridge (machineConfigId INTEGER, "
     "activeProductConfigId INTEGER);";
 
-/// About forty rows on a page; the rows 5 and 400 are broken.
+/// A page holds about forty rows. The rows 5 and 400 are broken.
 inline const QByteArray manyChildren =
     "CREATE TABLE parents (id INTEGER PRIMARY KEY);INSERT INTO parents VALUES(1);"
     "CREATE TABLE children (id INTEGER PRIMARY KEY, parentId INTEGER REFERENCES parents(id), "

@@ -8,8 +8,9 @@
 #include <exception>
 #include <stdexcept>
 
-// Tests main.cpp with a migrator that only records its calls. The test program starts itself: when
-// its environment names a call that throws, it runs the main function under test.
+// Tests main.cpp with a migrator that only records its calls. The test program starts itself with a
+// variable in the environment. It then runs the main function under test, where the call that the
+// variable names throws.
 int migratorMain(int argumentCount, char **arguments);
 
 namespace

@@ -1,5 +1,6 @@
-// The catalogue's table is local to the source. Pointers to members cannot be compared at compile time
-// under the undefined-behaviour sanitizer, so this test does it.
+// The catalogue's table is local to this source, so the test includes it. The undefined-behaviour
+// sanitizer does not allow pointers to members to be compared at compile time, so the test
+// compares.
 #include "app/registry.cpp" // NOLINT(bugprone-suspicious-include)
 #include "support/step_test.h"
 
@@ -34,7 +35,8 @@ void RegistryTest::probesOnAClosedConnection_data()
     QTest::addColumn<Probe>("probe");
     QTest::addColumn<bool>("applied");
 
-    // These versions have nothing to repair where a table is missing, or no probe at all.
+    // Where a table is missing these versions have nothing to repair, or their probe looks at
+    // nothing.
     const QSet<int> applied = {2, 7, 9, 10, 11, 14, 16, 17, 22, 24, 25};
     for (const Entry &entry : catalogue) {
         QTest::addRow("version %d", entry.version)

@@ -1,5 +1,5 @@
-"""What docs/kept-on-purpose.md names exists: files, functions, test functions and test rows; and
-tests/README.md has a row for every folder of tests."""
+"""Everything that docs/kept-on-purpose.md names exists: files, functions, test functions and test
+rows. tests/README.md has a row for every folder of tests."""
 
 import re
 
@@ -28,7 +28,7 @@ def rows_of(page):
 
 
 def missing_code(where):
-    """The files and functions of a text that the program does not have."""
+    """The files and functions that a text names and the program does not have."""
     for name in CODE.findall(where):
         if "/" in name:
             exists = (ROOT / name).is_file()
@@ -40,7 +40,7 @@ def missing_code(where):
 
 
 def missing_tests(pinned_by, heading):
-    """The tests, test functions and test rows of a text that do not exist."""
+    """The tests, test functions and test rows that a text names and that do not exist."""
     text = ""
     for name in TEST.findall(pinned_by) or TEST.findall(heading):
         files = [*TESTS.glob(name if name.endswith(".py") else f"*/{name}.cpp")]

@@ -1,4 +1,4 @@
-"""What a worker does for the program alone."""
+"""The part of a worker that runs the program alone."""
 
 import json
 import pathlib
@@ -24,7 +24,7 @@ def prepare(task, folder):
 
 class Cases(cases.Cases):
     def __init__(self, folder):
-        """folder: what all workers share of the scenario."""
+        """folder: the scenario's files that all workers share."""
         super().__init__(pickle.loads((folder / "scenario").read_bytes()), folder)
 
     def run(self, task):

@@ -1,11 +1,11 @@
 #!/usr/bin/python3
-"""Runs the program into faults of the disk, lets it recover, and tells what came of it.
+"""Runs the program into faults of the disk, lets it recover, and reports the outcomes.
 
 Every kind of fault is tried at every operation of the walks from version 1 to the newest and back,
 in passes that are spread over the whole walk; SQLite's memory fails at every tenth allocation. With
 ten times the rows a sample of kills and power cuts is tried. The answers are kept in build/faults/,
 and a campaign goes on where the last one stopped. It starts over when the program, its data, the
-shim or the code that judges has changed; comments do not count. Needs the preset dev to be built.
+shim or the code that judges has changed; comments do not count. It needs a build of the preset dev.
 """
 
 import ast
@@ -54,8 +54,8 @@ def without_comments(file):
 
 
 def fingerprint(subject):
-    """What the answers hold for: the sources and data of the subject, the shim and the code that
-    runs and judges a case, each without its comments."""
+    """A fingerprint of everything that the answers depend on: the sources and data of the subject,
+    the shim, and the code that runs and judges a case, each without its comments."""
     texts = map(without_comments, (*subject.sources, *subject.judges))
     return hashlib.sha256("\0".join(texts).encode()).hexdigest()
 
@@ -71,7 +71,7 @@ def start_databases(folder):
 
 def prepare(subject, folder, worker, names, is_over=lambda: False):
     """Records the undisturbed runs, and returns how many operations and allocations each had, by
-    scenario. None is begun once is_over() is true."""
+    scenario. Once is_over() is true, no further run begins."""
     plan_file = folder / "plan.json"
     plan = json.loads(plan_file.read_text()) if plan_file.exists() else {}
     for name in names:
@@ -105,7 +105,7 @@ def turn(number, passes):
 
 
 def tasks(subject, plan, kinds, names, every_case=False):
-    """All tasks; of a sampled scenario only the sample, unless every case is asked for. All
+    """All tasks. A sampled scenario has only its sample, unless every case is asked for. All
     scenarios and all kinds advance together."""
     found = []
     for place, name in enumerate(names):
@@ -124,7 +124,7 @@ def tasks(subject, plan, kinds, names, every_case=False):
 
 
 def places(task):
-    """The number of operations, allocations or times that a task looks at."""
+    """The number of operations, allocations or times that a task tries."""
     return len(range(*task["numbers"]))
 
 
@@ -163,8 +163,8 @@ def print_violations(done, deviations):
 
 
 def complains_about_log(_, answer):
-    """True for an answer to try again, since the rules of the log may have been corrected. After a
-    rule was made stricter, delete build/faults/."""
+    """True for an answer that is to be tried again, since the rules of the log may have been
+    corrected. After a rule was made stricter, delete build/faults/."""
     return any(": log of " in text for text in answer["violations"])
 
 

@@ -1,5 +1,5 @@
-"""What a second run leaves different from an undisturbed one, with the cause: a list that may only
-get shorter."""
+"""The differences that a second run leaves, compared with an undisturbed one, and their causes. The
+list may only get shorter."""
 
 import json
 import pathlib
@@ -16,7 +16,8 @@ RECREATED = ("Version {} keeps the old table as `_old` and cannot do so again wh
 REBUILT = ("A rebuild that stopped half-way leaves its `_temp` copy. Every later rebuild of the"
            " table then fails: the rows stay in the copy, or the column stays in the table.")
 
-# The first that fits a difference, on the way forward (+), back (-) or both ways.
+# The first entry that fits a difference is its cause, on the way forward (+), back (-) or both
+# ways.
 CAUSES = (
     ("+-", "^tableVersion",
      "A step that fails, or that cannot be done twice, leaves an earlier version recorded; the next"
@@ -83,12 +84,13 @@ CAUSES = (
 
 
 def walk_of(scenario):
-    """The walk by its ends. Other data and other settings of SQLite leave no other differences."""
+    """The name of a walk by its ends: other data and other settings of SQLite leave no other
+    differences."""
     return scenario.split(",")[0].replace(str(NEWEST), "newest")
 
 
 def cause_of(walk, difference):
-    """The text of the cause, None for a difference that no cause is known for."""
+    """The text of the cause; None if no cause is known for the difference."""
     way = "+" if walk.startswith("1 ") else "-"
     return next((cause for ways, pattern, cause in CAUSES
                  if way in ways and re.search(pattern, difference, re.IGNORECASE)), None)
@@ -104,7 +106,7 @@ def rows_of_json(value, depth):
 
 
 class Deviations:
-    """The list: by walk and difference, the steps after a fault in which it was met."""
+    """The list: for each walk and difference, the steps in which a fault led to it."""
 
     def __init__(self, file=FILE):
         self._file = file
@@ -125,8 +127,8 @@ class Deviations:
         return found
 
     def unlisted(self, scenario, answer):
-        """As violations; a difference has no number of a case. A case that no step can be said for
-        may leave what any step leaves."""
+        """The differences that are not in the list, as violations; they name no case. A case for
+        which no step can be named may leave what any step leaves."""
         walk = walk_of(scenario)
         known = {key: ["any", *steps] for key, steps in self.steps.items()}
         return [f"0: not in the list after a fault in step {step}: {difference}"
@@ -134,7 +136,8 @@ class Deviations:
                 for difference in differences if step not in known.get((walk, difference), ())]
 
     def no_longer_met(self, done, scenarios):
-        """What the list has for the walks of these scenarios, and the answers do not."""
+        """The differences that the list has for the walks of these scenarios, but the answers have
+        not."""
         met, walks = self._met(done), set(map(walk_of, scenarios))
         return [f"{walk}: {difference} after a fault in step {', '.join(gone)}"
                 for (walk, difference), steps in self.steps.items()
@@ -151,7 +154,7 @@ class Deviations:
         return met
 
     def pin(self, done):
-        """Adds what was met to the list. A difference without a known cause is left out."""
+        """Adds the differences that were met to the list, except those without a known cause."""
         for key, steps in self._met(done).items():
             if cause_of(*key):
                 self.steps[key] = {*self.steps.get(key, ()), *steps}

@@ -6,8 +6,8 @@ from disks import Disk, File, apply_change
 
 
 class DirectoryDisk(Disk):
-    """A flush of a directory makes the names in it safe, and in no other one. A rename happens as a
-    whole or not at all."""
+    """A flush of a directory makes the names in that directory safe, and no others. A rename
+    happens as a whole or not at all."""
 
     def apply(self, operation):
         kind, path, data = operation.kind, operation.path, operation.data
@@ -48,7 +48,8 @@ class DirectoryDisk(Disk):
         for path, file in changes:
             if not isinstance(path, str):
                 _, old, path = path
-                # The old name may be another file's by now, or never have reached the disk.
+                # The old name may belong to another file by now, or may never have reached the
+                # disk.
                 if names.get(old) is file:
                     del names[old]
             if file is None:

@@ -121,7 +121,7 @@ kept, kept up to some write, kept in part, only its end is kept, or it is torn a
 
 
 class Figures:
-    """What came of the cases, as numbers of each outcome."""
+    """The outcomes of the cases: how many cases had each."""
 
     def __init__(self, newest, violations, walks, kinds, steps, lost):
         self.newest = newest  # the newest version at the time of the campaign
@@ -170,7 +170,7 @@ class Figures:
             if kinds is None or kind in kinds))]
 
     def table(self):
-        """Per walk and kind: the number of places for it, the cases and their outcomes."""
+        """For each walk and kind: the number of places for it, the cases and their outcomes."""
         rows = []
         for walk, by_kind in sorted(self.kinds.items()):
             for kind, row in sorted(by_kind.items()):
@@ -180,7 +180,7 @@ class Figures:
 
 
 class GuardFigures:
-    """What came of the cases of the program under the guard."""
+    """The outcomes of the cases of the program under the guard."""
 
     def __init__(self, violations, walks, kinds):
         self.violations = violations
@@ -207,7 +207,8 @@ class GuardFigures:
         return figures and cls(**figures)
 
     def table(self):
-        """Per walk and kind: the places for it, those that were tried, the states and outcomes."""
+        """For each walk and kind: the places for it, those that were tried, the states and
+        outcomes."""
         return table(["walk", "fault", "places", "tried", "states", *GUARD_OUTCOMES], [
             [walk, kind, self.walks[walk]["places"][kind], tried, states, *row]
             for walk, by_kind in self.kinds.items()
@@ -251,7 +252,7 @@ def cell(counts):
 
 
 def in_order_of(walk, steps):
-    """The steps in the order of the walk, with what comes before and after them at its ends."""
+    """The steps in the order of the walk; "before" is first, "after" and "any" are last."""
     numbers = sorted((step for step in steps if step.isdigit()), key=int,
                      reverse=not walk.startswith("1 "))
     return [step for step in ("before", *numbers, "after", "any") if step in steps]
@@ -298,7 +299,7 @@ def causes(deviations):
 
 
 def runs(steps):
-    """Steps as text: 7, 8, 9 as 7-9; those that no step can be named for are left out."""
+    """Steps as text: 7, 8, 9 as 7-9. Cases for which no step can be named are left out."""
     result = []
     for step in sorted(steps - {"any"}, key=in_order):
         if result and step.isdigit() and result[-1][1] == str(int(step) - 1):
@@ -329,7 +330,8 @@ def on_purpose():
 
 
 def under_the_guard(figures, guard):
-    """Both tables side by side, and what else the guard met."""
+    """The figures of the program alone and under the guard side by side, and those of the guard
+    only."""
     rows = []
     for walk in figures.ways:
         for group, kinds in GROUPS.items():
@@ -381,7 +383,7 @@ def document(figures, deviations, guard=None):
 
 
 def write_document(figures=None, deviations=None, guard=None):
-    """Writes the figures and the page. The figures of a subject that is not given stay."""
+    """Writes the figures and the page. A subject that is not given keeps its figures."""
     by_subject = read_figures()
     if figures:
         by_subject["program"] = vars(figures)

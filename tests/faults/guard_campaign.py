@@ -1,15 +1,16 @@
 #!/usr/bin/python3
-"""Runs the guard, bubblewrap and the program into faults, lets the guard run again, and tells what
-came of it.
+"""Runs the guard, bubblewrap and the program into faults, lets the guard run again, and reports the
+outcomes.
 
-Every kind of fault is tried at the operations of the guard, and kills and signals at some of the
-program's below it: docs/power-cut.md says why some are enough. The most telling ones come first,
-spread over the run: a campaign that was ended early is a sample. The answers are kept in
-build/faults-guard/, and a campaign goes on where the last one stopped. It starts over when the
-guard, the program, the shim or the code that judges has changed; comments do not count. Needs the
-preset dev to be built.
+Every kind of fault is tried at the operations of the guard. Kills and signals are also tried at
+some operations of the program below it; docs/power-cut.md says why some are enough. The places that
+tell most come first, spread over the run, so a campaign that ends early is a sample. The answers
+are kept in build/faults-guard/, and a campaign goes on where the last one stopped. It starts over
+when the guard, the program, the shim or the code that judges has changed; comments do not count. It
+needs a build of the preset dev.
 
-A case is repeated alone with --case "WALK;KIND;POSITION", as the report of a violation names it.
+--case "WALK;KIND;POSITION" repeats one case alone, by the name that the report of a violation gives
+it.
 """
 
 import json
@@ -18,7 +19,7 @@ import signal
 import sys
 from collections import defaultdict
 
-# First: it finds the folder of the shared package.
+# This import is first: it finds the folder of the shared package.
 from campaign import fingerprint, run_tasks
 from document import GuardFigures, write_document
 from guarded import BOOT
@@ -56,7 +57,7 @@ def tasks(plan, names, kinds, most_cases):
 
 
 def print_violations(done):
-    """Prints the broken rules, each with a line per case that repeats it."""
+    """Prints the broken rules, each with the command lines that repeat its cases."""
     violations = defaultdict(list)
     for task, answer in done:
         for text in answer["violations"]:
@@ -92,7 +93,7 @@ def main():
     arguments = options.parse_args()
     signal.signal(signal.SIGTERM, lambda *_: sys.exit("ended"))  # with the workers' devices
     campaign = Campaign("faults-guard", arguments.minutes)
-    # The guard's note of a run tells one start of the machine from another.
+    # The guard's note of a run distinguishes one start of the machine from another.
     campaign.start_over_unless(fingerprint(GUARD) + BOOT.read_text())
     number = 1 if arguments.case else arguments.workers
     with workers(number, campaign.folder, GUARD.module, GUARD.files) as started:

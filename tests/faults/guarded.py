@@ -1,8 +1,8 @@
 """The subject of the campaign: the program under the guard.
 
-The guard, bubblewrap and the program are run into faults. After each, the database has to be the
-old one or the new one, and the next run has to end as an undisturbed one does. What is left after a
-fault is judged once: later cases that leave the same files look the answer up.
+The guard, bubblewrap and the program are run into faults. After each fault the database has to be
+the old or the new one, and the next run has to end as an undisturbed one does. The files that a
+fault leaves are judged once: a later case that leaves the same files gets the same answer.
 """
 
 import json
@@ -30,7 +30,7 @@ DISK_STEP = 512 * 1024  # bytes; the guard wants some five times the database
 MEMORY_STEP = 128 * 1024  # bytes; a walk takes at most some 300 kB
 ROOM_STEP = 640 * 1024  # bytes; the guard's own size is some 7 MB
 MOMENT = 0.003  # seconds; a run takes some 0.3
-# After these the guard itself may be gone.
+# After these faults the guard itself may be gone.
 MAY_DIE = (*KILLS, *SIGNALS, *MEMORY, "SIGKILL at any moment")
 
 
@@ -43,20 +43,21 @@ def prepare(task, folder):
 
 
 class Cases:
-    """Runs cases and counts what came of them."""
+    """Runs cases and counts their outcomes."""
 
     def __init__(self, folder):
-        """folder: what all workers share of the scenario."""
+        """folder: the scenario's files that all workers share."""
         tree.become_parent_of_orphans()
         self.scenario = pickle.loads((folder / "scenario").read_bytes())
         self._readings = Readings()
         self._judgements = folder / "judgements"
         self._judgements.mkdir(exist_ok=True)
-        self.mistake = {}  # switches of the shim that plant one, or UNSYNCED: no flush of a file
+        # Switches of the shim that plant a mistake, or UNSYNCED: a file that is not flushed.
+        self.mistake = {}
 
     def run(self, task):
         """Runs the cases at these positions among the places of a kind. With a planted mistake it
-        ends at the first that is noticed."""
+        ends as soon as the mistake is noticed."""
         self.violations, self.outcomes, self.states = [], Counter(), set()
         kind, self.mistake = task["kind"], task.get("mistake", {})
         device.software_version("1.2.3")
@@ -91,7 +92,7 @@ class Cases:
             self._power_cut(number)
 
     def _run(self, kind, what, expected=None, **switches):
-        """expected: the key of the files that the run has to leave."""
+        """expected: the key of the files that the run must leave."""
         fill(self.scenario.start)
         with same_file() as replaced:
             run = tree.run(self.scenario.command(), **switches, **self.mistake)
@@ -102,8 +103,8 @@ class Cases:
             self._note(kind, what, found, run, replaced)
 
     def _kill(self, kind, number):
-        """A kill of the guard leaves what is on the disk at that moment. What a kill of the program
-        leaves is the same at all its operations."""
+        """A kill of the guard leaves the files that are on the disk at that moment. A kill of the
+        program leaves the same files at all its operations."""
         scenario = self.scenario
         expected = scenario.key_without_program
         if scenario.is_guards(number):
@@ -111,7 +112,8 @@ class Cases:
         self._run(kind, scenario.describe(number), expected, AT=number, **KILLS[kind][0])
 
     def _kill_guard(self, kind, number):
-        """After a time, not before an operation: there are none while it starts a process."""
+        """A kill after a time, not before an operation: while the guard starts a process there are
+        none."""
         fill(self.scenario.start)
         run = tree.Tree(self.scenario.command(), {})
         with same_file() as replaced:
@@ -121,7 +123,7 @@ class Cases:
         self._note(kind, f"after {number * MOMENT:.3f} s", snapshot(), ended, replaced)
 
     def _pause(self, kind, number, act):
-        """Something happens while a process waits before an operation, if it can."""
+        """Something happens while a process waits before an operation, if it is possible there."""
         fill(self.scenario.start)
         run = tree.Tree(self.scenario.command(), {"ACTION": "pause", "AT": number, **self.mistake})
         has_happened = False
@@ -165,8 +167,8 @@ class Cases:
                              for path, content in files.items()}, ()))
 
     def _note(self, kind, what, found, run=None, violations=()):
-        """Judges what a fault has left, and what the next run makes of it. After a power cut there
-        is no run, and the files are not on the device yet."""
+        """Judges the files that a fault has left, and the result of the next run. After a power cut
+        there is no run to judge, and the files are not on the device yet."""
         is_written = kind == "another process writes"
         may_lack_kept = kind in ERRORS or kind in MEMORY or kind == "full disk"
         file = self._judgements / f"{found.key}-{is_written}-{may_lack_kept}.json"
@@ -193,7 +195,7 @@ class Cases:
         self.violations += [f"{self._position}: {text} [{what}]" for text in violations]
 
     def _judge(self, found, is_written, may_lack_kept):
-        """Returns which database is there, None for another one, and what is wrong with the files
+        """Returns which database is there, None if it is neither, and what is wrong with the files
         and with the next run."""
         state = self._readings.database(found.files)
         position = None
@@ -206,7 +208,7 @@ class Cases:
             position = {self.scenario.old: "old", self.scenario.new: "new"}.get(state[0])
         violations = [violation] if position is None else self._wrong_files(found, position)
         violations = [f"{text}{how_it_ended(found)}" for text in violations]
-        # The foreign table stays, and no undisturbed run has it.
+        # The other process's table stays, and no undisturbed run has it.
         if position is not None and not is_written and not self.mistake:
             violations += self._recover(position, found, may_lack_kept)
         return position, violations
@@ -220,7 +222,7 @@ class Cases:
             yield run.status
         elif run.status not in (0, 3, 4) and kind not in MAY_DIE:
             yield f"ended with {run.status}"
-        # After a direct run 4 only says that somebody should look.
+        # After a direct run, status 4 only says that the result should be looked at.
         answered = (0,) if run.ran_directly else (0, 4)
         if run.status in answered and position == "old" and changes:
             yield f"status {run.status}, but the database is the old one{how_it_ended(found)}"
@@ -246,13 +248,13 @@ class Cases:
             yield "files of the pool went before the commit"
 
     def _keeps_another(self, found):
-        """True if the database of before is kept or prepared, but is another one."""
+        """True if a database of before is kept or prepared, but is not the right one."""
         kept = [found.files[str(path)] for path in (KEPT, PREPARED) if str(path) in found.files]
         states = [self._readings.read(content) for content in kept]
         return any(state is None or state[0] != self.scenario.old for state in states)
 
     def _recover(self, position, before, may_lack_kept):
-        """What is wrong after the next run."""
+        """The faults found after the next run."""
         scenario = self.scenario
         expected = scenario.next_of_new if position == "new" else scenario.next_of_old
         run = tree.run(scenario.command())
@@ -284,7 +286,7 @@ class Cases:
 
 @contextmanager
 def same_file():
-    """Gives a list that says afterwards whether the database is another file."""
+    """Gives a list. Afterwards it says whether the database is another file."""
     before, found = DATABASE.stat(), []
     yield found
     after = DATABASE.stat() if DATABASE.exists() else None
@@ -305,6 +307,6 @@ def write_as_other():
 
 
 def how_it_ended(found):
-    """What the guard says of a disturbed last run, for a report; empty for an undisturbed one."""
+    """The guard's words on a disturbed last run, for a report; empty for an undisturbed one."""
     last = last_run(found)
     return f" ({last['way']}: {last['reason']})" if "reason" in last else ""

@@ -1,4 +1,4 @@
-"""The scratch device as the guard leaves it, and what the next process would read there."""
+"""The scratch device as the guard leaves it, and its databases as the next process reads them."""
 
 import hashlib
 import json
@@ -16,12 +16,12 @@ POOL = DEVICE.pool
 KEPT = DATABASES / "before-migration.sqlite"
 PREPARED = KEPT.with_name(f"{KEPT.name}.new")
 WRITE_AHEAD_LOG = DATABASE.with_name(f"{DATABASE.name}-wal")
-# SQLite makes it again from the write-ahead log.
+# SQLite makes this file again from the write-ahead log.
 SHARED_MEMORY = DATABASE.with_name(f"{DATABASE.name}-shm")
 LAST = DATABASES / "lastMigration.json"
 READING = pathlib.Path("/tmp/reading")
 SETTINGS = "user_version", "application_id", "encoding", "page_size", "auto_vacuum", "journal_mode"
-# Of another process that writes while the guard works.
+# The table of another process that writes while the guard works.
 FOREIGN_TABLE = "other_process"
 
 
@@ -35,7 +35,7 @@ class Snapshot(NamedTuple):
 
     @property
     def names(self):
-        """The names beside the database, but for those of SQLite's own write-ahead log."""
+        """The names beside the database, except those of SQLite's own write-ahead log."""
         return sorted({pathlib.Path(path).name for path in self.files
                        if pathlib.Path(path).parent == DATABASES}
                       - {WRITE_AHEAD_LOG.name, SHARED_MEMORY.name}) + list(self.directories)
@@ -61,7 +61,7 @@ def snapshot():
 
 
 def last_run(found):
-    """What the guard has recorded of it; nothing if that is not whole."""
+    """The guard's record of the run; nothing if the record is not whole."""
     try:
         return json.loads(found.files.get(str(LAST), b"{}")).get("lastRun", {})
     except ValueError:
@@ -93,7 +93,7 @@ class Readings:
                            for path in (DATABASE, JOURNAL, WRITE_AHEAD_LOG)))
 
     def read(self, content, journal=None, write_ahead_log=None):
-        """A hash of what it holds and whether another process has written there."""
+        """A hash of its content, and whether another process has written there."""
         if content is None:
             return None
         key = tuple(part and hashlib.sha256(part).digest()

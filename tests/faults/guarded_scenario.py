@@ -1,4 +1,4 @@
-"""What is known of a walk of the guard before it meets a fault, and where it meets one."""
+"""A walk of the guard: its undisturbed run, and the places where it can meet a fault."""
 
 import random
 import shutil
@@ -18,17 +18,17 @@ from guarded_device import (KEPT, POOL, READING, SHARED_MEMORY, WRITE_AHEAD_LOG,
 from support.versions import dump_of
 
 GUARD_PROCESSES = ("guard", "guard in memory")
-AROUND_PROGRAM = ("guard", "outer bubblewrap", "guard in memory")  # there without it too
+AROUND_PROGRAM = ("guard", "outer bubblewrap", "guard in memory")  # also without the program
 WAIT = "2"  # seconds for locks that others hold
 EARLIER_LOG = b"a line of an earlier run\n"
 POOL_FILES = ("VT-01.iop", "VT-02.iop")
 SIZES = 12
 MOMENTS = 100
-# How many of the program's operations are tried: it works in memory, where they are all alike.
+# How many of the program's operations are tried. It works in memory, where all of them are alike.
 KILLS_OF_PROGRAM = 200
 SIGNALS_AT_PROGRAM = 20
 
-# kind of fault: the shim's switches, and the kinds of operations that can have the fault.
+# kind of fault: the shim's switches, and the kinds of operations that can meet the fault.
 ERRORS = {
     "EIO once": ({"ACTION": "EIO"}, "COWTYUMR"),
     "EIO from then on": ({"ACTION": "EIO", "FOREVER": 1}, "COWTYUMR"),
@@ -38,16 +38,16 @@ ERRORS = {
     "short writes from then on": ({"ACTION": "short", "FOREVER": 1}, "W"),
 }
 KILLS = {"kill": ({"ACTION": "kill"}, "COWTYUMR"), "kill in a write": ({"ACTION": "half"}, "W")}
-# The switches, and the distance between the allocations.
+# The switches, and the distance between the allocations that fail.
 MEMORY = {"no memory once": ({"ACTION": "memory"}, 10),
           "no memory from then on": ({"ACTION": "memory", "FOREVER": 1}, 50)}
-# The signal, and the process that gets it.
+# kind of fault: the signal, and the process that gets it
 SIGNALS = {f"{number.name} to {process}": (number, process)
            for number in (signal.SIGTERM, signal.SIGKILL) for process in tree.PROCESSES}
 
 
 def make_start(name, folder):
-    """The files of a device before the run of a scenario; the name tells which."""
+    """The files of a device before the run of a scenario, found by the scenario's name."""
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir(parents=True)
     database = folder / DATABASE.name
@@ -59,7 +59,7 @@ def make_start(name, folder):
         connection.commit()
         paths = [DATABASE]
         if "write-ahead log" in name:
-            # The last transaction is in the log only.
+            # The last transaction is in the write-ahead log only.
             connection.execute("PRAGMA wal_checkpoint(TRUNCATE)")
             connection.execute("UPDATE languages SET code = code")
             connection.commit()
@@ -79,7 +79,7 @@ def make_start(name, folder):
 
 
 def half_of(operation):
-    """A write that stops half-way; another operation as it is."""
+    """The first half of a write; any other operation unchanged."""
     if operation.kind != "W":
         return operation._replace(kind="O")
     return operation._replace(data=operation.data[:len(operation.data) // 2])
@@ -91,19 +91,19 @@ def is_page(operation):
 
 
 def spread(items):
-    """The items in an order, always the same, of which every beginning is spread over all."""
+    """The items in a fixed order: the first N of it are spread over all items, for every N."""
     items = list(items)
     random.Random(0).shuffle(items)
     return items
 
 
 def evenly(items, number):
-    """About so many of the items, the first one among them."""
+    """About this many of the items, including the first one."""
     return items[::max(1, len(items) // number)]
 
 
 class Scenario:
-    """A walk of the guard, and what is known of the undisturbed one."""
+    """A walk of the guard, and the recording of its undisturbed run."""
 
     def __init__(self, name, target):
         self.name, self.target = name, target
@@ -112,7 +112,8 @@ class Scenario:
         fill(self.start)
         readings = Readings()
         if name.split()[0] == str(target):
-            # An ordinary boot: the first run after a walk may still change a definition.
+            # A run comes before the ordinary boot: the first one after a walk may still change a
+            # definition.
             self._undisturbed(readings)
             self.start[str(DATABASE)] = DATABASE.read_bytes()
             fill(self.start)
@@ -142,19 +143,19 @@ class Scenario:
                 "text": found.log[len(log):], "names": found.names, "pool": found.pool}
 
     def _run_without_program(self):
-        """What a run leaves whose program is killed at once."""
+        """The files that a run leaves when its program is killed at once."""
         fill(self.start)
         tree.run(self.command(), AT=self._program()[0], ACTION="kill")
         return snapshot().key
 
     def on_disk(self, end=None):
-        """The operations, up to one, on the files that a power cut leaves."""
+        """The operations on the disk, before this one: a power cut leaves their files."""
         return [operation for operation in self.recording[:end] if operation.place == "disk"
                 and operation.path != str(SHARED_MEMORY)]
 
     def _replay(self):
-        """The recording must lack nothing. Returns how many different states of the disk there are
-        between the operations and half-way through the writes."""
+        """Checks that the recording lacks nothing. Returns how many different states of the disk
+        there are between the operations and half-way through the writes."""
         disk, states = DirectoryDisk(self.start), set()
         for operation in self.on_disk():
             assert operation.process in GUARD_PROCESSES, "the program has worked on the disk"
@@ -169,7 +170,8 @@ class Scenario:
         return len(states | {Snapshot(found, ()).key})
 
     def key_before(self, number, half=False):
-        """What is there if everything ends before an operation, or half-way through it."""
+        """The files that are there if everything ends before an operation, or half-way through
+        it."""
         disk = DirectoryDisk(self.start)
         for operation in self.on_disk(number - 1):
             disk.apply(operation)
@@ -186,7 +188,8 @@ class Scenario:
         return self.recording[number - 1].process in GUARD_PROCESSES
 
     def _ends_of_series(self):
-        """The first and the last one of alike operations in a row, as of many writes of pages."""
+        """The first and the last of several like operations in a row, such as many writes of
+        pages."""
         ends = set()
         for _, alike in groupby(enumerate(self.recording, 1),
                                 lambda entry: (entry[1].kind, entry[1].process, entry[1].path)):
@@ -195,9 +198,9 @@ class Scenario:
         return ends
 
     def _places(self):
-        """By kind of fault, the numbers at which it is tried, in an order that tells most first:
-        the guard's operations but for its many writes, those writes, and some of the program's.
-        Each part of it is spread over the run."""
+        """For each kind of fault, the numbers of the operations at which it is tried. Those that
+        tell most come first: the guard's operations without its many writes, then those writes,
+        then some of the program's. Each part is spread over the run."""
         own = sorted(spread(filter(self.is_guards, range(1, len(self.recording) + 1))),
                      key=lambda number: is_page(self.recording[number - 1]))
         ends = list(filter(self._ends_of_series().__contains__, own))
@@ -220,7 +223,8 @@ class Scenario:
             **dict.fromkeys(("full disk", "full memory", "small memory"), list(range(SIZES)))}
 
     def _power_cuts(self):
-        """Every operation on the disk, and the end, with everything that can survive there."""
+        """Every operation on the disk, and the end of the run, with everything that can survive a
+        cut there."""
         operations = self.on_disk()
         return sorted(spread(range((len(operations) + 1) * len(SURVIVALS))),
                       key=lambda number: number // len(SURVIVALS) < len(operations)
@@ -232,7 +236,7 @@ class Scenario:
                 f" ({operation.place})")
 
     def figures(self):
-        """What the run does, and how often it meets each kind of fault."""
+        """How many operations the run has, and how often it meets each kind of fault."""
         processes = Counter(operation.process for operation in self.recording)
         return {"operations of the guard": sum(processes[name] for name in GUARD_PROCESSES),
                 "operations of the program": processes["program"],

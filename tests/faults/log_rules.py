@@ -1,10 +1,11 @@
-"""What the log of a run says, given the statements that failed.
+"""The rules for the log of a run whose statements failed: which lines it must and may have.
 
 An example. Step 4 adds a column, and the disk fails at that statement:
 
     ALTER TABLE systemControl ADD COLUMN languageSelected BOOLEAN DEFAULT 0    disk I/O error
 
-ANSWERS has the lines that a failed statement is due. The first entry that fits is the toolkit's:
+ANSWERS has the lines that a failed statement must lead to. The first entry that fits is the
+toolkit's:
 
     DatabaseMigrator::addColumn - Failed to add column named languageSelected to systemControl
     DatabaseMigrator::addColumn - disk I/O error Unable to fetch row
@@ -41,7 +42,7 @@ MIGRATED = "Database migration to version {} completed successfully!"
 SUCCESS = "Migration to version {} was successful."
 FAILURE = "Migration to version {} FAILED!"
 
-# step: the success line, and the failure lines of which it logs one.
+# step: the success line, and the failure lines, of which the step logs one
 CLOSINGS = {
     **{version: (MIGRATED.format(version), ()) for version in range(2, 10)},
     3: (MIGRATED.format(3), ("Database migration to version 3 failed! Error was: ",)),
@@ -68,13 +69,13 @@ LOOKS_FOR_TABLE = {-24: "SELECT name FROM sqlite_master "}
 
 
 class Answer(NamedTuple):
-    """The lines that a failed statement is due. In them {error} is the error's text, {text} that
-    text with the words of the SQL layer, {1} the first group of the statement, {any} anything."""
+    """The lines that a failed statement must lead to. {error} is the error's text, {text} is that
+    text with the words of the SQL layer, {1} is the statement's first group, {any} is anything."""
 
-    steps: tuple  # empty for all steps
+    steps: tuple  # empty means all steps
     statement: str
     lines: tuple
-    counts: bool = True  # true if the step has failed then
+    counts: bool = True  # true if the step fails because of it
 
 
 def toolkit(operation, line):
@@ -117,7 +118,7 @@ ANSWERS = [
            "PC_PlanterVarietyToProductConfigBridge"), 1)),
     *for_steps((2,), recreation(2, "productControl_productSettings", "updateTo")),
     *for_steps((-2,), recreation(2, "productControl_productSettings", "revertFrom")),
-    # Without the table this is the only statement, and it has no line of its own.
+    # Without the table this is the only statement, and its failure has no line of its own.
     Answer((32,), "CREATE TABLE IF NOT EXISTS workOrderRxMaps ", ()),
     *for_steps((32,), recreation(32, "workOrderRxMaps", "updateTo")),
     *for_steps((-32,), recreation(32, "workOrderRxMaps", "revertFrom")),
@@ -152,7 +153,7 @@ ANSWERS = [
            ("updateToVersion21 - Failed to create {1} table.",)),
     Answer((21,), "SELECT mc_id,",
            ("updateToVersion21 - Failed to select entries from preferredGpsSolutions",)),
-    # Without a line if reading stops on an error after the first row.
+    # There is no line if reading stops on an error after the first row.
     Answer((21, -21), "SELECT portName", ()),
     Answer((21,), "INSERT INTO gpsReceivers",
            ("updateToVersion21 - Failed to populate gpsReceivers table with new entries",)),
@@ -206,7 +207,7 @@ ANSWERS = [
     Answer((), "PRAGMA |SELECT |DELETE FROM|UPDATE ", (), False),
 ]
 
-# What a failed read can lead to: the program takes its result for an empty one.
+# Lines that a failed read can lead to: the program takes its result for an empty one.
 CONSEQUENCES = [
     "DatabaseMigrator::addColumn(?:IfNotExists)? - .*",
     "DatabaseMigrator::dropColumnSaveParameters - .*",
@@ -234,8 +235,9 @@ class LogRules:
         self._known = {}
 
     def violations(self, position, events, memory_lacks=False):
-        """What is wrong with the log of a run that had the events of the undisturbed run up to a
-        position, and then these. memory_lacks: SQLite may have failed without an error."""
+        """What is wrong with the log of a run. Up to a position the run had the events of the
+        undisturbed run, then it had these. memory_lacks: SQLite may have failed without an
+        error."""
         key = position, tuple(events), memory_lacks
         if key not in self._known:
             self._known[key] = self._violations(*key)
@@ -245,7 +247,7 @@ class LogRules:
         if any(event.kind == "L" and not event.text for event in events):
             return []  # The log itself could not be written.
         if position == 0 and not any(event.kind == "S" for event in events):
-            return []  # The database could not be opened: no statement shows where the run was.
+            return []  # The database could not be opened: no statement shows how far the run got.
         begun = [event.text for event in self._events[:position] if event.kind == "S"]
         expected = self._by_step(begun, self._events[position:], self._steps_as_usual(len(begun)))
         actual = self._by_step(begun, events, self._steps_of(len(begun), events))
@@ -291,7 +293,7 @@ class LogRules:
         # Steps are applied again when their probe fails, before the walk or at its beginning.
         if (step == "before" or not self._forward) and line in ALL_CLOSINGS:
             return True
-        # If a step fails at once, its lines are counted for the step before.
+        # If a step fails at its first statement, its lines count for the step before.
         return any(matches(due, line, None, errors)
                    for answer in ANSWERS for due in answer.lines if "{error}" in due)
 
@@ -342,7 +344,7 @@ class LogRules:
 
 
 class Part:
-    """What a step did."""
+    """The statements of a step."""
 
     def __init__(self):
         self.lines = []
@@ -350,8 +352,8 @@ class Part:
 
 
 def answers_to(step, statement):
-    """What a failed statement can be due, most lines first. Before the walk it can belong to any
-    step that is applied again."""
+    """The answers that a failed statement can lead to, those with most lines first. Before the walk
+    the statement can belong to any step that is applied again."""
     found = []
     for answer in ANSWERS:
         if (not answer.steps or step in answer.steps
@@ -366,7 +368,7 @@ def answers_to(step, statement):
 
 
 def take(answer, match, lines, errors):
-    """Takes the lines of an answer out of those of a step; false if one is not there."""
+    """Takes the lines of an answer out of the lines of a step; false if one is missing."""
     taken = []
     for due in answer.lines:
         line = next((line for line in lines.elements() if matches(due, line, match, errors)), None)
@@ -380,7 +382,7 @@ def take(answer, match, lines, errors):
 
 
 def matches(line, actual, match, errors):
-    """True if a line is the one that is due."""
+    """True if a line is the required one."""
     texts = [*errors]
     if any("memory" in error for error in errors):
         texts += ["out of memory", ""]  # There was no memory for the text either.

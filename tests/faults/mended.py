@@ -1,5 +1,5 @@
-"""What a worker does for the mending of what cut runs have left: every state that a kill or a power
-cut leaves is mended, and then the program runs."""
+"""The part of a worker that tries mending: every state that a kill or a power cut leaves is mended,
+and then the program runs."""
 
 import json
 import pathlib
@@ -31,7 +31,7 @@ class Cases(cases.Cases):
     def __init__(self, folder):
         super().__init__(pickle.loads((folder / "scenario").read_bytes()), folder)
         self.versions = json.loads(SCHEMA_VERSIONS.read_text(encoding="utf-8"))
-        self.places = {}  # of the states: how many transactions were committed then first
+        self.places = {}  # state: how many transactions are committed when it first occurs
         for place, state in enumerate(self.scenario.states):
             self.places.setdefault(state, place)
 
@@ -60,7 +60,7 @@ class Cases(cases.Cases):
         self.counts[self.places[state], self.subject.step(statements)] += 1
 
     def files_of_states(self, places):
-        """The files of the device when so many transactions were committed. Equal states come
+        """The files of the device after this many committed transactions. Equal states come
         once."""
         scenario, disk, commits = self.scenario, Disk(self.scenario.start), -1
         for operation in scenario.recording.operations:
@@ -74,8 +74,8 @@ class Cases(cases.Cases):
             yield last, disk.files()
 
     def of_state(self, files):
-        """What the next runs make of a state: without mending, with it, and with it a run later.
-        Each is an outcome, what was done, and what is different."""
+        """The results of the next runs from a state: without mending, with it, and with mending one
+        run later. Each has an outcome, what mending did, and the differences."""
         device.fill(files)
         copies = sorted(table.name for table in self.readings.read().tables.values()
                         if COPY.match(table.name))

@@ -1,10 +1,11 @@
 #!/usr/bin/python3
-"""Mends what the program leaves when it is cut, lets it run, and tells what came of it.
+"""Mends the databases that the program leaves when it is cut, lets it run, and reports the
+outcomes.
 
-Every state that a kill or a power cut of a walk leaves is looked at once and counts as often as it
-is left. The answers are kept in build/faults-mending/, and a campaign goes on where the last one
+Every state that a kill or a power cut of a walk leaves is tried once, and counts as often as it
+occurs. The answers are kept in build/faults-mending/, and a campaign goes on where the last one
 stopped. It starts over when the program, the mending or the code that judges has changed; comments
-do not count. Needs the preset dev to be built.
+do not count. It needs a build of the preset dev.
 """
 
 import os
@@ -12,7 +13,7 @@ import signal
 import sys
 from dataclasses import replace
 
-# First: it finds the folder of the shared package.
+# This import is first: it finds the folder of the shared package.
 from campaign import fingerprint, prepare, run_tasks, start_databases
 from mending_document import DOCUMENT, WAYS, Figures, by_step, causes, document, table
 from mended import KILL, KILL_IN_A_WRITE, POWER_CUT
@@ -44,7 +45,7 @@ MENDING = replace(
 
 
 def tasks(plan, names):
-    """All tasks; those that count how often a state is left come first."""
+    """All tasks; those that count how often each state occurs come first."""
     for name in names:
         operations = plan[name]["operations"]
         for kind in KINDS:

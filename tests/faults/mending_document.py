@@ -13,7 +13,7 @@ DOCUMENT = ROOT / "docs" / "mending.md"
 WAYS = ("alone", "mended", "mended later")
 OUTCOMES = ("recovered", "copy left over", "rows lost", "other difference", "not sound")
 RECOVERED, COPY, LOST, OTHER, _ = OUTCOMES
-# What is left after mending, by the first pattern that is found among the differences.
+# The cause of what is left after mending: the first pattern that is found among the differences.
 CAUSES = {
     r" in no table": "version 29 has dropped both tables before: there is nothing left to mend",
     r"_(temp|old) left over": "later steps have changed values of the table, so the copy has rows"
@@ -100,15 +100,15 @@ def walk_of(name):
 
 
 class Figures:
-    """How many kills and power cuts came to which end. By walk and step: the ends of all ways with
-    the number of cases; by way and walk: the differences with theirs."""
+    """How many kills and power cuts had each outcome. For each walk and step: the outcomes of all
+    three ways, with their numbers of cases. For each way and walk: the differences, with theirs."""
 
     def __init__(self, ends, differences):
         self.ends, self.differences = ends, differences
 
     @classmethod
     def of(cls, done):
-        """From the answers of a campaign."""
+        """The figures from the answers of a campaign."""
         states = {(task["scenario"], place): state for task, answer in done
                   if task["kind"] == "states" for place, state in answer}
         ends, differences = defaultdict(Counter), defaultdict(Counter)
@@ -144,8 +144,8 @@ class Figures:
         FIGURES.write_text("{\n" + ",\n".join(lines) + "\n}\n", encoding="utf-8")
 
     def count(self, way, outcomes, places=None, touched=True):
-        """The cases with one of these outcomes; touched: only those in which the program alone
-        leaves a copy or loses rows."""
+        """The number of cases with one of these outcomes. touched: count only cases in which the
+        program alone leaves a copy or loses rows"""
         return sum(number for place in places or self.ends
                    for ends, number in self.ends[place].items()
                    if ends[WAYS.index(way)] in outcomes

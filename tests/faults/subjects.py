@@ -17,11 +17,11 @@ OPERATIONS = ("power cut", "kill", "kill in a write", "EIO once", "EIO from then
               "ENOSPC once", "ENOSPC from then on", "short write once",
               "short writes from then on")
 ALLOCATIONS = ("no memory once", "no memory from then on")
-# How many cases there are of these.
+# kind of fault: how many cases are tried
 TIMES = {"full disk": 12, "locked throughout": 3, "locked for some statements": 300,
          "pair of faults": 1000}
 KINDS = (*OPERATIONS, *ALLOCATIONS, *TIMES)
-# Of the guard.
+# The kinds for the guard.
 GUARD_KINDS = (*OPERATIONS, *ALLOCATIONS,
                *(f"{signal} to {process}" for signal in ("SIGTERM", "SIGKILL")
                  for process in PROCESSES),
@@ -36,16 +36,16 @@ class Scenario:
     passes: int  # a power of two: the first passes are spread over the whole run
     kinds: tuple = KINDS  # of faults
     switches: tuple = ()  # of the shim
-    sample: tuple = ()  # the number of turns and the kinds that a campaign tries, if not all
+    sample: tuple = ()  # the number of turns and the kinds to try, if not all
 
 
 @dataclass(frozen=True)
 class Subject:
-    module: str  # with the class Cases, which the workers import
-    files: dict  # what the workers need, by the place in their sandbox
-    sources: tuple  # what the program is made of
+    module: str  # the module with the class Cases, which the workers import
+    files: dict  # the files that the workers need, by their place in the sandbox
+    sources: tuple  # the files that the program is made of
     judges: tuple  # the code that runs and judges a case
-    scenarios: dict  # by name: a Scenario, or the target where that is all
+    scenarios: dict  # by name: a Scenario, or just the target
 
 
 def there_and_back(version, start="start", suffix="", **options):
@@ -65,8 +65,8 @@ def files_of_guard(program, guard, shim):
             "/faults/tree_shim.so": shim, "/usr/bin/bwrap": BUBBLEWRAP}
 
 
-# What a case does and how it is judged. The rules of the log are not among them: after a change of
-# those only the cases with complaints about the log are tried again.
+# The code that runs and judges a case. The rules of the log are not included: after a change of
+# those, only the cases with complaints about the log are tried again.
 JUDGES = (TESTS / "support" / "contents.py", *sorted((HERE / "shim").iterdir()),
           *(HERE / f"{name}.py" for name in (
               "cascades", "cases", "device", "disks", "invariant", "migrator", "multiply",

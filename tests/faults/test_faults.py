@@ -1,4 +1,4 @@
-"""A sample of what campaign.py runs whole, and the proof that it notices broken rules."""
+"""A sample of the cases of campaign.py, and the proof that the harness notices broken rules."""
 
 import json
 import os
@@ -27,7 +27,7 @@ WALKS = ("1 to 4", "4 to 1")
 
 @pytest.fixture(scope="module")
 def sandbox():
-    """A worker that knows the walks between the versions 1 and 4, its folder and the walks."""
+    """A worker that knows the walks between versions 1 and 4, with its folder and these walks."""
     program, shim = (pathlib.Path(os.environ[name]) for name in ("DATABASE_MIGRATOR", "FAULT_SHIM"))
     with scratch_directory() as kept:
         start_databases(kept)
@@ -58,7 +58,7 @@ def test_faults_leave_a_sound_database_that_the_next_run_accepts(sandbox, walk, 
     answer = run_cases(sandbox, walk, kind, sandbox[2][walk]["operations"], stride)
     assert answer["cases"] > 0
     assert complaints(walk, answer) == []
-    if not kind.endswith("once"):  # A single error may do no harm.
+    if not kind.endswith("once"):  # A single error may be harmless.
         recovered = sum(counts.get("recovered", 0) for counts in answer["outcomes"].values())
         assert recovered < answer["cases"]
 
@@ -84,7 +84,7 @@ def test_locked_database_stays_as_it_is(sandbox, walk):
     assert (answer["cases"], complaints(walk, answer)) == (3, [])
 
 
-# What the harness has to notice.
+# Mistakes that the harness has to notice.
 
 
 def test_power_cut_without_syncs_is_noticed(sandbox):
@@ -94,8 +94,8 @@ def test_power_cut_without_syncs_is_noticed(sandbox):
 
 
 def violations_of(statements, start, invariant=None):
-    """Runs statements. Without an invariant, returns the one that their states have; with one,
-    returns what breaks it."""
+    """Runs statements. Without an invariant, returns the invariant of their states; with one,
+    returns the violations of it."""
     found = []
     with scratch_directory() as folder:
         copy = folder / "copy.sqlite"
@@ -106,7 +106,7 @@ def violations_of(statements, start, invariant=None):
                 try:
                     database.execute(statement).fetchall()
                 except sqlite3.DatabaseError:
-                    pass  # The reference scripts', and the insertion that finds no table.
+                    pass  # One of the reference scripts, or the insertion that finds no table.
                 state = Reader().read(copy)
                 if invariant:
                     found += invariant.violations(state, "any")

@@ -1,4 +1,4 @@
-"""A sample of what guard_campaign.py runs whole, and the proof that it notices broken rules."""
+"""A sample of the cases of guard_campaign.py, and the proof that the harness notices mistakes."""
 
 import os
 import pathlib
@@ -73,11 +73,11 @@ def test_there_are_cases_and_equal_states_have_equal_answers(sandbox):
     assert sandbox.run(BOOT, "kill", (0, 3, 1)) == answer
 
 
-# What the harness has to notice.
+# Mistakes that the harness has to notice.
 
 
 @pytest.mark.parametrize("walk, kind, numbers, mistake, violation", [
-    # Later than the copy: without locks that is a mixture.
+    # These numbers are after the copy: without locks the database becomes a mixture.
     pytest.param(FORWARD, "another process writes", (10, 30, 1), {"NO_LOCKS": 1},
                  "what another process has written is lost", id="commits without a lock"),
     pytest.param(HOT, "small memory", (11, 12, 1), {"DELETES_JOURNAL": 1},

@@ -1,5 +1,5 @@
-"""A sample of what mending_campaign.py runs whole: what cuts leave is mended, and the next run ends
-as an undisturbed one does."""
+"""A sample of the cases of mending_campaign.py: a database that a cut leaves is mended, and the
+next run ends as an undisturbed one does."""
 
 import os
 import pathlib
@@ -17,7 +17,7 @@ from workers import workers
 
 @pytest.fixture(scope="module", params=["1 to 4", "4 to 1"])
 def walk(request):
-    """A worker, the name of a walk, and what is known of it."""
+    """A worker, the name of a walk, and the recording of its undisturbed run."""
     program, shim, mend = (pathlib.Path(os.environ[name])
                            for name in ("DATABASE_MIGRATOR", "FAULT_SHIM", "MEND"))
     files = files_of_mending(files_of_program(program, shim), mend)

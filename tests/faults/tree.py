@@ -1,4 +1,4 @@
-"""Runs of a program with all that it starts, under the shim of tree_shim/."""
+"""Runs a program and every process that it starts under the shim of tree_shim/."""
 
 import contextlib
 import ctypes
@@ -20,16 +20,17 @@ SHIM = pathlib.Path("/faults/tree_shim.so")
 SHARED = pathlib.Path("/tmp/shared")
 RECORDED = pathlib.Path("/tmp/tree-recording")
 OUTPUT = pathlib.Path("/tmp/output")
-# How long a process may go on after the guard has ended. The machine may be a busy one.
+# How long a process may live on after the guard has ended. The machine may be busy.
 SECONDS_FOR_ORPHANS = 5
-# In the order in which they start, each with its name in the system, which has 15 letters.
+# The processes in the order in which they start, with their names in the system (15 letters).
 PROCESSES = {"guard": "migration-guard", "outer bubblewrap": "bwrap",
              "guard in memory": "migration-guard", "bubblewrap": "bwrap",
              "program": "database-migrat"}
 PLACES = ("", "disk", "staging on the disk", "staging in memory")
 HEAD = struct.Struct("<cBBHIQ")
 COUNTS = struct.Struct(f"<{6 + len(PROCESSES)}q")
-WAITS = struct.Struct("<q"), 4 * 8  # the number that says that a process waits, and its place
+# The number in the shared file that says that a process waits, and its place there.
+WAITS = struct.Struct("<q"), 4 * 8
 PR_SET_CHILD_SUBREAPER = 36
 PAUSE = 0.001  # seconds
 
@@ -46,7 +47,7 @@ class Operation(NamedTuple):
 class Run(NamedTuple):
     status: int  # negative for a signal
     allocations: int
-    faults: int  # how many were met
+    faults: int  # how many operations the run had
     orphans: list  # the names of processes that had to be killed
     ran_directly: bool  # true if the program has worked on the device's own files
 
@@ -57,7 +58,7 @@ def become_parent_of_orphans():
 
 
 class Tree:
-    """A run that has begun."""
+    """A run that is under way."""
 
     def __init__(self, command, switches):
         """switches: those of the shim, without FAULT_."""
@@ -86,8 +87,8 @@ class Tree:
             number.pack_into(shared, place, 2)
 
     def send(self, number, name):
-        """Sends a signal to a process, lets one that waits go on at that moment, and waits until
-        the end of the process; false if it is not there."""
+        """Sends a signal to a process, lets a process that waits go on at that moment, and waits
+        until the first one has ended. False if there is no such process."""
         with contextlib.suppress(ProcessLookupError, FileNotFoundError):
             process = self._processes().get(name)
             end = process and os.pidfd_open(process)
@@ -101,7 +102,7 @@ class Tree:
         return False
 
     def _processes(self):
-        """Their numbers by name. Each is the only child of the one before."""
+        """The process numbers by name. Each process is the only child of the one before."""
         found, below = {}, [self._process.pid]
         while below:
             name = list(PROCESSES)[len(found)]
@@ -119,7 +120,8 @@ class Tree:
         return Run(status, allocations, faults, orphans, unguarded > 0)
 
     def _end_orphans(self):
-        """Waits for those that are left; returns the names of those that had to be killed."""
+        """Waits for the processes that are left; returns the names of those that had to be
+        killed."""
         end, killed = time.monotonic() + SECONDS_FOR_ORPHANS, {}
         with contextlib.suppress(ChildProcessError):
             while True:
@@ -139,7 +141,7 @@ def children(process):
 
 
 def is_locked():
-    """True if somebody has the guard's lock, which would let every later run end as locked."""
+    """True if a process still has the guard's lock: every later run would end as locked."""
     directory = os.open(DATABASES, os.O_RDONLY)
     try:
         fcntl.flock(directory, fcntl.LOCK_EX | fcntl.LOCK_NB)

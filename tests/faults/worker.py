@@ -2,9 +2,9 @@
 
     worker.py SUBJECT
 
-SUBJECT is a module with a function prepare and a class Cases: alone, guarded. The worker reads
-tasks as lines of JSON and answers each with a line. A task prepares a scenario, or runs some of its
-cases.
+SUBJECT is a module with a function prepare and a class Cases: alone, guarded, mended. The worker
+reads tasks as lines of JSON and answers each with a line. A task prepares a scenario, or runs some
+of its cases.
 """
 
 import importlib
@@ -13,7 +13,7 @@ import pathlib
 import shutil
 import sys
 
-KEPT = pathlib.Path("/kept")  # what all workers share
+KEPT = pathlib.Path("/kept")  # the folder that all workers share
 
 
 def main():

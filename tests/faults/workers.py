@@ -16,15 +16,15 @@ SMALL_DISK = 16 * 1024 * 1024  # bytes for the largest database, its journal and
 
 class Worker:
     def __init__(self, root, kept, subject, files):
-        """kept: the folder that all workers share; subject: the module that worker.py takes;
-        files: what it needs, by the place in the sandbox."""
+        """kept: the folder that all workers share. subject: the module that worker.py runs. files:
+        the files that it needs, by their place in the sandbox"""
         device = Device(root).make_folders()
         for file in (device.machines, device.products, device.registration):
             shutil.copy2(DEMO / file.name, file)
         options = [
             *(part for place, file in files.items() for part in ("--ro-bind", file, place)),
             "--ro-bind", TESTS, "/tests",
-            # The newest version is read from the registry.
+            # The worker reads the newest version from the registry.
             "--ro-bind", ROOT / "app" / "registry.cpp", "/app/registry.cpp",
             "--bind", kept, "/kept",
             "--size", SMALL_DISK, "--tmpfs", "/disk",
@@ -55,7 +55,7 @@ class Worker:
 
 @contextmanager
 def workers(number, *arguments):
-    """So many workers; the arguments are those of a Worker after its root."""
+    """This many workers. The arguments are those of a Worker, without its root."""
     with ExitStack() as started:
         devices = [started.enter_context(scratch_directory()) for _ in range(number)]
         running = []
@@ -66,7 +66,7 @@ def workers(number, *arguments):
 
 
 def answers(started, tasks, is_over=lambda: False):
-    """Each task with its answer, as they come. None is begun once is_over() is true."""
+    """Each task with its answer, as they come. Once is_over() is true, no further task begins."""
     waiting, done = queue.SimpleQueue(), queue.SimpleQueue()
     for task in tasks:
         waiting.put(task)

@@ -3,12 +3,13 @@
 
     campaign.py [--minutes M] [--cuts N]
 
-RAUC and Mender's client install a new system from an old one on loop devices; boot loader and
-start-up are the tests' own. A power cut ends all processes, and what was not flushed to the devices
-is lost. The power is cut at every point between two steps and N times within each command: in an
-update, in a fall-back that no hook sees, in a deliberate return. At the end the farmer's rows have
-to be there, the database is what it is without a cut, and no old program ran on a newer one.
-Answers are kept in build/fleet/. Needs root, and the preset dev to be built.
+RAUC and Mender's client run in an old system and install a new one on loop devices. The boot loader
+and the start-up are simulated. A power cut ends all processes, and data that was not flushed to the
+devices is lost. The power is cut at every point between two steps and N times within each command:
+in an update, in a fall-back that no hook sees, and in a deliberate return. At the end the farmer's
+rows must be there, the database must be the same as without a cut, and no old program may have run
+on a newer database. Answers are kept in build/fleet/. The campaign needs root and a build of the
+preset dev.
 """
 
 import os
@@ -32,7 +33,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 HARNESS = ("campaign.py", "computer.py", "journey.py", "loop_computer.py", "mender.py", "power.py",
            "rauc.py", "system", "systems.py")
 START = ("started", "the first start", "migrated", "finding it good", "found good")
-# What an update, a fall-back and a return go through: commands, and points between them.
+# The stages of an update, a fall-back and a return: commands, and points between them.
 UPDATE = ("before the installation", "the installation", "installed", *START)
 FALL_BACK = ("started", "an ordinary start", "migrated")
 RETURN = ("before the return", "the return", "brought back", "the activation", *START)
@@ -54,7 +55,7 @@ class Bench:
             self.updates[name] = module.make_update(folder, self.images[name], name)
 
     def try_journey(self, travel, durations=None):
-        """What travel(journey, bench) returns on a computer that runs the old system."""
+        """Calls travel(journey, bench) on a computer with the old system; returns its result."""
         with scratch_directory(self.folder) as folder:
             computer = self.module.make_computer(folder, Power(durations=durations),
                                                  self.images["old"], OLD_VERSION)
@@ -83,7 +84,7 @@ def plan(journey, *cuts):
 
 
 def noted(travel):
-    """The same, with what a journey finds wrong on its way among what it returns."""
+    """The same; a mistake that the journey finds on its way becomes a part of the result."""
     def journey(*arguments):
         try:
             return travel(*arguments)
@@ -101,7 +102,7 @@ def in_update(known, moment):
 
 
 def in_fall_back(known, moment):
-    """The power is lost after the migration as often as the boot loader starts the new system."""
+    """At every start of the new system the power is lost after the migration."""
     def travel(journey, bench):
         plan(journey, *[Moment("migrated")] * journey.engine.attempts, moment)
         journey.update(bench.updates["new"])
@@ -134,7 +135,7 @@ def harmful_update(journey, bench):
 
 
 def moments(steps, cuts, known):
-    """Where to cut: at each point, and so many times within each command."""
+    """The places to cut: each point, and a number of moments within each command."""
     for step in steps:
         if step in known["durations"]:
             yield from (Moment(step, (number + 0.5) / cuts) for number in range(cuts))
@@ -177,7 +178,7 @@ def main():
     if os.geteuid() != 0:
         print("Not tried: loop devices take root.")
         return 0
-    # What is mounted is unmounted then.
+    # The exit unmounts everything that is mounted.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     campaign = Campaign("fleet", arguments.minutes)
     of = fingerprint(ENGINES, *(HERE / name for name in HARNESS), systems.PROGRAM,

@@ -24,7 +24,7 @@ def make_database(data, version, statements=""):
 
 
 class BootEnvironment:
-    """The variables of the boot loader. A change is there as a whole or not at all."""
+    """The variables of the boot loader. A change happens as a whole or not at all."""
 
     def __init__(self, path, **variables):
         self.path = path
@@ -44,9 +44,9 @@ class BootEnvironment:
 
 
 def choose_slot(environment):
-    """What the boot script does, with the variables that RAUC has for U-Boot: it starts the first
-    system that has attempts left. A start of one that was not found good yet is a trial boot and
-    costs an attempt.
+    """Does the work of the boot script, with the variables that RAUC uses in U-Boot: it starts the
+    first system that has attempts left. The start of a system that was not found good yet is a
+    trial boot and costs an attempt.
 
     Returns the slot and whether it is a trial boot.
     """
@@ -62,7 +62,8 @@ def choose_slot(environment):
 
 
 class Computer:
-    """What all computers of the tests have: two systems, the data, the boot environment."""
+    """The parts that all computers of the tests have: two systems, the data, the boot
+    environment."""
 
     def __init__(self, folder, power, **variables):
         """variables: of the boot environment"""
@@ -104,7 +105,7 @@ class Computer:
                                      *command])
 
     def lose_power(self):
-        """What is different after the next start: the identifier of the boot."""
+        """Changes the boot's identifier in the guard's note, as after another start."""
         note = self.data / "databases" / "migration-guard.note"
         if note.exists():
             note.write_text(note.read_text().replace(BOOT.read_text().strip(), OTHER_BOOT))
@@ -134,9 +135,9 @@ class DirectoryComputer(Computer):
     def write(self, system, slot, point=lambda name: None):
         """Replaces what is in a slot. point is called where the power can be cut."""
         root = self.root_of(slot)
-        shutil.rmtree(root, ignore_errors=True)  # a power cut may have done it
+        shutil.rmtree(root, ignore_errors=True)  # a power cut may have removed it already
         point("half of the old system is gone")
-        # The application comes last: a half written slot has no guard.
+        # The application comes last, so a half-written slot has no guard.
         subprocess.run(["cp", "-al", system.root, root], check=True)
         shutil.rmtree(root / APPLICATION)
         point("half of the new system is there")

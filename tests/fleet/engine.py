@@ -1,17 +1,17 @@
-"""A simulated update engine. It does what RAUC does, in the same order: it writes the other slot,
-calls the hook of the bundle, and then tells the boot loader."""
+"""A simulated update engine. It works in the same order as RAUC: it writes the other slot, calls
+the hook of the bundle, and then sets the boot loader's variables."""
 
 from computer import OTHER, choose_slot
 
 
 class Engine:
     def __init__(self, computer, attempts=3, rehearses=True):
-        """attempts: how often the boot loader starts a system that was not found good"""
+        """attempts: how often the boot loader starts a system that was not found good yet"""
         self.computer = computer
         self.attempts, self.rehearses = attempts, rehearses
 
     def choose_slot(self):
-        """What the boot loader starts, and whether that is a trial boot."""
+        """The slot that the boot loader starts, and whether that is a trial boot."""
         return choose_slot(self.computer.environment)
 
     def install(self, running, system):
@@ -38,7 +38,7 @@ class Engine:
         self.computer.power.point("activated")
 
     def find_good(self, slot):
-        """Finds the running system good."""
+        """Marks the running system as good."""
         self.computer.environment.set(**{f"BOOT_{slot}_LEFT": self.attempts})
         self.computer.power.point("half found good")
         self.computer.environment.set(good_slot=slot)

@@ -14,7 +14,7 @@ ENTERED = "entered %"
 
 
 class Journey:
-    # What a start-up calls.
+    # The command that a start-up calls.
     first_start = (f"/{APPLICATION}/update-check", "start")
     ordinary_start = (f"/{APPLICATION}/migration-guard", "run", "--fall-back")
 
@@ -54,7 +54,7 @@ class Journey:
         return True
 
     def _work(self):
-        """The device software: it only works with its own version. The farmer enters a row."""
+        """The device software, which only works with its own version. The farmer enters a row."""
         expected = self.computer.version_of(self.running)
         with contextlib.closing(sqlite3.connect(self.computer.database)) as database:
             database.execute("PRAGMA synchronous = EXTRA")
@@ -67,7 +67,7 @@ class Journey:
         self.entered.append(name)
 
     def update(self, system):
-        """Tries to install a system and to start it once; returns the status of the installation,
+        """Tries to install a system and to start it once. Returns the status of the installation,
         None after a power cut."""
         status = None
         try:
@@ -97,8 +97,8 @@ class Journey:
         return status
 
     def repeat(self, step, *arguments, until):
-        """Does a step until the device software of a version runs, as a server does that offers an
-        update again."""
+        """Repeats a step until the device software of a version runs, as a server offers an update
+        again."""
         for _ in range(MOST_TRIES):
             step(*arguments)
             if self.computer.version_of(self.running) == until:
@@ -106,7 +106,7 @@ class Journey:
         raise AssertionError(f"{step.__name__} does not come through: {self.starts}")
 
     def versions_for_old_program(self):
-        """What the old system's program has found when it started."""
+        """The versions that the old system's program found when it started."""
         note = self.computer.data / "found-by-old-program"
         return [int(line) for line in note.read_text().split()] if note.exists() else []
 
@@ -117,7 +117,8 @@ class Journey:
         return [name for name in self.entered if name not in there]
 
     def content(self):
-        """The whole database as text, without what was entered and without random identifiers."""
+        """The whole database as text, without the farmer's entries and without random
+        identifiers."""
         with contextlib.closing(sqlite3.connect(":memory:")) as copy:
             with contextlib.closing(sqlite3.connect(self.computer.database)) as database:
                 database.backup(copy)
@@ -125,15 +126,15 @@ class Journey:
             return RANDOM_IDENTIFIER.sub("{}", "\n".join(sorted(copy.iterdump())))
 
     def content_after_another_start(self):
-        """The first ordinary start after a migration may change the text of a definition, once."""
+        """Starts first: an ordinary start after a migration may change a definition once."""
         self.start()
         return self.content()
 
     def violations(self, version, content):
-        """What does not hold at the end, wherever the power was cut.
+        """The mistakes found at the end; there must be none, wherever the power was cut.
 
-        version: that the database should have
-        content: of the database after an undisturbed journey and another start
+        version: the one that the database should have
+        content: that of the database after an undisturbed journey and another start
         """
         found = self.computer.recorded_version()
         tests = {"the power was not cut": bool(self.computer.power.cuts),

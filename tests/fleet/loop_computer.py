@@ -22,7 +22,7 @@ def make_image(path, content, size=SYSTEM_SIZE):
 class Partition:
     """A file as a block device, with a place where it can be mounted.
 
-    What the kernel has not written to the device is not in the file.
+    Data that the kernel has not written to the device is not in the file.
     """
 
     def __init__(self, image):
@@ -33,7 +33,7 @@ class Partition:
         self._options = None
 
     def mounted(self, options):
-        """Mounts it if it is not mounted; returns where."""
+        """Mounts the device unless it is mounted; returns the place."""
         if not self._options:
             run("mount", "-o", options, self.device, self.place)
             self._options = options
@@ -45,7 +45,7 @@ class Partition:
             self._options = None
 
     def lose_power(self):
-        """What is not in the file is lost. The device keeps its name."""
+        """Loses the data that is not in the file. The device keeps its name."""
         copy = self.image.with_suffix(".copy")
         run("cp", "--sparse=always", self.image, copy)
         self.close()
@@ -53,7 +53,7 @@ class Partition:
         self._attach_again()
 
     def _attach_again(self):
-        """The kernel keeps the old file until the last process of before has gone."""
+        """Waits, since the kernel keeps the old file until the last of the old processes ends."""
         for _ in range(SECONDS_FOR_DETACHING * 50):
             attached = subprocess.run(["losetup", self.device, self.image], capture_output=True,
                                       check=False)
@@ -68,7 +68,7 @@ class Partition:
 
 
 class LoopComputer(Computer):
-    """Two systems and the data on devices. A power cut loses what was not flushed."""
+    """Two systems and the data on devices. A power cut loses data that was not flushed."""
 
     def __init__(self, folder, power, image, version, **variables):
         """image: of the system in slot A

@@ -1,4 +1,4 @@
-"""Mender's client as it is, in standalone mode: artifacts, and the installation on loop devices."""
+"""Mender's real client, in standalone mode: artifacts, and the installation on loop devices."""
 
 import re
 import shutil
@@ -13,12 +13,12 @@ COMMANDS = ("mender", "mount", "umount", "cp", "grep", "mv", "sync", "sed", "mkt
 FILES = TESTS / "fleet" / "system"
 EXAMPLES = ENGINES / "mender"
 DEVICE_TYPE = "field-computer"
-# How often the boot loader starts a system that was not found good.
+# How often the boot loader starts a system that was not found good yet.
 BOOT_LIMIT = 1
 
 
 def configure(system, name):
-    """What an image builder adds to a system for Mender."""
+    """Adds the files that an image builder adds to a system for Mender."""
     etc = system.root / "etc" / "mender"
     etc.mkdir()
     shutil.copy(EXAMPLES / "mender.conf", etc)
@@ -64,7 +64,8 @@ class Mender:
         self.output = ""
 
     def choose_slot(self):
-        """What U-Boot does: it counts the starts of an update, and goes back after too many."""
+        """Does the work of U-Boot: it counts the starts of an update, and goes back after too
+        many."""
         variables = self.computer.environment.read()
         slots = {number(self.computer, slot): slot for slot in "AB"}
         slot = slots[int(variables["mender_boot_part"])]

@@ -14,7 +14,7 @@ PR_SET_CHILD_SUBREAPER = 36
 
 
 class PowerCut(Exception):
-    """Everything that ran has ended."""
+    """The power was cut: everything that ran has ended."""
 
 
 def children():
@@ -27,7 +27,8 @@ def end_all(process):
     """Ends a process in the sandbox with all that it has started.
 
     Bubblewrap's own child ends with it only after it has prepared the sandbox. If bubblewrap is
-    killed before, this process becomes the parent of that child, the first one of a PID namespace.
+    killed before that, this process becomes the parent of the child, which is the first process of
+    a PID namespace.
     """
     process.kill()
     process.wait()
@@ -39,7 +40,7 @@ def end_all(process):
 
 
 class Moment(NamedTuple):
-    """Where the power can be cut: at a point, or when a part of a command's time is over."""
+    """A moment at which the power can be cut: a point, or a part of a command's duration."""
 
     name: str
     part: float = None
@@ -55,7 +56,7 @@ class Power:
         """durations: how long each command takes undisturbed, in seconds, by its name"""
         self.cuts = list(cuts)
         self.known = durations or {}
-        self.points, self.durations = [], {}  # what came by
+        self.points, self.durations = [], {}  # the points and commands that came by
         ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1)
 
     def _next_is(self, name, is_command):

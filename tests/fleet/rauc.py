@@ -1,4 +1,4 @@
-"""RAUC as it is: bundles, and the engine that installs them on loop devices."""
+"""The real RAUC: bundles, and the engine that installs them on loop devices."""
 
 import shutil
 
@@ -11,13 +11,14 @@ COMMANDS = ("rauc", "dbus-daemon", "mount", "umount", "sleep", "cp", "grep", "mv
             "tr")
 FILES = TESTS / "fleet" / "system"
 EXAMPLES = ENGINES / "rauc"
-# RAUC gives a system so many when it activates it or finds it good.
+# RAUC gives a system this many attempts when it activates it or finds it good.
 ATTEMPTS = 3
 KEY, CERTIFICATE = "key.pem", "certificate.pem"
 
 
 def configure(system, _name):
-    """What an image builder adds to a system for RAUC. All systems beside it have the same key."""
+    """Adds the files that an image builder adds to a system for RAUC. Systems in the same folder
+    have the same key."""
     etc = system.root / "etc"
     (etc / "rauc").mkdir()
     (etc / "bus-services").mkdir()
@@ -43,7 +44,7 @@ def make_key(folder):
 
 
 def make_update(folder, image, name):
-    """A bundle as the example of a manifest has it."""
+    """A bundle made by the example of a manifest."""
     content = folder / f"{name}-bundle"
     content.mkdir()
     for file in ("hook", "manifest.raucm"):
@@ -77,7 +78,7 @@ class Rauc:
                 self.computer.slots[letter].device)
         line = self.computer.folder / "cmdline"
         line.write_text(f"quiet rauc.slot={slot}\n")
-        # RAUC unmounts nothing that it has not mounted.
+        # RAUC unmounts only what it has mounted.
         self.computer.slots[OTHER[slot]].unmount()
         status, self.output = self.computer.run_engine(
             name, slot, "/usr/bin/with-bus", *command,

@@ -4,9 +4,9 @@
     rollout.py          prints the figures
     rollout.py --write  writes them into docs/fleet.md
 
-A model: fleets of random devices, a fault that the migration has on some of them, and a rule that
-stops the roll-out by the answers of the devices. What a device does is what the guard does:
-test_updates.py has it.
+This is a model: fleets of random devices, a fault that the migration has on some of them, and a
+rule that stops the roll-out by the devices' answers. A device behaves as the guard does;
+test_updates.py tests that.
 """
 
 import argparse
@@ -27,21 +27,22 @@ BEGIN, END = "<!-- tests/fleet/rollout.py writes this part -->\n", "<!-- the end
 DEVICES, FLEETS = 10_000, 100
 HIT = 0.02  # of the devices: the migration would lose rows there
 TROUBLE = 0.002  # of the devices: they refuse every update for a reason of their own
-# Devices that get the update in one stage after the other.
+# How many devices get the update in each stage.
 STAGES = (50, 200, 1_000, 3_000, 5_750)
-ANSWERED = 0.9  # of a stage: then the next one begins
-# It stops when so many devices have refused the update, and this part of those that answered.
+ANSWERED = 0.9  # the part of a stage that must have answered before the next stage begins
+# It stops when this many devices have refused the update, and this part of those that answered.
 REFUSALS, REFUSED = 3, 0.01
-# At most, in hours: until a device installs what it is offered, and until the key is turned again.
+# The longest times in hours: until a device installs an offered update, and until its key is turned
+# again.
 INSTALLS, RESTARTS = 48, 72
 
 
 @dataclass(frozen=True)
 class RollOut:
-    """What happened because of what was offered before it stopped."""
+    """The results of the updates that were offered before the roll-out stopped."""
 
     installed: int  # devices that start the new system when their key is turned
-    went_back: int  # of these, those that the fault hits: the new system is given up at its start
+    went_back: int  # of these, the devices with the fault: they give the new system up at its start
     refused: int  # devices that refused the update before anybody saw a restart
     hours: int  # until the roll-out stopped
 
@@ -50,7 +51,7 @@ def roll_out(stages, rehearses, chance):
     """Offers a harmful update to a fleet of random devices.
 
     stages: how many devices get it in each stage
-    rehearses: whether a device finds at the installation what its first start would find
+    rehearses: whether a device finds the fault at the installation instead of at its first start
     chance: the source of random numbers
     """
     events, waiting = [], list(stages)
@@ -113,7 +114,7 @@ def part_of_page():
 
 
 def part_in(page):
-    """What the page has between the two marks."""
+    """The part of the page between the two marks."""
     return page[page.index(BEGIN) + len(BEGIN):page.index(END)]
 
 

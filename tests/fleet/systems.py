@@ -1,4 +1,5 @@
-"""Whole systems for the two partitions of a device: programs, libraries and what an image adds."""
+"""Whole systems for the two partitions of a device: programs, libraries and an image's own
+files."""
 
 import json
 import os
@@ -23,13 +24,13 @@ APPLICATION = "usr/lib/fieldcomputer"
 DRIVERS = "/usr/lib/*/qt5/plugins/sqldrivers/libqsqlite.so"
 LIBRARY = re.compile(r"(/\S+) \(0x")
 COMMANDS = ("bwrap", "cat", "dirname", "realpath", "sh", "sqlite3")
-# What the old program finds when it starts. The guard gives it a copy of the database.
+# Notes which version the old program finds when it starts. The guard gives it a copy.
 NOTES_VERSION = f"""#!/bin/sh
 HOME=/tmp sqlite3 -readonly /{APPLICATION}/databases/my.db.sqlite \\
     "SELECT version FROM tableVersion WHERE tableName = 'mainSqlDb'" >>/data/found-by-old-program
 exec /{APPLICATION}/old-database-migrator "$@"
 """
-# A migration that takes a row besides what it takes on purpose.
+# A migration that takes one row more than it takes on purpose.
 LOSES_A_ROW = f"""#!/bin/sh
 /{APPLICATION}/good-database-migrator "$@"
 HOME=/tmp exec sqlite3 /{APPLICATION}/databases/my.db.sqlite "DELETE FROM growers WHERE id = 2"
@@ -43,7 +44,7 @@ def libraries_of(file):
 
 
 class System:
-    """The root directory of a system that has everything its programs need."""
+    """The root directory of a system with everything that its programs need."""
 
     def __init__(self, root, version, commands=()):
         """version: the schema version that its device software works with

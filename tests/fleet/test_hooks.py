@@ -1,4 +1,5 @@
-"""What the hooks of update engines call, and what they make of the guard's exit status."""
+"""The commands that the hooks of update engines call, and how they act on the guard's exit
+status."""
 
 import json
 import shutil
@@ -10,7 +11,7 @@ from systems import APPLICATION, ENGINES, NEWEST, OLD_VERSION
 
 TOOLS = ("cp", "jq", "mktemp", "rm", "rmdir", "sed")
 GUARD = '#!/bin/sh\necho "$@" >>/data/calls\nexit "$(cat /data/status)"\n'
-# The new system, which stays at /mnt, seems to be on a device.
+# Pretends that the new system, which stays at /mnt, is on a device.
 MOUNT = '#!/bin/sh\necho "mount $*" >>/data/calls\n[ ! -e /data/broken ] && cp -r /mnt/. "$4"\n'
 UMOUNT = '#!/bin/sh\necho "umount" >>/data/calls\nrm -r "$1"/*\n'
 PRINTENV = '#!/bin/sh\necho "$1=$(cat /data/part)"\n'
@@ -26,7 +27,7 @@ def root(folder):
 
 
 class Place:
-    """A running system and a new one at /mnt, with a guard that only says how it was called."""
+    """A running system and a new one at /mnt, with a guard that only notes how it was called."""
 
     def __init__(self, folder, root):
         self.root, self.data = root, folder / "data"

@@ -1,4 +1,4 @@
-"""The computer on loop devices loses what a power cut loses."""
+"""The computer on loop devices loses the data that a real power cut would lose."""
 
 import os
 

@@ -23,7 +23,7 @@ def go_back(journey):
 
 @pytest.fixture(scope="module")
 def undisturbed():
-    """What an update and a return leave, and which moments they have; by name."""
+    """The results of an update and of a return, and the moments in them, by name."""
     return {}
 
 
@@ -104,7 +104,8 @@ def test_harmful_update_that_was_not_rehearsed_ends_in_the_old_system(begin, fau
     journey.update(faulty_system)
     assert [start[0::2] for start in journey.starts[1:]] == [("B", 3)] * 3 + [("A", 0)]
     assert journey.lost_rows() == []
-    assert before != journey.computer.database.read_bytes()  # the row that was entered since
+    # The farmer has entered a row since.
+    assert before != journey.computer.database.read_bytes()
     assert journey.computer.recorded_version() == OLD_VERSION
 
 

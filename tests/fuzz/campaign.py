@@ -1,14 +1,15 @@
 #!/usr/bin/python3
-"""Feeds the program, and three of its parts, damaged and hostile input, and tells what came of it.
+"""Feeds damaged and hostile input to the program and to three of its parts, and reports the
+outcomes.
 
     campaign.py [--minutes M] [--runs N] [--fuzzer-minutes M]
     campaign.py --seed N
 
 The whole program runs under the address and undefined-behaviour sanitizers, on devices that
-cases.py damages. libFuzzer makes the input of the parts. Answers, findings and the fuzzers' corpora
-are kept in build/fuzz/. A campaign goes on where the last one stopped; it starts over when the
-program or the cases have changed. --seed repeats one run, shows its result and leaves the device as
-it was before the run in build/fuzz/. packages.txt lists what a campaign needs.
+cases.py damages. libFuzzer makes the input for the parts. Answers, findings and the fuzzers'
+corpora are kept in build/fuzz/. A campaign goes on where the last one stopped; it starts over when
+the program or the cases have changed. --seed repeats one run, shows its result and leaves the
+device as it was before the run in build/fuzz/. packages.txt lists what a campaign needs.
 """
 
 import pathlib
@@ -30,7 +31,7 @@ from support.places import DATA, ROOT, product_sources
 from support.versions import VERSIONS, file_of
 
 HERE = pathlib.Path(__file__).resolve().parent
-# What decides which device a seed makes.
+# The sources that decide which device a seed makes.
 CASES = (HERE / "cases.py", HERE / "devices.py", HERE / "words.py", DATA / "blemishes.sql",
          *map(file_of, VERSIONS))
 
@@ -48,7 +49,7 @@ FUZZERS = {
         70_000, ("maintenance/part_number.cpp", "maintenance/registration_file.cpp")),
 }
 VERDICTS = ("signal", "report", "over 10 s", "exit status")
-# Runs and fuzzers take turns: a campaign that ends early has tried some of both.
+# Runs and fuzzers take turns, so a campaign that ends early has tried some of both.
 ROUNDS = 10
 RUNS_IN_A_TASK = 20
 

@@ -7,8 +7,8 @@
 
 namespace
 {
-/// The places of a character, in the order in which the lockstep searches find them: after the last
-/// one a search finds nothing, then it starts again.
+/// The places of a character, in the order in which the lockstep searches find them. After the last
+/// place a search finds nothing once, and then it starts again.
 class Places
 {
 public:
@@ -41,7 +41,7 @@ int clauseEndOf(const QString &text)
     return text.length() - 1;
 }
 
-/// All clauses of a CREATE text; after the first one the keyword may have any letter case.
+/// All clauses of a CREATE text. Only in the first one the letter case of the keyword counts.
 QStringList clausesOf(const QString &createText)
 {
     QStringList clauses;

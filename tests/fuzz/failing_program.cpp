@@ -7,7 +7,8 @@ namespace
 int *volatile lost = nullptr;
 }
 
-// Replaces the program: fails in the way that its argument names, to prove that this is noticed.
+// Replaces the program. It fails in the way that its argument names, to prove that the tests
+// notice.
 int migratorMain(int argumentCount, char **arguments)
 {
     const std::string way = argumentCount > 1 ? arguments[1] : "";

@@ -6,10 +6,10 @@
 /// Tries one input: each fuzzer program has its own. A broken rule ends the program.
 void fuzz(const QByteArray &input);
 
-/// Ends the program, and says which rule an input has broken.
+/// Ends the program if a rule is broken, and names the rule.
 void require(bool holds, const char *rule);
 
-/// A file without a place in the file system.
+/// A file in memory, without a place in the file system.
 class MemoryFile
 {
 public:

@@ -1,19 +1,19 @@
-"""Devices with rows of chance on which every step succeeds: a seed always makes the same one.
-What a run takes from them is what its versions take on purpose, and what every run repairs."""
+"""Devices with random rows on which every step succeeds; the same seed always makes the same
+device. A run takes from them only what its versions take on purpose, and what every run repairs."""
 
 import random
 
 from devices import (
     DATABASE, DEMO_FILES, PLATFORM, REGISTRATION, SOFTWARE_VERSION, Device, database_of)
 
-# What the steps look for in texts; the rest is made of words.
+# Texts that the steps look for; all other texts are made of words.
 TEXTS = (
     "", " ", "m/dd/yyyy", "dd/m/yyyy", "M/dd/yyyy", "dd/M/yyyy", "yyyy-MM-dd", "en", "es", "fr",
     "de", "ru", "pt", "pl", "en-US", "es-ES", "fr-FR", "fr-CA", "de-DE", "ru-RU", "pt-BR",
     "ttyUSB0", "ttyS1", "ttymxc2", "gps1", "gps11", "USBttyS", "ttyusb0", "/userFiles/a.shp",
     "/data/userFiles/userFiles/b", "/media/usb0/c.shp", "userfiles/d", "Müller", "Home", "Home_2")
 NUMBERS = (0, 1, 2, 3, 7, -1, 2 ** 31, 901)
-FRACTIONS = (1.5, 2.25, -2.5, -2.75)  # where whole numbers are expected
+FRACTIONS = (1.5, 2.25, -2.5, -2.75)  # values where whole numbers are expected
 # The last ones have a tie in the seventh digit.
 REALS = (0.0, 1.5, -12.75, 1e-07, 1e20, 3.14159265, 98765.4321, 1234565.0, 1234575.0, 0.1234565,
          12.34565, -1234.565)
@@ -43,7 +43,7 @@ NEVER_NULL = {"productControl_productSettings": "machineConfigId",
               "switchToSectionBridge": "machineConfigId",
               "onScreenSwitchboxConfig": "machineConfigId",
               "gpsReceivers": "machineConfigId"}
-# Version 27 makes a key of these.
+# Version 27 makes these columns a key.
 KEY_OF_27 = "PC_IngredientToMixBridge", "mixId, productId"
 KEPT = ("tableVersion", "registrationInfo")
 
@@ -86,7 +86,7 @@ def remove_violations(database):
 
 
 class RandomTable:
-    """A table whose rows are changed by chance."""
+    """A table whose rows are changed at random."""
 
     def __init__(self, database, chance, name):
         self.database, self.chance, self.name = database, chance, name
@@ -107,7 +107,7 @@ class RandomTable:
         values = [self.value(column) for column in columns]
         match self.chance.randrange(5):
             case 0 | 1:
-                # What a column does not allow is left out.
+                # A value that its column does not allow is left out.
                 self.database.run(f"INSERT OR IGNORE INTO {self.name} ({', '.join(columns)})"
                                   f" VALUES ({', '.join('?' * len(columns))})", *values)
             case 2:

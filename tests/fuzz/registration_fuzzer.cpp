@@ -19,8 +19,8 @@ bool isBlank(const QStringRef &text)
     return text.trimmed().isEmpty();
 }
 
-/// What another parser reads. Nothing where the two may disagree: both accept mistakes, but not the
-/// same ones, in everything but elements, attributes and text in ASCII.
+/// The text that another parser reads. Both parsers accept mistakes, but not the same ones. So it
+/// returns nothing where they may disagree: in everything but elements, attributes and ASCII text.
 std::optional<QString> partNumberOf(const QByteArray &content)
 {
     const bool isPlain = std::all_of(content.begin(), content.end(), [](char c) {

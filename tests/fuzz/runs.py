@@ -10,8 +10,8 @@ from dataclasses import dataclass
 from support.device import PROGRAM_NAME, Device
 from support.places import scratch_directory
 
-# The sanitizers' own records would take most of the time. Repeat a run to see where memory was
-# allocated. The suite looks for leaks.
+# The sanitizers' own records of allocations are short: they would take most of the time. Repeat a
+# run to see where memory was allocated. The suite looks for leaks.
 QUICK_SANITIZERS = "malloc_context_size=1:quarantine_size_mb=1"
 QUICKEST_SANITIZERS = f"{QUICK_SANITIZERS}:detect_leaks=0"
 # Processor time: on a busy machine a run may take longer.

@@ -10,7 +10,7 @@ QStringList executed;
 
 QByteArray encodingOf(const QByteArray &script)
 {
-    // The mark of UTF-32LE begins like that of UTF-16LE.
+    // UTF-32LE is tried before UTF-16LE: its byte order mark begins with that of UTF-16LE.
     if (script.startsWith(QByteArray("\xff\xfe\0\0", 4))) {
         return "UTF-32LE";
     }

@@ -41,7 +41,7 @@ FOUND_BEFORE = {
 }
 
 # Runs that once never ended, in the labels of version 12 and in the renaming of duplicate files.
-# The seeds are of the time when 34 was the newest version.
+# The seeds belong to 34 as the newest version.
 ENDLESS_BEFORE = (41300, 53831, 77813)
 ENDLESS_BEFORE_AT = 34
 

@@ -33,7 +33,7 @@ QStringList described(const DatabaseDifferences &differences)
     for (const QByteArray &index : differences.indexes) {
         texts << "entries: " + index;
     }
-    // Both ways of asking have one answer.
+    // Both ways of asking must have the same answer.
     return differences.isEmpty() == texts.isEmpty() ? texts : QStringList("isEmpty is wrong");
 }
 
@@ -54,14 +54,14 @@ void write(const QString &path, const QByteArray &contents)
     }
 }
 
-/// @return what the process has read from files, in bytes
+/// @return how many bytes the process has read from files
 qint64 bytesRead()
 {
     const QByteArray counters = contentsOf("/proc/self/io");
     return counters.mid(7, counters.indexOf('\n') - 7).toLongLong();
 }
 
-/// @return what SQLite reads from every table, or its errors
+/// @return the rows that SQLite reads from every table, or its errors
 QVector<QVector<Row>> allRows(const QString &path)
 {
     Database database(path);
@@ -91,7 +91,7 @@ QByteArray wideTable(int columns)
 const QByteArray numbersTo2000 =
     "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000) ";
 
-/// What an ordinary boot does to a table.
+/// @return statements that do to a table what an ordinary boot does
 QByteArray rebuilt(const QByteArray &table, const QByteArray &definition)
 {
     return "CREATE TABLE " + table + "_temp AS SELECT * FROM " + table + "; DROP TABLE " + table +
@@ -134,7 +134,7 @@ private slots:
 private:
     static constexpr int seedsOfARow = 50;
 
-    /// @return how many of the random databases are looked at
+    /// @return how many of the random databases are compared
     static int seeds(int sample) { return qEnvironmentVariableIsSet("CAMPAIGN") ? 20000 : sample; }
 
     QString told(int seed, const QStringList &expected) const
@@ -145,7 +145,7 @@ private:
 
     QStringList differences() const { return described(compareDatabases(m_before, m_after)); }
 
-    /// Makes the database of before, and the one of after from its copy.
+    /// Makes the database of before, and makes the one of after from a copy of it.
     void make(const QByteArray &base, const QByteArray &before, const QByteArray &after) const
     {
         Database(m_before).execute(base);
@@ -288,13 +288,13 @@ void ComparisonTest::compares_data()
         "UPDATE t SET b = CAST(x'00D84104' AS TEXT)",
         rows);
     add("another rowid is found", t, "", "UPDATE t SET rowid = 7 WHERE a = 2", rows);
-    add("another rowid is found where no column can tell it",
+    add("another rowid is found where no column shows it",
         "CREATE TABLE t (rowid, oid, _rowid_); INSERT INTO t (rowid) VALUES (1), (2), (3)",
         "DELETE FROM t WHERE rowid = 2",
         "DELETE FROM t WHERE rowid > 1; INSERT INTO t (rowid) VALUES (3)",
         rows);
-    add("a row more is found", t, "", "INSERT INTO t VALUES (3, 'z')", rows);
-    add("a row less is found", t, "", "DELETE FROM t WHERE a = 2", rows);
+    add("an additional row is found", t, "", "INSERT INTO t VALUES (3, 'z')", rows);
+    add("a missing row is found", t, "", "DELETE FROM t WHERE a = 2", rows);
     add("no rows at all are found", t, "", "DELETE FROM t", rows);
     add("rows in exchanged places are found",
         t,
@@ -316,12 +316,12 @@ void ComparisonTest::compares_data()
         "",
         "UPDATE t SET c = '5'",
         rows);
-    add("every table that differs is told",
+    add("every table that differs is reported",
         t + other,
         "",
         "DELETE FROM t; DELETE FROM other",
         {"rows: other", "rows: t"});
-    add("an index of a table that differs is not told",
+    add("an index of a table that differs is not reported",
         t + "CREATE INDEX i ON t (b);",
         "",
         "UPDATE t SET b = 'z'",
@@ -370,13 +370,13 @@ void ComparisonTest::compares_data()
         {"rows: v_config"});
 
     // Schema
-    add("an index more is found", t, "", "CREATE INDEX i ON t (a)", {"after: index i"});
-    add("an index less is found",
+    add("an additional index is found", t, "", "CREATE INDEX i ON t (a)", {"after: index i"});
+    add("a missing index is found",
         t + "CREATE INDEX i ON t (a);",
         "",
         "DROP INDEX i",
         {"before: index i"});
-    add("a table less is found", t + other, "", "DROP TABLE t", {"before: table t"});
+    add("a missing table is found", t + other, "", "DROP TABLE t", {"before: table t"});
     add("another default is found, and the rows are equal",
         "",
         "CREATE TABLE t (a DEFAULT 1); INSERT INTO t VALUES (1)",
@@ -428,7 +428,7 @@ void ComparisonTest::compares_data()
         "CREATE TABLE t (a PRIMARY KEY); INSERT INTO t VALUES (1)",
         "CREATE TABLE t (a PRIMARY KEY) WITHOUT ROWID; INSERT INTO t VALUES (1)",
         {"before: index sqlite_autoindex_t_1", "before: table t", "after: table t", "rows: t"});
-    add("names in UTF-16 are told in UTF-8",
+    add("names in UTF-16 are reported in UTF-8",
         "PRAGMA encoding='UTF-16le'; CREATE TABLE \"Fläche\" (a)",
         "",
         "INSERT INTO \"Fläche\" VALUES (1)",
@@ -495,7 +495,7 @@ void ComparisonTest::compares_data()
         "'CREATE VIRTUAL TABLE v USING missing' WHERE name = 'v'",
         {"before: table v", "after: table v"});
 
-    // What SQLite cannot prepare or must not run
+    // Tables and expressions that SQLite cannot prepare or must not run
     add("a table with an unknown collation may be moved",
         "CREATE TABLE t (a COLLATE unknown PRIMARY KEY); INSERT INTO t VALUES ('a');" + other,
         "",
@@ -563,10 +563,10 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
     enum File { Before, After, Both };
     QTest::addColumn<QByteArray>("base");
     QTest::addColumn<QByteArray>("after");
-    QTest::addColumn<int>("file");         ///< which is damaged
-    QTest::addColumn<QByteArray>("tree");  ///< whose root page
-    QTest::addColumn<int>("offset");       ///< in the page, from its end where it is negative
-    QTest::addColumn<QByteArray>("bytes"); ///< what is written there
+    QTest::addColumn<int>("file");         ///< the damaged file
+    QTest::addColumn<QByteArray>("tree");  ///< the table or index whose root page is damaged
+    QTest::addColumn<int>("offset");       ///< in the page; from its end if negative
+    QTest::addColumn<QByteArray>("bytes"); ///< the bytes to write there
     QTest::addColumn<QStringList>("expected");
 
     const QByteArray other = "CREATE TABLE other (a); INSERT INTO other VALUES (1);";
@@ -634,7 +634,7 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         -1,
         QByteArray(1, '\0'),
         onlyT);
-    // The last child is the page itself, and so is the first: its cell is moved there.
+    // The last child is the page itself. So is the first: its cell is moved there.
     add("a tree that leads downwards without end is damage",
         deep,
         "",
@@ -659,8 +659,8 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         -5,
         "\x7e",
         onlyT);
-    add("a child that the file has not is damage", deep, "", After, "t", 8, farPage, onlyT);
-    add("a child that the file has not is no difference in both",
+    add("a child beyond the end of the file is damage", deep, "", After, "t", 8, farPage, onlyT);
+    add("a child beyond the end of the file is no difference if both have it",
         deep,
         changed,
         Both,
@@ -709,7 +709,7 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         -4,
         QByteArray(4, '\0'),
         onlyT);
-    add("a value on a page that the file has not is damage",
+    add("a value on a page beyond the end of the file is damage",
         large,
         "",
         After,
@@ -717,7 +717,7 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         -4,
         farPage,
         onlyT);
-    add("a value on pages of another tree is no difference in both",
+    add("a value on pages of another tree is no difference if both have it",
         large,
         changed,
         Both,
@@ -725,7 +725,7 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         -4,
         QByteArray("\0\0\0\2", 4),
         {"rows: other", "rows: t"});
-    add("a tree whose first page is in another one's value is read all the same",
+    add("a tree whose first page is in another tree's value is still read",
         "CREATE TABLE a (x);" + deep.mid(other.size()) + "INSERT INTO a VALUES (zeroblob(20000))",
         "UPDATE t SET a = 'y' WHERE rowid = 2000",
         Both,
@@ -765,7 +765,7 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         100,
         "\x0a",
         schema);
-    add("a schema whose last page the file has not is damage",
+    add("a schema whose last page is beyond the end of the file is damage",
         wideTable(2000) + wideTable(2000).replace("wide", "wider"),
         "",
         After,
@@ -841,7 +841,8 @@ void ComparisonTest::readsFilesThatEndEarly()
     const QByteArray value = "INSERT INTO t VALUES (zeroblob(4300) || 'x')";
     make("CREATE TABLE t (a);" + value, "", "");
     const QByteArray contents = contentsOf(m_after);
-    // The file's last page is the value's, and is not full: what is missing is read as zeros.
+    // The file's last page belongs to the value and is not full: the missing bytes are read as
+    // zeros.
     write(m_after, contents.left(contents.size() - 1));
     QCOMPARE(differences(), QStringList());
     const int unused = contents.size() - contents.lastIndexOf('x') - 1;
@@ -933,7 +934,8 @@ void ComparisonTest::readsUntouchedTablesForTheirPagesOnly()
     const qint64 size = contentsOf(m_before).size();
     const qint64 begin = bytesRead();
     QCOMPARE(differences(), QStringList());
-    // Both files once, to find the pages that differ, and the first again for their owners.
+    // Both files are read once, to find the pages that differ, and the first again to find their
+    // owners.
     constexpr int schemasAndHeaders = 64 * 1024;
     QVERIFY2(bytesRead() - begin <= 3 * size + schemasAndHeaders, "read too much");
 }
@@ -1010,7 +1012,7 @@ void ComparisonTest::findsWhatWasPlanted()
         }
         QStringList found = differences();
         if (planted.value(0).startsWith("before: table")) {
-            // A new default changes the rows that do not store it; whether there are any is chance.
+            // A new default changes the rows that do not store it, if there happen to be any.
             found = found.mid(0, 2);
         }
         QVERIFY2(found == planted, qPrintable(told(seed, planted)));

@@ -20,15 +20,15 @@ GUARD = pathlib.Path(os.environ["MIGRATION_GUARD"])
 KNOWN_VERSIONS = GUARD.parent.parent / "schema-versions.json"
 
 BUBBLEWRAP = "/usr/bin/bwrap"
-# What the scripts of tests that take the program's place are made of.
+# The beginning of the scripts that tests put into the program's place.
 TOOLS = ("dash", "sleep", "touch", "stat", "fallocate", "rm", "sqlite3", "cp", "mkdir", "ls", "env",
          "readlink")
 IDENTIFIER = re.compile(r"\{[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}\}")
 SECONDS = 120
-# A program that is ended within these leaves a journal that has to be rolled back.
+# A program that is killed within these statements leaves a journal that has to be rolled back.
 JOURNAL = ("PRAGMA cache_spill = 1; PRAGMA cache_size = 1; BEGIN;"
            "UPDATE tableVersion SET version = 5; UPDATE growers SET displayName = 'x';")
-# What a damage makes of a database file.
+# The kinds of damage, as functions of a database file's bytes.
 DAMAGES = {
     "junk": lambda content: b"x" * 5000,
     "cut": lambda content: content[:8192],
@@ -40,8 +40,8 @@ DAMAGES = {
 
 
 def contents(path):
-    """Everything that a database holds, without its layout: schema, rows with their row ids, types
-    and values, settings. Identifiers that a run makes up are replaced."""
+    """The whole content of a database, without its layout: schema, rows with their row ids, types
+    and values, settings. Random identifiers of a run are replaced."""
     with closing(sqlite3.connect(path)) as database:
         database.text_factory = bytes
         schema = sorted(database.execute("SELECT type, name, tbl_name, sql FROM sqlite_schema"),
@@ -97,7 +97,7 @@ class GuardedDevice:
             database.executescript(dump_of(version) + extra)
 
     def replace_program(self, script):
-        """Puts a shell script into the program's place. It finds the program as /app/migrator."""
+        """Puts a shell script into the program's place; the program is then /app/migrator."""
         self.program.rename(self.app / "migrator")
         self.program.write_text("#!/usr/bin/dash\n" + script)
         self.program.chmod(0o755)
@@ -120,7 +120,7 @@ class GuardedDevice:
                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
 
     def run(self, *arguments, **options):
-        """Runs the guard; returns its exit status and what it has printed."""
+        """Runs the guard; returns its exit status and its output."""
         return subprocess.run(**self.command(*arguments, **options),
                               capture_output=True, text=True, timeout=SECONDS)
 
@@ -158,7 +158,7 @@ class GuardedDevice:
         return self.record()["lastRun"]
 
     def end_of_last_run(self):
-        """How it ended, without the verdict and what it took."""
+        """How the run ended, without the verdict, the times and the memory."""
         return {name: value for name, value in self.last_run().items()
                 if name not in ("verdict", "software", "measured")}
 
@@ -173,7 +173,8 @@ class GuardedDevice:
 
 
 def leave(device, suffix, statements):
-    """What a program leaves beside the database that is ended within these statements."""
+    """The files that a program leaves beside the database if it is killed within these
+    statements."""
     file = device.databases / f"my.db.sqlite{suffix}"
     with closing(sqlite3.connect(device.database, isolation_level=None)) as database:
         database.executescript(statements)
@@ -191,8 +192,8 @@ def wait_for(path):
 
 @contextmanager
 def guarded_device(*place):
-    """A device in memory, or in the directory that is given: on a disk, each statement of the
-    program waits for it."""
+    """A device in memory, since on a disk each statement of the program waits for the disk; or in
+    the given directory."""
     with scratch_directory(*place) as root:
         os.chmod(root, 0o755)
         yield GuardedDevice(pathlib.Path(root))
@@ -212,7 +213,7 @@ def other_device():
 
 @pytest.fixture(scope="session")
 def expected():
-    """What the program alone makes of a version's database: content and log."""
+    """The content and the log that the program alone leaves of a version's database."""
     known = {}
 
     def of(version, target, **options):

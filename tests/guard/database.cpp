@@ -97,7 +97,7 @@ Database::Database(const QString &path)
         qFatal("%s cannot be opened", qPrintable(path));
     }
     sqlite3_create_collation(m_handle, "unknown", SQLITE_UTF8, nullptr, compareLengths);
-    // Nothing has to outlive the machine. A damaged database may refuse.
+    // The database need not survive a power cut. A damaged one may refuse this.
     sqlite3_exec(m_handle, "PRAGMA synchronous=OFF", nullptr, nullptr, nullptr);
 }
 

@@ -19,7 +19,8 @@ struct Value {
 
 using Row = QVector<Value>;
 
-/// A database that a test makes. Any failure ends the test program: a test's statements are right.
+/// A database that a test makes. Any failure ends the test program, since a test's statements are
+/// right.
 class Database
 {
 public:
@@ -34,7 +35,7 @@ public:
     /// @return the rows of one statement
     QVector<Row> rows(const QByteArray &statement, const Row &bound = {});
 
-    /// @return as rows() does; an error of the statement is one row more that holds its code
+    /// @return the same as rows(); if the statement fails, a last row holds the error's code
     QVector<Row> rowsOrError(const QByteArray &statement);
 
     /// @return how many rows the last statement changed

@@ -1,9 +1,8 @@
-/*
- * Preloaded into a guard and all that it starts, it ends a process at a moment at which others
- * depend on it:
+/* Preloaded into a guard and every process that it starts. It ends a process at a moment when
+ * others depend on it:
  *
  *   FATAL_MOMENT  fork: a guard has just forked; release: bubblewrap is about to let its child go on
- *   FATAL_PLACE   of that guard or bubblewrap: outer; inner, of the guard that the guard has started
+ *   FATAL_PLACE   which guard or bubblewrap: outer; inner, the one that the outer guard has started
  *   FATAL_VICTIM  self: the process that is there; parent: its parent; both: the parent first; none:
  *                 that process makes the file FATAL_FILE and waits a while
  *

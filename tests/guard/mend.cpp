@@ -1,5 +1,5 @@
 // Mends a database, for tests and campaigns: mend DATABASE SCHEMA_VERSIONS
-// Prints what was done as JSON; ends with 1 when nothing could be done.
+// Prints the work done as JSON. Ends with 1 when nothing could be done.
 
 #include "guard/mending.h"
 #include "guard/verdict/version_table.h"

@@ -1,4 +1,4 @@
-"""The processes of a guarded run, and what is left of them."""
+"""The processes of a guarded run, and those that are left after it."""
 
 import ctypes
 import fcntl
@@ -79,7 +79,8 @@ def left_over(seconds=SECONDS_FOR_THE_END):
 
 
 def output_ends(process):
-    """True if the output of an ended process can be read to its end: nobody else has it."""
+    """True if the output of an ended process can be read to its end: no other process has it
+    open."""
     for pipe in (process.stdout, process.stderr):
         end = time.monotonic() + SECONDS_FOR_THE_END
         while select.select([pipe], [], [], max(0, end - time.monotonic()))[0]:
@@ -91,7 +92,7 @@ def output_ends(process):
 
 
 def is_locked(directory):
-    """True if somebody has the guard's lock on it."""
+    """True if a process has the guard's lock on it."""
     descriptor = os.open(directory, os.O_RDONLY)
     try:
         fcntl.flock(descriptor, fcntl.LOCK_EX | fcntl.LOCK_NB)

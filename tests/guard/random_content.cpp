@@ -23,7 +23,7 @@ QByteArray placeholders(int count)
 {
     return QByteArrayList(QVector<QByteArray>(count, "?").toList()).join(", ");
 }
-/// Of ASCII: no other has a case for SQLite.
+/// @return true for an ASCII letter: SQLite knows no letter case of others
 bool isLetter(char byte)
 {
     return (byte | 0x20) >= 'a' && (byte | 0x20) <= 'z';
@@ -254,7 +254,7 @@ void RandomContent::copyRows(Database &original, Database &database, const Table
     for (const Row &row : qAsConst(rows)) {
         insert(database, target, row);
     }
-    // Some go and come back.
+    // Some rows go and come back.
     rows.resize(below(rows.size() + 1));
     for (const Row &row : qAsConst(rows)) {
         database.rows(
@@ -344,7 +344,7 @@ QStringList RandomContent::plantInRows(Database &database, const Table &table)
     if (database.rows("SELECT 1 FROM " + name + " LIMIT 1").isEmpty()) {
         return {}; // the first row of all would start a counter
     }
-    // Below every row that there is: no counter moves.
+    // The new row is below every other, so no counter moves.
     const QByteArray free = table.kind == Kind::NoRowid ? "'free'" : "-7";
     const QByteArray chosen = " WHERE " + table.key() + " = (SELECT " + table.key() + " FROM " +
                               name + " ORDER BY random() LIMIT 1)";

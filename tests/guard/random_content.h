@@ -14,12 +14,12 @@ public:
     /// Fills a new database.
     void make(Database &database);
 
-    /// Fills a new database with the same content by other ways.
-    /// @param original what make() has filled
+    /// Fills a new database with the same content in other ways.
+    /// @param original the database that make() has filled
     void makeAgain(Database &original, Database &database);
 
     /// Changes one thing.
-    /// @return what a comparison has to tell, in the words of the test
+    /// @return the differences that a comparison has to report, in the words of the test
     QStringList plantDifference(Database &database);
 
 private:
@@ -33,7 +33,7 @@ private:
 
         QByteArray quotedName() const;
 
-        /// @return the column that tells a row, empty when none can
+        /// @return the column that identifies a row, empty if there is none
         QByteArray key() const;
     };
 

@@ -24,8 +24,9 @@ void RecordedVersionTest::recordedVersion_data()
     QTest::newRow("a number of more than 32 bits")
         << table + "INSERT INTO tableVersion VALUES('mainSqlDb', 4294967330)"
         << "4294967330";
-    QTest::newRow("of another table") << table + "INSERT INTO tableVersion VALUES('another', 34)"
-                                      << "no version";
+    QTest::newRow("the version of another table")
+        << table + "INSERT INTO tableVersion VALUES('another', 34)"
+        << "no version";
     QTest::newRow("NULL") << table + "INSERT INTO tableVersion VALUES('mainSqlDb', NULL)"
                           << "no version";
     QTest::newRow("no row") << table << "no version";

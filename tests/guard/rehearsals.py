@@ -1,4 +1,5 @@
-"""What the tests of rehearsals share: a rehearsal, and telling that a device is untouched."""
+"""The parts that the tests of rehearsals share: a rehearsal, and a check that nothing was
+touched."""
 
 import json
 import os
@@ -29,7 +30,7 @@ def rehearse(device, *arguments, **options):
 
 
 class Untouched:
-    """Every file below a directory, with all that the system tells of it."""
+    """Every file below a directory, with its content and what the system knows of it."""
 
     def __init__(self, root):
         self.root = root
@@ -37,7 +38,8 @@ class Untouched:
         self.contents = self.read()
         for path in self.paths:
             if not path.is_symlink():
-                # The system notes a reading when the last one is older than the last change.
+                # The system records a time of access only if the last one is older than the last
+                # change.
                 os.utime(path, (OLD, path.stat().st_mtime))
         self.states = [self.state(path) for path in self.paths]
 
@@ -46,7 +48,8 @@ class Untouched:
         status = path.lstat()
         found = [status.st_ino, status.st_mode, status.st_uid, status.st_gid, status.st_nlink,
                  status.st_size, status.st_mtime_ns, status.st_ctime_ns]
-        # A link is followed by whoever looks at what it leads to, and the guard is started.
+        # Reading through a link changes the link's time of access, and starting the guard changes
+        # the guard's.
         if not path.is_symlink() and path.name != "migration-guard":
             found.append(status.st_atime_ns)
         return path, found
@@ -56,7 +59,7 @@ class Untouched:
                 if stat.S_ISREG(path.lstat().st_mode)}
 
     def check(self):
-        """Fails when a file, a byte or a time is another one."""
+        """Fails if a file, a byte or a time has changed."""
         states = [self.state(path) if os.path.lexists(path) else path for path in self.paths]
         changed = [(before, after) for before, after in zip(self.states, states)
                    if before != after]

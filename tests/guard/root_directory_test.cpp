@@ -47,8 +47,8 @@ void RootDirectoryTest::resolvesLinksAsInside_data()
                               << "/";
     QTest::newRow("a relative link") << "/lib/app"
                                      << "/usr/lib/app";
-    QTest::newRow("an absolute one, which begins inside") << "/lib/app/databases"
-                                                          << "/data/databases";
+    QTest::newRow("an absolute link begins inside the other root") << "/lib/app/databases"
+                                                                   << "/data/databases";
     QTest::newRow("what is missing stays") << "/lib/app/databases/my.db"
                                            << "/data/databases/my.db";
     QTest::newRow("links in a row") << "/app/databases"

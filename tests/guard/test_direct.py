@@ -1,4 +1,5 @@
-"""Where guarding is impossible the program is run directly, or not at all with --strict."""
+"""Where guarding is impossible, the guard runs the program directly, or not at all with
+--strict."""
 
 import os
 import shutil
@@ -29,7 +30,7 @@ def bubblewrap(device, script):
 
 
 def direct_run(device, reason, **options):
-    """Runs the guard, which cannot guard; first strictly."""
+    """Runs the guard where it cannot guard: first with --strict, then without."""
     def files():
         return {path.name: path.read_bytes() for path in device.databases.iterdir()
                 if path.is_file() and not path.name.startswith("lastMigration")}
@@ -76,7 +77,7 @@ def test_as_an_ordinary_user(device, expected):
 
 
 def test_as_root_where_user_namespaces_are_switched_off(device, expected):
-    """Root needs no user namespace. The test switches them off in one of its own."""
+    """Root needs no user namespaces. The test switches them off inside a namespace of its own."""
     device.install(1)
     switch_off = 'echo 0 >/proc/sys/user/max_user_namespaces && exec "$@"'
     command = device.command("run", NEWEST)
@@ -94,7 +95,7 @@ def test_no_database_yet(device, other_device):
     other_device.run_program(NEWEST)
     assert device.log() == other_device.log()
     assert device.last_run()["reason"] == "no-database"
-    # What the program has made of its reference data records no version.
+    # The database that the program has made from its reference data records no version.
     assert device.migrate(NEWEST) == 3
     assert device.last_run()["reason"] == "target-missed"
 
@@ -128,7 +129,7 @@ def test_no_directory_for_databases(device, take_away):
 @pytest.mark.parametrize("target, changed", [
     ("../elsewhere.sqlite", True), ("/not/mounted/my.db.sqlite", False), ("my.db.sqlite", False)])
 def test_a_broken_link_in_the_place_of_the_database(device, other_device, target, changed):
-    """To a file that can be made, to a directory that is missing, to itself."""
+    """The database is a link to a file that can be made, to a missing directory, or to itself."""
     for each in (device, other_device):
         each.database.symlink_to(target)
     assert device.migrate(NEWEST, "--strict") == 3
@@ -193,7 +194,8 @@ def test_nothing_writable(device):
 
 
 def on_small_disk(device, size):
-    """The databases on a file system of this size; the run is one of a shell that looks at it."""
+    """Options that put the databases on a file system of this size, where a shell runs the
+    guard."""
     return (f"--size {size} --tmpfs /small --symlink /small/databases /app/linked "
             "--ro-bind /usr/bin/dash /usr/bin/dash")
 
@@ -210,7 +212,8 @@ cp /small/databases/* /app/databases/
 
 @pytest.fixture
 def small(device):
-    """A device whose databases are on a small disk; returns what runs the guard there."""
+    """A device whose databases are on a small disk; returns a function that runs the guard
+    there."""
     second = device.app / "second"
     second.mkdir()
     for name in ("refMachines.sql", "refProducts.sql", "quillmoor"):
@@ -238,7 +241,8 @@ SIZES = [340_000, 600_000, 800_000, 900_000, 1_200_000, 1_500_000, 1_800_000, 2_
 @pytest.mark.parametrize("mode", ["delete", "wal"])
 @pytest.mark.parametrize("size", SIZES)
 def test_room_on_the_database_partition(device, expected, small, size, mode):
-    """With the kept database, else without it, else nothing: the old database or the new one."""
+    """With enough room the database is kept; with less it is not; with too little nothing
+    changes."""
     device.install(1, mode=mode)
     before = device.contents()
     status, output = small(size)
@@ -254,7 +258,7 @@ def test_room_on_the_database_partition(device, expected, small, size, mode):
     assert (status == 0, kept) == (size >= changes_from, size >= 1_200_000), output
 
 
-# A database of which a walk changes little.
+# A database in which a walk changes little.
 LARGE = "CREATE TABLE ballast AS SELECT zeroblob(12000000) AS a;"
 
 
@@ -296,7 +300,7 @@ def test_a_note_that_cannot_be_written_is_not_lack_of_room(device):
 
 
 def test_a_copy_that_cannot_be_written_is_no_reason_for_a_direct_run(device):
-    """No file may be larger than 100 kB: neither lack of room nor a database that is damaged."""
+    """No file may be larger than 100 kB. That is not reported as lack of room or as damage."""
     device.install(1)
     before = device.contents()
     shell = device.app / "shell"

@@ -1,6 +1,7 @@
 """Faults at the guard's own operations on the disk: the old database or the new one is left.
 
-The next run ends like an undisturbed one. A sample; every operation in a campaign."""
+The next run ends like an undisturbed one. The suite tries a sample of the operations, a campaign
+all."""
 
 import os
 import pathlib
@@ -14,7 +15,7 @@ from support.versions import NEWEST
 SHIM = pathlib.Path(os.environ["FAULT_SHIM"])
 MOMENTS = pathlib.Path(os.environ["FATAL_MOMENTS"])
 WHOLE = "CAMPAIGN" in os.environ
-# More than a walk has; a fault beyond the last operation disturbs nothing.
+# More operations than a walk has: a fault beyond the last one disturbs nothing.
 OPERATIONS = 400
 STRIDE = 1 if WHOLE else 100
 ACTIONS = ("kill", "half", "EIO", "ENOSPC", "short")
@@ -23,7 +24,7 @@ PROGRAM = 'exec env -u LD_PRELOAD -u FAULT_AT -u FAULT_ACTION -u FAULT_FOREVER /
 
 
 class FaultyDevice:
-    """A device that begins again and again with the same files."""
+    """A device that begins every run with the same files."""
 
     def __init__(self, device: GuardedDevice, version, target, mode, extra="", options=()):
         self.device = device
@@ -51,7 +52,7 @@ class FaultyDevice:
     def run(self, **switches):
         options = " ".join(f"--setenv {name} {value}" for name, value in switches.items())
         if switches:
-            # The inner guard could not kill itself without the second one.
+            # Without the second library the inner guard could not kill itself.
             options += " --setenv LD_PRELOAD /app/shim.so:/app/moments.so"
         run = self.device.run("run", *self.arguments, "--wait", 2, options=options)
         self.said = run.stderr
@@ -79,7 +80,7 @@ class FaultyDevice:
             assert contents(device.kept) == self.old, what
 
 
-# What a cut step has left, all of which can be mended.
+# The copies that a cut step has left; all of them can be mended.
 CUT = ("CREATE TABLE growers_temp AS SELECT * FROM growers;"
        "PRAGMA legacy_alter_table = ON; ALTER TABLE farms RENAME TO farms_temp;")
 WALKS = {"forward": (1, NEWEST, "delete"), "back": (NEWEST, 1, "delete"),
@@ -104,7 +105,7 @@ def test_a_fault_leaves_the_old_database_or_the_new_one(faulty, action, forever)
 
 
 def test_a_commit_whose_end_is_not_known_is_settled_by_the_next_run():
-    """The disk fails for good while the database is written: nobody can say what it holds."""
+    """The disk fails for good while the database is written: its content is unknown."""
     with guarded_device() as device:
         faulty = FaultyDevice(device, *WALKS["forward"])
         for number in range(240, OPERATIONS, 8):

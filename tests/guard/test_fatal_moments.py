@@ -1,4 +1,4 @@
-"""Processes that end while others depend on them: nothing that is left waits for ever."""
+"""Processes that end while others depend on them: no process that is left waits forever."""
 
 import os
 import shutil
@@ -10,7 +10,7 @@ from processes import guards_of, is_locked, left_over, output_ends, parent_of_or
 from support.versions import NEWEST
 
 SECONDS_OF_WAITING = 3
-# What is killed at which moment: fatal_moments.c has them.
+# Which process is killed at which moment; see fatal_moments.c.
 MOMENTS = [
     pytest.param("fork", "outer", "self", id="the outer guard, when it has forked"),
     pytest.param("fork", "inner", "self", id="the inner guard, when it has forked"),
@@ -29,7 +29,7 @@ def start(device, moment, place, victim, *arguments, **options):
 
 
 def ends_whole(device, process):
-    """Waits for the end of a run that was killed, and checks that nothing of it is left."""
+    """Waits for the end of a run that was killed, and checks that no process of it is left."""
     assert output_ends(process)
     status = process.wait(SECONDS)
     assert left_over() == []
@@ -54,7 +54,7 @@ def test_nothing_is_left(device, expected, moment, place, victim, staging):
 
 
 def test_nothing_is_left_when_the_second_bubblewrap_is_about_to_let_its_child_go(device):
-    """The outer guard is killed then. The kernel ends the rest, with staging."""
+    """If the outer guard is killed at that moment, the kernel ends the rest and removes staging."""
     device.install(NEWEST)
     with parent_of_orphans():
         process = start(device, "release", "inner", "none")
@@ -64,7 +64,7 @@ def test_nothing_is_left_when_the_second_bubblewrap_is_about_to_let_its_child_go
 
 
 def test_what_is_left_when_two_are_killed_in_one_moment(device):
-    """A process that waits for ever, and that nobody has to wait for."""
+    """A process that waits forever; no other process waits for it."""
     device.install(NEWEST)
     with parent_of_orphans():
         process = start(device, "release", "outer", "both")

@@ -22,7 +22,7 @@ PLACES = {"/app/databases": "directory", "/app/databases/my.db.sqlite": "databas
 
 
 def operations(device, *arguments):
-    """What the guard itself does to the files beside the database, repeated writes as one."""
+    """The guard's own operations on the files beside the database; repeated writes count as one."""
     trace = device.app / "trace"
     # Under strace the sanitizer cannot look for leaks.
     options = ("--ro-bind /usr/bin/strace /usr/bin/strace"

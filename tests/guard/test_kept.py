@@ -1,4 +1,4 @@
-"""The database of before that is kept, and bringing it back."""
+"""Keeping the database of before, and bringing it back."""
 
 import json
 import shutil
@@ -44,7 +44,7 @@ def test_it_is_replaced_only_after_a_run_that_ended_well(device):
     device.install(24, "CREATE TABLE fields_temp (a);")
     whole = device.contents()
     assert device.migrate(26) == 4
-    # An ordinary boot does not make the database one that is in order.
+    # An ordinary boot does not put the database in order.
     assert device.migrate(26) == 0
     device.sql("DROP TABLE fields_temp")
     assert device.migrate(30) == 0
@@ -130,7 +130,7 @@ def test_one_that_a_cut_after_the_commit_has_left_gets_its_name(migrated):
 
 
 def cut_after_the_commit(device, names):
-    """The note of a run that was cut off between its commit and its end."""
+    """Writes the note of a run that was cut between its commit and its end."""
     device.note.write_text(json.dumps(
         {"staging": "memory", "failed": False, "boot": "another", "schemaCookie": -2,
          "poolFiles": names}))
@@ -245,7 +245,7 @@ def test_an_empty_database_does_not_come_back(migrated):
 
 
 def test_a_restore_ends_the_note_of_a_run_that_was_cut(migrated):
-    """The note names files in the pool; without its commit they stay."""
+    """The note names files in the pool. They stay if the run was not committed."""
     cookie = migrated.rows("PRAGMA schema_version")[0][0]
     migrated.note.write_text(json.dumps({"staging": "memory", "boot": "another",
                                          "schemaCookie": cookie, "poolFiles": ["readme.txt"]}))

@@ -10,10 +10,10 @@ from support.versions import NEWEST
 SCHEMA = json.loads((ROOT / "docs" / "last-migration.schema.json").read_text())
 jsonschema.Draft202012Validator.check_schema(SCHEMA)
 CHANGES = 20
-# Of each list of a verdict.
+# The most entries of each list in a verdict.
 ENTRIES = 1000
 TABLES = ENTRIES + 200
-# That a program can have.
+# The most versions that a program can have.
 MOST_VERSIONS = 1000
 
 
@@ -89,7 +89,7 @@ def test_what_was_measured(device):
 
 
 def test_a_record_that_the_next_run_can_read(device):
-    """What counts comes first; what is left out is counted."""
+    """Findings that count come first; those that are left out are counted."""
     names = [f"t{number}" for number in range(TABLES)]
     device.install(NEWEST, "BEGIN;" + "".join(
         f"CREATE TABLE {name} (a); INSERT INTO {name} VALUES (1);" for name in names) + "COMMIT;")

@@ -4,8 +4,8 @@ import pytest
 from conftest import contents
 from support.versions import NEWEST
 
-# What step 25 can leave when it is cut: a copy too many, one in the table's place, and a table
-# that has lost rows which the copy has.
+# Copies that step 25 can leave when it is cut: one beside the whole table, one in the table's
+# place, and one with rows that the table has lost.
 CUT = ("CREATE TABLE growers_temp AS SELECT * FROM growers;"
        "PRAGMA legacy_alter_table = ON; ALTER TABLE farms RENAME TO farms_temp;"
        "CREATE TABLE fields_temp AS SELECT * FROM fields;"
@@ -58,9 +58,9 @@ def test_a_mended_walk_ends_as_an_undisturbed_one(device, other_device, expected
         mended("growers_temp", "growers", "copy-removed", rows["growers"], 0,
                "growers_temp, a copy that a cut run had left, was removed: its "
                f"{rows['growers']} rows are all in growers")]
-    # What came back was there when the program began.
+    # The rows were back when the program began.
     assert verdict["tables"] == undisturbed["tables"]
-    # The database of before is the one that there was.
+    # The database of before is kept as it was, without the mending.
     assert contents(device.kept) == before
 
 

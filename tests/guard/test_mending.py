@@ -1,4 +1,4 @@
-"""What mending makes of the copies that cut steps leave, and that no row is lost."""
+"""Mending handles each kind of copy that a cut step leaves, and loses no row."""
 
 import json
 import os
@@ -29,7 +29,7 @@ DEVICES = 4000 if CAMPAIGN else 140
 REMOVED, NAMED, RETURNED, REPORTED = "copy removed", "name given", "rows returned", "reported"
 BOTH_LACK = "the table and the copy each have rows that the other one lacks"
 
-# Version 2 makes a table again: it gets the key b, c loses its fraction, and d goes. Version 3
+# Version 2 re-creates a table: it gets the key b, c loses its fraction, and d goes. Version 3
 # renames x. Version 4 has w in place of v.
 SMALL_VERSIONS = {
     "format": 1, "newest": 4,
@@ -68,7 +68,8 @@ def mend(database, versions=SCHEMA_VERSIONS):
 
 @pytest.fixture
 def mended(tmp_path):
-    """Mends a database of statements: what was done, and what it is then."""
+    """Makes a database from statements and mends it. Returns the work done and the database's
+    content."""
     versions = tmp_path / "versions.json"
     versions.write_text(json.dumps(SMALL_VERSIONS))
     database = tmp_path / "database.sqlite"
@@ -86,7 +87,7 @@ def mended(tmp_path):
 
 
 def content(database):
-    """The definitions and the rows of a database; where a row is counts too."""
+    """The definitions and the rows of a database, with the rows' places."""
     with closing(sqlite3.connect(database)) as connection:
         connection.text_factory = bytes
         objects = connection.execute(
@@ -355,7 +356,7 @@ def test_all_or_nothing_is_kept_when_there_is_no_room(tmp_path):
             INSERT INTO farms_temp (id, displayName, growerId, originalName)
                 SELECT number + 1000, 'farm', 1, hex(zeroblob(2000)) FROM numbers;""")
     before = content(database)
-    # A write beyond the limit fails, since Python has its signal ignored.
+    # A write beyond the limit fails instead of ending the process: Python ignores the signal.
     run = subprocess.run(["prlimit", f"--fsize={database.stat().st_size + 8192}", MEND, database,
                           SCHEMA_VERSIONS], capture_output=True, timeout=120, restore_signals=False)
     assert json.loads(run.stdout) == {"error": "disk I/O error", "mendings": []}
@@ -405,17 +406,17 @@ def plant(chance, database):
 
 
 def objects_beside(database, copies):
-    """The definitions of all that is not of a copy and does not name one."""
+    """The definitions of everything that neither belongs to a copy nor names one."""
     return {row for row in database.execute("SELECT type, name, tbl_name, sql FROM sqlite_schema")
             if not any(copy in repr(row).lower() for copy in copies)}
 
 
 def damages(path):
-    """What SQLite's check finds in a database.
+    """The results of SQLite's check of a database.
 
-    The check does not look for pages that nothing uses when a view or a virtual table, which has no
-    page, comes first in SQLite's own list of tables. A new name changes that list. So whatever has
-    no page is removed before, from a copy.
+    The check does not look for unused pages when a view or a virtual table, which has no page,
+    comes first in SQLite's own list of tables. A new name changes that list. So everything without
+    a page is removed from a copy first.
     """
     with scratch_directory() as folder:
         copy = folder / "copy"
@@ -430,7 +431,7 @@ def damages(path):
 
 
 def test_damages_are_found_although_sqlite_would_not_look_for_them(tmp_path):
-    """A page that nothing uses, in a database in which a view comes first."""
+    """An unused page, in a database where a view comes first."""
     path = tmp_path / "database.sqlite"
     with closing(sqlite3.connect(path, isolation_level=None)) as database:
         database.executescript("CREATE TABLE t (a); CREATE TABLE forgotten (a);"
@@ -456,7 +457,7 @@ def test_no_row_is_lost_on_random_devices(tmp_path, first):
                 for _ in range(chance.randint(1, 4)):
                     plant(chance, database)
         except (sqlite3.Error, MemoryError, TypeError):
-            pass  # It is mended as it is.
+            pass  # The device is mended with what was planted before.
         before.write_bytes(device.database)
         shutil.copy(before, after)
         answer = mend(after)

@@ -1,4 +1,4 @@
-"""Something else than a file where the guard expects one: nothing hangs, nothing breaks."""
+"""Where the guard expects a file there is something else: nothing hangs, nothing breaks."""
 
 import json
 import os

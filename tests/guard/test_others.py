@@ -1,4 +1,4 @@
-"""Somebody else reads, writes, holds or replaces the database before, during and after a run."""
+"""Another process reads, writes, locks or replaces the database before, during and after a run."""
 
 import sqlite3
 import time
@@ -8,7 +8,7 @@ import pytest
 from conftest import contents, wait_for
 from support.versions import NEWEST
 
-# The program does its work, then the test has its turn before the guard commits.
+# The program does its work. Then the test can act before the guard commits.
 PAUSED = """
 /app/migrator "$@"
 touch /app/waiting
@@ -22,7 +22,7 @@ def write(device, value):
 
 
 def paused_run(device, *turns, arguments=()):
-    """Runs the guard; before each commit the test has its turn. Returns the run's output."""
+    """Runs the guard; before each commit the test can act. Returns the run's output."""
     process = device.start("run", NEWEST, *arguments)
     for turn in turns:
         wait_for(device.app / "waiting")
@@ -129,7 +129,7 @@ def test_a_lock_that_stays_at_the_commit_changes_nothing(paused, lock):
     assert status == 3
     assert paused.last_run()["reason"] == "locked"
     assert (paused.contents(), paused.log(), paused.kept.exists()) == (before, "", False)
-    # The next run is not sent to the disk for it.
+    # It does not make the next run work on the disk.
     assert not paused.note.exists()
 
 
@@ -211,7 +211,7 @@ def test_the_second_guard_waits_for_the_first(device):
 
 
 def test_two_links_have_one_lock(paused):
-    """Two application directories whose databases are one."""
+    """Two application directories that share one database."""
     second = paused.app / "second"
     second.mkdir()
     for name in ("migrator", "migration-guard"):
@@ -292,7 +292,7 @@ def test_an_ordinary_boot_does_not_write_to_a_write_ahead_database(device):
 
 
 def test_an_ordinary_boot_leaves_a_write_ahead_log_as_it_is(device):
-    """What another process has left in its log when it died stays there."""
+    """The content that another process left in its write-ahead log when it died stays there."""
     device.install(NEWEST, mode="wal")
     for _ in range(2):
         assert device.migrate(NEWEST) == 0

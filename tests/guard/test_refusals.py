@@ -1,5 +1,5 @@
-"""The program is not started on a newer database, nor where the library cannot run every step, nor
-where mending was asked for and has failed."""
+"""The program is not started on a newer database, with a library that cannot run every step, or
+after a requested mending has failed."""
 
 import os
 import shutil
@@ -15,7 +15,7 @@ FALL_BACK = ("run", NEWEST, "--fall-back", "--wait", "2")
 
 
 def forget(device, newest):
-    """The program is one that knows only these versions."""
+    """Makes the program one that knows only the versions up to this one."""
     file = device.app / "schema-versions.json"
     text = file.read_text()
     file.write_text(text.replace(f'"newest": {NEWEST}', f'"newest": {newest}'))
@@ -28,7 +28,7 @@ def make_newer(device):
 
 @pytest.fixture
 def newer(device):
-    """A database of a newer program, and the kept one of before its migration."""
+    """A database of a newer program, and the kept database of before its migration."""
     device.install(NEWEST - 1)
     assert device.migrate(NEWEST) == 0
     device.before = contents(device.kept)

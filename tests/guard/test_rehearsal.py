@@ -1,4 +1,4 @@
-"""A rehearsal tells what a run then does, to the word, and touches nothing."""
+"""A rehearsal predicts a run word for word, and touches nothing."""
 
 import json
 import os
@@ -53,7 +53,7 @@ def without_rows(verdict):
 
 
 def rehearse_into(device, out, *arguments):
-    """Rehearses; returns how it ended and what it has made of the database."""
+    """Rehearses; returns how it ended and the resulting database."""
     result = out / "result.sqlite"
     result.unlink(missing_ok=True)
     done = rehearse(device, *arguments, "--result", "/out/result.sqlite",
@@ -66,7 +66,7 @@ def common(report):
 
 
 def lines_of(log):
-    """The lines of a log, without identifiers that a run makes up."""
+    """The lines of a log, without the random identifiers of a run."""
     return IDENTIFIER.sub("{}", log).split("\n")
 
 
@@ -77,9 +77,9 @@ def predicted(done):
 
 
 def ended(device, run, earlier=b""):
-    """The same of the run itself.
+    """The same results from the run itself.
 
-    earlier: the log of before, None where it is no file: then a run does without it.
+    earlier: the log of before; None where it is no file, and a run does without it
     """
     last = device.last_run()
     log = None
@@ -90,7 +90,7 @@ def ended(device, run, earlier=b""):
 
 
 def has_same_content(result, database):
-    """Of a damaged page SQLite can read bytes that are no part of it: each time other ones."""
+    """From a damaged page SQLite can read bytes outside the page, which differ every time."""
     has_database = database.is_file() and database.stat().st_size > 0
     if not result.exists() or not has_database:
         return result.exists() == has_database
@@ -191,7 +191,7 @@ ROOM += [(size, "delete", test_direct.LARGE, strict)
 
 @pytest.mark.parametrize("size, mode, extra, strict", ROOM)
 def test_room_on_the_device(device, small, monkeypatch, size, mode, extra, strict):  # noqa: F811
-    """The copies have more room than the device."""
+    """The device has less room than the copies of a rehearsal."""
     rehearsal = "/app/second/migration-guard rehearse --json=/app/report \"$@\" 2>/dev/null\n"
     monkeypatch.setattr(test_direct, "SHELL", test_direct.SHELL.replace(
         "/app/second/migration-guard run", f"{rehearsal}/app/second/migration-guard run"))
@@ -203,7 +203,7 @@ def test_room_on_the_device(device, small, monkeypatch, size, mode, extra, stric
 
 
 def differences_of(device, files, target, done, result):
-    """What of the run is not as it was rehearsed."""
+    """The parts of the run that differ from the rehearsal."""
     device.fill(files)
     earlier = b""
     if os.path.lexists(device.log_file):
@@ -213,7 +213,7 @@ def differences_of(device, files, target, done, result):
         return []
     expected, found = predicted(done), ended(device, run, earlier)
     if earlier is None or (run.returncode == 3 and found["log"] == [""]):
-        # A log that cannot be written, or that of a result that is not kept.
+        # The log cannot be written, or the result was not kept.
         expected["log"] = found["log"]
     differences = [name for name in found if found[name] != expected[name]]
     if run.returncode != 3 and not has_same_content(result, device.database):

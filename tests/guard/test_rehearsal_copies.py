@@ -26,7 +26,7 @@ PAIR = "".join(
     for table in ("left_side", "right_side"))
 # Reading it takes longer than a transaction does.
 BALLAST = "CREATE TABLE ballast AS SELECT zeroblob(30000000) AS a;"
-# A program of its own: this one loses its locks when it reads the file.
+# A separate program: this one loses its locks when it reads the file.
 HOLDER = """
 import sqlite3, sys
 connection = sqlite3.connect(sys.argv[1], isolation_level=None)
@@ -39,7 +39,7 @@ sys.stdin.read()
 
 @contextmanager
 def holder(database, *statements):
-    """Another program that has run these statements on the database, and has it open."""
+    """Another program, which has run these statements on the database and keeps it open."""
     with subprocess.Popen([sys.executable, "-c", HOLDER, database, *statements],
                           stdin=subprocess.PIPE, stdout=subprocess.PIPE) as process:
         assert process.stdout.readline() == b"ready\n"
@@ -130,7 +130,7 @@ def test_one_that_is_about_to_write_holds_nothing_up(device, mode):
 
 @pytest.mark.parametrize("mode, suffix", [("delete", "-journal"), ("wal", "-wal")])
 def test_read_only_media(device, mode, suffix):
-    """A file system that nobody can write to, with what a crash has left."""
+    """A read-only file system, with the files that a crash has left."""
     device.install(20, PAIR, mode=mode)
     leave(device, suffix, "PRAGMA cache_spill = 1; PRAGMA cache_size = 1; BEGIN;"
                           "UPDATE left_side SET b = 'x'; UPDATE tableVersion SET version = 21;"
@@ -146,7 +146,7 @@ def test_read_only_media(device, mode, suffix):
 
 
 def test_a_database_that_keeps_changing_is_given_up(device):
-    """By a program that knows no lock."""
+    """Another program writes without a lock."""
     device.install(33, PAIR)
     # Reading takes longer than changing.
     os.truncate(device.database, 64 << 20)

@@ -1,4 +1,4 @@
-"""What a rehearsal reports, of databases that need no device too."""
+"""The reports of rehearsals, also of databases without a device."""
 
 import json
 import os
@@ -35,7 +35,7 @@ def make(path, version, extra=""):
 
 
 def rehearse_here(*arguments, environment=None):
-    """On a service computer: this one."""
+    """Rehearses as on a service computer, which is this one."""
     return Rehearsed(subprocess.run(
         [GUARD, "rehearse", *map(str, arguments), "--json", "--program", PROGRAM],
         capture_output=True, text=True, stdin=subprocess.DEVNULL,
@@ -85,7 +85,7 @@ def test_steps_that_fail_have_the_words_of_the_log(tmp_path):
 
 
 def test_the_way_back(tmp_path):
-    """Version 27 takes a column away, which going back makes again without its values."""
+    """Version 27 takes a column away. Going back makes the column again, without its values."""
     path = make(tmp_path / "a.sqlite", 26)
     report = rehearse_here(27, path).report
     back = report["wayBack"]
@@ -98,14 +98,14 @@ def test_the_way_back(tmp_path):
 
 
 def numbers(findings):
-    """By code and purpose, of what an independent count can tell."""
+    """The findings that an independent count can confirm, by code and purpose."""
     return {(finding["code"], finding["onPurpose"]):
             {**finding["numbers"], "before": finding["before"]} for finding in findings}
 
 
 @pytest.mark.parametrize("version", [1, 8, 16, 26, 31])
 def test_every_number_is_that_of_an_independent_count(tmp_path, version):
-    """There, and on the way back, which is walked a second time to be counted."""
+    """Counts the walk there and the walk back. The walk back is done a second time for that."""
     path = make(tmp_path / "before.sqlite", version)
     there, back = tmp_path / "there.sqlite", tmp_path / "back.sqlite"
     report = rehearse_here(NEWEST, path, "--result", there).report
@@ -174,7 +174,7 @@ def test_several_databases_have_a_line_each_in_their_order(tmp_path):
 
 
 def test_one_of_several_that_is_ended(tmp_path):
-    """The others go on, and it has its line."""
+    """The other rehearsals go on, and this one has its line."""
     paths = [make(tmp_path / name, 33) for name in ("1.sqlite", "2.sqlite", "3.sqlite")]
     program = tmp_path / "program"
     program.write_text(f"#!/bin/sh\n[ ! -e {tmp_path}/wait ] || sleep 1000\n{PROGRAM} \"$@\"\n")

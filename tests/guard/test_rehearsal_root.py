@@ -1,4 +1,4 @@
-"""The program of another root file system is rehearsed on this device's database."""
+"""A rehearsal runs the program of another root file system on this device's database."""
 
 import json
 import os
@@ -11,7 +11,7 @@ from rehearsals import Untouched, rehearse
 from support.places import DEMO
 from support.versions import NEWEST
 
-# The other system's libraries are this one's, but they are at no other place than there.
+# The other system has this one's libraries, but only below its own root.
 LIBRARIES = ("--ro-bind /usr/lib /other/usr/lib --ro-bind-try /usr/lib64 /other/usr/lib64 "
              + " ".join(f"--ro-bind /usr/bin/{tool} /other/usr/bin/{tool}" for tool in TOOLS))
 LOSING = """/app/migrator "$@"
@@ -31,7 +31,7 @@ class OtherRoot:
         for name in ("lib", "lib64", "bin"):
             (path / name).symlink_to(f"usr/{name}")
         for tool in TOOLS:
-            # Something to mount on.
+            # A place to mount on.
             (path / "usr" / "bin" / tool).touch()
         shutil.copy2(PROGRAM, self.app)
         shutil.copy(KNOWN_VERSIONS, self.app)
@@ -92,7 +92,7 @@ def test_the_other_program_on_this_database(device, other, arrange):
     assert report["given"] == {"platform": "TORVIK", "softwareVersion": "9.9.9"}
     assert report["assumed"] == []
     assert report["database"]["path"] == "/app/databases/my.db.sqlite"
-    # The device's own program is what ends otherwise.
+    # Without the option the device's own program is what ends.
     assert rehearse(device, NEWEST).report["reason"] == "program-broken"
 
 

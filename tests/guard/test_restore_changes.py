@@ -1,4 +1,4 @@
-"""What `restore` prints of what it is going to change."""
+"""The changes that `restore` prints before it makes them."""
 
 import shutil
 import sqlite3
@@ -12,7 +12,7 @@ LAST = "The next start migrates again unless the image changes."
 
 @pytest.fixture
 def changes(device):
-    """Makes the kept database and the current one, and returns what is printed in between."""
+    """Makes the kept database and the current one, and returns the lines about their changes."""
     def of(kept, current, settings=""):
         with closing(sqlite3.connect(device.database, isolation_level=None)) as database:
             database.executescript(settings + kept)

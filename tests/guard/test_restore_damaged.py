@@ -1,4 +1,4 @@
-"""Bringing the kept database back where the current one cannot be read any more."""
+"""Bringing the kept database back when the current one can no longer be read."""
 
 import fcntl
 import shutil

@@ -38,7 +38,8 @@ def test_a_kill_leaves_the_old_file_or_the_kept_database(damage):
             if status == 0:
                 outcomes.add("whole")
             elif "cannot be read" in run.stdout:
-                # What a kill leaves in a journal is rolled back by whoever opens it next.
+                # The next process that opens the database rolls back the journal that a kill
+                # leaves.
                 with closing(sqlite3.connect(device.database)) as database:
                     try:
                         database.execute("SELECT count(*) FROM sqlite_schema").fetchone()

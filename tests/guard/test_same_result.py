@@ -1,4 +1,5 @@
-"""Random and damaged devices end the same, guarded and direct: a sample, all in a campaign."""
+"""Random and damaged devices end in the same way guarded and direct: a sample; all in a
+campaign."""
 
 import os
 import random
@@ -23,7 +24,7 @@ LOG = "app/databases/sqlMigrationErrorLog.txt"
 
 
 class RandomDevice(GuardedDevice):
-    """A device of a seed."""
+    """The device that a seed makes."""
 
     def __init__(self, root):
         self.root = root
@@ -38,20 +39,20 @@ class RandomDevice(GuardedDevice):
             shutil.copy2(file, self.app)
 
     def result(self):
-        """What the run has left: content, log and pool."""
+        """The content, log and pool that the run has left."""
         return {"content": contents(self.root / DATABASE), "log": text(self.root / LOG),
                 "pool": sorted(path.name for path in (self.root / "pool").iterdir())}
 
 
 def text(path):
-    """The text of a file; None of anything else, which might never end."""
+    """The text of a file; None if it is no file, since reading that might never end."""
     if not path.is_file():
         return None
     return IDENTIFIER.sub("{}", path.read_text(encoding="utf-8", errors="replace"))
 
 
 def contents(path):
-    """As far as it can be read, with the errors on the way."""
+    """The content as far as it can be read, with the errors on the way."""
     if not path.is_file():
         return None
     found = []
@@ -98,7 +99,7 @@ def pair():
 
 
 def target_of(device, seed):
-    """The case's target, where the guard would take it for one."""
+    """The case's target, if the guard would accept it."""
     argument = device.arguments[0] if device.arguments else b""
     if argument.isdigit() and len(argument) <= 6 and int(argument) >= 1:
         return int(argument)
@@ -112,9 +113,9 @@ def run_directly(device, files, target):
 
 
 def is_chance(device, files, target, outcome):
-    """Whether the program alone can end like this, or ends differently from run to run.
+    """True if the program alone can end like this, or ends differently from run to run.
 
-    In a damaged page SQLite can read bytes that are no part of it.
+    From a damaged page SQLite can read bytes outside the page.
     """
     first = run_directly(device, files, target)
     return outcome == first or any(run_directly(device, files, target) != first
@@ -133,8 +134,8 @@ def test_guarded_and_direct_end_the_same(pair, first):
         assert run.returncode in (0, 3, 4), (seed, run.stderr)
         outcome = guarded.result()
         if "commit-failed" in run.stderr:
-            # SQLite cannot make its journal there. Alone the program tries every statement;
-            # the guard leaves that to the next start.
+            # SQLite cannot make its journal there. The program alone tries every statement; the
+            # guard changes nothing and leaves it to the next start.
             direct.fill(made.files)
             expected = direct.result()
         elif "newer-than-program" in run.stderr:

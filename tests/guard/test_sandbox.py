@@ -1,4 +1,4 @@
-"""The place where the program runs: its own paths, none of the guard's, an end with the guard."""
+"""The program's sandbox: it has the program's own paths, none of the guard's, and ends with it."""
 
 import os
 import shutil
@@ -15,7 +15,7 @@ from support.versions import NEWEST
 
 # The moments at which runs are killed, spread over a whole one.
 MOMENTS = 120 if "CAMPAIGN" in os.environ else 8
-# The same over the start of a run, where its processes are made, and how far these are apart.
+# The moments in the start of a run, where its processes are made, and the time between moments.
 EARLY_MOMENTS = 100 if "CAMPAIGN" in os.environ else 3
 DISTANCE = 0.0004 if "CAMPAIGN" in os.environ else 0.015  # seconds
 
@@ -35,7 +35,7 @@ def test_the_program_sees_its_own_paths(device):
 def test_no_descriptor_reaches_the_program(device):
     device.install(NEWEST)
     device.replace_program('ls -l /proc/$$/fd >/app/seen; exec /app/migrator "$@"')
-    # What the guard has from its own caller is kept from the program as well.
+    # The program does not get the files that the guard has from its own caller either.
     inherited = os.pipe()
     names = [os.readlink(f"/proc/self/fd/{number}") for number in inherited]
     run = subprocess.run(**device.command("run", NEWEST), pass_fds=inherited, capture_output=True,
@@ -45,7 +45,7 @@ def test_no_descriptor_reaches_the_program(device):
     assert run.returncode == 0
     seen = {line.split(" -> ")[1] for line in (device.app / "seen").read_text().splitlines()
             if " -> " in line}
-    # The shell has its script, and its output twice.
+    # The shell has its script open, and its output twice.
     assert seen & set(names) == set()
     assert len([name for name in seen if name.startswith("pipe:")]) <= 2
     assert [name for name in seen if "databases" in name] == []
@@ -144,7 +144,7 @@ def test_killed_at_any_moment_it_is_the_old_or_the_new_database(device, expected
 
 
 def test_a_result_without_a_page_does_not_empty_the_database(device):
-    """SQLite copies an empty source in the step that only takes the lock."""
+    """SQLite copies an empty source at once, in the step that otherwise only takes the lock."""
     device.install(1)
     before = device.contents()
     device.replace_program(": > /app/databases/my.db.sqlite; "
@@ -183,7 +183,7 @@ def test_nothing_is_left_of_a_run_that_is_killed_early(device, number, place):
             process.communicate()
             assert left_over() == []
             assert not is_locked(device.databases)
-            # Without it the third of three killed runs goes directly.
+            # Without this the third of three killed runs would be direct.
             (device.databases / "migration-guard.note").unlink(missing_ok=True)
         run = device.run("run", "--strict", NEWEST)
         assert run.returncode == 0, run.stderr
@@ -238,7 +238,7 @@ def test_a_caller_that_ignores_the_end_of_its_children(device, expected):
 @pytest.mark.parametrize("bubblewrap, files", [(True, {"/dev/null", "pipe"}),
                                                (False, {"/dev/null"})])
 def test_a_caller_without_standard_files(device, bubblewrap, files):
-    """The guard's own files must not be opened in their place."""
+    """The guard must not open its own files in place of the closed ones."""
     device.install(NEWEST)
     device.replace_program('names=$(readlink /proc/$$/fd/0 /proc/$$/fd/1 /proc/$$/fd/2); '
                            'echo "$names" >/app/seen; exec /app/migrator "$@"')
@@ -273,7 +273,7 @@ def test_bubblewrap_without_sizes_stages_on_the_disk(device, expected):
 
 @pytest.mark.skipif(os.geteuid() != 0, reason="takes root")
 def test_an_ordinary_user_where_a_part_of_proc_is_hidden(device, expected):
-    """There can be no PID namespace with its own /proc then."""
+    """A PID namespace with its own /proc is then impossible."""
     device.install(1)
     (device.app / "uptime").touch()
     for path in (device.root, *device.root.rglob("*")):

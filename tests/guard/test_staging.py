@@ -7,8 +7,8 @@ from conftest import contents
 from support.versions import NEWEST
 
 MIB = 1 << 20
-# Takes the room of the staging area away until so many bytes are free, runs the program, and gives
-# the room back.
+# Fills the staging area until only this many bytes are free, runs the program, and gives the room
+# back.
 WITHOUT_ROOM = """
 free=$(($(stat -f -c '%a * %S' "$TMPDIR")))
 if [ $free -lt 100000000 ]; then
@@ -44,7 +44,7 @@ def test_staging_can_be_on_the_disk(device, expected, tmp_path):
 
 
 def test_a_directory_that_is_only_called_memory_is_the_disk(device, tmp_path):
-    """What is called /dev/shm may be a directory on flash early in the boot."""
+    """Early in the boot /dev/shm may be a directory on flash."""
     device.install(1)
     options = f"--bind {tmp_path} /dev/shm"
     assert device.migrate(NEWEST, "--staging", "/dev/shm", options=options) == 0
@@ -80,7 +80,7 @@ def test_a_small_staging_area_is_not_used(device, expected, size):
 
 
 def test_without_room_anywhere_nothing_is_changed(device):
-    """Neither memory nor the disk has room for staging, and the disk none for a direct run."""
+    """Neither memory nor the disk has room for staging, and the disk has none for a direct run."""
     device.install(1)
     before = device.contents()
     options = ("--ro-bind {0}/meminfo /proc/meminfo --size 1300000 --tmpfs /app/databases "
@@ -150,7 +150,7 @@ def test_after_two_failures_the_program_is_run_directly(device, expected):
 
 
 def test_a_power_cut_does_not_lead_to_a_direct_run(device):
-    """The note of a run on the disk from before the device was started again."""
+    """The note is that of a run on the disk, before the device was started again."""
     device.install(1)
     device.note.write_text('{"staging":"disk","failed":false,"boot":"another","schemaCookie":-1}')
     assert device.migrate(NEWEST) == 0
@@ -158,7 +158,7 @@ def test_a_power_cut_does_not_lead_to_a_direct_run(device):
 
 
 def test_a_boot_that_cannot_be_told_is_another_one(device):
-    """Two runs that both could not read which boot it was are not of the same one."""
+    """Two runs that both could not read the boot's identifier do not count as runs of one boot."""
     device.install(1)
     device.note.write_text('{"staging":"disk","failed":false,"boot":"","runsInARow":2}')
     options = "--ro-bind /dev/null /proc/sys/kernel/random/boot_id"
@@ -173,7 +173,7 @@ def test_files_of_others_in_the_staging_directory_are_left_alone(device):
     precious = device.app / "precious"
     precious.mkdir()
     (precious / "file").write_text("x")
-    # Where the guard would make its directory there is a link.
+    # There is a link where the guard would make its directory.
     probe = device.start("run", NEWEST, "--staging", "/app/work")
     probe.communicate()
     import hashlib

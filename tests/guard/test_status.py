@@ -1,4 +1,4 @@
-"""`status` says what there is, why it cannot, and leaves everything as it is. So does a dry run."""
+"""`status` reports what there is, or why it cannot, and changes nothing. So does a dry run."""
 
 import json
 import os
@@ -32,7 +32,7 @@ def everything(device):
 
 
 def first_line(device):
-    """The recorded version, as it is told; nothing changes by asking."""
+    """The recorded version in the output of `status`, which must change nothing."""
     before = everything(device)
     run = device.run("status")
     assert (run.returncode, run.stderr) == (0, "")

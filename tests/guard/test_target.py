@@ -1,4 +1,4 @@
-"""What is taken for a target version: the program would take anything else for 0."""
+"""The texts that the guard accepts as a target version: the program would read any other as 0."""
 
 import pytest
 from support.versions import NEWEST
@@ -81,5 +81,5 @@ def test_the_help_says_all_that_there_is(device):
                    "--accept <CODE>", "--fall-back", "--mend", "--no-backup", "--json",
                    "--exit-code", "--staging <DIR>", "--dry-run"):
         assert f"\n  {option}" in text
-    # What a terminal shows in a line.
+    # The width of a terminal.
     assert max(map(len, text.splitlines())) <= 80

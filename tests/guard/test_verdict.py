@@ -1,4 +1,4 @@
-"""The verdict decides the status: what was lost only here, and what a maker has accepted."""
+"""The verdict decides the status: it weighs what was lost only here and what was accepted."""
 
 import pytest
 from support.versions import NEWEST
@@ -39,7 +39,7 @@ def test_rows_that_only_this_device_loses_are_told(losing):
     pytest.param(3, "--strict", 3, id="thrown away"),
     pytest.param(1, "--wait=9", 4, id="the version is as it was")])
 def test_what_is_not_kept_cannot_be_looked_at(losing, target, option, status):
-    # One of an earlier run is another state.
+    # The finding of an earlier run is about another state.
     losing.kept.write_bytes(losing.database.read_bytes())
     run = losing.run("run", target, option)
     assert run.returncode == status

@@ -1,4 +1,4 @@
-"""A guarded run ends like one of the program alone, in one transaction, and says how."""
+"""A guarded run ends like a run of the program alone, in one transaction, and reports how."""
 
 import os
 
@@ -35,7 +35,7 @@ def test_steps_and_the_end_are_told_on_the_terminal(device):
 
 def test_an_ordinary_boot_writes_no_byte_of_the_database(device, expected):
     device.install(NEWEST)
-    # The first run may change a definition's text, the second one tells of it.
+    # The first run may change a definition's text; the second run reports that.
     for _ in range(2):
         assert device.migrate(NEWEST) == 0
     os.utime(device.database, (1, 1))
@@ -92,7 +92,7 @@ def test_a_target_that_the_program_does_not_know_is_missed(device):
     assert device.migrate(NEWEST + 6) == 4
     assert device.version() == NEWEST
     assert device.last_run()["reason"] == "target-missed"
-    # The version before is recorded once more, then nothing changes any more.
+    # The previous version is recorded once more; after that nothing changes.
     device.migrate(NEWEST + 6)
     assert device.migrate(NEWEST + 6) == 3
 

@@ -4,10 +4,10 @@
     campaign.py [--minutes M] [--cuts N]
 
 The computer starts a Debian with systemd from a read-only disk; the database is on another one.
-Each case says what the device software and the update engine find. Then the power is cut at moments
-that are spread over a migration: the next start has to find the old or the new database, and has to
-end as an undisturbed one does. Answers are kept in build/machine/. Needs root, the network once,
-and the preset dev to be built.
+Each case says what the device software and the update engine must find. Then the power is cut at
+moments that are spread over a migration. The next start has to find the old or the new database,
+and has to end as an undisturbed one does. Answers are kept in build/machine/. The campaign needs
+root, a build of the preset dev, and the network once.
 """
 
 import contextlib
@@ -37,7 +37,7 @@ class Case:
     statements: str  # executed in the database at version 1
     options: str  # of the kernel
     status: int  # of the guard
-    version: object  # that the device software finds, None where it does not start
+    version: object  # the version that the device software finds, None if it does not start
     is_good: bool  # for the update engine
 
 
@@ -69,7 +69,7 @@ def found_version(output):
 
 
 def try_case(machine, case):
-    """What differs from what the case says."""
+    """The differences from what the case says."""
     with scratch_directory() as folder:
         disk = DataDisk(folder, case.statements)
         before = content_of(disk.files())
@@ -134,7 +134,7 @@ def main():
     for number in range(arguments.cuts):
         task = ["cut", of, number, arguments.cuts]
         if campaign.answer(task) is None and not campaign.is_over():
-            # A little beyond the end, too.
+            # Some moments are a little after the end.
             campaign.note(task, try_cut(machine, known, 1.1 * number / arguments.cuts))
         if answer := campaign.answer(task):
             answers.append(answer)

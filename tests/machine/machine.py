@@ -18,7 +18,7 @@ APPLICATION = "usr/lib/fieldcomputer"
 PACKAGES = ("systemd", "systemd-sysv", "udev", "linux-image-cloud-amd64", "initramfs-tools",
             "libqt5core5a", "libqt5sql5", "libqt5xml5", "libqt5sql5-sqlite", "libsqlite3-0",
             "bubblewrap", "sqlite3")
-# The units' messages come over the serial line, and a machine that is to start again ends.
+# The units' messages come over the serial line. A restart ends the machine.
 KERNEL_OPTIONS = ("root=/dev/vda ro console=ttyS0 quiet panic=-1 systemd.show_status=0"
                   " systemd.journald.forward_to_console=1")
 FILE_SYSTEMS = """\
@@ -27,7 +27,7 @@ FILE_SYSTEMS = """\
 tmpfs /tmp tmpfs defaults 0 0
 tmpfs /var tmpfs defaults 0 0
 """
-# What only costs time here.
+# Units that only cost time here.
 UNUSED_UNITS = ("dbus.service", "e2scrub_reap.service", "getty.target", "systemd-logind.service",
                 "systemd-random-seed.service")
 SECONDS = 600  # for a start on a busy machine
@@ -52,7 +52,7 @@ def debian(folder):
 
 
 def install(root):
-    """What an image builder installs: the programs, the units and the device software."""
+    """Installs what an image has: the programs, the units and the device software."""
     application = root / APPLICATION
     application.mkdir(parents=True)
     for file in (BUILD / "database-migrator", BUILD / "guard" / "migration-guard",
@@ -81,7 +81,7 @@ class Machine:
     """The disk of the system, which no start changes, and how to start it."""
 
     def __init__(self, folder):
-        """folder: where the disk, the kernel and what is made of them are kept"""
+        """folder: the place of the disk, the kernel and the files made from them"""
         self.folder = folder
         folder.mkdir(parents=True, exist_ok=True)
         root = debian(folder)
@@ -98,8 +98,8 @@ class Machine:
 
     @contextlib.contextmanager
     def started(self, data, options=""):
-        """A machine that starts with this data disk; ends it at the end, as a power cut does:
-        what the emulated kernel has not written is lost."""
+        """A machine that starts with this data disk. At the end it is killed, as by a power cut:
+        data that the emulated kernel has not written is lost."""
         with subprocess.Popen(
                 ["qemu-system-x86_64", "-machine", "q35,accel=tcg", "-m", "512", "-no-reboot",
                  "-display", "none", "-monitor", "none", "-serial", "stdio", "-nic", "none",
@@ -149,7 +149,7 @@ class DataDisk:
         found.mkdir()
         copy = found / "data.ext4"
         shutil.copy(self.path, copy)
-        # As a start does it: the file system's own journal first.
+        # As at a start, the file system's own journal is replayed first.
         subprocess.run(["e2fsck", "-fy", copy], capture_output=True, check=False)
         run("debugfs", "-R", f"rdump /databases {found}", copy)
         return found / "databases"

@@ -128,7 +128,8 @@ void DuplicateFilesTest::renameDuplicateFiles_data()
         "(1, 'A', 'B', 3, 1, 1, 1), (2, 'B', 'C', 3, 1, 1, 1), (3, 'B', 'D', 3, 1, 1, 1), "
         "(4, 'E', 'F', 3, 1, 1, 1), (5, 'E', 'F', 3, 1, 1, 1);",
         {"1, 'A'", "2, 'B'", "3, 'B_2'", "4, 'E'", "5, 'E'"});
-    // File 3 searches the grower and the farm of files 1 and 2, and they search those of file 3.
+    // File 3 searches for the grower and the farm of files 1 and 2, and they search for those of
+    // file 3.
     row("the columns of grower and farm are exchanged",
         "CREATE TABLE files (id INTEGER PRIMARY KEY, uuid TEXT, displayName TEXT, "
         "absolutePath TEXT, fileSize INTEGER, typeId INTEGER, created TEXT, farmId INTEGER, "

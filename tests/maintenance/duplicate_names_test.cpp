@@ -149,14 +149,14 @@ void DuplicateNamesTest::renameDuplicateGrowers_data()
         "CREATE TABLE growers (id INTEGER, displayName TEXT);",
         "(NULL, 'A'), (NULL, 'A')",
         {"NULL, 'A'", "NULL, 'A'"});
-    // Each of the two renames both.
+    // Each of the two rows renames both.
     rowOf(
         "two growers have the same id",
         "CREATE TABLE growers (id INTEGER, displayName TEXT);",
         "(1, 'A'), (1, 'A')",
         {"1, 'A_2_2'", "1, 'A_2_2'"});
     rowOf(
-        "an index decides on the order",
+        "an index decides the order",
         growers + "CREATE INDEX growersByName ON growers (displayName, id DESC);",
         "(1, 'A'), (2, 'A'), (3, 'A')",
         {"1, 'A_3'", "2, 'A_2'", "3, 'A'"});
@@ -450,8 +450,8 @@ void DuplicateNamesTest::secondRunFindsNothingLeft()
     COMPARE_LINES(device->dump(), dump);
 }
 
-/// A page of rows is there twice: a rename by an id of the second one changes the first and sends the
-/// walk back to it. With the trigger every row is a suspect.
+/// A page of rows is in the table twice. A rename by an id of the second copy changes the first and
+/// sends the walk back to it. With the trigger every row is a suspect.
 void DuplicateNamesTest::endsInADamagedTable_data()
 {
     const auto row = addColumns<QByteArray, QByteArray>("table", "values");

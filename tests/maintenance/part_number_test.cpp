@@ -299,7 +299,7 @@ void PartNumberTest::directoryIsNoFile()
 
 void PartNumberTest::pipeIsNoFile()
 {
-    // Nobody writes into it: opening it would wait forever.
+    // No process writes into it, so opening it would wait forever.
     QCOMPARE(mkfifo(ScratchDevice::registrationPath.toUtf8(), 0600), 0);
     checkThatNothingIsCopied();
 }

@@ -4,8 +4,8 @@
 #include <QString>
 #include <QVariant>
 
-/// The renaming passes exactly as they are described, without regard to cost: every row is read, and
-/// its equals are searched in the whole table.
+/// The renaming passes exactly as they are described, without regard to cost: they read every row
+/// and search the whole table for its equals.
 class PlainWalk
 {
 public:

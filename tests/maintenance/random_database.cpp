@@ -33,7 +33,7 @@ const Texts plainNames = {"'A'",    "'A'",   "'A'",   "'a'",     "'B'",         
                           "'A-- '", "'\"'",  "'A\n'", "'日本'",  "'\U0001F33E'"};
 
 const QVector<Texts> oddNames = {
-    // Single quotes: most statements fail, some are read as another name.
+    // Names with single quotes: most statements fail, some names are read as another one.
     {"'O''Brien'", "''''", "''''''", "'A'''", "'A''''A'", "'A''A'"},
     // Names with quotes that leave the statement valid.
     {"'x'' OR ''1''=''1'",
@@ -470,7 +470,7 @@ Texts someIds(Dice &dice, int count)
     return ids;
 }
 
-/// What the rows of a database are made of.
+/// The values that the rows of a database are made of.
 struct Values {
     Texts names;
     Texts growerIds;

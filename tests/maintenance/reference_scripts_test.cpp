@@ -326,7 +326,7 @@ void ReferenceScriptsTest::timeGrowsWithTheLinesOfAStatement()
 
     migrator.runSqlScript(machinesPath);
 
-    // At most a second; searching the whole statement at every line would take minutes.
+    // This takes at most a second. Searching the whole statement at every line would take minutes.
     QVERIFY2(time.elapsed() < 20000, QByteArray::number(time.elapsed()));
     COMPARE_LINES(
         device->rows("SELECT id, length(name), ownerId FROM makers"),

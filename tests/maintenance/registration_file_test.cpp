@@ -9,8 +9,8 @@
 
 namespace
 {
-/// What the parser reads from a file: the name of its document element, the names of its children in
-/// brackets, and its text; empty when the file counts as one that cannot be parsed.
+/// @return what the parser reads from a file: the name of its document element, the names of its
+/// children in brackets, and its text; empty if the file counts as one that cannot be parsed
 QString summary(const QDomDocument &document)
 {
     const QDomElement root = document.documentElement();
@@ -55,8 +55,8 @@ QByteArray numbered(int count, const QByteArray &piece)
     return result;
 }
 
-/// A file with one large entity in its text; 62,382 characters and 14 uses make 62,500 characters,
-/// times 16: for the file itself, the declaration and the uses.
+/// A file with one large entity in its text. 62,382 characters and 14 uses make 16 times 62,500
+/// characters: for the file itself, the declaration and the uses.
 QByteArray withEntityOf(int characters, int uses)
 {
     return declaring(
@@ -165,7 +165,7 @@ void RegistrationFileTest::ordinaryFileIsParsed_data()
         declared("UTF-7") + "+ADw-LVData+AD4-94071+AMQ-+ADw-/LVData+AD4-",
         "LVData(): 94071Ä");
     row("bytes that are not UTF-8", number("94071\xc4"), "LVData(PartNumber): 94071\xef\xbf\xbd");
-    row("an encoding that nobody knows",
+    row("an unknown encoding",
         declared("X-UNKNOWN") + number("94071Ä"),
         "LVData(PartNumber): 94071Ä");
 }
@@ -234,7 +234,7 @@ void RegistrationFileTest::absurdFileIsNotParsed_data()
     QTest::newRow("one tag too many")
         << "<LVData>" + QByteArray("<a/>").repeated(4095) + "</LVData>";
     QTest::newRow("a large entity that is a character too long") << withEntityOf(62383, 14);
-    // 9,901 characters, times 101.
+    // This makes 101 times 9,901 characters.
     QTest::newRow("an entity that makes a character too many") << withEntityOf(9528, 99);
     QTest::newRow("30,000 nested elements") << nested(30000, "");
     QTest::newRow("4,000 nested elements") << nested(4000, "");

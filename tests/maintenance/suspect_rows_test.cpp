@@ -14,14 +14,14 @@ sqlite3 *migratorsConnection()
     return *static_cast<sqlite3 *const *>(QSqlDatabase::database().driver()->handle().constData());
 }
 
-/// A database in memory, to be copied into the migrator's.
+/// A database in memory. It is copied into the migrator's database.
 class Template
 {
 public:
     explicit Template(const QByteArrayList &statements)
     {
         sqlite3_open(":memory:", &m_handle);
-        // The migrator's connection does not know this one.
+        // The migrator's connection does not know this collation.
         sqlite3_create_collation(m_handle, "unknown", SQLITE_UTF8, nullptr, compareLengths);
         for (const QByteArray &statement : statements) {
             sqlite3_exec(m_handle, statement, nullptr, nullptr, nullptr);
@@ -108,7 +108,7 @@ QByteArray giveName(const QByteArray &name, const QByteArray &condition)
            ";UPDATE files SET displayName = " + name + " WHERE " + condition + ";";
 }
 
-/// Makes names unique by the plain walk.
+/// Makes names unique with the plain walk.
 /// @return what it logs
 QString renamePlainly()
 {
@@ -118,7 +118,7 @@ QString renamePlainly()
     return walk.log;
 }
 
-/// Makes names unique by the migrator.
+/// Makes names unique with the migrator.
 /// @return what it logs
 QString renameByMigrator(ScratchDevice &device, DatabaseMigrator &migrator)
 {
@@ -251,7 +251,7 @@ void SuspectRowsTest::outcomeIsThePlainWalksForOddTables_data()
         "farmId INTEGER, fieldId INTEGER);",
         "INSERT INTO files (id, displayName, typeId, growerId, farmId, fieldId) VALUES "
         "(1, 'A', 3, 1, 1, 1), (2, 'A', 3, 1, 1, 1);");
-    // Farm 2.5 is renamed as farm 3, which belongs to the grower whose farm 4 then has an equal.
+    // Renaming farm 2.5 changes farm 3 instead. Its grower's farm 4 then has an equal.
     row("an id that is no integer is read as the id of another row",
         "CREATE TABLE farms (id INT PRIMARY KEY, displayName TEXT, growerId INTEGER);",
         "INSERT INTO growers VALUES (1, 'C'), (2, 'D');"

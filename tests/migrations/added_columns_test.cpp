@@ -1,6 +1,6 @@
 #include "support/step_test.h"
 
-// What versions 3 to 24 have in common where they add columns.
+// The common behaviour of versions 3 to 24 where they add columns.
 
 namespace
 {
@@ -9,16 +9,16 @@ const struct {
     int version;
     struct {
         Step update;
-        Step revert; ///< nothing where the column stays on the way back
+        Step revert; ///< null if the column stays on the way back
     } steps;
     struct {
         QByteArray table;
         QByteArray name;
         QByteArray type;
-        QByteArray value; ///< what every row gets
+        QByteArray value; ///< the value that every row gets
     } column;
     QStringList successLog;
-    QStringList failureLog; ///< after the schema toolkit's lines
+    QStringList failureLog; ///< the lines that follow the schema toolkit's
     int versionAfterFailure;
 } addedColumns[] = {
     {3,
@@ -79,11 +79,11 @@ struct Version {
     Step update;
     Probe applied;
     Step revert;
-    QByteArray otherTables; ///< what its success needs besides
-    Tables found;           ///< what its tables have before
-    Tables added;           ///< what it adds to them
-    QStringList updateLog;  ///< what follows the failure to add one column
-    QStringList revertLog;  ///< what follows the failure to drop one
+    QByteArray otherTables; ///< other tables that its success needs
+    Tables found;           ///< the columns that its tables have before
+    Tables added;           ///< the columns that it adds to them
+    QStringList updateLog;  ///< the lines that follow the failure to add one column
+    QStringList revertLog;  ///< the lines that follow the failure to drop one
     int revertedTo;         ///< the version after that failure
 };
 const QMap<int, Version> versions = {
@@ -242,7 +242,7 @@ private:
     QStringList readColumns(const Tables &tables);
 };
 
-/// @return the name of every one of the tables and the names of the columns that it has
+/// @return the name of each of the tables and the names of its columns
 QStringList AddedColumnsTest::readColumns(const Tables &tables)
 {
     QStringList lines;
@@ -377,7 +377,7 @@ void AddedColumnsTest::secondRun_data()
     }
 }
 
-/// One column is there in capitals: its step does not see it and cannot add it.
+/// One column is there in capitals. Its step does not see it and cannot add it.
 void AddedColumnsTest::addsTheOtherColumns()
 {
     QFETCH(int, version);
@@ -401,7 +401,7 @@ void AddedColumnsTest::addsTheOtherColumns()
     COMPARE_LINES(readColumns(tested.found), columnsOf(joined(before, others)));
 }
 
-/// One column comes first in its table's key: the table cannot be rebuilt without it.
+/// One column comes first in its table's key, so the table cannot be rebuilt without it.
 void AddedColumnsTest::dropsTheOtherColumns()
 {
     QFETCH(int, version);

@@ -1,6 +1,6 @@
 #include "support/step_test.h"
 
-// Probes that look for columns and for nothing else.
+// The probes that look for columns and for nothing else.
 
 namespace
 {
@@ -10,7 +10,7 @@ const struct {
     Probe probe;
     QByteArray table;
     QByteArray column;
-    QByteArray otherColumns; ///< what else the probe looks for
+    QByteArray otherColumns; ///< the other columns that the probe looks for
     bool appliedAsFirst;     ///< its answer where the column is the table's first
     bool appliedWithoutTable;
 } columnProbes[] = {

@@ -21,8 +21,8 @@ QByteArray adding(const QByteArray &event, const QByteArray &table, const QByteA
            row + "); END;";
 }
 
-/// Every row that is read adds one. When the walk counts the table, there are as many rows as it has
-/// read; it stops after `growth` times that many more.
+/// Every row that is read adds another. When the walk counts the table, the table has as many rows
+/// as the walk has read. The walk stops after `growth` times that many more.
 const qint64 rowsRead = (1 + LimitedWalk::growth) * LimitedWalk::uncountedRows;
 } // namespace
 

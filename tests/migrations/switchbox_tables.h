@@ -3,8 +3,8 @@
 #include <QByteArray>
 #include <QString>
 
-// The tables of the on-screen switchboxes: what version 12 makes, and the mapping that version 19
-// puts in their place.
+// The tables of the on-screen switchboxes: those that version 12 makes, and the mapping that
+// version 19 puts in their place.
 inline const QByteArray machines = "CREATE TABLE MC_MachineConfig (id INTEGER PRIMARY KEY)";
 inline const QByteArray switches =
     "CREATE TABLE onScreenSwitchboxConfig (machineConfigId INTEGER, sectionId INTEGER, "

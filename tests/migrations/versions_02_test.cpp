@@ -25,8 +25,8 @@ const QByteArray renamedBack = "CREATE TABLE \"productControl_productSettings\" 
 const QList<QByteArray> settings = {
     "productControl_productSettings", "productControl_productSettings_old"};
 
-/// What the two directions do in the same way. A row's values are those of version 1, a flag
-/// follows in version 2.
+/// The common behaviour of the two directions. A row has the values of version 1; in version 2 a
+/// flag follows them.
 struct Direction {
     QString function;
     QByteArray columnsBefore;

@@ -4,7 +4,7 @@
 
 #include <sqlite3.h>
 
-// What versions 3 to 10 do besides adding a column, see added_columns_test.
+// The work of versions 3 to 10 other than adding a column; for that see added_columns_test.
 
 namespace
 {
@@ -222,7 +222,8 @@ void Versions03To10Test::updateToVersion7_data()
 
 void Versions03To10Test::updateToVersion7EndsInADamagedTable()
 {
-    // A page of rows is there twice: an update of the second one sends the walk back to the first.
+    // A page of rows is in the table twice. An update of the second copy sends the walk back to the
+    // first.
     device->sql(
         tablesOfVersions6To10 +
         "DELETE FROM files;"
@@ -263,7 +264,7 @@ void Versions03To10Test::updateToVersion7GoesInOrder()
     COMPARE_LINES(
         device->rows("SELECT * FROM changes"),
         QStringList({"'a path'", "'an outgoing file'", "'an incoming file'", "'the history'"}));
-    // The table of system files can only be dropped when the history no longer refers to it.
+    // The table of system files can be dropped only after the history no longer refers to it.
     QCOMPARE(migrator.currentVersion(), 7);
 }
 

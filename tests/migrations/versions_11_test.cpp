@@ -1,6 +1,6 @@
 #include "support/step_test.h"
 
-// What version 11 does besides adding columns, see added_columns_test.
+// The work of version 11 other than adding columns; for that see added_columns_test.
 
 namespace
 {

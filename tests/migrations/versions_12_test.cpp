@@ -3,7 +3,7 @@
 
 #include <sqlite3.h>
 
-// What version 12 does besides adding columns, see added_columns_test.
+// The work of version 12 other than adding columns; for that see added_columns_test.
 
 namespace
 {
@@ -13,7 +13,7 @@ const Columns columnsOfVersion12 = {
     {"MC_EquipmentSection", "fullName"},
     {"MC_EquipmentSectionGroup", "hashForIsoBoom"},
 };
-// In the order in which they are dropped.
+// The tables, in the order in which they are dropped.
 const Columns columnsLeavingVersion12 = {
     {"MC_EquipmentSection", "fullName"},
     {"MC_EquipmentSection", "sectionType"},

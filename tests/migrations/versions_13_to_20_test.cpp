@@ -1,7 +1,7 @@
 #include "migrations/switchbox_tables.h"
 #include "support/step_test.h"
 
-// Version 13, and what versions 13 to 20 do one after the other.
+// Version 13, and versions 13 to 20 one after the other.
 
 namespace
 {
@@ -11,7 +11,7 @@ const QByteArray internalReceivers =
     "CREATE TABLE internalGpsReceiverSettings (id INTEGER PRIMARY KEY, baudRate INTEGER";
 const QByteArray receiversRebuilt = " (id INTEGER , baudRate INTEGER , PRIMARY KEY(id) )";
 
-/// What versions 13 to 20 find, with a row in each table.
+/// The tables that versions 13 to 20 find, with a row in each.
 const QByteArray tablesAt12 = profiles + ", language TEXT);" + machines + ";" + switches + ";" +
                               labels + ";" + languages + ";" + internalReceivers +
                               ");"

@@ -59,7 +59,7 @@ const QList<QByteArray> stepTables = {
     "implementToGpsReceiverMapping",
     "preferredGpsSolutions"};
 
-// What the probe says of a step's work.
+// The first line of a run's outcome: the probe's answer.
 const QStringList applied("applied");
 const QStringList missing("missing");
 

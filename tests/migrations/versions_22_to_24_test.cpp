@@ -1,6 +1,6 @@
 #include "support/step_test.h"
 
-// What versions 22 to 24 do besides adding columns, see added_columns_test.
+// The work of versions 22 to 24 other than adding columns; for that see added_columns_test.
 
 namespace
 {
@@ -103,7 +103,7 @@ const QByteArray oneMixAt22 = mixesAt22 + "INSERT INTO PC_Ingredient VALUES(1, 1
                                           "INSERT INTO PC_IngredientToMixBridge VALUES(1, 1, 1, 5);"
                                           "INSERT INTO productControl_userProfile VALUES(1, 2.5);";
 
-/// @return what the forward step leaves of one mix when a trigger refuses an update
+/// @return the rows that the forward step leaves of one mix when a trigger refuses an update
 QStringList oneMixAt23(
     const char *refused, const QString &ingredient, const QString &mix, const QString &bridge,
     const QString &profile)

@@ -10,7 +10,7 @@ const QByteArray names =
     "CREATE TABLE farms (id INTEGER PRIMARY KEY, isoName TEXT, originalName TEXT);"
     "CREATE TABLE fields (id INTEGER PRIMARY KEY, partfieldCode TEXT, isoName TEXT, "
     "originalName TEXT);";
-/// The ports' tables, and one that gets a line for every row that is rewritten.
+/// The ports' tables, and a table that gets a row for every row that is rewritten.
 const QByteArray portTables =
     "CREATE TABLE serialDevices (id INTEGER, mc_id INTEGER, portName TEXT);"
     "CREATE TABLE gpsReceivers (id INTEGER, machineConfigId INTEGER, receiverId TEXT, "
@@ -24,13 +24,13 @@ const QByteArray portTables =
     "BEGIN INSERT INTO updates VALUES('serialPortName ' || NEW.id); END;";
 const QByteArray before = names + portTables;
 
-/// What a direction logs, and the names that it changes.
+/// The lines that a direction logs, and the names that it changes.
 struct Direction {
     QByteArray oldPrefix;
     QByteArray newPrefix;
     QStringList successLog;
     QStringList failureLog; ///< its last lines
-    QString error;          ///< what comes before SQLite's error
+    QString error;          ///< the text before SQLite's error
     int version;
     QString nameThatGoes;
 };
@@ -51,7 +51,7 @@ const Direction backward = {
     24,
     "originalName"};
 
-/// What a run leaves, as `readPorts` returns it.
+/// The content that a run leaves, as `readPorts` returns it.
 /// @param updates the column and the id of every row that was rewritten, in this order
 QStringList ports(
     const QStringList &updates, const QStringList &devices, const QStringList &receivers)

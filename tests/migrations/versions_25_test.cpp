@@ -54,7 +54,7 @@ const QString failed = "Migration to version 25 FAILED!";
 const QList<QByteArray> nameTables = {
     "growers", "growers_temp", "farms", "farms_temp", "fields", "fields_temp"};
 
-/// What the forward step logs where all of its statements fail.
+/// The lines that the forward step logs if all of its statements fail.
 QStringList everyUpdateFailure(QString (*error)(const QString &table), const QString &rebuildError)
 {
     return notAdded("originalName", "growers", error("growers")) +
@@ -68,7 +68,7 @@ QStringList everyUpdateFailure(QString (*error)(const QString &table), const QSt
            columnStays("isoName", "fields", rebuildError) + QStringList(failed);
 }
 
-/// What the backward step logs where all of its statements fail.
+/// The lines that the backward step logs if all of its statements fail.
 QStringList everyRevertFailure(QString (*error)(const QString &table), const QString &rebuildError)
 {
     return notAdded("isoName", "growers", error("growers")) +

@@ -226,7 +226,7 @@ void Versions26To28Test::version26EmptiesThePool()
     for (const QString &file : removed + kept) {
         ScratchDevice::writeFile(pool + file, "content");
     }
-    // Not with Qt: in the locale "C" it cannot write such a name.
+    // Qt is not used here: in the locale "C" it cannot write such a name.
     QVERIFY((std::ofstream("/usr/bin/harlo/pool/Übersicht.iop") << "content").good());
     QVERIFY((std::ofstream(notUtf8) << "content").good());
     ScratchDevice::writeFile(pool + "directory.iop/inside.iop", "content");

@@ -119,7 +119,7 @@ void Versions31Test::updateToVersion31_data()
           "'m''1', '{random}'",
           varietiesAt31}});
 
-    // Whether the column was added and its rows were read makes no difference.
+    // It makes no difference whether the column was added and its rows were read.
     row("the column is there in another letter case",
         {carriersAt30 + "CREATE TABLE PC_Mix (id INTEGER PRIMARY KEY, UUID TEXT);" + varietiesAt30 +
              oneRowEach,

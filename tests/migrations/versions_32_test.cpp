@@ -52,7 +52,7 @@ const QStringList preferencesRebuilt = {
 const QList<QByteArray> mapsAndPreferences = {
     "workOrderRxMaps", "workOrderRxMaps_old", "SM_Preferences"};
 
-/// What the two directions do in the same way.
+/// The common behaviour of the two directions.
 struct Direction {
     QString function;
     QByteArray before; ///< the tables that it finds, the maps last
@@ -82,7 +82,7 @@ const Direction backward = {
     {},
     31};
 
-/// The rows of both directions. Even where the maps fail, the preferences change.
+/// The test rows of both directions. Even if the maps fail, the preferences change.
 void addRowsOfBothDirections(const Direction &direction)
 {
     const QByteArray before = direction.before + twoMaps;

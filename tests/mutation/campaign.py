@@ -1,15 +1,15 @@
 #!/usr/bin/python3
-"""Makes single faults in the program, one at a time, and tells which the tests do not notice.
+"""Makes single faults in the program, one at a time, and reports those that no test notices.
 
     campaign.py [--minutes M] [--mutants N]
 
 It works on a copy of the tree with its own build, in build/mutation/. The program's code is a
-shared library there: a fault costs one compilation and one link. The tests of the file run first.
-When every fault has been tried there, the other tests get those that were not noticed. The first
-failure ends a trial; a test that hangs has failed. Answers are kept: a campaign goes on where the
-last one stopped. A fault that was not noticed is tried again when a test has changed. survivors.txt
-lists the faults that make no difference, and why. The campaign fails when any other fault survives,
-or when less than 98 % are noticed.
+shared library there, so a fault costs one compilation and one link. The tests of the file run
+first. When every fault has been tried there, the other tests try those that were not noticed. The
+first failure ends a trial; a test that hangs has failed. Answers are kept: a campaign goes on where
+the last one stopped. A fault that was not noticed is tried again when a test has changed.
+survivors.txt lists the faults that make no difference, and why. The campaign fails when any other
+fault survives, or when less than 98 % are noticed.
 """
 
 import hashlib
@@ -33,15 +33,14 @@ from support.campaign import Campaign, fingerprint, parser
 from support.places import PRODUCT, RAM_DISK, ROOT, TESTS
 
 HERE = pathlib.Path(__file__).resolve().parent
-# Tests of the source text, of other programs and of the disk. They do not look for faults in the
-# program.
+# Tests of the source text, of other programs and of the disk do not look for faults in the program.
 OTHER_TESTS = "|".join((
     "^(fleet|fuzz|guard|report|verdict)_", "^(format|shellcheck|flake8|clang_tidy|install"
     "|show_changes|faults|mending_faults|mutants|catalogue|support|pages|units|packages|man_pages"
     "|sqlite_page)$",
     *(f"^{path.stem}$" for path in (TESTS / "guard").glob("*_test.cpp"))))
-# A fault that the tests of its file do not notice is left, one that no test notices has survived;
-# the outcome that a fault has before it is tried for this one.
+# The outcome that a fault must have before the trial that can give it this outcome. LEFT: the tests
+# of its file did not notice it. SURVIVED: no test did.
 BEFORE = {"left": "not tried", "survived": "left"}
 NOT_TRIED = {"outcome": "not tried", "tests": ""}
 digest = lru_cache(maxsize=None)(fingerprint)
@@ -49,19 +48,19 @@ digest = lru_cache(maxsize=None)(fingerprint)
 
 @dataclass(frozen=True)
 class Subject:
-    """What gets the faults, and what has to notice them."""
+    """The sources that get the faults, and the tests that have to notice them."""
 
     name: str  # of the folder in build/
     folders: tuple  # of the sources
-    library: str  # what they are linked to
-    defined_in: str  # the file that says so
+    library: str  # the libraries that they are linked to
+    defined_in: str  # the file that lists the survivors
     targets: tuple  # what the tests need; nothing for everything
     tests: tuple  # options of ctest: the tests that look for faults
     first_tests: Callable  # the same for the tests of a file, which are tried first
     seconds: int  # processor time of one process; a whole test gets twice that
     survivors: pathlib.Path
     mutants: list
-    used_tests: tuple  # files and folders: when one changes, what survived is tried again
+    used_tests: tuple  # files and folders: when one changes, the survivors are tried again
 
     @property
     def kept(self):
@@ -93,7 +92,7 @@ class Tree:
                     "-DDATABASE_MIGRATOR_TESTS=ON"])
         self.commands = self.check(
             ["ninja", "-C", self.build, "-t", "commands", *subject.targets]).splitlines()
-        # A campaign that was killed may have left a fault in one of them.
+        # A campaign that was killed may have left a fault in a source.
         for compilation in self.commands:
             if any(f" -c {self.root / folder}/" in compilation for folder in subject.folders):
                 self.product(compilation).unlink(missing_ok=True)
@@ -105,7 +104,7 @@ class Tree:
             sys.exit(f"Without a fault the tests fail: {failed}")
 
     def ctest(self, *arguments):
-        """Whether the tests pass, and the name of the first that fails."""
+        """Whether the tests pass, and the name of the first test that fails."""
         result = run(["prlimit", f"--cpu={self.subject.seconds}:", "ctest",
                       "--test-dir", self.build, "--stop-on-failure", *arguments],
                      env={**os.environ, "TMPDIR": RAM_DISK, "PYTEST_ADDOPTS": "--exitfirst"})
@@ -113,7 +112,7 @@ class Tree:
         return result.returncode == 0, failed[0] if failed else "nothing"
 
     def precompile(self):
-        """The headers of Qt are most of what is compiled."""
+        """Compiles Qt's headers once: they are most of the work of every compilation."""
         sources = [path for folder in self.subject.folders
                    for path in sorted((self.root / folder).iterdir())]
         first = next(path for path in sources if path.suffix == ".cpp")
@@ -177,7 +176,7 @@ class Tree:
             source.write_text(original, encoding="utf-8")
             for path, content in objects.items():
                 path.write_bytes(content)
-            # What was linked has the fault until it is linked again.
+            # The library has the fault until it is linked again.
             self.stale = links
 
 
@@ -188,7 +187,7 @@ def versions_of(stem):
 
 
 def first_tests(file):
-    """The tests of a file, by its name or by those who use it."""
+    """The tests of a file, found by its name or by the files that use it."""
     stem = pathlib.Path(file).stem
     if stem.startswith("versions_"):
         tests = [path.stem for path in (ROOT / "tests" / "migrations").glob("versions_*_test.cpp")
@@ -219,7 +218,7 @@ def judge(tree, mutant, *arguments):
 
 
 def explanations(survivors):
-    """The survivors that make no difference: their keys, and why."""
+    """The survivors that make no difference: the reason by the fault's key."""
     reasons = {}
     for block in survivors.read_text(encoding="utf-8").split("\n\n"):
         lines = [line for line in block.splitlines() if not line.startswith("#")]
@@ -235,8 +234,8 @@ def identity(mutant):
 
 
 def go_on(subject, campaign, chosen):
-    """Tries every mutant without an answer: first in the tests of its file, and when all have been
-    tried there, the unnoticed ones in the others."""
+    """Tries every mutant without an answer: first in the tests of its file. When all have been
+    tried there, the other tests try the unnoticed ones."""
     tests = digest(*subject.used_tests)
     explained = explanations(subject.survivors)
     tree = None

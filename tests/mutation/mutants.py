@@ -15,9 +15,9 @@ WORDLESS = re.compile(r"#include|static_assert|extern")
 NO_STATEMENT = re.compile(
     r"(if|for|while|else|case|return \S|const|constexpr|using|struct|auto|explicit"
     r"|[\w:<>, ]+ \*?&?\w+( = .*|\(.*|\{.*)?;|[}#:(&])")
-# A call that changes something; others only look.
+# A call that changes something; other calls only read.
 CHANGING = r"(?:add|set|drop|rename|execute)\w*\(|query\.exec"
-# A value that is set or added to: its order with its neighbour makes no difference.
+# A value that is set or added to: exchanging it with its neighbour makes no difference.
 SETTING = re.compile(r"\s*[\w.]+ (=\s[^()]*|(<<|\+=)\s[^;]*);")
 
 
@@ -39,7 +39,8 @@ class Mutant:
         return source[:self.start] + self.replacement + source[self.end:]
 
     def key(self):
-        """What stays the same when other lines change; for a dropped line, also the line above."""
+        """A key that stays the same when other lines change; for a dropped line it has the line
+        above."""
         if not self.after:
             return self.file, self.function, f"{self.above} {self.before}", self.above
         return self.file, self.function, self.before, self.after
@@ -116,7 +117,7 @@ class Source:
                 yield "letter case", place, place + 1, self.text[place].swapcase()
 
     def units(self):
-        """Whole statements, and whole elements of lists in which everything runs."""
+        """Drops whole statements, and whole elements of lists in which everything runs."""
         lines = self.code.split("\n")
         ends, place = [], 0
         for line in lines:
@@ -163,7 +164,7 @@ class Source:
                 blanked = self.code[match.end() + place]
                 depth += (blanked in "({") - (blanked in ")}")
                 joined += " &&" if blanked == "," and depth == 0 else character
-            # A comment ends its line, and does no harm there.
+            # A comment at the end of a line does no harm.
             yield "run-all list", match.start(), end + 2, "(" + joined + ")"
         for match in re.finditer(r"(\w+) &= (?!readToTheEnd)", self.code):
             yield "run-all list", match.start(), match.end(), f"{match[1]} = {match[1]} && "

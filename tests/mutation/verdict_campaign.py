@@ -1,11 +1,11 @@
 #!/usr/bin/python3
-"""Makes single faults in the guard's judgement, and tells which of them the tests do not notice.
+"""Makes single faults in the guard's judgement, and reports those that no test notices.
 
     verdict_campaign.py [--minutes M] [--mutants N]
 
-It does what campaign.py does, in build/verdict_mutation/, for guard/verdict/. Besides the faults of
-mutants.py it exchanges before and after, adds one to what is counted, and leaves findings out. Here
-too answers are kept. verdict_survivors.txt lists the faults that make no difference, and why.
+It works like campaign.py, in build/verdict_mutation/, for guard/verdict/. Besides the faults of
+mutants.py it exchanges before and after, adds one to what is counted, and leaves findings out.
+Answers are kept here, too. verdict_survivors.txt lists the faults that make no difference, and why.
 """
 
 import random
@@ -18,7 +18,7 @@ from support.places import ROOT, TESTS
 
 FOLDER = "guard/verdict"
 FIRST_TESTS = "^verdict_test_(codes|verdicts|details)$"
-# What the guard does with a verdict, and the mending, which reads the same table of versions.
+# Sources that use a verdict, and the mending, which reads the same table of versions.
 ALL_TESTS = "^(verdict_.*|guard_test_(verdict|last_migration|direct|refusals|mending))$"
 # The head of a function, or of a method inside its class.
 HEAD = re.compile(r"^(?:    )?(?!return|if|for|while|else|switch|struct|class)"
@@ -30,7 +30,7 @@ LONGEST_BLOCK = 600
 
 class MutantOfJudgement(Mutant):
     def key(self):
-        """Without the file: a function may move."""
+        """The key without the file, since a function may move."""
         return FOLDER, *super().key()[1:]
 
 
@@ -40,12 +40,12 @@ class Judgement(Source):
     mutant = MutantOfJudgement
 
     def faults(self):
-        # Few orders of statements make a difference where almost everything only reads.
+        # Almost every statement only reads, so the order of few statements makes a difference.
         return (*(fault for fault in super().faults() if fault[0] != "statements swapped"),
                 *self.exchanges(), *self.counts(), *self.missing_findings())
 
     def letter_cases(self):
-        """Not of the list of words, which takes a table's name in any letter case."""
+        """Leaves out the list of words, which finds a table's name in any letter case."""
         for fault in super().letter_cases():
             line = self.text[self.text.rfind("\n", 0, fault[1]) + 1:]
             if not re.match(r' +\{"\w+", "[\w -]+"\},\n', line):
@@ -56,7 +56,8 @@ class Judgement(Source):
         return heads[-1] if heads else ""
 
     def exchanges(self):
-        """Before instead of after, and the other way round, where both names are in use."""
+        """Puts before in place of after, and after in place of before, where both names are in
+        use."""
         names = {*re.findall(r"\w+", self.text)}
         for match in re.finditer(r"\b\w*([Bb]efore|[Aa]fter)\w*\b", self.text):
             start, end = match.span(1)
@@ -73,7 +74,7 @@ class Judgement(Source):
                 yield "before and after", start, end, other
 
     def counts(self):
-        """One more of what is counted."""
+        """Adds one to a count."""
         for match in re.finditer(r"^ +\+\+([^;]+);", self.code, re.MULTILINE):
             counted = self.text[match.start(1):match.end(1)]
             yield "count", match.end(1) - len(counted) - 2, match.end(1), f"{counted} += 2"
@@ -85,7 +86,7 @@ class Judgement(Source):
                 yield "count", match.end(1), match.end(1), " + 1"
 
     def missing_findings(self):
-        """A condition is never true, or a loop never runs, so that something is not reported."""
+        """Makes a condition never true, or a loop never run, so something is not reported."""
         for match in re.finditer(r"^( *)(?:\} else )?(if|while) \((.*)\) \{$", self.code,
                                  re.MULTILINE):
             end = self.code.find(f"\n{match[1]}}}", match.end())

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Installs a build as the builder of an image does, and tries what is in the image then.
+# Installs a build as the builder of an image does, and tries the programs in that image.
 #
 #   install_test.sh BUILD_DIRECTORY
 set -euo pipefail
@@ -29,7 +29,7 @@ expect "the installed program runs" \
     "$(grep Beginning "$device/app/databases/sqlMigrationErrorLog.txt")" \
     "*****Beginning database migration from version: 0 to version: 1"
 
-# The start-up step of an image: the guard beside the program, with the image's schema version.
+# An image's start-up calls the guard, which is beside the program, with the image's schema version.
 rm -r "$device/app/databases"/*
 # The sandbox has left an empty file where it mounted the program.
 cp --remove-destination "$scratch/image/usr/lib/fieldcomputer/"* "$device/app"

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Makes the Debian packages of a build and looks into them. With lintian, which a campaign installs,
-# Debian's own checks as well: no error and no warning.
+# Makes the Debian packages of a build and looks into them. If lintian is installed, as by a campaign,
+# Debian's own checks must report no error and no warning.
 #
 #   packages_test.sh BUILD_DIRECTORY
 set -euo pipefail
@@ -29,7 +29,7 @@ files() {
     dpkg-deb --contents "$(package "$1")" | sed -n '/^-/s/ \+/ /gp' | cut -d ' ' -f 1,2,6 | sort -k 3
 }
 
-# The packages that a package needs, without their versions.
+# Prints the packages that a package needs, without their versions.
 depends() {
     dpkg-deb --field "$(package "$1")" Depends | tr ',' '\n' | sed 's/^ *//; s/ .*//' | sort
 }

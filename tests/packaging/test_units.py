@@ -7,7 +7,7 @@ import pytest
 from support.places import ROOT
 
 UNITS = ROOT / "packaging" / "systemd"
-# From 0, safe, to 100. What is left: the guard mounts, and reads /proc of everything.
+# From 0, safe, to 100. The rest is needed: the guard mounts, and reads /proc of all processes.
 GREATEST_EXPOSURE = 30
 
 

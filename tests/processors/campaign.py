@@ -1,15 +1,15 @@
 #!/usr/bin/python3
-"""Runs the program, built for the processors of field computers, under qemu, and compares what it
-does with the same dumps and logs as on this machine.
+"""Builds the program for the processors of field computers, runs it under qemu, and compares the
+results with the same dumps and logs as on this machine.
 
     campaign.py [--minutes M] [--architecture arm64|armhf] [--tasks N]
 
 First a sample of the walks, then the tests of tests/program, then all walks from any version to any
 other on both platforms; --tasks stops after the first N of all that. The sandbox is this machine's:
-only the program is foreign. Answers are kept in build/processors-ARCHITECTURE/; a campaign goes on
-where the last one stopped, and starts over when the program or what it is compared with has
-changed. The other architecture's libraries come from tools/make_sysroot.sh. packages.txt lists what
-it needs.
+only the program is for the other processor. Answers are kept in build/processors-ARCHITECTURE/; a
+campaign goes on where the last one stopped, and starts over when the program or the expected
+results have changed. The other architecture's libraries come from tools/make_sysroot.sh.
+packages.txt lists the packages that it needs.
 """
 
 import os
@@ -67,7 +67,7 @@ def tasks():
 
 
 def answer(kind, *case):
-    """What differs; an empty text is the answer that is wanted."""
+    """The differences as a text, which must be empty."""
     from walks import expected_of_walk, outcome_of_walk
 
     if kind == "tests":

@@ -55,7 +55,7 @@ PRODUCT_SETTINGS = {
        "FOREIGN KEY (machineConfigId) REFERENCES MC_MachineConfig(id) ON DELETE CASCADE);",
 }
 
-# Values that the steps copy unchanged: a real number with more than six digits would be rounded.
+# Values that the steps copy unchanged. A real number with more than six digits would be rounded.
 PRODUCT_ROWS = """
 INSERT INTO productControl_productSettings (productId, displayName, tankCapacity, machineConfigId,
     maxAchievableRate, timeToApplication, lastAppliedRate)
@@ -102,7 +102,7 @@ class ProgramDevice(Device):
 
 @dataclass(frozen=True)
 class Trouble:
-    """What the stages of a run log when the database is not in good order."""
+    """The lines that the stages of a run log when the database is not in good order."""
 
     start_up: str = ""
     integrity: str = "Integrity check passed.\n"
@@ -126,7 +126,7 @@ def orphans_not_removed(*errors):
 
 
 def every_statement_fails(error):
-    """The trouble of a database that opens, but in which every statement fails."""
+    """The lines for a database that opens, but in which every statement fails."""
     return Trouble(
         start_up=column_not_added(error),
         integrity=f"{error}\n" + orphans_not_removed(error, error, error),

@@ -1,7 +1,9 @@
-"""The copies of tables that a version's step makes and removes again: one that is cut leaves one.
+"""The copies of tables that a version's step makes and removes again. A step that is cut leaves
+one.
 
-They are found by being in the way. A table with such a name is put beside every table. What a step
-complains about, fills or removes is one of its copies.
+They are found because they get in the way. A table with each possible name is put beside every
+table. If a step complains about it, fills it or removes it, it has the name of one of the step's
+copies.
 """
 
 import collections
@@ -32,7 +34,7 @@ def planted(version):
 
 
 def disturbances(version, target):
-    """How often a run meets each of the planted tables."""
+    """How often a run uses each of the planted tables."""
     dump, copies = planted(version)
     with device_with(dump) as device:
         device.run(str(target))

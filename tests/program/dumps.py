@@ -1,4 +1,4 @@
-"""Dumps of the device database, and how one departs from another.
+"""Dumps of the device database, and how one differs from another.
 
 tests/data/version_NN.sql is the whole database at a version, as the walk forward from version 1
 leaves it. Another way to the same version may leave some tables differently. tests/data/*.diff says
@@ -32,7 +32,7 @@ RANDOM_IDENTIFIER = re.compile(
 def with_stand_ins(dump):
     """The dump with every random identifier replaced by one that names its table and its row.
 
-    An identifier of another form, or the second of two equal ones, stays and so shows.
+    An identifier of another form, or the second of two equal ones, stays, so a test notices it.
     """
     tables = {"PC_Carrier": 1, "PC_Mix": 2, "PC_PlanterVariety": 3}
     seen = set()
@@ -58,7 +58,7 @@ def statements_by_name(dump):
             if about:
                 statements[about[1]].append(pending)
             pending = ""
-    # Its rows are in the order in which the tables were made.
+    # The rows of this table are in the order in which the tables were made.
     statements["sqlite_sequence"].sort()
     return statements
 

@@ -4,11 +4,11 @@ import contextlib
 import sqlite3
 
 # Two more rows for every table: a full one with values that are no column's default, and one with
-# NULL wherever a column allows it. A reference is never NULL: version 2 would make 0 of it, SQLite
-# would refuse that, and the step would fail.
+# NULL wherever a column allows it. A reference is never NULL: version 2 would turn it into 0,
+# SQLite would refuse that, and the step would fail.
 FULL, SPARSE = 901, 902
 
-# Their first row says which device it is.
+# The first row of these tables says which device it is.
 LEFT_OUT = ("registrationInfo", "tableVersion")
 
 
@@ -43,7 +43,7 @@ def with_full_rows(dump):
 
 
 def with_indexes_and_triggers(dump):
-    """The dump with an index and a trigger more on every table."""
+    """The dump with one more index and one more trigger on every table."""
     with contextlib.closing(sqlite3.connect(":memory:")) as database:
         database.executescript(dump)
         last = {name: [line[1] for line in database.execute(f"PRAGMA table_info({name})")][-1]

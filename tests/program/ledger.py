@@ -1,4 +1,4 @@
-"""docs/versions.md: what every version does to a device, found by running single steps."""
+"""Makes docs/versions.md: what every version does to a device, found by running single steps."""
 
 import concurrent.futures
 import contextlib
@@ -54,7 +54,7 @@ class Steps:
     backward: Difference
     again: Difference  # back and forward
     ends_at: int  # the version that this records
-    forward_on_board: Difference  # the first three on a device with on-board ports
+    forward_on_board: Difference  # the first three again, on a device with on-board ports
     returned_on_board: Difference
     backward_on_board: Difference
 
@@ -89,7 +89,7 @@ def forward_and_back(older, version, platform=PLAIN):
 
 
 def back_and_forward(newer, version, platform=PLAIN):
-    """What differs after either step, and the version that the second one records."""
+    """The differences after each of two steps, and the version that the second one records."""
     with device_at(newer, platform) as device:
         differences = [difference(newer.contents, contents_after(device, target))
                        for target in (version - 1, version)]

@@ -1,4 +1,4 @@
-"""guard/schema-versions.json: what every version takes away on purpose, forward and back."""
+"""Makes guard/schema-versions.json: what every version takes away on purpose, forward and back."""
 
 import collections
 import json
@@ -16,7 +16,7 @@ WIDTH = 100
 
 
 class Unexplained(Exception):
-    """A run has taken rows or values, and on_purpose.py does not say which."""
+    """A run took rows or values that on_purpose.py does not name."""
 
 
 def renamed_with_fewer_columns(found):
@@ -41,7 +41,7 @@ def changed_tables(found):
 
 
 def tables_and_columns(step, found):
-    """What goes and what gets another name, by table."""
+    """The tables and columns that go or get another name, by table."""
     result = collections.defaultdict(dict)
     for name in [*found.gone, *DROPPED_IF_THERE.get(step, ())]:
         if name not in renamed_with_fewer_columns(found):

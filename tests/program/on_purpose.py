@@ -1,20 +1,21 @@
-"""What a version takes away on purpose, as far as a run on tests/data cannot tell it.
+"""What a version takes away on purpose, as far as a run on tests/data cannot show it.
 
 losses.py finds dropped and renamed tables and columns by itself, and tables that lose all their
-rows. It cannot tell which rows go when some do, nor what a rewritten value is made of. That is
-written here, as SQL over the database before the run: unqualified columns are those of the row,
-and a subquery calls the row's table by its own name. docs/schema-versions.md has the rules.
-test_losses.py checks every line on random devices: exactly these rows go, and values become
-exactly this.
+rows. It cannot find out which rows go when only some do, nor how a rewritten value is made. This
+file says that, as SQL over the database before the run: unqualified columns are those of the row,
+and a subquery refers to the row's table by its name. docs/schema-versions.md has the rules.
+test_losses.py checks every line on random devices: exactly these rows go, and values become exactly
+this.
 """
 
 FORWARD, BACKWARD = "forward", "backward"
 
 
 def six_digits(column):
-    """A number of version 2: written with six digits, NULL as 0."""
+    """A number of version 2: written with six digits; NULL becomes 0."""
     return {"becomes": f"CAST(printf('%.6g', ifnull({column}, 0)) AS REAL)",
-            # The program rounds a tie up, SQLite may not. Half a unit of the sixth digit is within.
+            # The program rounds a tie up, SQLite may not, so half a unit of the sixth digit is
+            # allowed.
             "within": 5e-6}
 
 
@@ -27,7 +28,7 @@ def zero(column):
 
 
 def whole_number(column):
-    """NULL as 0, and a fraction rounded: a half goes up, as in Qt."""
+    """NULL becomes 0, and a fraction is rounded: a half goes up, as in Qt."""
     up = f"CAST({column} + 0.5 AS INTEGER)"
     return {"becomes": f"CASE typeof({column}) WHEN 'null' THEN 0"
                        f" WHEN 'real' THEN {up} - ({column} + 0.5 < {up}) ELSE {column} END"}
@@ -57,7 +58,7 @@ def usb_port(column):
 
 
 def random_identifier(defaults=None):
-    """Version 31 makes identifiers up, but for those of the default carriers."""
+    """Version 31 makes random identifiers, except for those of the default carriers."""
     cases = "".join(f" WHEN {id} THEN '{uuid}'" for id, uuid in (defaults or {}).items())
     return ({"becomes": f"CASE id{cases} ELSE uuid END"} if cases else {}) | {"any": "uuid IS NULL"}
 
@@ -89,9 +90,9 @@ ROWS = {
         "switchToSectionBridge", machineConfigId="0", sectionId="0")},
 }
 
-# (version, direction): {table: {column: what it becomes}}. The expression holds for every row: of a
-# row that the version leaves alone it is the old value. Versions 20, 23 and 31 add their columns
-# unless they are there, and set them in any case.
+# (version, direction): {table: {column: what it becomes}}. The expression holds for every row; for
+# a row that the version does not change it is the old value. Versions 20, 23 and 31 add their
+# columns unless they are there, and set them in any case.
 VALUES = {
     (2, FORWARD): {SETTINGS: PRODUCT_SETTINGS},
     (2, BACKWARD): {SETTINGS: PRODUCT_SETTINGS},
@@ -137,13 +138,13 @@ VALUES = {
     (32, BACKWARD): {"workOrderRxMaps": WORK_ORDER_MAPS},
 }
 
-# Dropped tables that tests/data has not at that version: the device software makes them.
+# Dropped tables that tests/data does not have at that version: the device software makes them.
 DROPPED_IF_THERE = {
     (19, BACKWARD): ("onScreenSwitchboxConfig", "onScreenSwitchboxSwitchLabels"),
     (21, BACKWARD): ("implementToGpsReceiverMapping",),
 }
 
-# What every run does, whatever the versions.
+# The rows that every run takes, whatever its versions.
 USED_BY_NOTHING = (
     "NOT EXISTS (SELECT 1 FROM PC_MixToProductConfigBridge"
     " WHERE productConfigId = PC_ProductConfig.id AND mixId IS NOT NULL)"

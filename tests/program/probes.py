@@ -1,5 +1,5 @@
-"""docs/probes.md: what every probe answers when a version's change is missing, or nearly so, and
-what one run does about it."""
+"""Makes docs/probes.md: what every probe answers when a version's change is missing or looks so,
+and what one run does about it."""
 
 import contextlib
 import dataclasses
@@ -51,14 +51,14 @@ def last_with_change(version):
 
 @dataclasses.dataclass
 class Outcome:
-    """What the probes see of a damage, and what one run does about it."""
+    """The probes' answers to a damage, and what one run does about it."""
 
     false: tuple  # the versions whose probes answer false
     applied: tuple  # those that the run applies again
     false_after: tuple  # the versions whose probes answer false after that
     shape: list  # how the definitions differ from a database where nothing was missing
-    stays: list  # what has not got its values or rows back
-    spoilt: list  # what was in order before the run and is not any more
+    stays: list  # the parts that have not got their values or rows back
+    spoilt: list  # the parts that were in order before the run and no longer are
 
 
 def outcome(database, version, before):

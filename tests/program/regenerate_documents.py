@@ -11,7 +11,7 @@ import os
 import pathlib
 import sys
 
-# What is imported next needs both.
+# The next imports need both paths.
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 os.environ["DATABASE_MIGRATOR"] = str(pathlib.Path(sys.argv[1]).resolve())
 

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """Writes tests/data again, from what the built program does: the dump of every version, and in the
-*.diff files how other walks depart from it. It takes some minutes.
+*.diff files how other walks differ from it. It takes some minutes.
 
     tests/program/regenerate_dumps.py build/dev/database-migrator
 
@@ -12,7 +12,7 @@ import os
 import pathlib
 import sys
 
-# What is imported next needs both.
+# The next imports need both paths.
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 os.environ["DATABASE_MIGRATOR"] = str(pathlib.Path(sys.argv[1]).resolve())
 
@@ -36,7 +36,8 @@ def write_dumps():
 
 
 def unusual(by_walk, usual):
-    """The departures that are not the usual ones; a usual one that is missing is an empty text."""
+    """The departures that are not among the usual ones. A usual one that is missing is an empty
+    text."""
     return {walked: {table: by_table.get(table, "") for table in {*by_table, *usual[walked]}
                      if by_table.get(table, "") != usual[walked].get(table, "")}
             for walked, by_table in by_walk.items()}

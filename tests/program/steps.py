@@ -1,5 +1,5 @@
-"""One row per version in each table: what its steps log on the device database, and statements
-that take its change out again."""
+"""One row for each version in each table: the lines that its steps log on the device database, and
+statements that take its change out again."""
 
 import functools
 
@@ -47,9 +47,9 @@ STEPS = {
     34: ("Migration to version 34 was successful.\n", ""),
 }
 
-# What the forward steps log instead on a database that was walked back to version 1. The columns of
-# the versions 6 and 8 have stayed. The tables that 7, 12 and 16 need have not come back: these
-# three do not complete.
+# The lines that the forward steps log instead on a database that was walked back to version 1. The
+# columns of versions 6 and 8 have stayed. The tables that 7, 12 and 16 need have not come back, so
+# these three fail.
 STEPS_AGAIN = {
     6: "DatabaseMigrator::addColumn - Failed to add column named isoNodeName"
        " to MC_EquipmentSectionGroup\n"
@@ -68,7 +68,7 @@ STEPS_AGAIN = {
 }
 INCOMPLETE_AGAIN = (7, 12, 16)
 
-# Version 33 removes the column of 30: from there on every run applies 30 and then 33 again.
+# Version 33 removes the column of 30, so from 33 on every run applies 30 and then 33 again.
 ALWAYS_REAPPLIED = {version: (30, 33) if version >= 33 else () for version in VERSIONS}
 
 
@@ -93,7 +93,8 @@ def dropped(*tables):
 
 @functools.cache
 def taken_out():
-    """version: statements that take out all of its change that no later version undid."""
+    """version: statements that take out its change, except parts that a later version has
+    undone."""
     return {
         2: as_at(1, "productControl_productSettings"),
         3: without("ombrixMasterSettings", "ombrixEnabled"),

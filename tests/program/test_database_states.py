@@ -1,4 +1,4 @@
-"""Whatever the database is, a run ends well and loses nothing."""
+"""Whatever state the database is in, a run ends well and loses nothing."""
 
 import random
 

@@ -159,7 +159,7 @@ def first(table):
     return f"WHERE rowid = (SELECT min(rowid) FROM {table})"
 
 
-# What is changed in the result, what is then only here, and what a version should have taken.
+# The change to the result, the loss that is then only here, and what a version should have taken.
 CHANGES = {
     "nothing": ("SELECT 1", {}, {}),
     "a row of a table that no version touches": (
@@ -245,8 +245,8 @@ def test_of_two_versions_the_first_whose_condition_holds_is_named(tmp_path):
 @pytest.mark.parametrize("start", VERSIONS)
 @pytest.mark.parametrize("end", [1, NEWEST])
 def test_conditions_can_be_asked_at_every_start(start, end):
-    """Of the database before, the tables and columns of a condition are there or were made in this
-    walk; and no two versions of a walk rewrite one column."""
+    """Checks that the tables and columns of a condition are in the database before or were made in
+    this walk, and that no two versions of a walk rewrite the same column."""
     with contextlib.closing(sqlite3.connect(":memory:")) as database:
         database.executescript(dump_of(start))
         for name, in database.execute(

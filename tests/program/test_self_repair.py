@@ -1,4 +1,4 @@
-"""A run applies again what is missing of the versions that the database has passed."""
+"""A run applies again every version whose change the database should have but lacks."""
 
 import functools
 
@@ -10,12 +10,12 @@ from support.versions import NEWEST, dump_of
 from walks import (assert_same, database_at, device_with, log_of_repairs, outcome_of,
                    version_rows, walk)
 
-# (the version whose change is missing, the version of the database). From 33 on nothing is left of
-# 14 and 30: version 21 has dropped the table of 14, and version 33 the column of 30.
+# (the version whose change is missing, the version of the database). At the newest versions nothing
+# is left of 14 and 30: version 21 has dropped the table of 14, and version 33 the column of 30.
 MISSING = [*((version, 20) for version in range(2, 21)), (30, 32),
            *((version, NEWEST) for version in range(2, NEWEST + 1) if version not in (14, 30))]
 
-# The versions that are applied again, unless it is the missing one alone.
+# The versions that are applied again, if it is not the missing one alone.
 REAPPLIED = {
     # Nothing looks for the changes of these two.
     7: (),
@@ -44,7 +44,7 @@ def remade(table, definition, columns):
 
 @functools.cache
 def left_by_repair():
-    """What a repair makes different from a database where nothing was missing."""
+    """The differences that a repair leaves, compared with a database where nothing was missing."""
     return {
         # A column that comes back is after those of later versions.
         3: last("ombrixMasterSettings", "ombrixEnabled BOOLEAN DEFAULT 1"),
@@ -100,7 +100,7 @@ def left_by_repair():
 
 @functools.cache
 def left_intact(version):
-    """What a run leaves of a database at a version where nothing is missing."""
+    """The content that a run leaves of a version's database where nothing is missing."""
     return walk(dump_of(version), version).dump
 
 

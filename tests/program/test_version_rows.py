@@ -1,4 +1,4 @@
-"""A run works with any version rows: odd values, and missing ones."""
+"""A run works with any version rows: with odd values, and with missing rows."""
 
 import pytest
 from conftest import (NO_VERSION_TABLE, PRODUCT_ROWS, PRODUCT_SETTINGS, Trouble, column_not_added,

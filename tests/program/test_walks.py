@@ -59,7 +59,7 @@ def test_steps_from_30_to_34_run_in_their_order():
     assert outcome.versions == "mainSqlDb|34|'4.1.0'\naltSqlDb|30|NULL\n"
 
 
-# Version 32 leaves a view of this name as it is; version 34 cannot add a column to it.
+# Version 32 leaves a view of this name as it is, and version 34 cannot add a column to it.
 VIEW_OF_MAPS = ("ALTER TABLE workOrderRxMaps RENAME TO officeMaps;"
                 "CREATE VIEW workOrderRxMaps AS SELECT * FROM officeMaps;")
 

@@ -16,8 +16,8 @@ SOFTWARE = "4.1.0"
 PLATFORMS = ("TORVIK", "TORVIKMAX")
 PAIRS = list(itertools.product(VERSIONS, VERSIONS))
 
-# How walks depart from the walk forward from version 1. The other two files say what differs from
-# the first: on a device with on-board ports, and on the way forward a second time.
+# How walks differ from the walk forward from version 1. The other two files say what differs from
+# the first file: on a device with on-board ports, and on the second way forward.
 WALKS = Departures("walks.diff")
 WALKS_ON_TORVIKMAX = Departures("walks_on_torvikmax.diff")
 WALKS_AGAIN = Departures("walks_again.diff")
@@ -52,7 +52,7 @@ class Outcome:
 
 
 def assert_same(actual, expected):
-    """Compares two texts line by line; a failure shows the lines that differ."""
+    """Compares two texts line by line. A failure shows the lines that differ."""
     difference = "\n".join(difflib.unified_diff(expected.splitlines(), actual.splitlines(),
                                                 "expected", "actual", n=0, lineterm=""))
     if difference or actual != expected:
@@ -60,7 +60,7 @@ def assert_same(actual, expected):
 
 
 def outcome_of(device, *arguments, options=""):
-    """What a run leaves; options: further options for bubblewrap."""
+    """The state that a run leaves. options: further options for bubblewrap"""
     device.log_file.unlink(missing_ok=True)
     device.run(*arguments, options=options)
     return left_on(device)
@@ -159,7 +159,7 @@ def showing(departing):
 
 
 def expected_of_walk(start, target, platform="TORVIK"):
-    """What it must leave."""
+    """The state that the walk must leave."""
     end = reached(target)
     # The database of version 1 has no column for the software version yet.
     migrates = start != target or start == 1

@@ -1,4 +1,4 @@
-"""Chromium, driven through a pair of pipes: it takes no network, not even the machine's own."""
+"""Chromium, driven through two pipes: it needs no network, not even inside the machine."""
 
 import json
 import os
@@ -6,15 +6,15 @@ import select
 import subprocess
 
 PROGRAM = "/usr/bin/chromium"
-# A page is there in less than a second; a machine that is busy may take longer.
+# A page is there in less than a second, but a busy machine may take longer.
 SECONDS = 120
-# It reads commands from 3 and writes answers to 4.
+# It reads commands from descriptor 3 and writes answers to descriptor 4.
 ON_PIPES = 'exec "$@" 3<&"$COMMANDS" 4>&"$ANSWERS"'
 ARGUMENTS = (
     "--headless=new", "--remote-debugging-pipe", "--disable-gpu", "--hide-scrollbars",
     "--no-first-run", "--disable-background-networking", "--disable-component-update",
     "--disable-dev-shm-usage", "--disable-breakpad",
-    # Root, as in a container, cannot have Chromium's sandbox.
+    # Chromium's sandbox does not work for root, as in a container.
     "--no-sandbox")
 
 
@@ -22,7 +22,7 @@ class Chromium:
     """A browser with one page, and commands of the Chrome DevTools Protocol."""
 
     def __init__(self, folder):
-        """folder: for what it keeps; it would go to the user's home directory."""
+        """folder: for its files, which would otherwise be in the user's home directory"""
         commands, self.commands = os.pipe()
         self.answers, answers = os.pipe()
         self.process = subprocess.Popen(
@@ -79,19 +79,19 @@ class Chromium:
         return json.loads(message)
 
     def open(self, address):
-        """Shows a page; forgets what was told about the one before."""
+        """Shows a page; forgets the messages about the page before."""
         self.events.clear()
         self.command("Page.navigate", url=address)
         while not any(event.get("method") == "Page.loadEventFired" for event in self.events):
             self.events.append(self.message())
 
     def errors(self):
-        """What the browser has complained about on this page: scripts, loads, violated rules."""
+        """The browser's complaints about this page: scripts, loads, violated rules."""
         return [event["params"] for event in self.events if event.get("method") in (
             "Log.entryAdded", "Runtime.exceptionThrown", "Runtime.consoleAPICalled")]
 
     def run(self, script, *arguments):
-        """What a function in JavaScript returns."""
+        """The result of a function in JavaScript."""
         answer = self.command(
             "Runtime.evaluate", returnByValue=True,
             expression=f"(function() {{ {script} }}).apply(null, {json.dumps(arguments)})")

@@ -16,25 +16,25 @@ sys.path.insert(0, str(ROOT / "report"))
 PROGRAM = ROOT / "report" / "migration_report.py"
 PHONE = 360
 DESKTOP = 1200
-# What the margins of an A4 page leave, in CSS pixels: 180 mm.
+# The width that the margins of an A4 page leave, 180 mm, in CSS pixels.
 PAPER = 680
 
 
 def make_page(*documents):
-    """The ended program with the page of JSON objects, one per line."""
+    """Runs the program on JSON objects, one per line; returns the ended process."""
     lines = "".join(json.dumps(document) + "\n" for document in documents)
     return subprocess.run([PROGRAM, "-"], input=lines.encode(), capture_output=True, check=False)
 
 
 class Browser(Chromium):
-    """Shows the pages of JSON objects, and tells what a reader sees there."""
+    """Shows the pages of JSON objects, and reads them as a person sees them."""
 
     def __init__(self, folder):
         super().__init__(folder / "profile")
         self.page = folder / "page.html"
 
     def show(self, *documents, width=DESKTOP, unfolded=True):
-        """Shows the page of JSON objects, with everything unfolded unless it is not to be."""
+        """Shows the page of JSON objects, with every fold open unless told not to."""
         made = make_page(*documents)
         assert (made.returncode, made.stderr) == (0, b"")
         self.page.write_bytes(made.stdout)

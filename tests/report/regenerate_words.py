@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""Writes report/words.json again: what the page for a technician says of codes, reasons, statuses,
-SQLite's words, versions and tables. It comes from docs/findings.md, docs/versions.md and
-guard/verdict/table_words.cpp, so nothing is said twice.
+"""Writes report/words.json again: the texts for codes, reasons, statuses, SQLite's words, versions
+and tables on the page for a technician. They come from docs/findings.md, docs/versions.md and
+guard/verdict/table_words.cpp, so each is written only once.
 
     tests/report/regenerate_words.py
 """
@@ -31,14 +31,15 @@ def rows_below(page, heading):
 
 
 def code_parts(cell):
-    """`rows-lost:fields` is the kind rows-lost and the object fields; a column's is its table."""
+    """`rows-lost:fields` has the kind rows-lost and the object fields; for a column it is the
+    table."""
     kind, _, named = cell.strip("`").partition(":")
     return kind, named.split(".")[0]
 
 
 def finding(cell, *texts):
-    """What the page says of a code. Where a text names the example's object, `x` of `table-lost:x`,
-    it says {object}."""
+    """The page's texts for a code. Where a text names the example's object, `x` of `table-lost:x`,
+    the result has {object}."""
     example = code_parts(cell)[1]
     if example:
         named = re.compile(rf"(?<![A-Za-z0-9]){re.escape(example)}(?![A-Za-z0-9])")

@@ -1,4 +1,4 @@
-"""What the pages are made of: rehearsals and records as migration-guard writes them."""
+"""The input of the pages: rehearsals and records as migration-guard writes them."""
 
 import itertools
 import random
@@ -13,7 +13,7 @@ SOFTWARE = {"guard": "1.0.0", "sqlite": "3.40.1", "program": 34}
 
 
 def finding(code, count=None, of=None, on_purpose=None, counts=False, **others):
-    """A finding about some rows of the rows of a table; others: further fields."""
+    """A finding about some rows of a table. others: further fields"""
     kind, _, named = code.partition(":")
     table, _, column = named.partition(".")
     numbers = {} if count is None else {"rows": count}
@@ -46,7 +46,7 @@ def verdict(source, to, target, findings=(), tables=(), unknown=()):
 
 
 def steps(source, target, failed=None, lines=()):
-    """The steps of a walk; those after a failed one are not reached. Without a version it is 1."""
+    """The steps of a walk; those after a failed one are not reached. No version counts as 1."""
     source = source or 1
     forward = target > source
     walk = range(source + 1, target + 1) if forward else range(source, target, -1)
@@ -62,7 +62,7 @@ def steps(source, target, failed=None, lines=()):
 
 def rehearsal(source=16, target=34, to=None, found=None, path="/media/stick/my.db.sqlite",
               **others):
-    """A rehearsal; found: its verdict; others: fields that are different."""
+    """A rehearsal. found: its verdict; others: fields with other values"""
     to = target if to is None else to
     return {
         "format": 1, "rehearsal": True,
@@ -174,7 +174,7 @@ def of_device(program, judge, folder, target, *blemishes):
 
 
 def with_numbers(seed):
-    """A rehearsal in which no number is there twice, so that none can pass for another one."""
+    """A rehearsal in which no number occurs twice, so none can be mistaken for another."""
     drawn = random.Random(seed)
     fresh = iter(drawn.sample(range(1000, 10 ** 9), 400))
     tables = [f"table{number}" for number in range(12)]
@@ -208,7 +208,7 @@ def with_numbers(seed):
         wayBack={"target": source, "to": target, "reached": False, **back})
 
 
-# What a name in a database can be.
+# Texts that can be names in a database.
 HOSTILE = (
     "<script>document.title = 'script'</script>", "<img src=x onerror=alert(1)>",
     "</pre></details>",

@@ -1,4 +1,4 @@
-"""What is no rehearsal and no lastMigration.json: a message and a status, never a traceback."""
+"""Input that is no rehearsal and no lastMigration.json: a message and a status, no traceback."""
 
 import copy
 import json
@@ -111,7 +111,7 @@ def test_page_is_the_same_from_a_file_and_from_the_standard_input(folder):
 
 
 def whole_document():
-    """Every field that is known, once."""
+    """A rehearsal with every known field, once."""
     document = failing()
     document["verdict"] = verdict(16, 26, 34, [
         finding("rows-lost:PC_Mix", 1, 41, on_purpose=7, counts=True, detail="words",
@@ -163,7 +163,7 @@ def test_fields_that_may_be_missing_are_not_missed():
 
 def test_fields_that_are_not_known_are_passed_over():
     def with_more(value, later):
-        """Another field in every object; those that hold numbers hold only numbers."""
+        """Adds an unknown field to every object, except to those that hold only numbers."""
         if isinstance(value, dict):
             return {name: with_more(inner, 5 if name in ("numbers", "milliseconds", "bytes")
                                     else {"x": [1]}) for name, inner in value.items()} | {

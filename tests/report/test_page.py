@@ -149,7 +149,7 @@ def test_every_number_is_that_of_the_json(browser, seed):
 
 
 def assert_numbers_are_those_of(browser, document):
-    """Every number of the JSON is where it belongs, and no other one is on the page."""
+    """Every number of the JSON is where it belongs, and no other number is on the page."""
     for part, found in (("tables", document["verdict"]), ("back", document["wayBack"])):
         shown = [[row[0].split("\n")[-1], *row[1:]]
                  for row in browser.rows(f"#run-1-{part} ~ table.counts")]
@@ -168,7 +168,7 @@ def assert_numbers_are_those_of(browser, document):
 
 
 def assert_findings_are_those_of(browser, place, found):
-    """Every finding is in a place, with its numbers and its first twenty rows."""
+    """Every finding is on the page, with its numbers and its first twenty rows."""
     items = browser.run("""
         return [...document.querySelectorAll(arguments[0] + '.finding[data-code]')].map(
             one => [one.dataset.code, one.querySelector('.sentence').innerText,
@@ -181,7 +181,7 @@ def assert_findings_are_those_of(browser, place, found):
         tables = {row["table"] for row in one.get("rows", ())}
         if tables <= {one.get("object")}:
             assert shown_keys == [row["key"] for row in one.get("rows", ())[:20]]
-        # The sentence of a kind that is not known is the JSON's own.
+        # The sentence of an unknown kind is the JSON's own.
         if one["kind"] != "mystery" and one["numbers"].get("rows"):
             assert one["numbers"]["rows"] in numbers_in(sentence)
         if one["kind"] in ("rows-lost", "violations-removed", "renamed"):
@@ -208,10 +208,10 @@ def assert_no_other_numbers(browser, document):
 
     note(document)
     verdicts = [document["verdict"]]
-    # The headline names one, and says how many more there are.
+    # The headline names one finding, and says how many more there are.
     allowed.update(float(found["counting"] - 1) for found in verdicts)
     note(list(WORDS.texts["versions"].values()))
-    # How many keys of the JSON's are shown.
+    # How many of the JSON's keys are shown.
     for found in document["verdict"]["findings"]:
         allowed.add(float(min(20, len(found.get("rows", ())))))
     # Sizes and times for a person; the exact ones are beside them.

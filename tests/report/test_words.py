@@ -1,4 +1,4 @@
-"""The words of the page are those of the documents, and none is missing."""
+"""The texts of the page are those of the documents, and none is missing."""
 
 import difflib
 import re
@@ -41,7 +41,7 @@ def test_every_kind_of_finding_has_words():
 
 
 def test_every_reason_has_words():
-    """A reason is a text of the guard in docs/guard.md's table of them."""
+    """Every reason that the guard can give is in the table of reasons in docs/guard.md."""
     page = (ROOT / "docs" / "guard.md").read_text(encoding="utf-8")
     table = re.search(r"^\| `reason` \| \|\n.*?\n\n", page, re.DOTALL | re.MULTILINE)[0]
     named = {*re.findall(r"`([a-z-]+)`", "\n".join(

@@ -31,7 +31,7 @@ private slots:
 
 namespace
 {
-/// A table's structure as lines, each list on one.
+/// A table's structure as lines, one list on each.
 QStringList lines(const TableInfo &info)
 {
     return {
@@ -44,7 +44,7 @@ QStringList lines(const TableInfo &info)
         info.createText};
 }
 
-/// The same with all lists on the first line.
+/// The same structure with all lists on the first line.
 QStringList summary(const TableInfo &info)
 {
     return {lines(info).mid(0, 6).join("; "), info.createText};
@@ -236,7 +236,7 @@ void ColumnsAndTablesTest::getTableInfoKeepsNoHalfReadPart()
     const QStringList whole = lines(migrator.getTableInfo("field"));
     const QStringList empty = lines(TableInfo());
 
-    // Interrupts the reading later and later, until it ends before the interruption.
+    // Interrupts the reading later each time, until it ends before the interruption.
     QMap<QString, int> interruptions;
     QStringList read;
     for (int instructions = 1; read != whole; ++instructions) {
@@ -261,7 +261,7 @@ void ColumnsAndTablesTest::getTableInfoKeepsNoHalfReadPart()
             ++interruptions[info.readError];
         }
     }
-    // Before the first column nothing was read; after it only a part.
+    // Interrupted before the first column, nothing was read; after it, only a part.
     QCOMPARE(
         interruptions.keys(), QStringList({"", "interrupted Unable to fetch row", "keys", "text"}));
 }

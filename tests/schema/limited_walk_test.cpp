@@ -39,7 +39,8 @@ void LimitedWalkTest::endsAtTheLimit_data()
     const int growth = LimitedWalk::growth;
     const QString all = "SELECT id FROM field";
     const QString some = "SELECT id FROM field WHERE id > :least";
-    // When the rows are counted, there are the first two and one for each row read except the last.
+    // When the rows are counted, the table has the first two, and one for each row read except the
+    // last.
     const int limit = few + growth * (few + 1);
     QTest::newRow("there is no row") << all + " WHERE id < 0" << QStringList() << 0 << 0 << true;
     QTest::newRow("every row is read") << all << QStringList() << 0 << 2 << true;
@@ -117,7 +118,7 @@ void LimitedWalkTest::locksNothingWhenFinished()
     QVERIFY(executeQuietly("DROP TABLE field"));
 }
 
-/// Rows of 1,000 characters each: kept, they would take 200 MB.
+/// The rows have 1,000 characters each. If they were kept, they would take 200 MB.
 void LimitedWalkTest::keepsNoRowsInMemory()
 {
     LimitedWalk rows;

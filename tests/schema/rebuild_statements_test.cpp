@@ -3,7 +3,7 @@
 
 Q_DECLARE_METATYPE(TableInfo)
 
-// Only the texts, without a database. table_rebuild_test executes them.
+// Tests only the texts, without a database. table_rebuild_test executes them.
 class RebuildStatementsTest : public QObject
 {
     Q_OBJECT

@@ -185,7 +185,7 @@ void TableRebuildTest::fails_data()
     QTest::addColumn<QString>("error");
     QTest::addColumn<QStringList>("after");
 
-    // Where no row says what the database is afterwards, it does not change.
+    // If a test row does not say what the database is afterwards, it must not change.
     const auto row = [](const char *sentence,
                         const QByteArray &before,
                         const QString &error,

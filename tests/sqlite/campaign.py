@@ -1,14 +1,14 @@
 #!/usr/bin/python3
-"""Runs the program and its guard with other SQLite libraries, and tells which walks end differently
-than with Debian 12's own.
+"""Runs the program and its guard with other SQLite libraries, and reports the walks that end
+differently than with Debian 12's own.
 
     campaign.py [--minutes M] [--document]
 
 The libraries are built from sources that npm packages carry, which are fetched once (libraries.py).
-Answers and libraries are kept in build/sqlite/; a campaign goes on where the last one stopped, and
-tries again what a change of the program, of its guard or of the expected walks concerns. --document
-writes the tables of docs/sqlite.md from the answers. It needs the network, and npm besides what
-./test.sh needs.
+Answers and libraries are kept in build/sqlite/; a campaign goes on where the last one stopped. It
+repeats the walks that a change of the program, of its guard or of the expected walks concerns.
+--document writes the tables of docs/sqlite.md from the answers. The campaign needs the network, and
+npm in addition to the packages of ./test.sh.
 """
 
 import itertools
@@ -22,7 +22,7 @@ from concurrent.futures import ThreadPoolExecutor, as_completed
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path[:0] = [str(HERE.parent), str(HERE.parent / "program")]
 ROOT = HERE.parent.parent
-# What is imported next takes the program from here.
+# The next imports take the program from here.
 os.environ["DATABASE_MIGRATOR"] = str(ROOT / "build" / "release" / "database-migrator")
 
 import trials
@@ -34,7 +34,7 @@ from support.versions import NEWEST
 PAGE = ROOT / "docs" / "sqlite.md"
 GENERATED = re.compile(r"(?<=<!-- tests/sqlite/campaign.py writes these tables -->\n).*?"
                        r"(?=<!-- the end of the tables -->\n)", re.DOTALL)
-# With it a rename does what it did before 3.25.
+# With this option a rename works as it did before 3.25.
 LEGACY = "SQLITE_DEFAULT_LEGACY_ALTER_TABLE"
 KINDS = {"walk": trials.try_walk, "guarded": trials.try_guarded, "planted": trials.try_planted}
 
@@ -45,7 +45,7 @@ def build():
 
 
 def what_counts():
-    """A fingerprint of what decides how a walk ends, but for the library."""
+    """A fingerprint of everything that decides how a walk ends, except the library."""
     return fingerprint(*product_sources(), ROOT / "guard", DATA, HERE / "trials.py",
                        *(ROOT / "tests" / "program" / name for name in
                          ("conftest.py", "dumps.py", "steps.py", "walks.py")))
@@ -93,14 +93,14 @@ class Trials:
                     self.campaign.note([self.of, str(library), *futures[future]], future.result())
 
     def different(self, library, kind):
-        """The answers of a kind that are none of an equal end, by case."""
+        """The answers of a kind for cases that did not end equally, by case."""
         answers = {case: self.answer(library, *case) for case in self.cases(library)
                    if case[0] == kind}
         return {case: found for case, found in answers.items()
                 if found and not trials.is_none(found)}
 
     def figures(self, library, kind):
-        """How many walks of a kind ended equally; what differs in the others."""
+        """How many walks of a kind ended equally, and the differences of the others."""
         tried = [case for case in self.cases(library)
                  if case[0] == kind and self.answer(library, *case)]
         different = self.different(library, kind).values()

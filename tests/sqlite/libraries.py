@@ -30,9 +30,10 @@ PACKAGES = {
     "3.50.4": "better-sqlite3@12.4.1",
     "3.54.1": "better-sqlite3@13.2.0",
 }
-# The version that Debian 12 has: its golden dumps are the ones that the others are compared with.
+# Debian 12's version. The golden dumps were made with it, and the other versions are compared with
+# them.
 REFERENCE = "3.40.1"
-# Before it a library takes a double-quoted text whatever it was built with.
+# Before this version a library accepts texts in double quotes, whatever it was built with.
 FIRST_WITH_DQS = (3, 29)
 # Compile options that are tried with the reference.
 OPTIONS = ("SQLITE_DQS=1", "SQLITE_DQS=2", "SQLITE_DEFAULT_LEGACY_ALTER_TABLE")
@@ -48,7 +49,7 @@ class Library:
         return f"{self.version} {self.option}".strip()
 
     def build(self, folder):
-        """Builds the library unless it is there; returns the folder that holds it."""
+        """Builds the library unless it is there; returns its folder."""
         place = folder / "libraries" / str(self).replace(" ", "-")
         library = place / "libsqlite3.so.0"
         if not library.exists():
@@ -80,7 +81,7 @@ def libraries():
 
 
 def source(version, folder):
-    """The amalgamation of a version; its package is fetched when it is not there."""
+    """The amalgamation of a version; its package is fetched if it is not there."""
     place = folder / "sources" / version
     amalgamation = place / "sqlite3.c"
     if not amalgamation.exists():

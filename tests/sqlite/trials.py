@@ -17,8 +17,8 @@ NOTHING_CHANGED = 3
 FORWARD = [(1, version, "TORVIK") for version in VERSIONS]
 GUARDED = [(1, NEWEST, "TORVIK"), (NEWEST, 1, "TORVIK"), (20, 26, "TORVIKMAX")]
 
-# What somebody else may have added to a device's database. The versions 2 and 25 make their tables
-# again, 17 renames one; no step touches cropTypes.
+# Objects that other software may have added to a device's database. Versions 2 and 25 re-create or
+# rebuild their tables, 17 renames one; no step touches cropTypes.
 PLANTED = {
     "a view that names a missing table":
         "CREATE VIEW planted AS SELECT id FROM missing;",
@@ -48,7 +48,7 @@ def walks():
 
 
 def with_library(folder):
-    """Bubblewrap's options for a program that is to load the library in this folder."""
+    """Bubblewrap's options that make a program load the library in this folder."""
     return f"--ro-bind {folder} /sqlite --setenv LD_LIBRARY_PATH /sqlite"
 
 
@@ -62,13 +62,14 @@ def loaded_version(folder):
 
 
 def try_walk(folder, start, end, platform):
-    """How a walk of the program ends differently."""
+    """The differences in the end of a walk of the program."""
     return difference(expected_of_walk(start, end, platform),
                       outcome_of_walk(start, end, platform, with_library(folder)))
 
 
 def try_guarded(folder, start, end, platform):
-    """How a guarded walk ends differently from one of the program alone; and its exit status."""
+    """The differences between the end of a guarded walk and of the program alone; its exit
+    status."""
     with device_with(database_at(start, platform), platform) as device:
         for file in (PROGRAM, GUARD, KNOWN_VERSIONS):
             shutil.copy(file, device.app)
@@ -81,8 +82,8 @@ def try_guarded(folder, start, end, platform):
 
 
 def try_planted(folder, case):
-    """How the walk to the newest version ends differently when this is in the database; and the
-    table that the planted statement names at the end."""
+    """The differences in the end of the walk to the newest version when this is in the database,
+    and the table that the planted statement names at the end."""
     outcome = walk(dump_of(1) + PLANTED[case], NEWEST, options=with_library(folder))
     statement = PLANTED_STATEMENT.search(outcome.dump)[0]
     return {**difference(expected_of_walk(1, NEWEST), as_departures(outcome, NEWEST)),
@@ -103,12 +104,12 @@ def difference(expected, actual):
 
 
 def is_none(found):
-    """True where a difference is none."""
+    """True if a difference does not count."""
     return not (found["missing"] or found["added"] or found["differs"])
 
 
 def is_refused(found):
-    """True where the guard has changed nothing."""
+    """True if the guard has changed nothing."""
     return found.get("status") == NOTHING_CHANGED
 
 

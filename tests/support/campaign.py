@@ -31,8 +31,8 @@ class Campaign:
     """The answers to tasks, kept in build/NAME/trials.jsonl.
 
     A task and its answer are anything that JSON can hold. An answer is written as soon as it is
-    there, so a campaign that was stopped loses nothing. A task that holds a fingerprint is a new
-    one when the files change.
+    there, so a campaign that was stopped loses nothing. A task that contains a fingerprint becomes
+    a new task when the files change.
     """
 
     def __init__(self, name, minutes=float("inf")):
@@ -47,7 +47,7 @@ class Campaign:
                 self._answers[json.dumps(task)] = answer
 
     def start_over_unless(self, of):
-        """Empties the folder when its answers hold for another fingerprint than this one."""
+        """Empties the folder if its answers belong to another fingerprint than this one."""
         note = self.folder / "fingerprint"
         if not note.exists() or note.read_text() != of:
             for path in self.folder.iterdir():
@@ -56,7 +56,7 @@ class Campaign:
             note.write_text(of)
 
     def is_over(self):
-        """True when the time is up: no further task may begin."""
+        """True when the time is up. No further task may begin then."""
         return time.monotonic() > self.end
 
     def answer(self, task, default=None):

@@ -16,7 +16,7 @@ class Device:
     """The places of a device's files, its database, and programs that run on it.
 
     Device("") has the paths relative to any device. Device("/", pool="usr/bin/harlo/pool") is the
-    device as a program sees it that runs inside the sandbox.
+    device as a program inside the sandbox sees it.
     """
 
     def __init__(self, root, app="app", pool="pool"):

@@ -1,13 +1,13 @@
-"""What a run has taken from a database: on purpose, or only here.
+"""Finds out what a run has taken from a database: on purpose, or only here.
 
-guard/schema-versions.json says what is on purpose, docs/schema-versions.md has the rules. This
-judges the slow and simple way, row by row.
+guard/schema-versions.json says what is on purpose; docs/schema-versions.md has the rules. This code
+judges in the slow and simple way, row by row.
 
-tests/verdict/count.py is a second one, because the questions are two. This one asks whether the
-file tells the truth about the program, also what a step leaves that it should have taken: no
-verdict says that. It needs devices in good order. The other one asks whether the guard's verdict is
-right, by the rules of docs/findings.md, with the log and the scripts, and on damaged devices too.
-Neither uses the other or the guard, so one mistake does not hide in both.
+tests/verdict/count.py also judges runs, but answers another question. This code asks whether the
+file describes the program correctly. That includes what a step leaves but should have taken, which
+no verdict reports. It needs devices in good order. count.py asks whether the guard's verdict is
+right by the rules of docs/findings.md, with the log and the scripts, and on damaged devices too.
+Neither uses the other or the guard, so no mistake can hide in both.
 """
 
 import collections
@@ -21,7 +21,7 @@ from support.places import scratch_directory
 
 FORWARD, BACKWARD = "forward", "backward"
 EVERY_RUN = "every run"
-# SQLite's own notes.
+# SQLite's own tables.
 NOT_JUDGED = ("sqlite_sequence",)
 
 
@@ -29,7 +29,8 @@ NOT_JUDGED = ("sqlite_sequence",)
 class Judgement:
     """Numbers by object: ("table", "t"), ("column", "t.c"), ("rows", "t") or ("values", "t.c").
 
-    A table or a column counts as one, with all its rows or values. The names are those of before.
+    A table or a column counts as one, with all its rows or values. The names are those before the
+    run.
     """
 
     taken: dict  # by (step, *object): on purpose; a step is (version, direction) or EVERY_RUN
@@ -49,7 +50,7 @@ class Walk:
 
 
 class TrackedTable:
-    """A table of before: what becomes of it on the way, and what the steps say of its rows."""
+    """A table before the run: what becomes of it on the way, and which steps take its rows."""
 
     def __init__(self, name, columns):
         self.name = name
@@ -115,7 +116,7 @@ class Judging:
                                 collections.Counter(), [])
 
     def repair(self):
-        """Does what every run does before the first step, and notes the rows that go."""
+        """Does the work of every run before the first step, and notes the rows that go."""
         counts = {name: self.count(name) for name in tables_of(self.database)}
         self.database.execute("PRAGMA foreign_keys = ON")
         for name, rowid, *_ in self.database.execute("PRAGMA foreign_key_check").fetchall():
@@ -180,7 +181,7 @@ class Judging:
             gone_by = next((step for step, goes in row.goes if goes), None)
             row_key = tuple(row.expected.get(column, row.values[column]) for column in key)
             if row_key not in rows_after:
-                # The step has failed, and the key is the old one.
+                # The step has failed, and the key has its old value.
                 row_key = tuple(row.values[column] for column in key)
             expected[row_key].append((gone_by, row))
         for row_key, rows in expected.items():
@@ -188,7 +189,7 @@ class Judging:
 
     def judge_rows_of_a_key(self, name, rows, found, columns):
         """rows: (the step that takes it or None, row); found: the rows after with the same key."""
-        # Only a key with NULL can be that of several rows: unchanged ones first, then in order.
+        # Only a key with NULL can belong to several rows: unchanged rows first, then in order.
         pairs, rest = [], []
         for row in (row for step, row in rows if step is None):
             same = next((one for one in found if all(
@@ -212,7 +213,7 @@ class Judging:
 
     @staticmethod
     def key_of(content, after, columns):
-        """The columns of before that tell which row is which."""
+        """The columns before the run that identify a row."""
         if content.key and {*content.key} <= {*columns}:
             return content.key
         old_names = {new: old for old, new in columns.items()}
@@ -221,7 +222,7 @@ class Judging:
         return ("rowid",)
 
     def rows_before(self, name, content, tracked):
-        """Every row with what the steps say of it."""
+        """Every row, with the conditions and values of the steps."""
         parts = [f"quote({identifier(column)})" for column in content.columns]
         parts += [f"({condition}) IS TRUE" for _, condition in tracked.rows]
         for column, values in tracked.values.items():
@@ -272,8 +273,8 @@ class Becomes:
 
     step: object
     value: str
-    any: bool  # or any other value
-    within: float  # or a number that is this near to the old one
+    any: bool  # or any other value is allowed
+    within: float  # or a number this close to the old one
 
     def allows(self, before, after):
         return after == self.value or (self.any and after != before)

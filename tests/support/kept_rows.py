@@ -1,6 +1,5 @@
-"""What became of the rows of tables and their copies when a database was mended.
-
-This looks at the two databases only, and judges the slow and simple way.
+"""Checks what became of the rows of tables and their copies when a database was mended. It only
+compares the two databases, in a slow and simple way.
 """
 
 import collections
@@ -14,7 +13,7 @@ OPPOSITE = {"forward": "backward", "backward": "forward"}
 
 
 def small(name):
-    """A name as SQLite compares it: the case of other letters than A to Z counts."""
+    """A name as SQLite compares it: only for A to Z the letter case does not count."""
     return "".join(letter.lower() if letter.isascii() else letter for letter in name)
 
 
@@ -23,7 +22,7 @@ class Tables:
 
     def __init__(self, database):
         self.database = database
-        # A name that is no text cannot be asked for.
+        # A table whose name is no text cannot be queried.
         self.names = {small(name): name for name, in database.execute(
             "SELECT name FROM sqlite_schema WHERE type = 'table' AND rootpage > 0")
             if name.encode(errors="ignore").decode() == name}
@@ -34,7 +33,7 @@ class Tables:
 
     def rows(self, name, values):
         """How often each row is there. values: SQL expressions"""
-        # A literal says the storage class and every byte.
+        # A literal shows the storage class and every byte.
         selected = ", ".join(f"typeof({value}), quote({value})" for value in values)
         return collections.Counter(self.database.execute(
             f"SELECT {selected} FROM main.{identifier(name)} NOT INDEXED"))
@@ -44,14 +43,14 @@ class Tables:
 
 
 def other_names(table, versions):
-    """The names that versions have for a table, its own one first."""
+    """The names of a table at different versions, its own name first."""
     entries = [entry[direction].get(table, {}) for entry in versions["versions"].values()
                for direction in OPPOSITE]
     return [table, *(entry["renamed"] for entry in entries if "renamed" in entry)]
 
 
 def steps_of(copy, versions):
-    """What the steps that make a copy take from its table."""
+    """The entries of the steps that make a copy: what they take from its table."""
     entry = versions["copies"][copy]
     return [versions["versions"][str(version)][direction].get(entry["table"], {})
             for direction in OPPOSITE for version in entry.get(direction, ())]
@@ -91,7 +90,7 @@ def lost_rows(file_before, file_after, versions):
             contextlib.closing(sqlite3.connect(file_after)) as new:
         old.text_factory = new.text_factory = lambda text: text.decode(errors="surrogateescape")
         before, after = Tables(old), Tables(new)
-        # SQLite's own notes are no rows of anybody's.
+        # SQLite's own tables do not count.
         return [name for key, name in before.names.items()
                 if not key.startswith("sqlite_") and not is_kept(key, before, after, versions)]
 

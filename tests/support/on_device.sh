@@ -3,10 +3,9 @@
 # at the field computer's fixed paths. The program can write there and nowhere else.
 #
 #   on_device.sh DEVICE PROGRAM [ARGUMENT...]
-#
 # DEVICE is the directory, which is made if it is missing; "--scratch" means a new one that is removed
-# afterwards. A program in the device's app/ runs in its place, any other one as if it were directly
-# in app/. DEVICE_LOCALE is the program's locale (default C), DEVICE_OPTIONS has further options for
+# afterwards. A program in the device's app/ runs where it is; any other runs as if it were directly in
+# app/. DEVICE_LOCALE is the program's locale (default C), DEVICE_OPTIONS has further options for
 # bubblewrap, COVERAGE_DIRECTORY is a place that stays writable for counters. The sanitizers' options
 # reach the program, and so does CAMPAIGN, which makes tests try all their cases. For a program of
 # another processor, DEVICE_EMULATOR is a static program that runs it, and DEVICE_SYSTEM the root

@@ -5,7 +5,7 @@
 
 #include <malloc.h>
 
-/// Measures how much more memory this process needs at its worst moment from now on.
+/// Measures the peak of the additional memory that this process needs from now on.
 class PeakMemory
 {
 public:

@@ -45,7 +45,7 @@ public:
         if (sqlite3_open(ScratchDevice::databasePath.toUtf8(), &m_handle) != SQLITE_OK) {
             qFatal("the scratch database cannot be opened");
         }
-        // What a test prepares need not outlive a power cut.
+        // The database that a test prepares need not survive a power cut.
         run("PRAGMA synchronous = OFF");
     }
     ~Connection() { sqlite3_close(m_handle); }
@@ -105,7 +105,7 @@ private:
         }
     }
 
-    /// The shortest text that reads as the same number; it never looks like an integer.
+    /// The shortest text that is read as the same number; it never looks like an integer.
     static QString real(double value)
     {
         const QString text = QString::number(value, 'g', QLocale::FloatingPointShortest);
@@ -153,7 +153,7 @@ int countInstruction(void *)
     return --instructionsLeft == 0;
 }
 
-/// The migrator's own connection.
+/// @return the migrator's own connection
 sqlite3 *connection()
 {
     const QVariant handle = QSqlDatabase::database().driver()->handle();

@@ -19,8 +19,8 @@
 /// @return the lines that differ, marked as actual and expected, empty when there are none
 QByteArray differenceOf(const QStringList &actual, const QStringList &expected);
 
-/// The field computer that a test program runs on. The fixed paths belong to a scratch directory, see
-/// on_device.sh; a test program that was not started by it ends.
+/// The field computer that a test program runs on. The fixed paths belong to a scratch directory,
+/// see on_device.sh. A test program that on_device.sh has not started ends at once.
 class ScratchDevice
 {
 public:
@@ -38,7 +38,7 @@ public:
 
     /// Writes a file and the directories above it.
     static void writeFile(const QString &path, const QByteArray &content);
-    /// @return the content of a file, empty without one
+    /// @return the content of a file, empty if there is none
     static QByteArray readFile(const QString &path);
 
     /// Runs statements on the database, over a connection of their own; a failure ends the test
@@ -51,14 +51,14 @@ public:
     QStringList rows(const QByteArray &query);
     /// @return the CREATE texts of the database in the order of its schema table
     QStringList schema();
-    /// @return the CREATE text of one table, empty without it
+    /// @return the CREATE text of one table, empty if there is none
     QString createText(const QByteArray &table);
     /// @return the CREATE text and the rows of each table that is there
     QStringList contents(const QList<QByteArray> &tables);
     /// @return the schema, then every table's name with its rows
     QStringList dump();
 
-    /// Overwrites a page that holds rows of a table, with another one of them or with nonsense.
+    /// Overwrites a page that holds rows of a table with another of its pages, or with nonsense.
     void overwriteLeaf(const QByteArray &table, int leaf, int copiedLeaf = -1);
 
     /// Constructs the migrator, as `main` does; an earlier one is destroyed first.
@@ -73,8 +73,8 @@ public:
     /// @param object its first argument, mostly the table's name; empty for every one
     /// @param part its second argument, mostly the column's name; empty for every one
     void refuse(int action, const QByteArray &object, const QByteArray &part = QByteArray());
-    /// Lets SQLite interrupt, once, the migrator's statement that runs after so many more
-    /// instructions of its virtual machine.
+    /// Lets SQLite interrupt the migrator once: the statement that runs after this many more
+    /// instructions of the virtual machine.
     void interruptAfter(int instructions);
     /// Ends every refusal.
     void allowAll();

@@ -4,7 +4,7 @@
 
 #include <functional>
 
-// What tests of single migration steps share.
+// The parts that tests of single migration steps share.
 
 using M = DatabaseMigrator;
 using Step = void (DatabaseMigrator::*)();
@@ -12,7 +12,7 @@ using Probe = bool (DatabaseMigrator::*)() const;
 Q_DECLARE_METATYPE(Step)
 Q_DECLARE_METATYPE(Probe)
 
-/// What SQLite refuses during a step, see ScratchDevice::refuse.
+/// An action that SQLite refuses during a step, see ScratchDevice::refuse.
 struct Refusal {
     int action;
     QByteArray object;
@@ -21,12 +21,12 @@ struct Refusal {
 
 enum class Connection { Open, Closed };
 
-/// One run of a step: what it finds and what it leaves.
+/// One run of a step: the state before it, and the state after it.
 struct StepRun {
     QByteArray before; ///< statements that make the tables
     QStringList log;   ///< the lines that the step adds
     int version;       ///< the current version that it leaves
-    QStringList after; ///< what the test reads of the database, mostly its dump
+    QStringList after; ///< the part of the database that the test reads, mostly its dump
     QList<Refusal> refusals = {};
     Connection connection = Connection::Open;
 };
@@ -39,13 +39,13 @@ const int versionUnmoved = 99;
 class StepTest : public DeviceTest
 {
 protected:
-    /// Starts the migrator at a version and discards what it logs then. Drops the table of
-    /// versions: the device's dump holds only what the step works on. What the step writes need not
-    /// survive a power cut.
+    /// Starts the migrator at a version and discards its first log lines. Drops the table of
+    /// versions, so the device's dump holds only the tables that the step works on. The step's
+    /// writes need not survive a power cut.
     DatabaseMigrator &startAt(int version);
 
     /// Checks a step against the test's row, a "run".
-    /// @param read what the run's "after" is compared with
+    /// @param read returns the content that must equal the run's "after"
     void checkStep(
         Step step, const std::function<QStringList()> &read,
         const QList<QByteArray> &untouched = {});
@@ -63,7 +63,7 @@ protected:
     /// The same with the tables that the row makes "before".
     void checkSecondRun();
 
-    /// Checks a probe against the test's row: what is there "before", and whether it is "applied".
+    /// Checks a probe against the test's row: the tables "before", and whether it is "applied".
     void checkProbe(Probe probe);
     /// Checks the "probe" of the test's row.
     void checkProbe();
@@ -126,7 +126,7 @@ inline const QString rowRefused = "refused Unable to fetch row";
 /// The test refused, see ScratchDevice::refuse.
 inline const QString notAuthorized = "not authorized Unable to execute statement";
 
-/// An earlier rebuild has left its copy.
+/// An earlier rebuild left its copy.
 inline QString copyInTheWay(const QString &table)
 {
     return "table " + table + "_temp already exists Unable to execute statement";
@@ -155,7 +155,7 @@ inline QString duplicateColumn(const QString &column)
 
 // The two lines of a failure in the schema toolkit.
 
-/// Of addColumn; those of addColumnIfNotExists are `notAdded`.
+/// The lines of addColumn; those of addColumnIfNotExists are `notAdded`.
 inline QStringList newColumnNotAdded(
     const QString &column, const QString &table, const QString &error)
 {
@@ -220,7 +220,7 @@ inline QStringList viewStays(const QString &view)
         view, "use DROP VIEW to delete view " + view + " Unable to execute statement");
 }
 
-/// A table's name and a column's.
+/// The name of a table and the name of a column.
 using Columns = QVector<QPair<QByteArray, QByteArray>>;
 
 /// @return the lines of one of the functions above for every column

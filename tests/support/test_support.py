@@ -1,4 +1,4 @@
-"""What the Python tests share does what they rely on."""
+"""Tests of the package that the Python tests share."""
 
 import subprocess
 import time

@@ -6,7 +6,7 @@ root=$(dirname "$(realpath "${BASH_SOURCE[0]}")")/../..
 scratch=$(mktemp -d "${TMPDIR:-/tmp}/changes.XXXXXX")
 trap 'rm -rf "$scratch"' EXIT
 
-# A single quote in the path is nothing special.
+# The path contains a single quote, which must not matter.
 mkdir "$scratch/it's"
 before="$scratch/it's/before" after="$scratch/it's/after"
 

@@ -1,4 +1,4 @@
-"""Databases of a few rows before and after, and what the verdict says of them."""
+"""Databases of a few rows before and after, and the verdict on them."""
 
 import json
 import sqlite3
@@ -11,8 +11,8 @@ FIELDS = ("CREATE TABLE fields (id INTEGER PRIMARY KEY, displayName TEXT, area R
 OPENING = "\n*****Beginning database migration from version: {} to version: {}\n"
 CLOSING = "\n*****Updating version in DB to: {} with software version: 4.2.0\n"
 
-# A table of versions of its own: 2 takes rows, 3 values, 4 a column, 5 a table; 6 renames; 7 takes
-# what may be missing, 8 may give any value.
+# A separate table of versions: 2 takes rows, 3 values, 4 a column, 5 a table; 6 renames; 7 takes
+# what may be missing; 8 may give a column any value.
 TABLE = {
     "format": 1, "newest": 9,
     "everyRun": {

@@ -1,4 +1,4 @@
-"""What tests of single verdicts share."""
+"""The fixtures that tests of single verdicts share."""
 
 import pytest
 from bench import Bench

@@ -1,7 +1,7 @@
-"""Counts what a run has done to a database: what the guard's verdict has to say.
+"""Counts the changes that a run made to a database: the numbers that the guard's verdict must have.
 
-Written apart from the guard: whole tables in dictionaries, no order, no bounds. Apart from
-tests/support/judge.py too, which says why there are two.
+It is independent of the guard: whole tables in dictionaries, no order, no bounds. It is also
+independent of tests/support/judge.py, which says why there are two.
 """
 
 import collections
@@ -121,11 +121,10 @@ def walk_of(before, target, newest):
 
 
 def reapplied_in(log):
-    # Before the first line there is no repair of this run.
     found = []
     for line in log.split(b"\n"):
         if line.startswith(b"*****Updating version in DB to: "):
-            break
+            break  # A run repairs nothing after this line.
         match = re.match(rb"Corruption detected: applying update to db for version (\d+)", line)
         if match:
             found.append(int(match[1]))
@@ -135,7 +134,7 @@ def reapplied_in(log):
 # ---- The judgement ------------------------------------------------------------------------------
 
 def column_path(column, steps):
-    """What the walk does to a column: its names, its rules, and who drops it."""
+    """What the walk does to a column: its names, its rules, and the steps that drop it."""
     names, rules, dropped = [fold(column)], [], None
     for version, entry in steps:
         values = {fold(name): rule for name, rule in entry.get("values", {}).items()}
@@ -224,7 +223,7 @@ class Count:
             found = database.execute("PRAGMA quick_check(1000)").fetchall()
         except sqlite3.Error:
             return True
-        # What nothing uses cannot be damaged.
+        # A page that nothing uses is no damage.
         return any(line != b"ok" and not re.search(rb"^\*\*\* in database | is never used$", line)
                    for text, in found for line in bytes(text).split(b"\n"))
 
@@ -244,7 +243,8 @@ class Count:
                                                   "WHERE type = 'trigger'").fetchall():
                         database.execute(f"DROP TRIGGER {quoted(string(name))}")
                 database.execute("PRAGMA foreign_keys = ON")
-                # Python loses the row before an error: nobody can count what it would remove.
+                # Python loses the row before an error, so the rows that it would remove cannot be
+                # counted.
                 for table, rowid, *_ in database.execute("PRAGMA foreign_key_check"):
                     if rowid is not None:
                         with suppress(sqlite3.Error):
@@ -319,7 +319,7 @@ class Count:
         def matches(expressions):
             pairs, lost = [], []
             remaining = {key: list(rows) for key, rows in rows_after.items()}
-            # Of rows that come to have the same key the last one is kept.
+            # If several rows get the same key, the last one is kept.
             for number, key in reversed([*enumerate(left.select(expressions))]):
                 if remaining.get(key):
                     pairs.append((number, remaining[key].pop()))
@@ -384,7 +384,7 @@ class Count:
 
     @staticmethod
     def removed(original, half, left, still, key=None):
-        """How many rows the first repair took and the second one, of those that are gone."""
+        """How many of the missing rows the first repair took, and how many the second one."""
         names = key or [quoted(column) for column in left.key] or [left.rowid or "1"]
         marks = [left.rowid] if left.rowid else [quoted(column) for column in left.key]
         counts = []

@@ -10,7 +10,7 @@ import os
 import pathlib
 import sys
 
-# What is imported next needs both.
+# The next imports need both paths.
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 os.environ["VERDICT_OF"] = str(pathlib.Path(sys.argv[1]).resolve())
 

@@ -20,7 +20,7 @@ VERSIONS_FILE = ROOT / "guard" / "schema-versions.json"
 
 @dataclass
 class Judged:
-    """A run: where its parts are."""
+    """The paths of a run's parts."""
 
     before: pathlib.Path
     after: pathlib.Path
@@ -85,7 +85,7 @@ def text_of(content):
 
 
 def run_to_judge(runner, device, target, folder):
-    """Runs the program on a device; returns what there is to judge, None without a database."""
+    """Runs the program on a device; returns the run to judge, None without a database."""
     scratch = runner.device
     scratch.fill(device.files)
     before, after = folder / "before.sqlite", folder / "after.sqlite"

@@ -1,4 +1,4 @@
-"""Small runs to judge, each with one thing to look at: what was there before, what came after."""
+"""Small runs to judge, each with one thing to look at: the databases before and after it."""
 
 import re
 
@@ -58,7 +58,7 @@ REMOVED = ("PRAGMA ignore_check_constraints = ON; DELETE FROM switches WHERE id 
            "DELETE FROM lamps WHERE id = 2; UPDATE lamps SET other = NULL WHERE id = 1;")
 PAIRS = ("CREATE TABLE t (a, b TEXT, c, PRIMARY KEY (b, a)) WITHOUT ROWID;"
          "INSERT INTO t VALUES (1, 'x', 1), (2, 'x', 2), (1, 'it''s', 3);")
-# The names of the row id are those of columns.
+# Columns have taken all names of the row id.
 NO_ROW_IDS = ("CREATE TABLE t (rowid, _rowid_, oid);"
               "INSERT INTO t VALUES (1, 2, 3), (4, 5, 6), (7, 8, 9);")
 NULL_KEYS = ("CREATE TABLE t (k TEXT PRIMARY KEY, a); INSERT INTO t VALUES "
@@ -92,7 +92,7 @@ def failing_back(line, *before):
     return lines(*before, f"DatabaseMigrator::{line}", "DatabaseMigrator::x - failed: y")
 
 
-# Of all versions, without SQLite's own; tableVersion is there anyway.
+# The tables of all versions, without SQLite's own; tableVersion is there anyway.
 TABLES = sorted({name for version in range(1, NEWEST + 1) for name in re.findall(
     r'CREATE TABLE (?:IF NOT EXISTS )?"?(\w+)', dump_of(version))}
     - {"sqlite_sequence", "tableVersion"})

@@ -1,4 +1,4 @@
-"""How much of the rows a verdict reads and keeps."""
+"""Bounds on the part of the rows that a verdict reads and keeps."""
 
 import pytest
 from bench import FIELDS
@@ -20,7 +20,7 @@ def test_rows_are_kept_up_to_32_mebibytes(bench):
 
 
 def test_values_are_kept_up_to_32_mebibytes(bench):
-    """Of a value the one of before is kept, and the one of after."""
+    """For a changed value, both the old and the new one are kept."""
     rows = ("CREATE TABLE t (id INTEGER PRIMARY KEY, a); INSERT INTO t WITH RECURSIVE n(i) AS"
             " (SELECT 10000 UNION ALL SELECT i + 1 FROM n WHERE i < 50000)"
             " SELECT i, printf('%01000d', i) FROM n;")

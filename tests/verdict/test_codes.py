@@ -1,4 +1,4 @@
-"""Each code, provoked: databases of a few rows before and after, and what the verdict says."""
+"""Provokes each code: databases of a few rows before and after, and the verdict on them."""
 
 import json
 import re
@@ -29,7 +29,7 @@ def test_rows_lost(bench):
 
 
 def test_what_is_not_kept_cannot_be_looked_at(bench):
-    """Every sentence that names the kept database is another one without it."""
+    """Every sentence that names the kept database is different without one."""
     before = (FIELDS + "CREATE TABLE gone (a); CREATE TABLE other (a, b);"
               "INSERT INTO other VALUES (1, 2);")
     after = FIELDS + ("DELETE FROM fields WHERE id = 3; UPDATE fields SET area = 7;"
@@ -290,8 +290,7 @@ def test_target_missed(bench):
     (6, 7, ["\n"], {7: False}),
 ], ids=str)
 def test_step_failed(bench, source, target, lines, failed):
-    """failed: the versions, and whether they count. Of the tables that steps need systemFiles is
-    missing."""
+    """failed: the versions, and whether they count. systemFiles, which a step needs, is missing."""
     table = json.loads(VERSIONS_FILE.read_text(encoding="utf-8"))
     needed = {name for entry in table["versions"].values() for name in entry["needs"]}
     before = "".join(f"CREATE TABLE {name} (a);" for name in needed - {"systemFiles"})
@@ -326,7 +325,7 @@ def test_what_a_step_needs_may_be_made_by_an_earlier_one(bench, there, seventeen
 
 @pytest.mark.parametrize("version", [12, 13, 19])
 def test_a_table_that_is_only_dropped_if_it_is_there_is_no_excuse(bench, version):
-    """Such a step that fails has found something else."""
+    """If such a step fails, it has another cause."""
     table = json.loads(VERSIONS_FILE.read_text(encoding="utf-8"))
     needed = table["versions"][str(version)]["needs"]
     dropped = [name for name, taken in table["versions"][str(version)]["forward"].items()

@@ -1,4 +1,4 @@
-"""Which keys are equal, which come first, and names that are cut."""
+"""Equal keys, the order of keys, and names that are cut."""
 
 import hashlib
 import itertools
@@ -9,7 +9,7 @@ import pytest
 NUMBERS = (0, 0.0, -1, 1, 1.0, 0.5, -0.5, 1.5, -1.5, 2, -2.0, 1 << 53, (1 << 53) + 1,
            float(1 << 53), (1 << 63) - 1, float(1 << 63), -(1 << 63), -float(1 << 63),
            math.nextafter(-float(1 << 63), -math.inf), 1e300, -1e300, math.inf, -math.inf)
-# In SQLite's order, each with what makes it.
+# Keys in SQLite's order, each with the expression that makes it.
 KEYS = ("NULL", "-9e999", "-9223372036854775808", "-1.5", "-1", "0", "0.5", "1", "9007199254740992",
         "9007199254740993", "9223372036854775807", "9e300", "''", "'B'", "'a'", "'aa'", "'b'",
         "'é'", "x''", "x'00'", "x'41'", "x'4100'", "x'ff'")
@@ -22,7 +22,7 @@ def literal(number):
 
 
 def test_keys_are_equal_as_sqlite_compares_numbers(bench):
-    """Every two numbers in a table of their own: a row of before and one of after."""
+    """A table for every two numbers, one as the key before and the other as the key after."""
     pairs = [*itertools.product(NUMBERS, repeat=2)]
     before, after = ("".join(
         f"CREATE TABLE t{place} (k PRIMARY KEY); INSERT INTO t{place} VALUES"
@@ -73,7 +73,7 @@ def test_long_names_are_cut(bench, length, cut):
 
 
 def test_many_rows_that_belong_to_nothing_are_all_removed(bench):
-    """More than SQLite works on before it asks whether it may go on."""
+    """The work is more than SQLite does before it asks whether it may go on."""
     tables = ("CREATE TABLE parents (id INTEGER PRIMARY KEY); CREATE TABLE children (id INTEGER"
               " PRIMARY KEY, parent REFERENCES parents); INSERT INTO children WITH RECURSIVE n(i) "
               "AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000) SELECT i, i FROM n;")

@@ -1,4 +1,4 @@
-"""Hostile databases: a verdict comes, and takes no more memory and processor time than it may."""
+"""Hostile databases: there is a verdict, and it stays within its memory and processor time."""
 
 import json
 import os
@@ -12,7 +12,7 @@ from runs_to_judge import VERSIONS_FILE
 from support.places import scratch_directory
 
 MEBIBYTE = 1 << 20
-# What a verdict takes besides what lies in the files: Qt, SQLite, rows kept for findings.
+# The memory that a verdict needs besides the files' content: Qt, SQLite, rows kept for findings.
 FIXED_MEMORY = 64 * MEBIBYTE
 # Both schemas are held twice, and SQLite's own form of them is larger than the text.
 MEMORY_PER_BYTE = 8
@@ -22,7 +22,7 @@ ROWS = "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i <
 
 
 def judged(folder, target=34):
-    """The verdict, and what it has taken: bytes of memory, seconds of processor time."""
+    """The verdict and its cost: bytes of memory, seconds of processor time."""
     (folder / "log").write_text("")
     request = {"before": str(folder / "before"), "after": str(folder / "after"), "from": 1,
                "to": target, "target": target, "log": str(folder / "log"), "platform": "TORVIK",
@@ -66,14 +66,14 @@ def table(name, rows=2, columns="id INTEGER PRIMARY KEY, a"):
             f"INSERT INTO {quoted} (id) VALUES {', '.join(f'({row})' for row in range(rows))};")
 
 
-# SQLite takes long to make them.
+# SQLite needs long to make these databases.
 TABLES = 10_000 if "CAMPAIGN" in os.environ else 2_000
 MANY_COLUMNS = ", ".join(f"c{number} INTEGER DEFAULT {number}" for number in range(1999))
 NAMES = ("a'b", 'a"b', "a\nb", "<b>", "a;b", "\u202eb", "x" * MEBIBYTE, "%1%2", "--", "[x]", "`")
 SETTINGS = ("CREATE TABLE productControl_productSettings (productId varchar(40) primary key,"
             " displayName, tankCapacity REAL, machineConfigId INTEGER);")
 
-# Statements for before, what is added for after, and what is done to both in the end.
+# Statements for before, further ones for after, and a change to both files at the end.
 CASES = {
     "many tables lose a row each": (
         ["BEGIN;" + "".join(table(f"t{number}") for number in range(TABLES)) + "COMMIT;"],
@@ -131,7 +131,7 @@ def test_verdict_on(name):
             made(folder / file, *last or [[]])
         size = sum((folder / file).stat().st_size for file in ("before", "after"))
         verdict, memory, seconds = judged(folder)
-        # The test's own values are no smaller than what SQLite may hold of one row.
+        # The test's own values are at least as large as the part of a row that SQLite may hold.
         largest = 4 * 70 * MEBIBYTE if "value" in name else 0
         if os.environ.get("MEMORY_IS_MEASURED") != "no":
             assert memory < FIXED_MEMORY + MEMORY_PER_BYTE * size + largest

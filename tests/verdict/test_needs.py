@@ -1,5 +1,6 @@
-"""Which tables a step forward needs: guard/schema-versions.json says so, and runs of the program
-without them do. A device that never had such a table must not refuse updates for ever."""
+"""The tables that a step forward needs: guard/schema-versions.json names them, and runs of the
+program without them prove it. A device that never had such a table must not refuse updates
+forever."""
 
 import json
 import os
@@ -33,7 +34,7 @@ def steps_failed():
                 objects = edit.run("SELECT type, name FROM sqlite_schema"
                                    " WHERE type <> 'index' AND name NOT LIKE 'sqlite_%'")
                 for kind, name in objects:
-                    # A view that names a missing table is in the way of every rename.
+                    # A view that names a missing table makes every rename fail.
                     if kind != "table" or is_dropped(name):
                         edit.run(f"DROP {kind} {name}")
             run = run_to_judge(program, device, target, folder)
@@ -60,5 +61,5 @@ def test_no_step_needs_another_table(steps_failed, version):
 
 @pytest.mark.parametrize("table", sorted({table for needs in NEEDS.values() for table in needs}))
 def test_a_device_without_a_table_is_not_refused_for_that(steps_failed, table):
-    """Over all versions: what such a step does not make is missing in later ones, too."""
+    """Over all versions: a table that such a step does not make is missing at later ones, too."""
     assert not any(steps_failed(1, NEWEST, lambda name: name == table).values())

@@ -17,9 +17,9 @@ from healthy import healthy_device  # isort: skip
 from runs import runner  # isort: skip
 
 VERDICTS = 1000 if "CAMPAIGN" in os.environ else 20
-# On many damaged devices there is nothing to judge, or nobody can count.
+# On many damaged devices there is nothing to judge, or nothing can be counted.
 MOST_SEEDS = 3 * VERDICTS
-# What the log says is in test_codes.py; what nobody can read has no number.
+# test_codes.py tests the findings from the log. Findings on unreadable parts have no number.
 NOT_COUNTED = ("target-missed", "step-failed", "unreadable")
 
 
@@ -83,7 +83,7 @@ def test_every_number_is_that_of_an_independent_count(places, kind):
         try:
             run = run_to_judge(program, device, target, folder)
         except OSError:
-            continue  # a folder that is something else
+            continue  # a file is where a folder should be
         if run is None:
             continue
         verdict = judge.verdict(run.request(folder / "scratch"))
@@ -91,15 +91,15 @@ def test_every_number_is_that_of_an_independent_count(places, kind):
         if expected is None:
             continue
         if not verdict["differs"]:
-            # Nothing is looked at then; what was so before is no news.
+            # Nothing is compared then, so findings from before the run are not reported.
             expected = {key: found for key, found in expected.items() if not found["before"]}
         # The rows of a damaged table may come out of order, which the count does not notice.
         unreadable = {finding.get("object") for finding in verdict["findings"]
                       if finding["kind"] == "unreadable"}
         assert kind is damaged or not unreadable, seed
         if None in unreadable:
-            # Where the guard cannot read the tables it looks at nothing else. That is only so in a
-            # file that SQLite finds damaged too.
+            # If the guard cannot read the tables it looks at nothing else. SQLite must find such a
+            # file damaged too.
             assert ("damaged", None) in expected, seed
             expected = {}
         expected = {(code, purpose): found for (code, purpose), found in expected.items()

@@ -16,6 +16,6 @@ def test_every_verdict_has_its_situation():
 @pytest.mark.parametrize("name", SITUATIONS)
 def test_verdict_on(bench, name):
     assert as_text(verdict_on(bench, name)).splitlines() == EXPECTED[name].splitlines(), HINT
-    # What the judgement made to look at is gone.
+    # The judgement has removed its own files.
     assert {path.name for path in bench.folder.iterdir()} - {
         "script0", "script1"} == {"before.sqlite", "after.sqlite", "log", "versions"}

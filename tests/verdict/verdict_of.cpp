@@ -1,4 +1,5 @@
-// Judges the runs that a test asks about: a request per line, as JSON, and the verdict per line.
+// Judges the runs that a test asks about. Each line of input is a request as JSON; each line of
+// output is a verdict.
 
 #include "guard/verdict/verdict.h"
 

@@ -15,7 +15,7 @@ def verdict_on(bench, name):
 
 
 def as_text(verdict):
-    """A line for what is not in a list, and one for every entry of a list."""
+    """A line for everything outside the lists, and a line for every entry of a list."""
     lists = {name: verdict.pop(name) for name in ("findings", "tables", "lines")}
     verdict.pop("peakMemory")
     lines = [json.dumps(verdict, sort_keys=True)]

@@ -34,7 +34,7 @@ int fcntl64(int file, int command, ...)
     return NEXT(fcntl64)(file, command, argument);
 }
 
-/* As late as this: the guard ends the processes that it has. */
+/* It starts at the very end: the guard ends every process that it has before. */
 __attribute__((destructor)) static void leaveProcess(void)
 {
     if (isAsked("FAULT_LEAVES_PROCESS") && self == GUARD && fork() == 0) {

@@ -1,4 +1,4 @@
-/* The operations: they are counted, and one of them fails. */
+/* Counts the operations and makes one of them fail. */
 #include "tree.h"
 
 #include <errno.h>
@@ -16,7 +16,7 @@ enum Outcome { AS_USUAL, FAILS, HALF_WAY };
 
 static char openPaths[FILES][PATH_SIZE];
 
-/* The path of an open file that is looked at, NULL for all others. */
+/* The path of an open file whose operations are counted, NULL for any other. */
 static const char *pathOf(int file)
 {
     return file >= 0 && file < FILES && openPaths[file][0] && !asideFromTheRun ? openPaths[file]
@@ -163,7 +163,7 @@ ssize_t pwrite(int file, const void *data, size_t size, off_t offset)
     return pwrite64(file, data, size, offset);
 }
 
-/* Files that are written like this are new, or appended to. */
+/* A file that is written with write() is new, or is appended to. */
 ssize_t write(int file, const void *data, size_t size)
 {
     if (!pathOf(file)) {
@@ -174,7 +174,7 @@ ssize_t write(int file, const void *data, size_t size)
     return writeCounted(file, data, size, status.st_size, true);
 }
 
-/* Counts an operation that is about to be done, and returns if it fails. */
+/* Counts an operation that is about to be done. If it has to fail, the calling function returns. */
 #define COUNTED(path, needsRoom)                                                                   \
     const enum Place place = placeOf(path);                                                        \
     if (place != NOWHERE && countOperation(place, false, needsRoom) != AS_USUAL) {                 \
@@ -317,7 +317,7 @@ void *realloc(void *place, size_t size)
     return memoryFails() ? NULL : __libc_realloc(place, size);
 }
 
-/* A guard measures how long its parts take, and notes it in a file. */
+/* The guard measures how long its parts take, and writes that into a file. */
 int clock_gettime(clockid_t clock, struct timespec *time)
 {
     if (clock == CLOCK_MONOTONIC && (self == GUARD || self == GUARD_IN_MEMORY)) {

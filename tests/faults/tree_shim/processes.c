@@ -1,4 +1,4 @@
-/* The processes, the switches, what the processes share, and the recording. */
+/* The processes, the switches, the memory that the processes share, and the recording. */
 #include "tree.h"
 
 #include <fcntl.h>
@@ -24,7 +24,7 @@ enum Process self = NONE;
 bool asideFromTheRun;
 
 static int record = -1;
-/* Where the path of the databases leads in this process. */
+/* Where the path of the databases leads in this process: to the disk, or to staging. */
 static enum Place databasesPlace = DISK;
 
 int64_t numberFrom(const char *variable)

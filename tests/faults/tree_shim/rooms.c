@@ -1,4 +1,4 @@
-/* Memory that is full, or too small from the start. */
+/* Makes the file system in memory full, or too small from the start. */
 #include "tree.h"
 
 #include <fcntl.h>

@@ -1,9 +1,9 @@
-/*
- * Preloaded into a program and all that it starts: the guard, bubblewrap, the guard in memory,
- * bubblewrap again and the program. It counts what they ask of the disk and of staging, all in one
- * count, and makes one of these operations fail. An operation is an open that may create, a write, a
- * truncation, a sync, an unlink, a rename, a directory that is made or removed, or a change of owner
- * or mode. Random numbers, identifiers and the guard's clock are the same in every run.
+/* A library that is preloaded into a program and every process that it starts: the guard,
+ * bubblewrap, the guard in memory, bubblewrap again and the program. It counts their operations on
+ * the disk and on staging, all in one count, and makes one of them fail. An operation is an open
+ * that may create, a write, a truncation, a sync, an unlink, a rename, a directory that is made or
+ * removed, or a change of owner or mode. Random numbers, identifiers and the guard's clock are the
+ * same in every run.
  *
  *   FAULT_SHARED=F    the counts, which all processes map
  *   FAULT_DATABASES=D:I  device and inode of the real directory: in the program another one, staging,
@@ -22,7 +22,7 @@
  *   FAULT_NO_LOCKS=1  the guard only seems to lock files
  *   FAULT_DELETES_JOURNAL=1  it begins with the journal's removal
  *   FAULT_RENAMES=1   it ends with a copy renamed over the database
- *   FAULT_LEAVES_PROCESS=1  it begins with a process that never ends
+ *   FAULT_LEAVES_PROCESS=1  it starts a process that never ends
  *
  * operations.c  which operations there are, and how one fails
  * processes.c   the variables above, the processes, what they share, and the recording
@@ -57,7 +57,7 @@ enum Process { GUARD, BUBBLEWRAP, GUARD_IN_MEMORY, BUBBLEWRAP_IN_MEMORY, PROGRAM
 /* Where an operation is: the device's own files, staging on the disk, staging in memory. */
 enum Place { NOWHERE, DISK, STAGING_ON_DISK, STAGING_IN_MEMORY };
 
-/* What all processes share. The harness reads it. */
+/* The memory that all processes share. The harness reads it. */
 struct Shared {
     int64_t operations;
     int64_t allocations; /* of the guard */
@@ -76,7 +76,7 @@ struct Switches {
 };
 extern struct Switches switches;
 
-/* What this process is. */
+/* The role of this process. */
 extern enum Process self;
 
 /* True while the shim itself works with files. */
