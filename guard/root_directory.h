@@ -12,7 +12,7 @@ QString linkText(const QString &path);
 /// Resolves links as the system would whose root directory this is.
 /// @param base path of the root directory, "/" for this system's
 /// @param path absolute, inside; what is missing of it stays as it is
-/// @return absolute, inside, without a link in it
+/// @return absolute, inside, without a link in it; empty where the system would not follow so many links
 QString resolve(const QString &base, const QString &path);
 
 /// @return where a path inside a root directory is for this process
