@@ -21,6 +21,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <memory>
+#include <optional>
 #include <sys/mman.h>
 #include <vector>
 
@@ -268,30 +269,47 @@ public:
         options.diesWithParent = true;
         options.output = m_output.get();
         options.errors = m_errors.get();
-        m_isStarted = m_process.start(QCoreApplication::applicationFilePath(), arguments, options);
+        m_process = std::make_unique<ChildProcess>();
+        m_isStarted = m_process->start(QCoreApplication::applicationFilePath(), arguments, options);
     }
 
-    bool hasEnded() { return m_process.hasEnded(); }
-    bool waitForEnd(int milliseconds) { return m_process.waitForEnd(milliseconds); }
+    bool hasEnded() { return waitForEnd(0); }
+    bool waitForEnd(int milliseconds)
+    {
+        if (m_process && m_process->waitForEnd(milliseconds)) {
+            keepWhatItLeaves();
+        }
+        return !m_process;
+    }
 
     /// Passes on what it has printed.
     /// @return its exit status
     int finish(const QString &application, int target)
     {
-        const QByteArray errors = textOf(m_errors);
-        std::fwrite(errors.constData(), 1, size_t(errors.size()), stderr);
-        const bool isStatus = m_isStarted && !m_process.wasKilled() &&
-                              QList<int>{0, 2, 3, 4}.contains(m_process.exitCode());
-        if (!isStatus) {
+        std::fwrite(m_errorText.constData(), 1, size_t(m_errorText.size()), stderr);
+        if (!m_status) {
             return reportFailure(
                 m_line, application, target, "program-broken", "the guard was ended");
         }
-        print(textOf(m_output));
-        return m_process.exitCode();
+        print(m_outputText);
+        return *m_status;
     }
 
 private:
     static Descriptor newFile() { return Descriptor(memfd_create("rehearsal", MFD_CLOEXEC)); }
+    /// It may have to wait for its turn: until then it keeps no descriptor.
+    void keepWhatItLeaves()
+    {
+        if (m_isStarted && !m_process->wasKilled() &&
+            QList<int>{0, 2, 3, 4}.contains(m_process->exitCode())) {
+            m_status = m_process->exitCode();
+        }
+        m_outputText = textOf(m_output);
+        m_errorText = textOf(m_errors);
+        m_output.close();
+        m_errors.close();
+        m_process.reset();
+    }
     static QByteArray textOf(const Descriptor &descriptor)
     {
         QFile file;
@@ -302,8 +320,11 @@ private:
     CommandLine m_line;
     Descriptor m_output = newFile();
     Descriptor m_errors = newFile();
-    ChildProcess m_process;
+    std::unique_ptr<ChildProcess> m_process;
     bool m_isStarted = false;
+    std::optional<int> m_status; ///< nothing when it was ended
+    QByteArray m_outputText;
+    QByteArray m_errorText;
 };
 
 /// On a terminal only: a line that the next one writes over.
