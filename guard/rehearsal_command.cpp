@@ -80,6 +80,14 @@ void print(const QByteArray &text)
     std::fflush(stdout);
 }
 
+/// Tells that a file is missing that the caller has asked for.
+/// @return the exit status
+int cannotBeWritten(const QString &file, int status)
+{
+    tell("cannot be written: " + file);
+    return std::max(status, exitStatus(Status::NothingChanged));
+}
+
 /// @return the exit status
 int report(const CommandLine &line, const Rehearsal &rehearsal)
 {
@@ -90,7 +98,8 @@ int report(const CommandLine &line, const Rehearsal &rehearsal)
         const QJsonObject json = rehearsalReport::toJson(rehearsal, line.rehearsal.withRows);
         print(QJsonDocument(json).toJson(QJsonDocument::Compact) + '\n');
     }
-    return exitStatus(rehearsal.record.status);
+    const int status = exitStatus(rehearsal.record.status);
+    return rehearsal.resultIsLost ? cannotBeWritten(line.rehearsal.resultFile, status) : status;
 }
 
 /// Reports a rehearsal that could not be made.
@@ -106,39 +115,104 @@ int reportFailure(
     return report(line, rehearsal);
 }
 
-/// A file that gets its name when it is whole.
+/// A file that gets its name when it is whole. Until then it has one that no other file has.
 class OutputFile
 {
 public:
     explicit OutputFile(const QString &path)
-        : m_path(path), m_file(open(
-                            QFile::encodeName(unfinished()).constData(),
-                            O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600))
+        : m_path(path), m_unfinished(QFile::encodeName(path) + ".XXXXXX")
     {
+        const QFileInfo there(path);
+        if (!there.exists() || there.isFile()) {
+            m_file = Descriptor(mkostemp(m_unfinished.data(), O_CLOEXEC));
+        }
     }
     ~OutputFile()
     {
         if (m_file.isOpen()) {
-            QFile::remove(unfinished());
+            unlink(m_unfinished.constData());
         }
     }
     Q_DISABLE_COPY(OutputFile)
 
     bool isOpen() const { return m_file.isOpen(); }
     int descriptor() const { return m_file.get(); }
-    QString unfinished() const { return durable::unfinishedName(m_path); }
+    QString unfinished() const { return QFile::decodeName(m_unfinished); }
+
+    /// @return false when a line is missing or cut, as on a full disk
+    bool hasLines(int count) const
+    {
+        QFile file(unfinished());
+        bool isWhole = file.open(QIODevice::ReadOnly);
+        for (; isWhole && count > 0; --count) {
+            isWhole = file.readLine().endsWith('\n');
+        }
+        return isWhole;
+    }
 
     /// @return false when it is not there now
     bool finish()
     {
+        if (durable::rename(unfinished(), m_path) != 0) {
+            return false;
+        }
         m_file.close();
-        return durable::rename(unfinished(), m_path) == 0;
+        return true;
     }
 
 private:
     QString m_path;
+    QByteArray m_unfinished;
     Descriptor m_file;
 };
+
+/// @return the path with the links before its last part followed
+QString placeOf(const QString &path)
+{
+    const QFileInfo file(path);
+    return QDir(file.absolutePath()).canonicalPath() + '/' + file.fileName();
+}
+
+/// @return what a file for a report or a result may not take the place of: what is rehearsed, and what
+///         a device cannot get back
+QStringList protectedPlaces(const CommandLine &line, const QString &application)
+{
+    const RehearsalLine &asked = line.rehearsal;
+    const DevicePaths device(application);
+    QStringList places;
+    for (const QString &database : asked.databases + QStringList{device.databaseEntry}) {
+        for (const char *suffix : {"", "-journal", "-wal", "-shm"}) {
+            places << placeOf(database + suffix)
+                   << QFileInfo(database).canonicalFilePath() + suffix;
+        }
+    }
+    for (const QString &file : {device.kept, device.replaced, asked.registration, asked.program}) {
+        if (!file.isEmpty()) {
+            places << placeOf(file) << QFileInfo(file).canonicalFilePath();
+        }
+    }
+    // Where nothing leads to.
+    places.removeAll(QString());
+    return places;
+}
+
+/// @return what is wrong with the files that are to be written, empty when nothing is
+QString errorOfOutputs(const CommandLine &line, const QString &application)
+{
+    const RehearsalLine &asked = line.rehearsal;
+    QStringList places = protectedPlaces(line, application);
+    for (const QString &file : {asked.jsonFile, asked.resultFile}) {
+        if (file.isEmpty()) {
+            continue;
+        }
+        const QString place = placeOf(file);
+        if (places.contains(place) || places.contains(QFileInfo(file).canonicalFilePath())) {
+            return "is needed for something else: " + file;
+        }
+        places << place;
+    }
+    return QString();
+}
 
 /// Lets standard output be a file.
 bool printInto(const OutputFile &file)
@@ -249,10 +323,8 @@ int rehearseOne(const CommandLine &line, const QString &application, int target)
     case InnerEnd::Reported:
         break;
     }
-    if (result && QFileInfo(result->unfinished()).size() > 0 && !result->finish()) {
-        tell("cannot be written: " + asked.resultFile);
-    }
-    return status;
+    const bool isKept = !result || QFileInfo(result->unfinished()).size() == 0 || result->finish();
+    return isKept ? status : cannotBeWritten(asked.resultFile, status);
 }
 
 /// A process that rehearses one of several databases.
@@ -380,8 +452,13 @@ int rehearseAsAsked(const CommandLine &line, const QString &application, int tar
         tell("no directory: " + asked.root);
         return exitStatus(Status::WrongCall);
     }
-    std::unique_ptr<OutputFile> json;
     const bool isPart = asked.only >= 0;
+    const QString wrongOutput = isPart ? QString() : errorOfOutputs(line, application);
+    if (!wrongOutput.isEmpty()) {
+        tell(wrongOutput);
+        return exitStatus(Status::WrongCall);
+    }
+    std::unique_ptr<OutputFile> json;
     if (!asked.jsonFile.isEmpty() && !isPart) {
         json = std::make_unique<OutputFile>(absolute(asked.jsonFile));
         if (!json->isOpen() || !printInto(*json)) {
@@ -392,8 +469,10 @@ int rehearseAsAsked(const CommandLine &line, const QString &application, int tar
     const int status = asked.databases.size() > 1 && !isPart
                            ? rehearseSeveral(line, application, target)
                            : rehearseOne(line, application, target);
-    if (json && status != exitStatus(Status::WrongCall) && !json->finish()) {
-        tell("cannot be written: " + asked.jsonFile);
+    if (!json || status == exitStatus(Status::WrongCall)) {
+        return status;
     }
-    return status;
+    const int lines = std::max(asked.databases.size(), 1);
+    const bool isKept = json->hasLines(lines) && json->finish();
+    return isKept ? status : cannotBeWritten(asked.jsonFile, status);
 }
