@@ -136,6 +136,15 @@ def test_what_is_the_other_systems_comes_before_what_is_the_devices(device, othe
     assert done.report["given"]["platform"] == "TORVIK"
 
 
+@pytest.mark.parametrize("end", ["", "\n", "\r\nx\n"])
+def test_lines_are_read_as_the_program_does(device, other, end):
+    plain(other)
+    (device.root / "etc" / "harlo" / "platform").write_bytes(f"TORVIKMAX{end}".encode())
+    (other.app / "quillmoor" / "softwareversion.txt").write_bytes(f"9.9.9{end}".encode())
+    assert rehearse_other(device, other, NEWEST).report["given"] == {
+        "platform": "TORVIKMAX", "softwareVersion": "9.9.9"}
+
+
 @pytest.mark.parametrize("text", ["../data/refProducts.sql", "/data/refProducts.sql"])
 def test_links_beside_the_program(device, other, text):
     """Where the directory is made again, because it lacks that of the databases."""
