@@ -53,6 +53,12 @@ QStringList withJsonFile(QStringList arguments)
     return arguments;
 }
 
+/// @return the name of an option as the caller has written it
+QString writtenName(const QString &name)
+{
+    return name == jsonFileOption ? QString("json") : name;
+}
+
 CommandLine wrong(CommandLine line, const QString &error)
 {
     line.command = CommandLine::Command::Wrong;
@@ -179,6 +185,10 @@ CommandLine parseCommandLine(const QStringList &arguments)
         }
         line.hasTarget = true;
         line.target = words.takeFirst();
+        if (words.contains(QString())) {
+            // It would be taken for this device's own.
+            return wrong(line, "A database has no name.");
+        }
         line.rehearsal.databases = words;
         words.clear();
     } else if (command == "status") {
@@ -199,7 +209,7 @@ CommandLine parseCommandLine(const QStringList &arguments)
     }
     for (const QString &name : parser.optionNames()) {
         if (!allowedNames.contains(name)) {
-            return wrong(line, command + " has no option " + name + ".");
+            return wrong(line, command + " has no option " + writtenName(name) + ".");
         }
     }
     bool isNumber = false;
@@ -228,7 +238,7 @@ CommandLine parseCommandLine(const QStringList &arguments)
     for (const QCommandLineOption &path :
          {root, program, registration, referenceData, result, jsonFile}) {
         if (parser.isSet(path) && parser.value(path).isEmpty()) {
-            return wrong(line, "--" + path.names().first() + " has no name.");
+            return wrong(line, "--" + writtenName(path.names().first()) + " has no name.");
         }
     }
     RehearsalLine &rehearsal = line.rehearsal;
@@ -247,8 +257,11 @@ CommandLine parseCommandLine(const QStringList &arguments)
     rehearsal.withRows = !parser.isSet(withoutRows);
     rehearsal.only = parser.isSet(only) ? parser.value(only).toInt() : -1;
     rehearsal.jobs = parser.value(jobs).toInt();
-    if (rehearsal.jobs < 1) {
-        return wrong(line, "Not a number of jobs: " + parser.value(jobs));
+    if (rehearsal.jobs < 1 || rehearsal.jobs > limits::mostJobs) {
+        return wrong(
+            line,
+            QString("Not a number of jobs from 1 to %1: ").arg(limits::mostJobs) +
+                parser.value(jobs));
     }
     if (!rehearsal.resultFile.isEmpty() && rehearsal.databases.size() > 1) {
         return wrong(line, "--result is for one database.");

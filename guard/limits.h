@@ -117,6 +117,10 @@ constexpr qint64 largestLog = 64 * mebibyte;
 /// The longest platform file that is read, in bytes.
 constexpr qint64 largestPlatform = 4 * kibibyte;
 
+/// How many databases are rehearsed at once: each takes three of the 1,024 descriptors that a process
+/// usually may have.
+constexpr int mostJobs = 256;
+
 /// How often a rehearsal tries to copy a database that another process is writing to.
 constexpr int mostRawCopies = 5;
 

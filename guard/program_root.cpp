@@ -27,7 +27,10 @@ ProgramRoot::ProgramRoot(const QString &base) : m_base(base)
 
 void ProgramRoot::place(const QString &inside, const QString &source, Access access)
 {
-    m_places << Place{inside, source, access == Access::Writable ? "--bind" : "--ro-bind"};
+    // No program finds what is where no link leads.
+    if (!inside.isEmpty()) {
+        m_places << Place{inside, source, access == Access::Writable ? "--bind" : "--ro-bind"};
+    }
 }
 
 /// @return true for a place, and for every directory above one
@@ -55,7 +58,10 @@ QStringList ProgramRoot::remade(const QString &directory) const
             // its files.
             arguments += {"--ro-bind", real + '/' + name, inside};
         } else {
-            arguments += {"--symlink", QString(originalName) + '/' + name, inside};
+            // A link that leads upwards would begin a directory too low.
+            const QString link = rootDirectory::linkText(real + '/' + name);
+            const QString moved = QString(originalName) + '/' + name;
+            arguments += {"--symlink", link.isEmpty() ? moved : link, inside};
         }
     }
     return arguments;

@@ -28,3 +28,10 @@ std::optional<QByteArray> readSmallFile(const QString &path, qint64 largest)
     const bool isWhole = file.error() == QFileDevice::NoError && content.size() <= largest;
     return isWhole ? std::optional<QByteArray>(content) : std::nullopt;
 }
+
+QString firstLineOfSmallFile(const QString &path, qint64 largest)
+{
+    const QByteArray text = readSmallFile(path, largest).value_or(QByteArray());
+    // A last line may have no end: its length is -1 then, and all of it is taken.
+    return QString::fromUtf8(text.mid(0, text.indexOf('\n'))).remove('\r');
+}

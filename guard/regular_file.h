@@ -16,3 +16,9 @@ Descriptor openRegularFile(const QString &path);
 /// @param largest bytes; a longer file is not read
 /// @return nothing when it is not a regular file, cannot be read or is too long
 std::optional<QByteArray> readSmallFile(const QString &path, qint64 largest);
+
+/// Reads the first line of a small file as the program does: without carriage returns and a byte order
+/// mark.
+/// @param largest a longer file holds something else, in bytes
+/// @return empty where there is none
+QString firstLineOfSmallFile(const QString &path, qint64 largest);

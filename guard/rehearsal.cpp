@@ -275,7 +275,9 @@ void Rehearser::keepResult()
         connection.run("PRAGMA wal_checkpoint(TRUNCATE)");
     }
     if (!writeInto(m_options.resultFile, database)) {
-        m_rehearsal.record.detail = "the result could not be kept";
+        // Half of a database is none.
+        QFile::resize(m_options.resultFile, 0);
+        m_rehearsal.resultIsLost = true;
     }
 }
 

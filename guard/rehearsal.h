@@ -42,8 +42,9 @@ struct WayBack {
 struct Rehearsal {
     RunRecord record;
     bool isWrongCall = false;
-    bool lackedRoom = false; ///< the place was too small: no other result is known
-    QString database;        ///< path
+    bool lackedRoom = false;   ///< the place was too small: no other result is known
+    bool resultIsLost = false; ///< the file for the result could not be written
+    QString database;          ///< path
     qint64 databaseBytes = 0;
     QString journalMode; ///< empty when it cannot be read
     QStringList assumed;

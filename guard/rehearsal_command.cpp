@@ -21,6 +21,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <memory>
+#include <optional>
 #include <sys/mman.h>
 #include <vector>
 
@@ -79,6 +80,14 @@ void print(const QByteArray &text)
     std::fflush(stdout);
 }
 
+/// Tells that a file is missing that the caller has asked for.
+/// @return the exit status
+int cannotBeWritten(const QString &file, int status)
+{
+    tell("cannot be written: " + file);
+    return std::max(status, exitStatus(Status::NothingChanged));
+}
+
 /// @return the exit status
 int report(const CommandLine &line, const Rehearsal &rehearsal)
 {
@@ -89,7 +98,8 @@ int report(const CommandLine &line, const Rehearsal &rehearsal)
         const QJsonObject json = rehearsalReport::toJson(rehearsal, line.rehearsal.withRows);
         print(QJsonDocument(json).toJson(QJsonDocument::Compact) + '\n');
     }
-    return exitStatus(rehearsal.record.status);
+    const int status = exitStatus(rehearsal.record.status);
+    return rehearsal.resultIsLost ? cannotBeWritten(line.rehearsal.resultFile, status) : status;
 }
 
 /// Reports a rehearsal that could not be made.
@@ -105,39 +115,104 @@ int reportFailure(
     return report(line, rehearsal);
 }
 
-/// An output file that gets its name when it is whole.
+/// An output file that gets its name when it is whole. Until then it has a name that no other file has.
 class OutputFile
 {
 public:
     explicit OutputFile(const QString &path)
-        : m_path(path), m_file(open(
-                            QFile::encodeName(unfinished()).constData(),
-                            O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600))
+        : m_path(path), m_unfinished(QFile::encodeName(path) + ".XXXXXX")
     {
+        const QFileInfo there(path);
+        if (!there.exists() || there.isFile()) {
+            m_file = Descriptor(mkostemp(m_unfinished.data(), O_CLOEXEC));
+        }
     }
     ~OutputFile()
     {
         if (m_file.isOpen()) {
-            QFile::remove(unfinished());
+            unlink(m_unfinished.constData());
         }
     }
     Q_DISABLE_COPY(OutputFile)
 
     bool isOpen() const { return m_file.isOpen(); }
     int descriptor() const { return m_file.get(); }
-    QString unfinished() const { return durable::unfinishedName(m_path); }
+    QString unfinished() const { return QFile::decodeName(m_unfinished); }
+
+    /// @return false when a line is missing or cut, as on a full disk
+    bool hasLines(int count) const
+    {
+        QFile file(unfinished());
+        bool isWhole = file.open(QIODevice::ReadOnly);
+        for (; isWhole && count > 0; --count) {
+            isWhole = file.readLine().endsWith('\n');
+        }
+        return isWhole;
+    }
 
     /// @return false when the file could not be completed
     bool finish()
     {
+        if (durable::rename(unfinished(), m_path) != 0) {
+            return false;
+        }
         m_file.close();
-        return durable::rename(unfinished(), m_path) == 0;
+        return true;
     }
 
 private:
     QString m_path;
+    QByteArray m_unfinished;
     Descriptor m_file;
 };
+
+/// @return the path with the links before its last part followed
+QString placeOf(const QString &path)
+{
+    const QFileInfo file(path);
+    return QDir(file.absolutePath()).canonicalPath() + '/' + file.fileName();
+}
+
+/// @return the places where no report or result may be written: files that are rehearsed, and files
+/// that a device cannot get back
+QStringList protectedPlaces(const CommandLine &line, const QString &application)
+{
+    const RehearsalLine &asked = line.rehearsal;
+    const DevicePaths device(application);
+    QStringList places;
+    for (const QString &database : asked.databases + QStringList{device.databaseEntry}) {
+        for (const char *suffix : {"", "-journal", "-wal", "-shm"}) {
+            places << placeOf(database + suffix)
+                   << QFileInfo(database).canonicalFilePath() + suffix;
+        }
+    }
+    for (const QString &file : {device.kept, device.replaced, asked.registration, asked.program}) {
+        if (!file.isEmpty()) {
+            places << placeOf(file) << QFileInfo(file).canonicalFilePath();
+        }
+    }
+    // The paths of links that lead nowhere.
+    places.removeAll(QString());
+    return places;
+}
+
+/// @return what is wrong with the files that are to be written, empty when nothing is
+QString errorOfOutputs(const CommandLine &line, const QString &application)
+{
+    const RehearsalLine &asked = line.rehearsal;
+    QStringList places = protectedPlaces(line, application);
+    for (const QString &file : {asked.jsonFile, asked.resultFile}) {
+        if (file.isEmpty()) {
+            continue;
+        }
+        const QString place = placeOf(file);
+        if (places.contains(place) || places.contains(QFileInfo(file).canonicalFilePath())) {
+            return "is needed for something else: " + file;
+        }
+        places << place;
+    }
+    return QString();
+}
 
 /// Redirects standard output into the file.
 bool printInto(const OutputFile &file)
@@ -248,10 +323,8 @@ int rehearseOne(const CommandLine &line, const QString &application, int target)
     case InnerEnd::Reported:
         break;
     }
-    if (result && QFileInfo(result->unfinished()).size() > 0 && !result->finish()) {
-        tell("cannot be written: " + asked.resultFile);
-    }
-    return status;
+    const bool isKept = !result || QFileInfo(result->unfinished()).size() == 0 || result->finish();
+    return isKept ? status : cannotBeWritten(asked.resultFile, status);
 }
 
 /// A process that rehearses one of several databases.
@@ -268,30 +341,47 @@ public:
         options.diesWithParent = true;
         options.output = m_output.get();
         options.errors = m_errors.get();
-        m_isStarted = m_process.start(QCoreApplication::applicationFilePath(), arguments, options);
+        m_process = std::make_unique<ChildProcess>();
+        m_isStarted = m_process->start(QCoreApplication::applicationFilePath(), arguments, options);
     }
 
-    bool hasEnded() { return m_process.hasEnded(); }
-    bool waitForEnd(int milliseconds) { return m_process.waitForEnd(milliseconds); }
+    bool hasEnded() { return waitForEnd(0); }
+    bool waitForEnd(int milliseconds)
+    {
+        if (m_process && m_process->waitForEnd(milliseconds)) {
+            keepWhatItLeaves();
+        }
+        return !m_process;
+    }
 
     /// Passes on the output of the process.
     /// @return its exit status
     int finish(const QString &application, int target)
     {
-        const QByteArray errors = textOf(m_errors);
-        std::fwrite(errors.constData(), 1, size_t(errors.size()), stderr);
-        const bool isStatus = m_isStarted && !m_process.wasKilled() &&
-                              QList<int>{0, 2, 3, 4}.contains(m_process.exitCode());
-        if (!isStatus) {
+        std::fwrite(m_errorText.constData(), 1, size_t(m_errorText.size()), stderr);
+        if (!m_status) {
             return reportFailure(
                 m_line, application, target, "program-broken", "the guard was ended");
         }
-        print(textOf(m_output));
-        return m_process.exitCode();
+        print(m_outputText);
+        return *m_status;
     }
 
 private:
     static Descriptor newFile() { return Descriptor(memfd_create("rehearsal", MFD_CLOEXEC)); }
+    /// It may have to wait for its turn: until then it keeps no descriptor.
+    void keepWhatItLeaves()
+    {
+        if (m_isStarted && !m_process->wasKilled() &&
+            QList<int>{0, 2, 3, 4}.contains(m_process->exitCode())) {
+            m_status = m_process->exitCode();
+        }
+        m_outputText = textOf(m_output);
+        m_errorText = textOf(m_errors);
+        m_output.close();
+        m_errors.close();
+        m_process.reset();
+    }
     static QByteArray textOf(const Descriptor &descriptor)
     {
         QFile file;
@@ -302,8 +392,11 @@ private:
     CommandLine m_line;
     Descriptor m_output = newFile();
     Descriptor m_errors = newFile();
-    ChildProcess m_process;
+    std::unique_ptr<ChildProcess> m_process;
     bool m_isStarted = false;
+    std::optional<int> m_status; ///< nothing when it was ended
+    QByteArray m_outputText;
+    QByteArray m_errorText;
 };
 
 /// Only on a terminal: a line that the next one overwrites.
@@ -359,8 +452,13 @@ int rehearseAsAsked(const CommandLine &line, const QString &application, int tar
         tell("no directory: " + asked.root);
         return exitStatus(Status::WrongCall);
     }
-    std::unique_ptr<OutputFile> json;
     const bool isPart = asked.only >= 0;
+    const QString wrongOutput = isPart ? QString() : errorOfOutputs(line, application);
+    if (!wrongOutput.isEmpty()) {
+        tell(wrongOutput);
+        return exitStatus(Status::WrongCall);
+    }
+    std::unique_ptr<OutputFile> json;
     if (!asked.jsonFile.isEmpty() && !isPart) {
         json = std::make_unique<OutputFile>(absolute(asked.jsonFile));
         if (!json->isOpen() || !printInto(*json)) {
@@ -371,8 +469,10 @@ int rehearseAsAsked(const CommandLine &line, const QString &application, int tar
     const int status = asked.databases.size() > 1 && !isPart
                            ? rehearseSeveral(line, application, target)
                            : rehearseOne(line, application, target);
-    if (json && status != exitStatus(Status::WrongCall) && !json->finish()) {
-        tell("cannot be written: " + asked.jsonFile);
+    if (!json || status == exitStatus(Status::WrongCall)) {
+        return status;
     }
-    return status;
+    const int lines = std::max(asked.databases.size(), 1);
+    const bool isKept = json->hasLines(lines) && json->finish();
+    return isKept ? status : cannotBeWritten(asked.jsonFile, status);
 }

@@ -19,13 +19,6 @@ const char *const softwareVersionFile = "/quillmoor/softwareversion.txt";
 /// The platform that the program assumes when there is no platform file.
 const char *const platformWithoutFile = "TORVIK";
 
-/// @return the first line of a file, as the program reads it
-QString firstLine(const QString &path)
-{
-    const QByteArray text = readSmallFile(path, limits::largestPlatform).value_or(QByteArray());
-    return QString::fromUtf8(text.left(text.indexOf('\n'))).remove('\r');
-}
-
 bool isFile(const QString &path)
 {
     return QFileInfo(path).isFile();
@@ -173,11 +166,12 @@ bool RehearsedDevice::placeFiles()
     }
     m_platform = platformWithoutFile;
     if (isFile(m_paths.platform)) {
-        m_platform = firstLine(m_paths.platform);
+        m_platform = firstLineOfSmallFile(m_paths.platform, limits::largestPlatform);
     } else {
         m_assumed << "platform";
     }
-    m_softwareVersion = m_options.softwareVersion.value_or(firstLine(outside(version)));
+    m_softwareVersion = m_options.softwareVersion.value_or(
+        firstLineOfSmallFile(outside(version), limits::largestPlatform));
     if (!m_options.softwareVersion && !isFile(outside(version))) {
         m_assumed << "softwareVersion";
     }

@@ -73,9 +73,7 @@ Verdict judgeResult(
     run.to = judgedVersion(record.to);
     run.target = options.target;
     run.log = result.log;
-    const QByteArray platform =
-        readSmallFile(device.platform, limits::largestPlatform).value_or(QByteArray());
-    run.platform = platform.left(platform.indexOf('\n'));
+    run.platform = firstLineOfSmallFile(device.platform, limits::largestPlatform).toUtf8();
     for (const QString &script : versions.everyRun().scripts) {
         run.scripts << readSmallFile(device.references + '/' + script, limits::largestScript)
                            .value_or(QByteArray());

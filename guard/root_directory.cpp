@@ -44,12 +44,15 @@ QString resolve(const QString &base, const QString &path)
             continue;
         }
         const QString next = '/' + (resolved + QStringList{name}).join('/');
-        const QString link = links < mostLinks ? linkText(outside(base, next)) : QString();
+        const QString link = linkText(outside(base, next));
         if (link.isEmpty()) {
             resolved << name;
             continue;
         }
-        ++links;
+        if (++links > mostLinks) {
+            // The kernel would follow what is left from the running system's root.
+            return QString();
+        }
         if (link.startsWith('/')) {
             resolved.clear();
         }

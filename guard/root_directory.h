@@ -12,7 +12,8 @@ QString linkText(const QString &path);
 /// Resolves links as a system with this root directory would.
 /// @param base path of the root directory, "/" for this system's
 /// @param path absolute, inside the root; parts that do not exist stay as they are
-/// @return absolute, inside the root, without a link in it
+/// @return absolute, inside the root, without a link in it; empty if the system would not follow so
+/// many links
 QString resolve(const QString &base, const QString &path);
 
 /// @return the path by which this process reaches a path inside a root directory

@@ -116,6 +116,31 @@ def test_update_of_a_system_without_a_guard(place, version, status):
     assert place.calls() == []
 
 
+def test_two_missing_versions_are_not_the_same(place):
+    (place.running / "migration-guard").unlink()
+    (place.new / APPLICATION / "schemaversion.txt").unlink()
+    assert place.run(*INSTALL)[0] == 4
+
+
+def test_the_running_systems_own_file_is_refused(place):
+    """As where a link in the new system leads out of it."""
+    assert place.run(START[0], "install", "/mnt")[0] == 4
+    assert place.calls() == []
+
+
+@pytest.mark.parametrize("running, new", [("2", "/dev/mmcblk0p12"), ("12", "/dev/mmcblk0p2")])
+def test_partitions_whose_numbers_end_alike(place, root, running, new):
+    configuration = root / "etc/mender/mender.conf"
+    configuration.write_text(CONFIGURATION.replace("mmcblk0p3", "mmcblk0p2").replace(
+        "mmcblk0p2", "mmcblk0p12", 1))
+    try:
+        (place.data / "part").write_text(running)
+        assert place.run(MENDER_INSTALL)[0] == 0
+    finally:
+        configuration.write_text(CONFIGURATION)
+    assert place.calls()[0].startswith(f"mount -o ro {new} ")
+
+
 @pytest.mark.parametrize("arguments", [(), ("install",), ("start", "/mnt"), ("return",), ("x",)])
 def test_wrong_call_is_refused(place, arguments):
     status, output = place.run(START[0], *arguments)

@@ -34,6 +34,11 @@ void RootDirectoryTest::initTestCase()
     for (const auto &[text, path] : links) {
         QVERIFY(QFile::link(text, base() + path));
     }
+    QVERIFY(QFile::link("/data", base() + "/data/link1"));
+    for (int number = 2; number <= 41; ++number) {
+        const QString name = base() + "/data/link%1";
+        QVERIFY(QFile::link(QString("/data/link%1").arg(number - 1), name.arg(number)));
+    }
 }
 
 void RootDirectoryTest::resolvesLinksAsInside_data()
@@ -59,8 +64,12 @@ void RootDirectoryTest::resolvesLinksAsInside_data()
                           << "/usr/lib/app";
     QTest::newRow("a link to nothing") << "/broken/x"
                                        << "/nowhere/at/all/x";
-    QTest::newRow("a circle ends") << "/circle"
-                                   << "/circle";
+    QTest::newRow("a circle leads nowhere") << "/circle"
+                                            << "";
+    QTest::newRow("as many links as the kernel follows") << "/data/link40"
+                                                         << "/data";
+    QTest::newRow("one more leads nowhere, and not out") << "/data/link41/x"
+                                                         << "";
 }
 
 void RootDirectoryTest::resolvesLinksAsInside()

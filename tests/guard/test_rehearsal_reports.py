@@ -215,6 +215,9 @@ def test_json_goes_into_a_file(tmp_path):
     pytest.param(("0",), id="a target that is no version"),
     pytest.param((NEWEST, "a", "b", "--result", "x"), id="one result of two databases"),
     pytest.param((NEWEST, "--jobs", "0"), id="no job"),
+    pytest.param((NEWEST, "--jobs", "257"), id="more jobs than there are descriptors for"),
+    pytest.param((NEWEST, ""), id="a database without a name"),
+    pytest.param((NEWEST, "--json="), id="a report without a name"),
     pytest.param((NEWEST, "--root", "/", "--program", "/x"), id="two programs"),
     pytest.param((NEWEST, "--fall-back"), id="an option of run"),
     pytest.param((NEWEST, "--program", "/nowhere/x"), id="a program that is not there"),
@@ -226,6 +229,109 @@ def test_a_wrong_call(device, arguments):
     run = device.run("rehearse", *arguments, "--json")
     assert (run.returncode, run.stdout) == (2, "")
     assert run.stderr.startswith("migration-guard: ")
+
+
+def test_messages_name_options_as_they_are_written(device):
+    for command in (("rehearse", NEWEST, "--json="), ("run", "--json=x")):
+        assert "--json-file" not in device.run(*command).stderr.replace("--help", "")
+        assert "json" in device.run(*command).stderr
+
+
+@pytest.fixture
+def databases(tmp_path):
+    """Two that must stay as they are: a.sqlite, and one that nobody names."""
+    make(tmp_path / "a.sqlite", 33)
+    make(tmp_path / "other.sqlite", 33)
+    return Untouched(tmp_path)
+
+
+@pytest.mark.parametrize("option", ["--json={}", "--result={}"])
+@pytest.mark.parametrize("name", ["a.sqlite", "./a.sqlite", "a.sqlite-wal", "a.sqlite-journal"])
+def test_a_database_is_not_written_over(databases, monkeypatch, option, name):
+    monkeypatch.chdir(databases.root)
+    done = rehearse_here(NEWEST, "a.sqlite", option.format(name))
+    assert (done.status, done.reports) == (2, []), done.errors
+    databases.check()
+
+
+@pytest.mark.parametrize("option", ["--json={}", "--result={}"])
+def test_a_link_to_the_database_is_not_written_over(databases, tmp_path_factory, option):
+    link = tmp_path_factory.mktemp("links") / "link.sqlite"
+    link.symlink_to(databases.root / "a.sqlite")
+    for database, target in ((databases.root / "a.sqlite", link),
+                             (link, databases.root / "a.sqlite")):
+        assert rehearse_here(NEWEST, database, option.format(target)).status == 2
+    databases.check()
+
+
+def test_what_a_device_needs_is_not_written_over(device):
+    device.install(33)
+    assert device.migrate(NEWEST) == 0 and device.kept.exists()
+    before = Untouched(device.root)
+    for file in (device.database, device.kept):
+        path = f"/app/databases/{file.name}"
+        for option in (f"--json={path}", f"--result={path}"):
+            assert device.run("rehearse", NEWEST, option).returncode == 2
+    before.check()
+
+
+@pytest.mark.parametrize("option", ["--json={}", "--result={}"])
+def test_files_of_others_beside_an_output_stay(databases, tmp_path_factory, option):
+    out = tmp_path_factory.mktemp("out")
+    (out / "x.new").symlink_to(databases.root / "other.sqlite")
+    done = subprocess.run(
+        [GUARD, "rehearse", str(NEWEST), databases.root / "a.sqlite", "--program", PROGRAM,
+         option.format(out / "x")], capture_output=True, text=True, timeout=SECONDS)
+    assert done.returncode == 0, done.stderr
+    databases.check()
+    assert sorted(os.listdir(out)) == ["x", "x.new"]
+
+
+@pytest.mark.parametrize("option", ["--json={}", "--result={}"])
+@pytest.mark.parametrize("make_it", [os.mkdir, os.mkfifo], ids=["a directory", "a pipe"])
+def test_an_output_is_a_file(databases, tmp_path_factory, make_it, option):
+    out = tmp_path_factory.mktemp("out")
+    make_it(out / "x")
+    mode = (out / "x").lstat().st_mode
+    assert rehearse_here(NEWEST, databases.root / "a.sqlite",
+                         option.format(out / "x")).status == 2
+    assert (os.listdir(out), (out / "x").lstat().st_mode) == (["x"], mode)
+
+
+def test_one_file_cannot_be_both(databases, tmp_path_factory):
+    out = tmp_path_factory.mktemp("out") / "x"
+    assert rehearse_here(NEWEST, databases.root / "a.sqlite", f"--json={out}",
+                         "--result", out).status == 2
+    assert not out.exists()
+
+
+@pytest.mark.parametrize("option", ["--json={}", "--result={}"])
+def test_half_an_output_is_none(device, option):
+    """On a full disk. What was there stays."""
+    device.install(33)
+    script = device.app / "script"
+    script.write_text("#!/usr/bin/dash\necho old >/small/x\n"
+                      "fallocate -l 3000 /small/x.fill; while echo full >>/small/y; do :; done\n"
+                      '/app/migration-guard "$@" 2>/dev/null; echo $?; ls /small\n'
+                      "[ $(stat -c %s /small/x) = 4 ] && echo same\n")
+    script.chmod(0o755)
+    run = device.run("rehearse", NEWEST, option.format("/small/x"), guard="/app/script",
+                     options="--size 16384 --tmpfs /small")
+    assert run.stdout.split() == ["3", "x", "x.fill", "y", "same"], run.stderr
+
+
+def test_many_that_have_to_wait_for_the_first_one(tmp_path):
+    """What ends before its turn keeps no descriptor."""
+    first = make(tmp_path / "first.sqlite", 33)
+    others = [tmp_path / f"{number}.sqlite" for number in range(40)]
+    with closing(sqlite3.connect(first, isolation_level=None)) as writer:
+        writer.execute("BEGIN EXCLUSIVE")
+        command = [GUARD, "rehearse", str(NEWEST), first, *others, "--json", "--program", PROGRAM,
+                   "--jobs", "2", "--wait", "4"]
+        run = subprocess.run(["prlimit", "--nofile=48", *command], capture_output=True, text=True)
+    reports = [json.loads(line) for line in run.stdout.splitlines()]
+    assert [report["database"]["path"] for report in reports] == [*map(str, [first, *others])]
+    assert [report["reason"] for report in reports] == ["locked"] + 40 * ["no-database"]
 
 
 def test_staging_on_the_disk_leaves_nothing(tmp_path):

@@ -136,6 +136,42 @@ def test_what_is_the_other_systems_comes_before_what_is_the_devices(device, othe
     assert done.report["given"]["platform"] == "TORVIK"
 
 
+@pytest.mark.parametrize("end", ["", "\n", "\r\nx\n"])
+def test_lines_are_read_as_the_program_does(device, other, end):
+    plain(other)
+    (device.root / "etc" / "harlo" / "platform").write_bytes(f"TORVIKMAX{end}".encode())
+    (other.app / "quillmoor" / "softwareversion.txt").write_bytes(f"9.9.9{end}".encode())
+    assert rehearse_other(device, other, NEWEST).report["given"] == {
+        "platform": "TORVIKMAX", "softwareVersion": "9.9.9"}
+
+
+@pytest.mark.parametrize("text", ["../data/refProducts.sql", "/data/refProducts.sql"])
+def test_links_beside_the_program(device, other, text):
+    """Where the directory is made again, because it lacks that of the databases."""
+    (other.path / "data").mkdir()
+    script = other.app / "refProducts.sql"
+    script.rename(other.path / "data" / script.name)
+    script.symlink_to(text)
+    report = rehearse_other(device, other, NEWEST).report
+    plain(other)
+    assert report["log"] == rehearse_other(device, other, NEWEST).report["log"]
+    script.unlink()
+    assert report["log"] != rehearse_other(device, other, NEWEST).report["log"]
+
+
+def test_no_number_of_links_leads_out(device, other):
+    plain(other)
+    (device.root / "Harlo" / "secret").write_text("Secret\n")
+    directory = other.path / "etc" / "harlo"
+    directory.mkdir()
+    for number in range(1, 41):
+        (directory / str(number)).symlink_to(str(number - 1))
+    (directory / "0").symlink_to("/Harlo/secret")
+    (directory / "platform").symlink_to("40")
+    done = rehearse_other(device, other, NEWEST)
+    assert "Secret" not in json.dumps(done.report)
+
+
 def test_another_application_directory(device, other):
     other.app.rename(other.path / "opt")
     assert rehearse_other(device, other, NEWEST).report["reason"] == "program-broken"

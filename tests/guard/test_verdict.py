@@ -163,3 +163,19 @@ def test_a_direct_run_is_a_finding_that_can_be_accepted(device):
     assert device.last_run()["reason"] == "no-bubblewrap"
     assert device.migrate(NEWEST + 1, "--accept", "direct:no-bubblewrap", bubblewrap=False) == 4
     assert findings(device)[1]["code"] == f"target-missed:{NEWEST}"
+
+
+@pytest.mark.parametrize("content", [b"TORVIKMAX", b"TORVIKMAX\r\n", b"\xef\xbb\xbfTORVIKMAX\r\nx"])
+def test_the_platform_is_the_first_line_as_the_program_reads_it(device, content):
+    """What a version makes of it there is on purpose, also if the file was written on Windows."""
+    device.install(20)
+    (device.root / "etc" / "harlo" / "platform").write_bytes(content)
+    assert device.migrate(NEWEST) == 0
+    on_purpose = {finding["code"]: finding["onPurpose"] for finding in findings(device)
+                  if finding["kind"] == "values-lost"}
+    device.database.unlink()
+    device.install(20)
+    (device.root / "etc" / "harlo" / "platform").write_text("TORVIKMAX\n")
+    assert device.migrate(NEWEST) == 0
+    assert on_purpose == {finding["code"]: finding["onPurpose"] for finding in findings(device)
+                          if finding["kind"] == "values-lost"}
