@@ -72,7 +72,7 @@ def test_the_help_says_all_that_there_is(device):
             "Shows the recorded version, the newest version that the program knows, the kept "
             "database of before, the last run, and the last run that changed the version or ended "
             "with 3 or 4.",
-            "where the run would end with 4, or there is no database, changes nothing and ends "
+            "if the run would end with 4, or there is no database, changes nothing and ends "
             "with 3.",
             "waits at most SECONDS for other programs that hold a lock, all waits together. "
             "Without this option 30."):
