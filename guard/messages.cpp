@@ -4,7 +4,7 @@
 
 void tell(const QByteArray &text)
 {
-    // One write for the whole line, so that lines of two programs do not mix.
+    // One write for the whole line keeps it apart from the lines of other programs.
     const QByteArray line = "migration-guard: " + text + '\n';
     std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stderr);
     std::fflush(stderr);

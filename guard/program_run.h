@@ -19,8 +19,8 @@ struct ProgramRun {
         0; ///< the most bytes that it was measured to take in staging; 0 for a direct run
 };
 
-/// Runs the program so that it sees the staged database and the staged pool in place of the real
-/// ones. It dies with this process.
+/// Runs the program with the staged database and the staged pool mounted over the real ones. It dies
+/// with this process.
 /// @param target the version to migrate to
 /// @param reserve bytes that have to stay free in staging
 ProgramRun runOnStaging(

@@ -11,7 +11,7 @@
 #include <memory>
 #include <optional>
 
-/// Limits the work for a verdict, because a database can be made so that reading it never ends.
+/// Limits the work for a verdict, because reading a hostile database may never end.
 class WorkBudget
 {
 public:

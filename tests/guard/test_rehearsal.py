@@ -98,18 +98,24 @@ def has_same_content(result, database):
             or contents(result) == contents(database))
 
 
+def rehearse_and_run(pair, *arguments):
+    """Rehearses without touching anything, then runs, which ends as rehearsed."""
+    device, out = pair
+    before = Untouched(device.root)
+    done, result = rehearse_into(device, out, *arguments)
+    before.check()
+    run = device.run("run", *arguments)
+    assert predicted(done) == ended(device, run)
+    assert has_same_content(result, device.database)
+    return done
+
+
 @pytest.mark.parametrize("mode", ["delete", "wal"])
 @pytest.mark.parametrize("version, target", WALKS)
 def test_it_predicts_the_run(pair, version, target, mode):
-    device, out = pair
+    device, _ = pair
     device.install(version, mode=mode)
-    before = Untouched(device.root)
-    done, result = rehearse_into(device, out, target)
-    before.check()
-    run = device.run("run", target)
-    assert predicted(done) == ended(device, run)
-    assert has_same_content(result, device.database)
-    assert done.status == 0
+    assert rehearse_and_run(pair, target).status == 0
 
 
 def test_a_log_with_bytes_that_are_no_text(pair):
@@ -128,31 +134,21 @@ LEFT = [pytest.param("-journal", "delete", id="a journal that has to be rolled b
 
 @pytest.mark.parametrize("suffix, mode", LEFT)
 def test_what_a_crash_has_left_is_recovered_in_the_copy(pair, suffix, mode):
-    device, out = pair
+    device, _ = pair
     device.install(20, mode=mode)
     leave(device, suffix, JOURNAL + ("COMMIT" if mode == "wal" else ""))
-    before = Untouched(device.root)
-    done, result = rehearse_into(device, out, NEWEST)
-    before.check()
-    run = device.run("run", NEWEST)
-    assert predicted(done) == ended(device, run)
-    assert has_same_content(result, device.database)
+    done = rehearse_and_run(pair, NEWEST)
     assert done.report["from"] == (5 if mode == "wal" else 20)
 
 
 @pytest.mark.parametrize("mend", [(), ("--mend",)], ids=["left", "mended"])
 @pytest.mark.parametrize("version, target", [(24, 25), (25, 25)])
 def test_copies_that_are_left(pair, version, target, mend):
-    device, out = pair
+    device, _ = pair
     device.install(version, CUT)
-    before = Untouched(device.root)
-    done, result = rehearse_into(device, out, target, *mend)
-    before.check()
+    done = rehearse_and_run(pair, target, *mend)
     kinds = [entry["kind"] for entry in done.report["mending"]]
     assert kinds == ["name-given", "rows-returned", "copy-removed"]
-    run = device.run("run", target, *mend)
-    assert predicted(done) == ended(device, run)
-    assert has_same_content(result, device.database)
 
 
 def nothing(path):
