@@ -14,9 +14,24 @@ namespace
 // SQLite refuses smaller pages.
 constexpr int smallestUsableSize = 480;
 
+// SQLite refuses databases whose format is newer than these.
+constexpr int newestReadVersion = 2;
+constexpr int newestSchemaFormat = 4;
+
+constexpr int readVersionOffset = 19;
+constexpr int changeCounterOffset = 24;
+constexpr int pageCountOffset = 28;
+constexpr int pageCountWrittenAtOffset = 92; ///< the change counter of that moment
+
 int reservedBytes(const QByteArray &header)
 {
     return static_cast<quint8>(header[20]);
+}
+
+/// SQLite reads only the last byte of this number.
+int schemaFormat(const QByteArray &header)
+{
+    return static_cast<quint8>(header[47]);
 }
 
 /// @return the page size in a header, 0 when SQLite does not accept the header
@@ -29,7 +44,9 @@ int acceptedPageSize(const QByteArray &header)
     // reserved ones are the payload fractions, which always have these values.
     const bool isAccepted = std::memcmp(header.constData(), "SQLite format 3", 16) == 0 &&
                             std::memcmp(header.constData() + 21, "\x40\x20\x20", 3) == 0 &&
-                            isPowerOfTwo && size - reservedBytes(header) >= smallestUsableSize;
+                            static_cast<quint8>(header[readVersionOffset]) <= newestReadVersion &&
+                            schemaFormat(header) <= newestSchemaFormat && isPowerOfTwo &&
+                            size - reservedBytes(header) >= smallestUsableSize;
     return isAccepted ? size : 0;
 }
 } // namespace
@@ -51,11 +68,18 @@ void DatabaseFile::readHeader(qint64 fileSize)
         return;
     }
     const int pageSize = acceptedPageSize(m_header);
-    m_isDatabase = fileSize == 0 || pageSize != 0;
     if (pageSize != 0) {
         m_pageSize = pageSize;
     }
-    m_pageCount = static_cast<quint32>((fileSize + m_pageSize - 1) / m_pageSize);
+    const auto pagesOfFile = static_cast<quint32>((fileSize + m_pageSize - 1) / m_pageSize);
+    m_pageCount = pagesOfFile;
+    // SQLite before 3.7 did not keep the number of pages up to date.
+    const bool isCountCurrent =
+        headerNumber(changeCounterOffset) == headerNumber(pageCountWrittenAtOffset);
+    if (pageSize != 0 && isCountCurrent && headerNumber(pageCountOffset) != 0) {
+        m_pageCount = headerNumber(pageCountOffset);
+    }
+    m_isDatabase = fileSize == 0 || (pageSize != 0 && m_pageCount <= pagesOfFile);
 }
 
 quint32 DatabaseFile::headerNumber(int offset) const
@@ -65,7 +89,6 @@ quint32 DatabaseFile::headerNumber(int offset) const
 
 bool DatabaseFile::hasWriteAheadLog() const
 {
-    const int readVersionOffset = 19;
     const char writeAheadLog = 2;
     return m_header[readVersionOffset] == writeAheadLog;
 }

@@ -19,7 +19,7 @@ public:
     /// @return the first failure to open or read, empty when there was none
     const QString &readError() const { return m_readError; }
 
-    /// @return whether SQLite accepts the header; also true for an empty file, which SQLite treats
+    /// @return whether SQLite accepts the header and the file is long enough for it; also true for an empty file, which SQLite treats
     /// as a database without tables
     bool isDatabase() const { return m_isDatabase; }
 
@@ -32,6 +32,8 @@ public:
     /// @return whether SQLite keeps changes of this database in a write-ahead log
     bool hasWriteAheadLog() const;
 
+    /// @return the number of pages that SQLite uses: the header's, or the file's when the header's
+    /// is out of date
     quint32 pageCount() const { return m_pageCount; }
 
     /// @return bytes of a page; 4096 when the file is no database

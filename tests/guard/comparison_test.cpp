@@ -797,6 +797,62 @@ void ComparisonTest::readsRowsOfDamagedFiles_data()
         16,
         "\x10\x01",
         schema);
+    add("a file format that SQLite cannot read is damage",
+        small,
+        "",
+        After,
+        "sqlite_schema",
+        19,
+        "\x03",
+        schema);
+    add("a schema format that SQLite cannot read is damage",
+        small,
+        "",
+        After,
+        "sqlite_schema",
+        47,
+        "\x05",
+        schema);
+    add("a schema format is only the last byte of its number",
+        small,
+        "",
+        After,
+        "sqlite_schema",
+        44,
+        QByteArray("\1\1\1\4", 4),
+        {});
+    add("more pages in the header than in the file are damage",
+        small,
+        "",
+        After,
+        "sqlite_schema",
+        28,
+        QByteArray("\0\0\0\x7f", 4),
+        schema);
+    add("a table on a page that the header does not count is damage",
+        small,
+        "",
+        After,
+        "sqlite_schema",
+        28,
+        QByteArray("\0\0\0\2", 4),
+        onlyT);
+    add("a number of pages that is out of date is not read",
+        small,
+        "",
+        After,
+        "sqlite_schema",
+        24,
+        QByteArray("\0\0\0\x63\0\0\0\x7f", 8),
+        {});
+    add("no number of pages in the header is no damage",
+        small,
+        "",
+        After,
+        "sqlite_schema",
+        28,
+        QByteArray(4, '\0'),
+        {});
 }
 
 void ComparisonTest::readsRowsOfDamagedFiles()
@@ -850,8 +906,9 @@ void ComparisonTest::readsFilesThatEndEarly()
     QCOMPARE(differences(), QStringList());
     write(m_after, contents.left(contents.size() - unused - 1));
     QCOMPARE(differences(), QStringList("rows: t"));
+    // SQLite refuses a file with fewer pages than its header says.
     write(m_after, contents.left(contents.size() - 4096));
-    QCOMPARE(differences(), QStringList("rows: t"));
+    QCOMPARE(differences(), QStringList("schema damaged"));
     write(m_before, contents.left(contents.size() - 4096));
     QCOMPARE(differences(), QStringList());
 }
