@@ -4,11 +4,16 @@
 
 namespace
 {
+/// @return "1 row" or "3 rows"
+QString counted(qint64 count, const char *thing)
+{
+    return QString("%1 %2").arg(count).arg(thing) + (count == 1 ? "" : "s");
+}
+
 /// @return "1 row of fields" or "3 rows of fields"
 QString countedRows(qint64 count, const QByteArray &table)
 {
-    return QString(count == 1 ? "%1 row of %2" : "%1 rows of %2")
-        .arg(QString::number(count), wordForTable(table));
+    return counted(count, "row") + " of " + wordForTable(table);
 }
 
 QString wasOrWere(qint64 count)
@@ -69,8 +74,8 @@ QString stepFailed(const Finding &finding)
 
 QString leftBehind(const Finding &finding)
 {
-    const QString text = QString("a copy of a table was left behind: %1, with %2 rows")
-                             .arg(nameOf(finding.object), QString::number(rowsOf(finding)));
+    const QString text = QString("a copy of a table was left behind: %1, with %2")
+                             .arg(nameOf(finding.object), counted(rowsOf(finding), "row"));
     return finding.before ? text + ", as before this run" : text;
 }
 
@@ -78,18 +83,17 @@ QString mended(const Finding &finding)
 {
     const QString copy = nameOf(finding.object);
     const QString table = wordForTable(finding.table);
-    const QString rows = QString::number(rowsOf(finding));
     if (finding.mending == "name-given") {
-        return QString("the table of %1 was only there as %2: it has its name again, with %3 rows")
-            .arg(table, copy, rows);
+        return QString("the table of %1 was only there as %2: it has its name again, with %3")
+            .arg(table, copy, counted(rowsOf(finding), "row"));
     }
     if (finding.mending == "rows-returned") {
         const qint64 returned = finding.numbers.value("rowsReturned");
         return QString("%1 came back from %2, which a cut run had left")
             .arg(countedRows(returned, finding.table), copy);
     }
-    return QString("%1, a copy that a cut run had left, was removed: its %2 rows are all in %3")
-        .arg(copy, rows, table);
+    return QString("%1, a copy that a cut run had left, was removed: all its rows (%2) are in %3")
+        .arg(copy, QString::number(rowsOf(finding)), table);
 }
 
 QString rowsLost(const Finding &finding)
@@ -103,27 +107,24 @@ QString valuesLost(const Finding &finding)
 {
     const qint64 count = rowsOf(finding);
     return QString("%1 of %2 in %3 changed")
-               .arg(
-                   QString(count == 1 ? "%1 value" : "%1 values").arg(count),
-                   nameOf(finding.column),
-                   wordForTable(finding.object)) +
+               .arg(counted(count, "value"), nameOf(finding.column), wordForTable(finding.object)) +
            onPurpose(finding);
 }
 
 QString tableLost(const Finding &finding)
 {
-    return QString("the table of %1 is gone, with %2 rows")
-               .arg(wordForTable(finding.object), QString::number(rowsOf(finding))) +
+    return QString("the table of %1 is gone, with %2")
+               .arg(wordForTable(finding.object), counted(rowsOf(finding), "row")) +
            onPurpose(finding);
 }
 
 QString columnLost(const Finding &finding)
 {
-    return QString("the column %1 of %2 is gone, with %3 values")
+    return QString("the column %1 of %2 is gone, with %3")
                .arg(
                    nameOf(finding.column),
                    wordForTable(finding.object),
-                   QString::number(rowsOf(finding))) +
+                   counted(rowsOf(finding), "value")) +
            onPurpose(finding);
 }
 
@@ -156,7 +157,7 @@ QString orphansRemoved(const Finding &finding)
 {
     const qint64 count = rowsOf(finding);
     return QString("%1 of product configurations that nothing refers to %2 removed")
-        .arg(QString(count == 1 ? "%1 row" : "%1 rows").arg(count), wasOrWere(count));
+        .arg(counted(count, "row"), wasOrWere(count));
 }
 
 QString reapplied(const Finding &finding)

@@ -56,8 +56,8 @@ def test_a_mended_walk_ends_as_an_undisturbed_one(device, other_device, expected
         mended("fields_temp", "fields", "rows-returned", rows["fields_temp"], 2,
                "2 rows of fields came back from fields_temp, which a cut run had left"),
         mended("growers_temp", "growers", "copy-removed", rows["growers"], 0,
-               "growers_temp, a copy that a cut run had left, was removed: its "
-               f"{rows['growers']} rows are all in growers")]
+               "growers_temp, a copy that a cut run had left, was removed: all its rows "
+               f"({rows['growers']}) are in growers")]
     # The rows were back when the program began.
     assert verdict["tables"] == undisturbed["tables"]
     # The database of before is kept as it was, without the mending.
@@ -93,8 +93,8 @@ def test_what_only_mending_has_changed_is_committed(settled):
         "staging": "memory", "changed": True, "kept": False, "status": 0}
     assert findings(settled, "mended") == [
         mended("growers_temp", "growers", "copy-removed", rows, 0,
-               "growers_temp, a copy that a cut run had left, was removed: its "
-               f"{rows} rows are all in growers")]
+               "growers_temp, a copy that a cut run had left, was removed: all its rows "
+               f"({rows}) are in growers")]
     assert settled.migrate(NEWEST, "--mend") == 0
     assert not settled.last_run()["changed"] and findings(settled, "mended") == []
 
