@@ -72,7 +72,8 @@ copy lacks: they look the same as rows that were lost. The indexes and triggers 
 with it. An undisturbed step removes them too.
 """
 
-FIGURES_TEXT = """ ## How much it helps
+FIGURES_TEXT = """
+## How much it helps
 
 Every kill and every power cut of the walks between the versions 1 and {newest}, and 1 and 4, on the
 database of tests/data/version_01.sql: {cases:,}. After {touched:,} of them the next run of the
@@ -88,7 +89,8 @@ The columns have numbers of cases: right / other difference / copy left over / r
 
 """
 
-WHY = """ ## Why the rest ends differently
+WHY = """
+## Why the rest ends differently
 
 The cases above that do not end as an undisturbed run, by cause.
 
