@@ -75,11 +75,12 @@ class GuardedDevice:
         self.note = self.databases / "migration-guard.note"
         self.program = self.app / "database-migrator"
         self.pool = root / "pool"
+        self.platform = root / "etc" / "harlo" / "platform"
         for directory in (self.databases, self.app / "quillmoor", root / "etc" / "harlo",
                           root / "Harlo", self.pool):
             directory.mkdir(parents=True)
         (self.app / "quillmoor" / "softwareversion.txt").write_text("4.2.0\n")
-        (root / "etc" / "harlo" / "platform").write_text("TORVIK\n")
+        self.platform.write_text("TORVIK\n")
         for name in ("refMachines.sql", "refProducts.sql"):
             shutil.copy(DEMO / name, self.app)
         shutil.copy(DEMO / "registration.xml", root / "Harlo")

@@ -125,6 +125,34 @@ def test_a_commit_whose_end_is_not_known_is_settled_by_the_next_run():
         assert contents(device.kept) == faulty.old
 
 
+def test_a_commit_without_room_sends_the_next_run_to_the_disk_and_the_third_is_direct():
+    with guarded_device() as device:
+        faulty = FaultyDevice(device, *WALKS["forward"])
+
+        def run_without_room(number):
+            return faulty.run(FAULT_AT=number, FAULT_ACTION="ENOSPC")
+
+        def last_end():
+            return [device.last_run().get(name) for name in ("way", "staging", "reason")]
+        commit = 240
+        faulty.begin()
+        assert run_without_room(commit) == 3
+        assert last_end() == ["guarded", "memory", "no-room"]
+        assert faulty.run() == 0
+        assert last_end() == ["guarded", "disk", None]
+        assert device.contents() == faulty.new
+        # A run on the disk has other operations before its commit.
+        for number in range(commit, OPERATIONS, 8):
+            faulty.begin()
+            assert run_without_room(commit) == 3
+            if run_without_room(number) == 3:
+                break
+        assert last_end() == ["guarded", "disk", "no-room"]
+        assert faulty.run() == 4
+        assert last_end() == ["direct", None, "earlier-runs-failed"]
+        assert device.contents() == faulty.new
+
+
 def test_a_restore_whose_end_is_not_known_says_so(device):
     device.install(1)
     before = device.contents()

@@ -1,5 +1,6 @@
 """Another process reads, writes, locks or replaces the database before, during and after a run."""
 
+import os
 import sqlite3
 import time
 from contextlib import closing
@@ -21,9 +22,9 @@ def write(device, value):
     device.sql(f"CREATE TABLE IF NOT EXISTS notes (a); INSERT INTO notes VALUES({value});")
 
 
-def paused_run(device, *turns, arguments=()):
+def paused_run(device, *turns, arguments=(), user=None):
     """Runs the guard; before each commit the test can act. Returns the run's output."""
-    process = device.start("run", NEWEST, *arguments)
+    process = device.start("run", NEWEST, *arguments, user=user)
     for turn in turns:
         wait_for(device.app / "waiting")
         turn()
@@ -185,6 +186,28 @@ def test_a_database_that_is_no_longer_there_takes_no_commit(device, mode, change
             assert contents(file) == before
     assert device.log() == ""
     assert not device.kept.exists()
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="takes root")
+@pytest.mark.parametrize("mode, name", [("delete", "databases"), ("delete", "database"),
+                                        ("wal", "database")])
+def test_what_becomes_read_only_takes_no_commit(device, mode, name):
+    device.install(1, mode=mode)
+    device.replace_program(PAUSED)
+    before, pool, place = device.contents(), device.pool_files(), getattr(device, name)
+    for path in (device.root, *device.root.rglob("*")):
+        os.chown(path, 65534, 65534)
+
+    def make_read_only():
+        place.chmod(place.stat().st_mode & ~0o222)
+    status, errors = paused_run(device, make_read_only, user=65534)
+    place.chmod(place.stat().st_mode | 0o200)
+    if status == 0:
+        # SQLite had the file open for writing already, and goes on.
+        assert name == "database" and device.version() == NEWEST
+        return
+    assert (status, "commit-failed" in errors) == (3, True), errors
+    assert (device.contents(), device.log(), device.pool_files()) == (before, "", pool)
 
 
 def test_two_guards_one_after_the_other(paused):

@@ -23,6 +23,17 @@ def test_content_log_and_pool_are_those_of_the_program_alone(
     assert device.pool_files() == other_device.pool_files()
 
 
+@pytest.mark.parametrize("version, target", [(24, 26), (NEWEST, 1)])
+def test_the_other_platform(device, other_device, version, target):
+    for each in (device, other_device):
+        each.install(version)
+        each.platform.write_text("TORVIKMAX\n")
+    other_device.run_program(target)
+    assert device.migrate(target) == 0
+    assert device.contents() == other_device.contents()
+    assert (device.log(), device.pool_files()) == (other_device.log(), other_device.pool_files())
+
+
 def test_steps_and_the_end_are_told_on_the_terminal(device):
     device.install(1)
     run = device.run("run", 3)
