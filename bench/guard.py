@@ -103,17 +103,42 @@ class GuardedDevice:
         return [measure.ROOT / "tests" / "support" / "on_device.sh", self.root, self.app / program,
                 *arguments]
 
-    def run(self, way, target):
-        """Runs the program alone or under the guard; returns the seconds."""
-        command = {"direct": ("database-migrator", str(target)),
-                   "guarded": ("migration-guard", "run", str(target))}[way]
+    def run(self, way, target, *options, tool=()):
+        """Runs the program alone or under the guard; returns the seconds.
+
+        tool: the words of a command that measures it."""
+        program, *arguments = {"direct": ("database-migrator", str(target)),
+                               "guarded": ("migration-guard", "run", str(target), *options)}[way]
+        start = self.command(program, *arguments)
+        environment = self.environment()
+        if tool:
+            start[2:3] = [*tool, "/app/" + program]
+            environment["DEVICE_OPTIONS"] += "".join(
+                f" --ro-bind {path} {path}" for path in (tool[0], "/usr/libexec"))
         begin = time.monotonic()
-        status = subprocess.run(
-            self.command(*command), stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-            env=self.environment()).returncode
+        status = subprocess.run(start, stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                env=environment).returncode
         if status != 0:
             sys.exit(f"{way} to {target} ended with {status}")
         return time.monotonic() - begin
+
+    def instructions(self, way, target):
+        """The instructions of all processes of a run."""
+        self.run(way, target, tool=(
+            "/usr/bin/valgrind.bin", "--tool=callgrind", "--quiet", "--trace-children=yes",
+            "--callgrind-out-file=/app/instructions.%p"))
+        count = 0
+        for report in self.app.glob("instructions.*"):
+            count += int(re.search(r"^totals: (\d+)", report.read_text(), re.MULTILINE)[1])
+            report.unlink()
+        return count
+
+    def bytes_copied(self, way, target):
+        """The bytes that all processes of a run read from files and write to them."""
+        self.run(way, target, tool=("/usr/bin/strace", "-f", "-e",
+                                    "trace=read,pread64,write,pwrite64", "-o", "/app/calls"))
+        calls = (self.app / "calls").read_text()
+        return sum(map(int, re.findall(r"(?:read|write|64)\b.* = (\d+)$", calls, re.MULTILINE)))
 
     def peak(self, target):
         """The most memory that a process of a guarded run has used, in bytes."""
@@ -146,11 +171,11 @@ def flushes_and_bytes(table, directory):
 def flushes_of_one(table, label, loop, database, bounded):
     device = GuardedDevice(loop.place)
 
-    def cost(way):
+    def cost(way, *options):
         # Twice: what the first sync leaves must not be counted.
         os.sync(), os.sync()
         before = loop.counters()
-        device.run(way, NEWEST)
+        device.run(way, NEWEST, *options)
         flushes = loop.counters()[0] - before[0]
         os.sync()
         return flushes, loop.counters()[1] - before[1]
@@ -158,14 +183,16 @@ def flushes_of_one(table, label, loop, database, bounded):
     if database.stat().st_size < 4 * MIB:  # A larger one takes minutes.
         device.install(database)
         table.add(f"{label}flushes of the program alone, 1 to {NEWEST}", cost("direct")[0])
-    device.install(database)
-    flushes, written = cost("guarded")
-    size = device.database.stat().st_size
-    table.add(f"{label}flushes of the guard, 1 to {NEWEST}", flushes,
-              at_most=int(10 + 2 * size / (CACHE_MIB * MIB)) if bounded else None)
-    # A quarter of a MiB is for the log, the record and the file system's own writes.
-    table.add(f"{label}bytes written by the guard to those of its database",
-              (written - MIB // 4) / size, digits=2, at_most=3 if bounded else None)
+    for kept, options, most_flushes, most_bytes in (
+            ("without the kept database", ("--no-backup",), 8, 2), ("", (), 10, 3)):
+        device.install(database)
+        flushes, written = cost("guarded", *options)
+        size = device.database.stat().st_size
+        table.add(f"{label}flushes of the guard, 1 to {NEWEST} {kept}".rstrip(), flushes,
+                  at_most=int(most_flushes + 2 * size / (CACHE_MIB * MIB)) if bounded else None)
+        # A quarter of a MiB is for the log, the record and the file system's own writes.
+        table.add(f"{label}bytes written by the guard to those of its database {kept}".rstrip(),
+                  (written - MIB // 4) / size, digits=2, at_most=most_bytes if bounded else None)
     for _ in range(2):
         device.run("guarded", NEWEST)
     content = device.database.read_bytes()
@@ -193,6 +220,21 @@ def times(table, directory):
             else:
                 table.add("ten times the rows: milliseconds more at an ordinary boot",
                           (guarded - direct) * 1000, at_most=60)
+
+
+def work(table, directory):
+    """What an ordinary boot costs on any processor."""
+    device = GuardedDevice(directory)
+    device.install(make_database(directory / "ten times the rows", NEWEST, 10))
+    for _ in range(2):
+        device.run("guarded", NEWEST)
+    size = device.database.stat().st_size
+    instructions, copied = ([measured(way, NEWEST) for way in ("direct", "guarded")]
+                            for measured in (device.instructions, device.bytes_copied))
+    table.add("ten times the rows: instructions of an ordinary boot to those of the program alone",
+              instructions[1] / instructions[0], digits=2, at_most=2)
+    table.add("ten times the rows: bytes that an ordinary boot copies more, to those of its database",
+              (copied[1] - copied[0]) / size, digits=2, at_most=8)
 
 
 def spread_rows(file):
@@ -289,7 +331,7 @@ def growth(table, directory):
 def main():
     measure.build()
     table = measure.Table("The guard")
-    parts = {"flushes": flushes_and_bytes, "times": times, "boots": boots, "growth": growth}
+    parts = {"flushes": flushes_and_bytes, "times": times, "work": work, "boots": boots, "growth": growth}
     for name in sys.argv[1:] or parts:
         with tempfile.TemporaryDirectory(prefix="guard.", dir=measure.DISK) as directory:
             parts[name](table, pathlib.Path(directory))
