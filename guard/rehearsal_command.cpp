@@ -1,4 +1,3 @@
-#include "guard/rehearsal_command.h"
 #include "guard/available_memory.h"
 #include "guard/bubblewrap.h"
 #include "guard/child_process.h"
@@ -7,6 +6,7 @@
 #include "guard/limits.h"
 #include "guard/messages.h"
 #include "guard/rehearsal.h"
+#include "guard/rehearsal_command.h"
 #include "guard/rehearsal_report.h"
 #include "guard/sizing.h"
 
@@ -262,6 +262,14 @@ InnerEnd rehearseIn(const innerGuard::Place &place, int *status)
     return *end == placeTooSmall ? InnerEnd::LackedRoom : InnerEnd::Reported;
 }
 
+/// The memory is shared by all jobs: each looks at what is free, and uses its own part only later.
+/// @return how many bytes this process may count on
+qint64 shareOfMemory(const CommandLine &line)
+{
+    const int databases = std::max(line.rehearsal.databases.size(), 1);
+    return availableMemory() / std::min(line.rehearsal.jobs, databases);
+}
+
 /// Tries places in memory, then one on the disk.
 InnerEnd rehearseSomewhere(
     const CommandLine &line, qint64 room, const QStringList &binds, int *status)
@@ -274,7 +282,7 @@ InnerEnd rehearseSomewhere(
         for (const qint64 size : {room, limits::rehearsalRoomFactor * room}) {
             place.memorySize = size;
             if (end == InnerEnd::LackedRoom &&
-                availableMemory() >= size + limits::memoryForProcesses) {
+                shareOfMemory(line) >= size + limits::memoryForProcesses) {
                 end = rehearseIn(place, status);
             }
         }
@@ -400,10 +408,11 @@ private:
 };
 
 /// Only on a terminal: a line that the next one overwrites.
-void showProgress(int done, int all)
+/// @param ended how many databases are rehearsed
+void showProgress(int ended, int all)
 {
     if (isatty(STDERR_FILENO) != 0) {
-        std::fprintf(stderr, "%d of %d\r", done, all);
+        std::fprintf(stderr, "%d of %d\r", ended, all);
         std::fflush(stderr);
     }
 }
@@ -416,20 +425,25 @@ int rehearseSeveral(const CommandLine &line, const QString &application, int tar
     int worst = 0;
     bool isWrongCall = false;
     // Results are reported in the order of the call, whichever job ends first.
-    for (int done = 0; done < all; ++done) {
-        showProgress(done, all);
-        const auto running = [&] {
-            return std::count_if(jobs.begin(), jobs.end(), [](const std::unique_ptr<Job> &job) {
-                return job && !job->hasEnded();
-            });
-        };
+    for (int reported = 0; reported < all; ++reported) {
+        const int notShown = -1;
+        int shown = notShown;
         do {
-            while (next < all && running() < line.rehearsal.jobs) {
+            int running = static_cast<int>(
+                std::count_if(jobs.begin(), jobs.end(), [](const std::unique_ptr<Job> &job) {
+                    return job && !job->hasEnded();
+                }));
+            for (; next < all && running < line.rehearsal.jobs; ++running) {
                 jobs.push_back(std::make_unique<Job>(line, next++));
             }
-        } while (!jobs[size_t(done)]->waitForEnd(limits::watchInterval));
-        const int status = jobs[size_t(done)]->finish(application, target);
-        jobs[size_t(done)].reset();
+            const int ended = next - running;
+            if (ended != shown) {
+                showProgress(ended, all);
+                shown = ended;
+            }
+        } while (!jobs[size_t(reported)]->waitForEnd(limits::watchInterval));
+        const int status = jobs[size_t(reported)]->finish(application, target);
+        jobs[size_t(reported)].reset();
         isWrongCall = isWrongCall || status == exitStatus(Status::WrongCall);
         worst = std::max(worst, status);
     }
