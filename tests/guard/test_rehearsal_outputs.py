@@ -1,4 +1,4 @@
-"""Where a rehearsal writes its report and its result: to standard output or to files, and never over
+"""Where a rehearsal writes its report and result: to standard output or to files, and never over
 something that is needed."""
 
 import json
