@@ -2,11 +2,11 @@
 #include "guard/available_memory.h"
 #include "guard/bubblewrap.h"
 #include "guard/child_process.h"
-#include "guard/durable_file.h"
 #include "guard/inner_guard.h"
 #include "guard/limits.h"
 #include "guard/messages.h"
 #include "guard/rehearsal.h"
+#include "guard/rehearsal_outputs.h"
 #include "guard/rehearsal_report.h"
 #include "guard/sizing.h"
 
@@ -22,7 +22,6 @@
 #include <fcntl.h>
 #include <memory>
 #include <optional>
-#include <sys/mman.h>
 #include <vector>
 
 namespace
@@ -74,13 +73,14 @@ RehearsalOptions optionsOf(const CommandLine &line, const QString &application, 
     return options;
 }
 
+/// Prints to standard output. `ferror` tells if that ever failed.
 void print(const QByteArray &text)
 {
     std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
     std::fflush(stdout);
 }
 
-/// Tells that a file is missing that the caller has asked for.
+/// Tells that an output is missing or cut that the caller has asked for.
 /// @return the exit status
 int cannotBeWritten(const QString &file, int status)
 {
@@ -113,111 +113,6 @@ int reportFailure(
     rehearsal.record.target = target;
     rehearsal.record.endUnchanged(reason, detail);
     return report(line, rehearsal);
-}
-
-/// An output file that gets its name when it is whole. Until then it has a name that no other file has.
-class OutputFile
-{
-public:
-    explicit OutputFile(const QString &path)
-        : m_path(path), m_unfinished(QFile::encodeName(path) + ".XXXXXX")
-    {
-        const QFileInfo there(path);
-        if (!there.exists() || there.isFile()) {
-            m_file = Descriptor(mkostemp(m_unfinished.data(), O_CLOEXEC));
-        }
-    }
-    ~OutputFile()
-    {
-        if (m_file.isOpen()) {
-            unlink(m_unfinished.constData());
-        }
-    }
-    Q_DISABLE_COPY(OutputFile)
-
-    bool isOpen() const { return m_file.isOpen(); }
-    int descriptor() const { return m_file.get(); }
-    QString unfinished() const { return QFile::decodeName(m_unfinished); }
-
-    /// @return false when a line is missing or cut, as on a full disk
-    bool hasLines(int count) const
-    {
-        QFile file(unfinished());
-        bool isWhole = file.open(QIODevice::ReadOnly);
-        for (; isWhole && count > 0; --count) {
-            isWhole = file.readLine().endsWith('\n');
-        }
-        return isWhole;
-    }
-
-    /// @return false when the file could not be completed
-    bool finish()
-    {
-        if (durable::rename(unfinished(), m_path) != 0) {
-            return false;
-        }
-        m_file.close();
-        return true;
-    }
-
-private:
-    QString m_path;
-    QByteArray m_unfinished;
-    Descriptor m_file;
-};
-
-/// @return the path with the links before its last part followed
-QString placeOf(const QString &path)
-{
-    const QFileInfo file(path);
-    return QDir(file.absolutePath()).canonicalPath() + '/' + file.fileName();
-}
-
-/// @return the places where no report or result may be written: files that are rehearsed, and files
-/// that a device cannot get back
-QStringList protectedPlaces(const CommandLine &line, const QString &application)
-{
-    const RehearsalLine &asked = line.rehearsal;
-    const DevicePaths device(application);
-    QStringList places;
-    for (const QString &database : asked.databases + QStringList{device.databaseEntry}) {
-        for (const char *suffix : {"", "-journal", "-wal", "-shm"}) {
-            places << placeOf(database + suffix)
-                   << QFileInfo(database).canonicalFilePath() + suffix;
-        }
-    }
-    for (const QString &file : {device.kept, device.replaced, asked.registration, asked.program}) {
-        if (!file.isEmpty()) {
-            places << placeOf(file) << QFileInfo(file).canonicalFilePath();
-        }
-    }
-    // The paths of links that lead nowhere.
-    places.removeAll(QString());
-    return places;
-}
-
-/// @return what is wrong with the files that are to be written, empty when nothing is
-QString errorOfOutputs(const CommandLine &line, const QString &application)
-{
-    const RehearsalLine &asked = line.rehearsal;
-    QStringList places = protectedPlaces(line, application);
-    for (const QString &file : {asked.jsonFile, asked.resultFile}) {
-        if (file.isEmpty()) {
-            continue;
-        }
-        const QString place = placeOf(file);
-        if (places.contains(place) || places.contains(QFileInfo(file).canonicalFilePath())) {
-            return "is needed for something else: " + file;
-        }
-        places << place;
-    }
-    return QString();
-}
-
-/// Redirects standard output into the file.
-bool printInto(const OutputFile &file)
-{
-    return dup2(file.descriptor(), STDOUT_FILENO) == STDOUT_FILENO;
 }
 
 /// @return false only when the database's header shows that it has no write-ahead log
@@ -262,6 +157,14 @@ InnerEnd rehearseIn(const innerGuard::Place &place, int *status)
     return *end == placeTooSmall ? InnerEnd::LackedRoom : InnerEnd::Reported;
 }
 
+/// The memory is shared by all jobs: each looks at what is free, and uses its own part only later.
+/// @return how many bytes this process may count on
+qint64 shareOfMemory(const CommandLine &line)
+{
+    const int databases = std::max(line.rehearsal.databases.size(), 1);
+    return availableMemory() / std::min(line.rehearsal.jobs, databases);
+}
+
 /// Tries places in memory, then one on the disk.
 InnerEnd rehearseSomewhere(
     const CommandLine &line, qint64 room, const QStringList &binds, int *status)
@@ -274,7 +177,7 @@ InnerEnd rehearseSomewhere(
         for (const qint64 size : {room, limits::rehearsalRoomFactor * room}) {
             place.memorySize = size;
             if (end == InnerEnd::LackedRoom &&
-                availableMemory() >= size + limits::memoryForProcesses) {
+                shareOfMemory(line) >= size + limits::memoryForProcesses) {
                 end = rehearseIn(place, status);
             }
         }
@@ -327,6 +230,16 @@ int rehearseOne(const CommandLine &line, const QString &application, int target)
     return isKept ? status : cannotBeWritten(asked.resultFile, status);
 }
 
+int rehearseAndPrint(const CommandLine &line, const QString &application, int target)
+{
+    std::optional<HeldOutput> held(std::in_place);
+    const int status = rehearseOne(line, application, target);
+    const QByteArray report = held->content();
+    held.reset();
+    print(report);
+    return status;
+}
+
 /// A process that rehearses one of several databases.
 class Job
 {
@@ -339,8 +252,8 @@ public:
             QCoreApplication::arguments().mid(1);
         ChildProcess::Options options;
         options.diesWithParent = true;
-        options.output = m_output.get();
-        options.errors = m_errors.get();
+        options.output = m_output.descriptor();
+        options.errors = m_errors.descriptor();
         m_process = std::make_unique<ChildProcess>();
         m_isStarted = m_process->start(QCoreApplication::applicationFilePath(), arguments, options);
     }
@@ -368,7 +281,6 @@ public:
     }
 
 private:
-    static Descriptor newFile() { return Descriptor(memfd_create("rehearsal", MFD_CLOEXEC)); }
     /// It may have to wait for its turn: until then it keeps no descriptor.
     void keepWhatItLeaves()
     {
@@ -376,22 +288,16 @@ private:
             QList<int>{0, 2, 3, 4}.contains(m_process->exitCode())) {
             m_status = m_process->exitCode();
         }
-        m_outputText = textOf(m_output);
-        m_errorText = textOf(m_errors);
+        m_outputText = m_output.content();
+        m_errorText = m_errors.content();
         m_output.close();
         m_errors.close();
         m_process.reset();
     }
-    static QByteArray textOf(const Descriptor &descriptor)
-    {
-        QFile file;
-        const bool isOpen = file.open(descriptor.get(), QIODevice::ReadOnly) && file.seek(0);
-        return isOpen ? file.readAll() : QByteArray();
-    }
 
     CommandLine m_line;
-    Descriptor m_output = newFile();
-    Descriptor m_errors = newFile();
+    HeldText m_output;
+    HeldText m_errors;
     std::unique_ptr<ChildProcess> m_process;
     bool m_isStarted = false;
     std::optional<int> m_status; ///< nothing when it was ended
@@ -400,10 +306,11 @@ private:
 };
 
 /// Only on a terminal: a line that the next one overwrites.
-void showProgress(int done, int all)
+/// @param ended how many databases are rehearsed
+void showProgress(int ended, int all)
 {
     if (isatty(STDERR_FILENO) != 0) {
-        std::fprintf(stderr, "%d of %d\r", done, all);
+        std::fprintf(stderr, "%d of %d\r", ended, all);
         std::fflush(stderr);
     }
 }
@@ -416,20 +323,25 @@ int rehearseSeveral(const CommandLine &line, const QString &application, int tar
     int worst = 0;
     bool isWrongCall = false;
     // Results are reported in the order of the call, whichever job ends first.
-    for (int done = 0; done < all; ++done) {
-        showProgress(done, all);
-        const auto running = [&] {
-            return std::count_if(jobs.begin(), jobs.end(), [](const std::unique_ptr<Job> &job) {
-                return job && !job->hasEnded();
-            });
-        };
+    for (int reported = 0; reported < all; ++reported) {
+        const int notShown = -1;
+        int shown = notShown;
         do {
-            while (next < all && running() < line.rehearsal.jobs) {
+            int running = static_cast<int>(
+                std::count_if(jobs.begin(), jobs.end(), [](const std::unique_ptr<Job> &job) {
+                    return job && !job->hasEnded();
+                }));
+            for (; next < all && running < line.rehearsal.jobs; ++running) {
                 jobs.push_back(std::make_unique<Job>(line, next++));
             }
-        } while (!jobs[size_t(done)]->waitForEnd(limits::watchInterval));
-        const int status = jobs[size_t(done)]->finish(application, target);
-        jobs[size_t(done)].reset();
+            const int ended = next - running;
+            if (ended != shown) {
+                showProgress(ended, all);
+                shown = ended;
+            }
+        } while (!jobs[size_t(reported)]->waitForEnd(limits::watchInterval));
+        const int status = jobs[size_t(reported)]->finish(application, target);
+        jobs[size_t(reported)].reset();
         isWrongCall = isWrongCall || status == exitStatus(Status::WrongCall);
         worst = std::max(worst, status);
     }
@@ -461,16 +373,19 @@ int rehearseAsAsked(const CommandLine &line, const QString &application, int tar
     std::unique_ptr<OutputFile> json;
     if (!asked.jsonFile.isEmpty() && !isPart) {
         json = std::make_unique<OutputFile>(absolute(asked.jsonFile));
-        if (!json->isOpen() || !printInto(*json)) {
+        if (!json->isOpen() || !json->takesStandardOutput()) {
             tell("cannot be written: " + asked.jsonFile);
             return exitStatus(Status::WrongCall);
         }
     }
     const int status = asked.databases.size() > 1 && !isPart
                            ? rehearseSeveral(line, application, target)
-                           : rehearseOne(line, application, target);
-    if (!json || status == exitStatus(Status::WrongCall)) {
+                           : rehearseAndPrint(line, application, target);
+    if (status == exitStatus(Status::WrongCall)) {
         return status;
+    }
+    if (!json) {
+        return std::ferror(stdout) == 0 ? status : cannotBeWritten("standard output", status);
     }
     const int lines = std::max(asked.databases.size(), 1);
     const bool isKept = json->hasLines(lines) && json->finish();

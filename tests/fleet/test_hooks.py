@@ -9,8 +9,14 @@ import pytest
 import systems
 from systems import APPLICATION, ENGINES, NEWEST, OLD_VERSION
 
-TOOLS = ("cp", "jq", "mktemp", "rm", "rmdir", "sed")
-GUARD = '#!/bin/sh\necho "$@" >>/data/calls\nexit "$(cat /data/status)"\n'
+TOOLS = ("cp", "jq", "mktemp", "rm", "rmdir", "sed", "wc")
+# It ends with its statuses in turn, and after the last one with that one again.
+GUARD = '''#!/bin/sh
+echo "$@" >>/data/calls
+read -r status </data/status
+[ "$(wc -l </data/status)" -eq 1 ] || sed -i 1d /data/status
+exit "$status"
+'''
 # Pretends that the new system, which stays at /mnt, is on a device.
 MOUNT = '#!/bin/sh\necho "mount $*" >>/data/calls\n[ ! -e /data/broken ] && cp -r /mnt/. "$4"\n'
 UMOUNT = '#!/bin/sh\necho "umount" >>/data/calls\nrm -r "$1"/*\n'
@@ -52,9 +58,10 @@ class Place:
     def run(self, *command, guard=0, variables=()):
         """Runs a command of the running system; returns its status and what it has printed.
 
-        guard: the status with which the guard ends
+        guard: the status with which the guard ends, or those of its calls
         """
-        (self.data / "status").write_text(str(guard))
+        statuses = guard if isinstance(guard, tuple) else (guard,)
+        (self.data / "status").write_text("".join(f"{status}\n" for status in statuses))
         options = [option for variable in variables for option in ("--setenv", *variable)]
         result = subprocess.run(
             ["bwrap", "--die-with-parent", "--unshare-pid", "--clearenv",
@@ -79,10 +86,25 @@ def place(tmp_path, root):
 INSTALL = (f"/mnt/{APPLICATION}/update-check", "install", "/mnt")
 START = (f"/{APPLICATION}/update-check", "start")
 RETURN = (f"/{APPLICATION}/update-check", "return", "/mnt")
+REHEARSE = f"rehearse --strict --root /mnt {NEWEST}"
+REHEARSE_HARM = f"rehearse --root /mnt {NEWEST}"
+
+
+@pytest.mark.parametrize("guard, status", [
+    (0, 0), (1, 1), (2, 4), ((3, 0), 3), ((3, 1), 1), ((3, 2), 4), ((3, 3), 3), ((3, 4), 4), (4, 4),
+    (127, 127)])
+def test_status_of_the_rehearsals(place, guard, status):
+    """The first one cannot tell an update that does harm from a device that cannot migrate now."""
+    assert place.run(*INSTALL, guard=guard)[0] == status
+    assert place.calls() == [REHEARSE, REHEARSE_HARM][:2 if isinstance(guard, tuple) else 1]
+
+
+def test_what_the_first_start_would_not_do_is_told(place):
+    assert place.run(*INSTALL, guard=(3, 0)) == (
+        3, "update-check: not now: the first start would change nothing and end with 3\n")
 
 
 @pytest.mark.parametrize("command, call", [
-    pytest.param(INSTALL, f"rehearse --root /mnt {NEWEST}", id="install"),
     pytest.param(START, "run --strict", id="start"),
     pytest.param(RETURN, f"run --strict {NEWEST}", id="return"),
 ])
@@ -99,7 +121,7 @@ def test_accepted_findings_are_those_of_the_new_system(place):
     assert place.run(*START)[0] == 0
     assert place.run(*RETURN)[0] == 0
     assert place.calls() == [
-        f"rehearse --root /mnt --accept rows-lost:growers --accept damaged {NEWEST}",
+        f"rehearse --strict --root /mnt --accept rows-lost:growers --accept damaged {NEWEST}",
         "run --strict --accept rows-lost:farms", f"run --strict {NEWEST}"]
 
 
@@ -110,9 +132,21 @@ def test_accepted_findings_are_those_of_the_new_system(place):
 ])
 def test_update_of_a_system_without_a_guard(place, version, status):
     (place.running / "migration-guard").unlink()
+    (place.data / "databases/my.db.sqlite").write_text("rows")
     if version:
         (place.new / APPLICATION / "version-without-guard").write_text(f"{version}\n")
     assert place.run(*INSTALL)[0] == status
+    assert place.calls() == []
+
+
+@pytest.mark.parametrize("empty", [False, True], ids=["no database", "a database of 0 bytes"])
+def test_system_without_a_guard_and_without_a_database(place, empty):
+    """The first start of the new system would end with 3 there."""
+    (place.running / "migration-guard").unlink()
+    (place.new / APPLICATION / "version-without-guard").write_text(f"{NEWEST}\n")
+    if empty:
+        (place.data / "databases/my.db.sqlite").touch()
+    assert place.run(*INSTALL)[0] == 3
     assert place.calls() == []
 
 
@@ -148,14 +182,21 @@ def test_wrong_call_is_refused(place, arguments):
     assert place.calls() == []
 
 
+def test_accepted_findings_are_those_of_both_rehearsals(place):
+    (place.new / APPLICATION / "accepted-findings").write_text("damaged\n")
+    assert place.run(*INSTALL, guard=(3, 4))[0] == 4
+    assert place.calls() == [f"rehearse{strict} --root /mnt --accept damaged {NEWEST}"
+                             for strict in (" --strict", "")]
+
+
 @pytest.mark.parametrize("guard, status, output", [
     (0, 0, ""), (3, 3, "the update could not be rehearsed: try again later\n"),
-    (4, 4, "this update is not for the database of this device\n"),
+    ((3, 4), 4, "this update is not for the database of this device\n"),
     (137, 137, "the update could not be rehearsed: try again later\n")])
 def test_hook_of_a_rauc_bundle(place, guard, status, output):
     assert place.run("/opt/rauc/hook", "slot-post-install", guard=guard, variables=[
         ("RAUC_SLOT_MOUNT_POINT", "/mnt")]) == (status, output)
-    assert place.calls() == [f"rehearse --root /mnt {NEWEST}"]
+    assert place.calls()[0] == REHEARSE
 
 
 def test_hook_of_a_rauc_bundle_knows_no_other_call(place):
@@ -166,15 +207,16 @@ MENDER_INSTALL = "/opt/mender/ArtifactInstall_Enter_50_rehearse"
 MENDER_COMMIT = "/opt/mender/ArtifactCommit_Enter_50_database"
 
 
-@pytest.mark.parametrize("guard, status", [(0, 0), (1, 21), (2, 1), (3, 21), (4, 1), (137, 21)])
+@pytest.mark.parametrize("guard, status", [
+    (0, 0), (1, 21), (2, 1), (3, 21), ((3, 4), 1), (137, 21)])
 @pytest.mark.parametrize("running, new", [("2", "/dev/mmcblk0p3"), ("3", "/dev/mmcblk0p2")])
 def test_mender_rehearses_in_the_other_partition(place, running, new, guard, status):
     (place.data / "part").write_text(running)
     assert place.run(MENDER_INSTALL, guard=guard)[0] == status
-    mounted, rehearsed, unmounted = place.calls()
+    mounted, rehearsed, *_, unmounted = place.calls()
     path = mounted.split()[-1]
     assert mounted == f"mount -o ro {new} {path}"
-    assert (rehearsed, unmounted) == (f"rehearse --root {path} {NEWEST}", "umount")
+    assert (rehearsed, unmounted) == (f"rehearse --strict --root {path} {NEWEST}", "umount")
 
 
 def test_mender_tries_later_when_the_new_system_cannot_be_mounted(place):

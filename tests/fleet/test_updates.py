@@ -118,6 +118,20 @@ def test_harmful_update_is_refused_before_a_restart(begin, faulty_system):
     assert journey.computer.environment.read()["BOOT_ORDER"] == "A"
 
 
+@pytest.mark.parametrize("empty", [False, True], ids=["no database", "a database of 0 bytes"])
+def test_device_without_a_database_is_not_restarted_for_an_update(begin, new_system, empty):
+    """A first start would change nothing there, and the device would go back to the old system."""
+    journey = begin()
+    database = journey.computer.database
+    database.unlink()
+    if empty:
+        database.touch()
+    assert journey.update(new_system) == 3
+    assert len(journey.starts) == 1
+    assert database.exists() == empty and (not empty or database.stat().st_size == 0)
+    assert journey.computer.environment.read()["BOOT_ORDER"] == "A"
+
+
 def test_accepted_finding_passes_the_rehearsal_and_the_first_start(begin, faulty_system):
     accepted = faulty_system.application / "accepted-findings"
     accepted.write_text("rows-lost:growers\n")

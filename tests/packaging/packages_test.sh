@@ -58,6 +58,12 @@ expect "the files of the guard" "$(files migration-guard)" \
 -rw-r--r-- root/root ./usr/share/doc/migration-guard/examples/sandbox.conf
 -rw-r--r-- root/root ./usr/share/doc/migration-guard/examples/schemaversion.txt
 -rw-r--r-- root/root ./usr/share/man/man8/migration-guard.8.gz"
+installed=$(files migration-guard | sed -n 's|.* \.\(/.*/migration-guard\)$|\1|p')
+for page in rehearsal report; do
+    expect "docs/$page.md: where the package installs the guard" \
+        "$(grep --only-matching '/[a-z/]*/migration-guard' "$root/docs/$page.md" | sort --unique)" \
+        "$installed"
+done
 expect "the files of the report" "$(files migration-report)" \
     "-rw-r--r-- root/root ./usr/share/doc/migration-report/changelog.gz
 -rw-r--r-- root/root ./usr/share/doc/migration-report/copyright
