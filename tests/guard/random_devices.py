@@ -16,8 +16,8 @@ from cases import KINDS, case, kind_of  # noqa: E402, F401
 
 DATABASE = "app/databases/my.db.sqlite"
 LOG = "app/databases/sqlMigrationErrorLog.txt"
-# From a damaged page SQLite can read bytes outside the page. Devices of these kinds can have one, so
-# their runs may end differently from time to time. All others end in the same way every time.
+# From a damaged page SQLite can read bytes outside the page. Devices of these kinds can have such
+# pages, so a run may end differently from time to time. All others end in the same way every time.
 WITH_DAMAGED_PAGES = frozenset((
     "database: bytes", "database: pages", "database: header", "database: schema texts",
     "database: form", "database: journal", "several"))
