@@ -107,6 +107,9 @@ private:
     MigrationOptions migrationOptions(int target) const;
     void runForward();
     void lookAt(const StagedResult &result);
+    bool isOnDevice() const { return m_options.device.database.isEmpty(); }
+    qint64 freeRoomOnDevice() const;
+    void noteKept();
     void noteMeasurements(const Measurements &measured);
     void noteRoom();
     void keepResult();
@@ -118,7 +121,8 @@ private:
     Rehearsal m_rehearsal;
     qint64 m_takenByProgram = 0; ///< bytes in staging
     qint64 m_mostInStaging = 0;
-    qint64 m_roomOnDisk = 0;
+    qint64 m_roomOnDisk = 0; ///< bytes for the commit and the log
+    qint64 m_bytesOfKept = 0;
     bool m_hasBefore = false; ///< the database of before is kept
 };
 
@@ -188,6 +192,7 @@ void Rehearser::runForward()
     if (!record.guarded) {
         m_rehearsal.log = readSmallFile(device.log, limits::largestLog).value_or(QByteArray());
     }
+    noteKept();
     noteMeasurements(record.measured);
     noteRoom();
     m_rehearsal.steps = stepsOf(record, m_rehearsal.log, VersionTable(device.knownVersions));
@@ -217,6 +222,29 @@ void Rehearser::lookAt(const StagedResult &result)
     m_rehearsal.lackedRoom = error == ENOSPC;
 }
 
+qint64 Rehearser::freeRoomOnDevice() const
+{
+    return sizing::freeRoom(QFileInfo(m_made.database()).absolutePath());
+}
+
+/// The place of the copies may have room to keep the database of before where the device has none.
+void Rehearser::noteKept()
+{
+    RunRecord &record = m_rehearsal.record;
+    if (!record.kept || !record.verdict || !m_hasBefore) {
+        return;
+    }
+    m_bytesOfKept = QFileInfo(placeOf("before.sqlite")).size();
+    if (!isOnDevice() || freeRoomOnDevice() >= m_roomOnDisk + m_bytesOfKept) {
+        return;
+    }
+    record.kept = false;
+    m_bytesOfKept = 0;
+    for (Finding &finding : record.verdict->findings) {
+        finding.beforeIsKept = false;
+    }
+}
+
 void Rehearser::noteMeasurements(const Measurements &measured)
 {
     m_rehearsal.measured = measured.toJson();
@@ -224,9 +252,8 @@ void Rehearser::noteMeasurements(const Measurements &measured)
         return;
     }
     const RunRecord &record = m_rehearsal.record;
-    const qint64 kept = record.kept ? QFileInfo(placeOf("before.sqlite")).size() : 0;
     QJsonObject bytes = m_rehearsal.measured.value("bytes").toObject();
-    bytes.insert("peakDisk", record.changed ? m_roomOnDisk + kept : 0);
+    bytes.insert("peakDisk", record.changed ? m_roomOnDisk + m_bytesOfKept : 0);
     bytes.insert(
         "peakMemory",
         m_mostInStaging + largestProcess(RUSAGE_SELF) + largestProcess(RUSAGE_CHILDREN));
@@ -237,14 +264,12 @@ void Rehearser::noteMeasurements(const Measurements &measured)
 void Rehearser::noteRoom()
 {
     RunRecord &record = m_rehearsal.record;
-    const QString directory = QFileInfo(m_made.database()).absolutePath();
-    if (!m_options.device.database.isEmpty() || !m_hasBefore || !record.changed ||
-        sizing::freeRoom(directory) >= m_roomOnDisk) {
+    if (!isOnDevice() || !m_hasBefore || !record.changed || freeRoomOnDevice() >= m_roomOnDisk) {
         return;
     }
     const sizing::Database before = sizing::measure(placeOf("before.sqlite"));
     const bool hasRoomForDirectRun =
-        sizing::freeRoom(directory) >= sizing::roomForDirectRun(before, m_takenByProgram);
+        freeRoomOnDevice() >= sizing::roomForDirectRun(before, m_takenByProgram);
     if (!hasRoomForDirectRun || m_options.strict) {
         record.verdict.reset();
         record.endUnchanged(noRoom, "for the commit");

@@ -53,6 +53,16 @@ in_tree() {
         DEBIAN_FRONTEND=noninteractive "${without[@]}" chroot "$1" bash -euc "$2" </dev/null
 }
 
+# The path in the last line of an output, which is the page that demo.sh has made.
+last_path() {
+    tail -n 1 "$1" | sed -n 's/^The page .*: \(\/.*\)$/\1/p'
+}
+
+is_page() {
+    grep --quiet '^<!DOCTYPE html>$' "$1" && grep --quiet '<h1 ' "$1" &&
+        [ "$(tail -n 1 "$1")" = '</html>' ]
+}
+
 if [ -n "$everything" ]; then
     in_tree "$computer" "cd /root/clone && . tools/packages.sh && install_packages program"
     in_tree "$computer" "cp -r /root/clone /root/plain && cd /root/plain &&
@@ -60,7 +70,8 @@ if [ -n "$everything" ]; then
     in_tree "$computer" "mkdir -p /root/app/databases &&
         cp /root/plain/build/database-migrator /root/app &&
         /root/app/database-migrator 1 && cat /root/app/databases/sqlMigrationErrorLog.txt"
-    in_tree "$computer" "cd / && root/clone/demo.sh"
+    in_tree "$computer" "cd / && root/clone/demo.sh" | tee "$computer/root/demo.txt"
+    is_page "$computer$(last_path "$computer/root/demo.txt")"
     in_tree "$computer" "cd / && root/clone/test.sh"
 
     # Once more, without the network.

@@ -15,7 +15,7 @@ from conftest import GUARD, KNOWN_VERSIONS, PROGRAM, SECONDS, contents
 from processes import descendants, name_of
 from rehearsals import Rehearsed, Untouched, rehearse
 from support.places import DEMO, ROOT, TESTS
-from support.versions import NEWEST, dump_of
+from support.versions import NEWEST, VERSIONS, dump_of
 from test_last_migration import closed
 
 sys.path.insert(0, str(TESTS / "verdict"))
@@ -24,6 +24,9 @@ from count import Count  # noqa: E402
 SCHEMA = json.loads((ROOT / "docs" / "rehearsal.schema.json").read_text())
 jsonschema.Draft202012Validator.check_schema(SCHEMA)
 CLOSED = closed(SCHEMA)
+# Versions that cannot be brought back whole from the newest one.
+SAMPLE = [1, 8, 16, 26, 31]
+COUNTED = VERSIONS[:-1] if "CAMPAIGN" in os.environ else SAMPLE
 SECRET = "INSERT INTO growers (id, displayName) VALUES (9001, 'Secret'), (9002, 'Secret');"
 BLOCKED = "CREATE TABLE fields_temp (a); INSERT INTO fields_temp VALUES (1);"
 
@@ -103,7 +106,7 @@ def numbers(findings):
             {**finding["numbers"], "before": finding["before"]} for finding in findings}
 
 
-@pytest.mark.parametrize("version", [1, 8, 16, 26, 31])
+@pytest.mark.parametrize("version", COUNTED)
 def test_every_number_is_that_of_an_independent_count(tmp_path, version):
     """Counts the walk there and the walk back. The walk back is done a second time for that."""
     path = make(tmp_path / "before.sqlite", version)
@@ -115,7 +118,7 @@ def test_every_number_is_that_of_an_independent_count(tmp_path, version):
     assert rehearse_here(version, there, "--result", back).status == 0
     counted = Count(path, back, version, version, b"", KNOWN_VERSIONS.read_text(), "TORVIK", [],
                     tmp_path)
-    assert report["wayBack"]["findings"]
+    assert report["wayBack"]["findings"] or version not in SAMPLE
     assert numbers(report["wayBack"]["findings"]) == counted.findings
 
 

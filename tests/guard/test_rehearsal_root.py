@@ -8,8 +8,9 @@ import subprocess
 import pytest
 from conftest import KNOWN_VERSIONS, PROGRAM, TOOLS, contents
 from rehearsals import Untouched, rehearse
-from support.places import DEMO
+from support.places import DEMO, ROOT
 from support.versions import NEWEST
+from test_rehearsal import ended, predicted
 
 # The other system has this one's libraries, but only below its own root.
 LIBRARIES = ("--ro-bind /usr/lib /other/usr/lib --ro-bind-try /usr/lib64 /other/usr/lib64 "
@@ -186,31 +187,89 @@ def test_no_other_root(device):
     assert (run.returncode, run.stdout) == (2, "")
 
 
-@pytest.mark.skipif("CAMPAIGN" not in os.environ, reason="makes a whole Debian")
-def test_a_debian_with_a_newer_program(device, tmp_path):
-    """This device's program knows versions up to 30, and its libraries are another system's."""
+CAMPAIGN = pytest.mark.skipif("CAMPAIGN" not in os.environ,
+                              reason="makes a whole Debian and builds a program")
+
+
+@pytest.fixture(scope="module")
+def debian(tmp_path_factory):
+    """A Debian with this program at two places. Its databases are on a partition that is not
+    mounted."""
     if os.geteuid() != 0:
         pytest.skip("debootstrap needs root")
-    debian = tmp_path / "debian"
+    root = tmp_path_factory.mktemp("other") / "debian"
     subprocess.run(
         ["debootstrap", "--variant=minbase",
-         "--include=libqt5core5a,libqt5sql5,libqt5sql5-sqlite,libqt5xml5", "bookworm", debian],
+         "--include=libqt5core5a,libqt5sql5,libqt5sql5-sqlite,libqt5xml5", "bookworm", root],
         check=True, stdout=subprocess.DEVNULL)
-    app = debian / "opt" / "fieldcomputer"
-    (app / "quillmoor").mkdir(parents=True)
-    (app / "databases").symlink_to("/data/databases")
-    (app / "quillmoor" / "softwareversion.txt").write_text("9.9.9\n")
-    for file in (PROGRAM, KNOWN_VERSIONS):
-        shutil.copy2(file, app)
-    device.install(30)
+    for app in (root / "app", root / "opt" / "fieldcomputer"):
+        (app / "quillmoor").mkdir(parents=True)
+        (app / "databases").symlink_to("/data/databases")
+        (app / "quillmoor" / "softwareversion.txt").write_text("9.9.9\n")
+        for file in (PROGRAM, KNOWN_VERSIONS):
+            shutil.copy2(file, app)
+    return root
+
+
+@pytest.fixture(scope="module")
+def older_program(tmp_path_factory):
+    """The program of these sources without their newest version."""
+    sources = tmp_path_factory.mktemp("sources") / "older"
+    shutil.copytree(ROOT, sources, ignore=shutil.ignore_patterns("build", ".git", "tests"))
+    registry = sources / "app" / "registry.cpp"
+    lines = registry.read_text(encoding="utf-8").splitlines(keepends=True)
+    kept = [line for line in lines if not line.startswith(f"    {{{NEWEST}, &M::")]
+    assert len(kept) == len(lines) - 1
+    registry.write_text("".join(kept), encoding="utf-8")
+    build = sources / "build"
+    for command in (["-S", sources, "-B", build, "-DMIGRATION_GUARD=OFF"],
+                    ["--build", build, "--target", PROGRAM.name]):
+        subprocess.run(["cmake", *command], check=True, stdout=subprocess.DEVNULL)
+    return build / PROGRAM.name
+
+
+@pytest.fixture
+def older_device(device, older_program):
+    """A device that is at the newest version which its own program knows."""
+    shutil.copy2(older_program, device.program)
     known = json.loads(KNOWN_VERSIONS.read_text())
-    known["newest"] = 30
-    (device.app / "schema-versions.json").write_text(json.dumps(known))
-    assert device.run("run", 30).returncode == 0
-    before = Untouched(device.root)
-    done = rehearse(device, NEWEST, "/app/databases/my.db.sqlite", "--root", "/other",
-                    "--app-dir", "/opt/fieldcomputer", options=f"--ro-bind {debian} /other")
+    known["newest"] = NEWEST - 1
+    del known["versions"][str(NEWEST)]
+    (device.app / KNOWN_VERSIONS.name).write_text(json.dumps(known))
+    device.install(1)
+    assert device.run("run", NEWEST - 1).returncode == 0
+    return device
+
+
+def update(device, root):
+    """Puts the other system's program and files into the place of this one's."""
+    shutil.copytree(root / "app", device.app, symlinks=True, dirs_exist_ok=True,
+                    ignore=shutil.ignore_patterns("databases"))
+    for name in ("refMachines.sql", "refProducts.sql"):
+        (device.app / name).unlink()
+
+
+CALLS = [pytest.param((), id="as a hook calls it"),
+         pytest.param(("/app/databases/my.db.sqlite", "--app-dir", "/opt/fieldcomputer"),
+                      id="where the application has moved")]
+
+
+@CAMPAIGN
+@pytest.mark.parametrize("arguments", CALLS)
+def test_a_debian_with_a_newer_program(older_device, debian, arguments):
+    """The older program cannot reach the version, and its libraries are another system's."""
+    own = rehearse(older_device, NEWEST).report
+    assert (own["to"], own["reason"]) == (NEWEST - 1, "target-missed")
+    assert own["software"]["program"] == NEWEST - 1
+    before = Untouched(older_device.root)
+    done = rehearse(older_device, NEWEST, *arguments, "--root", "/other",
+                    options=f"--ro-bind {debian} /other")
     before.check()
     report = done.report
-    assert (done.status, report["from"], report["to"]) == (0, 30, NEWEST), done.errors
+    assert (done.status, report["from"], report["to"]) == (0, NEWEST - 1, NEWEST), done.errors
+    assert report["software"]["program"] == NEWEST
     assert report["given"]["softwareVersion"] == "9.9.9"
+    update(older_device, debian)
+    earlier = older_device.log_file.read_bytes()
+    run = older_device.run("run", NEWEST)
+    assert predicted(done) == ended(older_device, run, earlier)
