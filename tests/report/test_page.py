@@ -314,11 +314,11 @@ def test_copies_that_are_left_are_no_repairs(browser):
     document = failing()
     document["mending"].append({
         "copy": "fields_temp", "table": "fields", "kind": "only-reported", "rowsOfCopy": 1,
-        "rowsReturned": 0, "reason": "It has other columns."})
+        "rowsReturned": 0, "reason": "it has other columns"})
     left = "A cut run has left copies of tables. A step that needs the name of such a copy fails."
     found = "A copy of a table is left from an earlier run: PC_Mix_temp, with 41 rows. was so before"
     mended = "The copy PC_Mix_temp would go: mixes already has each of its 41 rows."
-    reported = "Nothing would be done with the copy fields_temp and its 1 row. It has other columns."
+    reported = "Nothing would be done with the copy fields_temp and its 1 row: it has other columns."
     to_mend = "migration-guard run --mend would take care of them:"
     to_look_at = ("migration-guard run --mend would leave these as they are. Compare them with their"
                   " tables by hand:")
