@@ -93,8 +93,8 @@ def not_rehearsed(reason):
                  "Step 25 fails here: a copy that an earlier run left behind is in the way.",
                  "Do not install yet", id="an old table is in the way"),
     pytest.param(failing_at("table fields already exists"),
-                 "Step 25 fails here: the step adds something that is already there, perhaps left by"
-                 " an earlier run.", "Do not install yet", id="something is there already"),
+                 "Step 25 fails here: the step adds something that is already there, perhaps left"
+                 " by an earlier run.", "Do not install yet", id="something is there already"),
     pytest.param(failing_at("", " "), "Step 25 fails here.", "Do not install yet",
                  id="a step fails, and the log has only empty lines"),
     pytest.param(not_rehearsed("no-database"),
@@ -316,12 +316,14 @@ def test_copies_that_are_left_are_no_repairs(browser):
         "copy": "fields_temp", "table": "fields", "kind": "only-reported", "rowsOfCopy": 1,
         "rowsReturned": 0, "reason": "it has other columns"})
     left = "A cut run has left copies of tables. A step that needs the name of such a copy fails."
-    found = "A copy of a table is left from an earlier run: PC_Mix_temp, with 41 rows. was so before"
+    found = ("A copy of a table is left from an earlier run: PC_Mix_temp, with 41 rows."
+             " was so before")
     mended = "The copy PC_Mix_temp would go: mixes already has each of its 41 rows."
-    reported = "Nothing would be done with the copy fields_temp and its 1 row: it has other columns."
+    reported = ("Nothing would be done with the copy fields_temp and its 1 row: it has other"
+                " columns.")
     to_mend = "migration-guard run --mend would take care of them:"
-    to_look_at = ("migration-guard run --mend would leave these as they are. Compare them with their"
-                  " tables by hand:")
+    to_look_at = ("migration-guard run --mend would leave these as they are. Compare them with"
+                  " their tables by hand:")
     parts = "#run-1-copies ~ p, #run-1-copies ~ ul > li"
     assert browser.show(document).texts(parts) == [
         left, found, to_mend, mended, to_look_at, reported]
