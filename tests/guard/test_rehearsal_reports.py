@@ -112,6 +112,8 @@ LINES = [
     pytest.param(24, BLOCKED + ROTATION, 25, {25: FAILED_25}, id="a repair that fails before"),
     pytest.param(24, BLOCKED + "DROP TABLE PC_MixToProductConfigBridge;", 25, {25: FAILED_25},
                  id="repairs that fail after the check"),
+    pytest.param(24, BLOCKED + "ALTER TABLE MC_EquipmentSection DROP COLUMN fence;", 25,
+                 {25: FAILED_25}, id="a version that is applied again before"),
     pytest.param(24, BLOCKED + "DROP TABLE systemControl;", 25, {25: FAILED_25},
                  id="a version that cannot be applied again and does not say so"),
     pytest.param(3, LANGUAGE, 4, {4: not_added("systemControl", "languageSelected")},
@@ -133,9 +135,14 @@ LINES = [
         26: [*not_dropped("supportedHarloReceiverSettings", "ppp_STD_DEV", "terraStar_STD_DEV",
                           "terraStarL_STD_DEV"), "Reverting from version 26 FAILED!!"]},
                  id="back, with a line of its own"),
-    pytest.param(NEWEST, "CREATE TABLE growers_temp (a);", 3, {
-        25: not_dropped("growers", "originalName"),
-        22: not_dropped("growers", "isoId")}, id="back, and a line that can be of two steps"),
+    pytest.param(
+        NEWEST, "CREATE TABLE growers_temp (a); CREATE TABLE MC_EquipmentSection_temp (a);", 3, {
+            25: not_dropped("growers", "originalName"),
+            22: not_dropped("growers", "isoId"),
+            12: not_dropped("MC_EquipmentSection", "fullName", "sectionType",
+                            "parentEquipmentSectionId"),
+            5: not_dropped("MC_EquipmentSection", "fence")},
+        id="back, and lines that can be of two steps"),
     pytest.param(26, "DROP TABLE systemControl; CREATE TABLE growers_temp (a);", 24, {
         25: not_dropped("growers", "originalName")},
                  id="back, and a version that cannot be applied again")]
