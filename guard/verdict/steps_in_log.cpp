@@ -51,9 +51,6 @@ const QRegularExpression failureAtColumn(
 /// The line with which a step forward ends.
 const QRegularExpression closing("^(Database migration|Migration) to version \\d");
 
-/// The line with which some steps back end.
-const QRegularExpression successBackward("^Reverting from version \\d+ was successful");
-
 /// Lines of the repairs before the first step. All lines before them are of repairs too.
 const QRegularExpression lineOfRepairs(
     "^(Integrity check (passed|FAILED)|"
@@ -178,8 +175,7 @@ private:
 
     void readLine(const QString &line)
     {
-        if (lineOfRepairs.match(line).hasMatch() || successBackward.match(line).hasMatch()) {
-            m_lastBackward = 0;
+        if (lineOfRepairs.match(line).hasMatch()) {
             m_lines.clear();
         } else if (const auto match = appliedAgain.match(line); match.hasMatch()) {
             m_lines.clear();

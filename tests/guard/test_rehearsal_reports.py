@@ -128,6 +128,8 @@ LINES = [
         5: not_added("MC_EquipmentSection", "fence")}, id="two last steps"),
     pytest.param(6, "DROP TABLE systemFiles; ALTER TABLE userProfiles ADD COLUMN decimalMark;", 8,
                  {7: []}, id="a step that fails without any line"),
+    pytest.param(6, "DROP TABLE systemFiles;", 7, {7: []},
+                 id="a last step that fails without any line"),
     pytest.param(NEWEST, "CREATE TABLE growers_temp (a);", 21, {
         25: not_dropped("growers", "originalName"),
         22: not_dropped("growers", "isoId")}, id="back"),
