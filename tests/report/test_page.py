@@ -108,6 +108,10 @@ def not_rehearsed(reason):
         None, None, 34, [finding("direct:no-database")])) | {"to": None},
         "There is no database yet. The program makes one.", "Can be installed",
         id="a database of 0 bytes"),
+    pytest.param({"format": 1, "lastRun": run(None, 34, verdict(None, 34, 34, [
+        finding("direct:no-database")]), way="direct", reason="no-database")},
+        "This database records no version, and went to version 34. What became of its contents was"
+        " not compared.", "In order", id="a run that made a database"),
     pytest.param(rehearsal(16, 34, 16, verdict(16, 16, 34), status=3, reason="no-room"),
                  "This database cannot be migrated. There was too little room on the disk or in"
                  " memory.", "Would not run", id="no room for the commit"),
