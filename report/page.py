@@ -29,14 +29,17 @@ class RunParts:
         self.verdict = VerdictWording(run, words)
         self.sentences = self.verdict.sentences
         self.counting = self.verdict.counting
-        self.repairs, self.renamed, self.losses, self.others = [], [], [], []
+        self.repairs, self.left_before, self.renamed = [], [], []
+        self.losses, self.others = [], []
         for finding in run.verdict.findings if run.verdict else ():
             if not finding.counts:
                 self.part_of(finding).append(finding)
 
     def part_of(self, finding):
-        if finding.kind in REPAIRS or (finding.kind == "left-behind" and finding.before):
+        if finding.kind in REPAIRS:
             return self.repairs
+        if finding.kind == "left-behind" and finding.before:
+            return self.left_before
         if finding.kind == "renamed":
             return self.renamed
         return self.losses if finding.kind in LOSSES else self.others
@@ -197,10 +200,14 @@ class RunParts:
         way_back = self.run.way_back
         gets = ("gets there" if way_back.reached else
                 f"does not get there: it would stop at {version(way_back.to)}")
-        return Markup("A run back to {} {}. {}").format(
-            version(way_back.target), gets,
-            "It would not restore everything:" if way_back.losses.findings
-            else "It would restore everything that was compared.")
+        found = way_back.losses.findings
+        if any(not finding.before for finding in found):
+            restores = "It would not restore everything:"
+        else:
+            restores = "It would restore everything that was compared."
+            if found:
+                restores += " This was so before:"
+        return Markup("A run back to {} {}. {}").format(version(way_back.target), gets, restores)
 
 
 def has_other_rows(table):

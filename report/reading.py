@@ -261,8 +261,9 @@ def read_verdict(verdict):
 
 
 def read_step(step):
+    lines = tuple(line for line in step.list("lines", text_element) if line.strip())
     return Step(step.number("version", required=True), step.text("direction"),
-                step.text("outcome", required=True), step.list("lines", text_element))
+                step.text("outcome", required=True), lines)
 
 
 def read_copy(copy):

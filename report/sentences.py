@@ -150,8 +150,9 @@ class Sentences:
             return Markup("{} of the copy {} {} back into {}, and the copy {}.").format(
                 counted(copy.rows_returned, "row", "rows"), name, self.would("come", "came"),
                 table, self.would("go", "is gone"))
-        return Markup("Nothing {} with the copy {} and its {}. {}").format(
-            self.were(1, "done"), name, rows, visible(copy.reason))
+        why = Markup(": {}").format(visible(copy.reason)) if copy.reason else ""
+        return Markup("Nothing {} with the copy {} and its {}{}.").format(
+            self.were(1, "done"), name, rows, why)
 
 
 BY_KIND = {method.__name__.replace("_", "-"): method for method in (

@@ -102,9 +102,13 @@ class Words:
         return marked(self.texts["findings"].get(finding.kind, {}).get("advice", ""),
                       finding.object)
 
-    def reason(self, reason, part):
-        """What a reason means; a kind of findings can be a reason too."""
-        entry = self.texts["reasons"].get(reason) or self.texts["findings"].get(reason)
+    def reason(self, reason, part, is_of_no_rehearsal=False):
+        """What a reason means; a kind of findings can be a reason too.
+
+        is_of_no_rehearsal: whether it is the reason why nothing could be rehearsed
+        """
+        entry = (is_of_no_rehearsal and self.texts["reasonsForNoRehearsal"].get(reason)
+                 or self.texts["reasons"].get(reason) or self.texts["findings"].get(reason))
         if entry:
             return marked(entry[part])
         return {"means": Markup("The reason is <code>{}</code>.").format(visible(reason)),

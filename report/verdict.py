@@ -30,6 +30,13 @@ class VerdictWording:
         self.first = failed + [finding for finding in self.counting
                                if finding.kind == "target-missed"] if failed else self.counting[:1]
 
+    def copies_to_mend(self):
+        return [copy for copy in self.copies if copy.kind != "only-reported"]
+
+    def copies_to_look_at(self):
+        """Those that `run --mend` leaves as they are."""
+        return [copy for copy in self.copies if copy.kind == "only-reported"]
+
     def badge(self):
         """The verdict in a few words, and its kind."""
         if self.run.reason == "commit-unknown":
@@ -39,11 +46,18 @@ class VerdictWording:
 
     def headline(self):
         """The verdict in a sentence or two."""
+        if self.found_no_database() and not self.counting:
+            return self.why()
         if self.run.status == OK:
             return joined(self.movement(), self.besides())
         if self.run.status == REFUSED:
             return self.refusal()
         return self.what_counts() or joined(self.movement(), self.why())
+
+    def found_no_database(self):
+        """Whether the program started without a database, and recorded no version."""
+        return (self.run.reason == "no-database" and self.run.way == "direct"
+                and self.run.to is None)
 
     def movement(self):
         run = self.run
@@ -106,7 +120,12 @@ class VerdictWording:
 
     def why(self):
         """What the reason means; empty without one."""
-        return self.words.reason(self.run.reason, "means") if self.run.reason else ""
+        return self.of_reason("means") if self.run.reason else ""
+
+    def of_reason(self, part):
+        """The words for the reason of this run or rehearsal."""
+        return self.words.reason(self.run.reason, part,
+                                 self.run.is_rehearsal and self.run.verdict is None)
 
     def what_counts(self):
         """The first finding that counts, in words; empty if none does."""
@@ -148,12 +167,12 @@ class VerdictWording:
         """What to do, in paragraphs."""
         run = self.run
         paragraphs = [self.words.status(run.status, run.is_rehearsal)]
-        if run.status == LOOK and any(copy.kind != "only-reported" for copy in self.copies):
+        if run.status == LOOK and self.copies_to_mend():
             paragraphs.append(marked(
                 "A cut run has left copies of tables, which can be in the way."
                 " `migration-guard run --mend` takes care of them first."))
         if run.status == REFUSED and run.reason and not self.counting:
-            paragraphs.append(self.words.reason(run.reason, "advice"))
+            paragraphs.append(self.of_reason("advice"))
         if not run.is_in_order:
             paragraphs.append(marked(
                 "The last run that changed this database did not end well. If the database of"

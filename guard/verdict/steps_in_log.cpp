@@ -39,7 +39,8 @@ const QRegularExpression failureOf29(
     "^(Failed inserting data from|Could not rename table back to) ?"
     "reverseSenseSettings");
 
-/// The toolkit's own lines.
+/// The toolkit's own lines: two for an operation that failed, the second with SQLite's words.
+const char *const toolkitLine = "DatabaseMigrator::";
 const QRegularExpression failureOfToolkit(
     "^DatabaseMigrator::.*fail", QRegularExpression::CaseInsensitiveOption);
 const QRegularExpression failureAtColumn(
@@ -49,6 +50,11 @@ const QRegularExpression failureAtColumn(
 
 /// The line with which a step forward ends.
 const QRegularExpression closing("^(Database migration|Migration) to version \\d");
+
+/// Lines of the repairs before the first step. All lines before them are of repairs too.
+const QRegularExpression lineOfRepairs(
+    "^(Integrity check (passed|FAILED)|"
+    "Failure \\d while removing extraneous product config data)");
 
 /// @return whether a step takes or brings back the object of the toolkit's failed operation
 bool concerns(
@@ -88,37 +94,91 @@ public:
             if (line.startsWith(closingLine)) {
                 break;
             }
-            if (begun && !line.startsWith(openingLine)) {
-                const QSet<int> failedBefore = m_steps.failed;
+            if (begun && !line.startsWith(openingLine) && !line.isEmpty()) {
                 m_lines << line;
-                readLine(QString::fromUtf8(line.left(bytesLookedAt)));
-                keepLines(m_steps.failed - failedBefore, line);
+                readLine(start(line));
             }
         }
-        const QSet<int> failedBefore = m_steps.failed;
         end();
-        keepLines(m_steps.failed - failedBefore, {});
         return m_steps;
     }
 
 private:
     bool isForward() const { return m_target > m_from; }
 
-    /// Keeps the lines since the last step for the versions that this line shows as failed.
-    void keepLines(const QSet<int> &failed, const QByteArray &line)
+    static QString start(const QByteArray &line)
     {
-        for (const int version : failed) {
-            m_steps.linesOfFailed.insert(version, m_lines);
+        return QString::fromUtf8(line.left(bytesLookedAt));
+    }
+
+    /// Gives the lines since the last step to a failed one.
+    void giveLinesTo(int version)
+    {
+        m_steps.linesOfFailed[version] += m_lines;
+        m_lines.clear();
+    }
+
+    /// Takes the toolkit's lines on what a version changes out of the lines since the last step.
+    QByteArrayList takeLinesOn(int version)
+    {
+        QByteArrayList taken;
+        QByteArrayList others;
+        bool concernsVersion = false;
+        for (const QByteArray &line : qAsConst(m_lines)) {
+            const QRegularExpressionMatch failure = failureAtColumn.match(start(line));
+            if (failure.hasMatch()) {
+                concernsVersion = concerns(
+                    failure,
+                    m_versions.takenBy(version, Direction::Forward),
+                    m_versions.takenBy(version, Direction::Backward));
+            }
+            concernsVersion = concernsVersion && line.startsWith(toolkitLine);
+            (concernsVersion ? taken : others) << line;
         }
-        const bool endsStep = closing.match(QString::fromUtf8(line.left(bytesLookedAt))).hasMatch();
-        if (endsStep || !failed.isEmpty()) {
-            m_lines.clear();
+        m_lines = others;
+        return taken;
+    }
+
+    /// Some steps forward fail without a line that names their version. The objects of the
+    /// toolkit's failed operations show which lines are theirs.
+    void giveLinesToSilent(int first, int last)
+    {
+        const int end = std::min(last, VersionTable::mostVersions);
+        for (int version = first; version <= end && !m_lines.isEmpty(); ++version) {
+            if (const QByteArrayList lines = takeLinesOn(version); !lines.isEmpty()) {
+                m_steps.linesOfFailed.insert(version, lines);
+            }
+        }
+    }
+
+    /// Handles a line which shows that a step back failed. Of the lines before it, those of the
+    /// toolkit on the same version are kept: nothing shows which step the others are from.
+    void failBackward(int version)
+    {
+        const QByteArray line = m_lines.takeLast();
+        m_lines = takeLinesOn(version) << line;
+        giveLinesTo(version);
+        m_steps.failed << version;
+        m_lastBackward = version;
+    }
+
+    void fail29()
+    {
+        if (m_again == 29) {
+            m_steps.failedAgain << 29;
+        } else if (isForward()) {
+            m_steps.failed << 29; // its last line follows
+        } else {
+            failBackward(29);
         }
     }
 
     void readLine(const QString &line)
     {
-        if (const auto match = appliedAgain.match(line); match.hasMatch()) {
+        if (lineOfRepairs.match(line).hasMatch()) {
+            m_lines.clear();
+        } else if (const auto match = appliedAgain.match(line); match.hasMatch()) {
+            m_lines.clear();
             settlePending();
             m_again = match.captured(1).toInt();
             m_steps.reapplied << m_again;
@@ -127,15 +187,25 @@ private:
         } else if (const auto failed = failureForward.match(line); failed.hasMatch()) {
             close(failed.captured("version").toInt(), false, closing.match(line).hasMatch());
         } else if (const auto reverted = failureBackward.match(line); reverted.hasMatch()) {
-            m_steps.failed << reverted.captured("version").toInt();
+            failBackward(reverted.captured("version").toInt());
         } else if (const auto error = errorOnTheWayBack.match(line); error.hasMatch()) {
-            m_steps.failed << error.captured(1).toInt() + 1;
+            failBackward(error.captured(1).toInt() + 1);
         } else if (failureOf21Backward.match(line).hasMatch()) {
-            m_steps.failed << 21;
+            failBackward(21);
         } else if (failureOf29.match(line).hasMatch()) {
-            m_again == 29 ? m_steps.failedAgain << 29 : m_steps.failed << 29;
+            fail29();
         } else if (failureOfToolkit.match(line).hasMatch()) {
             isForward() ? void(m_pending = true) : blameStepBackward(line);
+        } else if (line.startsWith(toolkitLine)) {
+            readSecondLine();
+        }
+    }
+
+    /// Handles the second of the toolkit's two lines.
+    void readSecondLine()
+    {
+        if (m_lastBackward != 0) {
+            giveLinesTo(m_lastBackward);
         }
     }
 
@@ -149,7 +219,10 @@ private:
                     m_steps.failedAgain << version;
                 }
                 m_pending = false;
-                m_again = isEnd ? 0 : m_again;
+                if (isEnd) {
+                    m_again = 0;
+                    m_lines.clear();
+                }
                 return;
             }
             settlePending();
@@ -159,9 +232,11 @@ private:
             if (!succeeded) {
                 m_steps.failedAgain << version;
             }
+            m_lines.clear();
             return;
         }
         // The steps between the two ended without a line, as failed steps do.
+        giveLinesToSilent(m_lastClosed + 1, version - 1);
         const bool othersFailed = version > m_lastClosed + 1;
         if (!succeeded || (m_pending && !othersFailed)) {
             m_steps.failed << version;
@@ -169,15 +244,23 @@ private:
         if (succeeded) {
             m_succeeded << version;
         }
+        if (m_steps.failed.contains(version)) {
+            giveLinesTo(version);
+        }
+        m_lines.clear();
         m_pending = false;
         m_lastClosed = std::max(m_lastClosed, version);
     }
 
+    /// Ends a version that was applied again and did not say how that ended.
     void settlePending()
     {
         if (m_pending && m_again != 0) {
             m_steps.failedAgain << m_again;
             m_pending = false;
+        }
+        if (m_again != 0) {
+            takeLinesOn(m_again);
         }
         m_again = 0;
     }
@@ -188,7 +271,8 @@ private:
     {
         const QRegularExpressionMatch failure = failureAtColumn.match(line);
         if (!failure.hasMatch()) {
-            return; // the second of the toolkit's two lines
+            readSecondLine();
+            return;
         }
         QVector<int> candidates;
         for (int version = std::min(m_from, VersionTable::mostVersions);
@@ -207,11 +291,12 @@ private:
                                          failure,
                                          m_versions.takenBy(m_again, Direction::Forward),
                                          m_versions.takenBy(m_again, Direction::Backward)));
+        m_lastBackward = 0;
         if (isOfAgain) {
             m_pending = true;
         } else if (candidates.size() == 1) {
             settlePending();
-            m_steps.failed << candidates.first();
+            failBackward(candidates.first());
         } else {
             m_steps.unknownFailed = true;
         }
@@ -223,11 +308,17 @@ private:
         settlePending();
         const int last = std::min(
             {m_target, std::max(m_versions.newest(), m_lastClosed), VersionTable::mostVersions});
+        giveLinesToSilent(m_lastClosed + 1, last);
         bool silent = false;
         for (int version = std::max(m_from, oldestVersion) + 1; version <= last; ++version) {
             if (!m_succeeded.contains(version)) {
-                silent = silent || version > m_lastClosed;
+                const bool isSilent = version > m_lastClosed;
+                silent = silent || isSilent;
                 m_steps.failed << version;
+                // Nothing shows which of the last steps the other lines are from.
+                if (isSilent && !m_lines.isEmpty() && !m_steps.linesOfFailed.contains(version)) {
+                    m_steps.linesOfFailed.insert(version, m_lines);
+                }
             }
         }
         m_steps.unknownFailed = m_steps.unknownFailed || (pendingInWalk && !silent);
@@ -237,6 +328,7 @@ private:
     int m_target;
     int m_again = 0; ///< the version that is being applied again, 0 while none is
     int m_lastClosed;
+    int m_lastBackward = 0; ///< the step back that failed with the last line, 0 for none
     bool m_pending = false; ///< the toolkit failed in a step that has not ended yet
     QSet<int> m_succeeded;
     QByteArrayList m_lines; ///< of the step that has not ended yet

@@ -87,6 +87,79 @@ def test_steps_that_fail_have_the_words_of_the_log(tmp_path):
          "rowsReturned": 0, "reason": report["mending"][0]["reason"]}]
 
 
+def toolkit(operation, failure, reason):
+    """The two lines of an operation of the toolkit that fails."""
+    return [f"DatabaseMigrator::{operation} - Failed to {failure}",
+            f"DatabaseMigrator::{operation} - {reason} Unable to execute statement"]
+
+
+def not_dropped(table, *columns):
+    return [line for column in columns for line in toolkit(
+        "dropColumnSaveParameters", f"drop column named {column} to {table}",
+        f"table {table}_temp already exists")]
+
+
+def not_added(table, column):
+    return toolkit("addColumn", f"add column named {column} to {table}",
+                   f"duplicate column name: {column}")
+
+
+LANGUAGE = "ALTER TABLE systemControl ADD COLUMN languageSelected;"
+FENCE = "ALTER TABLE MC_EquipmentSection ADD COLUMN fence;"
+# The program cannot remove this row, which breaks a key: its table has no row ids.
+ROTATION = ("CREATE TABLE rotation (field PRIMARY KEY REFERENCES fields (id)) WITHOUT ROWID;"
+            "INSERT INTO rotation VALUES (99999);")
+FAILED_25 = [*not_dropped("fields", "isoName"), "Migration to version 25 FAILED!"]
+LINES = [
+    pytest.param(24, BLOCKED, 25, {25: FAILED_25}, id="forward"),
+    pytest.param(24, BLOCKED + ROTATION, 25, {25: FAILED_25}, id="a repair that fails before"),
+    pytest.param(24, BLOCKED + "DROP TABLE PC_MixToProductConfigBridge;", 25, {25: FAILED_25},
+                 id="repairs that fail after the check"),
+    pytest.param(24, BLOCKED + "ALTER TABLE MC_EquipmentSection DROP COLUMN fence;", 25,
+                 {25: FAILED_25}, id="a version that is applied again before"),
+    pytest.param(24, BLOCKED + "DROP TABLE systemControl;", 25, {25: FAILED_25},
+                 id="a version that cannot be applied again and does not say so"),
+    pytest.param(3, LANGUAGE, 4, {4: not_added("systemControl", "languageSelected")},
+                 id="a last step without a line of its own"),
+    pytest.param(3, LANGUAGE, 8, {4: not_added("systemControl", "languageSelected")},
+                 id="a step without a line of its own"),
+    pytest.param(3, LANGUAGE + FENCE, 8, {
+        4: not_added("systemControl", "languageSelected"),
+        5: not_added("MC_EquipmentSection", "fence")}, id="two steps without a line of their own"),
+    pytest.param(3, LANGUAGE + FENCE, 5, {
+        4: not_added("systemControl", "languageSelected"),
+        5: not_added("MC_EquipmentSection", "fence")}, id="two last steps"),
+    pytest.param(6, "DROP TABLE systemFiles; ALTER TABLE userProfiles ADD COLUMN decimalMark;", 8,
+                 {7: []}, id="a step that fails without any line"),
+    pytest.param(6, "DROP TABLE systemFiles;", 7, {7: []},
+                 id="a last step that fails without any line"),
+    pytest.param(NEWEST, "CREATE TABLE growers_temp (a);", 21, {
+        25: not_dropped("growers", "originalName"),
+        22: not_dropped("growers", "isoId")}, id="back"),
+    pytest.param(NEWEST, "CREATE TABLE supportedHarloReceiverSettings_temp (a);", 25, {
+        26: [*not_dropped("supportedHarloReceiverSettings", "ppp_STD_DEV", "terraStar_STD_DEV",
+                          "terraStarL_STD_DEV"), "Reverting from version 26 FAILED!!"]},
+                 id="back, with a line of its own"),
+    pytest.param(
+        NEWEST, "CREATE TABLE growers_temp (a); CREATE TABLE MC_EquipmentSection_temp (a);", 3, {
+            25: not_dropped("growers", "originalName"),
+            22: not_dropped("growers", "isoId"),
+            12: not_dropped("MC_EquipmentSection", "fullName", "sectionType",
+                            "parentEquipmentSectionId"),
+            5: not_dropped("MC_EquipmentSection", "fence")},
+        id="back, and lines that can be of two steps"),
+    pytest.param(26, "DROP TABLE systemControl; CREATE TABLE growers_temp (a);", 24, {
+        25: not_dropped("growers", "originalName")},
+                 id="back, and a version that cannot be applied again")]
+
+
+@pytest.mark.parametrize("version, extra, target, lines", LINES)
+def test_a_failed_step_has_its_own_lines(tmp_path, version, extra, target, lines):
+    report = rehearse_here(target, make(tmp_path / "a.sqlite", version, extra)).report
+    assert {step["version"]: step["lines"] for step in report["versions"]
+            if step["outcome"] == "failed"} == lines, report["log"]
+
+
 def test_the_way_back(tmp_path):
     """Version 27 takes a column away. Going back makes the column again, without its values."""
     path = make(tmp_path / "a.sqlite", 26)

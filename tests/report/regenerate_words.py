@@ -48,6 +48,11 @@ def finding(cell, *texts):
     return {"means": means, "advice": advice}
 
 
+def reasons(page, heading):
+    return {name.strip("`"): {"means": means, "advice": advice}
+            for name, means, advice in rows_below(page, heading)}
+
+
 def words():
     """The text of report/words.json."""
     findings = FINDINGS.read_text(encoding="utf-8")
@@ -58,8 +63,8 @@ def words():
                      for cells in rows_below(findings, "The codes")},
         "statuses": {status: {"run": run, "rehearsal": rehearsal}
                      for status, run, rehearsal in rows_below(findings, "What a status asks for")},
-        "reasons": {name.strip("`"): {"means": means, "advice": advice}
-                    for name, means, advice in rows_below(findings, "Reasons")},
+        "reasons": reasons(findings, "Reasons"),
+        "reasonsForNoRehearsal": reasons(findings, "Reasons for no rehearsal"),
         "sqlite": {text.strip("`"): plain
                    for text, plain in rows_below(findings, "What SQLite's words mean")},
         "versions": dict(re.findall(r"^\| \[(\d+)\]\(#version-\d+\) \| (.*?) \|", versions,

@@ -6,7 +6,7 @@ import re
 import pytest
 from conftest import DESKTOP, PHONE, paper_sizes
 from rehearsals import (HOSTILE, failing, finding, hostile, keys, mended, of_device, record,
-                        refused, rehearsal, run, values, verdict, with_numbers)
+                        refused, rehearsal, run, steps, values, verdict, with_numbers)
 from runs_to_judge import Judge
 from support.places import DEMO, scratch_directory
 from support.versions import NEWEST
@@ -40,6 +40,17 @@ def headline(browser, *documents):
 def taking(*versions):
     return verdict(16, 34, 34, [finding("rows-lost:fields", 3, 41, on_purpose=version)
                                 for version in versions])
+
+
+def failing_at(*lines):
+    """A rehearsal in which step 25 fails, with these lines in the log."""
+    return rehearsal(24, 25, 24, verdict(24, 24, 25, [finding("step-failed:25", counts=True)]),
+                     status=4, reason="step-failed", versions=steps(24, 25, 25, lines))
+
+
+def not_rehearsed(reason):
+    return rehearsal(None, 34, None, status=3, reason=reason, changed=False, versions=[],
+                     log=None) | {"verdict": None, "to": None}
 
 
 @pytest.mark.parametrize("document, sentence, badge", [
@@ -76,6 +87,35 @@ def taking(*versions):
                  "Step 27 fails here: a copy that an earlier run left behind is in the way. The"
                  " database would stop at version 26, not at version 34.", "Do not install yet",
                  id="a step fails"),
+    pytest.param(failing_at("table fields_temp already exists"),
+                 "Step 25 fails here: a copy that an earlier run left behind is in the way.",
+                 "Do not install yet", id="a copy is in the way"),
+    pytest.param(failing_at("table fields_old already exists"),
+                 "Step 25 fails here: a copy that an earlier run left behind is in the way.",
+                 "Do not install yet", id="an old table is in the way"),
+    pytest.param(failing_at("table fields already exists"),
+                 "Step 25 fails here: the step adds something that is already there, perhaps left"
+                 " by an earlier run.", "Do not install yet", id="something is there already"),
+    pytest.param(failing_at("", " "), "Step 25 fails here.", "Do not install yet",
+                 id="a step fails, and the log has only empty lines"),
+    pytest.param(not_rehearsed("no-database"),
+                 "This database cannot be migrated. There is no such file.", "Would not run",
+                 id="a path that is wrong"),
+    pytest.param(not_rehearsed("newer-than-program"),
+                 "This database cannot be migrated. The database has a version that the program"
+                 " does not know. The program was not started.", "Would not run",
+                 id="a reason that means the same in a rehearsal"),
+    pytest.param(rehearsal(None, 34, way="direct", reason="no-database", found=verdict(
+        None, None, 34, [finding("direct:no-database")])) | {"to": None},
+        "There is no database yet. The program makes one.", "Can be installed",
+        id="a database of 0 bytes"),
+    pytest.param({"format": 1, "lastRun": run(None, 34, verdict(None, 34, 34, [
+        finding("direct:no-database")]), way="direct", reason="no-database")},
+        "This database records no version, and went to version 34. What became of its contents was"
+        " not compared.", "In order", id="a run that made a database"),
+    pytest.param(rehearsal(16, 34, 16, verdict(16, 16, 34), status=3, reason="no-room"),
+                 "This database cannot be migrated. There was too little room on the disk or in"
+                 " memory.", "Would not run", id="no room for the commit"),
     pytest.param(refused(),
                  "This database cannot be migrated. The database has a version that the program"
                  " does not know. The program was not started.", "Would not run", id="refused"),
@@ -267,13 +307,62 @@ def test_losses_are_marked_as_on_purpose_or_only_here(browser):
 def test_repairs_come_with_tables_and_keys(browser):
     browser.show(failing())
     assert browser.texts("#run-1-repairs ~ ul > li") == [
-        "A copy of a table is left from an earlier run: PC_Mix_temp, with 41 rows. was so before",
         "2 of 42 guidance lines would be removed: what they belong to is not there.\n"
         "Keys: 90 5000000000",
         "3 rows of product configurations that nothing refers to would be removed.\n"
         "mixes of product configurations, key: 15\nproduct configurations, keys: 50 51",
-        "Version 17 would be applied again: its change is missing.",
-        "The copy PC_Mix_temp would go: mixes already has each of its 41 rows."]
+        "Version 17 would be applied again: its change is missing."]
+
+
+def test_copies_that_are_left_are_no_repairs(browser):
+    """Something has to be done about them, and only some can be mended."""
+    document = failing()
+    document["mending"].append({
+        "copy": "fields_temp", "table": "fields", "kind": "only-reported", "rowsOfCopy": 1,
+        "rowsReturned": 0, "reason": "it has other columns"})
+    left = "A cut run has left copies of tables. A step that needs the name of such a copy fails."
+    found = ("A copy of a table is left from an earlier run: PC_Mix_temp, with 41 rows."
+             " was so before")
+    mended = "The copy PC_Mix_temp would go: mixes already has each of its 41 rows."
+    reported = ("Nothing would be done with the copy fields_temp and its 1 row: it has other"
+                " columns.")
+    to_mend = "migration-guard run --mend would take care of them:"
+    to_look_at = ("migration-guard run --mend would leave these as they are. Compare them with"
+                  " their tables by hand:")
+    parts = "#run-1-copies ~ p, #run-1-copies ~ ul > li"
+    assert browser.show(document).texts(parts) == [
+        left, found, to_mend, mended, to_look_at, reported]
+    document["mending"] = document["mending"][1:]
+    assert browser.show(document).texts(parts) == [left, found, to_look_at, reported]
+    document["mending"] = []
+    assert browser.show(document).texts(parts) == [left, found]
+
+
+@pytest.mark.parametrize("found, sentence", [
+    pytest.param([finding("rows-lost:a", 1, 9, counts=True), finding("damaged", before=True)],
+                 "It would not restore everything:", id="a loss"),
+    pytest.param([finding("damaged", before=True)],
+                 "It would restore everything that was compared. This was so before:",
+                 id="only what was so before"),
+    pytest.param([], "It would restore everything that was compared.", id="nothing")])
+def test_way_back_says_what_it_would_not_restore(browser, found, sentence):
+    browser.show(rehearsal(wayBack={
+        "target": 16, "to": 16, "reached": True, **verdict(16, 16, 16, found)}))
+    assert browser.texts("#run-1-back ~ p")[0] == f"A run back to version 16 gets there. {sentence}"
+
+
+@pytest.mark.parametrize("reason", [*WORDS.texts["reasonsForNoRehearsal"]])
+def test_reasons_for_no_rehearsal_have_words_of_their_own(browser, reason):
+    words, of_run = (re.sub("`", "", " ".join(WORDS.texts[part][reason].values()))
+                     for part in ("reasonsForNoRehearsal", "reasons"))
+    assert words != of_run
+    means, advice = (re.sub("`", "", WORDS.texts["reasonsForNoRehearsal"][reason][part])
+                     for part in ("means", "advice"))
+    browser.show(not_rehearsed(reason))
+    assert browser.text("h1") == f"This database cannot be migrated. {means}"
+    assert advice in browser.text(".advice")
+    browser.show({"format": 1, "lastRun": run(16, 16, None, status=3, reason=reason)})
+    assert WORDS.texts["reasons"][reason]["means"] in browser.text("h1")
 
 
 def test_mended_copies_are_told_once(browser):

@@ -40,6 +40,15 @@ def test_every_kind_of_finding_has_words():
     assert kinds <= {*Words().texts["findings"]}
 
 
+def test_every_reason_for_no_rehearsal_has_words():
+    page = (ROOT / "docs" / "rehearsal.md").read_text(encoding="utf-8")
+    table = re.search(r"^\| Reason \| \|\n.*?\n\n", page, re.DOTALL | re.MULTILINE)[0]
+    cells = re.findall(r"^\| (`.*?`) \|", table, re.MULTILINE)
+    named = {*re.findall(r"`([a-z-]+)`", "\n".join(cells))}
+    assert len(named) > 5
+    assert named <= {*Words().texts["reasonsForNoRehearsal"]}
+
+
 def test_every_reason_has_words():
     """Every reason that the guard can give is in the table of reasons in docs/guard.md."""
     page = (ROOT / "docs" / "guard.md").read_text(encoding="utf-8")
