@@ -54,7 +54,9 @@ std::optional<QSet<QByteArray>> tablesOf(const QString &database)
 }
 } // namespace
 
-void runUnguarded(const DevicePaths &device, const MigrationOptions &options, RunRecord *record)
+void runUnguarded(
+    const DevicePaths &device, const MigrationOptions &options, LastMigration *lastMigration,
+    RunRecord *record)
 {
     const QString before = stampOf(device.databaseEntry);
     if (!record->from.isKnown) {
@@ -64,6 +66,9 @@ void runUnguarded(const DevicePaths &device, const MigrationOptions &options, Ru
         return;
     }
     const std::optional<QSet<QByteArray>> tablesBefore = tablesOf(device.databaseEntry);
+    if (lastMigration != nullptr) {
+        lastMigration->announceDirectRun(*record);
+    }
     record->measured.begin();
     const ProgramRun run = runDirectly(device, options.target);
     record->measured.endPart("program");

@@ -47,6 +47,7 @@ public:
           m_database(task.device.database, budget)
     {
         m_end.record.target = task.options.target;
+        m_end.record.followsCutDirectRun = task.followsCutDirectRun;
     }
 
     GuardedEnd run()

@@ -37,11 +37,11 @@ public:
 
 private:
     void startRecord();
-    void tryOnce(bool databaseInOrder);
+    void tryOnce();
     bool fallBackToKept();
     void noteFallBack(const RunRecord &newer);
     QString whyNotGuarded() const;
-    void tryGuarded(bool mayReplaceKept);
+    void tryGuarded();
     bool hasRoomForDirectRun() const;
     void runDirectly();
     void settleBeforeDirectRun();
@@ -52,6 +52,7 @@ private:
     const MigrationOptions &m_options;
     WaitBudget m_budget;
     std::optional<RunNote> m_earlier;
+    std::optional<LastMigration> m_lastMigration; ///< read under the lock
     GuardedEnd m_end;
 };
 
@@ -79,19 +80,20 @@ RunRecord Migration::run()
         // If one cannot be removed, the next file with its name replaces it.
         QFile::remove(file);
     }
-    LastMigration lastMigration(m_device.lastMigration);
+    m_lastMigration.emplace(m_device.lastMigration);
+    startRecord();
     if (!refusals::endIfLibraryIsUnfit(&m_end.record)) {
         m_earlier = RunNote::read(m_device.note);
-        tryOnce(lastMigration.databaseInOrder());
+        tryOnce();
         const RunRecord newer = m_end.record;
         if (m_options.fallBack && newer.reason == refusals::newerThanProgram && fallBackToKept()) {
             m_earlier = RunNote::read(m_device.note);
-            tryOnce(lastMigration.databaseInOrder());
+            tryOnce();
             noteFallBack(newer);
         }
     }
     m_end.record.newestKnown = newestKnownVersion(m_device.knownVersions);
-    if (!lastMigration.record(m_end.record, m_end.directoryChanged)) {
+    if (!m_lastMigration->record(m_end.record, m_end.directoryChanged)) {
         tell(QString("lastMigration.json could not be written"));
     }
     return m_end.record;
@@ -100,14 +102,15 @@ RunRecord Migration::run()
 void Migration::startRecord()
 {
     m_end.record.target = m_options.target;
+    m_end.record.followsCutDirectRun = m_lastMigration && m_lastMigration->directRunWasCut();
 }
 
 /// One try, guarded or directly.
-void Migration::tryOnce(bool databaseInOrder)
+void Migration::tryOnce()
 {
     const QString reason = whyNotGuarded();
     if (reason.isEmpty()) {
-        tryGuarded(databaseInOrder || !QFileInfo::exists(m_device.kept));
+        tryGuarded();
     } else {
         directly(reason);
     }
@@ -205,9 +208,14 @@ QString Migration::whyNotGuarded() const
     return failedTwice && !m_options.strict && hasRoomForDirectRun() ? "earlier-runs-failed" : "";
 }
 
-void Migration::tryGuarded(bool mayReplaceKept)
+void Migration::tryGuarded()
 {
-    const GuardedTask task = {m_device, m_options, m_earlier, mayReplaceKept};
+    const GuardedTask task = {
+        m_device,
+        m_options,
+        m_earlier,
+        m_lastMigration->databaseInOrder() || !QFileInfo::exists(m_device.kept),
+        m_lastMigration->directRunWasCut()};
     Place place = m_options.memoryStaging.isEmpty() || m_earlier ? Place::Disk : Place::Memory;
     for (int copies = 0; copies < limits::mostCopies;) {
         const bool directoryChanged = m_end.directoryChanged;
@@ -256,7 +264,7 @@ void Migration::runDirectly()
     }
     record.guarded = false;
     record.staging.clear();
-    runUnguarded(m_device, m_options, &record);
+    runUnguarded(m_device, m_options, m_lastMigration ? &*m_lastMigration : nullptr, &record);
     // The note's counter is of no use after this run, because the program changes it; so the note
     // is done.
     m_end.noteIsDone = true;
