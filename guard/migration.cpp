@@ -48,7 +48,7 @@ private:
     void directly(const QString &reason, const QString &detail = QString());
     RunRecord unguarded(const QString &reason);
 
-    const DevicePaths &m_device;
+    DevicePaths m_device; ///< under the lock, as it is since then
     const MigrationOptions &m_options;
     WaitBudget m_budget;
     std::optional<RunNote> m_earlier;
@@ -70,6 +70,14 @@ RunRecord Migration::run()
         return m_end.record;
     case DirectoryLock::Result::Impossible:
         return unguarded("no-lock");
+    }
+    // The guard that had the lock may have made the database.
+    const bool hadDatabase = !m_device.database.isEmpty();
+    m_device.placeDatabases(m_device.databases);
+    if (!hadDatabase && !m_device.database.isEmpty()) {
+        // Without a database this guard has not prepared a place for staging.
+        m_end.record.endUnchanged("locked", "another guard has made the database");
+        return m_end.record;
     }
     // A run or a restore that was cut may have left these files.
     removeLeftStaging(m_device, m_options);

@@ -342,9 +342,12 @@ RunRecord restore(const DevicePaths &device, const RestorationOptions &options)
     if (!options.dryRun) {
         QFile::remove(device.copy);
     }
-    record = Restoration(device, options, budget).run();
-    record.newestKnown = newestKnownVersion(device.knownVersions);
-    LastMigration lastMigration(device.lastMigration);
+    // The guard that had the lock may have made the database.
+    DevicePaths current = device;
+    current.placeDatabases(device.databases);
+    record = Restoration(current, options, budget).run();
+    record.newestKnown = newestKnownVersion(current.knownVersions);
+    LastMigration lastMigration(current.lastMigration);
     const bool isToBeNoted = record.changed || !record.endIsKnown;
     if (isToBeNoted && !lastMigration.record(record, true)) {
         tell(QString("lastMigration.json could not be written"));
