@@ -132,8 +132,8 @@ RunRecord Restoration::run()
     const sizing::Database size = sizing::measure(m_path);
     const qint64 sourceBytes =
         std::max(QFileInfo(m_device.kept).size(), QFileInfo(m_device.replaced).size());
-    if (sizing::freeRoom(m_device.databases) <
-        2 * size.bytes + sizing::roomForCommit(size, sourceBytes)) {
+    if (!m_options.dryRun && sizing::freeRoom(m_device.databases) <
+                                 2 * size.bytes + sizing::roomForCommit(size, sourceBytes)) {
         return nothingChanged("no-room", "for the commit");
     }
     if (const RealDatabase::Failure failure = copyCurrent()) {
@@ -335,11 +335,11 @@ RunRecord restore(const DevicePaths &device, const RestorationOptions &options)
     }
     WaitBudget budget(options.waitSeconds);
     DirectoryLock lock;
-    if (lock.take(device.databases, budget) != DirectoryLock::Result::Taken) {
-        record.endUnchanged("locked", "another guard is at work");
-        return record;
-    }
     if (!options.dryRun) {
+        if (lock.take(device.databases, budget) != DirectoryLock::Result::Taken) {
+            record.endUnchanged("locked", "another guard is at work");
+            return record;
+        }
         QFile::remove(device.copy);
     }
     // The guard that had the lock may have made the database.
