@@ -37,6 +37,8 @@ public:
 
 private:
     void startRecord();
+    void readLastMigration();
+    void recordEnd();
     void tryOnce();
     bool fallBackToKept();
     void noteFallBack(const RunRecord &newer);
@@ -52,7 +54,7 @@ private:
     const MigrationOptions &m_options;
     WaitBudget m_budget;
     std::optional<RunNote> m_earlier;
-    std::optional<LastMigration> m_lastMigration; ///< read under the lock
+    std::optional<LastMigration> m_lastMigration; ///< read under the lock, if there can be one
     GuardedEnd m_end;
 };
 
@@ -67,6 +69,9 @@ RunRecord Migration::run()
         break;
     case DirectoryLock::Result::HeldByAnother:
         m_end.record.endUnchanged("locked", "another guard is at work");
+        return m_end.record;
+    case DirectoryLock::Result::Failed:
+        m_end.record.endUnchanged("no-lock", "the directory of the databases cannot be locked now");
         return m_end.record;
     case DirectoryLock::Result::Impossible:
         return unguarded("no-lock");
@@ -88,8 +93,7 @@ RunRecord Migration::run()
         // If one cannot be removed, the next file with its name replaces it.
         QFile::remove(file);
     }
-    m_lastMigration.emplace(m_device.lastMigration);
-    startRecord();
+    readLastMigration();
     if (!refusals::endIfLibraryIsUnfit(&m_end.record)) {
         m_earlier = RunNote::read(m_device.note);
         tryOnce();
@@ -100,11 +104,22 @@ RunRecord Migration::run()
             noteFallBack(newer);
         }
     }
+    recordEnd();
+    return m_end.record;
+}
+
+void Migration::readLastMigration()
+{
+    m_lastMigration.emplace(m_device.lastMigration);
+    startRecord();
+}
+
+void Migration::recordEnd()
+{
     m_end.record.newestKnown = newestKnownVersion(m_device.knownVersions);
     if (!m_lastMigration->record(m_end.record, m_end.directoryChanged)) {
         tell(QString("lastMigration.json could not be written"));
     }
-    return m_end.record;
 }
 
 void Migration::startRecord()
@@ -293,12 +308,19 @@ void Migration::settleBeforeDirectRun()
     }
 }
 
-/// A run without a lock and without a record.
+/// A run without a lock. Without a directory for databases there is no place for a record.
 RunRecord Migration::unguarded(const QString &reason)
 {
+    const bool hasPlace = !m_device.databases.isEmpty();
+    if (hasPlace) {
+        readLastMigration();
+    }
     if (!refusals::endIfLibraryIsUnfit(&m_end.record)) {
         directly(reason);
         runDirectly();
+    }
+    if (hasPlace) {
+        recordEnd();
     }
     return m_end.record;
 }

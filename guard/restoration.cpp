@@ -336,8 +336,15 @@ RunRecord restore(const DevicePaths &device, const RestorationOptions &options)
     WaitBudget budget(options.waitSeconds);
     DirectoryLock lock;
     if (!options.dryRun) {
-        if (lock.take(device.databases, budget) != DirectoryLock::Result::Taken) {
+        switch (lock.take(device.databases, budget)) {
+        case DirectoryLock::Result::Taken:
+            break;
+        case DirectoryLock::Result::HeldByAnother:
             record.endUnchanged("locked", "another guard is at work");
+            return record;
+        case DirectoryLock::Result::Failed:
+        case DirectoryLock::Result::Impossible:
+            record.endUnchanged("no-lock");
             return record;
         }
         QFile::remove(device.copy);
