@@ -39,6 +39,8 @@ class VerdictWording:
 
     def headline(self):
         """The verdict in a sentence or two."""
+        if not self.run.end_is_known:
+            return self.why()
         if self.run.status == OK:
             return joined(self.movement(), self.besides())
         if self.run.status == REFUSED:
@@ -94,8 +96,6 @@ class VerdictWording:
 
     def refusal(self):
         """Why nothing changes."""
-        if self.run.reason == "commit-unknown":
-            return self.why()
         if self.counting:
             return joined("Nothing would be changed." if self.run.is_rehearsal
                           else "Nothing was changed.", self.what_counts())
