@@ -1,4 +1,5 @@
 #include "guard/direct_run.h"
+#include "guard/known_versions.h"
 #include "guard/program_run.h"
 #include "guard/real_database.h"
 #include "guard/refusals.h"
@@ -67,6 +68,7 @@ void runUnguarded(
     }
     const std::optional<QSet<QByteArray>> tablesBefore = tablesOf(device.databaseEntry);
     if (lastMigration != nullptr) {
+        record->newestKnown = newestKnownVersion(device.knownVersions);
         lastMigration->announceDirectRun(*record);
     }
     record->measured.begin();

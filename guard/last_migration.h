@@ -35,7 +35,8 @@ public:
     /// @param run what is known before the program starts
     void announceDirectRun(RunRecord run);
 
-    /// Records a run. A run that repeats the last one writes nothing, whatever was measured.
+    /// Records a run. A run that repeats the last one writes nothing, whatever was measured, unless
+    /// it was announced.
     /// @param flushDirectory whether to flush the directory in any case, because of other files in
     /// it
     /// @return false when the file could not be written

@@ -50,7 +50,7 @@ private:
     void directly(const QString &reason, const QString &detail = QString());
     RunRecord unguarded(const QString &reason);
 
-    DevicePaths m_device; ///< under the lock, as it is since then
+    DevicePaths m_device; ///< looked up again under the lock
     const MigrationOptions &m_options;
     WaitBudget m_budget;
     std::optional<RunNote> m_earlier;

@@ -60,7 +60,8 @@ class RunParts:
     def facts(self):
         """(label, value, whether it was only assumed) for each fact that is known."""
         run, in_bytes = self.run, self.run.bytes
-        facts = [("From", version(run.source), False), ("To", version(run.to) if run.end_is_known else "unknown", False)]
+        to = version(run.to) if run.end_is_known else "unknown"
+        facts = [("From", version(run.source), False), ("To", to, False)]
         if run.target is not None and run.target != run.to:
             facts.append(("Asked for", version(run.target), False))
         for label, value, field in (("Device software", run.software_version, "softwareVersion"),

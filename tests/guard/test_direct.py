@@ -353,6 +353,7 @@ def test_a_direct_run_that_was_cut_is_on_record(cut):
     run = {"command": "run", "from": 20, "to": None, "target": NEWEST, "way": "direct",
            "changed": None, "status": 4, "reason": "direct-run-cut"}
     assert cut.end_of_last_run() == run
+    assert cut.last_run()["software"]["program"] == NEWEST
     assert cut.record()["lastChange"] == cut.last_run()
     assert (cut.record()["databaseInOrder"], cut.record()["directRunCut"]) == (False, True)
     assert cut.run("status", "--exit-code").returncode == 4
