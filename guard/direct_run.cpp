@@ -1,4 +1,5 @@
 #include "guard/direct_run.h"
+#include "guard/known_versions.h"
 #include "guard/program_run.h"
 #include "guard/real_database.h"
 #include "guard/refusals.h"
@@ -54,7 +55,9 @@ std::optional<QSet<QByteArray>> tablesOf(const QString &database)
 }
 } // namespace
 
-void runUnguarded(const DevicePaths &device, const MigrationOptions &options, RunRecord *record)
+void runUnguarded(
+    const DevicePaths &device, const MigrationOptions &options, LastMigration *lastMigration,
+    RunRecord *record)
 {
     const QString before = stampOf(device.databaseEntry);
     if (!record->from.isKnown) {
@@ -64,6 +67,10 @@ void runUnguarded(const DevicePaths &device, const MigrationOptions &options, Ru
         return;
     }
     const std::optional<QSet<QByteArray>> tablesBefore = tablesOf(device.databaseEntry);
+    if (lastMigration != nullptr) {
+        record->newestKnown = newestKnownVersion(device.knownVersions);
+        lastMigration->announceDirectRun(*record);
+    }
     record->measured.begin();
     const ProgramRun run = runDirectly(device, options.target);
     record->measured.endPart("program");

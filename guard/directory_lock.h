@@ -10,11 +10,12 @@
 class DirectoryLock
 {
 public:
-    enum class Result { Taken, HeldByAnother, Impossible };
+    enum class Result { Taken, HeldByAnother, Impossible, Failed };
 
     /// Takes the lock, waiting for another guard as long as the budget lasts.
     /// @param directory resolved path
-    /// @return Impossible when the directory cannot be opened or its file system has no locks
+    /// @return Impossible when this user may not open the directory or its file system has no locks;
+    /// Failed when the disk failed or the system lacks memory or descriptors
     Result take(const QString &directory, WaitBudget &budget);
 
 private:

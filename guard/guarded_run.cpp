@@ -47,6 +47,7 @@ public:
           m_database(task.device.database, budget)
     {
         m_end.record.target = task.options.target;
+        m_end.record.followsCutDirectRun = task.followsCutDirectRun;
     }
 
     GuardedEnd run()
@@ -67,6 +68,7 @@ private:
     Next endWith(const DatabaseFailure &failure, const QString &step);
     Next directly(const QString &reason, const QString &detail);
     Next withoutStaging(const QString &detail);
+    Next withoutComparison(const QString &detail);
     Next endOfReading(const DatabaseFailure &failure);
 
     void settleEarlierRun(const Staging &staging);
@@ -105,7 +107,7 @@ Next GuardedTry::copy()
     settleEarlierRun(staging);
     m_end.record.from = versionOfStaged(staging.original());
     if (!m_end.record.from.isKnown) {
-        return endUnchanged("comparison-failed", "the version before cannot be read");
+        return withoutComparison("the version before cannot be read");
     }
     if (refusals::endIfNewer(m_task.device, &m_end.record)) {
         m_end.noteIsDone = m_end.earlierIsSettled;
@@ -185,18 +187,18 @@ Next GuardedTry::accept(const Staging &staging, const QByteArray &log)
     const DatabaseDifferences differences =
         compareDatabases(staging.original(), staging.database());
     if (!differences.readError.isEmpty()) {
-        return endUnchanged("comparison-failed", differences.readError);
+        return withoutComparison(differences.readError);
     }
     // The result is compared with the mended copy, so all differences come from the program.
     const QString given = m_mending.changed() ? staging.mended() : staging.original();
     const DatabaseDifferences doneByProgram =
         m_mending.changed() ? compareDatabases(given, staging.database()) : differences;
     if (!doneByProgram.readError.isEmpty()) {
-        return endUnchanged("comparison-failed", doneByProgram.readError);
+        return withoutComparison(doneByProgram.readError);
     }
     record.to = versionOfStaged(staging.database());
     if (!record.to.isKnown) {
-        return endUnchanged("comparison-failed", "the version after cannot be read");
+        return withoutComparison("the version after cannot be read");
     }
     const StagedResult result = {
         given,
@@ -311,6 +313,13 @@ Next GuardedTry::withoutStaging(const QString &detail)
 {
     m_end.record.detail = detail;
     return m_place == Place::Memory ? Next::StageOnDisk : Next::NoRoom;
+}
+
+/// The memory that was too little for reading the copies also holds them.
+Next GuardedTry::withoutComparison(const QString &detail)
+{
+    return m_place == Place::Memory ? withoutStaging("for the comparison")
+                                    : endUnchanged("comparison-failed", detail);
 }
 
 /// If the disk of the database is full or failing, the program is not run on it directly.

@@ -13,6 +13,7 @@ struct GuardedTask {
     const MigrationOptions &options;
     const std::optional<RunNote> &earlier; ///< the note that an earlier run has left
     bool mayReplaceKept;                   ///< the kept database of before is no longer needed
+    bool followsCutDirectRun;              ///< an earlier direct run was cut
 };
 
 /// How one try ended.

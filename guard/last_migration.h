@@ -22,16 +22,30 @@ public:
     /// this
     bool databaseInOrder() const { return m_content.value("databaseInOrder").toBool(true); }
 
+    /// @return true when a direct run was cut, and since then no run has told so and nothing was
+    /// restored
+    bool directRunWasCut() const;
+
     /// @return everything in the file
     QJsonObject content() const { return m_content; }
 
-    /// Records a run. A run that repeats the last one writes nothing, whatever was measured.
+    /// Records a direct run as one that was cut, before its program starts. If the run ends, record()
+    /// replaces this. If it cannot be written, the program runs all the same, as it would without
+    /// the guard.
+    /// @param run what is known before the program starts
+    void announceDirectRun(RunRecord run);
+
+    /// Records a run. A run that repeats the last one writes nothing, whatever was measured, unless
+    /// it was announced.
     /// @param flushDirectory whether to flush the directory in any case, because of other files in
     /// it
     /// @return false when the file could not be written
     bool record(const RunRecord &run, bool flushDirectory);
 
 private:
+    int write(const QJsonObject &content) const;
+
     QString m_path;
     QJsonObject m_content;
+    bool m_isAnnounced = false; ///< the file has the record of a direct run that was cut
 };

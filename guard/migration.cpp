@@ -37,21 +37,24 @@ public:
 
 private:
     void startRecord();
-    void tryOnce(bool databaseInOrder);
+    void readLastMigration();
+    void recordEnd();
+    void tryOnce();
     bool fallBackToKept();
     void noteFallBack(const RunRecord &newer);
     QString whyNotGuarded() const;
-    void tryGuarded(bool mayReplaceKept);
+    void tryGuarded();
     bool hasRoomForDirectRun() const;
     void runDirectly();
     void settleBeforeDirectRun();
     void directly(const QString &reason, const QString &detail = QString());
     RunRecord unguarded(const QString &reason);
 
-    const DevicePaths &m_device;
+    DevicePaths m_device; ///< looked up again under the lock
     const MigrationOptions &m_options;
     WaitBudget m_budget;
     std::optional<RunNote> m_earlier;
+    std::optional<LastMigration> m_lastMigration; ///< read under the lock, if there can be one
     GuardedEnd m_end;
 };
 
@@ -67,8 +70,19 @@ RunRecord Migration::run()
     case DirectoryLock::Result::HeldByAnother:
         m_end.record.endUnchanged("locked", "another guard is at work");
         return m_end.record;
+    case DirectoryLock::Result::Failed:
+        m_end.record.endUnchanged("no-lock", "the directory of the databases cannot be locked now");
+        return m_end.record;
     case DirectoryLock::Result::Impossible:
         return unguarded("no-lock");
+    }
+    // The guard that had the lock may have made the database.
+    const bool hadDatabase = !m_device.database.isEmpty();
+    m_device.placeDatabases(m_device.databases);
+    if (!hadDatabase && !m_device.database.isEmpty()) {
+        // Without a database this guard has not prepared a place for staging.
+        m_end.record.endUnchanged("locked", "another guard has made the database");
+        return m_end.record;
     }
     // A run or a restore that was cut may have left these files.
     removeLeftStaging(m_device, m_options);
@@ -79,35 +93,47 @@ RunRecord Migration::run()
         // If one cannot be removed, the next file with its name replaces it.
         QFile::remove(file);
     }
-    LastMigration lastMigration(m_device.lastMigration);
+    readLastMigration();
     if (!refusals::endIfLibraryIsUnfit(&m_end.record)) {
         m_earlier = RunNote::read(m_device.note);
-        tryOnce(lastMigration.databaseInOrder());
+        tryOnce();
         const RunRecord newer = m_end.record;
         if (m_options.fallBack && newer.reason == refusals::newerThanProgram && fallBackToKept()) {
             m_earlier = RunNote::read(m_device.note);
-            tryOnce(lastMigration.databaseInOrder());
+            tryOnce();
             noteFallBack(newer);
         }
     }
+    recordEnd();
+    return m_end.record;
+}
+
+void Migration::readLastMigration()
+{
+    m_lastMigration.emplace(m_device.lastMigration);
+    startRecord();
+}
+
+void Migration::recordEnd()
+{
     m_end.record.newestKnown = newestKnownVersion(m_device.knownVersions);
-    if (!lastMigration.record(m_end.record, m_end.directoryChanged)) {
+    if (!m_lastMigration->record(m_end.record, m_end.directoryChanged)) {
         tell(QString("lastMigration.json could not be written"));
     }
-    return m_end.record;
 }
 
 void Migration::startRecord()
 {
     m_end.record.target = m_options.target;
+    m_end.record.followsCutDirectRun = m_lastMigration && m_lastMigration->directRunWasCut();
 }
 
 /// One try, guarded or directly.
-void Migration::tryOnce(bool databaseInOrder)
+void Migration::tryOnce()
 {
     const QString reason = whyNotGuarded();
     if (reason.isEmpty()) {
-        tryGuarded(databaseInOrder || !QFileInfo::exists(m_device.kept));
+        tryGuarded();
     } else {
         directly(reason);
     }
@@ -205,9 +231,14 @@ QString Migration::whyNotGuarded() const
     return failedTwice && !m_options.strict && hasRoomForDirectRun() ? "earlier-runs-failed" : "";
 }
 
-void Migration::tryGuarded(bool mayReplaceKept)
+void Migration::tryGuarded()
 {
-    const GuardedTask task = {m_device, m_options, m_earlier, mayReplaceKept};
+    const GuardedTask task = {
+        m_device,
+        m_options,
+        m_earlier,
+        m_lastMigration->databaseInOrder() || !QFileInfo::exists(m_device.kept),
+        m_lastMigration->directRunWasCut()};
     Place place = m_options.memoryStaging.isEmpty() || m_earlier ? Place::Disk : Place::Memory;
     for (int copies = 0; copies < limits::mostCopies;) {
         const bool directoryChanged = m_end.directoryChanged;
@@ -256,7 +287,7 @@ void Migration::runDirectly()
     }
     record.guarded = false;
     record.staging.clear();
-    runUnguarded(m_device, m_options, &record);
+    runUnguarded(m_device, m_options, m_lastMigration ? &*m_lastMigration : nullptr, &record);
     // The note's counter is of no use after this run, because the program changes it; so the note
     // is done.
     m_end.noteIsDone = true;
@@ -275,14 +306,25 @@ void Migration::settleBeforeDirectRun()
         // A file that stays is reported; nothing can be done about it after a direct run.
         settlePool(m_device, m_earlier, *schemaCookie);
     }
+    // The program changes the counter. If it is then cut, the next run would take that for the
+    // noted commit, and delete the files.
+    QFile::remove(m_device.note);
+    durable::flushDirectory(m_device.databases);
 }
 
-/// A run without a lock and without a record.
+/// A run without a lock. Without a directory for databases there is no place for a record.
 RunRecord Migration::unguarded(const QString &reason)
 {
+    const bool hasPlace = !m_device.databases.isEmpty();
+    if (hasPlace) {
+        readLastMigration();
+    }
     if (!refusals::endIfLibraryIsUnfit(&m_end.record)) {
         directly(reason);
         runDirectly();
+    }
+    if (hasPlace) {
+        recordEnd();
     }
     return m_end.record;
 }

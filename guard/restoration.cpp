@@ -132,8 +132,8 @@ RunRecord Restoration::run()
     const sizing::Database size = sizing::measure(m_path);
     const qint64 sourceBytes =
         std::max(QFileInfo(m_device.kept).size(), QFileInfo(m_device.replaced).size());
-    if (sizing::freeRoom(m_device.databases) <
-        2 * size.bytes + sizing::roomForCommit(size, sourceBytes)) {
+    if (!m_options.dryRun && sizing::freeRoom(m_device.databases) <
+                                 2 * size.bytes + sizing::roomForCommit(size, sourceBytes)) {
         return nothingChanged("no-room", "for the commit");
     }
     if (const RealDatabase::Failure failure = copyCurrent()) {
@@ -335,16 +335,26 @@ RunRecord restore(const DevicePaths &device, const RestorationOptions &options)
     }
     WaitBudget budget(options.waitSeconds);
     DirectoryLock lock;
-    if (lock.take(device.databases, budget) != DirectoryLock::Result::Taken) {
-        record.endUnchanged("locked", "another guard is at work");
-        return record;
-    }
     if (!options.dryRun) {
+        switch (lock.take(device.databases, budget)) {
+        case DirectoryLock::Result::Taken:
+            break;
+        case DirectoryLock::Result::HeldByAnother:
+            record.endUnchanged("locked", "another guard is at work");
+            return record;
+        case DirectoryLock::Result::Failed:
+        case DirectoryLock::Result::Impossible:
+            record.endUnchanged("no-lock");
+            return record;
+        }
         QFile::remove(device.copy);
     }
-    record = Restoration(device, options, budget).run();
-    record.newestKnown = newestKnownVersion(device.knownVersions);
-    LastMigration lastMigration(device.lastMigration);
+    // The guard that had the lock may have made the database.
+    DevicePaths current = device;
+    current.placeDatabases(device.databases);
+    record = Restoration(current, options, budget).run();
+    record.newestKnown = newestKnownVersion(current.knownVersions);
+    LastMigration lastMigration(current.lastMigration);
     const bool isToBeNoted = record.changed || !record.endIsKnown;
     if (isToBeNoted && !lastMigration.record(record, true)) {
         tell(QString("lastMigration.json could not be written"));

@@ -46,6 +46,14 @@ void addLeftAlone(const Mending &mending, QVector<Finding> *findings)
     found->detail = mending.reason;
 }
 
+/// Adds that an earlier direct run was cut. If that counts, it is the reason of this run.
+void addCutDirectRun(const MigrationOptions &options, QVector<Finding> *findings)
+{
+    Finding finding = findings::directRunCut();
+    finding.accepted = options.acceptedCodes.contains(finding.code());
+    findings->insert(finding.counts() ? 0 : findings->size(), finding);
+}
+
 /// @param from the recorded version before
 QVector<Finding> findingsOnSteps(
     const DevicePaths &device, int from, int target, const DirectResult &result)
@@ -81,6 +89,9 @@ Verdict judgeResult(
     run.acceptedCodes = options.acceptedCodes;
     run.scratchDirectory = result.scratchDirectory;
     Verdict verdict = judge(run, differences, versions);
+    if (record.followsCutDirectRun) {
+        addCutDirectRun(options, &verdict.findings);
+    }
     for (const Mending &mending : result.mendings) {
         if (mending.kind == MendingKind::OnlyReported) {
             addLeftAlone(mending, &verdict.findings);
@@ -117,6 +128,9 @@ Verdict judgeDirectRun(
     // If no version was recorded, the log does not show which steps the run should have made.
     if (verdict.from && tellsOfRun(result.log)) {
         verdict.findings += findingsOnSteps(device, *verdict.from, verdict.target, result);
+    }
+    if (record.followsCutDirectRun) {
+        verdict.findings << findings::directRunCut();
     }
     for (Finding &finding : verdict.findings) {
         finding.accepted = options.acceptedCodes.contains(finding.code());

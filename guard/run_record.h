@@ -33,8 +33,9 @@ struct RunRecord {
     bool changed = false;
     bool kept = false; ///< the database of before was kept
     Status status = Status::Success;
-    std::optional<Verdict> verdict; ///< on the result, or why the program was not started
-    std::optional<int> newestKnown; ///< the newest version that the program knows
+    std::optional<Verdict> verdict;   ///< on the result, or why the program was not started
+    bool followsCutDirectRun = false; ///< an earlier direct run was cut, and no run has told it yet
+    std::optional<int> newestKnown;   ///< the newest version that the program knows
     Measurements measured;
 
     /// The run has left the database as it was.

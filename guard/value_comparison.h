@@ -18,6 +18,9 @@ public:
 
     /// Compares the rows one by one in the order in which they are stored. Computed columns that
     /// are not stored are left out: nothing in the schema is evaluated.
+    ///
+    /// Memory: one row of each file, whole. So the largest value costs twice its size: 87 MiB were
+    /// measured for a value of 40 MiB.
     /// @param table a table of both databases
     /// @return true when the tables have as many rows and columns, and every value has the same
     /// storage class and the same bytes; false also when a table cannot be read

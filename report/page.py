@@ -56,12 +56,15 @@ class RunParts:
         """The versions before and after, in short form."""
         source, to = ("no version" if recorded is None else str(recorded)
                       for recorded in (self.run.source, self.run.to))
+        if not self.run.end_is_known:
+            to = "unknown"
         return source if source == to else Markup("{} → {}").format(source, to)
 
     def facts(self):
         """(label, value, whether it was only assumed) for each fact that is known."""
         run, in_bytes = self.run, self.run.bytes
-        facts = [("From", version(run.source), False), ("To", version(run.to), False)]
+        to = version(run.to) if run.end_is_known else "unknown"
+        facts = [("From", version(run.source), False), ("To", to, False)]
         if run.target is not None and run.target != run.to:
             facts.append(("Asked for", version(run.target), False))
         for label, value, field in (("Device software", run.software_version, "softwareVersion"),

@@ -144,6 +144,11 @@ class Run:
     changes: tuple = ()
     is_in_order: bool = True
 
+    @property
+    def end_is_known(self):
+        """False if nobody can tell which version the database has after the run."""
+        return self.reason != "commit-unknown" and (self.is_rehearsal or self.changed is not None)
+
 
 def ordinal(number):
     teens = 10 <= number % 100 <= 20

@@ -131,6 +131,10 @@ class Sentences:
         return Markup(
             "The SQLite library refuses texts in double quotes, and versions 6 and 16 need them.")
 
+    def direct_run_cut(self, _):
+        return Markup("An earlier run without the guard's protection was cut. "
+                      "It may have left the database half migrated.")
+
     def mended(self, finding):
         return self.mending(Copy(
             finding.object, finding.table, finding.mending, finding.numbers.get("rows"),
@@ -160,7 +164,7 @@ BY_KIND = {method.__name__.replace("_", "-"): method for method in (
     Sentences.values_lost, Sentences.table_lost, Sentences.column_lost, Sentences.damaged,
     Sentences.unreadable, Sentences.violations_removed, Sentences.orphans_removed,
     Sentences.reapplied, Sentences.renamed, Sentences.mended, Sentences.direct,
-    Sentences.newer_than_program, Sentences.library_unfit)}
+    Sentences.newer_than_program, Sentences.library_unfit, Sentences.direct_run_cut)}
 
 
 def rows_of(finding):

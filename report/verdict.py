@@ -46,7 +46,8 @@ class VerdictWording:
 
     def headline(self):
         """The verdict in a sentence or two."""
-        if self.found_no_database() and not self.counting:
+        is_without_database = self.found_no_database() and not self.counting
+        if is_without_database or not self.run.end_is_known:
             return self.why()
         if self.run.status == OK:
             return joined(self.movement(), self.besides())
@@ -108,8 +109,6 @@ class VerdictWording:
 
     def refusal(self):
         """Why nothing changes."""
-        if self.run.reason == "commit-unknown":
-            return self.why()
         if self.counting:
             return joined("Nothing would be changed." if self.run.is_rehearsal
                           else "Nothing was changed.", self.what_counts())

@@ -146,4 +146,11 @@ Finding libraryUnfit()
     finding.kind = "library-unfit";
     return finding;
 }
+
+Finding directRunCut()
+{
+    Finding finding;
+    finding.kind = "direct-run-cut";
+    return finding;
+}
 } // namespace findings

@@ -78,4 +78,6 @@ Finding direct(const QByteArray &reason);
 Finding targetMissed(const std::optional<int> &recorded, int target);
 Finding newerThanProgram(int recorded, int newest);
 Finding libraryUnfit();
+/// A run before this one, without the guard's protection, was cut.
+Finding directRunCut();
 } // namespace findings

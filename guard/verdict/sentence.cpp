@@ -194,6 +194,11 @@ QString libraryUnfit(const Finding &)
     return "the SQLite library refuses texts in double quotes, which versions 6 and 16 need: the program was not started";
 }
 
+QString directRunCut(const Finding &)
+{
+    return "an earlier run without the guard's protection was cut: it may have left the database half migrated";
+}
+
 struct Wording {
     const char *kind;
     QString (*sentence)(const Finding &finding);
@@ -217,6 +222,7 @@ constexpr Wording wordings[] = {
     {"direct", direct},
     {"newer-than-program", newerThanProgram},
     {"library-unfit", libraryUnfit},
+    {"direct-run-cut", directRunCut},
 };
 } // namespace
 

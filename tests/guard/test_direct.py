@@ -3,10 +3,14 @@
 
 import os
 import shutil
+import signal
+import sqlite3
 import subprocess
+from contextlib import closing
 
 import pytest
-from conftest import SECONDS
+from conftest import SECONDS, contents, wait_for
+from processes import guards_of
 from support.versions import NEWEST
 
 NO_NAMESPACES = """#!/usr/bin/dash
@@ -319,3 +323,111 @@ def test_the_program_is_missing(device):
     run = device.run("run", NEWEST)
     assert run.returncode == 3
     assert "no program that can be started" in run.stderr
+
+
+# The program changes something, and then does not end.
+HALF_WAY = """[ -e /app/healthy ] && exec /app/migrator "$@"
+sqlite3 /app/databases/my.db.sqlite 'CREATE TABLE half (a)'
+touch /app/started
+exec sleep 600
+"""
+
+
+@pytest.fixture
+def cut(device):
+    """A device on which a walk has ended well, and then a direct run was killed in its walk."""
+    device.install(5)
+    device.whole = device.contents()
+    assert device.migrate(20) == 0
+    device.replace_program(HALF_WAY)
+    process = device.start("run", NEWEST, bubblewrap=False)
+    wait_for(device.app / "started")
+    os.kill(guards_of(process)[0], signal.SIGKILL)
+    process.communicate(timeout=SECONDS)
+    assert (device.version(), device.rows("SELECT * FROM half")) == (20, [])
+    (device.app / "healthy").touch()
+    return device
+
+
+def test_a_direct_run_that_was_cut_is_on_record(cut):
+    run = {"command": "run", "from": 20, "to": None, "target": NEWEST, "way": "direct",
+           "changed": None, "status": 4, "reason": "direct-run-cut"}
+    assert cut.end_of_last_run() == run
+    assert cut.last_run()["software"]["program"] == NEWEST
+    assert cut.record()["lastChange"] == cut.last_run()
+    assert (cut.record()["databaseInOrder"], cut.record()["directRunCut"]) == (False, True)
+    assert cut.run("status", "--exit-code").returncode == 4
+
+
+def test_after_a_direct_run_that_was_cut_the_kept_database_stays(cut):
+    run = cut.run("run", NEWEST)
+    assert (run.returncode, cut.version()) == (4, NEWEST)
+    assert "guarded, changed, direct-run-cut, status 4" in run.stderr
+    assert run.stderr.splitlines()[-1] == (
+        "migration-guard: an earlier run without the guard's protection was cut: it may have left "
+        "the database half migrated")
+    assert contents(cut.kept) == cut.whole
+    assert (cut.last_run()["kept"], cut.verdict()["counting"]) == (False, 1)
+    # It is told once. The next walk that ends well puts the database in order.
+    assert cut.migrate(1) == 0
+    assert contents(cut.kept) == cut.whole
+    assert "directRunCut" not in cut.record()
+    now = cut.contents()
+    assert cut.migrate(2) == 0
+    assert contents(cut.kept) == now
+
+
+def test_a_direct_run_that_was_cut_is_told_even_if_nothing_differs(cut):
+    assert cut.migrate(20) == 3
+    assert cut.last_run()["reason"] == "direct-run-cut"
+    assert cut.migrate(20) == 0
+    assert cut.migrate(NEWEST) == 0
+    assert contents(cut.kept) == cut.whole
+
+
+def test_a_direct_run_that_was_cut_can_be_accepted(cut):
+    assert cut.migrate(NEWEST, "--accept", "direct-run-cut") == 0
+    assert contents(cut.kept) == cut.whole
+    assert "direct-run-cut" in [finding["code"] for finding in cut.verdict()["findings"]]
+
+
+def test_strictly_a_direct_run_that_was_cut_changes_nothing_once(cut):
+    before = cut.contents()
+    assert cut.migrate(NEWEST, "--strict") == 3
+    assert (cut.last_run()["reason"], cut.contents()) == ("direct-run-cut", before)
+    assert cut.migrate(NEWEST, "--strict") == 0
+    assert contents(cut.kept) == cut.whole
+
+
+def test_the_next_direct_run_tells_of_one_that_was_cut(cut):
+    assert cut.migrate(NEWEST, bubblewrap=False) == 4
+    assert [finding["code"] for finding in cut.verdict()["findings"] if finding["counts"]] == [
+        "direct:no-bubblewrap", "direct-run-cut"]
+    assert "directRunCut" not in cut.record()
+
+
+def test_a_run_that_judges_nothing_leaves_it_to_the_next_one_to_tell(cut):
+    with closing(sqlite3.connect(cut.database, isolation_level=None)) as other:
+        other.execute("BEGIN EXCLUSIVE")
+        assert cut.migrate(NEWEST, "--wait", 0) == 3
+    assert cut.last_run()["reason"] == "locked"
+    assert cut.migrate(NEWEST) == 4
+    assert cut.last_run()["reason"] == "direct-run-cut"
+
+
+def test_a_restore_puts_right_what_a_direct_run_that_was_cut_has_left(cut):
+    assert cut.run("restore").returncode == 0
+    assert "directRunCut" not in cut.record()
+    assert cut.migrate(NEWEST) == 0
+    assert contents(cut.kept) == cut.whole
+
+
+def test_a_direct_run_that_ends_is_not_one_that_was_cut(device):
+    device.install(NEWEST)
+    for _ in range(2):
+        assert device.migrate(NEWEST) == 0
+    before = device.record()
+    assert device.migrate(NEWEST, "--accept", "direct:no-bubblewrap", bubblewrap=False) == 0
+    assert device.last_run()["way"] == "direct"
+    assert {name for name in before if name != "lastRun"} == {
+        name for name in device.record() if name != "lastRun"}

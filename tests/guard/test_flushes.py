@@ -21,20 +21,23 @@ PLACES = {"/app/databases": "directory", "/app/databases/my.db.sqlite": "databas
           "/app/databases/migration-guard.note.new": "note.new"}
 
 
-def operations(device, *arguments):
-    """The guard's own operations on the files beside the database; repeated writes count as one."""
+def operations(device, *arguments, bubblewrap=True):
+    """The guard's own operations on the files beside the database; repeated writes count as one.
+    Without bubblewrap also the start of the program."""
     trace = device.app / "trace"
     # Under strace the sanitizer cannot look for leaks.
     options = ("--ro-bind /usr/bin/strace /usr/bin/strace"
                " --setenv ASAN_OPTIONS detect_leaks=0 --setenv LSAN_OPTIONS detect_leaks=0")
     status = device.run("-f", "-y", "-qq", "-e", f"trace={CALLS}", "-e", "signal=none", "-o",
                         "/app/trace", "/app/migration-guard", "run", *arguments,
-                        guard="/usr/bin/strace", options=options).returncode
+                        guard="/usr/bin/strace", options=options, bubblewrap=bubblewrap).returncode
     found, programs = [], {}
     for line in trace.read_text(errors="replace").splitlines():
         pid, call, rest = re.match(r"(\d+) +(?:<\.\.\. )?(\w+)[( ](.*)", line).groups()
         if call == "execve":
             programs[pid] = "database-migrator" in rest
+            if programs[pid] and not bubblewrap:
+                found.append("start")
         if programs.get(pid):
             continue
         paths = re.findall(r'<(/[^>]*)>', rest.split(",")[0]) or re.findall(r'"([^"]*)"', rest)
@@ -95,6 +98,14 @@ def test_of_an_ordinary_boot(device):
         assert device.migrate(NEWEST) == 0
     status, found = operations(device, NEWEST)
     assert (status, [entry for entry in found if "note" not in entry]) == (0, ["write log"])
+
+
+def test_of_a_direct_run(device):
+    """A record that the run was cut is durable before the program starts."""
+    device.install(1)
+    status, found = operations(device, NEWEST, bubblewrap=False)
+    record = ["write record.new", "flush record.new", "rename record.new record", "flush directory"]
+    assert (status, found) == (4, [*record, "start", *record])
 
 
 @pytest.mark.parametrize("mode", ["delete", "wal"])

@@ -1,6 +1,7 @@
 """lastMigration.json is a contract: its schema holds for every end of a run."""
 
 import json
+import shutil
 
 import jsonschema
 import pytest
@@ -58,6 +59,17 @@ def test_so_does_a_mended_run(device):
     finding, = (finding for finding in check(device)["lastRun"]["verdict"]["findings"]
                 if finding["kind"] == "mended")
     assert finding["mending"] == "copy-removed"
+
+
+def test_so_does_a_direct_run_that_was_cut(device):
+    """The program sees the record that stays if the run is cut."""
+    device.install(1)
+    device.replace_program('cp /app/databases/lastMigration.json /app/; exec /app/migrator "$@"')
+    assert device.migrate(NEWEST, bubblewrap=False) == 4
+    assert check(device)["databaseInOrder"] is False
+    record = device.record()
+    shutil.copy(device.app / "lastMigration.json", device.last)
+    assert check(device) != record
 
 
 def test_so_does_a_restore_and_a_newer_database(device):

@@ -1,5 +1,6 @@
 """`status` reports what there is, or why it cannot, and changes nothing. So does a dry run."""
 
+import fcntl
 import json
 import os
 import shutil
@@ -163,6 +164,35 @@ def test_a_dry_run_waits_for_nobody(migrated):
         before = everything(migrated)
         assert migrated.run("restore", "--dry-run", "--wait", "0").returncode == 0
         assert everything(migrated) == before
+
+
+def test_a_dry_run_does_not_wait_for_a_guard(migrated):
+    descriptor = os.open(migrated.databases, os.O_RDONLY)
+    try:
+        fcntl.flock(descriptor, fcntl.LOCK_EX)
+        run = migrated.run("restore", "--dry-run", "--wait", "0")
+    finally:
+        os.close(descriptor)
+    assert (run.returncode, run.stdout.splitlines()[0]) == (
+        0, "before-migration.sqlite comes back.")
+
+
+def test_a_dry_run_takes_no_room_beside_the_database(migrated):
+    """The databases are on a small disk that is full."""
+    shutil.copytree(migrated.databases, migrated.app / "start")
+    shell = migrated.app / "shell"
+    shell.write_text(
+        "#!/usr/bin/dash\ncp /app/start/* /app/databases/\n"
+        "free=$(($(stat -f -c '%a * %S' /app/databases)))\n"
+        "fallocate -l $free /app/databases/ballast\n"
+        'exec /app/migration-guard restore "$@"\n')
+    shell.chmod(0o755)
+    options = "--size 4000000 --tmpfs /app/databases"
+    outputs = [migrated.run(*arguments, guard="/app/shell", options=options)
+               for arguments in (["--dry-run"], [])]
+    assert [run.returncode for run in outputs] == [0, 3], outputs
+    assert outputs[0].stdout.splitlines()[0] == "before-migration.sqlite comes back."
+    assert "no-room" in outputs[1].stderr
 
 
 def test_a_dry_run_of_an_undo_only_prints(migrated):

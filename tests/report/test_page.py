@@ -141,6 +141,10 @@ def not_rehearsed(reason):
                  "The disk failed during the last write. Whether the database is the old or the"
                  " new one is not known until it can be read again.", "Nobody can tell yet",
                  id="nobody can tell"),
+    pytest.param({"format": 1, "lastRun": run(20, None, None, way="direct", status=4, changed=None,
+                                              reason="direct-run-cut")},
+                 WORDS.texts["findings"]["direct-run-cut"]["means"], "Look at it",
+                 id="a direct run that was cut"),
     pytest.param({"format": 1, "lastRun": run(16, 34, verdict(16, 34, 34, [
         finding("direct:no-lock", accepted=True)]), way="direct")},
         "This database went from 16 to 34. What became of its contents was not compared.",
