@@ -171,6 +171,7 @@ private:
         }
         m_pending = false;
         m_lastClosed = std::max(m_lastClosed, version);
+        m_steps.lastClosed = m_lastClosed;
     }
 
     void settlePending()
