@@ -27,7 +27,8 @@ def fold(name):
 
 
 def printable(name):
-    encoded = urllib.parse.quote(name.encode("utf-8", "surrogateescape"), safe="").replace(".", "%2E")
+    encoded = urllib.parse.quote(name.encode("utf-8", "surrogateescape"), safe="")
+    encoded = encoded.replace(".", "%2E") or '""'
     if len(encoded) <= LONGEST_NAME:
         return encoded
     digest = hashlib.sha1(name.encode("utf-8", "surrogateescape")).hexdigest()
