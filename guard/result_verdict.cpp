@@ -55,14 +55,16 @@ void addCutDirectRun(const MigrationOptions &options, QVector<Finding> *findings
 }
 
 /// @param from the recorded version before
+/// @param reached the recorded version after, nothing when it is not known
 QVector<Finding> findingsOnSteps(
-    const DevicePaths &device, int from, int target, const DirectResult &result)
+    const DevicePaths &device, int from, std::optional<int> reached, int target,
+    const DirectResult &result)
 {
     const VersionTable versions(device.knownVersions);
     const StepsInLog log = readSteps(result.log, from, target, versions);
     QSet<int> lacking;
     if (result.tablesBefore) {
-        const QVector<Step> steps = stepsOfRun(from, target, log.reapplied, versions);
+        const QVector<Step> steps = stepsOfRun(from, reached, target, log, versions);
         lacking = stepsThatLackTables(steps, log, *result.tablesBefore, versions);
     }
     return findingsOnSteps(log, lacking);
@@ -127,7 +129,8 @@ Verdict judgeDirectRun(
     }
     // If no version was recorded, the log does not show which steps the run should have made.
     if (verdict.from && tellsOfRun(result.log)) {
-        verdict.findings += findingsOnSteps(device, *verdict.from, verdict.target, result);
+        verdict.findings +=
+            findingsOnSteps(device, *verdict.from, verdict.to, verdict.target, result);
     }
     if (record.followsCutDirectRun) {
         verdict.findings << findings::directRunCut();

@@ -121,5 +121,12 @@ QStringList RunRecord::lines() const
         parts << reason + (detail.isEmpty() ? QString() : " (" + detail + ")");
     }
     parts << "status " + QString::number(static_cast<int>(status));
-    return QStringList{parts.join(", ")} + (verdict ? verdict->lines() : QStringList());
+    QStringList lines = {parts.join(", ")};
+    if (verdict) {
+        lines << verdict->lines();
+        if (const QString unknown = verdict->unknownLine(); !unknown.isEmpty()) {
+            lines << unknown;
+        }
+    }
+    return lines;
 }

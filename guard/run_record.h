@@ -53,6 +53,7 @@ struct RunRecord {
     /// @param atLeast the status of a run with findings that count
     void judgedBy(const Verdict &judged, Status atLeast);
 
-    /// @return one line for the terminal, then a sentence for every finding that counts
+    /// @return one line for the terminal, then a sentence for every finding that counts, and one on
+    /// versions whose losses are not known
     QStringList lines() const;
 };

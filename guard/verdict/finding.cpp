@@ -41,7 +41,11 @@ bool Purpose::operator<(const Purpose &other) const
 
 QByteArray printableName(const QByteArray &name)
 {
-    QByteArray encoded = name.toPercentEncoding();
+    if (name.isEmpty()) {
+        return "\"\"";
+    }
+    // In a code, a point separates the column from its table.
+    QByteArray encoded = name.toPercentEncoding({}, ".");
     if (encoded.size() <= longestName) {
         return encoded;
     }
@@ -52,10 +56,10 @@ QByteArray printableName(const QByteArray &name)
 QByteArray Finding::code() const
 {
     QByteArray code = kind;
-    if (!object.isEmpty()) {
+    if (!object.isNull()) {
         code += ':' + printableName(object);
     }
-    if (!column.isEmpty()) {
+    if (!column.isNull()) {
         code += '.' + printableName(column);
     }
     return code;
@@ -82,10 +86,10 @@ QJsonObject Finding::toJson(bool withRows) const
         {"onPurpose", purposeValue(purpose)},
         {"accepted", accepted},
         {"counts", counts()}};
-    if (!object.isEmpty()) {
+    if (!object.isNull()) {
         json.insert("object", QString::fromLatin1(printableName(object)));
     }
-    if (!column.isEmpty()) {
+    if (!column.isNull()) {
         json.insert("column", QString::fromLatin1(printableName(column)));
     }
     if (!mending.isEmpty()) {

@@ -34,8 +34,8 @@ struct FindingRow {
 /// A result of judging a run. docs/findings.md explains every code.
 struct Finding {
     QByteArray kind;   ///< the first part of the code, such as "rows-lost"
-    QByteArray object; ///< a table, version or reason; empty where there is only one
-    QByteArray column; ///< of that table, empty when the finding is not on a column
+    QByteArray object; ///< a table, version or reason; null where there is only one
+    QByteArray column; ///< of that table, null when the finding is not on a column
 
     /// By name: "rows" counts the rows that it is about, "rowsBefore" and "rowsAfter" those of the
     /// table.
@@ -66,7 +66,8 @@ struct Finding {
     QJsonObject toJson(bool withRows) const;
 };
 
-/// @return a name from a database in printable ASCII: other bytes are %XX, and a long name is cut
+/// @return a name from a database in printable ASCII: points and other bytes are %XX, a long name is
+/// cut, and an empty one is ""
 QByteArray printableName(const QByteArray &name);
 
 /// Findings that need no database to be read.

@@ -2,8 +2,6 @@
 
 #include "guard/verdict/version_table.h"
 
-#include <algorithm>
-
 namespace
 {
 /// A row with more bytes is not read: its table counts as one that cannot be read.
@@ -21,11 +19,13 @@ void boundStatements(sqlite3 *connection)
 
 int TableShape::indexOf(const QByteArray &column) const
 {
-    const QByteArray wanted = folded(column);
-    const auto found = std::find_if(columns.begin(), columns.end(), [&](const QByteArray &name) {
-        return folded(name) == wanted;
-    });
-    return found == columns.end() ? -1 : static_cast<int>(found - columns.begin());
+    return m_places.value(folded(column), -1);
+}
+
+void TableShape::addColumn(const QByteArray &column)
+{
+    m_places.insert(folded(column), columns.size());
+    columns << column;
 }
 
 JudgedDatabase::JudgedDatabase(const QString &path, WorkBudget &budget)
@@ -40,7 +40,7 @@ JudgedDatabase::JudgedDatabase(const QString &path, WorkBudget &budget)
         &budget);
     SqliteStatement encoding(m_connection, "PRAGMA encoding");
     m_isUtf16 = encoding.step() && encoding.text(0) != "UTF-8";
-    findComputedColumns();
+    m_computed = std::make_unique<ComputedColumns>(m_connection);
 }
 
 std::optional<TableShape> JudgedDatabase::shape(const QByteArray &table) const
@@ -53,7 +53,7 @@ std::optional<TableShape> JudgedDatabase::shape(const QByteArray &table) const
         if (sqlite3_column_int(columns.handle(), 2) == computedColumn) {
             continue;
         }
-        shape.columns << columns.text(0);
+        shape.addColumn(columns.text(0));
         if (sqlite3_column_int(columns.handle(), 1) > 0) {
             shape.key << columns.text(0);
         }
@@ -77,29 +77,4 @@ std::optional<TableShape> JudgedDatabase::shape(const QByteArray &table) const
 bool JudgedDatabase::canPrepare(const QByteArray &sql) const
 {
     return SqliteStatement(m_connection, sql).result() == SQLITE_OK;
-}
-
-void JudgedDatabase::findComputedColumns()
-{
-    {
-        SqliteStatement columns(
-            m_connection,
-            "SELECT t.name, c.name FROM sqlite_schema t, pragma_table_xinfo(t.name) c "
-            "WHERE t.type = 'table' AND c.hidden = 2");
-        while (columns.step()) {
-            m_computedColumns.insert({folded(columns.text(0)), folded(columns.text(1))});
-        }
-    }
-    if (!m_computedColumns.isEmpty()) {
-        sqlite3_set_authorizer(m_connection.handle(), authorize, this);
-    }
-}
-
-int JudgedDatabase::authorize(
-    void *database, int action, const char *first, const char *second, const char *, const char *)
-{
-    const auto *self = static_cast<const JudgedDatabase *>(database);
-    const bool computes =
-        action == SQLITE_READ && self->m_computedColumns.contains({folded(first), folded(second)});
-    return computes ? SQLITE_DENY : SQLITE_OK;
 }

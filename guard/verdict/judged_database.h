@@ -1,11 +1,11 @@
 #pragma once
 
 #include "guard/sqlite_connection.h"
+#include "guard/verdict/computed_columns.h"
 
 #include <QByteArray>
 #include <QByteArrayList>
-#include <QPair>
-#include <QSet>
+#include <QHash>
 #include <QString>
 
 #include <memory>
@@ -34,16 +34,22 @@ private:
 
 /// The columns and key of a table.
 struct TableShape {
-    QByteArrayList columns; ///< names of the stored columns
+    QByteArrayList columns; ///< names of the stored columns; changed only with addColumn()
     QByteArrayList key;     ///< the columns of the primary key
     QByteArray rowid;       ///< a name that reads the row id, empty when there is none
 
     /// @return the place of the column, in any letter case; -1 when there is none
     int indexOf(const QByteArray &column) const;
+
+    /// Adds a stored column after the others.
+    void addColumn(const QByteArray &column);
+
+private:
+    QHash<QByteArray, int> m_places; ///< by folded name
 };
 
 /// A database at rest, opened for reading. Nothing from its schema runs: no trigger, no view, no
-/// computed column. SQLite does not trust its schema, and the work is limited.
+/// computed column, no default. SQLite does not trust its schema, and the work is limited.
 class JudgedDatabase
 {
 public:
@@ -60,14 +66,11 @@ public:
 
     bool isUtf16() const { return m_isUtf16; }
 
-private:
-    static int authorize(
-        void *database, int action, const char *first, const char *second, const char *,
-        const char *);
-    void findComputedColumns();
+    const ComputedColumns &computed() const { return *m_computed; }
 
+private:
     SqliteConnection m_connection;
-    QSet<QPair<QByteArray, QByteArray>> m_computedColumns;
+    std::unique_ptr<ComputedColumns> m_computed;
     bool m_isUtf16 = false;
 };
 

@@ -9,10 +9,20 @@ bool hasRows(const SqliteConnection &connection, const QByteArray &sql)
     return SqliteStatement(connection, sql).step();
 }
 
-bool hasSomethingToRepair(const SqliteConnection &before, const VersionTable::EveryRun &everyRun)
+QByteArrayList checksOfForeignKeys(
+    const SqliteConnection &connection, const ComputedColumns &computed)
 {
-    if (hasRows(before, "PRAGMA foreign_key_check")) {
-        return true;
+    return statementsOfCheck(connection, "foreign_key_check", {}, computed.keyTables());
+}
+
+bool hasSomethingToRepair(const JudgedDatabase &database, const VersionTable::EveryRun &everyRun)
+{
+    const SqliteConnection &before = database.connection();
+    const QByteArrayList checks = checksOfForeignKeys(before, database.computed());
+    for (const QByteArray &check : checks) {
+        if (hasRows(before, check)) {
+            return true;
+        }
     }
     for (const RowCondition &orphans : everyRun.rows) {
         if (hasRows(
@@ -38,7 +48,7 @@ RepairedCopy::RepairedCopy(
     const VersionTable::EveryRun &everyRun, WorkBudget &budget)
     : m_path(directory + "/repaired.sqlite")
 {
-    if (!hasSomethingToRepair(before.connection(), everyRun)) {
+    if (!hasSomethingToRepair(before, everyRun)) {
         return;
     }
     QFile::remove(m_path);
@@ -66,8 +76,11 @@ RepairedCopy::RepairedCopy(
         m_connection.run(pragma);
     }
     dropIndexesThatCompute();
+    const ComputedColumns computed(m_connection);
     sqlite3_update_hook(handle, noteChange, this);
-    removeViolations();
+    for (const QByteArray &check : checksOfForeignKeys(m_connection, computed)) {
+        removeViolations(check);
+    }
     m_removesOrphans = true;
     for (const RowCondition &orphans : everyRun.rows) {
         m_connection.run("DELETE FROM " + quotedName(orphans.table) + " WHERE " + orphans.rows);
@@ -81,9 +94,9 @@ RepairedCopy::~RepairedCopy()
     QFile::remove(m_path);
 }
 
-void RepairedCopy::removeViolations()
+void RepairedCopy::removeViolations(const QByteArray &check)
 {
-    SqliteStatement violations(m_connection, "PRAGMA foreign_key_check");
+    SqliteStatement violations(m_connection, check);
     while (violations.step()) {
         if (sqlite3_column_type(violations.handle(), 1) == SQLITE_NULL) {
             continue;

@@ -38,7 +38,7 @@ public:
     const QHash<QByteArray, TouchedTable> &touched() const { return m_touched; }
 
 private:
-    void removeViolations();
+    void removeViolations(const QByteArray &check);
     void dropIndexesThatCompute();
     static void noteChange(
         void *copy, int operation, const char *, const char *table, sqlite3_int64 rowid);

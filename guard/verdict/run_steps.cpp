@@ -28,15 +28,17 @@ QSet<QByteArray> tablesMadeBy(int version, const VersionTable &versions)
 } // namespace
 
 QVector<Step> stepsOfRun(
-    std::optional<int> recorded, int target, const QVector<int> &reapplied,
+    std::optional<int> recorded, std::optional<int> reached, int target, const StepsInLog &log,
     const VersionTable &versions)
 {
     QVector<Step> steps;
-    for (const int version : reapplied) {
+    for (const int version : log.reapplied) {
         steps << Step{version, Direction::Forward};
     }
-    // The program has no step beyond its newest version.
-    const int newest = versions.newest() > 0 ? versions.newest() : VersionTable::mostVersions;
+    // The program has no step beyond its newest version. The table can be older than the program.
+    const int known = versions.newest() > 0 ? versions.newest() : VersionTable::mostVersions;
+    const int newest = std::min(
+        std::max({known, reached.value_or(0), log.lastClosed}), VersionTable::mostVersions);
     const int from = std::clamp(recorded.value_or(0), oldestVersion, newest);
     const int last = std::clamp(target, oldestVersion, newest);
     for (int version = from + 1; version <= last; ++version) {

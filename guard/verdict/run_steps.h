@@ -9,10 +9,10 @@
 #include <optional>
 
 /// @param recorded the version before, nothing when the database records none
-/// @param reapplied the versions that self-repair has applied again
+/// @param reached the version after, nothing when the database records none or it is not known
 /// @return the steps of a run: those that are applied again, then the walk
 QVector<Step> stepsOfRun(
-    std::optional<int> recorded, int target, const QVector<int> &reapplied,
+    std::optional<int> recorded, std::optional<int> reached, int target, const StepsInLog &log,
     const VersionTable &versions);
 
 /// Finds the steps that fail on every run: a step forward that needs a table which was not there,

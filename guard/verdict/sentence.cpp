@@ -138,10 +138,10 @@ QString unreadable(const Finding &finding)
 {
     if (!finding.before) {
         const QString unread =
-            finding.object.isEmpty() ? QString("the tables") : wordForTable(finding.object);
+            finding.object.isNull() ? QString("the tables") : wordForTable(finding.object);
         return unread + " cannot be read any more" + whereToLook(finding);
     }
-    return finding.object.isEmpty()
+    return finding.object.isNull()
                ? QString("the tables could not be read, as before this run")
                : wordForTable(finding.object) +
                      " could not be compared, since the database of before could not be read there";

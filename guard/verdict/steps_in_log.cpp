@@ -250,6 +250,7 @@ private:
         m_lines.clear();
         m_pending = false;
         m_lastClosed = std::max(m_lastClosed, version);
+        m_steps.lastClosed = m_lastClosed;
     }
 
     /// Ends a version that was applied again and did not say how that ended.

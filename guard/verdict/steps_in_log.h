@@ -11,6 +11,7 @@
 /// The steps of a run according to its log. The program's log words are a contract.
 struct StepsInLog {
     QVector<int> reapplied; ///< the versions that self-repair applied again, in order
+    int lastClosed = 0;     ///< the last version of the walk forward that says how it ended
     QSet<int> failedAgain;  ///< those of `reapplied` that failed
     QSet<int> failed;       ///< the versions of the walk whose step failed
     QHash<int, QByteArrayList> linesOfFailed; ///< by version, the log's lines on those steps

@@ -47,18 +47,23 @@ QString damageOf(const JudgedDatabase &database)
     off.step();
     // Unused pages that SQLite reports are ignored: they hold nothing. SQLite does not look for
     // them when its list of tables begins with a view, so a run that only changes that order would
-    // seem to cause damage.
-    SqliteStatement check(database.connection(), "PRAGMA quick_check(1000)");
-    while (check.step()) {
-        for (const QByteArray &line : check.text(0).split('\n')) {
-            if (line != "ok" && !line.startsWith("*** in database ") &&
-                !line.endsWith(" is never used")) {
-                return QString::fromUtf8(line);
+    // seem to cause damage. It reports them before it looks at rows, so the limit is high.
+    for (const QByteArray &statement : statementsOfCheck(
+             database.connection(), "quick_check", "(1000000)", database.computed().tables())) {
+        SqliteStatement check(database.connection(), statement);
+        while (check.step()) {
+            for (const QByteArray &line : check.text(0).split('\n')) {
+                if (line != "ok" && !line.startsWith("*** in database ") &&
+                    !line.endsWith(" is never used")) {
+                    return QString::fromUtf8(line);
+                }
             }
         }
+        if (check.result() != SQLITE_DONE && check.result() != SQLITE_INTERRUPT) {
+            return database.connection().errorText();
+        }
     }
-    const bool isDone = check.result() == SQLITE_DONE || check.result() == SQLITE_INTERRUPT;
-    return isDone ? QString() : database.connection().errorText();
+    return {};
 }
 
 class Judge
@@ -67,7 +72,7 @@ public:
     Judge(const RunToJudge &run, const VersionTable &versions)
         : m_run(run), m_versions(versions),
           m_log(readSteps(run.log, run.from.value_or(0), run.target, versions)),
-          m_steps(stepsOfRun(run.from, run.target, m_log.reapplied, versions)),
+          m_steps(stepsOfRun(run.from, run.to, run.target, m_log, versions)),
           m_budget(
               fixedInstructions +
               instructionsPerByte * (QFileInfo(run.before).size() + QFileInfo(run.after).size()))
@@ -301,6 +306,27 @@ private:
     }
 };
 
+/// @return such as "9, 27 to 31 and 34"
+QString textOfVersions(QVector<int> versions)
+{
+    std::sort(versions.begin(), versions.end());
+    QStringList parts;
+    for (int first = 0, end = 0; first < versions.size(); first = end) {
+        end = first + 1;
+        while (end < versions.size() && versions[end] == versions[end - 1] + 1) {
+            ++end;
+        }
+        // Two in a row are no range.
+        end = end - first == 2 ? first + 1 : end;
+        parts << QString::number(versions[first]);
+        if (end - first > 1) {
+            parts.last() += " to " + QString::number(versions[end - 1]);
+        }
+    }
+    const QString last = parts.takeLast();
+    return parts.isEmpty() ? last : parts.join(", ") + " and " + last;
+}
+
 QJsonValue versionValue(const std::optional<int> &version)
 {
     return version ? QJsonValue(*version) : QJsonValue();
@@ -329,6 +355,19 @@ QStringList Verdict::lines() const
         }
     }
     return lines;
+}
+
+QString Verdict::unknownLine() const
+{
+    if (unknownVersions.isEmpty()) {
+        return {};
+    }
+    if (unknownVersions.size() == 1) {
+        return QString("what version %1 takes is not known here: its losses were not judged")
+            .arg(unknownVersions.first());
+    }
+    return QString("what versions %1 take is not known here: their losses were not judged")
+        .arg(textOfVersions(unknownVersions));
 }
 
 QJsonObject Verdict::toJson(bool withRows, int mostEntries) const

@@ -43,6 +43,9 @@ struct Verdict {
     /// @return a sentence for every finding that counts
     QStringList lines() const;
 
+    /// @return a sentence on the unknown versions, empty when there is none
+    QString unknownLine() const;
+
     /// docs/findings.md describes the format.
     /// @param withRows whether the object may have keys, names and values of rows
     /// @param mostEntries the limit for each list; the object says how many entries are left out
@@ -51,8 +54,8 @@ struct Verdict {
 
 /// Judges a run: compares the databases of before and after, and reads the log.
 ///
-/// Only reads, except for a copy in the scratch directory. No trigger, view or computed column of
-/// the databases is evaluated; the only expressions are those of the table of versions.
+/// Only reads, except for a copy in the scratch directory. No trigger, view, computed column or
+/// default of the databases is evaluated; the only expressions are those of the table of versions.
 ///
 /// Time: bounded by the sizes of both files. Memory: both schemas, one row of each file, 32 MiB of
 /// rows that findings are about, and 2 MB for sorting; rows beyond 64 MiB are not read.

@@ -15,6 +15,7 @@ from dataclasses import replace
 
 # This import is first: it finds the folder of the shared package.
 from campaign import fingerprint, prepare, run_tasks, start_databases
+from campaign import tasks as tasks_of_program
 from mending_document import DOCUMENT, WAYS, Figures, by_step, causes, document, table
 from mended import KILL, KILL_IN_A_WRITE, POWER_CUT
 from subjects import BUILD, HERE, MIGRATOR
@@ -26,7 +27,9 @@ from workers import workers
 STATES_OF_A_TASK = 20
 OPERATIONS_OF_A_TASK = 2000
 KINDS = (KILL, KILL_IN_A_WRITE, POWER_CUT)
-WALKS = (f"1 to {NEWEST}", f"{NEWEST} to 1", "1 to 4", "4 to 1")
+# The walks of campaign.py in which the program is killed or the power is cut.
+WALKS = tuple(name for name, scenario in MIGRATOR.scenarios.items()
+              if set(KINDS) & set(scenario.sample[1] if scenario.sample else scenario.kinds))
 SCHEMA_VERSIONS = ROOT / "guard" / "schema-versions.json"
 MEND = BUILD / "tests" / "mend"
 
@@ -45,8 +48,12 @@ MENDING = replace(
 
 
 def tasks(plan, names):
-    """All tasks; those that count how often each state occurs come first."""
+    """All tasks; those that count how often each state occurs come first. A walk that campaign.py
+    samples has the same sample."""
     for name in names:
+        if MENDING.scenarios[name].sample:
+            yield from tasks_of_program(MENDING, plan, KINDS, [name])
+            continue
         operations = plan[name]["operations"]
         for kind in KINDS:
             for first in range(0, operations, OPERATIONS_OF_A_TASK):

@@ -25,6 +25,8 @@ private slots:
     void sqliteFailures();
     void systemFailures_data();
     void systemFailures();
+    void unknownVersions_data();
+    void unknownVersions();
     void largestRecord();
 };
 
@@ -161,6 +163,33 @@ void RunRecordTest::systemFailures()
     const DatabaseFailure failure = systemFailure(error, "log");
     QVERIFY(failure.kind == kind);
     QCOMPARE(failure.text, "log: " + systemText(error));
+}
+
+void RunRecordTest::unknownVersions_data()
+{
+    QTest::addColumn<QVector<int>>("versions");
+    QTest::addColumn<QStringList>("lines");
+
+    const QString several = "what versions %1 take is not known here: their losses were not judged";
+    QTest::newRow("all are known") << QVector<int>{} << QStringList{};
+    QTest::newRow("one") << QVector<int>{27}
+                         << QStringList{"what version 27 takes is not known here: "
+                                        "its losses were not judged"};
+    QTest::newRow("two") << QVector<int>{28, 27} << QStringList{several.arg("27 and 28")};
+    QTest::newRow("several") << QVector<int>{27, 31, 32}
+                             << QStringList{several.arg("27, 31 and 32")};
+    QTest::newRow("many") << QVector<int>{34, 9, 27, 28, 29, 30}
+                          << QStringList{several.arg("9, 27 to 30 and 34")};
+}
+
+void RunRecordTest::unknownVersions()
+{
+    QFETCH(QVector<int>, versions);
+    QFETCH(QStringList, lines);
+    RunRecord record;
+    record.verdict = Verdict();
+    record.verdict->unknownVersions = versions;
+    QCOMPARE(record.lines().mid(1), lines);
 }
 
 void RunRecordTest::largestRecord()

@@ -28,6 +28,7 @@ def fold(name):
 
 def printable(name):
     encoded = urllib.parse.quote(name.encode("utf-8", "surrogateescape"), safe="")
+    encoded = encoded.replace(".", "%2E") or '""'
     if len(encoded) <= LONGEST_NAME:
         return encoded
     digest = hashlib.sha1(name.encode("utf-8", "surrogateescape")).hexdigest()
@@ -114,6 +115,20 @@ class Table:
 
 # ---- The log ------------------------------------------------------------------------------------
 
+def newest_of(table, after, log):
+    """The newest version that the walk can have reached: the table can be older than the program.
+    A version that ends in the log, or that is recorded then, was walked."""
+    try:
+        recorded = after.execute("SELECT version FROM tableVersion WHERE tableName = 'mainSqlDb'"
+                                 ).fetchone()
+    except sqlite3.Error:
+        recorded = None
+    ended = [int(number) for number in re.findall(
+        rb"^(?:Database migration|Migration) to version (\d+)", log, re.MULTILINE)]
+    version = recorded[0] if recorded and isinstance(recorded[0], int) else 0
+    return min(max(table, version, *ended), 1000)
+
+
 def walk_of(before, target, newest):
     start, end = (min(max(version, 1), newest) for version in (before or 0, target))
     return ([(version, "forward") for version in range(start + 1, end + 1)]
@@ -129,6 +144,39 @@ def reapplied_in(log):
         if match:
             found.append(int(match[1]))
     return found
+
+
+# ---- Computed values ----------------------------------------------------------------------------
+
+LITERAL = re.compile(rb"""[-+]?\w[\w.]*|[xX]?'[^']*(''[^']*)*'|"[^"]*(""[^"]*)*\"""")
+
+
+def never_computed(database):
+    """Lets SQLite refuse removals that would compute a value. Returns the tables with columns that
+    are computed when they are read, and those of them that have one in a foreign key or an
+    index."""
+    columns, with_key, updated = set(), set(), set()
+    for name in tables_of(database):
+        keys = {fold(string(column)) for sql in (
+            'SELECT "from" FROM pragma_foreign_key_list(?1)',
+            "SELECT x.name FROM pragma_index_list(?1) i, pragma_index_xinfo(i.name) x"
+            " WHERE x.name IS NOT NULL") for column, in database.execute(sql, (name,))}
+        for column, hidden, default in database.execute(
+                "SELECT name, hidden, dflt_value FROM pragma_table_xinfo(?)", (name,)):
+            if hidden == 2:
+                columns.add((name, fold(string(column))))
+                with_key |= {name} if fold(string(column)) in keys else set()
+            if hidden in (2, 3) or default is not None and not LITERAL.fullmatch(default):
+                updated.add(name)
+
+    def decide(action, first, second, *_):
+        refused = (action == sqlite3.SQLITE_READ and (fold(first), fold(second)) in columns
+                   or action == sqlite3.SQLITE_DELETE and fold(first) in with_key
+                   or action == sqlite3.SQLITE_UPDATE and fold(first) in updated)
+        return sqlite3.SQLITE_DENY if refused else sqlite3.SQLITE_OK
+
+    database.set_authorizer(decide)
+    return {name for name, _ in columns}, with_key
 
 
 # ---- The judgement ------------------------------------------------------------------------------
@@ -171,7 +219,9 @@ class Count:
         self.words = words_of(scripts)
         self.versions = table["versions"]
         self.steps = [(version, "forward") for version in reapplied_in(log)]
-        self.steps += walk_of(source, target, table["newest"])
+        with closing(opened(after)) as new:
+            newest = newest_of(table["newest"], new, log)
+        self.steps += walk_of(source, target, newest)
         self.unknown = any(str(version) not in self.versions for version, _ in self.steps)
         for version in reapplied_in(log):
             self.note(f"reapplied:{version}", None, {})
@@ -219,8 +269,14 @@ class Count:
     @staticmethod
     def damage(database):
         database.execute("PRAGMA ignore_check_constraints = ON")
+        computing, _ = never_computed(database)
+        checks = ["PRAGMA quick_check(1000000)"]
+        if computing:
+            checks = ["PRAGMA quick_check('{}')".format(name.replace("'", "''"))
+                      for name in tables_of(database).values()
+                      if fold(name) not in computing and name[:1] not in "+-0123456789"]
         try:
-            found = database.execute("PRAGMA quick_check(1000)").fetchall()
+            found = [row for check in checks for row in database.execute(check)]
         except sqlite3.Error:
             return True
         # A page that nothing uses is no damage.
@@ -243,10 +299,11 @@ class Count:
                                                   "WHERE type = 'trigger'").fetchall():
                         database.execute(f"DROP TRIGGER {quoted(string(name))}")
                 database.execute("PRAGMA foreign_keys = ON")
+                _, with_key = never_computed(database)
                 # Python loses the row before an error, so the rows that it would remove cannot be
                 # counted.
                 for table, rowid, *_ in database.execute("PRAGMA foreign_key_check"):
-                    if rowid is not None:
+                    if rowid is not None and fold(string(table)) not in with_key:
                         with suppress(sqlite3.Error):
                             database.execute(f"DELETE FROM {quoted(string(table))} "
                                              "WHERE rowid = ?", (rowid,))

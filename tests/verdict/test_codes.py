@@ -61,6 +61,29 @@ def test_rows_that_an_unknown_version_may_have_taken(bench):
         ("unknown", False)]
 
 
+@pytest.mark.parametrize("newest, reached, log, unknown", [
+    pytest.param(2, 4, "\n", [3, 4], id="the recorded version proves the walk"),
+    pytest.param(2, 1, None, [3, 4], id="the log proves the walk"),
+    pytest.param(2, 1, "Migration to version 3 FAILED!\n", [3], id="the log proves a part of it"),
+    pytest.param(2, 1, "\n", [], id="nothing proves it"),
+    pytest.param(4, 4, None, [3, 4], id="the table has no entries")])
+def test_versions_beyond_the_newest_of_the_table(bench, newest, reached, log, unknown):
+    """The table can be older than the program."""
+    table = {**TABLE, "newest": newest, "versions": {"2": TABLE["versions"]["2"]}}
+    verdict = bench.verdict(FIELDS, FIELDS + "DELETE FROM fields WHERE id = 3", target=4,
+                            reached=reached, table=table, log=log and log_of(1, 4, log))
+    assert verdict["unknownVersions"] == unknown
+    lost, = [finding for finding in verdict["findings"] if finding["kind"] == "rows-lost"]
+    assert lost["onPurpose"] == ("unknown" if unknown else None)
+    assert lost["counts"] is not bool(unknown)
+
+
+def test_a_recorded_version_without_bound(bench):
+    verdict = bench.verdict(FIELDS, FIELDS + "DELETE FROM fields", target=999_999,
+                            reached=999_999, table={**TABLE, "newest": 2})
+    assert verdict["unknownVersions"][-1] == 1000
+
+
 @pytest.mark.parametrize("table", [{"newest": 9}, {**TABLE, "format": 2}], ids=str)
 def test_a_table_of_versions_that_says_nothing(bench, table):
     after = FIELDS + "DELETE FROM fields WHERE id = 1"
@@ -162,6 +185,41 @@ def test_pages_that_nothing_uses_are_no_damage(bench):
         with closing(sqlite3.connect(bench.folder / f"{name}.sqlite")) as database:
             checks.append(database.execute("PRAGMA quick_check").fetchone()[0])
     assert checks[0] == "ok" and checks[1].endswith(" is never used")
+
+
+def test_damage_is_found_however_many_pages_are_unused(bench):
+    """SQLite reports such pages first."""
+    rows = (FIELDS + "CREATE TABLE big (a); WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1"
+            " FROM n WHERE i < 1500) INSERT INTO big SELECT zeroblob(4000) FROM n;"
+            "CREATE TABLE t (id INTEGER PRIMARY KEY, a); INSERT INTO t VALUES (1, NULL);"
+            "PRAGMA writable_schema = ON; DELETE FROM sqlite_schema WHERE name = 'big';")
+    damage = "UPDATE sqlite_schema SET sql = replace(sql, 'a)', 'a NOT NULL)') WHERE name = 't';"
+    assert ("damaged", None, None, False, True) in bench.findings(rows, rows + damage)
+
+
+def test_damage_beside_a_computed_column(bench):
+    """The tables without such a column are checked one by one."""
+    before = FIELDS + ("CREATE TABLE computed (a, b AS (a)); CREATE TABLE \"it's\" (id INTEGER"
+                       " PRIMARY KEY, a); INSERT INTO \"it's\" VALUES (1, NULL);"
+                       "PRAGMA writable_schema = ON;")
+    damage = ("UPDATE sqlite_schema SET sql = replace(sql, 'a)', 'a NOT NULL)')"
+              " WHERE name = 'it''s';")
+    assert bench.findings(before, before + damage)[0] == ("damaged", None, None, False, True)
+
+
+@pytest.mark.parametrize("column", [
+    "extra AS (1)", "extra AS (1) STORED", "extra DEFAULT 'it''s'", "extra DEFAULT -1.5",
+    "extra DEFAULT CURRENT_TIME", "extra DEFAULT x'00'", 'extra DEFAULT "a ""b"""',
+    "extra DEFAULT (1 + 1)"])
+def test_violations_beside_a_value_that_would_be_computed(bench, column):
+    """Removing a row of switches updates lamps. If that would compute a value, it is refused."""
+    is_literal = not column.endswith((")", "STORED"))
+    before = CHILDREN.replace("ON DELETE SET NULL", f"ON DELETE SET NULL, {column}").replace(
+        "INTO lamps", "INTO lamps (id, switch, other)")
+    found = bench.findings(before, before + "DELETE FROM lamps WHERE id = 2;"
+                           "UPDATE lamps SET other = NULL; DELETE FROM switches WHERE id = 3")
+    assert (("violations-removed:switches", None, 1, False, False) in found) is is_literal
+    assert (("rows-lost:switches", None, 1, False, True) in found) is not is_literal
 
 
 def test_unreadable(bench):
@@ -373,7 +431,7 @@ def test_without_rows_there_are_no_contents(bench):
 
 @pytest.mark.parametrize("name", [
     'a"b', "a'b; DROP TABLE x", "line\nbreak", "<b>&amp;", "\u202egnp",
-    pytest.param("x" * 1_000_000, id="long"), "ünï", "%1"])
+    pytest.param("x" * 1_000_000, id="long"), "ünï", "%1", "a.b", pytest.param("", id="empty")])
 def test_codes_are_one_printable_word(bench, name):
     quoted = '"' + name.replace('"', '""') + '"'
     table = (f"CREATE TABLE {quoted} ({quoted} INTEGER PRIMARY KEY);"
@@ -383,3 +441,13 @@ def test_codes_are_one_printable_word(bench, name):
     assert finding["kind"] == "rows-lost" and finding["numbers"]["rows"] == 1
     assert re.fullmatch(r"rows-lost:[!-~]{1,80}", finding["code"])
     assert len(finding["sentence"]) < 200 and finding["sentence"].isprintable()
+    assert finding["code"] == "rows-lost:" + finding["object"]
+    assert f" of {finding['object']} was lost" in finding["sentence"]
+
+
+def test_a_point_is_no_part_of_a_name_in_a_code(bench):
+    tables = ('CREATE TABLE "a.b" (id INTEGER PRIMARY KEY, c); INSERT INTO "a.b" VALUES (1, 2);'
+              'CREATE TABLE a (id INTEGER PRIMARY KEY, "b.c", ""); INSERT INTO a VALUES (1, 2, 3);')
+    after = tables + 'UPDATE "a.b" SET c = 9; UPDATE a SET "b.c" = 9, "" = 9'
+    assert {code for code, *_ in bench.findings(tables, after)} == {
+        "values-lost:a%2Eb.c", "values-lost:a.b%2Ec", 'values-lost:a.""'}

@@ -68,10 +68,31 @@ def table(name, rows=2, columns="id INTEGER PRIMARY KEY, a"):
 
 # SQLite needs long to make these databases.
 TABLES = 10_000 if "CAMPAIGN" in os.environ else 2_000
+WIDE_TABLES = 200
 MANY_COLUMNS = ", ".join(f"c{number} INTEGER DEFAULT {number}" for number in range(1999))
+SHORT_COLUMNS = ", ".join(f"c{number}" for number in range(1999))
 NAMES = ("a'b", 'a"b', "a\nb", "<b>", "a;b", "\u202eb", "x" * MEBIBYTE, "%1%2", "--", "[x]", "`")
 SETTINGS = ("CREATE TABLE productControl_productSettings (productId varchar(40) primary key,"
             " displayName, tankCapacity REAL, machineConfigId INTEGER);")
+
+# SQLite needs more memory for this text than a verdict may have.
+COSTLY = "hex(zeroblob(33000000))"
+
+
+def computing(t="id INTEGER PRIMARY KEY, parent REFERENCES parents",
+              children="id INTEGER PRIMARY KEY, up REFERENCES t", index="(parent)"):
+    """Tables with rows that break foreign keys. They get these definitions once the rows exist, so
+    nothing is computed for the rows."""
+    return (["CREATE TABLE parents (id INTEGER PRIMARY KEY, name); INSERT INTO parents VALUES"
+             " (1, 'a'); CREATE UNIQUE INDEX names ON parents (name);"
+             "CREATE TABLE t (id INTEGER PRIMARY KEY, parent); CREATE INDEX i ON t (parent);"
+             "INSERT INTO t VALUES (1, 1), (2, 7); CREATE TABLE children (id INTEGER PRIMARY KEY,"
+             " up, x); INSERT INTO children VALUES (1, 1, 'x'), (2, 2, 'x');" + table("other")],
+            ["DELETE FROM other WHERE id = 0"],
+            [in_schema("t (id INTEGER PRIMARY KEY, parent)", f"t ({t})"),
+             in_schema("children (id INTEGER PRIMARY KEY, up, x)", f"children ({children})"),
+             in_schema("ON t (parent)", f"ON t {index}")])
+
 
 # Statements for before, further ones for after, and a change to both files at the end.
 CASES = {
@@ -82,6 +103,12 @@ CASES = {
     "2,000 columns": (
         [table("wide", 50, f"id INTEGER PRIMARY KEY, {MANY_COLUMNS}")],
         ["UPDATE wide SET c0 = -1, c1998 = -1; DELETE FROM wide WHERE id = 7"]),
+    "many wide tables": (
+        ["BEGIN;" + "".join(
+            table(f"t{number}", 2, f"id INTEGER PRIMARY KEY, {SHORT_COLUMNS}")
+            for number in range(WIDE_TABLES)) + "COMMIT;"],
+        ["BEGIN;" + "".join(f"DELETE FROM t{number} WHERE id = 0;"
+                            for number in range(WIDE_TABLES)) + "COMMIT;"]),
     "odd names": ([table(name) for name in NAMES],
                   [f'DELETE FROM "{name.replace(chr(34), chr(34) * 2)}" WHERE id = 0;'
                    for name in NAMES]),
@@ -117,6 +144,23 @@ CASES = {
          + ROWS.format(20_000) + "INSERT INTO t SELECT i, CASE i WHEN 1 THEN -1 ELSE i - 1 END"
          " FROM n;"],
         ["DELETE FROM t WHERE id < 10;"]),
+    "a check would compute a column": computing(
+        f"id INTEGER PRIMARY KEY, parent, x TEXT AS ({COSTLY}) NOT NULL"),
+    **{f"a check would compute a column, and there is a table {name}": (
+        [table(name)] + before, after, last) for name in ("1", "-1st", "+1") for before, after, last
+       in [computing(f"id INTEGER PRIMARY KEY, parent, x AS ({COSTLY}) NOT NULL")]},
+    "a foreign key is a computed column": computing(
+        f"id INTEGER PRIMARY KEY, parent, x AS ({COSTLY}) REFERENCES parents (name)"),
+    "an index has a computed column": computing(
+        f"id INTEGER PRIMARY KEY, parent REFERENCES parents, x AS ({COSTLY})", index="(x)"),
+    "rows that refer with a computed column": computing(
+        children=f"id INTEGER PRIMARY KEY, up, x AS ({COSTLY}) REFERENCES t ON DELETE CASCADE"),
+    "a stored column would be computed again": computing(
+        children="id INTEGER PRIMARY KEY, up REFERENCES t ON DELETE SET NULL,"
+        f" x AS ({COSTLY}) STORED"),
+    "a default would be computed": computing(
+        children=f"id INTEGER PRIMARY KEY, up DEFAULT ({COSTLY}) REFERENCES t"
+        " ON DELETE SET DEFAULT"),
 }
 
 
