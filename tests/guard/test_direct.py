@@ -333,20 +333,38 @@ exec sleep 600
 """
 
 
+def kill_direct_run(device):
+    """Kills a direct run when the program has changed something."""
+    device.replace_program(HALF_WAY)
+    process = device.start("run", NEWEST, bubblewrap=False)
+    wait_for(device.app / "started")
+    os.kill(guards_of(process)[0], signal.SIGKILL)
+    process.communicate(timeout=SECONDS)
+    assert device.rows("SELECT * FROM half") == []
+    (device.app / "healthy").touch()
+
+
 @pytest.fixture
 def cut(device):
     """A device on which a walk has ended well, and then a direct run was killed in its walk."""
     device.install(5)
     device.whole = device.contents()
     assert device.migrate(20) == 0
-    device.replace_program(HALF_WAY)
-    process = device.start("run", NEWEST, bubblewrap=False)
-    wait_for(device.app / "started")
-    os.kill(guards_of(process)[0], signal.SIGKILL)
-    process.communicate(timeout=SECONDS)
-    assert (device.version(), device.rows("SELECT * FROM half")) == (20, [])
-    (device.app / "healthy").touch()
+    kill_direct_run(device)
+    assert device.version() == 20
     return device
+
+
+def test_a_direct_run_that_was_cut_is_no_commit_of_an_earlier_run(device):
+    """The note of a run before has a file to delete after a commit, which has not happened."""
+    device.install(5)
+    pool, (cookie,) = device.pool_files(), device.rows("PRAGMA schema_version")[0]
+    device.note.write_text(f'{{"staging":"memory","boot":"another","schemaCookie":{cookie},'
+                           '"poolFiles":["readme.txt"]}')
+    kill_direct_run(device)
+    # This walk deletes no file of the pool.
+    assert device.migrate(6) == 4
+    assert device.pool_files() == pool
 
 
 def test_a_direct_run_that_was_cut_is_on_record(cut):
