@@ -51,8 +51,7 @@ public:
     bool refusesTexts() const
     {
         const SqliteStatement query(m_connection, "SELECT \"text\"");
-        return query.result() != SQLITE_OK &&
-               m_connection.errorText() == "no such column: text";
+        return query.result() != SQLITE_OK && m_connection.errorText() == "no such column: text";
     }
 
 private:
