@@ -42,19 +42,21 @@ public:
     {
         const auto *const found =
             std::find_if(std::begin(needs), std::end(needs), [this](const Need &need) {
-                // Any other error, such as no memory, says nothing about the library.
-                return SqliteStatement(m_connection, need.statement).result() == SQLITE_ERROR;
+                return refuses(need.statement);
             });
         return found == std::end(needs) ? nullptr : found;
     }
 
-    bool refusesTexts() const
-    {
-        const SqliteStatement query(m_connection, "SELECT \"text\"");
-        return query.result() != SQLITE_OK && m_connection.errorText() == "no such column: text";
-    }
+    bool refusesTexts() const { return refuses("SELECT \"text\""); }
 
 private:
+    /// Any other error, such as no memory, says nothing about the library. The error's words depend
+    /// on the version.
+    bool refuses(const char *statement) const
+    {
+        return SqliteStatement(m_connection, statement).result() == SQLITE_ERROR;
+    }
+
     SqliteConnection m_connection;
 };
 
