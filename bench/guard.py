@@ -233,7 +233,7 @@ def work(table, directory):
                             for measured in (device.instructions, device.bytes_copied))
     table.add("ten times the rows: instructions of an ordinary boot to those of the program alone",
               instructions[1] / instructions[0], digits=2, at_most=2)
-    table.add("ten times the rows: bytes that an ordinary boot copies more, to those of its database",
+    table.add("ten times the rows: bytes that an ordinary boot copies more, to its database's",
               (copied[1] - copied[0]) / size, digits=2, at_most=8)
 
 
@@ -331,7 +331,8 @@ def growth(table, directory):
 def main():
     measure.build()
     table = measure.Table("The guard")
-    parts = {"flushes": flushes_and_bytes, "times": times, "work": work, "boots": boots, "growth": growth}
+    parts = {"flushes": flushes_and_bytes, "times": times, "work": work, "boots": boots,
+             "growth": growth}
     for name in sys.argv[1:] or parts:
         with tempfile.TemporaryDirectory(prefix="guard.", dir=measure.DISK) as directory:
             parts[name](table, pathlib.Path(directory))

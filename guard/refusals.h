@@ -19,8 +19,13 @@ bool isNewerThanProgram(const DevicePaths &device, const RecordedVersion &versio
 /// @return whether it ended the run
 bool endIfNewer(const DevicePaths &device, RunRecord *record);
 
-/// Ends a run if the SQLite library refuses texts in double quotes (it takes them for names of
-/// columns). With such a library, steps of the program fail, or write NULL and report success.
+/// Ends a run if the SQLite library lacks what the guard needs, or refuses texts in double quotes (it
+/// takes them for names of columns). In the first case the guard could not see what a run has lost.
+/// In the second, steps of the program fail, or write NULL and report success.
 /// @return whether it ended the run
 bool endIfLibraryIsUnfit(RunRecord *record);
+
+/// Ends a restore if the SQLite library lacks what the guard needs.
+/// @return whether it ended the restore
+bool endIfLibraryLacksNeeds(RunRecord *record);
 } // namespace refusals

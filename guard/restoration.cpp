@@ -9,6 +9,7 @@
 #include "guard/messages.h"
 #include "guard/printed_text.h"
 #include "guard/real_database.h"
+#include "guard/refusals.h"
 #include "guard/row_changes.h"
 #include "guard/sizing.h"
 
@@ -329,6 +330,9 @@ RunRecord restore(const DevicePaths &device, const RestorationOptions &options)
 {
     RunRecord record;
     record.command = "restore";
+    if (refusals::endIfLibraryLacksNeeds(&record)) {
+        return record;
+    }
     if (device.databases.isEmpty()) {
         record.endUnchanged("no-databases-directory");
         return record;

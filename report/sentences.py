@@ -127,7 +127,10 @@ class Sentences:
             "The database is at version {}, and the program knows versions up to {}.").format(
                 finding.numbers.get("recorded", "?"), finding.numbers.get("newest", "?"))
 
-    def library_unfit(self, _):
+    def library_unfit(self, finding):
+        if finding.object:
+            return Markup("The guard needs SQLite 3.33 or newer with {}, which this library does not "
+                          "have.").format(shown(finding.object))
         return Markup(
             "The SQLite library refuses texts in double quotes, and versions 6 and 16 need them.")
 

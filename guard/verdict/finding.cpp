@@ -144,10 +144,11 @@ Finding newerThanProgram(int recorded, int newest)
     return finding;
 }
 
-Finding libraryUnfit()
+Finding libraryUnfit(const QByteArray &missing)
 {
     Finding finding;
     finding.kind = "library-unfit";
+    finding.object = missing.isEmpty() ? QByteArray() : missing;
     return finding;
 }
 

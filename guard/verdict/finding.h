@@ -34,7 +34,7 @@ struct FindingRow {
 /// A result of judging a run. docs/findings.md explains every code.
 struct Finding {
     QByteArray kind;   ///< the first part of the code, such as "rows-lost"
-    QByteArray object; ///< a table, version or reason; null where there is only one
+    QByteArray object; ///< a table, version, reason or need; null where there is only one
     QByteArray column; ///< of that table, null when the finding is not on a column
 
     /// By name: "rows" counts the rows that it is about, "rowsBefore" and "rowsAfter" those of the
@@ -78,7 +78,8 @@ Finding direct(const QByteArray &reason);
 /// @param recorded nothing when the database records no version
 Finding targetMissed(const std::optional<int> &recorded, int target);
 Finding newerThanProgram(int recorded, int newest);
-Finding libraryUnfit();
+/// @param missing what the library lacks; empty when it refuses texts in double quotes
+Finding libraryUnfit(const QByteArray &missing);
 /// A run before this one, without the guard's protection, was cut.
 Finding directRunCut();
 } // namespace findings

@@ -189,8 +189,13 @@ QString newerThanProgram(const Finding &finding)
         .arg(finding.numbers.value("newest"));
 }
 
-QString libraryUnfit(const Finding &)
+QString libraryUnfit(const Finding &finding)
 {
+    if (!finding.object.isEmpty()) {
+        return QString(
+                   "the guard needs SQLite 3.33 or newer with %1, which this library does not have: the program was not started")
+            .arg(nameOf(finding.object));
+    }
     return "the SQLite library refuses texts in double quotes, which versions 6 and 16 need: the program was not started";
 }
 

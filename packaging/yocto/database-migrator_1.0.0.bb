@@ -46,6 +46,6 @@ python () {
 SYSTEMD_SERVICE:${PN} = "migration-guard.service migration-guard-trial.service"
 FILES:${PN} += "${APPLICATION} ${systemd_system_unitdir}"
 
-# The libraries are found by themselves. These are not: the driver that Qt loads at run time, and the
-# program that makes the guard's sandbox.
-RDEPENDS:${PN} += "qtbase-plugins bubblewrap"
+# The libraries are found by themselves, but not the version of SQLite that the guard needs. Nor are
+# these found: the driver that Qt loads at run time, and the program that makes the guard's sandbox.
+RDEPENDS:${PN} += "libsqlite3 (>= 3.33) qtbase-plugins bubblewrap"

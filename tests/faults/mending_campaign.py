@@ -21,7 +21,6 @@ from mended import KILL, KILL_IN_A_WRITE, POWER_CUT
 from subjects import BUILD, HERE, MIGRATOR
 from support.campaign import Campaign, parser
 from support.places import ROOT, TESTS
-from support.versions import NEWEST
 from workers import workers
 
 STATES_OF_A_TASK = 20

@@ -6,11 +6,16 @@ import shutil
 
 import pytest
 from conftest import contents
+from rehearsals import Untouched, rehearse
 from support.versions import NEWEST
 
 MARK = "touch /app/started; "
 KILLS = range(1, 400, 1 if "CAMPAIGN" in os.environ else 45)
 PROGRAM = 'exec env -u LD_PRELOAD -u FAULT_AT -u FAULT_ACTION /app/migrator "$@"'
+# What the guard needs from its SQLite library and not every library has.
+NEEDED = ("sqlite_schema", "pragma_table_info", "pragma_table_xinfo", "pragma_index_list",
+          "pragma_index_xinfo", "pragma_quick_check", "pragma_foreign_key_check", "row_number",
+          "EXCEPT")
 FALL_BACK = ("run", NEWEST, "--fall-back", "--wait", "2")
 
 
@@ -142,6 +147,68 @@ def test_a_library_that_refuses_texts_is_told_before_anything_runs(device, bubbl
     assert not (device.app / "started").exists()
     assert (device.contents(), device.log()) == (before, "")
     assert device.migrate(NEWEST) == 0
+
+
+def option_without(device, name):
+    """The option with which a device's programs get an SQLite library that lacks this name."""
+    shutil.copy(os.environ["SQLITE_WITHOUT_NAME"], device.app / "library.so")
+    return f"--setenv LD_PRELOAD /app/library.so --setenv SQLITE_LACKS {name}"
+
+
+@pytest.mark.parametrize("bubblewrap", [True, False])
+@pytest.mark.parametrize("name", NEEDED)
+def test_a_library_without_what_the_guard_needs_is_told_before_anything_runs(
+        device, name, bubblewrap):
+    device.install(24, "CREATE TABLE growers_temp AS SELECT * FROM growers;")
+    before = device.contents()
+    device.replace_program(MARK + 'exec env -u LD_PRELOAD /app/migrator "$@"')
+    run = device.run("run", 25, "--mend", bubblewrap=bubblewrap,
+                     options=option_without(device, name))
+    assert run.returncode == 3
+    assert f"not changed, library-unfit (no {name}), status 3" in run.stderr
+    assert run.stderr.splitlines()[-1] == (
+        f"migration-guard: the guard needs SQLite 3.33 or newer with {name}, which this library "
+        "does not have: the program was not started")
+    assert device.last_run()["reason"] == "library-unfit"
+    finding, = device.verdict()["findings"]
+    assert (finding["code"], finding["counts"]) == (f"library-unfit:{name}", True)
+    assert not (device.app / "started").exists()
+    assert (device.contents(), device.log()) == (before, "")
+    assert device.migrate(25, "--mend") == 0
+
+
+def test_a_rehearsal_with_such_a_library_starts_nothing(device):
+    device.install(1)
+    device.replace_program(MARK + 'exec env -u LD_PRELOAD /app/migrator "$@"')
+    option = option_without(device, NEEDED[0])
+    untouched = Untouched(device.databases)
+    rehearsed = rehearse(device, NEWEST, options=option)
+    assert (rehearsed.status, rehearsed.codes()) == (3, [f"library-unfit:{NEEDED[0]}"])
+    assert rehearsed.report["reason"] == "library-unfit"
+    untouched.check()
+
+
+@pytest.mark.parametrize("name", NEEDED)
+def test_a_restore_with_such_a_library_changes_nothing(device, name):
+    device.install(1)
+    assert device.migrate(2) == 0
+    option = option_without(device, name)
+    untouched = Untouched(device.databases)
+    for arguments in (("restore",), ("restore", "--dry-run")):
+        run = device.run(*arguments, options=option)
+        assert (run.returncode, run.stdout) == (3, "")
+        assert f"not changed, library-unfit (no {name}), status 3" in run.stderr
+    untouched.check()
+    assert device.run("restore").returncode == 0
+    assert device.version() == 1
+
+
+def test_a_restore_needs_no_texts_in_double_quotes(device):
+    device.install(1)
+    assert device.migrate(2) == 0
+    shutil.copy(os.environ["SQLITE_WITHOUT_TEXTS"], device.app / "library.so")
+    assert device.run("restore", options="--setenv LD_PRELOAD /app/library.so").returncode == 0
+    assert device.version() == 1
 
 
 @pytest.mark.parametrize("bubblewrap", [True, False])

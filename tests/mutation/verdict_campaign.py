@@ -119,7 +119,7 @@ def verdict():
         name="verdict_mutation", folders=(FOLDER,), library="migration_guard",
         defined_in="guard/CMakeLists.txt",
         targets=("verdict_of", "fork_server", "database-migrator", "migration-guard", "mend",
-                 "sqlite_without_texts", "fault_shim", "fatal_moments"),
+                 "sqlite_without_texts", "sqlite_without_name", "fault_shim", "fatal_moments"),
         tests=("--tests-regex", ALL_TESTS),
         first_tests=lambda file: ("--tests-regex", FIRST_TESTS), seconds=60,
         survivors=HERE / "verdict_survivors.txt", mutants=all_mutants(sources()),

@@ -31,7 +31,7 @@ files() {
 
 # Prints the packages that a package needs, without their versions.
 depends() {
-    dpkg-deb --field "$(package "$1")" Depends | tr ',' '\n' | sed 's/^ *//; s/ .*//' | sort
+    dpkg-deb --field "$(package "$1")" Depends | tr ',' '\n' | sed 's/^ *//; s/ .*//' | sort --unique
 }
 
 cpack --config "$1/CPackConfig.cmake" -B "$scratch" >"$scratch/output" 2>&1 || {
@@ -94,6 +94,9 @@ libgcc-s1
 libqt5core5a
 libsqlite3-0
 libstdc++6"
+expect "the SQLite library that the guard needs" \
+    "$(dpkg-deb --field "$(package migration-guard)" Depends | tr ',' '\n' |
+        grep --only-matching 'libsqlite3-0 (>= 3\.33)')" "libsqlite3-0 (>= 3.33)"
 expect "what the report needs" "$(depends migration-report)" \
     "python3
 python3-jinja2"

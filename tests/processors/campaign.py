@@ -1,15 +1,16 @@
 #!/usr/bin/python3
-"""Builds the program for the processors of field computers, runs it under qemu, and compares the
-results with the same dumps and logs as on this machine.
+"""Builds the program and its guard for the processors of field computers, runs them under qemu,
+and compares the results with the same dumps and logs as on this machine.
 
     campaign.py [--minutes M] [--architecture arm64|armhf] [--tasks N]
 
-First a sample of the walks, then the tests of tests/program, then all walks from any version to any
-other on both platforms; --tasks stops after the first N of all that. The sandbox is this machine's:
-only the program is for the other processor. Answers are kept in build/processors-ARCHITECTURE/; a
-campaign goes on where the last one stopped, and starts over when the program or the expected
-results have changed. The other architecture's libraries come from tools/make_sysroot.sh.
-packages.txt lists the packages that it needs.
+First some commands of the guard, then a sample of the walks, then the tests of tests/program, then
+all walks from any version to any other on both platforms; --tasks stops after the first N of all
+that. The sandbox is this machine's: only the program and the guard are for the other processor.
+Answers are kept in build/processors-ARCHITECTURE/; a campaign goes on where the last one stopped,
+and starts over when the program, the guard or the expected results have changed. The other
+architecture's libraries come from tools/make_sysroot.sh. packages.txt lists the packages that it
+needs.
 """
 
 import os
@@ -40,8 +41,7 @@ def build(architecture):
             sys.exit(f"Takes {tool}: see packages.txt")
     for command in ([ROOT / "tools" / "make_sysroot.sh", architecture],
                     ["cmake", "--preset", architecture],
-                    ["cmake", "--build", "--preset", architecture,
-                     "--target", "database-migrator"]):
+                    ["cmake", "--build", "--preset", architecture]):
         subprocess.run(command, cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
 
 
@@ -53,9 +53,13 @@ def use(architecture):
 
 
 def tasks():
-    """("walk", start, end, platform) and ("tests", file), the most telling ones first."""
+    """("guard", case), ("walk", start, end, platform) and ("tests", file), the most telling ones
+    first."""
+    import guarded
     from walks import PAIRS, PLATFORMS, sample_of_walks
 
+    for case in guarded.CASES:
+        yield "guard", case
     sample = [("walk", *walk) for walk in sample_of_walks()]
     yield from sample
     for file in sorted(PROGRAM_TESTS.glob("test_*.py")):
@@ -68,13 +72,15 @@ def tasks():
 
 def answer(kind, *case):
     """The differences as a text, which must be empty."""
+    import guarded
     from walks import expected_of_walk, outcome_of_walk
 
     if kind == "tests":
         run = subprocess.run(["pytest-3", PROGRAM_TESTS / case[0]], capture_output=True, text=True,
                              stdin=subprocess.DEVNULL)
         return "" if run.returncode == 0 else run.stdout[-4000:]
-    expected, actual = expected_of_walk(*case), outcome_of_walk(*case)
+    expected, actual = (guarded.CASES[case[0]]() if kind == "guard" else
+                        (expected_of_walk(*case), outcome_of_walk(*case)))
     return "" if actual == expected else actual
 
 
@@ -82,8 +88,9 @@ def try_architecture(architecture, minutes, most_tasks):
     build(architecture)
     use(architecture)
     campaign = Campaign(f"processors-{architecture}", minutes)
-    campaign.start_over_unless(fingerprint(*product_sources(), DATA, PROGRAM_TESTS,
-                                           HERE.parent / "support"))
+    campaign.start_over_unless(fingerprint(
+        *product_sources(), ROOT / "guard", DATA, PROGRAM_TESTS, HERE / "guarded.py",
+        HERE.parent / "support"))
     chosen = [*tasks()][:most_tasks]
     left = [task for task in chosen if campaign.answer([*task]) is None]
 
@@ -100,7 +107,7 @@ def try_architecture(architecture, minutes, most_tasks):
     for task, difference in tried.items():
         if difference:
             print(f"{architecture} {task}:\n{difference}\n")
-    for kind in ("walk", "tests"):
+    for kind in ("guard", "walk", "tests"):
         answers = [difference for task, difference in tried.items() if task[0] == kind]
         print(f"{architecture}, {kind}: {answers.count('')} of {len(answers)} as on this machine",
               flush=True)

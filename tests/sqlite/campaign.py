@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """Runs the program and its guard with other SQLite libraries, and reports the walks that end
-differently than with Debian 12's own.
+differently than with Debian 12's own. The guard has to refuse a library that is too old for it, and
+with every library it has to keep out the result of a harmful program.
 
     campaign.py [--minutes M] [--document]
 
@@ -26,7 +27,9 @@ ROOT = HERE.parent.parent
 os.environ["DATABASE_MIGRATOR"] = str(ROOT / "build" / "release" / "database-migrator")
 
 import trials
-from libraries import FIRST_WITH_DQS, PACKAGES, REFERENCE, Library, as_numbers, libraries
+from libraries import (
+    FIRST_FOR_GUARD, FIRST_WITH_DQS, PACKAGES, REFERENCE, REFUSING_TEXTS, Library, as_numbers,
+    libraries)
 from support.campaign import Campaign, fingerprint, parser
 from support.places import DATA, product_sources
 from support.versions import NEWEST
@@ -34,13 +37,16 @@ from support.versions import NEWEST
 PAGE = ROOT / "docs" / "sqlite.md"
 GENERATED = re.compile(r"(?<=<!-- tests/sqlite/campaign.py writes these tables -->\n).*?"
                        r"(?=<!-- the end of the tables -->\n)", re.DOTALL)
+TARGETS = ("database-migrator", "migration-guard")
 # With this option a rename works as it did before 3.25.
 LEGACY = "SQLITE_DEFAULT_LEGACY_ALTER_TABLE"
-KINDS = {"walk": trials.try_walk, "guarded": trials.try_guarded, "planted": trials.try_planted}
+KINDS = {"walk": trials.try_walk, "guarded": trials.try_guarded, "harmful": trials.try_harmful,
+         "planted": trials.try_planted}
 
 
 def build():
-    for command in (["--preset", "release"], ["--build", "--preset", "release"]):
+    for command in (["--preset", "release"],
+                    ["--build", "--preset", "release", "--target", *TARGETS]):
         subprocess.run(["cmake", *command], cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
 
 
@@ -67,6 +73,7 @@ class Trials:
             yield ("walk", *walk)
         for walk in trials.GUARDED:
             yield ("guarded", *walk)
+        yield ("harmful",)
         if library.option in ("", LEGACY):
             for case in trials.PLANTED:
                 yield ("planted", case)
@@ -93,25 +100,45 @@ class Trials:
                     self.campaign.note([self.of, str(library), *futures[future]], future.result())
 
     def different(self, library, kind):
-        """The answers of a kind for cases that did not end equally, by case."""
-        answers = {case: self.answer(library, *case) for case in self.cases(library)
-                   if case[0] == kind}
-        return {case: found for case, found in answers.items()
-                if found and not trials.is_none(found)}
+        """The answers of a kind for cases that did not end equally."""
+        answers = [self.answer(library, *case) for case in self.cases(library) if case[0] == kind]
+        return [found for found in answers if found and not trials.is_none(found)]
+
+    def harmful(self, library):
+        """How a harmful program ends under the guard."""
+        found = self.answer(library, "harmful")
+        if found is None:
+            return "not tried"
+        return (f"{found['status']}, `{found['reason']}`" +
+                ("" if found["unchanged"] else ", but the database has changed"))
+
+    def unexpected(self, library):
+        """How many answers are not as a library of this version and with this option has them."""
+        harmful = self.answer(library, "harmful")
+        count = int(harmful is not None and not trials.is_harmless(harmful))
+        refuses_texts = library.option in REFUSING_TEXTS
+        is_refused = refuses_texts or as_numbers(library.version) < FIRST_FOR_GUARD
+        tried = [self.answer(library, "guarded", *walk) for walk in trials.GUARDED]
+        wrong = [found for found in tried if found and not (
+            trials.is_refused(found) if is_refused else trials.is_none(found))]
+        return count + len(wrong) + (
+            0 if refuses_texts else len(self.different(library, "walk")))
 
     def figures(self, library, kind):
         """How many walks of a kind ended equally, and the differences of the others."""
         tried = [case for case in self.cases(library)
                  if case[0] == kind and self.answer(library, *case)]
-        different = self.different(library, kind).values()
+        different = self.different(library, kind)
         found = [one for one in different if not trials.is_refused(one)]
         refused = len(different) - len(found)
         text = f"{len(tried) - len(different)} of {len(tried)} equal"
+        statuses = sorted({one["status"] for one in found if one.get("status")})
         failed = sorted({version for one in found for version in trials.failed_versions(one)})
         tables = sorted({"tableVersion" if name == "versions" else name
                          for one in found for name in one["differs"]})
         return "; ".join([
             text, *([f"{refused} refused"] if refused else []),
+            *(f"status {status}" for status in statuses),
             *([f"version {', '.join(map(str, failed))} fails"] if failed else []),
             *([f"`{'`, `'.join(tables)}`"] if tables else [])])
 
@@ -127,9 +154,11 @@ def table_of_libraries(found):
         refusing = Library(version, "SQLITE_DQS=0")
         rows.append([
             version, *(found.figures(Library(version), kind) for kind in ("walk", "guarded")),
-            found.figures(refusing, "walk") if as_numbers(version) >= FIRST_WITH_DQS
-            else "no such option"])
-    return table(["SQLite", "walks", "guarded walks", "walks with SQLITE_DQS=0"], rows)
+            found.harmful(Library(version)),
+            *([found.figures(refusing, kind) for kind in ("walk", "guarded")]
+              if as_numbers(version) >= FIRST_WITH_DQS else ["no such option"] * 2)])
+    return table(["SQLite", "walks", "guarded walks", "a harmful program",
+                  "walks with SQLITE_DQS=0", "guarded walks with SQLITE_DQS=0"], rows)
 
 
 def table_of_options(found):
@@ -182,11 +211,9 @@ def main():
         if not campaign.is_over():
             found.go_on(library)
         figures = {kind: found.figures(library, kind) for kind in ("walk", "guarded")}
-        print(f"{str(library):22} walks: {figures['walk']}; guarded: {figures['guarded']}",
-              flush=True)
-        if not library.option:
-            unexpected += len(found.different(library, "walk"))
-            unexpected += len(found.different(library, "guarded"))
+        print(f"{str(library):22} walks: {figures['walk']}; guarded: {figures['guarded']}; "
+              f"a harmful program: {found.harmful(library)}", flush=True)
+        unexpected += found.unexpected(library)
     return unexpected > 0
 
 

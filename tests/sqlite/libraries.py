@@ -20,6 +20,8 @@ PACKAGES = {
     "3.28.0": "sqlite3@4.1.0",
     "3.29.0": "better-sqlite3@5.4.1",
     "3.31.1": "better-sqlite3@6.0.1",
+    "3.32.0": "better-sqlite3@7.1.0",
+    "3.33.0": "better-sqlite3@7.1.1",
     "3.35.2": "better-sqlite3@7.4.0",
     "3.38.5": "better-sqlite3@7.5.3",
     "3.40.1": "better-sqlite3@8.1.0",
@@ -35,7 +37,10 @@ PACKAGES = {
 REFERENCE = "3.40.1"
 # Before this version a library accepts texts in double quotes, whatever it was built with.
 FIRST_WITH_DQS = (3, 29)
+# The guard refuses an older library.
+FIRST_FOR_GUARD = (3, 33)
 # Compile options that are tried with the reference.
+REFUSING_TEXTS = ("SQLITE_DQS=0", "SQLITE_DQS=2")
 OPTIONS = ("SQLITE_DQS=1", "SQLITE_DQS=2", "SQLITE_DEFAULT_LEGACY_ALTER_TABLE")
 VERSION = re.compile(r'^#define SQLITE_VERSION +"([\d.]+)"', re.MULTILINE)
 

@@ -1,5 +1,6 @@
 """Walks of the program and of its guard with another SQLite library, and how their ends differ."""
 
+import json
 import re
 import shutil
 from subprocess import DEVNULL, PIPE
@@ -16,6 +17,13 @@ SECONDS = 300
 NOTHING_CHANGED = 3
 FORWARD = [(1, version, "TORVIK") for version in VERSIONS]
 GUARDED = [(1, NEWEST, "TORVIK"), (NEWEST, 1, "TORVIK"), (20, 26, "TORVIKMAX")]
+
+# Runs the program, and then removes all growers. The shell has the library of this system.
+HARMFUL = """#!/usr/bin/dash
+/app/migrator "$@"
+exec env -u LD_LIBRARY_PATH sqlite3 /app/databases/my.db.sqlite "DELETE FROM growers"
+"""
+TOOLS = ("bwrap", "dash", "env", "sqlite3")
 
 # Objects that other software may have added to a device's database. Versions 2 and 25 re-create or
 # rebuild their tables, 17 renames one; no step touches cropTypes.
@@ -71,14 +79,40 @@ def try_guarded(folder, start, end, platform):
     """The differences between the end of a guarded walk and of the program alone; its exit
     status."""
     with device_with(database_at(start, platform), platform) as device:
-        for file in (PROGRAM, GUARD, KNOWN_VERSIONS):
-            shutil.copy(file, device.app)
-        run = device.start(
-            device.app / GUARD.name, "run", str(end), stdin=DEVNULL, stderr=DEVNULL,
-            options=f"{with_library(folder)} --ro-bind /usr/bin/bwrap /usr/bin/bwrap")
-        status = run.wait(SECONDS)
+        shutil.copy(PROGRAM, device.app)
+        before = device.dump()
+        status = run_guard(device, folder, str(end))
+        if status == NOTHING_CHANGED and device.dump() == before:
+            # There is no log, and version 1 has no versions to compare.
+            return {"missing": [], "added": [], "differs": [], "status": status}
         outcome = as_departures(left_on(device), end)
     return {**difference(expected_of_walk(start, end, platform), outcome), "status": status}
+
+
+def try_harmful(folder):
+    """How a guarded walk of a program that removes all growers ends, and whether the database is as
+    it was."""
+    with device_with(dump_of(1)) as device:
+        shutil.copy(PROGRAM, device.app / "migrator")
+        program = device.app / PROGRAM.name
+        program.write_text(HARMFUL, encoding="utf-8")
+        program.chmod(0o755)
+        before = device.dump()
+        status = run_guard(device, folder, "--strict", str(NEWEST))
+        record = json.loads((device.databases / "lastMigration.json").read_text(encoding="utf-8"))
+        return {"status": status, "reason": record["lastRun"].get("reason"),
+                "unchanged": device.dump() == before}
+
+
+def run_guard(device, folder, *arguments):
+    """Lets the guard run the program in the application directory; returns its exit status."""
+    for file in (GUARD, KNOWN_VERSIONS):
+        shutil.copy(file, device.app)
+    binds = " ".join(f"--ro-bind /usr/bin/{tool} /usr/bin/{tool}" for tool in TOOLS)
+    run = device.start(
+        device.app / GUARD.name, "run", *arguments, stdin=DEVNULL, stderr=DEVNULL,
+        options=f"{with_library(folder)} {binds}")
+    return run.wait(SECONDS)
 
 
 def try_planted(folder, case):
@@ -104,13 +138,18 @@ def difference(expected, actual):
 
 
 def is_none(found):
-    """True if a difference does not count."""
-    return not (found["missing"] or found["added"] or found["differs"])
+    """True if a walk has ended equally, under the guard with status 0."""
+    return not (found["missing"] or found["added"] or found["differs"] or found.get("status"))
 
 
 def is_refused(found):
     """True if the guard has changed nothing."""
     return found.get("status") == NOTHING_CHANGED
+
+
+def is_harmless(found):
+    """True if the guard has kept a harmful program's result out of the database."""
+    return found["status"] == NOTHING_CHANGED and found["unchanged"]
 
 
 def failed_versions(found):
