@@ -44,11 +44,10 @@ class Journey:
             status, _ = self.computer.run("an ordinary start", slot, *self.ordinary_start)
         self.starts.append((slot, is_trial, status))
         self.point("migrated")
-        if is_trial:
-            if status != 0:
-                return False
-            self.engine.find_good(slot)
-            self.point("found good")
+        if is_trial and status != 0:
+            return False
+        self.engine.find_good(slot)
+        self.point("found good")
         self.running = slot
         self._work()
         return True

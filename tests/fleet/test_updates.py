@@ -7,6 +7,7 @@ loader are simulated. campaign.py has real engines.
 import os
 
 import pytest
+from computer import ATTEMPTS
 from power import Moment
 from systems import APPLICATION, NEWEST, OLD_VERSION
 
@@ -88,6 +89,40 @@ def test_power_cut_in_a_deliberate_return(known, begin, new_system, moment):
     power.cuts, power.known = [moment], known["durations"]
     go_back(journey)
     assert journey.violations(OLD_VERSION, known["return"][1]) == []
+
+
+def test_good_system_does_not_use_up_its_attempts(begin):
+    journey = begin()
+    for _ in range(2 * ATTEMPTS):
+        journey.start()
+    assert set(journey.starts) == {("A", False, 0)}
+
+
+def test_power_cuts_at_ordinary_starts_cost_attempts(begin):
+    """As many as there are; then the other system would start."""
+    journey = begin([Moment("migrated")] * (ATTEMPTS - 1))
+    journey.start()
+    assert journey.computer.environment.read()["BOOT_A_LEFT"] == str(ATTEMPTS)
+
+
+def test_factory_new_computer_without_a_database(begin):
+    """Its first start is an ordinary one, which makes the database. A trial boot could not."""
+    journey = begin(is_started=False)
+    journey.computer.database.unlink()
+    slot, is_trial = journey.engine.choose_slot()
+    assert (slot, is_trial) == ("A", False)
+    assert journey.computer.run("the first start", slot, *journey.first_start)[0] == 3
+    assert journey.computer.run("an ordinary start", slot, *journey.ordinary_start)[0] == 0
+    assert journey.computer.database.exists()
+
+
+def test_first_update_of_a_factory_new_computer(begin, new_system):
+    journey = begin(is_started=False)
+    assert "good_slot" not in journey.computer.environment.read()
+    journey.start()
+    assert journey.computer.environment.read()["good_slot"] == "A"
+    update(journey, new_system)
+    assert journey.starts == [("A", False, 0), ("B", True, 0)]
 
 
 def test_trial_boot_is_tried_again_while_it_has_attempts(known, begin, new_system):
