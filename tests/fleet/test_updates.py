@@ -8,6 +8,7 @@ import os
 
 import pytest
 from computer import ATTEMPTS
+from journey import RESTORE
 from power import Moment
 from systems import APPLICATION, NEWEST, OLD_VERSION
 
@@ -18,8 +19,8 @@ def update(journey, system):
     journey.repeat(journey.update, system, until=system.version)
 
 
-def go_back(journey):
-    journey.repeat(journey.go_back, until=OLD_VERSION)
+def go_back(journey, *command):
+    journey.repeat(journey.go_back, *command, until=OLD_VERSION)
 
 
 @pytest.fixture(scope="module")
@@ -41,6 +42,12 @@ def known(undisturbed, begin, new_system):
         undisturbed["durations"] = power.durations
         assert journey.starts == [("A", False, 0), ("B", True, 0), ("B", False, 0),
                                   ("A", True, 0), ("A", False, 0)]
+        journey = begin()
+        before = journey.content_after_another_start()
+        update(journey, new_system)
+        go_back(journey, RESTORE)
+        undisturbed["return by the kept database"] = journey.content_after_another_start()
+        assert undisturbed["return by the kept database"] == before
     return undisturbed
 
 
@@ -89,6 +96,24 @@ def test_power_cut_in_a_deliberate_return(known, begin, new_system, moment):
     power.cuts, power.known = [moment], known["durations"]
     go_back(journey)
     assert journey.violations(OLD_VERSION, known["return"][1]) == []
+
+
+@pytest.mark.parametrize("moment", moments(POINTS_OF_RETURN, "the return", "the first start"))
+def test_power_cut_in_a_return_by_the_kept_database(known, begin, new_system, moment):
+    """Rows that were entered on the new system, and only those, are put aside."""
+    journey = begin()
+    update(journey, new_system)
+    entered = set(journey.entered)
+    power = journey.computer.power
+    power.cuts, power.known = [moment], known["durations"]
+    go_back(journey, RESTORE)
+    assert power.cuts == []
+    assert journey.computer.recorded_version() == OLD_VERSION
+    put_aside = {name for name in journey.entered if name.endswith("in B")}
+    assert set(journey.lost_rows()) == put_aside
+    assert entered & put_aside
+    assert journey.content_after_another_start() == known["return by the kept database"]
+    assert max(journey.versions_for_old_program()) == OLD_VERSION
 
 
 def test_good_system_does_not_use_up_its_attempts(begin):
