@@ -177,7 +177,8 @@ def test_wrong_call_is_refused(place, arguments):
 
 
 @pytest.mark.parametrize("guard, status, output", [
-    (0, 0, ""), (1, 1, "the update could not be rehearsed: try again later\n"), (3, 3, "the update could not be rehearsed: try again later\n"),
+    (0, 0, ""), (1, 1, "the update could not be rehearsed: try again later\n"),
+    (3, 3, "the update could not be rehearsed: try again later\n"),
     (4, 4, "this update is not for the database of this device\n"),
     (137, 137, "the update could not be rehearsed: try again later\n")])
 def test_hook_of_a_rauc_bundle(place, guard, status, output):
