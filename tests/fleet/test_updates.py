@@ -76,8 +76,7 @@ def test_power_cut_in_an_update(known, begin, new_system, moment):
     assert journey.violations(NEWEST, known["update"][1]) == []
 
 
-@pytest.mark.parametrize("moment", moments(
-    ["started", "migrated"], "an ordinary start"))
+@pytest.mark.parametrize("moment", moments(START, "an ordinary start"))
 def test_power_cut_in_a_fall_back_that_no_hook_sees(known, begin, new_system, moment):
     """The key is turned off after the migration, before the update is found good."""
     journey = begin([Moment("migrated"), moment], known["durations"], attempts=1)
