@@ -48,7 +48,8 @@ class BootEnvironment:
 def choose_slot(environment):
     """Does the work of the boot script, with the variables that RAUC uses in U-Boot: it starts the
     first system that has attempts left. Every start costs an attempt. The start of a system that
-    was not found good yet is a trial boot; on a factory-new device no system was.
+    was not found good yet is a trial boot; on a factory-new device no system was. If no system has
+    attempts left, all get new ones.
 
     Returns the slot and whether it is a trial boot.
     """
@@ -58,7 +59,8 @@ def choose_slot(environment):
         if left > 0:
             environment.set(**{f"BOOT_{slot}_LEFT": left - 1})
             return slot, variables.get("good_slot", slot) != slot
-    raise AssertionError("no system can be started")
+    environment.set(**{f"BOOT_{slot}_LEFT": ATTEMPTS for slot in variables["BOOT_ORDER"].split()})
+    return choose_slot(environment)
 
 
 class Computer:

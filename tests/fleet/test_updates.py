@@ -129,6 +129,18 @@ def test_power_cuts_at_ordinary_starts_cost_attempts(begin):
     assert journey.computer.environment.read()["BOOT_A_LEFT"] == str(ATTEMPTS)
 
 
+def test_good_system_comes_back_after_its_attempts(known, begin, new_system):
+    """The key is turned off so early and so often that the old system is tried. It refuses the
+    newer database."""
+    journey = begin()
+    update(journey, new_system)
+    begun = len(journey.starts)
+    journey.computer.power.cuts = [Moment("started")] * ATTEMPTS
+    journey.start()
+    assert journey.starts[begun:] == [("A", True, 3)] * ATTEMPTS + [("B", False, 0)]
+    assert journey.violations(NEWEST, known["update"][1]) == []
+
+
 def test_factory_new_computer_without_a_database(begin):
     """Its first start is an ordinary one, which makes the database. A trial boot could not."""
     journey = begin(is_started=False)
