@@ -2,9 +2,9 @@
 # Tries the whole tree on a bare Debian, as a newcomer does, and the packages on a bare device. It
 # installs two minimal systems into a scratch directory and clones the committed state of this tree into
 # the first one. There it runs a plain build of the program, ./demo.sh and ./test.sh, as root, and makes
-# the Debian packages. In the second system it installs, runs, upgrades, removes and purges them. It
-# needs root, debootstrap, git, the network, some 6 GB and a quarter of an hour. ./test.sh does not run
-# it.
+# the Debian packages. In the second system it installs, runs, upgrades, removes and purges them, and makes
+# a page with the report. It needs root, debootstrap, git, the network, some 6 GB and a quarter of an hour.
+# ./test.sh does not run it.
 #
 #   bare_tree.sh [--packages] [MIRROR]
 # --packages tries only the packages. MIRROR is the source of Debian's packages, by default this
@@ -126,4 +126,17 @@ the_data_is_there
 the_guard_runs
 in_tree "$device" "apt-get -qq purge --yes database-migrator migration-guard &&
     ! dpkg-query --show database-migrator migration-guard && ls $application"
+the_data_is_there
+
+# A service computer has the report beside the two programs.
+packages="database-migrator migration-guard migration-report"
+cp "$computer"/root/clone/build/release/packages/migration-report_*.deb "$device/root/packages"
+cp "$computer/root/version_01.sqlite" "$device/root/customer.sqlite"
+in_tree "$device" "cd /root/packages && apt-get -qq install --yes ./*-2_*.deb"
+in_tree "$device" "cd /root &&
+    $application/migration-guard rehearse \$(cat $application/schemaversion.txt) customer.sqlite \
+        --json=customer.json &&
+    migration-report customer.json >customer.html && grep --fixed-strings '</html>' customer.html"
+in_tree "$device" "apt-get -qq purge --yes $packages && ! dpkg-query --show $packages &&
+    ls /root/customer.html"
 the_data_is_there

@@ -35,7 +35,7 @@ HARNESS = ("campaign.py", "computer.py", "journey.py", "loop_computer.py", "mend
 START = ("started", "the first start", "migrated", "finding it good", "found good")
 # The stages of an update, a fall-back and a return: commands, and points between them.
 UPDATE = ("before the installation", "the installation", "installed", *START)
-FALL_BACK = ("started", "an ordinary start", "migrated")
+FALL_BACK = ("started", "an ordinary start", "migrated", "finding it good", "found good")
 RETURN = ("before the return", "the return", "brought back", "the activation", *START)
 
 
@@ -74,6 +74,9 @@ def update(journey, bench):
 def undisturbed(journey, bench):
     update(journey, bench)
     new = journey.content_after_another_start()
+    # A good system does not use up its attempts.
+    for _ in range(journey.engine.attempts):
+        journey.start()
     journey.repeat(journey.go_back, until=OLD_VERSION)
     old = journey.content_after_another_start()
     return {"new": new, "old": old, "durations": journey.computer.power.durations}

@@ -12,6 +12,8 @@ from systems import APPLICATION, ENGINES
 BOOT = pathlib.Path("/proc/sys/kernel/random/boot_id")
 OTHER_BOOT = "00000000-0000-4000-8000-000000000000"
 OTHER = {"A": "B", "B": "A"}
+# How often the boot loader starts a system, before the system has to be found good again.
+ATTEMPTS = 3
 RECORDED = "SELECT version FROM tableVersion WHERE tableName = 'mainSqlDb'"
 
 
@@ -45,8 +47,9 @@ class BootEnvironment:
 
 def choose_slot(environment):
     """Does the work of the boot script, with the variables that RAUC uses in U-Boot: it starts the
-    first system that has attempts left. The start of a system that was not found good yet is a
-    trial boot and costs an attempt.
+    first system that has attempts left. Every start costs an attempt. The start of a system that
+    was not found good yet is a trial boot; on a factory-new device no system was. If no system has
+    attempts left, all get new ones.
 
     Returns the slot and whether it is a trial boot.
     """
@@ -54,11 +57,10 @@ def choose_slot(environment):
     for slot in variables["BOOT_ORDER"].split():
         left = int(variables[f"BOOT_{slot}_LEFT"])
         if left > 0:
-            is_trial = variables["good_slot"] != slot
-            if is_trial:
-                environment.set(**{f"BOOT_{slot}_LEFT": left - 1})
-            return slot, is_trial
-    raise AssertionError("no system can be started")
+            environment.set(**{f"BOOT_{slot}_LEFT": left - 1})
+            return slot, variables.get("good_slot", slot) != slot
+    environment.set(**{f"BOOT_{slot}_LEFT": ATTEMPTS for slot in variables["BOOT_ORDER"].split()})
+    return choose_slot(environment)
 
 
 class Computer:
@@ -121,10 +123,9 @@ class DirectoryComputer(Computer):
     data = None
 
     def __init__(self, folder, power, system, statements=""):
-        """system: what is installed in slot A
+        """A factory-new computer. system: what is installed in slot A
         statements: executed in the database at its version"""
-        super().__init__(folder, power, BOOT_ORDER="A", BOOT_A_LEFT=3, BOOT_B_LEFT=0,
-                         good_slot="A")
+        super().__init__(folder, power, BOOT_ORDER="A", BOOT_A_LEFT=ATTEMPTS, BOOT_B_LEFT=0)
         self.data = folder / "data"
         make_database(self.data, system.version, statements)
         self.write(system, "A")

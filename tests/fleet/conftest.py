@@ -4,7 +4,7 @@ import contextlib
 
 import pytest
 import systems
-from computer import DirectoryComputer
+from computer import ATTEMPTS, DirectoryComputer
 from engine import Engine
 from journey import Journey
 from power import Power
@@ -34,14 +34,16 @@ def faulty_system(folder):
 
 @pytest.fixture
 def begin(folder, old_system):
-    """Makes a computer that was started with the old system."""
+    """Makes a computer with the old system, which was started."""
     with contextlib.ExitStack() as stack:
-        def make(cuts=(), durations=None, attempts=3, rehearses=True, statements=""):
+        def make(cuts=(), durations=None, attempts=ATTEMPTS, rehearses=True, statements="",
+                 is_started=True):
             power = Power(durations=durations)
             place = stack.enter_context(scratch_directory(folder))
             computer = DirectoryComputer(place, power, old_system, statements)
             journey = Journey(computer, Engine(computer, attempts, rehearses))
-            journey.start()
+            if is_started:
+                journey.start()
             power.points.clear()
             power.cuts = list(cuts)
             return journey

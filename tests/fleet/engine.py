@@ -1,11 +1,11 @@
 """A simulated update engine. It works in the same order as RAUC: it writes the other slot, calls
 the hook of the bundle, and then sets the boot loader's variables."""
 
-from computer import OTHER, choose_slot
+from computer import ATTEMPTS, OTHER, choose_slot
 
 
 class Engine:
-    def __init__(self, computer, attempts=3, rehearses=True):
+    def __init__(self, computer, attempts=ATTEMPTS, rehearses=True):
         """attempts: how often the boot loader starts a system that was not found good yet"""
         self.computer = computer
         self.attempts, self.rehearses = attempts, rehearses
@@ -38,7 +38,7 @@ class Engine:
         self.computer.power.point("activated")
 
     def find_good(self, slot):
-        """Marks the running system as good."""
-        self.computer.environment.set(**{f"BOOT_{slot}_LEFT": self.attempts})
+        """Marks the running system as good, at every start."""
+        self.computer.environment.set(**{f"BOOT_{slot}_LEFT": ATTEMPTS})
         self.computer.power.point("half found good")
         self.computer.environment.set(good_slot=slot)

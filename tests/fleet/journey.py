@@ -11,6 +11,9 @@ from systems import APPLICATION, OLD_VERSION
 MOST_STARTS = 12
 MOST_TRIES = 3
 ENTERED = "entered %"
+# Two ways to bring the database to another system's version.
+RETURN = (f"/{APPLICATION}/update-check", "return", "/mnt")
+RESTORE = (f"/{APPLICATION}/migration-guard", "restore")
 
 
 class Journey:
@@ -44,11 +47,10 @@ class Journey:
             status, _ = self.computer.run("an ordinary start", slot, *self.ordinary_start)
         self.starts.append((slot, is_trial, status))
         self.point("migrated")
-        if is_trial:
-            if status != 0:
-                return False
-            self.engine.find_good(slot)
-            self.point("found good")
+        if is_trial and status != 0:
+            return False
+        self.engine.find_good(slot)
+        self.point("found good")
         self.running = slot
         self._work()
         return True
@@ -61,7 +63,7 @@ class Journey:
             found, = database.execute(
                 "SELECT version FROM tableVersion WHERE tableName = 'mainSqlDb'").fetchone()
             assert found == expected, f"device software for {expected} finds {found}"
-            name = f"entered {len(self.entered)}"
+            name = f"entered {len(self.entered)} in {self.running}"
             with database:
                 database.execute("INSERT INTO growers (displayName) VALUES (?)", (name,))
         self.entered.append(name)
@@ -79,15 +81,16 @@ class Journey:
             self.start()
         return status
 
-    def go_back(self):
-        """A deliberate return to the system in the other slot, tried once."""
+    def go_back(self, command=RETURN):
+        """A deliberate return to the system in the other slot, tried once.
+
+        command: of the running system, which brings the database there; the other one is at /mnt
+        """
         other = OTHER[self.running]
         status = None
         try:
             self.point("before the return")
-            status, _ = self.computer.run(
-                "the return", self.running, f"/{APPLICATION}/update-check", "return", "/mnt",
-                mounted=other)
+            status, _ = self.computer.run("the return", self.running, *command, mounted=other)
             self.point("brought back")
             if status == 0:
                 self.engine.activate(other)

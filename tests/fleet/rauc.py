@@ -2,17 +2,15 @@
 
 import shutil
 
-from computer import OTHER, choose_slot
+from computer import ATTEMPTS, OTHER, choose_slot
 from loop_computer import LoopComputer, run
 from support.places import TESTS
 from systems import APPLICATION, ENGINES
 
 COMMANDS = ("rauc", "dbus-daemon", "mount", "umount", "sleep", "cp", "grep", "mv", "sync", "sed",
-            "tr")
+            "tr", "timeout")
 FILES = TESTS / "fleet" / "system"
 EXAMPLES = ENGINES / "rauc"
-# RAUC gives a system this many attempts when it activates it or finds it good.
-ATTEMPTS = 3
 KEY, CERTIFICATE = "key.pem", "certificate.pem"
 
 
@@ -32,7 +30,7 @@ def configure(system, _name):
     (etc / "passwd").write_text("root:x:0:0:root:/:/bin/sh\n")
     shutil.copy(FILES / "bus.conf", etc)
     shutil.copy(FILES / "rauc.service", etc / "bus-services")
-    for tool in ("fw_printenv", "fw_setenv", "with-bus"):
+    for tool in ("fw_printenv", "fw_setenv", "systemctl", "with-bus"):
         shutil.copy(FILES / tool, system.root / "usr/bin")
     shutil.copy(EXAMPLES / "update-good", system.application)
 
@@ -65,9 +63,11 @@ class Rauc:
     def __init__(self, computer):
         self.computer = computer
         self.output = ""
+        self.is_trial = False
 
     def choose_slot(self):
-        return choose_slot(self.computer.environment)
+        slot, self.is_trial = choose_slot(self.computer.environment)
+        return slot, self.is_trial
 
     def _run(self, name, slot, *command, options=()):
         partitions = self.computer.folder / "partitions"
@@ -77,7 +77,8 @@ class Rauc:
             (partitions / f"system-{letter.lower()}").symlink_to(
                 self.computer.slots[letter].device)
         line = self.computer.folder / "cmdline"
-        line.write_text(f"quiet rauc.slot={slot}\n")
+        trial = " trial-boot" if self.is_trial else ""
+        line.write_text(f"quiet rauc.slot={slot}{trial}\n")
         # RAUC unmounts only what it has mounted.
         self.computer.slots[OTHER[slot]].unmount()
         status, self.output = self.computer.run_engine(
@@ -101,4 +102,4 @@ class Rauc:
 
 def make_computer(folder, power, image, version):
     return LoopComputer(folder, power, image, version, BOOT_ORDER="A", BOOT_A_LEFT=ATTEMPTS,
-                        BOOT_B_LEFT=0, good_slot="A")
+                        BOOT_B_LEFT=0)

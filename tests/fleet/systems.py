@@ -23,7 +23,7 @@ ENGINES = ROOT / "packaging" / "update-engines"
 APPLICATION = "usr/lib/fieldcomputer"
 DRIVERS = "/usr/lib/*/qt5/plugins/sqldrivers/libqsqlite.so"
 LIBRARY = re.compile(r"(/\S+) \(0x")
-COMMANDS = ("bwrap", "cat", "dirname", "realpath", "sh", "sqlite3")
+COMMANDS = ("bwrap", "cat", "cp", "dirname", "realpath", "sh", "sqlite3")
 # Notes which version the old program finds when it starts. The guard gives it a copy.
 NOTES_VERSION = f"""#!/bin/sh
 HOME=/tmp sqlite3 -readonly /{APPLICATION}/databases/my.db.sqlite \\

@@ -9,7 +9,7 @@ import pytest
 import systems
 from systems import APPLICATION, ENGINES, NEWEST, OLD_VERSION
 
-TOOLS = ("cp", "jq", "mktemp", "rm", "rmdir", "sed", "wc")
+TOOLS = ("cp", "grep", "jq", "mktemp", "rm", "rmdir", "sed", "timeout", "tr", "wc")
 # It ends with its statuses in turn, and after the last one with that one again.
 GUARD = '''#!/bin/sh
 echo "$@" >>/data/calls
@@ -55,21 +55,22 @@ class Place:
         path.write_text(text)
         path.chmod(0o755)
 
-    def run(self, *command, guard=0, variables=()):
+    def run(self, *command, guard=0, variables=(), options=()):
         """Runs a command of the running system; returns its status and what it has printed.
 
         guard: the status with which the guard ends, or those of its calls
+        options: more options for bubblewrap
         """
         statuses = guard if isinstance(guard, tuple) else (guard,)
         (self.data / "status").write_text("".join(f"{status}\n" for status in statuses))
-        options = [option for variable in variables for option in ("--setenv", *variable)]
+        settings = [option for variable in variables for option in ("--setenv", *variable)]
         result = subprocess.run(
             ["bwrap", "--die-with-parent", "--unshare-pid", "--clearenv",
-             "--setenv", "PATH", "/tmp/stubs:/usr/bin", *options,
+             "--setenv", "PATH", "/tmp/stubs:/usr/bin", *settings,
              "--ro-bind", self.root, "/", "--ro-bind", self.running, f"/{APPLICATION}",
              "--ro-bind", self.new, "/mnt", "--bind", self.data, "/data",
              "--ro-bind", ENGINES, "/opt", "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp",
-             "--ro-bind", self.stubs, "/tmp/stubs", "--", *command],
+             "--ro-bind", self.stubs, "/tmp/stubs", *options, "--", *command],
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
         return result.returncode, result.stdout
 
@@ -87,7 +88,7 @@ INSTALL = (f"/mnt/{APPLICATION}/update-check", "install", "/mnt")
 START = (f"/{APPLICATION}/update-check", "start")
 RETURN = (f"/{APPLICATION}/update-check", "return", "/mnt")
 REHEARSE = f"rehearse --strict --root /mnt {NEWEST}"
-REHEARSE_HARM = f"rehearse --root /mnt {NEWEST}"
+REHEARSE_HARM = f"rehearse --root /mnt --accept direct:no-room {NEWEST}"
 
 
 @pytest.mark.parametrize("guard, status", [
@@ -185,18 +186,27 @@ def test_wrong_call_is_refused(place, arguments):
 def test_accepted_findings_are_those_of_both_rehearsals(place):
     (place.new / APPLICATION / "accepted-findings").write_text("damaged\n")
     assert place.run(*INSTALL, guard=(3, 4))[0] == 4
-    assert place.calls() == [f"rehearse{strict} --root /mnt --accept damaged {NEWEST}"
-                             for strict in (" --strict", "")]
+    assert place.calls() == [
+        f"rehearse --strict --root /mnt --accept damaged {NEWEST}",
+        f"rehearse --root /mnt --accept direct:no-room --accept damaged {NEWEST}"]
 
 
 @pytest.mark.parametrize("guard, status, output", [
-    (0, 0, ""), (3, 3, "the update could not be rehearsed: try again later\n"),
+    (0, 0, ""), (1, 1, "the update could not be rehearsed: try again later\n"),
+    (3, 3, "the update could not be rehearsed: try again later\n"),
     ((3, 4), 4, "this update is not for the database of this device\n"),
+    (4, 4, "this update is not for the database of this device\n"),
     (137, 137, "the update could not be rehearsed: try again later\n")])
 def test_hook_of_a_rauc_bundle(place, guard, status, output):
     assert place.run("/opt/rauc/hook", "slot-post-install", guard=guard, variables=[
         ("RAUC_SLOT_MOUNT_POINT", "/mnt")]) == (status, output)
     assert place.calls()[0] == REHEARSE
+
+
+def test_hook_of_a_rauc_bundle_refuses_a_system_without_update_check(place):
+    (place.new / APPLICATION / "update-check").unlink()
+    assert place.run("/opt/rauc/hook", "slot-post-install", variables=[
+        ("RAUC_SLOT_MOUNT_POINT", "/mnt")]) == (4, "the new system has no update-check\n")
 
 
 def test_hook_of_a_rauc_bundle_knows_no_other_call(place):
@@ -219,6 +229,17 @@ def test_mender_rehearses_in_the_other_partition(place, running, new, guard, sta
     assert (rehearsed, unmounted) == (f"rehearse --strict --root {path} {NEWEST}", "umount")
 
 
+def test_mender_refuses_a_system_without_update_check(place):
+    (place.new / APPLICATION / "update-check").unlink()
+    assert place.run(MENDER_INSTALL) == (1, "the new system has no update-check\n")
+    assert place.calls()[-1] == "umount"
+
+
+def test_mender_does_not_commit_a_system_without_update_check(place):
+    (place.running / "update-check").unlink()
+    assert place.run(MENDER_COMMIT) == (1, "this system has no update-check\n")
+
+
 def test_mender_tries_later_when_the_new_system_cannot_be_mounted(place):
     (place.data / "broken").touch()
     assert place.run(MENDER_INSTALL)[0] == 21
@@ -234,6 +255,64 @@ def test_mender_tries_later_when_the_boot_loader_does_not_answer(place):
 def test_mender_commits_what_the_guard_finds_good(place, guard, status):
     assert place.run(MENDER_COMMIT, guard=guard)[0] == status
     assert place.calls() == ["run --strict"]
+
+
+class Start:
+    """A start of a system with RAUC, whose command and U-Boot's tools note how they are called."""
+
+    def __init__(self, place, options):
+        """options: of the kernel"""
+        self.place = place
+        for name in ("rauc", "systemctl", "fw_printenv", "fw_setenv"):
+            self.answer(name)
+        self.line = place.data / "cmdline"
+        self.line.write_text(f"quiet {options}\n")
+
+    def answer(self, name, status=0, output=""):
+        """Sets how a tool ends and what it prints."""
+        self.place.script(self.place.stubs / name,
+                          f'#!/bin/sh\necho "{name} $*" >>/data/calls\n'
+                          f'echo "{output}"\nexit {status}\n')
+
+    def find_good(self):
+        return self.place.run("/opt/rauc/update-good", options=(
+            "--ro-bind", self.line, "/proc/cmdline"))[0]
+
+
+ASKS = "systemctl --quiet is-active boot-complete.target"
+FINDS = ["rauc status mark-good", "fw_printenv good_slot"]
+SETS = "fw_setenv good_slot B"
+ORDINARY, TRIAL = "rauc.slot=B", "rauc.slot=B trial-boot"
+
+
+@pytest.mark.parametrize("options, good, calls", [
+    pytest.param(ORDINARY, "", [*FINDS, SETS], id="a factory-new device"),
+    pytest.param(ORDINARY, "good_slot=B", FINDS, id="an ordinary start"),
+    pytest.param(TRIAL, "good_slot=A", [ASKS, *FINDS, SETS], id="a trial boot"),
+    pytest.param(TRIAL, "good_slot=B", [ASKS, *FINDS], id="a trial boot of the good system"),
+])
+def test_start_is_found_good(place, options, good, calls):
+    start = Start(place, options)
+    start.answer("fw_printenv", 0 if good else 1, good)
+    assert start.find_good() == 0
+    assert place.calls() == calls
+
+
+@pytest.mark.parametrize("tool, calls", [
+    ("systemctl", [ASKS]), ("rauc", [ASKS, *FINDS[:1]]), ("fw_setenv", [ASKS, *FINDS, SETS])])
+def test_only_a_trial_boot_fails(place, tool, calls):
+    trial = Start(place, TRIAL)
+    trial.answer(tool, 1)
+    assert (trial.find_good(), place.calls()) == (1, calls)
+    ordinary = Start(place, ORDINARY)
+    ordinary.answer(tool, 1)
+    assert ordinary.find_good() == 0
+
+
+@pytest.mark.parametrize("options, status", [("", 0), ("trial-boot", 1), ("no-trial-boot", 0)])
+def test_start_without_a_slot(place, options, status):
+    assert Start(place, options).find_good() == status
+    assert "rauc status mark-good" not in place.calls()
 
 
 def run_of(status, **more):

@@ -7,6 +7,8 @@ loader are simulated. campaign.py has real engines.
 import os
 
 import pytest
+from computer import ATTEMPTS
+from journey import RESTORE
 from power import Moment
 from systems import APPLICATION, NEWEST, OLD_VERSION
 
@@ -17,8 +19,8 @@ def update(journey, system):
     journey.repeat(journey.update, system, until=system.version)
 
 
-def go_back(journey):
-    journey.repeat(journey.go_back, until=OLD_VERSION)
+def go_back(journey, *command):
+    journey.repeat(journey.go_back, *command, until=OLD_VERSION)
 
 
 @pytest.fixture(scope="module")
@@ -40,6 +42,12 @@ def known(undisturbed, begin, new_system):
         undisturbed["durations"] = power.durations
         assert journey.starts == [("A", False, 0), ("B", True, 0), ("B", False, 0),
                                   ("A", True, 0), ("A", False, 0)]
+        journey = begin()
+        before = journey.content_after_another_start()
+        update(journey, new_system)
+        go_back(journey, RESTORE)
+        undisturbed["return by the kept database"] = journey.content_after_another_start()
+        assert undisturbed["return by the kept database"] == before
     return undisturbed
 
 
@@ -68,8 +76,7 @@ def test_power_cut_in_an_update(known, begin, new_system, moment):
     assert journey.violations(NEWEST, known["update"][1]) == []
 
 
-@pytest.mark.parametrize("moment", moments(
-    ["started", "migrated"], "an ordinary start"))
+@pytest.mark.parametrize("moment", moments(START, "an ordinary start"))
 def test_power_cut_in_a_fall_back_that_no_hook_sees(known, begin, new_system, moment):
     """The key is turned off after the migration, before the update is found good."""
     journey = begin([Moment("migrated"), moment], known["durations"], attempts=1)
@@ -88,6 +95,70 @@ def test_power_cut_in_a_deliberate_return(known, begin, new_system, moment):
     power.cuts, power.known = [moment], known["durations"]
     go_back(journey)
     assert journey.violations(OLD_VERSION, known["return"][1]) == []
+
+
+@pytest.mark.parametrize("moment", moments(POINTS_OF_RETURN, "the return", "the first start"))
+def test_power_cut_in_a_return_by_the_kept_database(known, begin, new_system, moment):
+    """Rows that were entered on the new system, and only those, are put aside."""
+    journey = begin()
+    update(journey, new_system)
+    entered = set(journey.entered)
+    power = journey.computer.power
+    power.cuts, power.known = [moment], known["durations"]
+    go_back(journey, RESTORE)
+    assert power.cuts == []
+    assert journey.computer.recorded_version() == OLD_VERSION
+    put_aside = {name for name in journey.entered if name.endswith("in B")}
+    assert set(journey.lost_rows()) == put_aside
+    assert entered & put_aside
+    assert journey.content_after_another_start() == known["return by the kept database"]
+    assert max(journey.versions_for_old_program()) == OLD_VERSION
+
+
+def test_good_system_does_not_use_up_its_attempts(begin):
+    journey = begin()
+    for _ in range(2 * ATTEMPTS):
+        journey.start()
+    assert set(journey.starts) == {("A", False, 0)}
+
+
+def test_power_cuts_at_ordinary_starts_cost_attempts(begin):
+    """As many as there are; then the other system would start."""
+    journey = begin([Moment("migrated")] * (ATTEMPTS - 1))
+    journey.start()
+    assert journey.computer.environment.read()["BOOT_A_LEFT"] == str(ATTEMPTS)
+
+
+def test_good_system_comes_back_after_its_attempts(known, begin, new_system):
+    """The key is turned off so early and so often that the old system is tried. It refuses the
+    newer database."""
+    journey = begin()
+    update(journey, new_system)
+    begun = len(journey.starts)
+    journey.computer.power.cuts = [Moment("started")] * ATTEMPTS
+    journey.start()
+    assert journey.starts[begun:] == [("A", True, 3)] * ATTEMPTS + [("B", False, 0)]
+    assert journey.violations(NEWEST, known["update"][1]) == []
+
+
+def test_factory_new_computer_without_a_database(begin):
+    """Its first start is an ordinary one, which makes the database. A trial boot could not."""
+    journey = begin(is_started=False)
+    journey.computer.database.unlink()
+    slot, is_trial = journey.engine.choose_slot()
+    assert (slot, is_trial) == ("A", False)
+    assert journey.computer.run("the first start", slot, *journey.first_start)[0] == 3
+    assert journey.computer.run("an ordinary start", slot, *journey.ordinary_start)[0] == 0
+    assert journey.computer.database.exists()
+
+
+def test_first_update_of_a_factory_new_computer(begin, new_system):
+    journey = begin(is_started=False)
+    assert "good_slot" not in journey.computer.environment.read()
+    journey.start()
+    assert journey.computer.environment.read()["good_slot"] == "A"
+    update(journey, new_system)
+    assert journey.starts == [("A", False, 0), ("B", True, 0)]
 
 
 def test_trial_boot_is_tried_again_while_it_has_attempts(known, begin, new_system):

@@ -1,13 +1,14 @@
 #!/usr/bin/python3
-"""Tries the units of packaging/systemd on an emulated computer, and cuts its power.
+"""Tries the units of packaging on an emulated computer, and cuts its power.
 
     campaign.py [--minutes M] [--cuts N]
 
 The computer starts a Debian with systemd from a read-only disk; the database is on another one.
-Each case says what the device software and the update engine must find. Then the power is cut at
-moments that are spread over a migration. The next start has to find the old or the new database,
-and has to end as an undisturbed one does. Answers are kept in build/machine/. The campaign needs
-root, a build of the preset dev, and the network once.
+The units have the drop-ins for two systems; RAUC and the tools of U-Boot are stand-ins. Each case
+says what the device software, the update engine and the boot loader must find. Then the power is
+cut at moments that are spread over a migration. The next start has to find the old or the new
+database, and has to end as an undisturbed one does. Answers are kept in build/machine/. The
+campaign needs root, a build of the preset dev, and the network once.
 """
 
 import contextlib
@@ -20,13 +21,14 @@ from dataclasses import dataclass
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 
-from machine import BUILD, HERE, UNITS, DataDisk, Machine
+from machine import APPLICATION, BUILD, ENGINES, HERE, UNITS, DataDisk, Machine
 from support.campaign import Campaign, fingerprint, parser
 from support.contents import RANDOM_IDENTIFIER
 from support.places import scratch_directory
 from support.versions import NEWEST
 
-SOFTWARE, ENGINE = "device software: version ", "update engine: good"
+SOFTWARE = "device software: version "
+FOUND_GOOD = ("update engine: status mark-good", "boot loader: good_slot=A")
 BEGIN = "Starting migration-guard"
 END = "Finished migration-guard"
 TRIAL = "trial-boot"
@@ -34,26 +36,47 @@ TRIAL = "trial-boot"
 
 @dataclass(frozen=True)
 class Case:
-    statements: str  # executed in the database at version 1
     options: str  # of the kernel
-    status: int  # of the guard
+    status: object  # of the guard's recorded run, None if there is none
     version: object  # the version that the device software finds, None if it does not start
-    is_good: bool  # for the update engine
+    is_good: bool  # whether the update engine and the boot loader know the start as good
+    statements: str = ""  # executed in the database at version 1
+    without: str = ""  # this file of the system
+    has_data: bool = True  # whether the data partition can be mounted
 
 
-# A migration that ends with something to look at: version 7 needs this table.
-LOOK_AT_IT = "DROP TABLE files;"
+# A migration that ends with something to look at: this copy is in the way of version 25.
+LOOK_AT_IT = "CREATE TABLE growers_temp (id);"
+TOO_NEW = 99
+SET_TOO_NEW = f"UPDATE tableVersion SET version = {TOO_NEW};"
+TARGET = f"{APPLICATION}/schemaversion.txt"
 CASES = {
-    "an ordinary start migrates": Case("", "", 0, NEWEST, True),
-    "an ordinary start goes on after status 4": Case(LOOK_AT_IT, "", 4, NEWEST, True),
-    "the first start of an update migrates": Case("", TRIAL, 0, NEWEST, True),
-    "the first start of an update ends on status 3": Case(LOOK_AT_IT, TRIAL, 3, None, False),
+    "an ordinary start migrates": Case("", 0, NEWEST, True),
+    "an ordinary start goes on after status 4": Case("", 4, NEWEST, True, LOOK_AT_IT),
+    "an ordinary start goes on after status 3": Case("", 3, TOO_NEW, True, SET_TOO_NEW),
+    "an ordinary start goes on without a version in the image":
+        Case("", None, 1, True, without=TARGET),
+    "an ordinary start goes on without the data partition":
+        Case("", None, "unknown", True, has_data=False),
+    "an ordinary start goes on if another check fails":
+        Case("other-check-fails", 0, NEWEST, True),
+    "an ordinary start goes on if it cannot be found good": Case("rauc-fails", 0, NEWEST, False),
+    "the first start of an update migrates": Case(TRIAL, 0, NEWEST, True),
+    "the first start of an update ends on status 3": Case(TRIAL, 3, None, False, LOOK_AT_IT),
+    "the first start of an update ends without a version in the image":
+        Case(TRIAL, None, None, False, without=TARGET),
+    "the first start of an update ends without the data partition":
+        Case(TRIAL, None, None, False, has_data=False),
+    "the first start of an update ends if another check fails":
+        Case(f"{TRIAL} other-check-fails", 0, None, False),
+    "the first start of an update ends if it cannot be found good":
+        Case(f"{TRIAL} rauc-fails", 0, None, False),
 }
 
 
 def last_run(files):
     record = files / "lastMigration.json"
-    return json.loads(record.read_text())["lastRun"] if record.exists() else None
+    return json.loads(record.read_text())["lastRun"] if record.exists() else {}
 
 
 def content_of(files):
@@ -65,7 +88,9 @@ def content_of(files):
 def found_version(output):
     versions = [line.partition(SOFTWARE)[2].strip() for line in output.splitlines()
                 if SOFTWARE in line]
-    return int(versions[0]) if versions else None
+    if not versions:
+        return None
+    return int(versions[0]) if versions[0].isdecimal() else versions[0]
 
 
 def try_case(machine, case):
@@ -73,19 +98,26 @@ def try_case(machine, case):
     with scratch_directory() as folder:
         disk = DataDisk(folder, case.statements)
         before = content_of(disk.files())
+        if not case.has_data:
+            disk.destroy()
+        if case.without:
+            machine = machine.without(case.without)
         output = machine.run(disk.path, case.options)
-        files = disk.files()
-        found = {"status": last_run(files)["status"], "version": found_version(output),
-                 "is_good": ENGINE in output}
+        run = last_run(disk.files()) if case.has_data else {}
+        found = {"status": run.get("status"), "version": found_version(output),
+                 "is_good": all(text in output for text in FOUND_GOOD)}
         wrong = [f"{name}: {value}" for name, value in found.items()
                  if value != getattr(case, name)]
-        if case.status == 3 and content_of(files) != before:
+        if run.get("way", "guarded") != "guarded":
+            wrong.append(f"way: {run['way']}")
+        if case.status in (3, None) and case.has_data and content_of(disk.files()) != before:
             wrong.append("the database has changed")
         return wrong
 
 
 def undisturbed(machine):
-    """How long a migration takes, in seconds, and the databases before and after it."""
+    """How long a migration takes, in seconds, and the databases before it, after it and after
+    another start, which may change a definition once."""
     with scratch_directory() as folder:
         disk = DataDisk(folder)
         before = content_of(disk.files())
@@ -94,7 +126,10 @@ def undisturbed(machine):
             for line in process.stdout:
                 begin = begin or (BEGIN in line and time.monotonic())
                 end = end or (END in line and time.monotonic())
-        return {"seconds": end - begin, "before": before, "after": content_of(disk.files())}
+        after = content_of(disk.files())
+        machine.run(disk.path)
+        return {"seconds": end - begin, "before": before, "after": after,
+                "later": content_of(disk.files())}
 
 
 def try_cut(machine, known, part):
@@ -104,10 +139,12 @@ def try_cut(machine, known, part):
         machine.cut(disk.path, BEGIN, known["seconds"] * part)
         after_cut = content_of(disk.files())
         wrong = [] if after_cut in (known["before"], known["after"]) else ["neither old nor new"]
+        is_new = after_cut == known["after"]
         output = machine.run(disk.path)
-        if found_version(output) != NEWEST or content_of(disk.files()) != known["after"]:
+        if found_version(output) != NEWEST or \
+                content_of(disk.files()) != known["later" if is_new else "after"]:
             wrong.append(f"the next start ends with version {found_version(output)}")
-        return {"new": after_cut == known["after"], "wrong": wrong}
+        return {"new": is_new, "wrong": wrong}
 
 
 def main():
@@ -115,7 +152,8 @@ def main():
     options.add_argument("--cuts", type=int, default=24)
     arguments = options.parse_args()
     campaign = Campaign("machine", arguments.minutes)
-    of = fingerprint(UNITS, HERE, BUILD / "database-migrator", BUILD / "guard" / "migration-guard")
+    of = fingerprint(UNITS, ENGINES, HERE, BUILD / "database-migrator",
+                     BUILD / "guard" / "migration-guard")
     machine = Machine(campaign.folder)
     broken = False
     for name, case in CASES.items():

@@ -1,7 +1,8 @@
-"""An emulated computer that starts Debian, the units of packaging/systemd and a stand-in for the
-device software."""
+"""An emulated computer that starts Debian, the units of packaging with the drop-ins for two
+systems, and stand-ins for the device software and the update engine."""
 
 import contextlib
+import copy
 import pathlib
 import shutil
 import sqlite3
@@ -12,7 +13,9 @@ from support.places import DEMO, ROOT
 from support.versions import NEWEST, dump_of
 
 HERE = pathlib.Path(__file__).resolve().parent
+STAND_INS = HERE / "stand-ins"
 UNITS = ROOT / "packaging" / "systemd"
+ENGINES = ROOT / "packaging" / "update-engines"
 BUILD = ROOT / "build" / "dev"
 APPLICATION = "usr/lib/fieldcomputer"
 PACKAGES = ("systemd", "systemd-sysv", "udev", "linux-image-cloud-amd64", "initramfs-tools",
@@ -20,10 +23,10 @@ PACKAGES = ("systemd", "systemd-sysv", "udev", "linux-image-cloud-amd64", "initr
             "bubblewrap", "sqlite3")
 # The units' messages come over the serial line. A restart ends the machine.
 KERNEL_OPTIONS = ("root=/dev/vda ro console=ttyS0 quiet panic=-1 systemd.show_status=0"
-                  " systemd.journald.forward_to_console=1")
+                  " systemd.journald.forward_to_console=1 rauc.slot=A")
 FILE_SYSTEMS = """\
 /dev/vda / ext4 ro 0 1
-/dev/vdb /data ext4 defaults 0 2
+/dev/vdb /data ext4 nofail 0 2
 tmpfs /tmp tmpfs defaults 0 0
 tmpfs /var tmpfs defaults 0 0
 """
@@ -57,7 +60,8 @@ def install(root):
     application.mkdir(parents=True)
     for file in (BUILD / "database-migrator", BUILD / "guard" / "migration-guard",
                  BUILD / "schema-versions.json", DEMO / "refMachines.sql",
-                 DEMO / "refProducts.sql"):
+                 DEMO / "refProducts.sql", ENGINES / "update-check",
+                 ENGINES / "rauc" / "update-good", STAND_INS / "device-software"):
         shutil.copy2(file, application)
     (application / "schemaversion.txt").write_text(f"{NEWEST}\n")
     (application / "databases").symlink_to("/data/databases")
@@ -65,16 +69,20 @@ def install(root):
     (root / "data").mkdir()
     (root / "etc/fstab").write_text(FILE_SYSTEMS)
     system = root / "etc/systemd/system"
-    for unit in ("migration-guard", "migration-guard-trial"):
+    for unit, drop_in in (("migration-guard", "fall-back"),
+                          ("migration-guard-trial", "first-start")):
         shutil.copy(UNITS / f"{unit}.service", system)
         (system / f"{unit}.service.d").mkdir()
-        shutil.copy(UNITS / "sandbox.conf", system / f"{unit}.service.d")
-    stand_ins = sorted(HERE.glob("*.service"))
-    for unit in stand_ins:
+        for file in (UNITS / "sandbox.conf", ENGINES / "systemd" / f"{drop_in}.conf"):
+            shutil.copy(file, system / f"{unit}.service.d")
+    stand_ins = sorted(STAND_INS.glob("*.service"))
+    for unit in (ENGINES / "systemd" / "update-good.service", *stand_ins):
         shutil.copy(unit, system)
+    for tool in ("rauc", "fw_printenv", "fw_setenv"):
+        shutil.copy2(STAND_INS / tool, root / "usr/bin")
     run("systemctl", f"--root={root}", "mask", *UNUSED_UNITS)
     run("systemctl", f"--root={root}", "enable", "migration-guard", "migration-guard-trial",
-        *(unit.stem for unit in stand_ins))
+        "update-good", *(unit.stem for unit in stand_ins))
 
 
 class Machine:
@@ -88,13 +96,20 @@ class Machine:
         self.kernel, = (root / "boot").glob("vmlinuz-*")
         self.initial_disk, = (root / "boot").glob("initrd.img-*")
         self.disk = folder / "system.ext4"
-        copy = folder / "system"
-        shutil.rmtree(copy, ignore_errors=True)
-        run("cp", "--archive", root, copy)
-        install(copy)
+        self.root = folder / "system"
+        shutil.rmtree(self.root, ignore_errors=True)
+        run("cp", "--archive", root, self.root)
+        install(self.root)
         self.disk.unlink(missing_ok=True)
-        run("mkfs.ext4", "-q", "-d", copy, self.disk, "900M")
-        self.root = copy
+        run("mkfs.ext4", "-q", "-d", self.root, self.disk, "900M")
+
+    def without(self, file):
+        """The same machine without one file of its system."""
+        other = copy.copy(self)
+        other.disk = self.folder / "changed.ext4"
+        run("cp", "--sparse=always", self.disk, other.disk)
+        run("debugfs", "-w", "-R", f"rm /{file}", other.disk)
+        return other
 
     @contextlib.contextmanager
     def started(self, data, options=""):
@@ -132,6 +147,8 @@ class Machine:
 class DataDisk:
     """A data partition with the directory of the database, as a file."""
 
+    size = "32M"
+
     def __init__(self, folder, statements=""):
         """The database is at version 1, with statements executed in it."""
         self.folder = folder
@@ -140,16 +157,21 @@ class DataDisk:
         databases.mkdir(parents=True)
         with contextlib.closing(sqlite3.connect(databases / "my.db.sqlite")) as database:
             database.executescript(dump_of(1) + statements)
-        run("mkfs.ext4", "-q", "-d", databases.parent, self.path, "32M")
+        run("mkfs.ext4", "-q", "-d", databases.parent, self.path, self.size)
+
+    def destroy(self):
+        """Overwrites the file system, so it cannot be mounted."""
+        self.path.unlink()
+        run("truncate", f"--size={self.size}", self.path)
 
     def files(self):
         """The directory of the database as the next start finds it; returns where it is."""
         found = self.folder / "found"
         shutil.rmtree(found, ignore_errors=True)
         found.mkdir()
-        copy = found / "data.ext4"
-        shutil.copy(self.path, copy)
+        image = found / "data.ext4"
+        shutil.copy(self.path, image)
         # As at a start, the file system's own journal is replayed first.
-        subprocess.run(["e2fsck", "-fy", copy], capture_output=True, check=False)
-        run("debugfs", "-R", f"rdump /databases {found}", copy)
+        subprocess.run(["e2fsck", "-fy", image], capture_output=True, check=False)
+        run("debugfs", "-R", f"rdump /databases {found}", image)
         return found / "databases"
