@@ -129,8 +129,8 @@ class Sentences:
 
     def library_unfit(self, finding):
         if finding.object:
-            return Markup("The guard needs SQLite 3.33 or newer with {}, which this library does not "
-                          "have.").format(shown(finding.object))
+            return Markup("The guard needs SQLite 3.33 or newer with {}, which this library does "
+                          "not have.").format(shown(finding.object))
         return Markup(
             "The SQLite library refuses texts in double quotes, and versions 6 and 16 need them.")
 

@@ -12,7 +12,7 @@ from journey import RESTORE
 from power import Moment
 from systems import APPLICATION, NEWEST, OLD_VERSION
 
-PARTS = [number / 40 for number in range(1, 40)] if os.environ.get("CAMPAIGN") else (0.3, 0.8)
+PARTS = [number / 40 for number in range(1, 40)] if os.environ.get("CAMPAIGN") else (0.55,)
 
 
 def update(journey, system):

@@ -1,5 +1,6 @@
 """The guard's lock where there is no database yet, and where there can be no lock."""
 
+import contextlib
 import os
 import shutil
 
@@ -26,8 +27,9 @@ def waits_for_the_lock(process):
     """True if the guard has opened the directory that it locks."""
     for guard in guards_of(process):
         for descriptor in os.scandir(f"/proc/{guard}/fd"):
-            if os.readlink(descriptor.path).endswith("/databases"):
-                return True
+            with contextlib.suppress(FileNotFoundError):  # It has been closed meanwhile.
+                if os.readlink(descriptor.path).endswith("/databases"):
+                    return True
     return False
 
 
