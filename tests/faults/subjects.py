@@ -87,8 +87,9 @@ GUARD = Subject(
     module="guarded",
     files=files_of_guard(BUILD / "database-migrator", BUILD / "guard" / "migration-guard",
                          TREE_SHIM),
-    sources=(*product_sources(), *sorted((ROOT / "guard").iterdir()), DATA / "version_01.sql",
-             file_of(NEWEST)),
+    sources=(*product_sources(),
+             *sorted(file for file in (ROOT / "guard").rglob("*") if file.is_file()),
+             DATA / "version_01.sql", file_of(NEWEST)),
     judges=(TESTS / "support" / "contents.py", *sorted((HERE / "tree_shim").iterdir()),
             *(HERE / f"{name}.py" for name in (
                 "device", "directory_disk", "disks", "guarded", "guarded_device",

@@ -12,7 +12,7 @@ from disks import SURVIVALS, all_kept, none_kept
 from document import Figures, GuardFigures, document
 from guard_campaign import tasks
 from subjects import ALLOCATIONS, GUARD, OPERATIONS, files_of_guard
-from support.places import scratch_directory
+from support.places import ROOT, scratch_directory
 from support.versions import NEWEST
 from tree import Operation
 from workers import workers
@@ -31,6 +31,11 @@ class Sandbox:
             self.plan[walk] = self._worker.answer(
                 {"kind": "prepare", "scenario": walk, "target": GUARD.scenarios[walk]})
         return self._worker.answer({"kind": kind, "scenario": walk, "numbers": numbers, **more})
+
+
+def test_sources_of_the_guard_are_files():
+    assert all(file.is_file() for file in GUARD.sources + GUARD.judges)
+    assert ROOT / "guard" / "verdict" / "verdict.cpp" in GUARD.sources
 
 
 @pytest.fixture(scope="module")
