@@ -431,3 +431,22 @@ def test_without_bubblewrap(device):
     device.install(33)
     done = check(rehearse(device, NEWEST, bubblewrap=False))
     assert (done.status, done.report["reason"]) == (3, "no-bubblewrap")
+
+
+def test_a_program_that_is_newer_than_the_known_versions(device):
+    """What its newer versions take is not known, so it is no loss, and the terminal says so."""
+    device.install(24)
+    (device.app / "newer").mkdir()
+    device.program.rename(device.app / "newer" / "database-migrator")
+    file = device.app / "schema-versions.json"
+    known = json.loads(file.read_text())
+    known["newest"] = 26
+    known["versions"] = {version: taken for version, taken in known["versions"].items()
+                         if int(version) <= 26}
+    file.write_text(json.dumps(known))
+    done = rehearse(device, NEWEST, "/app/databases/my.db.sqlite",
+                    "--program", "/app/newer/database-migrator")
+    verdict = done.report["verdict"]
+    assert (done.status, verdict["counting"], done.report["to"]) == (0, 0, NEWEST)
+    assert verdict["unknownVersions"] == list(range(27, NEWEST + 1))
+    assert f"27 to {NEWEST}" in done.errors
