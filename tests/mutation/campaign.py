@@ -35,7 +35,7 @@ from support.places import PRODUCT, RAM_DISK, ROOT, TESTS
 HERE = pathlib.Path(__file__).resolve().parent
 # Tests of the source text, of other programs and of the disk do not look for faults in the program.
 OTHER_TESTS = "|".join((
-    "^(fleet|fuzz|guard|report|verdict)_", "^(format|shellcheck|flake8|clang_tidy|install"
+    "^(fleet|fuzz|guard|report|verdict)_", "^(format|shellcheck|flake8|install"
     "|show_changes|faults|mending_faults|mutants|catalogue|support|pages|units|packages|man_pages"
     "|sqlite_page)$",
     *(f"^{path.stem}$" for path in (TESTS / "guard").glob("*_test.cpp"))))
