@@ -22,8 +22,8 @@ public:
     /// this
     bool databaseInOrder() const { return m_content.value("databaseInOrder").toBool(true); }
 
-    /// @return true when a direct run was cut, and since then no run has told so and nothing was
-    /// restored
+    /// @return true when a direct run was cut, and since then no run has reported it and no database
+    /// was restored
     bool directRunWasCut() const;
 
     /// @return everything in the file
