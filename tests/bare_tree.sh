@@ -40,17 +40,22 @@ cp -a "$computer" "$device"
 git clone --quiet --no-hardlinks "$root" "$computer/root/clone"
 
 for tree in "$computer" "$device"; do
-    # Bubblewrap needs a root directory that is a mount.
+    # A root directory has to be a mount.
     mount --bind "$tree" "$tree"
     mount --rbind /dev "$tree/dev"
     mount -t proc proc "$tree/proc"
 done
 
 without=()
+# The tree gets a mount namespace and becomes its root: the kernel makes no user namespace in a chroot,
+# and shows a chroot's files under their outer names.
 in_tree() {
     printf '\n==== %s: %s\n' "$(basename "$1")" "$2"
+    # shellcheck disable=SC2016 # the inner shell expands it
     env --ignore-environment PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root \
-        DEBIAN_FRONTEND=noninteractive "${without[@]}" chroot "$1" bash -euc "$2" </dev/null
+        DEBIAN_FRONTEND=noninteractive unshare --mount --propagation private "${without[@]}" \
+        bash -euc 'cd "$0" && pivot_root . . && umount --lazy . && cd / && exec bash -euc "$1"' \
+        "$1" "$2" </dev/null
 }
 
 # The path in the last line of an output, which is the page that demo.sh has made.
@@ -75,7 +80,7 @@ if [ -n "$everything" ]; then
     in_tree "$computer" "cd / && root/clone/test.sh"
 
     # Once more, without the network.
-    without=(unshare --net)
+    without=(--net)
     in_tree "$computer" "/root/clone/demo.sh 1"
     in_tree "$computer" "/root/clone/test.sh"
     in_tree "$computer" "cd /root/clone && ./demo.sh --fresh 2"

@@ -109,12 +109,14 @@ class GuardedDevice:
         if bubblewrap:
             binds.append(f"--ro-bind {BUBBLEWRAP} {BUBBLEWRAP}")
         environment = dict(os.environ, DEVICE_OPTIONS=" ".join([*binds, options]))
-        switch = []
+        start = [ON_DEVICE]
         if user is not None:
-            switch = ["setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups"]
+            # Another user cannot always enter the directory of this tree, so bash gets the text.
+            start = ["setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups",
+                     "bash", "-c", ON_DEVICE.read_text(), ON_DEVICE]
         program = self.root / guard[1:] if guard.startswith("/app/") else guard
-        return dict(args=[*switch, ON_DEVICE, self.root, program,
-                          *map(str, arguments)], env=environment, stdin=subprocess.DEVNULL)
+        return dict(args=[*start, self.root, program, *map(str, arguments)], env=environment,
+                    stdin=subprocess.DEVNULL)
 
     def start(self, *arguments, **options):
         return subprocess.Popen(**self.command(*arguments, **options),
