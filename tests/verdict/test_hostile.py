@@ -68,7 +68,7 @@ def table(name, rows=2, columns="id INTEGER PRIMARY KEY, a"):
 
 # SQLite needs long to make these databases.
 TABLES = 10_000 if "CAMPAIGN" in os.environ else 2_000
-WIDE_TABLES = 200
+WIDE_TABLES = 200 if "CAMPAIGN" in os.environ else 60
 MANY_COLUMNS = ", ".join(f"c{number} INTEGER DEFAULT {number}" for number in range(1999))
 NAMES = ("a'b", 'a"b', "a\nb", "<b>", "a;b", "\u202eb", "x" * MEBIBYTE, "%1%2", "--", "[x]", "`")
 SETTINGS = ("CREATE TABLE productControl_productSettings (productId varchar(40) primary key,"
@@ -176,9 +176,9 @@ def test_verdict_on(name):
         verdict, memory, seconds = judged(folder)
         # The test's own values are at least as large as the part of a row that SQLite may hold.
         largest = 4 * 70 * MEBIBYTE if "value" in name else 0
-        if os.environ.get("MEMORY_IS_MEASURED") != "no":
+        if os.environ.get("COST_IS_MEASURED") != "no":
             assert memory < FIXED_MEMORY + MEMORY_PER_BYTE * size + largest
-        assert seconds < FIXED_SECONDS + SECONDS_PER_MEBIBYTE * size / MEBIBYTE
+            assert seconds < FIXED_SECONDS + SECONDS_PER_MEBIBYTE * size / MEBIBYTE
         kinds = {finding["kind"] for finding in verdict["findings"]}
         assert kinds & {"rows-lost", "values-lost", "unreadable", "violations-removed"}
         assert {path.name for path in folder.iterdir()} == {"before", "after", "log", "answer"}
