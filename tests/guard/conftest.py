@@ -112,6 +112,7 @@ class GuardedDevice:
         start = [ON_DEVICE]
         if user is not None:
             # Another user cannot always enter the directory of this tree, so bash gets the text.
+            environment.pop("COVERAGE_DIRECTORY", None)
             start = ["setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups",
                      "bash", "-c", ON_DEVICE.read_text(), ON_DEVICE]
         program = self.root / guard[1:] if guard.startswith("/app/") else guard
