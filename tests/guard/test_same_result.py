@@ -11,10 +11,10 @@ from support.places import scratch_directory
 
 DEVICES = 2100 if "CAMPAIGN" in os.environ else 5 * len(KINDS)
 RUNS_OF_CHANCE = 60
-# With these the guard changes nothing. Something that is no file can be where SQLite has its journal:
-# then it cannot read the database, or not write. The program alone tries every statement and deletes
-# files of the pool; the guard leaves all of it to the next start. It does not start a program that is
-# older than the database.
+# With these the guard changes nothing. Something that is no file can be where SQLite has its
+# journal: then it cannot read the database, or not write. The program alone tries every statement
+# and deletes files of the pool; the guard leaves all of it to the next start. It does not start a
+# program that is older than the database.
 UNCHANGED = ("copy-failed", "commit-failed", "newer-than-program")
 
 
