@@ -129,12 +129,18 @@ the_data_is_there
 upgrade
 the_data_is_there
 the_guard_runs
-in_tree "$device" "apt-get -qq purge --yes database-migrator migration-guard &&
-    ! dpkg-query --show database-migrator migration-guard && ls $application"
+purge() {
+    in_tree "$device" "apt-get -qq purge --yes $1
+        for package in $1; do
+            if dpkg-query --show \$package; then exit 1; fi
+        done"
+}
+
+purge "database-migrator migration-guard"
+in_tree "$device" "ls $application"
 the_data_is_there
 
 # A service computer has the report beside the two programs.
-packages="database-migrator migration-guard migration-report"
 cp "$computer"/root/clone/build/release/packages/migration-report_*.deb "$device/root/packages"
 cp "$computer/root/version_01.sqlite" "$device/root/customer.sqlite"
 in_tree "$device" "cd /root/packages && apt-get -qq install --yes ./*-2_*.deb"
@@ -142,6 +148,6 @@ in_tree "$device" "cd /root &&
     $application/migration-guard rehearse \$(cat $application/schemaversion.txt) customer.sqlite \
         --json=customer.json &&
     migration-report customer.json >customer.html && grep --fixed-strings '</html>' customer.html"
-in_tree "$device" "apt-get -qq purge --yes $packages && ! dpkg-query --show $packages &&
-    ls /root/customer.html"
+purge "database-migrator migration-guard migration-report"
+in_tree "$device" "ls /root/customer.html"
 the_data_is_there
