@@ -16,17 +16,44 @@ quint32 numberAt(const char *bytes)
 bool BTreePage::read(const DatabaseFile &file, quint32 number)
 {
     m_bytes.resize(file.pageSize());
-    m_usableSize = file.usableSize();
-    m_headerOffset = number == 1 ? DatabaseFile::headerSize : 0;
     if (!file.read(number, m_bytes.data(), m_bytes.size())) {
         m_type = 0;
         return false;
     }
-    m_type = static_cast<quint8>(m_bytes[m_headerOffset]);
+    readHeader(file, number);
+    return true;
+}
+
+void BTreePage::view(const DatabaseFile &file, quint32 number, const char *bytes)
+{
+    m_bytes = QByteArray::fromRawData(bytes, file.pageSize());
+    readHeader(file, number);
+}
+
+void BTreePage::readHeader(const DatabaseFile &file, quint32 number)
+{
+    m_usableSize = file.usableSize();
+    m_headerOffset = number == 1 ? DatabaseFile::headerSize : 0;
+    m_type = static_cast<quint8>(m_bytes.at(m_headerOffset));
     m_cellCount = qFromBigEndian<quint16>(m_bytes.constData() + m_headerOffset + 3);
     const int pointers = m_headerOffset + (isLeaf() ? 8 : 12);
     m_mostCells = (m_usableSize - pointers) / 2;
-    return true;
+}
+
+bool BTreePage::mayHaveLinks() const
+{
+    if (!isBTreePage() || !isLeaf()) {
+        return isBTreePage();
+    }
+    const quint32 most = mostLocalBytes();
+    for (int index = 0; index < cellCount(); ++index) {
+        int offset = cellOffset(index);
+        quint64 size = 0;
+        if (readVarint(offset, size) && static_cast<quint32>(size) > most) {
+            return true;
+        }
+    }
+    return false;
 }
 
 quint32 BTreePage::rightChild() const
@@ -34,12 +61,24 @@ quint32 BTreePage::rightChild() const
     return numberAt(bytes() + m_headerOffset + 8);
 }
 
+int BTreePage::cellOffset(int index) const
+{
+    const int pointer = m_headerOffset + (isLeaf() ? 8 : 12) + 2 * index;
+    // SQLite truncates an offset that is too large in the same way.
+    return qFromBigEndian<quint16>(bytes() + pointer) & (m_bytes.size() - 1);
+}
+
+/// @return the most bytes of a record that a page holds; the file format gives the formula
+quint32 BTreePage::mostLocalBytes() const
+{
+    return static_cast<quint32>(
+        isTable() ? m_usableSize - 35 : (m_usableSize - 12) * 64 / 255 - 23);
+}
+
 BTreePage::Cell BTreePage::cell(int index) const
 {
     Cell cell;
-    const int pointer = m_headerOffset + (isLeaf() ? 8 : 12) + 2 * index;
-    // SQLite truncates an offset that is too large in the same way.
-    int offset = qFromBigEndian<quint16>(bytes() + pointer) & (m_bytes.size() - 1);
+    int offset = cellOffset(index);
     if (!isLeaf()) {
         if (offset + 4 > m_usableSize) {
             return cell;
@@ -72,12 +111,12 @@ void BTreePage::readPayload(Cell &cell, int offset) const
         cell.rowid = static_cast<qint64>(value);
     }
     // The file format's formula for the part of a record that is in the page.
-    const int most = isTable() ? m_usableSize - 35 : (m_usableSize - 12) * 64 / 255 - 23;
-    const int least = (m_usableSize - 12) * 32 / 255 - 23;
-    const qint64 wanted = least + (qint64(cell.payloadSize) - least) % (m_usableSize - 4);
-    const bool hasOverflow = cell.payloadSize > static_cast<quint32>(most);
+    const quint32 most = mostLocalBytes();
+    const bool hasOverflow = cell.payloadSize > most;
     cell.localOffset = offset;
     if (hasOverflow) {
+        const int least = (m_usableSize - 12) * 32 / 255 - 23;
+        const qint64 wanted = least + (qint64(cell.payloadSize) - least) % (m_usableSize - 4);
         cell.localSize = wanted <= most ? static_cast<int>(wanted) : least;
     } else {
         cell.localSize = static_cast<int>(cell.payloadSize);
@@ -225,8 +264,9 @@ QByteArray BTreeCursor::payload()
     return m_isDamaged ? QByteArray() : payload;
 }
 
-PageOwners::PageOwners(const DatabaseFile &file, const std::vector<bool> &pages)
-    : m_file(file), m_pages(pages), m_owners(pages.size()), m_ownsPageOfSet(1)
+PageOwners::PageOwners(
+    const DatabaseFile &file, const std::vector<bool> &pages, const std::vector<bool> &linked)
+    : m_file(file), m_pages(pages), m_linked(linked), m_owners(pages.size()), m_ownsPageOfSet(1)
 {
 }
 
@@ -241,7 +281,7 @@ PageOwners::Answer PageOwners::ask(quint32 rootPage)
         m_toVisit.pop_back();
         // A page that cannot be read has no links; the file object remembers the failure.
         if (m_owners[number] == m_tree) {
-            if (page.read(m_file, number)) {
+            if (m_linked[number] && page.read(m_file, number)) {
                 visitLinks(page);
             }
         } else {

@@ -26,6 +26,10 @@ public:
     /// @return false when the disk failed
     bool read(const DatabaseFile &file, quint32 number);
 
+    /// Takes a page that has been read already.
+    /// @param bytes the whole page; they have to stay there while this object is used
+    void view(const DatabaseFile &file, quint32 number, const char *bytes);
+
     bool isBTreePage() const { return isTable() || isIndex(); }
     bool isTable() const { return m_type == 5 || m_type == 13; }
     bool isIndex() const { return m_type == 2 || m_type == 10; }
@@ -39,12 +43,19 @@ public:
 
     Cell cell(int index) const;
 
+    /// @return false when no other page can be reached from this one: a leaf without an entry that
+    /// is too long for its page, or no page of a b-tree
+    bool mayHaveLinks() const;
+
     /// @return an interior page's last child
     quint32 rightChild() const;
 
     const char *bytes() const { return m_bytes.constData(); }
 
 private:
+    void readHeader(const DatabaseFile &file, quint32 number);
+    int cellOffset(int index) const;
+    quint32 mostLocalBytes() const;
     void readPayload(Cell &cell, int offset) const;
     bool readVarint(int &offset, quint64 &value) const;
 
@@ -124,11 +135,14 @@ public:
 
     /// @param file the file whose trees are looked at
     /// @param pages the set, by page number; the file has no pages beyond it
-    PageOwners(const DatabaseFile &file, const std::vector<bool> &pages);
+    /// @param linked by page number: false where BTreePage::mayHaveLinks() is false; these pages are
+    /// most of a file, and are not read again
+    PageOwners(
+        const DatabaseFile &file, const std::vector<bool> &pages, const std::vector<bool> &linked);
 
     /// Follows everything that could be a link from page to page. So even in a damaged tree it
     /// looks at every page that SQLite could read for that tree. For all trees together, each page
-    /// is read once.
+    /// is read at most once.
     Answer ask(quint32 rootPage);
 
 private:
@@ -137,6 +151,7 @@ private:
 
     const DatabaseFile &m_file;
     const std::vector<bool> &m_pages;
+    const std::vector<bool> &m_linked;
     /// By page: the tree's number, for an overflow page that number plus 1; 0 when no tree is
     /// known.
     std::vector<quint32> m_owners;

@@ -26,7 +26,7 @@ constexpr int userVersionOffset = 60;
 constexpr int incrementalVacuumOffset = 64;
 constexpr int applicationIdOffset = 68;
 
-/// Bytes of each file that are read at a time to find the pages that differ.
+/// Bytes of each file that are read at a time. A multiple of every page size.
 constexpr int bytesReadAtOnce = 256 * 1024;
 
 /// @return 0 without auto_vacuum, 1 with it, 2 when it is incremental
@@ -64,36 +64,45 @@ QStringList differentSettings(const DatabaseFile &before, const DatabaseFile &af
     return names;
 }
 
-/// @return by page number, up to the last page of the longer file: true when the page differs or
-/// only one file has it
-std::vector<bool> differentPages(const DatabaseFile &before, const DatabaseFile &after)
+/// What one reading of both files tells of their pages: by page number, up to the last page of the
+/// longer file.
+struct ComparedPages {
+    std::vector<bool> differ; ///< true when the page differs or only one file has it
+    std::vector<bool> linked; ///< false when the page of the file before leads to no other page
+};
+
+ComparedPages comparePages(const DatabaseFile &before, const DatabaseFile &after)
 {
-    const quint32 all = std::max(before.pageCount(), after.pageCount());
-    std::vector<bool> differ(size_t(all) + 1, true);
-    differ[0] = false;
+    const size_t all = std::max(before.pageCount(), after.pageCount());
+    ComparedPages compared = {std::vector<bool>(all + 1, true), std::vector<bool>(all + 1, true)};
+    compared.differ[0] = false;
     const int pageSize = before.pageSize();
     if (pageSize != after.pageSize()) {
-        return differ;
+        return compared;
     }
     const quint32 common = std::min(before.pageCount(), after.pageCount());
     const quint32 pagesAtOnce = static_cast<quint32>(bytesReadAtOnce / pageSize);
     QByteArray beforeBytes(bytesReadAtOnce, Qt::Uninitialized);
     QByteArray afterBytes(bytesReadAtOnce, Qt::Uninitialized);
+    BTreePage page;
     for (quint32 first = 1; first <= common; first += pagesAtOnce) {
         const int pages = static_cast<int>(std::min(pagesAtOnce, common - first + 1));
         if (!before.read(first, beforeBytes.data(), pages * pageSize) ||
             !after.read(first, afterBytes.data(), pages * pageSize)) {
-            return differ;
+            return compared;
         }
-        for (int page = 0; page < pages; ++page) {
-            const int begin = page * pageSize;
-            differ[first + static_cast<quint32>(page)] = std::memcmp(
-                                                             beforeBytes.constData() + begin,
-                                                             afterBytes.constData() + begin,
-                                                             static_cast<size_t>(pageSize)) != 0;
+        for (int index = 0; index < pages; ++index) {
+            const quint32 number = first + static_cast<quint32>(index);
+            const char *bytes = beforeBytes.constData() + index * pageSize;
+            compared.differ[number] = std::memcmp(
+                                          bytes,
+                                          afterBytes.constData() + index * pageSize,
+                                          static_cast<size_t>(pageSize)) != 0;
+            page.view(before, number, bytes);
+            compared.linked[number] = page.mayHaveLinks();
         }
     }
-    return differ;
+    return compared;
 }
 
 /// Compares two records piece by piece; their pieces may have different sizes. Damage is not
@@ -171,9 +180,9 @@ public:
     DatabaseDifferences run()
     {
         if (readError().isEmpty()) {
-            const std::vector<bool> differ = differentPages(m_before, m_after);
-            if (std::find(differ.begin(), differ.end(), true) != differ.end()) {
-                compareContents(differ);
+            const ComparedPages pages = comparePages(m_before, m_after);
+            if (std::find(pages.differ.begin(), pages.differ.end(), true) != pages.differ.end()) {
+                compareContents(pages);
             }
         }
         if (readError().isEmpty()) {
@@ -195,7 +204,7 @@ private:
         return m_values.readError();
     }
 
-    void compareContents(const std::vector<bool> &differ)
+    void compareContents(const ComparedPages &pages)
     {
         const auto before = readStoredSchema(m_before);
         const auto after = readStoredSchema(m_after);
@@ -205,7 +214,7 @@ private:
         }
         m_differences.settings = differentSettings(m_before, m_after);
         const QVector<CommonObject> objects = compareSchemas(*before, *after);
-        PageOwners owners(m_before, differ);
+        PageOwners owners(m_before, pages.differ, pages.linked);
         for (const CommonObject &object : objects) {
             if (object.before.object.type == "table") {
                 compareTable(object, owners);

@@ -53,7 +53,7 @@ struct DatabaseDifferences {
 /// class and bytes. A table or index is equal when all its pages are equal in both files. Whatever
 /// could be content and cannot be read counts as different.
 ///
-/// Memory: a bit and an owner for every page, some pages of each file, and both schemas. SQLite
+/// Memory: two bits and an owner for every page, some pages of each file, and both schemas. SQLite
 /// reads rows again that have the same key but different bytes; it holds one row of each file.
 ///
 /// @param before path of the database before

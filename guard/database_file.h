@@ -19,8 +19,8 @@ public:
     /// @return the first failure to open or read, empty when there was none
     const QString &readError() const { return m_readError; }
 
-    /// @return whether SQLite accepts the header and the file is long enough for it; also true for an empty file, which SQLite treats
-    /// as a database without tables
+    /// @return whether SQLite accepts the header and the file is long enough for it; also true for an
+    /// empty file, which SQLite treats as a database without tables
     bool isDatabase() const { return m_isDatabase; }
 
     /// @return the first bytes of the file, zeros where it is shorter
