@@ -78,6 +78,10 @@ private:
     };
 
     Failure connect();
+    Failure copyContentTo(const QString &path);
+    Failure backUpTo(const QString &path);
+    bool mayHaveWriteAheadLog() const;
+    sqlite3_file *databaseFile() const;
     DatabaseFailure failure(int result) const;
     DatabaseFailure readingFailure() const;
     bool mayWriteBeside() const;

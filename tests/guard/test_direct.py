@@ -313,7 +313,7 @@ def test_a_copy_that_cannot_be_written_is_no_reason_for_a_direct_run(device):
     shell.chmod(0o755)
     run = device.run(NEWEST, guard="/app/shell")
     assert run.returncode == 3
-    assert "guarded, not changed, copy-failed (disk I/O error)" in run.stderr
+    assert "guarded, not changed, copy-failed (the copy: File too large)" in run.stderr
     assert (device.contents(), device.log()) == (before, "")
 
 
