@@ -1,7 +1,7 @@
 """Faults at the guard's own operations on the disk: the old database or the new one is left.
 
-The next run ends like an undisturbed one. The suite tries a sample of the operations. All of them are
-tried by tests/faults/guard_campaign.py, and with --mend here, in the campaign."""
+The next run ends like an undisturbed one. The suite tries a sample of the operations. All of them
+are tried by tests/faults/guard_campaign.py, and with --mend here, in the campaign."""
 
 import os
 import pathlib

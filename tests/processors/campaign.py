@@ -8,7 +8,8 @@ First some commands of the guard, then a sample of the walks, then the tests of 
 all walks from any version to any other on both platforms; --tasks stops after the first N of all
 that. The sandbox is this machine's: only the program and the guard are for the other processor.
 Answers are kept in build/processors-ARCHITECTURE/; a campaign goes on where the last one stopped,
-and starts over when the program, the guard or the expected results have changed. The other
+and starts over when the program or the expected results have changed. After a change of the guard
+only its commands are tried again. The other
 architecture's libraries come from tools/make_sysroot.sh. packages.txt lists the packages that it
 needs.
 """
@@ -89,10 +90,14 @@ def try_architecture(architecture, minutes, most_tasks):
     use(architecture)
     campaign = Campaign(f"processors-{architecture}", minutes)
     campaign.start_over_unless(fingerprint(
-        *product_sources(), ROOT / "guard", DATA, PROGRAM_TESTS, HERE / "guarded.py",
-        HERE.parent / "support"))
+        *product_sources(), DATA, PROGRAM_TESTS, HERE.parent / "support"))
+    of_guard = fingerprint(ROOT / "guard", HERE / "guarded.py")
+
+    def noted(task):
+        return [*task, of_guard] if task[0] == "guard" else [*task]
+
     chosen = [*tasks()][:most_tasks]
-    left = [task for task in chosen if campaign.answer([*task]) is None]
+    left = [task for task in chosen if campaign.answer(noted(task)) is None]
 
     def try_task(task):
         return None if campaign.is_over() else answer(*task)
@@ -101,9 +106,9 @@ def try_architecture(architecture, minutes, most_tasks):
         futures = {pool.submit(try_task, task): task for task in left}
         for future in as_completed(futures):
             if future.result() is not None:
-                campaign.note([*futures[future]], future.result())
-    tried = {task: campaign.answer([*task]) for task in chosen
-             if campaign.answer([*task]) is not None}
+                campaign.note(noted(futures[future]), future.result())
+    tried = {task: campaign.answer(noted(task)) for task in chosen
+             if campaign.answer(noted(task)) is not None}
     for task, difference in tried.items():
         if difference:
             print(f"{architecture} {task}:\n{difference}\n")

@@ -50,9 +50,10 @@ def build():
         subprocess.run(["cmake", *command], cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
 
 
-def what_counts():
-    """A fingerprint of everything that decides how a walk ends, except the library."""
-    return fingerprint(*product_sources(), ROOT / "guard", DATA, HERE / "trials.py",
+def what_counts(kind):
+    """A fingerprint of everything that decides how a case ends, except the library."""
+    guard = [ROOT / "guard"] if kind in ("guarded", "harmful") else []
+    return fingerprint(*product_sources(), *guard, DATA, HERE / "trials.py",
                        *(ROOT / "tests" / "program" / name for name in
                          ("conftest.py", "dumps.py", "steps.py", "walks.py")))
 
@@ -62,10 +63,13 @@ class Trials:
 
     def __init__(self, campaign):
         self.campaign = campaign
-        self.of = what_counts()
+        self.of = {kind: what_counts(kind) for kind in KINDS}
 
-    def answer(self, library, kind, *case):
-        return self.campaign.answer([self.of, str(library), kind, *case])
+    def task(self, library, kind, *case):
+        return [self.of[kind], str(library), kind, *case]
+
+    def answer(self, library, *case):
+        return self.campaign.answer(self.task(library, *case))
 
     @staticmethod
     def cases(library):
@@ -97,7 +101,7 @@ class Trials:
             futures = {pool.submit(try_case, case): case for case in missing}
             for future in as_completed(futures):
                 if future.result() is not None:
-                    self.campaign.note([self.of, str(library), *futures[future]], future.result())
+                    self.campaign.note(self.task(library, *futures[future]), future.result())
 
     def different(self, library, kind):
         """The answers of a kind for cases that did not end equally."""
