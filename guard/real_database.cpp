@@ -157,17 +157,15 @@ RealDatabase::Failure RealDatabase::copyTo(const QString &path)
 /// writers out of the file. To copy them in large pieces takes half as long as page by page.
 RealDatabase::Failure RealDatabase::copyContentTo(const QString &path)
 {
-    return mayHaveWriteAheadLog() ? backUpTo(path) : copyBytesTo(path);
+    return readsWriteAheadLog() ? backUpTo(path) : copyBytesTo(path);
 }
 
-bool RealDatabase::mayHaveWriteAheadLog() const
+/// @return true also when SQLite does not say; it reads a write-ahead log wherever there is one,
+/// whatever the header of the database says
+bool RealDatabase::readsWriteAheadLog() const
 {
-    sqlite3_file *file = databaseFile();
-    const int readVersionOffset = 19;
-    const char rollbackJournal = 1;
-    char readVersion = 0;
-    const int result = file->pMethods->xRead(file, &readVersion, 1, readVersionOffset);
-    return result != SQLITE_OK || readVersion != rollbackJournal;
+    SqliteStatement mode(m_connection, "PRAGMA journal_mode");
+    return !mode.step() || mode.text(0) == "wal";
 }
 
 RealDatabase::Failure RealDatabase::backUpTo(const QString &path)

@@ -6,7 +6,7 @@ import time
 from contextlib import closing
 
 import pytest
-from conftest import contents, wait_for
+from conftest import contents, leave, wait_for
 from support.versions import NEWEST
 
 # The program does its work. Then the test can act before the guard commits.
@@ -331,6 +331,18 @@ def test_an_ordinary_boot_leaves_a_write_ahead_log_as_it_is(device):
     log.write_bytes(left[1])
     assert device.migrate(NEWEST) == 0
     assert (device.database.read_bytes(), log.read_bytes()) == left
+    assert device.rows("SELECT * FROM notes") == [(1,)]
+
+
+def test_a_write_ahead_log_is_read_whatever_the_header_says(device):
+    """SQLite reads one wherever there is one."""
+    device.install(1, mode="wal")
+    leave(device, "-wal", "CREATE TABLE notes AS SELECT 1 AS a")
+    content = bytearray(device.database.read_bytes())
+    assert content[18:20] == b"\2\2"
+    content[18:20] = b"\1\1"
+    device.database.write_bytes(content)
+    assert device.migrate(NEWEST) == 0
     assert device.rows("SELECT * FROM notes") == [(1,)]
 
 
