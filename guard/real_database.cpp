@@ -153,19 +153,28 @@ RealDatabase::Failure RealDatabase::copyTo(const QString &path)
     return std::nullopt;
 }
 
-/// Without a write-ahead log, the bytes of the file are the database: the lock of a reader keeps all
-/// writers out of the file. To copy them in large pieces takes half as long as page by page.
+/// The lock of a reader keeps all writers out of the file. To copy its bytes in large pieces takes
+/// half as long as page by page.
 RealDatabase::Failure RealDatabase::copyContentTo(const QString &path)
 {
-    return readsWriteAheadLog() ? backUpTo(path) : copyBytesTo(path);
+    return bytesAreContent() ? copyBytesTo(path) : backUpTo(path);
 }
 
-/// @return true also when SQLite does not say; it reads a write-ahead log wherever there is one,
-/// whatever the header of the database says
-bool RealDatabase::readsWriteAheadLog() const
+/// @return true when the bytes of the file are the database, false also when SQLite does not say
+bool RealDatabase::bytesAreContent()
 {
+    // SQLite reads a write-ahead log wherever there is one, whatever the header says.
     SqliteStatement mode(m_connection, "PRAGMA journal_mode");
-    return !mode.step() || mode.text(0) == "wal";
+    if (!mode.step() || mode.text(0) == "wal") {
+        return false;
+    }
+    // A damaged journal that was rolled back can leave a file that is far too long.
+    const std::optional<qint64> pages = m_connection.number("PRAGMA page_count");
+    const std::optional<qint64> pageSize = m_connection.number("PRAGMA page_size");
+    sqlite3_file *file = databaseFile();
+    sqlite3_int64 size = 0;
+    return pages && pageSize && file->pMethods->xFileSize(file, &size) == SQLITE_OK &&
+           size == *pages * *pageSize;
 }
 
 RealDatabase::Failure RealDatabase::backUpTo(const QString &path)

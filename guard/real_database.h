@@ -80,7 +80,7 @@ private:
     Failure connect();
     Failure copyContentTo(const QString &path);
     Failure backUpTo(const QString &path);
-    bool readsWriteAheadLog() const;
+    bool bytesAreContent();
     sqlite3_file *databaseFile() const;
     DatabaseFailure failure(int result) const;
     DatabaseFailure readingFailure() const;

@@ -283,7 +283,9 @@ def test_a_linked_program_is_run_where_it_is(device, expected):
     assert device.contents() == expected(1, NEWEST)[0]
 
 
-def test_the_old_connection_of_a_hot_journal_is_rolled_back_first(device, expected):
+@pytest.mark.parametrize("pages", [pytest.param(None, id="a sound journal"),
+                                   pytest.param(1 << 31, id="a journal for a far larger file")])
+def test_the_old_connection_of_a_hot_journal_is_rolled_back_first(device, expected, pages):
     device.install(1)
     whole = device.database.read_bytes()
     with closing(sqlite3.connect(device.database, isolation_level=None)) as other:
@@ -292,7 +294,10 @@ def test_the_old_connection_of_a_hot_journal_is_rolled_back_first(device, expect
         other.execute("DELETE FROM files")
         other.execute("CREATE TABLE filler AS SELECT zeroblob(200000)")
         half = device.database.read_bytes()
-        journal = (device.databases / "my.db.sqlite-journal").read_bytes()
+        journal = bytearray((device.databases / "my.db.sqlite-journal").read_bytes())
+    if pages:
+        # The rollback gives the file that many pages.
+        journal[16:20] = pages.to_bytes(4, "big")
     device.database.write_bytes(half)
     (device.databases / "my.db.sqlite-journal").write_bytes(journal)
     assert half != whole
