@@ -9,9 +9,8 @@ all walks from any version to any other on both platforms; --tasks stops after t
 that. The sandbox is this machine's: only the program and the guard are for the other processor.
 Answers are kept in build/processors-ARCHITECTURE/; a campaign goes on where the last one stopped,
 and starts over when the program or the expected results have changed. After a change of the guard
-only its commands are tried again. The other
-architecture's libraries come from tools/make_sysroot.sh. packages.txt lists the packages that it
-needs.
+only its commands are tried again. The other architecture's libraries come from
+tools/make_sysroot.sh. packages.txt lists the packages that it needs.
 """
 
 import os
