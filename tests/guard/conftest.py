@@ -112,9 +112,11 @@ class GuardedDevice:
         start = [ON_DEVICE]
         if user is not None:
             # Another user cannot always enter the directory of this tree, so bash gets the text.
-            environment.pop("COVERAGE_DIRECTORY", None)
-            start = ["setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups",
-                     "bash", "-c", ON_DEVICE.read_text(), ON_DEVICE]
+            as_user = ["setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups"]
+            build = environment.get("COVERAGE_DIRECTORY")
+            if build and subprocess.run([*as_user, "test", "-x", build]).returncode != 0:
+                del environment["COVERAGE_DIRECTORY"]
+            start = [*as_user, "bash", "-c", ON_DEVICE.read_text(), ON_DEVICE]
         program = self.root / guard[1:] if guard.startswith("/app/") else guard
         return dict(args=[*start, self.root, program, *map(str, arguments)], env=environment,
                     stdin=subprocess.DEVNULL)
