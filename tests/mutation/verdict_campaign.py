@@ -18,8 +18,10 @@ from support.places import ROOT, TESTS
 
 FOLDER = "guard/verdict"
 FIRST_TESTS = "^verdict_test_(codes|verdicts|details)$"
-# Sources that use a verdict, and the mending, which reads the same table of versions.
-ALL_TESTS = "^(verdict_.*|guard_test_(verdict|last_migration|direct|refusals|mending))$"
+# What uses a verdict, and the mending, which reads the same table of versions.
+ALL_TESTS = ("^(verdict_.*|run_record_test"
+             "|guard_test_(verdict|last_migration|direct|refusals|mending|mended_runs"
+             "|rehearsal_reports))$")
 # The head of a function, or of a method inside its class.
 HEAD = re.compile(r"^(?:    )?(?!return|if|for|while|else|switch|struct|class)"
                   r"[\w~][^\n;{}=()]*?([~\w]+)\([^;{}]*\)[^;{}]*\{$", re.MULTILINE)
@@ -118,9 +120,9 @@ def verdict():
     return Subject(
         name="verdict_mutation", folders=(FOLDER,), library="migration_guard",
         defined_in="guard/CMakeLists.txt",
-        targets=("verdict_of", "fork_server", "database-migrator", "migration-guard", "mend",
-                 "sqlite_without_texts", "sqlite_without_functions", "sqlite_without_name",
-                 "fault_shim", "fatal_moments"),
+        targets=("verdict_of", "run_record_test", "fork_server", "database-migrator",
+                 "migration-guard", "mend", "sqlite_without_texts", "sqlite_without_functions",
+                 "sqlite_without_name", "fault_shim", "fatal_moments"),
         tests=("--tests-regex", ALL_TESTS),
         first_tests=lambda file: ("--tests-regex", FIRST_TESTS), seconds=60,
         survivors=HERE / "verdict_survivors.txt", mutants=all_mutants(sources()),

@@ -48,6 +48,14 @@ def test_what_is_not_kept_cannot_be_looked_at(bench):
             line.partition(": look")[0] for line in kept]
 
 
+def test_rows_lost_where_every_run_writes_all_columns(bench):
+    table = {**TABLE, "everyRun": {**TABLE["everyRun"], "values": {"counters": ["number"]}}}
+    counters = "CREATE TABLE counters (number); INSERT INTO counters VALUES (1), (2), (3);"
+    after = counters + "UPDATE counters SET number = 7; DELETE FROM counters WHERE rowid = 2"
+    assert bench.findings(counters, after, table=table) == [
+        ("rows-lost:counters", None, 1, False, True)]
+
+
 def test_rows_that_a_version_takes_and_one_more(bench):
     after = FIELDS + "DELETE FROM fields WHERE id IN (1, 3)"
     assert bench.findings(FIELDS, after, target=2) == [
@@ -242,6 +250,14 @@ CHILDREN = ("CREATE TABLE parents (id INTEGER PRIMARY KEY); INSERT INTO parents 
             "INSERT INTO lamps VALUES (1, 1, 2), (2, 2, NULL), (3, 1, 1);")
 
 
+def test_unreadable_beside_rows_that_the_run_removes(bench):
+    bench.verdict(FIELDS + CHILDREN, None)
+    sound = (bench.folder / "before.sqlite").read_bytes()
+    page = sound.rfind("Südhang".encode()) // 4096 * 4096
+    broken = sound[:page] + b"\7" + sound[page + 1:]
+    assert ("unreadable:fields", None, None, False, True) in bench.findings(sound, broken)
+
+
 def test_without_room_for_the_repairs_nobody_has_judged(bench):
     for scratch, lacked in (("/proc/none", True), (str(bench.folder), False)):
         verdict = bench.verdict(CHILDREN, CHILDREN + "DELETE FROM switches WHERE id = 1",
@@ -262,6 +278,14 @@ def test_violations_removed(bench):
 def test_a_violation_that_could_not_be_removed(bench):
     after = CHILDREN + "DELETE FROM switches WHERE id = 2; DELETE FROM lamps WHERE id = 2"
     assert ("violations-removed:switches", None, 1, False, False) in bench.findings(CHILDREN, after)
+
+
+def test_a_violation_that_could_not_be_removed_where_a_step_renames_the_key(bench):
+    key = {"forward": {"switches": {"columnsRenamed": {"id": "number"}}}, "backward": {}}
+    table = {**TABLE, "versions": {**TABLE["versions"], "2": key}}
+    before = CHILDREN + "DELETE FROM lamps;"
+    after = before + "ALTER TABLE switches RENAME COLUMN id TO number;"
+    assert bench.findings(before, after, target=2, table=table) == []
 
 
 def test_orphans_removed(bench):

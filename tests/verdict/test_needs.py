@@ -1,6 +1,6 @@
 """The tables that a step forward needs: guard/schema-versions.json names them, and runs of the
 program without them prove it. A device that never had such a table must not refuse updates
-forever."""
+forever. A step back that fails always counts."""
 
 import json
 import os
@@ -63,3 +63,11 @@ def test_no_step_needs_another_table(steps_failed, version):
 def test_a_device_without_a_table_is_not_refused_for_that(steps_failed, table):
     """Over all versions: a table that such a step does not make is missing at later ones, too."""
     assert not any(steps_failed(1, NEWEST, lambda name: name == table).values())
+
+
+@pytest.mark.parametrize("version, table", [
+    (2, "MC_MachineConfig"), (14, "preferredGpsSolutions"), (22, "farms"), (32, "files")])
+def test_a_step_back_that_fails_counts(steps_failed, version, table):
+    """Also without a table that the step forward needs."""
+    assert table in NEEDS[version]
+    assert steps_failed(version, version - 1, lambda name: name == table)[str(version)]
