@@ -104,6 +104,12 @@ def not_added(table, column):
                    f"duplicate column name: {column}")
 
 
+def without_table(column):
+    """What the toolkit says when it cannot drop a column of growers because there is no growers."""
+    return toolkit("dropColumnSaveParameters", f"drop column named {column} to growers",
+                   'near "PRIMARY": syntax error')
+
+
 LANGUAGE = "ALTER TABLE systemControl ADD COLUMN languageSelected;"
 FENCE = "ALTER TABLE MC_EquipmentSection ADD COLUMN fence;"
 # The program cannot remove this row, which breaks a key: its table has no row ids.
@@ -148,6 +154,14 @@ LINES = [
                             "parentEquipmentSectionId"),
             5: not_dropped("MC_EquipmentSection", "fence")},
         id="back, and lines that can be of two steps"),
+    pytest.param(
+        NEWEST, "DROP TABLE growers;", 21, {
+            25: [*toolkit("addColumnIfNotExists", "add column named isoName to growers",
+                          "no such table: growers"),
+                 *toolkit("setColumnValue", "set column named isoName to originalName",
+                          "no such table: growers"), *without_table("originalName")],
+            22: without_table("isoId")},
+        id="back, and a line that can be of two steps before one that cannot"),
     pytest.param(26, "DROP TABLE systemControl; CREATE TABLE growers_temp (a);", 24, {
         25: not_dropped("growers", "originalName")},
                  id="back, and a version that cannot be applied again")]
