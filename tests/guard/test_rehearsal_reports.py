@@ -2,6 +2,7 @@
 
 import json
 import os
+import shutil
 import signal
 import sqlite3
 import subprocess
@@ -172,6 +173,24 @@ def test_a_failed_step_has_its_own_lines(tmp_path, version, extra, target, lines
     report = rehearse_here(target, make(tmp_path / "a.sqlite", version, extra)).report
     assert {step["version"]: step["lines"] for step in report["versions"]
             if step["outcome"] == "failed"} == lines, report["log"]
+
+
+def test_lines_of_no_step_are_shown_with_each_of_the_last_ones(tmp_path):
+    """Nothing shows which of them such a line is from."""
+    program = tmp_path / "database-migrator"
+    program.write_text("""#!/usr/bin/dash
+log=${0%/*}/databases/sqlMigrationErrorLog.txt
+echo "\n*****Beginning database migration from version: 3 to version: 5\nNo memory left" >>"$log"
+echo "\n*****Updating version in DB to: 3 with software version: " >>"$log"
+""")
+    program.chmod(0o755)
+    shutil.copy(KNOWN_VERSIONS, tmp_path)
+    run = subprocess.run(
+        [GUARD, "rehearse", "5", make(tmp_path / "a.sqlite", 3), "--json", "--program", program],
+        capture_output=True, text=True, stdin=subprocess.DEVNULL)
+    assert [(step["version"], step["outcome"], step["lines"])
+            for step in json.loads(run.stdout)["versions"]] == [
+        (version, "failed", ["No memory left"]) for version in (4, 5)]
 
 
 def test_the_way_back(tmp_path):
