@@ -76,9 +76,9 @@ FIGURES_TEXT = """
 ## How much it helps
 
 Every kill and every power cut of the walks between the versions 1 and {newest}, and 1 and 4, on the
-database of tests/data/version_01.sql{sample}: {cases:,}. \
-After {touched:,} of them the next run of the
-program alone leaves a copy over ({copies:,}) or loses rows ({lost:,}). No mending lost a row.
+database of tests/data/version_01.sql{sample}: {cases:,}.
+After {touched:,} of them the next run of the program alone leaves a copy over ({copies:,}) or
+loses rows ({lost:,}). No mending lost a row.
 
 - Mended before the next run, {right:,} of the {touched:,} end as an undisturbed run, {rest:,} with
   some other difference, {still:,} with a copy or with rows lost.
@@ -90,7 +90,7 @@ The columns have numbers of cases: right / other difference / copy left over / r
 
 """
 
-SAMPLE = ", and a sample of them with ten times the rows"
+SAMPLE = ", and a sample of them\nwith ten times the rows"
 
 WHY = """
 ## Why the rest ends differently
