@@ -75,8 +75,8 @@ with it. An undisturbed step removes them too.
 FIGURES_TEXT = """
 ## How much it helps
 
-Every kill and every power cut of the walks between the versions 1 and {newest}, and 1 and 4, on the
-database of tests/data/version_01.sql{sample}: {cases:,}.
+{cases:,} kills and power cuts of the walks between the versions 1 and {newest}, and 1 and 4: every
+one on the database of tests/data/version_01.sql{sample}.
 After {touched:,} of them the next run of the program alone leaves a copy over ({copies:,}) or
 loses rows ({lost:,}). No mending lost a row.
 
@@ -90,7 +90,7 @@ The columns have numbers of cases: right / other difference / copy left over / r
 
 """
 
-SAMPLE = ", and a sample of them\nwith ten times the rows"
+SAMPLE = ", and a sample with ten times the rows"
 
 WHY = """
 ## Why the rest ends differently
