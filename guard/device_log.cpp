@@ -4,8 +4,29 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
+
+namespace
+{
+/// @return whether a run without the log would hide a failure: the disk or the memory has failed, or
+/// room or descriptors are missing. Other errors mean that the log is no file to write to.
+bool isFailure(int error)
+{
+    switch (error) {
+    case EIO:
+    case ENOSPC:
+    case EDQUOT:
+    case ENOMEM:
+    case EMFILE:
+    case ENFILE:
+        return true;
+    default:
+        return false;
+    }
+}
+} // namespace
 
 DeviceLog::DeviceLog(const QString &path) : m_path(path) {}
 
@@ -19,8 +40,7 @@ int DeviceLog::append(const QByteArray &text, bool flush)
         m_file = Descriptor(open(name.constData(), flags | O_CREAT, 0666));
     }
     if (!m_file.isOpen()) {
-        const bool noRoom = errno == ENOSPC || errno == EDQUOT;
-        return noRoom ? errno : 0;
+        return isFailure(errno) ? errno : 0;
     }
     struct stat status;
     if (fstat(m_file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {

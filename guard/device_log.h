@@ -5,8 +5,8 @@
 #include <QByteArray>
 #include <QString>
 
-/// The log beside the real database. If the log cannot be opened, the program goes on without it,
-/// and so does this class: all operations then succeed.
+/// The log beside the real database. If it is no file that can be written to, the program goes on
+/// without it, and so does this class: all operations then succeed.
 class DeviceLog
 {
 public:

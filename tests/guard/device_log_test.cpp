@@ -53,6 +53,7 @@ private slots:
     void cutsBackWhatStopsHalfWay();
     void cutsBackWhenAsked();
     void doesWithoutALogThatCannotBeOpened();
+    void failsWhereTheSystemFails();
     void followsALink();
 
 private:
@@ -116,6 +117,25 @@ void DeviceLogTest::doesWithoutALogThatCannotBeOpened()
     const QString link = m_directory->filePath("link");
     QFile::link("/nowhere/at/all", link);
     QCOMPARE(DeviceLog(link).append("one\n", true), 0);
+}
+
+void DeviceLogTest::failsWhereTheSystemFails()
+{
+    for (const bool isThere : {false, true}) {
+        if (isThere) {
+            write(path(), "before\n");
+        }
+        rlimit before;
+        getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit none = {0, before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+        DeviceLog log(path());
+        const int error = log.append("one\n", true);
+        setrlimit(RLIMIT_NOFILE, &before);
+        QCOMPARE(error, EMFILE);
+        log.cutBack();
+        QCOMPARE(read(path()), isThere ? QByteArray("before\n") : QByteArray());
+    }
 }
 
 void DeviceLogTest::followsALink()
