@@ -52,7 +52,7 @@ private slots:
     void makesTheFile();
     void cutsBackWhatStopsHalfWay();
     void cutsBackWhenAsked();
-    void doesWithoutALogThatCannotBeOpened();
+    void doesWithoutALogThatIsNoFileToWriteTo();
     void failsWhereTheSystemFails();
     void followsALink();
 
@@ -105,7 +105,7 @@ void DeviceLogTest::cutsBackWhenAsked()
     QVERIFY2(!QFile::exists(path()), "there was none before");
 }
 
-void DeviceLogTest::doesWithoutALogThatCannotBeOpened()
+void DeviceLogTest::doesWithoutALogThatIsNoFileToWriteTo()
 {
     QDir().mkdir(path());
     DeviceLog log(path());

@@ -102,15 +102,17 @@ def test_a_fault_leaves_the_old_database_or_the_new_one(faulty, action, forever)
         faulty.check((action, number, forever, status), status)
 
 
-def test_nothing_changes_if_the_disk_fails_when_the_log_is_made():
+@pytest.mark.parametrize("action, words", [
+    ("EIO", "Input/output error"), ("ENOSPC", "No space left on device")])
+def test_nothing_changes_if_the_disk_fails_when_the_log_is_made(action, words):
     """That is the first of the log's operations."""
     with guarded_device() as device:
         faulty = FaultyDevice(device, *WALKS["mended"])
         for number in range(1, OPERATIONS):
             faulty.begin()
-            status = faulty.run(FAULT_AT=number, FAULT_ACTION="EIO")
-            is_of_log = "log: Input/output error" in faulty.said
-            faulty.check(("EIO", number, 0, status), status)
+            status = faulty.run(FAULT_AT=number, FAULT_ACTION=action)
+            is_of_log = f"log: {words}" in faulty.said
+            faulty.check((action, number, 0, status), status)
             if is_of_log:
                 break
         assert status == 3
